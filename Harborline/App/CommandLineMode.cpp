@@ -1,0 +1,199 @@
+#include "App/CommandLineMode.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <expected>
+#include <filesystem>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "Base/LocaleText.h"
+#include "Base/RoomText.h"
+#include "Base/UnicodeText.h"
+#include "Platform/StandardStreams.h"
+#include "Platform/WellKnownFolders.h"
+#include "Rooms/Activity/ActivityArchive.h"
+#include "StorageEngine/DiskTree/DiskSorting.h"
+#include "StorageEngine/DiskTree/DiskTreeScanner.h"
+
+namespace tidyro {
+
+namespace {
+
+/// What a step gives when an error ends the request: the sentence after "Stopped: ".
+template <class T> using Step = std::expected<T, std::string>;
+
+class Stopwatch {
+  public:
+    [[nodiscard]] double seconds() const {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+
+  private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+/// One request while it is carried out.
+class Run {
+  public:
+    Run(const CommandLineMode::Request& request, const CommandLineMode::Surroundings& surroundings)
+        : request_(request), surroundings_(surroundings) {}
+
+    [[nodiscard]] int operator()() const {
+        std::error_code failed;
+        if (!std::filesystem::is_directory(request_.path, failed)) {
+            line("No folder at {}.", shown(request_.path));
+            return CommandLineMode::noFolder;
+        }
+        const Step<void> done = dispatch(FileURL::folder(request_.path));
+        if (done) return CommandLineMode::succeeded;
+        line("Stopped: {}", shown(done.error()));
+        return CommandLineMode::stopped;
+    }
+
+  private:
+    [[nodiscard]] Step<void> dispatch(const FileURL& folder) const {
+        switch (request_.command) {
+        case CommandLineMode::Command::scan: return listed(folder);
+        case CommandLineMode::Command::snapshot: return kept(folder);
+        case CommandLineMode::Command::duplicates:
+            return std::unexpected("This version of Tidyro cannot search for duplicates.");
+        case CommandLineMode::Command::index:
+            return std::unexpected("This version of Tidyro cannot build Find's index.");
+        }
+        return {};
+    }
+
+    [[nodiscard]] Step<void> listed(const FileURL& folder) const {
+        const auto tree = scan(folder);
+        if (!tree) return std::unexpected(tree.error());
+        largest(*tree);
+        groups(*tree);
+        return {};
+    }
+
+    [[nodiscard]] Step<void> kept(const FileURL& folder) const {
+        const auto tree = scan(folder);
+        if (!tree) return std::unexpected(tree.error());
+        const FolderSnapshot snapshot = FolderSnapshot::of(*tree, {.onDisk = true});
+        const ActivityArchive archive(
+            surroundings_.snapshotDirectory.value_or(ActivityArchive::defaultDirectory()));
+        if (const auto saved = archive.save(snapshot); !saved) {
+            return std::unexpected(ActivityArchive::description(saved.error()));
+        }
+        line("Kept a snapshot of {}, {} in all. Compare it with a later scan in Activity.",
+             RoomText::counted(snapshot.folders.size(), "folder", "folders"),
+             RoomText::bytes(snapshot.byteCount()));
+        return {};
+    }
+
+    [[nodiscard]] Step<DiskTree> scan(const FileURL& folder) const {
+        const Stopwatch watch;
+        auto tree = DiskTreeScanner(std::nullopt, 0.1).scan(folder);
+        const double seconds = watch.seconds();
+        if (!tree) return std::unexpected(DiskTreeScanner::description(tree.error()));
+
+        constexpr NodeNumber root = DiskTree::root;
+        line("Read {}: {} in {}, {} on disk ({} of data), in {} s.", shown(tree->path(root)),
+             RoomText::counted(tree->fileCount(root), "file", "files"),
+             RoomText::counted(tree->folderCount(root), "folder", "folders"),
+             RoomText::bytes(tree->size(root, true)), RoomText::bytes(tree->size(root, false)),
+             decimal(seconds, 2));
+        if (tree->deniedCount() > 0) {
+            const auto denied = static_cast<std::uint64_t>(tree->deniedCount());
+            line("{} closed to Tidyro and not measured.",
+                 RoomText::counted(denied, "folder was", "folders were"));
+        }
+        return *std::move(tree);
+    }
+
+    void largest(const DiskTree& tree) const {
+        const Stopwatch watch;
+        const auto found = tree.largestFiles({.limit = request_.largest, .onDisk = true});
+        line("Largest {}, ranked in {} s:", found.size(), decimal(watch.seconds(), 3));
+        std::size_t rank = 0;
+        for (const NodeNumber node : found) {
+            line("{:>3}  {:>9}  {}", ++rank, RoomText::bytes(tree.size(node, true)),
+                 shown(tree.path(node)));
+        }
+    }
+
+    void groups(const DiskTree& tree) const {
+        const DiskSorting sorting(tree, ProjectFolderJudge::live(),
+                                  DiskSorting::Options::current());
+        bool isFirst = true;
+        for (const DiskGroup group : allCases<DiskGroup>()) {
+            const std::size_t count = sorting.items(group).size();
+            if (count == 0) continue;
+            if (isFirst) line("Cleanup groups:");
+            isFirst = false;
+            line("  {:<30} {:>12}  {:>9}", title(group), RoomText::counted(count, "item", "items"),
+                 RoomText::bytes(sorting.bytes(group)));
+        }
+        if (isFirst) line("Cleanup groups: nothing in this folder belongs to one.");
+    }
+
+    template <class... Values>
+    void line(fmt::format_string<Values...> format, Values&&... values) const {
+        std::string text = fmt::format(format, std::forward<Values>(values)...);
+        text += '\n';
+        surroundings_.write(text);
+    }
+    [[nodiscard]] std::string shown(std::string text) const {
+        return surroundings_.escapesNames ? terminalSafe(text) : std::move(text);
+    }
+    [[nodiscard]] static std::string decimal(double seconds, int digits) {
+        return LocaleText::current().decimal(seconds, digits);
+    }
+
+    const CommandLineMode::Request& request_;
+    const CommandLineMode::Surroundings& surroundings_;
+};
+
+/// Standard output for lines: an ended reader ends the writing, and any other failure is told once.
+class OutputLines {
+  public:
+    void write(std::string_view text) {
+        if (failure_) return;
+        const auto written = platform::writeAll(platform::Stream::output, text);
+        if (!written) failure_ = written.error();
+    }
+    /// `status`, unless what should have been written could not be.
+    [[nodiscard]] int ending(int status) const {
+        if (!failure_ || failure_->code == static_cast<int>(std::errc::broken_pipe)) return status;
+        static_cast<void>(platform::writeAll(
+            platform::Stream::error,
+            fmt::format("The output could not be written ({}).\n", failure_->description())));
+        return CommandLineMode::stopped;
+    }
+
+  private:
+    std::optional<SystemError> failure_;
+};
+
+} // namespace
+
+int CommandLineMode::run(const Request& request, const Surroundings& surroundings) {
+    return Run(request, surroundings)();
+}
+
+void CommandLineMode::runIfRequested(std::span<const std::string> arguments) {
+    const ParseResult parsed = parse(arguments, platform::homeFolder().path());
+    if (std::holds_alternative<NotRequested>(parsed)) return;
+    int status = malformed;
+    platform::ignoreBrokenPipes();
+    if (const auto* request = std::get_if<Request>(&parsed)) {
+        OutputLines lines;
+        status = lines.ending(
+            run(*request, {.write = [&](std::string_view text) { lines.write(text); },
+                           .escapesNames = platform::isTerminal(platform::Stream::output)}));
+    } else {
+        static_cast<void>(
+            platform::writeAll(platform::Stream::error, fmt::format("{}\n", usageText)));
+    }
+    // No thread of ours runs by now.
+    std::exit(status); // NOLINT(concurrency-mt-unsafe)
+}
+
+} // namespace tidyro

@@ -1,0 +1,20 @@
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "App/CommandLineMode.h"
+#include "Platform/StandardStreams.h"
+
+// Each start-up hook returns when it was not asked for, and ends the process when it was.
+int main(int count, char** values) {
+    const std::vector<std::string> arguments(values, values + count);
+    tidyro::CommandLineMode::runIfRequested(arguments);
+
+    static_cast<void>(tidyro::platform::writeAll(
+        tidyro::platform::Stream::error,
+        fmt::format("Tidyro shows what fills a disk and what could be taken back. In this version "
+                    "it works from the terminal.\n{}\n",
+                    tidyro::CommandLineMode::usageText)));
+    return tidyro::CommandLineMode::malformed;
+}

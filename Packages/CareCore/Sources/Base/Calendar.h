@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Base/Timestamp.h"
+
+namespace tidyro {
+
+/// A moment as a person reads it from a calendar and a clock.
+struct DateComponents {
+    int year;
+    int month;  ///< 1...12
+    int day;    ///< 1...31
+    int hour;   ///< 0...23
+    int minute; ///< 0...59
+    int second; ///< 0...60; 60 in a leap second
+    bool operator==(const DateComponents&) const = default;
+};
+
+/// The Gregorian calendar in one time zone.
+class Calendar {
+  public:
+    /// The zone that the person's system is set to.
+    [[nodiscard]] static Calendar current() noexcept { return Calendar(false); }
+    [[nodiscard]] static Calendar utc() noexcept { return Calendar(true); }
+
+    [[nodiscard]] DateComponents components(Timestamp moment) const noexcept;
+
+  private:
+    explicit Calendar(bool utc) noexcept : utc_(utc) {}
+    bool utc_;
+};
+
+} // namespace tidyro

@@ -1,0 +1,44 @@
+#include "Base/UUID.h"
+
+#include <charconv>
+
+#include <fmt/format.h>
+
+namespace tidyro {
+
+namespace {
+
+/// A dash stands before these bytes.
+constexpr bool startsGroup(std::size_t byte) {
+    return byte == 4 || byte == 6 || byte == 8 || byte == 10;
+}
+
+} // namespace
+
+std::optional<UUID> UUID::fromText(std::string_view text) {
+    Bytes bytes{};
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (startsGroup(i)) {
+            if (!text.starts_with('-')) return std::nullopt;
+            text.remove_prefix(1);
+        }
+        if (text.size() < 2) return std::nullopt;
+        const auto read = std::from_chars(text.data(), text.data() + 2, bytes[i], 16);
+        if (read.ec != std::errc{} || read.ptr != text.data() + 2) return std::nullopt;
+        text.remove_prefix(2);
+    }
+    if (!text.empty()) return std::nullopt;
+    return UUID(bytes);
+}
+
+std::string UUID::text() const {
+    std::string text;
+    text.reserve(36);
+    for (std::size_t i = 0; i < bytes_.size(); ++i) {
+        if (startsGroup(i)) text += '-';
+        text += fmt::format("{:02X}", bytes_[i]);
+    }
+    return text;
+}
+
+} // namespace tidyro

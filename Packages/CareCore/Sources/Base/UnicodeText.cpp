@@ -1,0 +1,132 @@
+#include "Base/UnicodeText.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+#include <utf8proc.h>
+
+namespace tidyro {
+
+namespace {
+
+struct Decoded {
+    char32_t codePoint;
+    std::size_t length; ///< bytes taken, at least 1
+    bool isValid;
+};
+
+Decoded decodeNext(std::string_view bytes) {
+    utf8proc_int32_t codePoint = -1;
+    const auto length = utf8proc_iterate(
+        // utf8proc names bytes by an unsigned type of its own.
+        reinterpret_cast<const utf8proc_uint8_t*>(bytes.data()),
+        static_cast<utf8proc_ssize_t>(bytes.size()), &codePoint);
+    if (length < 1 || codePoint < 0) return {.codePoint = 0xFFFD, .length = 1, .isValid = false};
+    return {.codePoint = static_cast<char32_t>(codePoint),
+            .length = static_cast<std::size_t>(length),
+            .isValid = true};
+}
+
+bool isASCII(std::string_view bytes) {
+    return std::ranges::none_of(bytes, [](char byte) { return (byte & 0x80) != 0; });
+}
+
+/// A lead byte and those of its continuation bytes that are there count as one invalid sequence.
+std::size_t invalidLength(std::string_view bytes) {
+    const auto lead = static_cast<unsigned char>(bytes.front());
+    const std::size_t wanted = lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 1;
+    if (lead < 0xC2 || lead > 0xF4) return 1;
+    const auto second = bytes.size() > 1 ? static_cast<unsigned char>(bytes[1]) : 0U;
+    const bool secondFits = (lead != 0xE0 || second >= 0xA0) && (lead != 0xED || second < 0xA0) &&
+                            (lead != 0xF0 || second >= 0x90) && (lead != 0xF4 || second < 0x90);
+    if (!secondFits) return 1;
+    std::size_t length = 1;
+    while (length < wanted && length < bytes.size() &&
+           (static_cast<unsigned char>(bytes[length]) & 0xC0) == 0x80) {
+        ++length;
+    }
+    return length;
+}
+
+bool turnsTheTerminal(char32_t codePoint) {
+    return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0) || codePoint == 0x2028 ||
+           codePoint == 0x2029 || codePoint == 0x200E || codePoint == 0x200F ||
+           codePoint == 0x061C || (codePoint >= 0x202A && codePoint <= 0x202E) ||
+           (codePoint >= 0x2066 && codePoint <= 0x2069);
+}
+
+std::string visibleEscape(char32_t codePoint) {
+    switch (codePoint) {
+    case '\n': return "\\n";
+    case '\r': return "\\r";
+    case '\t': return "\\t";
+    default:
+        return codePoint < 0x100
+                   ? fmt::format("\\x{:02X}", static_cast<unsigned>(codePoint))
+                   : fmt::format("\\u{{{:04X}}}", static_cast<unsigned>(codePoint));
+    }
+}
+
+} // namespace
+
+std::string utf8Text(char32_t codePoint) {
+    std::string text(4, '\0');
+    const auto length =
+        utf8proc_encode_char(static_cast<utf8proc_int32_t>(codePoint),
+                             reinterpret_cast<utf8proc_uint8_t*>(text.data()));
+    if (length < 1) return "\xEF\xBF\xBD";
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+std::string repairedUTF8(std::string_view bytes) {
+    if (isASCII(bytes)) return std::string(bytes);
+    std::string text;
+    text.reserve(bytes.size());
+    while (!bytes.empty()) {
+        const Decoded next = decodeNext(bytes);
+        const std::size_t length = next.isValid ? next.length : invalidLength(bytes);
+        text += next.isValid ? bytes.substr(0, length) : "\xEF\xBF\xBD";
+        bytes.remove_prefix(length);
+    }
+    return text;
+}
+
+std::string lowercased(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    if (isASCII(bytes)) {
+        for (const char byte : bytes) {
+            text += byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
+        }
+        return text;
+    }
+    const std::string repaired = repairedUTF8(bytes);
+    std::string_view rest = repaired;
+    while (!rest.empty()) {
+        const Decoded next = decodeNext(rest);
+        text += utf8Text(static_cast<char32_t>(
+            utf8proc_tolower(static_cast<utf8proc_int32_t>(next.codePoint))));
+        rest.remove_prefix(next.length);
+    }
+    return text;
+}
+
+std::string terminalSafe(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    while (!bytes.empty()) {
+        const Decoded next = decodeNext(bytes);
+        if (!next.isValid) {
+            text += fmt::format("\\x{:02X}", static_cast<unsigned char>(bytes.front()));
+        } else if (turnsTheTerminal(next.codePoint)) {
+            text += visibleEscape(next.codePoint);
+        } else {
+            text += bytes.substr(0, next.length);
+        }
+        bytes.remove_prefix(next.length);
+    }
+    return text;
+}
+
+} // namespace tidyro

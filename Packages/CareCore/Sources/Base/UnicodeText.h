@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// Text made from bytes that may be no text at all.
+namespace tidyro {
+
+/// One code point in UTF-8; U+FFFD for one that does not exist.
+[[nodiscard]] std::string utf8Text(char32_t codePoint);
+
+/// `bytes` as UTF-8, each invalid sequence replaced by one U+FFFD. Never fails.
+[[nodiscard]] std::string repairedUTF8(std::string_view bytes);
+
+/// `bytes` repaired, each code point in its simple lower case, whatever the locale.
+[[nodiscard]] std::string lowercased(std::string_view bytes);
+
+/// `bytes` as a person may safely see them on a terminal: control characters, line and paragraph
+/// separators and marks that turn the writing direction become visible escapes ("\n", "\x1B",
+/// "\u{202E}"), bytes that are no UTF-8 become "\xFF" escapes, everything else stays. A name must
+/// not drive the terminal.
+[[nodiscard]] std::string terminalSafe(std::string_view bytes);
+
+} // namespace tidyro

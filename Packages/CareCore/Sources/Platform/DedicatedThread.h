@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <thread>
+
+namespace tidyro::platform {
+
+enum class Quality : unsigned {
+    userInitiated = 25, ///< somebody waits for the result
+    utility = 17,
+};
+
+/// A thread of its own with a name that debuggers and profilers show. Joins when it goes.
+class DedicatedThread {
+  public:
+    DedicatedThread(std::string name, Quality quality, std::function<void()> work);
+
+    void join() { thread_.join(); }
+
+  private:
+    std::jthread thread_;
+};
+
+/// Names the calling thread; a system that keeps short names only gets the beginning and the
+/// trailing number.
+void nameThisThread(const std::string& name, Quality quality);
+
+} // namespace tidyro::platform

@@ -1,0 +1,154 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Base/SystemError.h"
+
+/// Reading folders by descriptor: a walk holds folders open and goes down by name, one component
+/// at a time, never following a link and never opening a full path. So no path is too long, and
+/// nothing that is moved meanwhile can lead a walk elsewhere.
+///
+///     auto root = FolderDescriptor::openRoot("/home/ada");
+///     FolderLister lister({.tellsClones = sharesBlocks(*root)});
+///     lister.begin(*root);
+///     while (const FolderEntry* entry = lister.next()) use(*entry);
+///     if (lister.error()) ...
+namespace tidyro::platform {
+
+enum class EntryType : std::uint8_t { file, folder, link };
+
+/// What the system says of one entry beside its sizes and dates; a set of bits.
+enum class EntryTrait : std::uint8_t {
+    hidden = 1,      ///< macOS: the hidden flag; Linux: the name begins with "."
+    dataless = 2,    ///< macOS: a placeholder of the cloud; Linux: never
+    compressed = 4,  ///< stored compressed by the file system
+    systemOwned = 8, ///< macOS: protected as part of the system; Linux: never
+    mountPoint = 16, ///< something else is mounted here
+};
+
+struct EntryTraits {
+    std::uint8_t bits = 0;
+    [[nodiscard]] bool has(EntryTrait trait) const noexcept {
+        return (bits & static_cast<std::uint8_t>(trait)) != 0;
+    }
+    void add(EntryTrait trait) noexcept { bits |= static_cast<std::uint8_t>(trait); }
+};
+
+/// Two names with the same identity are one file.
+struct FileIdentityKey {
+    std::uint64_t device;
+    std::uint64_t inode;
+    bool operator==(const FileIdentityKey&) const = default;
+};
+
+/// One entry of a folder. On Linux a folder's own facts are not among them: they are cheaper from
+/// its descriptor, once it is open (`FolderFacts`).
+struct FolderEntry {
+    std::string_view name; ///< bytes, no "/"; valid until the next call of `next`
+    EntryType type = EntryType::file;
+    EntryTraits traits;
+    bool hasFacts = false; ///< false: nothing below is known
+    std::uint32_t linkCount = 1;
+    std::uint32_t modified = 0;      ///< whole seconds since 1970, at the range's nearer end
+    std::uint32_t accessed = 0;      ///< likewise
+    std::uint64_t logicalSize = 0;   ///< bytes; 0 for folders
+    std::uint64_t allocatedSize = 0; ///< bytes on disk; 0 for folders
+    FileIdentityKey identity{};
+    /// Files with the same family share their blocks; 0 for none. Within one device.
+    std::uint64_t cloneFamily = 0;
+};
+
+/// A folder's own facts.
+struct FolderFacts {
+    FileIdentityKey identity;
+    EntryTraits traits;
+    std::uint32_t modified;
+    std::uint32_t accessed;
+};
+
+/// A folder held open. Closed by its owner's lifetime.
+class FolderDescriptor {
+  public:
+    FolderDescriptor() = default;
+    explicit FolderDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+    FolderDescriptor(FolderDescriptor&& other) noexcept;
+    FolderDescriptor& operator=(FolderDescriptor&& other) noexcept;
+    ~FolderDescriptor();
+
+    /// Opens the folder at a path; a link there is followed. ENOTDIR where it is no folder.
+    [[nodiscard]] static std::expected<FolderDescriptor, SystemError>
+    openRoot(const std::string& path);
+    /// Opens a folder inside this one; a link is not followed (ELOOP or ENOTDIR).
+    [[nodiscard]] std::expected<FolderDescriptor, SystemError> open(const char* name) const;
+
+    [[nodiscard]] std::expected<FolderFacts, SystemError> facts() const;
+    /// The facts of a folder inside this one, without opening it or following a link.
+    [[nodiscard]] std::expected<FolderFacts, SystemError> facts(const char* name) const;
+
+    [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
+    [[nodiscard]] int number() const noexcept { return descriptor_; }
+
+  private:
+    int descriptor_ = -1;
+};
+
+/// Whether files of this folder's volume may share blocks with one another.
+[[nodiscard]] bool sharesBlocks(const FolderDescriptor& folder);
+
+/// How many folders a walk may hold open at once, from the process's limit on open files.
+[[nodiscard]] std::size_t openFolderBudget();
+
+/// Whether an error of opening or reading means that the item is gone, or was replaced by
+/// something that is no folder, since its name was read.
+[[nodiscard]] bool meansVanished(SystemError error);
+
+/// Reads one folder after another into one buffer, allocated once. One thread uses a lister.
+class FolderLister {
+  public:
+    struct Options {
+        /// Ask for clone families. Costs nothing on macOS, an open file and a call on Linux for
+        /// each file that is large enough to be worth it.
+        bool tellsClones = false;
+        /// Reading ends with ECANCELED once this is true. Outlives the lister.
+        const std::atomic<bool>* cancelled = nullptr;
+        /// Runs after each bulk read; for tests and diagnostics.
+        std::function<void()> afterBulkRead = nullptr;
+    };
+
+    /// Files below this many bytes have no clone family on Linux.
+    static constexpr std::uint64_t smallestClone = 131'072;
+    /// Bytes of one bulk read.
+    static constexpr std::size_t bufferSize = 262'144;
+
+    explicit FolderLister(Options options);
+    ~FolderLister();
+    FolderLister(const FolderLister&) = delete;
+    FolderLister& operator=(const FolderLister&) = delete;
+
+    /// Starts on a folder, which stays open until its last entry was read.
+    void begin(const FolderDescriptor& folder);
+    /// The next entry, "." and ".." left out, entries that vanished meanwhile passed over. None at
+    /// the end, and after an error.
+    [[nodiscard]] const FolderEntry* next();
+    /// Why reading ended early; its code is 0 when it did not.
+    [[nodiscard]] SystemError error() const noexcept { return error_; }
+
+  private:
+    struct Body;
+
+    [[nodiscard]] bool refill();
+
+    Options options_;
+    std::unique_ptr<Body> body_;
+    SystemError error_{0};
+    FolderEntry entry_;
+};
+
+} // namespace tidyro::platform

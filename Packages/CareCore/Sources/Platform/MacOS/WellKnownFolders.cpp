@@ -1,0 +1,15 @@
+#include "Platform/WellKnownFolders.h"
+
+#include <unistd.h>
+
+namespace tidyro::platform {
+
+FileURL applicationSupportFolder() {
+    return homeFolder().appendingFolder("Library/Application Support");
+}
+
+TrashPlaces trashPlaces() {
+    return {.belowHome = {".Trash"}, .belowVolume = {".Trashes/" + std::to_string(::getuid())}};
+}
+
+} // namespace tidyro::platform

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "Base/FileURL.h"
+#include "Base/Timestamp.h"
+#include "Platform/WellKnownFolders.h"
+#include "StorageEngine/DiskTree/DiskGroup.h"
+#include "StorageEngine/DiskTree/DiskTree.h"
+#include "StorageEngine/DiskTree/ProjectFolderJudge.h"
+
+namespace tidyro {
+
+/// The items of a tree that Cleanup knows something about, sorted into its groups.
+///
+///     const DiskSorting sorting(tree, ProjectFolderJudge::live(), DiskSorting::Options::current());
+///     sorting.items(DiskGroup::trash).size();
+///     sorting.bytes(DiskGroup::trash);
+///
+/// Going down from the root, an item is placed in the first group that takes it and counted once;
+/// nothing inside a placed item is placed again, and nothing that was moved away is placed at all.
+class DiskSorting {
+  public:
+    struct Options {
+        FileURL home;
+        Timestamp now;
+        platform::TrashPlaces trash;
+        /// This user's home and Trash, now.
+        [[nodiscard]] static Options current();
+    };
+
+    DiskSorting(const DiskTree& tree, const ProjectFolderJudge& judge, const Options& options);
+
+    [[nodiscard]] std::span<const NodeNumber> items(DiskGroup group) const {
+        return items_[static_cast<std::size_t>(group)];
+    }
+    /// Bytes on disk of the group's items.
+    [[nodiscard]] std::uint64_t bytes(DiskGroup group) const {
+        return bytes_[static_cast<std::size_t>(group)];
+    }
+
+  private:
+    std::array<std::vector<NodeNumber>, diskGroupCount> items_;
+    std::array<std::uint64_t, diskGroupCount> bytes_{};
+};
+
+} // namespace tidyro

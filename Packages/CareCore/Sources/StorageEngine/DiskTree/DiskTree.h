@@ -1,0 +1,172 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <optional>
+#include <ranges>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Base/FileURL.h"
+#include "Base/Timestamp.h"
+#include "StorageEngine/DiskTree/ContentKind.h"
+#include "StorageEngine/DiskTree/DiskTreeColumns.h"
+
+namespace tidyro {
+
+/// The result of reading one folder or volume: every file, folder, package and link below a root
+/// with its sizes, dates, kind and flags.
+///
+///     for (const NodeNumber node : tree.largestFiles({.limit = 10, .onDisk = true})) {
+///         use(tree.path(node), tree.size(node, true));
+///     }
+///
+/// A disk holds millions of items, so the tree is a set of parallel columns and an item is a
+/// number: 53 bytes a node and its name. The root is node 0, the children of a node are
+/// consecutive; beyond that the order of nodes means nothing.
+///
+/// Sizes are bytes; `onDisk` asks for allocated sizes, otherwise for logical ones. A folder's are
+/// the totals of its subtree, in which folders themselves hold nothing, a link its own few bytes
+/// and a hard-linked file counts once. Immutable, so any number of threads may read it. A number
+/// that is no node of the tree is a programming fault and stops the program.
+class DiskTree {
+  public:
+    using Flags = DiskTreeFlags;
+    using Columns = DiskTreeColumns;
+
+    /// Takes columns that are whole: every per-node column as long as the others, subtree totals
+    /// made (see `totalSubtrees`).
+    explicit DiskTree(Columns columns);
+
+    static constexpr NodeNumber root = 0;
+
+    [[nodiscard]] NodeNumber count() const noexcept {
+        return static_cast<NodeNumber>(columns_.parent.size());
+    }
+    [[nodiscard]] const Columns& columns() const noexcept { return columns_; }
+    [[nodiscard]] const FileURL& rootURL() const noexcept { return columns_.rootURL; }
+    [[nodiscard]] double duration() const noexcept { return columns_.duration; } ///< seconds
+    [[nodiscard]] Timestamp finishedAt() const noexcept { return columns_.finishedAt; }
+    /// Folders that could not be read.
+    [[nodiscard]] std::int64_t deniedCount() const noexcept { return columns_.deniedCount; }
+
+    // One node -------------------------------------------------------------------------------
+
+    [[nodiscard]] std::uint64_t size(NodeNumber node, bool onDisk) const;
+    [[nodiscard]] ContentKind kind(NodeNumber node) const { return columns_.kind[at(node)]; }
+    [[nodiscard]] Flags flags(NodeNumber node) const { return columns_.flags[at(node)]; }
+    [[nodiscard]] bool isDirectory(NodeNumber node) const {
+        return flags(node).contains(Flags::directory);
+    }
+    /// Nodes of the subtree that are no folders, and those that are; the node itself not counted.
+    [[nodiscard]] std::uint32_t fileCount(NodeNumber node) const {
+        return columns_.fileCount[at(node)];
+    }
+    [[nodiscard]] std::uint32_t folderCount(NodeNumber node) const {
+        return columns_.folderCount[at(node)];
+    }
+    /// The name's bytes as they are on disk; valid as long as the tree.
+    [[nodiscard]] std::string_view nameBytes(NodeNumber node) const;
+    /// The name as text, invalid UTF-8 replaced.
+    [[nodiscard]] std::string name(NodeNumber node) const;
+    /// The absolute path, its bytes as they are on disk, built on demand.
+    [[nodiscard]] std::string path(NodeNumber node) const;
+    [[nodiscard]] FileURL url(NodeNumber node) const;
+    [[nodiscard]] Timestamp modifiedDate(NodeNumber node) const;
+    /// The later of the last modification and the last access, seconds since 1970.
+    [[nodiscard]] std::uint32_t lastUsedSeconds(NodeNumber node) const;
+    [[nodiscard]] Timestamp lastUsedDate(NodeNumber node) const;
+
+    // Its surroundings -----------------------------------------------------------------------
+
+    /// Negative for the root.
+    [[nodiscard]] NodeNumber parent(NodeNumber node) const { return columns_.parent[at(node)]; }
+    [[nodiscard]] std::ranges::iota_view<NodeNumber, NodeNumber> children(NodeNumber node) const;
+    /// The chain of parents up to the root, nearest first.
+    [[nodiscard]] std::vector<NodeNumber> ancestors(NodeNumber node) const;
+    /// Children by size, largest first; equal sizes in no particular order.
+    [[nodiscard]] std::vector<NodeNumber> sortedChildren(NodeNumber node, bool onDisk) const;
+    /// Size divided by the parent's; 0 for the root and below a parent of size 0.
+    [[nodiscard]] double shareOfParent(NodeNumber node, bool onDisk) const;
+    /// The node of an absolute path, none when the path is not in the tree.
+    [[nodiscard]] std::optional<NodeNumber> index(std::string_view path) const;
+    /// The child of this name.
+    [[nodiscard]] std::optional<NodeNumber> child(NodeNumber folder, std::string_view name) const;
+    /// Visits every node of the subtree once, those that were moved away too.
+    void forEachDescendant(NodeNumber node, bool includingSelf,
+                           const std::function<void(NodeNumber)>& body) const;
+    /// Whether the node's folder or one above it, but none above `below`, holds a ".git". False
+    /// for a number that is no node.
+    [[nodiscard]] bool isInGitWorkingCopy(NodeNumber node,
+                                          std::optional<NodeNumber> below = std::nullopt) const;
+
+    // Rankings: largest first, nothing that was moved away -------------------------------------
+
+    struct Ranking {
+        NodeNumber under = root;
+        std::int64_t limit;
+        bool onDisk;
+    };
+    using Accept = std::function<bool(NodeNumber)>;
+
+    /// Nodes that are no folders, of which `where` (if there is one) is true.
+    [[nodiscard]] std::vector<NodeNumber> largestFiles(const Ranking& ranking,
+                                                       const Accept& where = nullptr) const;
+    [[nodiscard]] std::vector<NodeNumber> largestFolders(const Ranking& ranking) const;
+    /// Files of at least `minimumBytes` whose last use lies before `since` (seconds since 1970).
+    [[nodiscard]] std::vector<NodeNumber> untouchedFiles(const Ranking& ranking,
+                                                         std::uint32_t since,
+                                                         std::uint64_t minimumBytes) const;
+    /// Nodes whose lower-cased name contains the lower-cased text.
+    [[nodiscard]] std::vector<NodeNumber> matching(std::string_view name,
+                                                   const Ranking& ranking) const;
+
+    // Sums over a subtree, the node itself included, nothing that was moved away ---------------
+
+    /// Bytes of files by kind, indexed by the kind's raw value.
+    [[nodiscard]] std::array<std::uint64_t, contentKindCount> bytesByKind(NodeNumber under,
+                                                                          bool onDisk) const;
+    /// What is missing from logical to allocated in the files that the file system compressed.
+    [[nodiscard]] std::uint64_t compressionSavings(NodeNumber node) const;
+    /// What further clones would have allocated, had each blocks of its own (whole 4 KiB blocks).
+    [[nodiscard]] std::uint64_t cloneSavings(NodeNumber node) const;
+    [[nodiscard]] bool hasSharedStorage() const;
+    [[nodiscard]] std::uint64_t sharedStorageBytes(NodeNumber node, bool onDisk) const;
+
+    // Other trees ------------------------------------------------------------------------------
+
+    /// A copy that shows the disk after the items at these paths went: they are flagged
+    /// `movedAway` and leave every total above them. Paths that are not in the tree change
+    /// nothing.
+    [[nodiscard]] DiskTree removing(const std::set<std::string>& paths) const;
+
+    struct ExampleFile {
+        std::string path; ///< relative to the root, or absolute inside it
+        std::uint64_t bytes;
+        std::optional<std::uint64_t> allocatedBytes = std::nullopt; ///< `bytes` when absent
+        Timestamp modified = Timestamp::since1970(0);
+        std::optional<Timestamp> accessed = std::nullopt;
+    };
+    /// A small tree made by hand, with the folders that the paths name. Of two files with one path
+    /// the later counts; a path that runs through a file is passed over.
+    [[nodiscard]] static DiskTree example(const FileURL& root,
+                                          const std::vector<ExampleFile>& files);
+
+  private:
+    [[nodiscard]] std::size_t at(NodeNumber node) const;
+    [[nodiscard]] bool wasMovedAway(NodeNumber node) const {
+        return flags(node).contains(Flags::movedAway);
+    }
+    template <class Body> void forEachPresent(NodeNumber node, Body body) const;
+    template <class AcceptNode>
+    [[nodiscard]] std::vector<NodeNumber> largest(const Ranking& ranking, AcceptNode accept) const;
+    template <class Amount> [[nodiscard]] std::uint64_t summed(NodeNumber node, Amount amount) const;
+
+    Columns columns_;
+};
+
+} // namespace tidyro

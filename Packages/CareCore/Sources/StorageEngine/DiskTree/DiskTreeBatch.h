@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "Base/GrowingArray.h"
+#include "Platform/FolderReading.h"
+#include "StorageEngine/DiskTree/DiskTreeColumns.h"
+#include "StorageEngine/DiskTree/PlaceTree.h"
+#include "StorageEngine/DiskTree/SeenSet.h"
+
+namespace tidyro {
+
+/// What a folder's place tells about the entries in it.
+struct FolderSurroundings {
+    std::optional<ContentKind> context; ///< inherited by all of them
+    bool isStartupDiskRoot = false;
+    bool descends = true; ///< false at the walk's maximum depth
+    const PlaceTree::Branch* places = nullptr; ///< places to skip, here or below
+};
+
+/// The entries of one folder, gathered by a thread without the walk's lock, in the columns of the
+/// tree so that taking them over is a handful of block copies.
+class DiskTreeBatch {
+  public:
+    /// A folder among the entries that is to be read.
+    struct Descent {
+        std::size_t slot; ///< among this batch's entries
+        std::optional<ContentKind> context;
+        const PlaceTree::Branch* places;
+    };
+
+    void clear();
+    void add(const platform::FolderEntry& entry, const FolderSurroundings& surroundings);
+
+    /// Finds the further links and clones among the entries: they keep their place and give up the
+    /// bytes that were counted with the first.
+    void settleShared(SeenSet& hardLinks, SeenSet& clones);
+
+    /// Appends the entries as children of `parent`. The batch is spent, and gives back what a very
+    /// large folder made it take.
+    void moveInto(DiskTreeColumns& columns, NodeNumber parent);
+
+    [[nodiscard]] std::size_t count() const { return flags_.size(); }
+    [[nodiscard]] std::size_t nameByteCount() const { return names_.size(); }
+    [[nodiscard]] std::uint64_t folders() const { return folders_; }
+    [[nodiscard]] std::uint64_t logicalTotal() const { return logicalTotal_; }
+    [[nodiscard]] std::uint64_t allocatedTotal() const { return allocatedTotal_; }
+    [[nodiscard]] const std::vector<Descent>& descents() const { return descents_; }
+
+  private:
+    struct Shared {
+        std::size_t slot;
+        platform::FileIdentityKey key;
+    };
+
+    void addFolder(const platform::FolderEntry& entry, const FolderSurroundings& surroundings,
+                   const PlaceTree::Branch* places);
+    void addFile(const platform::FolderEntry& entry, const FolderSurroundings& surroundings);
+    void push(const platform::FolderEntry& entry, ContentKind kind, DiskTreeFlags flags);
+
+    GrowingArray<char> names_;
+    GrowingArray<std::uint16_t> nameLengths_;
+    GrowingArray<std::uint64_t> logical_;
+    GrowingArray<std::uint64_t> allocated_;
+    GrowingArray<std::uint32_t> modified_;
+    GrowingArray<std::uint32_t> accessed_;
+    GrowingArray<ContentKind> kinds_;
+    GrowingArray<DiskTreeFlags> flags_;
+    std::vector<Descent> descents_;
+    std::vector<Shared> hardLinks_;
+    std::vector<Shared> clones_;
+    std::uint64_t folders_ = 0;
+    std::uint64_t logicalTotal_ = 0;
+    std::uint64_t allocatedTotal_ = 0;
+};
+
+} // namespace tidyro

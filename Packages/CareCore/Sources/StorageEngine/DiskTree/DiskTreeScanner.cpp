@@ -1,0 +1,72 @@
+#include "StorageEngine/DiskTree/DiskTreeScanner.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <stop_token>
+#include <thread>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Platform/FolderReading.h"
+#include "StorageEngine/DiskTree/DiskTreeWalk.h"
+
+namespace tidyro {
+
+namespace {
+
+std::int64_t defaultWorkerCount() {
+    return std::clamp<std::int64_t>(std::thread::hardware_concurrency(), 4, 12);
+}
+
+struct Describe {
+    std::string operator()(const DiskTreeScanner::NotADirectory& error) const {
+        return fmt::format("{} is not a folder.", error.url.path());
+    }
+    std::string operator()(const DiskTreeScanner::Unreadable& error) const {
+        return fmt::format("macOS would not let Tidyro read {} ({}).", error.url.path(),
+                           error.error.description());
+    }
+    std::string operator()(const CancellationError&) const { return "The scan was cancelled."; }
+};
+
+} // namespace
+
+std::string DiskTreeScanner::description(const ScanError& error) {
+    return std::visit(Describe{}, error);
+}
+
+DiskTreeScanner::DiskTreeScanner(std::optional<std::int64_t> workers, double interval)
+    : workerCount(std::max<std::int64_t>(workers.value_or(defaultWorkerCount()), 1)),
+      progressInterval(interval) {}
+
+std::expected<DiskTree, DiskTreeScanner::ScanError>
+DiskTreeScanner::scan(const FileURL& url, const ProgressHandler& progress,
+                      const CancelToken& cancel) const {
+    auto root = platform::FolderDescriptor::openRoot(url.path());
+    if (!root && root.error().code == ENOTDIR) return std::unexpected(NotADirectory{url});
+    if (!root) return std::unexpected(Unreadable{url, root.error()});
+    DiskTreeWalk walk({.rootURL = url,
+                       .root = std::move(*root),
+                       .workerCount = static_cast<std::size_t>(std::max<std::int64_t>(workerCount, 1)),
+                       .progressInterval = progressInterval,
+                       .skipping = skipping,
+                       .skippingContentsOf = skippingContentsOf,
+                       .progressHandler = progress,
+                       .afterBulkRead = afterBulkRead});
+    const std::stop_callback cancelling(cancel, [&walk] { walk.cancel(); });
+    return walk.run();
+}
+
+DiskTreeScanner::GuardedFolders DiskTreeScanner::privacyGuardedFolders(const FileURL& home) {
+    GuardedFolders guarded;
+    for (const char* place : {"Library/Mobile Documents", "Library/CloudStorage"}) {
+        guarded.skipping.insert(home.appending(place).path());
+    }
+    for (const char* place : {"Library/Containers", "Library/Group Containers"}) {
+        guarded.skippingContentsOf.insert(home.appending(place).path());
+    }
+    return guarded;
+}
+
+} // namespace tidyro

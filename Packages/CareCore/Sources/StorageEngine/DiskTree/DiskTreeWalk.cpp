@@ -1,0 +1,301 @@
+#include "StorageEngine/DiskTree/DiskTreeWalk.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Base/Saturating.h"
+#include "Platform/DedicatedThread.h"
+
+namespace tidyro {
+
+using platform::EntryTrait;
+using platform::FolderDescriptor;
+using platform::FolderFacts;
+
+DiskTreeWalk::DiskTreeWalk(Options options)
+    : rootURL_(std::move(options.rootURL)), workerCount_(options.workerCount),
+      progressInterval_(options.progressInterval),
+      progressHandler_(std::move(options.progressHandler)),
+      afterBulkRead_(std::move(options.afterBulkRead)), maximumDepth_(options.maximumDepth),
+      places_(rootURL_.path(), options.skipping, options.skippingContentsOf),
+      startedAt_(Clock::now()),
+      openFolders_(std::move(options.root), platform::openFolderBudget()),
+      lastProgressAt_(startedAt_) {}
+
+std::expected<DiskTree, DiskTreeScanner::ScanError> DiskTreeWalk::run() {
+    const FolderDescriptor& root = openFolders_.folder(0);
+    if (const auto facts = root.facts()) rootDevice_ = facts->identity.device;
+    tellsClones_ = platform::sharesBlocks(root);
+    appendRoot();
+    {
+        std::vector<platform::DedicatedThread> workers;
+        workers.reserve(workerCount_);
+        for (std::size_t i = 1; i <= workerCount_; ++i) {
+            workers.emplace_back(fmt::format("Tidyro disk scan {}", i),
+                                 platform::Quality::userInitiated, [this] { work(); });
+        }
+    }
+    return finish();
+}
+
+void DiskTreeWalk::cancel() {
+    const std::lock_guard lock(mutex_);
+    cancelled_ = true;
+    ready_.notify_all();
+}
+
+void DiskTreeWalk::appendRoot() {
+    const auto context = contentKindContextOfPath(rootURL_.path());
+    const std::string_view name = rootURL_.lastComponent();
+    DiskTreeFlags flags(DiskTreeFlags::directory);
+    if (isPackageFolder(name)) flags.insert(DiskTreeFlags::package);
+    if (context == ContentKind::system) flags.insert(DiskTreeFlags::systemOwned);
+    columns_.parent.push(-1);
+    columns_.childStart.push(0);
+    columns_.childCount.push(0);
+    columns_.nameStart.push(0);
+    columns_.nameLength.push(static_cast<std::uint16_t>(name.size()));
+    columns_.nameBytes.append({name.data(), name.size()});
+    columns_.logicalSize.push(0);
+    columns_.allocatedSize.push(0);
+    columns_.modified.push(0);
+    columns_.accessed.push(0);
+    columns_.kind.push(context.value_or(ContentKind::other));
+    columns_.flags.push(flags);
+    jobs_.push_back({.index = 0, .from = 0, .depth = 0, .context = context, .places = places_.top()});
+    openFolders_.retain(0, 1);
+}
+
+void DiskTreeWalk::work() {
+    platform::FolderLister lister({.tellsClones = tellsClones_,
+                                   .cancelled = &cancelled_,
+                                   .afterBulkRead = afterBulkRead_});
+    Reading reading{};
+    std::vector<FolderDescriptor> closing;
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        ready_.wait(lock, [&] { return cancelled_ || failure_ || !jobs_.empty() || pending_ == 0; });
+        if (cancelled_ || failure_ || jobs_.empty()) {
+            ready_.notify_all();
+            return;
+        }
+        takeJob(reading);
+        lock.unlock();
+        closing.clear();
+        read(reading, lister);
+        lock.lock();
+        commit(reading, closing);
+        if (const auto progress = dueProgress(reading)) {
+            lock.unlock();
+            report(*progress);
+            lock.lock();
+        }
+    }
+}
+
+void DiskTreeWalk::takeJob(Reading& reading) {
+    reading.job = jobs_.back();
+    jobs_.pop_back();
+    ++pending_;
+    reading.from = &openFolders_.folder(reading.job.from);
+    reading.routeLength = 0;
+    const NodeNumber from = openFolders_.node(reading.job.from);
+    for (NodeNumber node = reading.job.index; node != from;
+         node = columns_.parent[static_cast<std::size_t>(node)]) {
+        if (reading.routeLength == reading.route.size()) reading.route.emplace_back();
+        reading.route[reading.routeLength++].assign(nameSoFar(node));
+    }
+    std::reverse(reading.route.begin(),
+                 reading.route.begin() + static_cast<std::ptrdiff_t>(reading.routeLength));
+}
+
+void DiskTreeWalk::read(Reading& reading, platform::FolderLister& lister) {
+    reading.batch.clear();
+    reading.facts.reset();
+    reading.outcome = Outcome::read;
+    open(reading);
+    if (reading.outcome != Outcome::read) return;
+
+    const FolderSurroundings surroundings{.context = reading.job.context,
+                                          .isStartupDiskRoot = reading.job.index == 0 &&
+                                                               rootURL_.path() == "/",
+                                          .descends = reading.job.depth < maximumDepth_,
+                                          .places = reading.job.places};
+    lister.begin(reading.folder.isOpen() ? reading.folder : *reading.from);
+    while (const platform::FolderEntry* entry = lister.next()) {
+        reading.batch.add(*entry, surroundings);
+    }
+    if (lister.error().code != 0) close(reading, Outcome::denied, lister.error());
+}
+
+/// Goes down the route. The root's is empty: it is read through the descriptor it came with.
+void DiskTreeWalk::open(Reading& reading) {
+    reading.folder = {};
+    const FolderDescriptor* parent = reading.from;
+    FolderDescriptor between;
+    for (std::size_t i = 0; i < reading.routeLength; ++i) {
+        auto next = parent->open(reading.route[i].c_str());
+        if (!next) {
+            const bool isLeaf = i + 1 == reading.routeLength;
+            if (const auto facts = parent->facts(reading.route[i].c_str()); isLeaf && facts) {
+                reading.facts = *facts;
+            }
+            return close(reading, Outcome::denied, next.error());
+        }
+        between = std::move(reading.folder);
+        reading.folder = std::move(*next);
+        parent = &reading.folder;
+    }
+    const auto facts = parent->facts();
+    if (!facts) return close(reading, Outcome::denied, facts.error());
+    reading.facts = *facts;
+    const bool isRoot = reading.routeLength == 0;
+    if (!isRoot && (facts->traits.has(EntryTrait::mountPoint) ||
+                    facts->identity.device != rootDevice_)) {
+        close(reading, Outcome::mountPoint, {0});
+    }
+}
+
+/// Ends the reading of a folder without its contents.
+void DiskTreeWalk::close(Reading& reading, Outcome outcome, SystemError error) {
+    reading.folder = {};
+    reading.batch.clear();
+    reading.error = error;
+    if (error.code == ECANCELED) outcome = Outcome::unread;
+    if (outcome == Outcome::denied && reading.job.index != 0 && platform::meansVanished(error)) {
+        outcome = Outcome::vanished;
+    }
+    reading.outcome = outcome;
+}
+
+void DiskTreeWalk::commit(Reading& reading, std::vector<FolderDescriptor>& closing) {
+    const auto node = static_cast<std::size_t>(reading.job.index);
+    --pending_;
+    if (reading.facts) {
+        columns_.modified[node] = reading.facts->modified;
+        columns_.accessed[node] = reading.facts->accessed;
+    }
+    switch (reading.outcome) {
+    case Outcome::unread: break;
+    case Outcome::vanished: vanished_.push_back(reading.job.index); break;
+    case Outcome::mountPoint: columns_.flags[node].insert(DiskTreeFlags::mountPoint); break;
+    case Outcome::denied:
+        if (reading.job.index == 0) return fail(reading.error);
+        columns_.flags[node].insert(DiskTreeFlags::denied);
+        ++columns_.deniedCount;
+        ++progress_.denied;
+        break;
+    case Outcome::read: {
+        if (!fits(reading.batch)) return fail({EOVERFLOW});
+        reading.batch.settleShared(seenHardLinks_, seenClones_);
+        progress_.items += reading.batch.count();
+        progress_.folders += reading.batch.folders();
+        progress_.logicalBytes =
+            saturatingAdd(progress_.logicalBytes, reading.batch.logicalTotal());
+        progress_.allocatedBytes =
+            saturatingAdd(progress_.allocatedBytes, reading.batch.allocatedTotal());
+        const auto firstChild = static_cast<NodeNumber>(columns_.parent.size());
+        columns_.childStart[node] = firstChild;
+        columns_.childCount[node] = static_cast<std::int32_t>(reading.batch.count());
+        reading.batch.moveInto(columns_, reading.job.index);
+        pushDescents(reading, firstChild);
+        break;
+    }
+    }
+    closing.push_back(std::move(reading.folder));
+    closing.push_back(openFolders_.release(reading.job.from));
+    if (jobs_.empty() && pending_ == 0) ready_.notify_all();
+}
+
+void DiskTreeWalk::pushDescents(Reading& reading, NodeNumber firstChild) {
+    const auto& descents = reading.batch.descents();
+    if (descents.empty()) return;
+    const auto waiting = static_cast<std::uint32_t>(descents.size());
+    OpenFolders::Slot from = reading.job.from;
+    if (reading.folder.isOpen() && openFolders_.hasRoom()) {
+        from = openFolders_.hold(std::move(reading.folder), reading.job.index, waiting);
+    } else {
+        openFolders_.retain(from, waiting);
+    }
+    for (const DiskTreeBatch::Descent& descent : descents) {
+        jobs_.push_back({.index = firstChild + static_cast<NodeNumber>(descent.slot),
+                         .from = from,
+                         .depth = reading.job.depth + 1,
+                         .context = descent.context,
+                         .places = descent.places});
+    }
+    // This worker takes one itself.
+    for (std::uint32_t i = 1; i < waiting && i < workerCount_; ++i) ready_.notify_one();
+}
+
+bool DiskTreeWalk::fits(const DiskTreeBatch& batch) const {
+    constexpr std::size_t mostNodes = std::numeric_limits<NodeNumber>::max();
+    constexpr std::size_t mostNameBytes = std::numeric_limits<std::uint32_t>::max();
+    return batch.count() <= mostNodes - columns_.parent.size() &&
+           batch.nameByteCount() <= mostNameBytes - columns_.nameBytes.size();
+}
+
+/// Ends the walk: its root cannot be read, or the tree outgrew what node numbers can count.
+void DiskTreeWalk::fail(SystemError error) {
+    if (!failure_) failure_ = error;
+    ready_.notify_all();
+}
+
+std::optional<DiskTreeScanner::Progress> DiskTreeWalk::dueProgress(const Reading& reading) {
+    if (!progressHandler_) return std::nullopt;
+    const auto now = Clock::now();
+    if (std::chrono::duration<double>(now - lastProgressAt_).count() < progressInterval_) {
+        return std::nullopt;
+    }
+    lastProgressAt_ = now;
+    DiskTreeScanner::Progress progress = progress_;
+    progress.currentPath = pathSoFar(reading.job.index);
+    progress.elapsed = elapsed();
+    return progress;
+}
+
+void DiskTreeWalk::report(const DiskTreeScanner::Progress& progress) {
+    // A handler slower than the interval misses reports, rather than holding up the scan.
+    if (const std::unique_lock once(reporting_, std::try_to_lock); once.owns_lock()) {
+        progressHandler_(progress);
+    }
+}
+
+std::string_view DiskTreeWalk::nameSoFar(NodeNumber node) const {
+    const auto i = static_cast<std::size_t>(node);
+    return {columns_.nameBytes.data() + columns_.nameStart[i], columns_.nameLength[i]};
+}
+
+std::string DiskTreeWalk::pathSoFar(NodeNumber node) const {
+    std::vector<std::string_view> names;
+    for (; node > 0; node = columns_.parent[static_cast<std::size_t>(node)]) {
+        names.push_back(nameSoFar(node));
+    }
+    std::string path = rootURL_.path();
+    for (auto name = names.rbegin(); name != names.rend(); ++name) {
+        if (!path.ends_with('/')) path += '/';
+        path += *name;
+    }
+    return path;
+}
+
+double DiskTreeWalk::elapsed() const {
+    return std::chrono::duration<double>(Clock::now() - startedAt_).count();
+}
+
+std::expected<DiskTree, DiskTreeScanner::ScanError> DiskTreeWalk::finish() {
+    if (cancelled_) return std::unexpected(CancellationError{});
+    if (failure_) return std::unexpected(DiskTreeScanner::Unreadable{rootURL_, *failure_});
+    std::ranges::sort(vanished_);
+    removeNodes(columns_, vanished_);
+    totalSubtrees(columns_);
+    columns_.rootURL = rootURL_;
+    columns_.duration = elapsed();
+    columns_.finishedAt = Timestamp::now();
+    return DiskTree(std::move(columns_));
+}
+
+} // namespace tidyro

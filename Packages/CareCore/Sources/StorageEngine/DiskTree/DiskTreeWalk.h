@@ -1,0 +1,129 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <limits>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Base/SystemError.h"
+#include "Platform/FolderReading.h"
+#include "StorageEngine/DiskTree/DiskTreeBatch.h"
+#include "StorageEngine/DiskTree/DiskTreeScanner.h"
+#include "StorageEngine/DiskTree/OpenFolders.h"
+
+namespace tidyro {
+
+/// One scan: its threads, its stack of folders to read and its growing tree.
+///
+/// Workers take the folder pushed last, so the walk goes depth-first and the stack stays small.
+/// The slow part, reading a folder, runs without the lock into the worker's own batch; under the
+/// one lock the batch is appended and the next folder taken. Each pushed folder wakes one worker.
+class DiskTreeWalk {
+  public:
+    struct Options {
+        FileURL rootURL;
+        platform::FolderDescriptor root; ///< open at `rootURL`
+        std::size_t workerCount;         ///< at least 1
+        double progressInterval;         ///< seconds
+        std::set<std::string> skipping = {};
+        std::set<std::string> skippingContentsOf = {};
+        DiskTreeScanner::ProgressHandler progressHandler = nullptr;
+        std::function<void()> afterBulkRead = nullptr;
+        std::uint32_t maximumDepth = std::numeric_limits<std::uint32_t>::max();
+    };
+
+    explicit DiskTreeWalk(Options options);
+
+    /// Reads everything and returns the tree. Once only.
+    [[nodiscard]] std::expected<DiskTree, DiskTreeScanner::ScanError> run();
+
+    /// From any thread, any number of times: `run` ends soon with a CancellationError.
+    void cancel();
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    /// A folder that waits to be read.
+    struct Job {
+        NodeNumber index;
+        OpenFolders::Slot from; ///< the open folder it is reached from
+        std::uint32_t depth;
+        std::optional<ContentKind> context;
+        const PlaceTree::Branch* places;
+    };
+
+    enum class Outcome { read, denied, mountPoint, vanished, unread };
+
+    /// What a worker learns of one folder, gathered without the lock.
+    struct Reading {
+        Job job;
+        const platform::FolderDescriptor* from; ///< the open folder of `job.from`
+        /// The names from there down to the folder, the first `routeLength` of them.
+        std::vector<std::string> route;
+        std::size_t routeLength;
+        platform::FolderDescriptor folder;
+        std::optional<platform::FolderFacts> facts;
+        Outcome outcome;
+        SystemError error;
+        DiskTreeBatch batch;
+    };
+
+    void work();
+    // Under the lock.
+    void takeJob(Reading& reading);
+    void commit(Reading& reading, std::vector<platform::FolderDescriptor>& closing);
+    void pushDescents(Reading& reading, NodeNumber firstChild);
+    [[nodiscard]] bool fits(const DiskTreeBatch& batch) const;
+    [[nodiscard]] std::optional<DiskTreeScanner::Progress> dueProgress(const Reading& reading);
+    void fail(SystemError error);
+    // Without the lock.
+    void read(Reading& reading, platform::FolderLister& lister);
+    void open(Reading& reading);
+    void close(Reading& reading, Outcome outcome, SystemError error);
+    void report(const DiskTreeScanner::Progress& progress);
+
+    void appendRoot();
+    [[nodiscard]] std::string pathSoFar(NodeNumber node) const;
+    [[nodiscard]] std::string_view nameSoFar(NodeNumber node) const;
+    [[nodiscard]] double elapsed() const;
+    [[nodiscard]] std::expected<DiskTree, DiskTreeScanner::ScanError> finish();
+
+    // Set once, read by all.
+    FileURL rootURL_;
+    std::size_t workerCount_;
+    double progressInterval_;
+    DiskTreeScanner::ProgressHandler progressHandler_;
+    std::function<void()> afterBulkRead_;
+    std::uint32_t maximumDepth_;
+    PlaceTree places_;
+    Clock::time_point startedAt_;
+    std::uint64_t rootDevice_ = 0;
+    bool tellsClones_ = false;
+    std::atomic<bool> cancelled_ = false;
+
+    // Under the lock.
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::vector<Job> jobs_;
+    std::size_t pending_ = 0; ///< folders taken but not yet committed
+    std::optional<SystemError> failure_;
+    OpenFolders openFolders_;
+    SeenSet seenHardLinks_;
+    SeenSet seenClones_;
+    DiskTreeColumns columns_;
+    std::vector<NodeNumber> vanished_;
+    DiskTreeScanner::Progress progress_;
+    Clock::time_point lastProgressAt_;
+
+    std::mutex reporting_; ///< one progress report at a time
+};
+
+} // namespace tidyro

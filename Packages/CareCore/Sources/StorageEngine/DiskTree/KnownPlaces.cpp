@@ -1,0 +1,134 @@
+#include "StorageEngine/DiskTree/KnownPlaces.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "Base/PathText.h"
+
+namespace tidyro {
+
+namespace {
+
+using enum KnownPlace::Unit;
+using enum DiskGroup;
+
+constexpr double tenMinutes = 600;
+constexpr double hour = 3'600;
+constexpr double day = 86'400;
+
+/// The Finder's own files, in any folder.
+constexpr std::array<std::string_view, 2> finderFiles{".DS_Store", ".localized"};
+
+/// Caches that the system keeps for itself and refuses to give up.
+constexpr std::array<std::string_view, 6> systemCaches{
+    "CloudKit",       "FamilyCircle",       "com.apple.HomeKit",
+    "com.apple.homed", "com.apple.containermanagerd", "com.apple.ap.adprivacyd"};
+
+/// Xcode does not build this one again by itself.
+constexpr std::array<std::string_view, 1> compilationCache{"CompilationCache.noindex"};
+
+/// The list of the simulators; without it all of them are lost.
+constexpr std::array<std::string_view, 1> deviceSet{"device_set.plist"};
+
+constexpr std::array<KnownPlace, 34> places{{
+    {"caches", "Library/Caches", eachChild, applicationCaches, tenMinutes, systemCaches},
+    {"sandboxed-caches", "Library/Containers/*/Data/Library/Caches", eachChild, sandboxedCaches,
+     tenMinutes, systemCaches},
+    {"logs", "Library/Logs", eachChild, logs, tenMinutes},
+    {"derived-data", "Library/Developer/Xcode/DerivedData", eachChild, appleDeveloper, hour,
+     compilationCache},
+    {"ios-device-support", "Library/Developer/Xcode/iOS DeviceSupport", eachChild, appleDeveloper,
+     day},
+    {"watchos-device-support", "Library/Developer/Xcode/watchOS DeviceSupport", eachChild,
+     appleDeveloper, day},
+    {"tvos-device-support", "Library/Developer/Xcode/tvOS DeviceSupport", eachChild,
+     appleDeveloper, day},
+    {"simulator-caches", "Library/Developer/CoreSimulator/Caches", wholePlace, appleDeveloper,
+     hour},
+    {"simulator-devices", "Library/Developer/CoreSimulator/Devices", eachChild, appleDeveloper,
+     day, deviceSet},
+    {"npm-cache", ".npm/_cacache", wholePlace, packageCaches, tenMinutes},
+    {"npx-cache", ".npm/_npx", wholePlace, packageCaches, tenMinutes},
+    {"yarn-cache", "Library/Caches/Yarn", wholePlace, packageCaches, tenMinutes},
+    {"yarn-berry-cache", ".yarn/berry/cache", wholePlace, packageCaches, tenMinutes},
+    {"pnpm-store", "Library/pnpm/store", wholePlace, packageCaches, tenMinutes},
+    {"pnpm-store-dot", ".pnpm-store", wholePlace, packageCaches, tenMinutes},
+    {"pnpm-store-share", ".local/share/pnpm/store", wholePlace, packageCaches, tenMinutes},
+    {"bun-cache", ".bun/install/cache", wholePlace, packageCaches, tenMinutes},
+    {"cargo-registry", ".cargo/registry", wholePlace, packageCaches, tenMinutes},
+    {"cargo-git", ".cargo/git", wholePlace, packageCaches, tenMinutes},
+    {"gradle-caches", ".gradle/caches", wholePlace, packageCaches, tenMinutes},
+    {"gradle-wrapper", ".gradle/wrapper/dists", wholePlace, packageCaches, tenMinutes},
+    {"pip-cache", "Library/Caches/pip", wholePlace, packageCaches, tenMinutes},
+    {"pip-cache-dot", ".cache/pip", wholePlace, packageCaches, tenMinutes},
+    {"poetry-cache", "Library/Caches/pypoetry", wholePlace, packageCaches, tenMinutes},
+    {"cocoapods-cache", "Library/Caches/CocoaPods", wholePlace, packageCaches, tenMinutes},
+    {"go-mod-cache", "go/pkg/mod", wholePlace, packageCaches, tenMinutes},
+    {"go-build-cache", "Library/Caches/go-build", wholePlace, packageCaches, tenMinutes},
+    {"nuget-packages", ".nuget/packages", wholePlace, packageCaches, tenMinutes},
+    {"composer-cache", "Library/Caches/composer", wholePlace, packageCaches, tenMinutes},
+    {"composer-cache-dot", ".composer/cache", wholePlace, packageCaches, tenMinutes},
+    {"playwright-browsers", "Library/Caches/ms-playwright", wholePlace, packageCaches, tenMinutes},
+    {"swiftpm-cache", "Library/Caches/org.swift.swiftpm", wholePlace, packageCaches, tenMinutes},
+    {"cocoapods-repos", ".cocoapods/repos", wholePlace, packageCaches, tenMinutes},
+    {"torch-cache", ".cache/torch", eachChild, applicationCaches, tenMinutes},
+}};
+
+constexpr auto componentCount(std::string_view pattern) {
+    return std::ranges::count(pattern, '/') + 1;
+}
+
+constexpr auto starCount(std::string_view pattern) { return std::ranges::count(pattern, '*'); }
+
+std::array<const KnownPlace*, places.size()> sortedBySpecificity() {
+    std::array<const KnownPlace*, places.size()> sorted{};
+    std::ranges::transform(places, sorted.begin(), [](const KnownPlace& place) { return &place; });
+    std::ranges::stable_sort(sorted, [](const KnownPlace* a, const KnownPlace* b) {
+        const auto more = componentCount(a->pattern) - componentCount(b->pattern);
+        return more != 0 ? more > 0 : starCount(a->pattern) < starCount(b->pattern);
+    });
+    return sorted;
+}
+
+/// Whether the place takes a path given as its components below the home.
+bool takes(const KnownPlace& place, std::span<const std::string_view> path) {
+    const auto pattern = path::components(place.pattern);
+    if (path.size() < pattern.size()) return false;
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        if (!patternTakes(pattern[i], path[i])) return false;
+    }
+    if (place.unit == wholePlace) return true;
+    return path.size() > pattern.size() && !isExcludedChild(place, path[pattern.size()]);
+}
+
+} // namespace
+
+bool isExcludedChild(const KnownPlace& place, std::string_view name) {
+    return std::ranges::find(place.excludedChildren, name) != place.excludedChildren.end() ||
+           std::ranges::find(finderFiles, name) != finderFiles.end();
+}
+
+std::span<const KnownPlace> KnownPlaces::all() { return places; }
+
+std::span<const KnownPlace* const> KnownPlaces::mostSpecificFirst() {
+    static const auto sorted = sortedBySpecificity();
+    return sorted;
+}
+
+const KnownPlace* KnownPlaces::place(std::string_view id) {
+    const auto found = std::ranges::find(places, id, &KnownPlace::id);
+    return found == places.end() ? nullptr : &*found;
+}
+
+const KnownPlace* KnownPlaces::place(std::string_view path, const FileURL& home) {
+    const std::string wanted = path::standardized(path);
+    if (!path::isInsideOrEqual(wanted, home.path())) return nullptr;
+    const auto components = path::components(path::below(wanted, home.path()));
+    for (const KnownPlace* place : mostSpecificFirst()) {
+        if (takes(*place, components)) return place;
+    }
+    return nullptr;
+}
+
+} // namespace tidyro

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace tidyro {
+
+/// A fixed open-addressed table from short lower-case words to values, made at compile time and
+/// asked without regard to ASCII case. For look-ups that happen once an entry in a walk: no
+/// allocation, no copy of the name, one or two probes.
+template <class Value, std::size_t Rows> class LowercaseTable {
+  public:
+    struct Row {
+        std::string_view word;
+        Value value{};
+    };
+
+    /// Of two rows with one word the later counts.
+    constexpr explicit LowercaseTable(const std::array<Row, Rows>& rows) {
+        for (const Row& row : rows) {
+            std::size_t at = hashed(row.word) % size;
+            while (!slots_[at].word.empty() && slots_[at].word != row.word) at = (at + 1) % size;
+            slots_[at] = row;
+            if (row.word.size() > longest_) longest_ = row.word.size();
+        }
+    }
+
+    [[nodiscard]] constexpr std::optional<Value> find(std::string_view name) const noexcept {
+        if (name.empty() || name.size() > longest_) return std::nullopt;
+        for (std::size_t at = hashed(name) % size; !slots_[at].word.empty(); at = (at + 1) % size) {
+            if (equals(name, slots_[at].word)) return slots_[at].value;
+        }
+        return std::nullopt;
+    }
+    [[nodiscard]] constexpr bool contains(std::string_view name) const noexcept {
+        return find(name).has_value();
+    }
+
+  private:
+    static constexpr std::size_t size = std::bit_ceil(Rows * 3);
+
+    [[nodiscard]] static constexpr char lower(char byte) noexcept {
+        return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
+    }
+    [[nodiscard]] static constexpr std::size_t hashed(std::string_view word) noexcept {
+        std::uint32_t hash = 2'166'136'261U; // FNV-1a
+        for (const char byte : word) {
+            hash = (hash ^ static_cast<unsigned char>(lower(byte))) * 16'777'619U;
+        }
+        return hash ^ hash >> 15;
+    }
+    [[nodiscard]] static constexpr bool equals(std::string_view name,
+                                               std::string_view word) noexcept {
+        if (name.size() != word.size()) return false;
+        for (std::size_t i = 0; i < name.size(); ++i) {
+            if (lower(name[i]) != word[i]) return false;
+        }
+        return true;
+    }
+
+    std::array<Row, size> slots_{};
+    std::size_t longest_ = 0;
+};
+
+/// A set of words: a table without values.
+struct Listed {
+    bool operator==(const Listed&) const = default;
+};
+
+/// How many words a list separated by single blanks holds.
+[[nodiscard]] constexpr std::size_t wordCount(std::string_view list) {
+    std::size_t count = list.empty() ? 0 : 1;
+    for (const char byte : list) count += byte == ' ' ? 1 : 0;
+    return count;
+}
+
+/// The next word of such a list, taken off its front.
+[[nodiscard]] constexpr std::string_view takeWord(std::string_view& list) {
+    const std::size_t end = list.find(' ');
+    const std::string_view word = list.substr(0, end);
+    list = end == std::string_view::npos ? std::string_view{} : list.substr(end + 1);
+    return word;
+}
+
+/// A table whose words all have one value, from a list of `Count` words.
+template <std::size_t Count>
+[[nodiscard]] consteval LowercaseTable<Listed, Count> lowercaseSet(std::string_view list) {
+    std::array<typename LowercaseTable<Listed, Count>::Row, Count> rows{};
+    for (auto& row : rows) row.word = takeWord(list);
+    return LowercaseTable<Listed, Count>(rows);
+}
+
+} // namespace tidyro

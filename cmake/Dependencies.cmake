@@ -1,0 +1,23 @@
+# Every library comes from the system's package manager; scripts/setup installs what is missing.
+
+find_package(fmt REQUIRED)
+find_package(nlohmann_json 3.9 REQUIRED)
+
+find_path(UTF8PROC_INCLUDE utf8proc.h REQUIRED)
+find_library(UTF8PROC_LIBRARY utf8proc REQUIRED)
+add_library(utf8proc INTERFACE)
+target_include_directories(utf8proc SYSTEM INTERFACE ${UTF8PROC_INCLUDE})
+target_link_libraries(utf8proc INTERFACE ${UTF8PROC_LIBRARY})
+
+# libuuid; part of the system library on macOS.
+add_library(systemUUID INTERFACE)
+if(NOT APPLE)
+  find_path(UUID_INCLUDE uuid/uuid.h REQUIRED)
+  find_library(UUID_LIBRARY uuid REQUIRED)
+  target_include_directories(systemUUID SYSTEM INTERFACE ${UUID_INCLUDE})
+  target_link_libraries(systemUUID INTERFACE ${UUID_LIBRARY})
+endif()
+
+if(TIDYRO_TESTS)
+  find_package(GTest REQUIRED)
+endif()

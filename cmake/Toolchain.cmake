@@ -1,0 +1,50 @@
+# The language, the warnings and the sanitizers: the same for every target of the house.
+
+set(CMAKE_CXX_STANDARD 23)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+find_program(TIDYRO_CCACHE ccache)
+if(TIDYRO_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${TIDYRO_CCACHE})
+endif()
+
+find_package(Threads REQUIRED)
+
+# Every target links this one; it carries no code.
+add_library(TidyroFlags INTERFACE)
+target_link_libraries(TidyroFlags INTERFACE Threads::Threads)
+target_compile_options(TidyroFlags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+  -Wold-style-cast -Wcast-qual -Wundef -Werror -fno-strict-overflow -fstack-protector-strong)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # A record's field that is forgotten, or named out of order, does not compile.
+  target_compile_options(TidyroFlags INTERFACE
+    -Werror=missing-field-initializers -Werror=reorder-init-list -Wthread-safety
+    # Options aggregates leave out what has a default.
+    -Wno-missing-designated-field-initializers)
+else()
+  target_compile_options(TidyroFlags INTERFACE
+    -Werror=missing-field-initializers
+    # g++ 12 warns of code inside its own library once it is inlined here.
+    -Wno-restrict -Wno-maybe-uninitialized)
+endif()
+if(APPLE)
+  # stop_token and jthread stand behind this flag in libc++.
+  target_compile_options(TidyroFlags INTERFACE -fexperimental-library)
+  target_link_options(TidyroFlags INTERFACE -fexperimental-library)
+endif()
+
+if(TIDYRO_SANITIZE)
+  target_compile_options(TidyroFlags INTERFACE
+    -fsanitize=${TIDYRO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(TidyroFlags INTERFACE -fsanitize=${TIDYRO_SANITIZE})
+endif()
+if(TIDYRO_FUZZ)
+  target_compile_options(TidyroFlags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
