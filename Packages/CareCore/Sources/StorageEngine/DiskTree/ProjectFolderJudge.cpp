@@ -2,6 +2,7 @@
 
 #include <array>
 #include <filesystem>
+#include <string>
 #include <system_error>
 
 #include "Base/PathText.h"
@@ -63,12 +64,33 @@ constexpr std::array<Table::Row, 34> rows{{
 
 constexpr Table generatedFolders(rows);
 
-bool holdsNameEndingWith(const std::string& folder, std::string_view ending) {
+bool fileTakes(std::string_view file, std::string_view name) {
+    if (!file.starts_with('*')) return name == file;
+    file.remove_prefix(1);
+    return name.size() > file.size() && name.ends_with(file);
+}
+
+bool confirmedBy(ProjectFiles files, std::string_view name) {
+    while (!files.empty()) {
+        if (fileTakes(takeWord(files), name)) return true;
+    }
+    return false;
+}
+
+/// The project file beside a folder of the tree that is not its root.
+bool treeHolds(const DiskTree& tree, NodeNumber folder, ProjectFiles files) {
+    for (const NodeNumber beside : tree.children(tree.parent(folder))) {
+        if (beside != folder && confirmedBy(files, tree.nameBytes(beside))) return true;
+    }
+    return false;
+}
+
+/// The same on the disk. What confirms may be a folder too ("App.xcodeproj").
+bool diskHolds(const std::string& folder, ProjectFiles files) {
     std::error_code failed;
-    std::filesystem::directory_iterator entries(folder, failed);
+    std::filesystem::directory_iterator entries(std::string(path::parent(folder)), failed);
     while (!failed && entries != std::filesystem::directory_iterator()) {
-        const std::string name = entries->path().filename().string();
-        if (name.size() > ending.size() && name.ends_with(ending)) return true;
+        if (confirmedBy(files, entries->path().filename().string())) return true;
         entries.increment(failed);
     }
     return false;
@@ -76,20 +98,11 @@ bool holdsNameEndingWith(const std::string& folder, std::string_view ending) {
 
 class LiveJudge final : public ProjectFolderJudge {
   public:
-    [[nodiscard]] bool confirms(const std::string& path) const override {
-        auto files = generatedFolders.find(path::lastComponent(path));
+    [[nodiscard]] bool confirms(const DiskTree& tree, NodeNumber folder) const override {
+        const auto files = generatedFolders.find(tree.nameBytes(folder));
         if (!files) return false;
-        const std::string folder(path::parent(path));
-        while (!files->empty()) {
-            const std::string_view file = takeWord(*files);
-            std::error_code failed;
-            if (file.starts_with('*') ? holdsNameEndingWith(folder, file.substr(1))
-                                      : std::filesystem::is_regular_file(
-                                            path::joined(folder, file), failed)) {
-                return true;
-            }
-        }
-        return false;
+        if (folder != DiskTree::root && !treeHolds(tree, folder, *files)) return false;
+        return diskHolds(tree.path(folder), *files);
     }
 };
 

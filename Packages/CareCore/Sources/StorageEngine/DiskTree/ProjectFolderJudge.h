@@ -1,7 +1,8 @@
 #pragma once
 
-#include <string>
 #include <string_view>
+
+#include "StorageEngine/DiskTree/DiskTree.h"
 
 namespace tidyro {
 
@@ -14,13 +15,15 @@ class ProjectFolderJudge {
     ProjectFolderJudge& operator=(const ProjectFolderJudge&) = delete;
     virtual ~ProjectFolderJudge() = default;
 
-    /// Whether the folder at an absolute path is generated. Asked only for `mayBeGenerated` names.
-    [[nodiscard]] virtual bool confirms(const std::string& path) const = 0;
+    /// Whether the tree's folder is generated. Asked only for `mayBeGenerated` names.
+    [[nodiscard]] virtual bool confirms(const DiskTree& tree, NodeNumber folder) const = 0;
 
     /// Whether some tool generates folders of this name; compared without case. Quick.
     [[nodiscard]] static bool mayBeGenerated(std::string_view name);
 
-    /// The judge that looks at the disk for the project file beside the folder.
+    /// The judge that wants the project file beside the folder, in the tree and still on the disk.
+    /// The tree goes first: a system holds thousands of "__pycache__" with no project around them,
+    /// and looking for each of their files on the disk takes longer than all the rest of a sorting.
     [[nodiscard]] static const ProjectFolderJudge& live();
 };
 
