@@ -1,4 +1,5 @@
-# A room is one folder, one library and the list of the rooms it may include.
+# A room is one folder, one library and the list of the rooms it may include. Every declaration is
+# also written down for CheckRooms.cmake, so that there is one place where arrows are drawn.
 #
 #   tidyro_room(DiskTree
 #     FOLDER StorageEngine/DiskTree      # below this list file's Sources; its own .cpp files only
@@ -7,6 +8,9 @@
 #
 # A room's sources are the .cpp files in its folder, not below it: a folder below is another room
 # or another system's body, which EXTRA names.
+set(TIDYRO_ROOMS ${CMAKE_BINARY_DIR}/rooms.txt)
+file(WRITE ${TIDYRO_ROOMS} "")
+
 function(tidyro_room name)
   cmake_parse_arguments(ROOM "" "FOLDER" "INCLUDES;LIBRARIES;EXTRA" ${ARGN})
   set(folder ${TIDYRO_SOURCES}/${ROOM_FOLDER})
@@ -19,13 +23,17 @@ function(tidyro_room name)
   add_library(${name} STATIC ${sources})
   target_include_directories(${name} PUBLIC ${TIDYRO_SOURCES})
   target_link_libraries(${name} PUBLIC TidyroFlags ${ROOM_INCLUDES} ${ROOM_LIBRARIES})
+  list(JOIN ROOM_INCLUDES "|" includes)
+  file(APPEND ${TIDYRO_ROOMS} "${name}|${TIDYRO_SOURCES}|${ROOM_FOLDER}|${includes}\n")
 endfunction()
 
 # The tests of a room: the .cpp files of the folder that mirrors it below Tests, one executable.
 #
-#   tidyro_tests(DiskTreeTests FOLDER StorageEngine/DiskTree USES DiskTree)
+#   tidyro_tests(DiskTreeTests FOLDER StorageEngine/DiskTree USES DiskTree THREADS)
+#
+# THREADS: they are worth running under the thread sanitizer.
 function(tidyro_tests name)
-  cmake_parse_arguments(TESTS "" "FOLDER" "USES" ${ARGN})
+  cmake_parse_arguments(TESTS "THREADS" "FOLDER" "USES" ${ARGN})
   if(NOT TIDYRO_TESTS)
     return()
   endif()
@@ -34,5 +42,25 @@ function(tidyro_tests name)
   target_include_directories(${name} PRIVATE ${TIDYRO_TEST_SOURCES})
   target_link_libraries(${name} PRIVATE TidyroFlags ${TESTS_USES} GTest::gtest GTest::gmock GTest::gtest_main)
   include(GoogleTest)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 600)
+  if(TESTS_THREADS)
+    set(labels LABELS threads)
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 600 ${labels})
+endfunction()
+
+# The check of the arrows, and a check of the check: a room that breaks both rules must fail.
+function(tidyro_check_rooms)
+  if(NOT TIDYRO_TESTS)
+    return()
+  endif()
+  set(check ${CMAKE_SOURCE_DIR}/cmake/CheckRooms.cmake)
+  add_test(NAME Rooms COMMAND ${CMAKE_COMMAND} -DROOMS=${TIDYRO_ROOMS} -P ${check})
+  set(bad ${CMAKE_BINARY_DIR}/bad-rooms)
+  file(WRITE ${bad}/Below/Below.h "#include \"Above/Above.h\"\n#include <unistd.h>\n")
+  file(WRITE ${bad}/Above/Above.h "#include \"Below/Below.h\"\n")
+  file(WRITE ${bad}/rooms.txt "Below|${bad}|Below|\nAbove|${bad}|Above|Below\n")
+  add_test(NAME Rooms.rejectsBadArrows
+    COMMAND ${CMAKE_COMMAND} -DROOMS=${bad}/rooms.txt -P ${check})
+  set_tests_properties(Rooms.rejectsBadArrows PROPERTIES
+    PASS_REGULAR_EXPRESSION "2 includes against the order")
 endfunction()
