@@ -6,8 +6,8 @@
 // Without THREADS it takes as many as the disk scanner would. Stays on the folder's volume.
 
 #include <algorithm>
-#include <atomic>
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -94,8 +94,9 @@ class Walk {
 
     void read(Job job, Buffer& buffer, std::vector<Job>& found, Sums& sums) {
         const int parent = job.parent ? job.parent->descriptor : AT_FDCWD;
-        const int opened = ::openat(parent, job.name.c_str(),
-                                    O_RDONLY | O_DIRECTORY | O_CLOEXEC | (job.parent ? O_NOFOLLOW : 0));
+        const int opened =
+            ::openat(parent, job.name.c_str(),
+                     O_RDONLY | O_DIRECTORY | O_CLOEXEC | (job.parent ? O_NOFOLLOW : 0));
         if (opened < 0) return;
         const auto folder = std::make_shared<Folder>(opened);
         for (;;) {

@@ -52,8 +52,8 @@ int main(int count, char** arguments) {
             if (file < 0) return std::perror("a file"), 1;
             ::close(file);
         }
-        for (std::size_t i = 0; i < foldersPerFolder && made < wanted && folders.size() * 20 <= wanted;
-             ++i, ++made) {
+        for (std::size_t i = 0;
+             i < foldersPerFolder && made < wanted && folders.size() * 20 <= wanted; ++i, ++made) {
             folders.push_back(folders[at] + "/" + names.next(""));
             if (::mkdir(folders.back().c_str(), 0755) != 0) return std::perror("a folder"), 1;
         }

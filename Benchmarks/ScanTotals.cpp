@@ -8,8 +8,7 @@
 
 int main(int count, char** arguments) {
     if (count < 2) return 64;
-    const auto tree =
-        tidyro::DiskTreeScanner().scan(tidyro::FileURL::folder(arguments[1]));
+    const auto tree = tidyro::DiskTreeScanner().scan(tidyro::FileURL::folder(arguments[1]));
     if (!tree) {
         std::fprintf(stderr, "%s\n", tidyro::DiskTreeScanner::description(tree.error()).c_str());
         return 1;

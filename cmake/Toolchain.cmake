@@ -25,9 +25,13 @@ target_compile_options(TidyroFlags INTERFACE
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   # A record's field that is forgotten, or named out of order, does not compile.
   target_compile_options(TidyroFlags INTERFACE
-    -Werror=missing-field-initializers -Werror=reorder-init-list -Wthread-safety
-    # Options aggregates leave out what has a default.
-    -Wno-missing-designated-field-initializers)
+    -Werror=missing-field-initializers -Werror=reorder-init-list)
+  # Options aggregates leave out what has a default; newer compilers warn of that by a name of its own.
+  include(CheckCXXCompilerFlag)
+  check_cxx_compiler_flag(-Wmissing-designated-field-initializers TIDYRO_WARNS_DESIGNATED)
+  if(TIDYRO_WARNS_DESIGNATED)
+    target_compile_options(TidyroFlags INTERFACE -Wno-missing-designated-field-initializers)
+  endif()
 else()
   target_compile_options(TidyroFlags INTERFACE
     -Werror=missing-field-initializers

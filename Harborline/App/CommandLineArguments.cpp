@@ -23,7 +23,8 @@ static_assert(usage.size() == 489);
 constexpr std::int64_t mostLargest = 1'000;
 
 /// An optional sign and decimal digits, nothing else, within the type's range.
-template <class Integer> std::optional<Integer> decimal(std::string_view text) {
+template <class Integer>
+std::optional<Integer> decimal(std::string_view text) {
     if (text.starts_with('+')) {
         text.remove_prefix(1);
         if (text.starts_with('-')) return std::nullopt;

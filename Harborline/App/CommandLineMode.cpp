@@ -22,7 +22,8 @@ namespace tidyro {
 namespace {
 
 /// What a step gives when an error ends the request: the sentence after "Stopped: ".
-template <class T> using Step = std::expected<T, std::string>;
+template <class T>
+using Step = std::expected<T, std::string>;
 
 class Stopwatch {
   public:

@@ -24,11 +24,11 @@ struct CommandLineMode {
 
     struct Request {
         Command command;
-        std::string path;            ///< the folder, absolute and standardised
-        std::int64_t largest = 10;   ///< how many of the largest items `scan` lists, 1...1000
+        std::string path;          ///< the folder, absolute and standardised
+        std::int64_t largest = 10; ///< how many of the largest items `scan` lists, 1...1000
         std::uint64_t minimumBytes = 1'000'000; ///< what `duplicates` looks at, at least 1
-        bool includeSystem = false;  ///< whether `duplicates` reads system volumes too
-        std::vector<std::string> queries = {}; ///< what `index` times, in this order
+        bool includeSystem = false;             ///< whether `duplicates` reads system volumes too
+        std::vector<std::string> queries = {};  ///< what `index` times, in this order
         bool operator==(const Request&) const = default;
     };
 
@@ -76,7 +76,8 @@ struct CommandLineMode {
 constexpr RawValueTable<CommandLineMode::Command, 4>
 rawValues(RawValueTag<CommandLineMode::Command>) {
     using enum CommandLineMode::Command;
-    return {{{{scan, "scan"}, {duplicates, "duplicates"}, {index, "index"}, {snapshot, "snapshot"}}}};
+    return {
+        {{{scan, "scan"}, {duplicates, "duplicates"}, {index, "index"}, {snapshot, "snapshot"}}}};
 }
 
 } // namespace tidyro

@@ -19,11 +19,10 @@ constexpr std::size_t largestFile = 256UL * 1024 * 1024;
 
 struct Describe {
     std::string operator()(const ActivityArchive::FileFailure& failure) const {
-        return failure.isWriting
-                   ? fmt::format("The snapshot could not be kept in {} ({}).", failure.url.path(),
-                                 failure.error.description())
-                   : fmt::format("The snapshot {} could not be read ({}).", failure.url.path(),
-                                 failure.error.description());
+        return failure.isWriting ? fmt::format("The snapshot could not be kept in {} ({}).",
+                                               failure.url.path(), failure.error.description())
+                                 : fmt::format("The snapshot {} could not be read ({}).",
+                                               failure.url.path(), failure.error.description());
     }
     std::string operator()(const ActivityArchive::Damaged& damaged) const {
         return fmt::format("The file {} is not a snapshot. {}", damaged.url.path(),

@@ -52,11 +52,10 @@ struct FolderSnapshot {
     }
 
     static constexpr auto fields() {
-        return fieldList<FolderSnapshot>(field("id", &FolderSnapshot::id),
-                                         field("title", &FolderSnapshot::title),
-                                         field("takenAt", &FolderSnapshot::takenAt),
-                                         field("onDisk", &FolderSnapshot::onDisk),
-                                         field("folders", &FolderSnapshot::folders));
+        return fieldList<FolderSnapshot>(
+            field("id", &FolderSnapshot::id), field("title", &FolderSnapshot::title),
+            field("takenAt", &FolderSnapshot::takenAt), field("onDisk", &FolderSnapshot::onDisk),
+            field("folders", &FolderSnapshot::folders));
     }
     bool operator==(const FolderSnapshot&) const = default;
 };

@@ -12,7 +12,8 @@ namespace tidyro {
 ///
 ///     require(node >= 0 && node < count(), "a node number is outside its tree");
 inline void require(bool holds, std::string_view reason) noexcept {
-    if (!holds) [[unlikely]] fault(reason);
+    if (!holds) [[unlikely]]
+        fault(reason);
 }
 
 } // namespace tidyro

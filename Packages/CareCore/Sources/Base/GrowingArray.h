@@ -17,13 +17,15 @@ namespace tidyro {
 /// one. This one grows by realloc, which moves large blocks by remapping their pages on the
 /// systems we run on: the peak is the elements themselves, and room reserved ahead costs nothing
 /// until it is written to.
-template <class T> class GrowingArray {
+template <class T>
+class GrowingArray {
     static_assert(std::is_trivially_copyable_v<T>);
 
   public:
     GrowingArray() = default;
     GrowingArray(GrowingArray&& other) noexcept
-        : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)),
+        : data_(std::exchange(other.data_, nullptr)),
+          size_(std::exchange(other.size_, 0)),
           capacity_(std::exchange(other.capacity_, 0)) {}
     GrowingArray& operator=(GrowingArray&& other) noexcept {
         std::swap(data_, other.data_);

@@ -38,7 +38,8 @@ struct DecodingError {
     bool operator==(const DecodingError&) const = default;
 };
 
-template <class T> using Decoded = std::expected<T, DecodingError>;
+template <class T>
+using Decoded = std::expected<T, DecodingError>;
 
 [[nodiscard]] inline std::unexpected<DecodingError>
 decodingFailure(DecodingError::Kind kind, std::string reason, std::string path = {}) {
@@ -51,15 +52,21 @@ decodingFailure(DecodingError::Kind kind, std::string reason, std::string path =
 [[nodiscard]] std::string jsonText(const JSON& document, int indent = -1);
 
 /// The coding of one type; records and the types above have one.
-template <class T> struct JSONCoder;
+template <class T>
+struct JSONCoder;
 
-template <class T> [[nodiscard]] JSON toJSON(const T& value) { return JSONCoder<T>::encode(value); }
+template <class T>
+[[nodiscard]] JSON toJSON(const T& value) {
+    return JSONCoder<T>::encode(value);
+}
 
-template <class T> [[nodiscard]] Decoded<T> fromJSON(const JSON& json) {
+template <class T>
+[[nodiscard]] Decoded<T> fromJSON(const JSON& json) {
     return JSONCoder<T>::decode(json);
 }
 
-template <class T> [[nodiscard]] Decoded<T> fromJSONText(std::string_view text) {
+template <class T>
+[[nodiscard]] Decoded<T> fromJSONText(std::string_view text) {
     const auto document = parseJSON(text);
     if (!document) return std::unexpected(document.error());
     return fromJSON<T>(*document);
@@ -67,27 +74,33 @@ template <class T> [[nodiscard]] Decoded<T> fromJSONText(std::string_view text) 
 
 // The simple types ---------------------------------------------------------------------------
 
-template <> struct JSONCoder<bool> {
+template <>
+struct JSONCoder<bool> {
     static JSON encode(bool value) { return value; }
     static Decoded<bool> decode(const JSON& json);
 };
-template <> struct JSONCoder<double> {
+template <>
+struct JSONCoder<double> {
     static JSON encode(double value) { return value; }
     static Decoded<double> decode(const JSON& json);
 };
-template <> struct JSONCoder<std::string> {
+template <>
+struct JSONCoder<std::string> {
     static JSON encode(const std::string& value);
     static Decoded<std::string> decode(const JSON& json);
 };
-template <> struct JSONCoder<Timestamp> {
+template <>
+struct JSONCoder<Timestamp> {
     static JSON encode(Timestamp value) { return value.secondsSinceReference(); }
     static Decoded<Timestamp> decode(const JSON& json);
 };
-template <> struct JSONCoder<FileURL> {
+template <>
+struct JSONCoder<FileURL> {
     static JSON encode(const FileURL& value) { return value.text(); }
     static Decoded<FileURL> decode(const JSON& json);
 };
-template <> struct JSONCoder<UUID> {
+template <>
+struct JSONCoder<UUID> {
     static JSON encode(const UUID& value) { return value.text(); }
     static Decoded<UUID> decode(const JSON& json);
 };
@@ -106,7 +119,8 @@ struct JSONCoder<T> {
     }
 };
 
-template <std::signed_integral T> struct JSONCoder<T> {
+template <std::signed_integral T>
+struct JSONCoder<T> {
     static JSON encode(T value) { return value; }
     static Decoded<T> decode(const JSON& json) {
         if (json.is_number_integer() &&
@@ -121,7 +135,8 @@ template <std::signed_integral T> struct JSONCoder<T> {
     }
 };
 
-template <TextEnumeration E> struct JSONCoder<E> {
+template <TextEnumeration E>
+struct JSONCoder<E> {
     static JSON encode(E value) { return rawValue(value); }
     static Decoded<E> decode(const JSON& json) {
         const auto text = fromJSON<std::string>(json);
@@ -136,7 +151,8 @@ template <TextEnumeration E> struct JSONCoder<E> {
 
 namespace detail {
 
-template <class List, class Add> Decoded<List> decodeList(const JSON& json, Add add) {
+template <class List, class Add>
+Decoded<List> decodeList(const JSON& json, Add add) {
     if (!json.is_array()) {
         return decodingFailure(DecodingError::Kind::typeMismatch, "Expected a list.");
     }
@@ -149,7 +165,8 @@ template <class List, class Add> Decoded<List> decodeList(const JSON& json, Add 
     return list;
 }
 
-template <class List> JSON encodeList(const List& list) {
+template <class List>
+JSON encodeList(const List& list) {
     JSON array = JSON::array();
     for (const auto& element : list) array.push_back(toJSON(element));
     return array;
@@ -157,7 +174,8 @@ template <class List> JSON encodeList(const List& list) {
 
 } // namespace detail
 
-template <class T> struct JSONCoder<std::vector<T>> {
+template <class T>
+struct JSONCoder<std::vector<T>> {
     static JSON encode(const std::vector<T>& list) { return detail::encodeList(list); }
     static Decoded<std::vector<T>> decode(const JSON& json) {
         return detail::decodeList<std::vector<T>>(
@@ -165,7 +183,8 @@ template <class T> struct JSONCoder<std::vector<T>> {
     }
 };
 
-template <class T> struct JSONCoder<std::set<T>> {
+template <class T>
+struct JSONCoder<std::set<T>> {
     static JSON encode(const std::set<T>& list) { return detail::encodeList(list); }
     static Decoded<std::set<T>> decode(const JSON& json) {
         return detail::decodeList<std::set<T>>(
@@ -225,7 +244,8 @@ bool decodeField(const JSON& object, Record& record,
 
 } // namespace detail
 
-template <RecordType Record> struct JSONCoder<Record> {
+template <RecordType Record>
+struct JSONCoder<Record> {
     static JSON encode(const Record& record) {
         JSON object = JSON::object();
         std::apply([&](const auto&... field) { (detail::encodeField(object, record, field), ...); },

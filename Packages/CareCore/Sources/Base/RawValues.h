@@ -21,14 +21,17 @@ namespace tidyro {
 ///     for (Command c : allCases<Command>())  // in the order of the table
 ///
 /// The tables are found by the enumeration's namespace; a table out of order does not compile.
-template <class E> struct RawValueTag {};
+template <class E>
+struct RawValueTag {};
 
-template <class E> struct RawValue {
+template <class E>
+struct RawValue {
     E value;
     std::string_view text;
 };
 
-template <class E, std::size_t Count> struct RawValueTable {
+template <class E, std::size_t Count>
+struct RawValueTable {
     std::array<RawValue<E>, Count> rows;
 };
 
@@ -37,7 +40,8 @@ concept TextEnumeration = requires { rawValues(RawValueTag<E>{}); };
 
 namespace detail {
 
-template <TextEnumeration E> consteval auto orderedRawValues() {
+template <TextEnumeration E>
+consteval auto orderedRawValues() {
     constexpr auto table = rawValues(RawValueTag<E>{});
     for (std::size_t i = 0; i < table.rows.size(); ++i) {
         if (static_cast<std::size_t>(table.rows[i].value) != i) throw "a case is out of order";
@@ -45,19 +49,23 @@ template <TextEnumeration E> consteval auto orderedRawValues() {
     return table.rows;
 }
 
-template <TextEnumeration E> inline constexpr auto rawValueRows = orderedRawValues<E>();
+template <TextEnumeration E>
+inline constexpr auto rawValueRows = orderedRawValues<E>();
 
-template <TextEnumeration E> consteval auto caseList() {
+template <TextEnumeration E>
+consteval auto caseList() {
     std::array<E, rawValueRows<E>.size()> cases{};
     for (std::size_t i = 0; i < cases.size(); ++i) cases[i] = rawValueRows<E>[i].value;
     return cases;
 }
 
-template <TextEnumeration E> inline constexpr auto cases = caseList<E>();
+template <TextEnumeration E>
+inline constexpr auto cases = caseList<E>();
 
 } // namespace detail
 
-template <TextEnumeration E> [[nodiscard]] constexpr std::string_view rawValue(E value) {
+template <TextEnumeration E>
+[[nodiscard]] constexpr std::string_view rawValue(E value) {
     return detail::rawValueRows<E>[static_cast<std::size_t>(value)].text;
 }
 
@@ -69,7 +77,8 @@ template <TextEnumeration E>
     return std::nullopt;
 }
 
-template <TextEnumeration E> [[nodiscard]] constexpr std::span<const E> allCases() {
+template <TextEnumeration E>
+[[nodiscard]] constexpr std::span<const E> allCases() {
     return detail::cases<E>;
 }
 

@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "Base/Fault.h"
+
 namespace tidyro {
 
 /// Value records: plain aggregates with one list of their fields, which drives JSON both ways.
@@ -22,7 +24,8 @@ namespace tidyro {
 ///     };
 ///
 /// The order of the list is the order of the keys. A list that misses a field does not compile.
-template <class Record, class Value> struct Field {
+template <class Record, class Value>
+struct Field {
     std::string_view key;
     Value Record::* member;
 };
@@ -35,7 +38,8 @@ template <class Record, class Value>
 namespace detail {
 
 struct ConvertsToAnything {
-    template <class T> operator T() const; // never defined: only asked whether it would fit
+    template <class T>
+    operator T() const; // never defined: only asked whether it would fit
 };
 
 template <class Record, std::size_t... Index>
@@ -44,7 +48,8 @@ constexpr bool takes(std::index_sequence<Index...>) {
 }
 
 /// How many values an aggregate can be made from.
-template <class Record, std::size_t Count = 0> constexpr std::size_t fieldCount() {
+template <class Record, std::size_t Count = 0>
+constexpr std::size_t fieldCount() {
     if constexpr (takes<Record>(std::make_index_sequence<Count + 1>())) {
         return fieldCount<Record, Count + 1>();
     } else {

@@ -38,7 +38,8 @@ std::uint64_t inSteps(std::uint64_t count, const Unit& unit) {
 
 std::string RoomText::bytes(std::uint64_t count, const LocaleText& locale) {
     if (count == 0) return "Zero KB";
-    if (count < units.front().size) return fmt::format("{} {}", count, count == 1 ? "byte" : "bytes");
+    if (count < units.front().size)
+        return fmt::format("{} {}", count, count == 1 ? "byte" : "bytes");
 
     std::size_t chosen = 0;
     while (chosen + 1 < units.size() &&

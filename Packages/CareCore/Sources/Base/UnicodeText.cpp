@@ -34,7 +34,10 @@ bool isASCII(std::string_view bytes) {
 /// A lead byte and those of its continuation bytes that are there count as one invalid sequence.
 std::size_t invalidLength(std::string_view bytes) {
     const auto lead = static_cast<unsigned char>(bytes.front());
-    const std::size_t wanted = lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 1;
+    const std::size_t wanted = lead >= 0xF0 && lead < 0xF5 ? 4
+                               : lead >= 0xE0              ? 3
+                               : lead >= 0xC2              ? 2
+                                                           : 1;
     if (lead < 0xC2 || lead > 0xF4) return 1;
     const auto second = bytes.size() > 1 ? static_cast<unsigned char>(bytes[1]) : 0U;
     const bool secondFits = (lead != 0xE0 || second >= 0xA0) && (lead != 0xED || second < 0xA0) &&
@@ -61,9 +64,8 @@ std::string visibleEscape(char32_t codePoint) {
     case '\r': return "\\r";
     case '\t': return "\\t";
     default:
-        return codePoint < 0x100
-                   ? fmt::format("\\x{:02X}", static_cast<unsigned>(codePoint))
-                   : fmt::format("\\u{{{:04X}}}", static_cast<unsigned>(codePoint));
+        return codePoint < 0x100 ? fmt::format("\\x{:02X}", static_cast<unsigned>(codePoint))
+                                 : fmt::format("\\u{{{:04X}}}", static_cast<unsigned>(codePoint));
     }
 }
 
@@ -71,9 +73,8 @@ std::string visibleEscape(char32_t codePoint) {
 
 std::string utf8Text(char32_t codePoint) {
     std::string text(4, '\0');
-    const auto length =
-        utf8proc_encode_char(static_cast<utf8proc_int32_t>(codePoint),
-                             reinterpret_cast<utf8proc_uint8_t*>(text.data()));
+    const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(codePoint),
+                                             reinterpret_cast<utf8proc_uint8_t*>(text.data()));
     if (length < 1) return "\xEF\xBF\xBD";
     text.resize(static_cast<std::size_t>(length));
     return text;
@@ -105,8 +106,8 @@ std::string lowercased(std::string_view bytes) {
     std::string_view rest = repaired;
     while (!rest.empty()) {
         const Decoded next = decodeNext(rest);
-        text += utf8Text(static_cast<char32_t>(
-            utf8proc_tolower(static_cast<utf8proc_int32_t>(next.codePoint))));
+        text += utf8Text(
+            static_cast<char32_t>(utf8proc_tolower(static_cast<utf8proc_int32_t>(next.codePoint))));
         rest.remove_prefix(next.length);
     }
     return text;

@@ -31,15 +31,13 @@ struct KernelEntry {
     char name[1]; ///< zero-terminated
 };
 
-constexpr int lookAtTheNameOnly =
-    AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
-constexpr unsigned wanted = STATX_TYPE | STATX_NLINK | STATX_MTIME | STATX_ATIME | STATX_INO |
-                            STATX_SIZE | STATX_BLOCKS;
+constexpr int lookAtTheNameOnly = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+constexpr unsigned wanted =
+    STATX_TYPE | STATX_NLINK | STATX_MTIME | STATX_ATIME | STATX_INO | STATX_SIZE | STATX_BLOCKS;
 constexpr std::uint64_t bytesPerBlock = 512; // of stx_blocks, whatever the file system's blocks
 
 FileIdentityKey identityOf(const struct statx& status) {
-    return {.device = makedev(status.stx_dev_major, status.stx_dev_minor),
-            .inode = status.stx_ino};
+    return {.device = makedev(status.stx_dev_major, status.stx_dev_minor), .inode = status.stx_ino};
 }
 
 bool isMountRoot(const struct statx& status) {

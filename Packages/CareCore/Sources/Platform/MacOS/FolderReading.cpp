@@ -171,7 +171,10 @@ EntryTraits traitsOf(const Record& record) {
     if ((record.flags & SF_DATALESS) != 0) traits.add(EntryTrait::dataless);
     if ((record.flags & UF_COMPRESSED) != 0) traits.add(EntryTrait::compressed);
     if ((record.flags & SF_RESTRICTED) != 0) traits.add(EntryTrait::systemOwned);
-    if ((record.mountStatus & DIR_MNTSTATUS_MNTPOINT) != 0) traits.add(EntryTrait::mountPoint);
+    // A trigger mounts a volume as soon as it is opened: it is one already, as far as a walk goes.
+    if ((record.mountStatus & (DIR_MNTSTATUS_MNTPOINT | DIR_MNTSTATUS_TRIGGER)) != 0) {
+        traits.add(EntryTrait::mountPoint);
+    }
     return traits;
 }
 

@@ -84,14 +84,38 @@ constexpr ExtensionTable byExtension = [] {
 }();
 
 constexpr std::array<LowercaseTable<Listed, 33>::Row, 33> developerFolderRows{{
-    {"node_modules"},  {"deriveddata"},   {".build"},         {".gradle"},
-    {"pods"},          {".next"},         {".nuxt"},          {".turbo"},
-    {".parcel-cache"}, {".svelte-kit"},   {".angular"},       {".dart_tool"},
-    {".zig-cache"},    {".mypy_cache"},   {".pytest_cache"},  {".ruff_cache"},
-    {"__pycache__"},   {".venv"},         {"venv"},           {".tox"},
-    {".git"},          {".cargo"},        {".rustup"},        {".npm"},
-    {".pnpm-store"},   {".yarn"},         {"coresimulator"},  {"ios devicesupport"},
-    {"watchos devicesupport"}, {"tvos devicesupport"}, {"xcode"}, {".android"},
+    {"node_modules"},
+    {"deriveddata"},
+    {".build"},
+    {".gradle"},
+    {"pods"},
+    {".next"},
+    {".nuxt"},
+    {".turbo"},
+    {".parcel-cache"},
+    {".svelte-kit"},
+    {".angular"},
+    {".dart_tool"},
+    {".zig-cache"},
+    {".mypy_cache"},
+    {".pytest_cache"},
+    {".ruff_cache"},
+    {"__pycache__"},
+    {".venv"},
+    {"venv"},
+    {".tox"},
+    {".git"},
+    {".cargo"},
+    {".rustup"},
+    {".npm"},
+    {".pnpm-store"},
+    {".yarn"},
+    {"coresimulator"},
+    {"ios devicesupport"},
+    {"watchos devicesupport"},
+    {"tvos devicesupport"},
+    {"xcode"},
+    {".android"},
     {"android"},
 }};
 constexpr LowercaseTable<Listed, 33> developerFolders(developerFolderRows);
@@ -148,8 +172,8 @@ std::optional<ContentKind> contentKindContextOfPath(std::string_view path) {
     std::optional<ContentKind> context;
     bool isTopLevel = true;
     for (const std::string_view component : path::components(path)) {
-        context = contentKindContext(component, context,
-                                     isTopLevel && isSystemTopLevelFolder(component));
+        context =
+            contentKindContext(component, context, isTopLevel && isSystemTopLevelFolder(component));
         isTopLevel = false;
     }
     return context;

@@ -33,13 +33,16 @@ class Placing {
   public:
     Placing(const DiskTree& tree, const ProjectFolderJudge& judge,
             const DiskSorting::Options& options)
-        : tree_(tree), judge_(judge), options_(options),
+        : tree_(tree),
+          judge_(judge),
+          options_(options),
           unusedSince_(secondsBefore(options.now, unusedAge)) {
         findPlaces();
         findDownloads();
     }
 
-    template <class Place> void run(Place place) const {
+    template <class Place>
+    void run(Place place) const {
         struct Waiting {
             NodeNumber folder;
             bool inDownloads;
@@ -166,9 +169,8 @@ class Placing {
 } // namespace
 
 DiskSorting::Options DiskSorting::Options::current() {
-    return {.home = platform::homeFolder(),
-            .now = Timestamp::now(),
-            .trash = platform::trashPlaces()};
+    return {
+        .home = platform::homeFolder(), .now = Timestamp::now(), .trash = platform::trashPlaces()};
 }
 
 DiskSorting::DiskSorting(const DiskTree& tree, const ProjectFolderJudge& judge,

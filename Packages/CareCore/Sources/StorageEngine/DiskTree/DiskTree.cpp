@@ -74,7 +74,8 @@ Timestamp DiskTree::lastUsedDate(NodeNumber node) const {
 
 std::ranges::iota_view<NodeNumber, NodeNumber> DiskTree::children(NodeNumber node) const {
     const std::size_t i = at(node);
-    return {columns_.childStart[i], columns_.childStart[i] + columns_.childCount[i]};
+    return std::views::iota(columns_.childStart[i],
+                            columns_.childStart[i] + columns_.childCount[i]);
 }
 
 std::vector<NodeNumber> DiskTree::ancestors(NodeNumber node) const {
@@ -86,8 +87,8 @@ std::vector<NodeNumber> DiskTree::ancestors(NodeNumber node) const {
 std::vector<NodeNumber> DiskTree::sortedChildren(NodeNumber node, bool onDisk) const {
     const auto range = children(node);
     std::vector<NodeNumber> sorted(range.begin(), range.end());
-    std::ranges::stable_sort(sorted, std::ranges::greater{},
-                             [&](NodeNumber child) { return size(child, onDisk); });
+    std::ranges::sort(sorted, std::ranges::greater{},
+                      [&](NodeNumber child) { return size(child, onDisk); });
     return sorted;
 }
 

@@ -118,9 +118,8 @@ class DiskTree {
                                                        const Accept& where = nullptr) const;
     [[nodiscard]] std::vector<NodeNumber> largestFolders(const Ranking& ranking) const;
     /// Files of at least `minimumBytes` whose last use lies before `since` (seconds since 1970).
-    [[nodiscard]] std::vector<NodeNumber> untouchedFiles(const Ranking& ranking,
-                                                         std::uint32_t since,
-                                                         std::uint64_t minimumBytes) const;
+    [[nodiscard]] std::vector<NodeNumber>
+    untouchedFiles(const Ranking& ranking, std::uint32_t since, std::uint64_t minimumBytes) const;
     /// Nodes whose lower-cased name contains the lower-cased text.
     [[nodiscard]] std::vector<NodeNumber> matching(std::string_view name,
                                                    const Ranking& ranking) const;
@@ -153,7 +152,7 @@ class DiskTree {
     };
     /// A small tree made by hand, with the folders that the paths name. Of two files with one path
     /// the later counts; a path that runs through a file is passed over.
-    [[nodiscard]] static DiskTree example(const FileURL& root,
+    [[nodiscard]] static DiskTree example(const FileURL& rootURL,
                                           const std::vector<ExampleFile>& files);
 
   private:
@@ -161,10 +160,12 @@ class DiskTree {
     [[nodiscard]] bool wasMovedAway(NodeNumber node) const {
         return flags(node).contains(Flags::movedAway);
     }
-    template <class Body> void forEachPresent(NodeNumber node, Body body) const;
+    template <class Body>
+    void forEachPresent(NodeNumber node, Body body) const;
     template <class AcceptNode>
     [[nodiscard]] std::vector<NodeNumber> largest(const Ranking& ranking, AcceptNode accept) const;
-    template <class Amount> [[nodiscard]] std::uint64_t summed(NodeNumber node, Amount amount) const;
+    template <class Amount>
+    [[nodiscard]] std::uint64_t summed(NodeNumber node, Amount amount) const;
 
     Columns columns_;
 };

@@ -21,7 +21,8 @@ DiskTreeFlags flagsOf(platform::EntryTraits traits, std::optional<ContentKind> c
 
 /// Copies a batch's column behind the tree's. A column that one huge folder blew up goes back to
 /// the system at once: two full sets of columns must not stand side by side.
-template <class T> void moveColumn(GrowingArray<T>& target, GrowingArray<T>& column) {
+template <class T>
+void moveColumn(GrowingArray<T>& target, GrowingArray<T>& column) {
     constexpr std::size_t keptBetweenFolders = 1'048'576;
     target.append(column.span());
     column.clear();
@@ -60,16 +61,19 @@ void DiskTreeBatch::add(const platform::FolderEntry& entry,
 void DiskTreeBatch::addFolder(const platform::FolderEntry& entry,
                               const FolderSurroundings& surroundings,
                               const PlaceTree::Branch* places) {
-    const auto context = contentKindContext(
-        entry.name, surroundings.context,
-        surroundings.isStartupDiskRoot && isSystemTopLevelFolder(entry.name));
+    const auto context =
+        contentKindContext(entry.name, surroundings.context,
+                           surroundings.isStartupDiskRoot && isSystemTopLevelFolder(entry.name));
     DiskTreeFlags flags = flagsOf(entry.traits, context);
     flags.insert(DiskTreeFlags::directory);
     if (isPackageFolder(entry.name)) flags.insert(DiskTreeFlags::package);
 
     const bool contentsSkipped =
         places != nullptr && places->mark == PlaceTree::Mark::contentsSkipped;
-    if (surroundings.descends && !contentsSkipped && !flags.contains(DiskTreeFlags::mountPoint)) {
+    // Listing a folder whose contents are in the cloud would bring them onto the disk.
+    const bool isElsewhere =
+        flags.contains(DiskTreeFlags::mountPoint) || flags.contains(DiskTreeFlags::dataless);
+    if (surroundings.descends && !contentsSkipped && !isElsewhere) {
         descents_.push_back({.slot = count(), .context = context, .places = places});
     }
     ++folders_;
@@ -86,8 +90,8 @@ void DiskTreeBatch::addFile(const platform::FolderEntry& entry,
         clones_.push_back({.slot = count(),
                            .key = {.device = entry.identity.device, .inode = entry.cloneFamily}});
     }
-    push(entry,
-         surroundings.context ? *surroundings.context : contentKindForFile(entry.name), flags);
+    push(entry, surroundings.context ? *surroundings.context : contentKindForFile(entry.name),
+         flags);
     if (flags.contains(DiskTreeFlags::mountPoint)) {
         logical_[count() - 1] = allocated_[count() - 1] = 0; // its bytes lie on another volume
     }

@@ -16,7 +16,7 @@ namespace tidyro {
 struct FolderSurroundings {
     std::optional<ContentKind> context; ///< inherited by all of them
     bool isStartupDiskRoot = false;
-    bool descends = true; ///< false at the walk's maximum depth
+    bool descends = true;                      ///< false at the walk's maximum depth
     const PlaceTree::Branch* places = nullptr; ///< places to skip, here or below
 };
 

@@ -61,8 +61,9 @@ void place(std::vector<ExampleNode>& nodes, const DiskTree::ExampleFile& file,
             folder = found->second;
         } else {
             const bool topLevel = atStartupDiskRoot && depth == 0;
-            const auto context = contentKindContext(
-                names[depth], nodes[folder].context, topLevel && isSystemTopLevelFolder(names[depth]));
+            const auto context =
+                contentKindContext(names[depth], nodes[folder].context,
+                                   topLevel && isSystemTopLevelFolder(names[depth]));
             nodes[folder].children.emplace(names[depth], nodes.size());
             folder = nodes.size();
             nodes.push_back({.name = std::string(names[depth]), .context = context});
@@ -95,20 +96,20 @@ void append(DiskTreeColumns& columns, const ExampleNode& node, NodeNumber parent
 
 } // namespace
 
-DiskTree DiskTree::example(const FileURL& root, const std::vector<ExampleFile>& files) {
-    std::vector<ExampleNode> nodes{{.name = std::string(root.lastComponent()),
-                                    .context = contentKindContextOfPath(root.path())}};
+DiskTree DiskTree::example(const FileURL& rootURL, const std::vector<ExampleFile>& files) {
+    std::vector<ExampleNode> nodes{{.name = std::string(rootURL.lastComponent()),
+                                    .context = contentKindContextOfPath(rootURL.path())}};
     for (const ExampleFile& file : files) {
         std::string_view relative = file.path;
-        if (path::isInsideOrEqual(relative, root.path())) {
-            relative = path::below(relative, root.path());
+        if (path::isInsideOrEqual(relative, rootURL.path())) {
+            relative = path::below(relative, rootURL.path());
         }
-        place(nodes, file, relative, root.path() == "/");
+        place(nodes, file, relative, rootURL.path() == "/");
     }
 
     // Folder by folder, so that the children of each stand together behind it.
     Columns columns;
-    columns.rootURL = root;
+    columns.rootURL = rootURL;
     columns.finishedAt = Timestamp::now();
     append(columns, nodes[0], -1, std::nullopt);
     std::vector<std::size_t> order{0};

@@ -51,8 +51,8 @@ void removeNodes(DiskTreeColumns& columns, const std::vector<NodeNumber>& nodes)
         if (before < nodes.size() && static_cast<std::size_t>(nodes[before]) == node) ++before;
     }
     for (const NodeNumber node : nodes) {
-        --columns.childCount[static_cast<std::size_t>(
-            columns.parent[static_cast<std::size_t>(node)])];
+        --columns
+              .childCount[static_cast<std::size_t>(columns.parent[static_cast<std::size_t>(node)])];
     }
     for (std::size_t node = 0; node < columns.parent.size(); ++node) {
         if (columns.parent[node] > 0) {

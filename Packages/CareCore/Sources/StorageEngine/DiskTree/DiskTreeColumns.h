@@ -34,7 +34,8 @@ class DiskTreeFlags {
 
     constexpr DiskTreeFlags() = default;
     // A flag is a set of one.
-    constexpr DiskTreeFlags(Flag flag) noexcept : raw_(flag) {} // NOLINT(google-explicit-constructor)
+    constexpr DiskTreeFlags(Flag flag) noexcept
+        : raw_(flag) {} // NOLINT(google-explicit-constructor)
     [[nodiscard]] static constexpr DiskTreeFlags fromRawValue(std::uint16_t raw) noexcept {
         DiskTreeFlags flags;
         flags.raw_ = raw;
@@ -53,13 +54,13 @@ class DiskTreeFlags {
 /// The stored form of a disk tree: one column a fact, one element a node, then the facts of the
 /// scan. See DiskTree for what they mean together.
 struct DiskTreeColumns {
-    GrowingArray<NodeNumber> parent;         ///< negative for the root
-    GrowingArray<NodeNumber> childStart;     ///< the first child; children are consecutive
-    GrowingArray<std::int32_t> childCount;   ///< 0 for files
-    GrowingArray<std::uint32_t> nameStart;   ///< offset into `nameBytes`
-    GrowingArray<std::uint16_t> nameLength;  ///< bytes
-    GrowingArray<char> nameBytes;            ///< all names without separators, as on disk
-    GrowingArray<std::uint64_t> logicalSize; ///< bytes of data; folders: the subtree's total
+    GrowingArray<NodeNumber> parent;           ///< negative for the root
+    GrowingArray<NodeNumber> childStart;       ///< the first child; children are consecutive
+    GrowingArray<std::int32_t> childCount;     ///< 0 for files
+    GrowingArray<std::uint32_t> nameStart;     ///< offset into `nameBytes`
+    GrowingArray<std::uint16_t> nameLength;    ///< bytes
+    GrowingArray<char> nameBytes;              ///< all names without separators, as on disk
+    GrowingArray<std::uint64_t> logicalSize;   ///< bytes of data; folders: the subtree's total
     GrowingArray<std::uint64_t> allocatedSize; ///< bytes on disk; folders: the subtree's total
     GrowingArray<std::uint32_t> modified;      ///< whole seconds since 1970-01-01 UTC
     GrowingArray<std::uint32_t> accessed;      ///< whole seconds since 1970-01-01 UTC

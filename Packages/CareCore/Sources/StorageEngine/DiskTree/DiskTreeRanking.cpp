@@ -58,7 +58,8 @@ constexpr std::uint64_t wholeBlocks(std::uint64_t bytes) {
 } // namespace
 
 /// Visits the nodes below `node`, never itself, that were not moved away with their folders.
-template <class Body> void DiskTree::forEachPresent(NodeNumber node, Body body) const {
+template <class Body>
+void DiskTree::forEachPresent(NodeNumber node, Body body) const {
     std::vector<NodeNumber> folders{node};
     while (!folders.empty()) {
         const NodeNumber folder = folders.back();
@@ -126,7 +127,8 @@ std::array<std::uint64_t, contentKindCount> DiskTree::bytesByKind(NodeNumber und
 }
 
 /// The sum of `amount` over the files of a subtree.
-template <class Amount> std::uint64_t DiskTree::summed(NodeNumber node, Amount amount) const {
+template <class Amount>
+std::uint64_t DiskTree::summed(NodeNumber node, Amount amount) const {
     std::uint64_t total = 0;
     const auto add = [&](NodeNumber, std::size_t i) {
         if (!columns_.flags[i].contains(Flags::directory)) total = saturatingAdd(total, amount(i));
@@ -153,9 +155,8 @@ std::uint64_t DiskTree::cloneSavings(NodeNumber node) const {
 }
 
 bool DiskTree::hasSharedStorage() const {
-    return std::ranges::any_of(columns_.flags, [](Flags flags) {
-        return flags.contains(Flags::sharedStorage);
-    });
+    return std::ranges::any_of(columns_.flags,
+                               [](Flags flags) { return flags.contains(Flags::sharedStorage); });
 }
 
 std::uint64_t DiskTree::sharedStorageBytes(NodeNumber node, bool onDisk) const {

@@ -46,14 +46,15 @@ DiskTreeScanner::scan(const FileURL& url, const ProgressHandler& progress,
     auto root = platform::FolderDescriptor::openRoot(url.path());
     if (!root && root.error().code == ENOTDIR) return std::unexpected(NotADirectory{url});
     if (!root) return std::unexpected(Unreadable{url, root.error()});
-    DiskTreeWalk walk({.rootURL = url,
-                       .root = std::move(*root),
-                       .workerCount = static_cast<std::size_t>(std::max<std::int64_t>(workerCount, 1)),
-                       .progressInterval = progressInterval,
-                       .skipping = skipping,
-                       .skippingContentsOf = skippingContentsOf,
-                       .progressHandler = progress,
-                       .afterBulkRead = afterBulkRead});
+    DiskTreeWalk walk(
+        {.rootURL = url,
+         .root = std::move(*root),
+         .workerCount = static_cast<std::size_t>(std::max<std::int64_t>(workerCount, 1)),
+         .progressInterval = progressInterval,
+         .skipping = skipping,
+         .skippingContentsOf = skippingContentsOf,
+         .progressHandler = progress,
+         .afterBulkRead = afterBulkRead});
     const std::stop_callback cancelling(cancel, [&walk] { walk.cancel(); });
     return walk.run();
 }

@@ -60,14 +60,14 @@ class DiskTreeScanner {
                              double interval = 0.1);
 
     std::int64_t workerCount;
-    double progressInterval; ///< seconds between reports
-    std::set<std::string> skipping; ///< neither these nor what is in them enters the tree
+    double progressInterval;                  ///< seconds between reports
+    std::set<std::string> skipping;           ///< neither these nor what is in them enters the tree
     std::set<std::string> skippingContentsOf; ///< these enter without their contents
-    std::function<void()> afterBulkRead; ///< after each bulk read, for tests and diagnostics
+    std::function<void()> afterBulkRead;      ///< after each bulk read, for tests and diagnostics
 
-    [[nodiscard]] std::expected<DiskTree, ScanError>
-    scan(const FileURL& url, const ProgressHandler& progress = nullptr,
-         const CancelToken& cancel = {}) const;
+    [[nodiscard]] std::expected<DiskTree, ScanError> scan(const FileURL& url,
+                                                          const ProgressHandler& progress = nullptr,
+                                                          const CancelToken& cancel = {}) const;
 
     struct GuardedFolders {
         std::set<std::string> skipping;

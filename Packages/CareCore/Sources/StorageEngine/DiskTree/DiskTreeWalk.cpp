@@ -16,10 +16,12 @@ using platform::FolderDescriptor;
 using platform::FolderFacts;
 
 DiskTreeWalk::DiskTreeWalk(Options options)
-    : rootURL_(std::move(options.rootURL)), workerCount_(options.workerCount),
+    : rootURL_(std::move(options.rootURL)),
+      workerCount_(options.workerCount),
       progressInterval_(options.progressInterval),
       progressHandler_(std::move(options.progressHandler)),
-      afterBulkRead_(std::move(options.afterBulkRead)), maximumDepth_(options.maximumDepth),
+      afterBulkRead_(std::move(options.afterBulkRead)),
+      maximumDepth_(options.maximumDepth),
       places_(rootURL_.path(), options.skipping, options.skippingContentsOf),
       startedAt_(Clock::now()),
       openFolders_(std::move(options.root), platform::openFolderBudget()),
@@ -65,19 +67,20 @@ void DiskTreeWalk::appendRoot() {
     columns_.accessed.push(0);
     columns_.kind.push(context.value_or(ContentKind::other));
     columns_.flags.push(flags);
-    jobs_.push_back({.index = 0, .from = 0, .depth = 0, .context = context, .places = places_.top()});
+    jobs_.push_back(
+        {.index = 0, .from = 0, .depth = 0, .context = context, .places = places_.top()});
     openFolders_.retain(0, 1);
 }
 
 void DiskTreeWalk::work() {
-    platform::FolderLister lister({.tellsClones = tellsClones_,
-                                   .cancelled = &cancelled_,
-                                   .afterBulkRead = afterBulkRead_});
+    platform::FolderLister lister(
+        {.tellsClones = tellsClones_, .cancelled = &cancelled_, .afterBulkRead = afterBulkRead_});
     Reading reading{};
     std::vector<FolderDescriptor> closing;
     std::unique_lock lock(mutex_);
     for (;;) {
-        ready_.wait(lock, [&] { return cancelled_ || failure_ || !jobs_.empty() || pending_ == 0; });
+        ready_.wait(lock,
+                    [&] { return cancelled_ || failure_ || !jobs_.empty() || pending_ == 0; });
         if (cancelled_ || failure_ || jobs_.empty()) {
             ready_.notify_all();
             return;
@@ -120,8 +123,8 @@ void DiskTreeWalk::read(Reading& reading, platform::FolderLister& lister) {
     if (reading.outcome != Outcome::read) return;
 
     const FolderSurroundings surroundings{.context = reading.job.context,
-                                          .isStartupDiskRoot = reading.job.index == 0 &&
-                                                               rootURL_.path() == "/",
+                                          .isStartupDiskRoot =
+                                              reading.job.index == 0 && rootURL_.path() == "/",
                                           .descends = reading.job.depth < maximumDepth_,
                                           .places = reading.job.places};
     lister.begin(reading.folder.isOpen() ? reading.folder : *reading.from);
@@ -153,8 +156,8 @@ void DiskTreeWalk::open(Reading& reading) {
     if (!facts) return close(reading, Outcome::denied, facts.error());
     reading.facts = *facts;
     const bool isRoot = reading.routeLength == 0;
-    if (!isRoot && (facts->traits.has(EntryTrait::mountPoint) ||
-                    facts->identity.device != rootDevice_)) {
+    if (!isRoot &&
+        (facts->traits.has(EntryTrait::mountPoint) || facts->identity.device != rootDevice_)) {
         close(reading, Outcome::mountPoint, {0});
     }
 }

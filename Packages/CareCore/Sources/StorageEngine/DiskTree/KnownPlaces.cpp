@@ -21,9 +21,12 @@ constexpr double day = 86'400;
 constexpr std::array<std::string_view, 2> finderFiles{".DS_Store", ".localized"};
 
 /// Caches that the system keeps for itself and refuses to give up.
-constexpr std::array<std::string_view, 6> systemCaches{
-    "CloudKit",       "FamilyCircle",       "com.apple.HomeKit",
-    "com.apple.homed", "com.apple.containermanagerd", "com.apple.ap.adprivacyd"};
+constexpr std::array<std::string_view, 6> systemCaches{"CloudKit",
+                                                       "FamilyCircle",
+                                                       "com.apple.HomeKit",
+                                                       "com.apple.homed",
+                                                       "com.apple.containermanagerd",
+                                                       "com.apple.ap.adprivacyd"};
 
 /// Xcode does not build this one again by itself.
 constexpr std::array<std::string_view, 1> compilationCache{"CompilationCache.noindex"};
@@ -42,12 +45,12 @@ constexpr std::array<KnownPlace, 34> places{{
      day},
     {"watchos-device-support", "Library/Developer/Xcode/watchOS DeviceSupport", eachChild,
      appleDeveloper, day},
-    {"tvos-device-support", "Library/Developer/Xcode/tvOS DeviceSupport", eachChild,
-     appleDeveloper, day},
+    {"tvos-device-support", "Library/Developer/Xcode/tvOS DeviceSupport", eachChild, appleDeveloper,
+     day},
     {"simulator-caches", "Library/Developer/CoreSimulator/Caches", wholePlace, appleDeveloper,
      hour},
-    {"simulator-devices", "Library/Developer/CoreSimulator/Devices", eachChild, appleDeveloper,
-     day, deviceSet},
+    {"simulator-devices", "Library/Developer/CoreSimulator/Devices", eachChild, appleDeveloper, day,
+     deviceSet},
     {"npm-cache", ".npm/_cacache", wholePlace, packageCaches, tenMinutes},
     {"npx-cache", ".npm/_npx", wholePlace, packageCaches, tenMinutes},
     {"yarn-cache", "Library/Caches/Yarn", wholePlace, packageCaches, tenMinutes},
@@ -84,9 +87,11 @@ constexpr auto starCount(std::string_view pattern) { return std::ranges::count(p
 std::array<const KnownPlace*, places.size()> sortedBySpecificity() {
     std::array<const KnownPlace*, places.size()> sorted{};
     std::ranges::transform(places, sorted.begin(), [](const KnownPlace& place) { return &place; });
-    std::ranges::stable_sort(sorted, [](const KnownPlace* a, const KnownPlace* b) {
+    std::ranges::sort(sorted, [](const KnownPlace* a, const KnownPlace* b) {
         const auto more = componentCount(a->pattern) - componentCount(b->pattern);
-        return more != 0 ? more > 0 : starCount(a->pattern) < starCount(b->pattern);
+        if (more != 0) return more > 0;
+        const auto stars = starCount(a->pattern) - starCount(b->pattern);
+        return stars != 0 ? stars < 0 : a < b; // both point into the list
     });
     return sorted;
 }

@@ -12,7 +12,8 @@ namespace tidyro {
 /// A fixed open-addressed table from short lower-case words to values, made at compile time and
 /// asked without regard to ASCII case. For look-ups that happen once an entry in a walk: no
 /// allocation, no copy of the name, one or two probes.
-template <class Value, std::size_t Rows> class LowercaseTable {
+template <class Value, std::size_t Rows>
+class LowercaseTable {
   public:
     struct Row {
         std::string_view word;

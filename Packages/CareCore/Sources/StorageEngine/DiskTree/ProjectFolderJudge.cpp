@@ -19,8 +19,7 @@ using ProjectFiles = std::string_view;
 constexpr ProjectFiles node = "package.json";
 constexpr ProjectFiles python =
     "pyproject.toml setup.py setup.cfg requirements.txt Pipfile tox.ini";
-constexpr ProjectFiles gradle =
-    "build.gradle build.gradle.kts settings.gradle settings.gradle.kts";
+constexpr ProjectFiles gradle = "build.gradle build.gradle.kts settings.gradle settings.gradle.kts";
 
 using Table = LowercaseTable<ProjectFiles, 34>;
 

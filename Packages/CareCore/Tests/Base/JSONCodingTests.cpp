@@ -1,0 +1,189 @@
+#include "Base/JSONCoding.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace tidyro {
+namespace {
+
+using Kind = DecodingError::Kind;
+
+enum class Colour { red, darkBlue };
+constexpr RawValueTable<Colour, 2> rawValues(RawValueTag<Colour>) {
+    return {{{{Colour::red, "red"}, {Colour::darkBlue, "dark-blue"}}}};
+}
+
+struct Part {
+    std::uint64_t bytes;
+    std::optional<std::string> note = std::nullopt;
+
+    static constexpr auto fields() {
+        return fieldList<Part>(field("bytes", &Part::bytes), field("note", &Part::note));
+    }
+    bool operator==(const Part&) const = default;
+};
+
+struct Sample {
+    bool isOn;
+    double ratio;
+    std::string words;
+    Timestamp at;
+    FileURL place;
+    UUID id;
+    std::int8_t small;
+    Colour colour;
+    std::vector<Part> parts;
+    std::set<std::string> tags;
+    Part main;
+    std::optional<Part> other = std::nullopt;
+
+    static constexpr auto fields() {
+        return fieldList<Sample>(field("z", &Sample::isOn), field("ratio", &Sample::ratio),
+                                 field("words", &Sample::words), field("at", &Sample::at),
+                                 field("place", &Sample::place), field("id", &Sample::id),
+                                 field("small", &Sample::small), field("colour", &Sample::colour),
+                                 field("parts", &Sample::parts), field("tags", &Sample::tags),
+                                 field("main", &Sample::main), field("other", &Sample::other));
+    }
+    bool operator==(const Sample&) const = default;
+};
+
+Sample sample() {
+    return {.isOn = true,
+            .ratio = 0.1,
+            .words = "\"\u00E4\n",
+            .at = Timestamp::since1970(978'307'200.5),
+            .place = FileURL::folder("/a b"),
+            .id = *UUID::fromText("00112233-4455-6677-8899-AABBCCDDEEFF"),
+            .small = -128,
+            .colour = Colour::darkBlue,
+            .parts = {{.bytes = UINT64_MAX}, {.bytes = 0, .note = ""}},
+            .tags = {"b", "a"},
+            .main = {.bytes = 1}};
+}
+
+constexpr std::string_view sampleText =
+    R"({"z":true,"ratio":0.1,"words":"\"ä\n","at":0.5,"place":"file:///a%20b/",)"
+    R"("id":"00112233-4455-6677-8899-AABBCCDDEEFF","small":-128,"colour":"dark-blue",)"
+    R"("parts":[{"bytes":18446744073709551615},{"bytes":0,"note":""}],"tags":["a","b"],)"
+    R"("main":{"bytes":1}})";
+
+TEST(JSONCoding, WritesKeysInOrderAndReadsThemInAny) {
+    EXPECT_EQ(jsonText(toJSON(sample())), sampleText);
+    Sample full = sample();
+    full.other = {.bytes = 7, .note = "n"};
+    for (const Sample& record : {sample(), full}) {
+        const JSON document = toJSON(record);
+        EXPECT_EQ(fromJSONText<Sample>(jsonText(document)), record);
+        JSON turned = {{"unknown", 1}, {"other", nullptr}};
+        for (auto entry = document.rbegin(); entry != document.rend(); ++entry) {
+            turned[entry.key()] = entry.value();
+        }
+        EXPECT_EQ(fromJSONText<Sample>(jsonText(turned, 2)), record);
+    }
+}
+
+TEST(JSONCoding, SaysWhatIsDamagedAndWhere) {
+    struct Damage {
+        std::string pointer;
+        std::optional<JSON> value; ///< none: the key is missing
+        Kind kind;
+        std::string path;
+    };
+    for (const auto& [pointer, value, kind, path] :
+         std::vector<Damage>{{"/z", std::nullopt, Kind::missingKey, "z"},
+                             {"/z", 1, Kind::typeMismatch, "z"},
+                             {"/ratio", "0.1", Kind::typeMismatch, "ratio"},
+                             {"/ratio", nullptr, Kind::typeMismatch, "ratio"},
+                             {"/words", 1, Kind::typeMismatch, "words"},
+                             {"/at", "now", Kind::typeMismatch, "at"},
+                             {"/place", "/a b", Kind::dataCorrupted, "place"},
+                             {"/place", 1, Kind::typeMismatch, "place"},
+                             {"/id", "0011", Kind::dataCorrupted, "id"},
+                             {"/small", 128, Kind::typeMismatch, "small"},
+                             {"/colour", "Red", Kind::dataCorrupted, "colour"},
+                             {"/colour", 0, Kind::typeMismatch, "colour"},
+                             {"/parts", JSON::object(), Kind::typeMismatch, "parts"},
+                             {"/parts/1", "x", Kind::typeMismatch, "parts"},
+                             {"/parts/1/bytes", -1, Kind::typeMismatch, "parts.bytes"},
+                             {"/parts/1/bytes", std::nullopt, Kind::missingKey, "parts.bytes"},
+                             {"/tags/0", false, Kind::typeMismatch, "tags"},
+                             {"/main", JSON::array(), Kind::typeMismatch, "main"},
+                             {"/main/note", 5, Kind::typeMismatch, "main.note"},
+                             {"/other", JSON::object(), Kind::missingKey, "other.bytes"}}) {
+        JSON document = toJSON(sample());
+        const JSON::json_pointer place(pointer);
+        if (value) {
+            document[place] = *value;
+        } else {
+            document[place.parent_pointer()].erase(place.back());
+        }
+        const auto read = fromJSON<Sample>(document);
+        ASSERT_FALSE(read) << document;
+        EXPECT_EQ(read.error().kind, kind) << document;
+        EXPECT_EQ(read.error().path, path) << document;
+        EXPECT_NE(read.error().description().find("(at " + path + ")"), std::string::npos);
+    }
+}
+
+template <class T>
+std::optional<T> number(std::string_view text) {
+    const auto read = fromJSONText<T>(text);
+    if (read) return *read;
+    EXPECT_EQ(read.error().kind, Kind::typeMismatch) << text;
+    return std::nullopt;
+}
+
+TEST(JSONCoding, KeepsNumbersInTheirRange) {
+    EXPECT_EQ(number<std::uint8_t>("255"), 255);
+    EXPECT_EQ(number<std::int64_t>("9223372036854775807"), INT64_MAX);
+    EXPECT_EQ(number<std::int64_t>("-9223372036854775808"), INT64_MIN);
+    EXPECT_EQ(number<double>("12"), 12.0);
+    for (const std::string_view text :
+         {"256", "-1", "1.0", "1e1", "true", "null", "\"1\"", "[1]"}) {
+        EXPECT_FALSE(number<std::uint8_t>(text)) << text;
+    }
+    EXPECT_FALSE(number<std::uint64_t>("18446744073709551616"));
+    EXPECT_FALSE(number<std::int64_t>("9223372036854775808"));
+    EXPECT_FALSE(number<std::int64_t>("-9223372036854775809"));
+    EXPECT_FALSE(number<std::int64_t>("1.5"));
+    EXPECT_FALSE(number<std::int8_t>("-129"));
+}
+
+TEST(JSONCoding, RefusesHostileBytes) {
+    const std::string deep(10'000, '[');
+    const auto bottomless = fromJSONText<Sample>(deep + std::string(10'000, ']'));
+    ASSERT_FALSE(bottomless);
+    EXPECT_EQ(bottomless.error().kind, Kind::typeMismatch);
+    for (const std::string& text :
+         {deep, std::string(), std::string(" "), std::string("{\"z\":"), std::string("{}{}"),
+          std::string("1e999"), std::string("-1e999"), std::string("[1,]"), std::string("NaN"),
+          std::string("01"), std::string("'a'"), std::string("\"\n\""), std::string("\"\xFF\""),
+          std::string("\"\xED\xA0\x80\""), std::string("\"\\ud800\""), std::string("/**/1"),
+          std::string("{}\0", 3), std::string("{}\0{", 4)}) {
+        const auto read = parseJSON(text);
+        ASSERT_FALSE(read) << text;
+        EXPECT_EQ(read.error().kind, Kind::malformed) << text;
+        EXPECT_EQ(read.error().path, "");
+    }
+}
+
+TEST(JSONCoding, LosesNoByteOfAPlaceAndRepairsText) {
+    Sample record = sample();
+    record.place = FileURL::file("/\xFF\xC3/caf\xE9");
+    record.words = "a\xFFz";
+    const auto read = fromJSONText<Sample>(jsonText(toJSON(record)));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->place, record.place);
+    EXPECT_EQ(read->words, "a\uFFFDz");
+}
+
+} // namespace
+} // namespace tidyro
