@@ -14,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     const auto read = tidyro::fromJSONText<FolderSnapshot>(text);
     if (!read) return 0;
-    const auto again = tidyro::fromJSONText<FolderSnapshot>(tidyro::jsonText(tidyro::toJSON(*read)));
+    const auto again =
+        tidyro::fromJSONText<FolderSnapshot>(tidyro::jsonText(tidyro::toJSON(*read)));
     tidyro::require(again == read, "a snapshot changed on its way");
     return 0;
 }

@@ -43,8 +43,7 @@ TEST(CommandLineArguments, ThatAreWellFormedMakeARequest) {
         {{"--cli", "scan", "-Flag", "-Other", "x", "/a", "-"},
          {.command = Command::scan, .path = "/a"}},
         {{"--cli", "scan", "/a", "--cli", "scan"}, {.command = Command::scan, .path = "/a"}},
-        {{"--cli", "scan", "/not utf8 \xFF"},
-         {.command = Command::scan, .path = "/not utf8 \xFF"}},
+        {{"--cli", "scan", "/not utf8 \xFF"}, {.command = Command::scan, .path = "/not utf8 \xFF"}},
     };
     for (const Case& each : cases) {
         const auto result = parsed(each.arguments);

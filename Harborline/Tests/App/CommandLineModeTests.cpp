@@ -45,27 +45,28 @@ TEST(CommandLineMode, ScanPrintsTotalsTheLargestAndTheGroups) {
     place.noise("b", 4'096);
     place.noise("project/node_modules/x", 8'192);
     place.file("project/package.json");
-    const auto [status, lines] = ran({.command = Command::scan, .path = place.path(), .largest = 2});
+    const auto [status, lines] =
+        ran({.command = Command::scan, .path = place.path(), .largest = 2});
     EXPECT_EQ(status, 0);
     EXPECT_THAT(
-        lines,
-        ElementsAre(MatchesRegex("Read " + place.path() + ": 4 files in 3 folders, 2\\.4 MB on "
-                                 "disk \\(2\\.4 MB of data\\), in 0\\.[0-9][0-9] s\\."),
-                    MatchesRegex("Largest 2, ranked in 0\\.[0-9]{3} s:"),
-                    "  1     2.3 MB  " + place / "a/large",
-                    "  2       8 KB  " + place / "project/node_modules/x", "Cleanup groups:",
-                    "  Generated project folders            1 item       8 KB"));
+        lines, ElementsAre(MatchesRegex("Read " + place.path() +
+                                        ": 4 files in 3 folders, 2\\.4 MB on "
+                                        "disk \\(2\\.4 MB of data\\), in 0\\.[0-9][0-9] s\\."),
+                           MatchesRegex("Largest 2, ranked in 0\\.[0-9]{3} s:"),
+                           "  1     2.3 MB  " + place / "a/large",
+                           "  2       8 KB  " + place / "project/node_modules/x", "Cleanup groups:",
+                           "  Generated project folders            1 item       8 KB"));
 }
 
 TEST(CommandLineMode, ScanOfLittleUsesTheSingular) {
     const TemporaryFolder place;
     place.file("only/one");
     const auto [status, lines] = ran({.command = Command::scan, .path = place.path()});
-    EXPECT_THAT(lines, ElementsAre(MatchesRegex(".*: 1 file in 1 folder, Zero KB on disk \\(Zero "
-                                                "KB of data\\), in .*"),
-                                   MatchesRegex("Largest 1, .*"),
-                                   "  1    Zero KB  " + place / "only/one",
-                                   "Cleanup groups: nothing in this folder belongs to one."));
+    EXPECT_THAT(lines,
+                ElementsAre(MatchesRegex(".*: 1 file in 1 folder, Zero KB on disk \\(Zero "
+                                         "KB of data\\), in .*"),
+                            MatchesRegex("Largest 1, .*"), "  1    Zero KB  " + place / "only/one",
+                            "Cleanup groups: nothing in this folder belongs to one."));
     const TemporaryFolder empty;
     EXPECT_THAT(ran({.command = Command::scan, .path = empty.path()}).lines,
                 ElementsAre(MatchesRegex(".*: 0 files in 0 folders, .*"),
@@ -167,8 +168,9 @@ TEST(Executable, EndsWithTheStatusAndTheStreamThatScriptsExpect) {
     EXPECT_EQ(shell("$T --cli scan " + place / "x").status, 66);
     EXPECT_EQ(shell("$T --cli scan " + place.path()).status, 0);
     // A reader that has ended before the first line.
-    EXPECT_EQ(shell("{ { $T --cli scan " + place.path() + " 2>&3; echo $? >&3; } | true; } 3>&1").output,
-              "0\n");
+    EXPECT_EQ(
+        shell("{ { $T --cli scan " + place.path() + " 2>&3; echo $? >&3; } | true; } 3>&1").output,
+        "0\n");
 #ifdef __linux__
     const Process full = shell("$T --cli scan " + place.path() + " 2>&1 >/dev/full");
     EXPECT_EQ(full.status, 1);

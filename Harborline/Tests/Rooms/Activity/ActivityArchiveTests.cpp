@@ -76,13 +76,13 @@ TEST(ActivityArchive, TellsWhatIsWrongWithAFile) {
 
     const auto missing = ActivityArchive::load(FileURL::file(place / "missing"));
     EXPECT_EQ(ActivityArchive::description(missing.error()),
-              "The snapshot " + place / "missing" + " could not be read (No such file or directory).");
+              "The snapshot " + place / "missing" +
+                  " could not be read (No such file or directory).");
     place.file("in the way");
     const auto saved = ActivityArchive(FileURL::folder(place / "in the way"))
                            .save(FolderSnapshot::of(exampleTree(), {}));
-    EXPECT_EQ(ActivityArchive::description(saved.error()), "The snapshot could not be kept in " +
-                                                               place / "in the way" +
-                                                               " (Not a directory).");
+    EXPECT_EQ(ActivityArchive::description(saved.error()),
+              "The snapshot could not be kept in " + place / "in the way" + " (Not a directory).");
 }
 
 } // namespace

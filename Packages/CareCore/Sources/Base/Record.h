@@ -6,8 +6,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "Base/Fault.h"
-
 namespace tidyro {
 
 /// Value records: plain aggregates with one list of their fields, which drives JSON both ways.

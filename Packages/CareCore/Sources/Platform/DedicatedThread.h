@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
@@ -25,5 +26,9 @@ class DedicatedThread {
 /// Names the calling thread; a system that keeps short names only gets the beginning and the
 /// trailing number.
 void nameThisThread(const std::string& name, Quality quality);
+
+/// How often the calling thread had to wait for something so far, a disk for example, rather than
+/// being taken off its processor. Always 0 on a system that does not count it.
+[[nodiscard]] std::uint64_t waitsOfThisThread();
 
 } // namespace tidyro::platform

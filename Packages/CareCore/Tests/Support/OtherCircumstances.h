@@ -18,8 +18,7 @@ namespace tidyro::testing {
 [[nodiscard]] std::string asOrdinaryUser(const std::function<std::string()>& work);
 
 /// The same in a mount namespace of its own. None where that is not allowed; the test then skips.
-[[nodiscard]] std::optional<std::string>
-inMountNamespace(const std::function<std::string()>& work);
+[[nodiscard]] std::optional<std::string> inMountNamespace(const std::function<std::string()>& work);
 
 /// Mounts `source` at `target` inside `inMountNamespace`.
 [[nodiscard]] bool bindMount(const std::string& source, const std::string& target);

@@ -1,6 +1,7 @@
 #include "Platform/DedicatedThread.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
 
 namespace tidyro::platform {
 
@@ -14,6 +15,11 @@ void nameThisThread(const std::string& name, Quality /*quality*/) {
     }
     // A name is a courtesy; without it the thread works the same.
     static_cast<void>(::pthread_setname_np(::pthread_self(), shown.c_str()));
+}
+
+std::uint64_t waitsOfThisThread() {
+    rusage usage{};
+    return ::getrusage(RUSAGE_THREAD, &usage) == 0 ? static_cast<std::uint64_t>(usage.ru_nvcsw) : 0;
 }
 
 } // namespace tidyro::platform

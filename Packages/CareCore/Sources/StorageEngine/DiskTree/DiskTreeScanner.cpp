@@ -15,8 +15,12 @@ namespace tidyro {
 
 namespace {
 
+constexpr std::int64_t fewestWorkers = 4;
+constexpr std::int64_t mostWorkers = 12;
+
 std::int64_t defaultWorkerCount() {
-    return std::clamp<std::int64_t>(std::thread::hardware_concurrency(), 4, 12);
+    return std::clamp<std::int64_t>(std::thread::hardware_concurrency(), fewestWorkers,
+                                    mostWorkers);
 }
 
 struct Describe {
@@ -38,6 +42,7 @@ std::string DiskTreeScanner::description(const ScanError& error) {
 
 DiskTreeScanner::DiskTreeScanner(std::optional<std::int64_t> workers, double interval)
     : workerCount(std::max<std::int64_t>(workers.value_or(defaultWorkerCount()), 1)),
+      standInCount(workers ? 0 : mostWorkers - workerCount),
       progressInterval(interval) {}
 
 std::expected<DiskTree, DiskTreeScanner::ScanError>
@@ -50,6 +55,7 @@ DiskTreeScanner::scan(const FileURL& url, const ProgressHandler& progress,
         {.rootURL = url,
          .root = std::move(*root),
          .workerCount = static_cast<std::size_t>(std::max<std::int64_t>(workerCount, 1)),
+         .standInCount = static_cast<std::size_t>(std::max<std::int64_t>(standInCount, 0)),
          .progressInterval = progressInterval,
          .skipping = skipping,
          .skippingContentsOf = skippingContentsOf,

@@ -56,10 +56,15 @@ class DiskTreeScanner {
 
     /// Absent `workers` are the machine's processors, at least 4 (reading waits for the
     /// disk) and at most 12 (more only contend). Below 1 counts as 1.
+    /// A given count is kept to: nobody stands in.
     explicit DiskTreeScanner(std::optional<std::int64_t> workers = std::nullopt,
                              double interval = 0.1);
 
     std::int64_t workerCount;
+    /// Further threads that join once workers are seen waiting for the disk. A disk that is asked
+    /// for many things at once answers more of them in the same time, and folders that are in
+    /// memory already are read fastest without them.
+    std::int64_t standInCount;
     double progressInterval;                  ///< seconds between reports
     std::set<std::string> skipping;           ///< neither these nor what is in them enters the tree
     std::set<std::string> skippingContentsOf; ///< these enter without their contents

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "Base/Saturating.h"
-#include "Platform/DedicatedThread.h"
 
 namespace tidyro {
 
@@ -18,6 +18,7 @@ using platform::FolderFacts;
 DiskTreeWalk::DiskTreeWalk(Options options)
     : rootURL_(std::move(options.rootURL)),
       workerCount_(options.workerCount),
+      standInCount_(options.standInCount),
       progressInterval_(options.progressInterval),
       progressHandler_(std::move(options.progressHandler)),
       afterBulkRead_(std::move(options.afterBulkRead)),
@@ -32,15 +33,29 @@ std::expected<DiskTree, DiskTreeScanner::ScanError> DiskTreeWalk::run() {
     if (const auto facts = root.facts()) rootDevice_ = facts->identity.device;
     tellsClones_ = platform::sharesBlocks(root);
     appendRoot();
-    {
-        std::vector<platform::DedicatedThread> workers;
-        workers.reserve(workerCount_);
-        for (std::size_t i = 1; i <= workerCount_; ++i) {
-            workers.emplace_back(fmt::format("Tidyro disk scan {}", i),
-                                 platform::Quality::userInitiated, [this] { work(); });
-        }
-    }
+    std::vector<platform::DedicatedThread> workers;
+    while (workers.size() < workerCount_ && startThread(workers, "Tidyro disk scan")) {}
+    if (workers.empty()) work(); // the system has no thread left for us
+    workers.clear();             // joins; nobody takes on stand-ins any more
+    standIns_.clear();
     return finish();
+}
+
+bool DiskTreeWalk::startThread(std::vector<platform::DedicatedThread>& threads,
+                               std::string_view name) {
+    try {
+        threads.emplace_back(fmt::format("{} {}", name, threads.size() + 1),
+                             platform::Quality::userInitiated, [this] { work(); });
+        return true;
+    } catch (const std::system_error&) {
+        return false; // the limit on threads; those that run do the work
+    }
+}
+
+void DiskTreeWalk::takeOnStandIn() {
+    const bool isWorthIt = !cancelled_ && !failure_ && !jobs_.empty();
+    if (!isWorthIt || standIns_.size() >= standInCount_) return;
+    if (!startThread(standIns_, "Tidyro read-ahead")) standInCount_ = standIns_.size();
 }
 
 void DiskTreeWalk::cancel() {
@@ -73,12 +88,13 @@ void DiskTreeWalk::appendRoot() {
 }
 
 void DiskTreeWalk::work() {
+    constexpr std::size_t foldersBetweenLooks = 8; // a look costs a system call
     platform::FolderLister lister(
         {.tellsClones = tellsClones_, .cancelled = &cancelled_, .afterBulkRead = afterBulkRead_});
     Reading reading{};
     std::vector<FolderDescriptor> closing;
     std::unique_lock lock(mutex_);
-    for (;;) {
+    for (std::size_t folders = 0;; ++folders) {
         ready_.wait(lock,
                     [&] { return cancelled_ || failure_ || !jobs_.empty() || pending_ == 0; });
         if (cancelled_ || failure_ || jobs_.empty()) {
@@ -86,11 +102,15 @@ void DiskTreeWalk::work() {
             return;
         }
         takeJob(reading);
+        const bool looks = standIns_.size() < standInCount_ && folders % foldersBetweenLooks == 0;
         lock.unlock();
         closing.clear();
+        const std::uint64_t waitsBefore = looks ? platform::waitsOfThisThread() : 0;
         read(reading, lister);
+        const bool hasWaited = looks && platform::waitsOfThisThread() != waitsBefore;
         lock.lock();
         commit(reading, closing);
+        if (hasWaited) takeOnStandIn();
         if (const auto progress = dueProgress(reading)) {
             lock.unlock();
             report(*progress);

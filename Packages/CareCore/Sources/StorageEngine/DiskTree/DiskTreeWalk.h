@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Base/SystemError.h"
+#include "Platform/DedicatedThread.h"
 #include "Platform/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeBatch.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
@@ -26,12 +27,15 @@ namespace tidyro {
 /// Workers take the folder pushed last, so the walk goes depth-first and the stack stays small.
 /// The slow part, reading a folder, runs without the lock into the worker's own batch; under the
 /// one lock the batch is appended and the next folder taken. Each pushed folder wakes one worker.
+/// Workers look now and then whether reading made them wait; each time it did, a stand-in is taken
+/// on that works like them until the end.
 class DiskTreeWalk {
   public:
     struct Options {
         FileURL rootURL;
         platform::FolderDescriptor root; ///< open at `rootURL`
         std::size_t workerCount;         ///< at least 1
+        std::size_t standInCount = 0;    ///< how many may be taken on
         double progressInterval;         ///< seconds
         std::set<std::string> skipping = {};
         std::set<std::string> skippingContentsOf = {};
@@ -77,7 +81,10 @@ class DiskTreeWalk {
     };
 
     void work();
+    [[nodiscard]] bool startThread(std::vector<platform::DedicatedThread>& threads,
+                                   std::string_view name);
     // Under the lock.
+    void takeOnStandIn();
     void takeJob(Reading& reading);
     void commit(Reading& reading, std::vector<platform::FolderDescriptor>& closing);
     void pushDescents(Reading& reading, NodeNumber firstChild);
@@ -99,6 +106,7 @@ class DiskTreeWalk {
     // Set once, read by all.
     FileURL rootURL_;
     std::size_t workerCount_;
+    std::size_t standInCount_;
     double progressInterval_;
     DiskTreeScanner::ProgressHandler progressHandler_;
     std::function<void()> afterBulkRead_;
@@ -122,6 +130,7 @@ class DiskTreeWalk {
     std::vector<NodeNumber> vanished_;
     DiskTreeScanner::Progress progress_;
     Clock::time_point lastProgressAt_;
+    std::vector<platform::DedicatedThread> standIns_;
 
     std::mutex reporting_; ///< one progress report at a time
 };

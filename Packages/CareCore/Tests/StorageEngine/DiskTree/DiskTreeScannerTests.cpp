@@ -38,8 +38,9 @@ std::map<std::string, std::string> facts(const DiskTree& tree) {
         all[tree.path(node)] =
             fmt::format("{} {} {} {} {}", tree.size(node, false), tree.size(node, true),
                         tree.fileCount(node), tree.folderCount(node),
-                        isFolder ? "folder" : tree.flags(node).contains(Flags::symlink) ? "link"
-                                                                                        : "file");
+                        isFolder                                    ? "folder"
+                        : tree.flags(node).contains(Flags::symlink) ? "link"
+                                                                    : "file");
     });
     return all;
 }
@@ -71,12 +72,12 @@ struct Naive {
                 ++sums.folders;
             } else {
                 ++sums.files;
-                const bool isExtra = status.st_nlink > 1 &&
-                                     !seen.insert({status.st_dev, status.st_ino}).second;
+                const bool isExtra =
+                    status.st_nlink > 1 && !seen.insert({status.st_dev, status.st_ino}).second;
                 if (isExtra) below.logical = below.allocated = 0;
-                all[entry.path().string()] = fmt::format(
-                    "{} {} 0 0 {}", below.logical, below.allocated,
-                    S_ISLNK(status.st_mode) ? "link" : "file");
+                all[entry.path().string()] =
+                    fmt::format("{} {} 0 0 {}", below.logical, below.allocated,
+                                S_ISLNK(status.st_mode) ? "link" : "file");
             }
             sums.logical += below.logical;
             sums.allocated += below.allocated;
