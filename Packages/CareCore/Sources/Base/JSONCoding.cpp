@@ -9,7 +9,10 @@ std::string DecodingError::description() const {
 }
 
 Decoded<JSON> parseJSON(std::string_view text) {
-    JSON document = JSON::parse(text, nullptr, /*allow_exceptions=*/false);
+    // A zero byte has no place in JSON, and the parser would take it for the end of the text.
+    const bool hasEnd = text.find('\0') == std::string_view::npos;
+    JSON document =
+        JSON::parse(hasEnd ? text : std::string_view{}, nullptr, /*allow_exceptions=*/false);
     if (document.is_discarded()) {
         return decodingFailure(DecodingError::Kind::malformed, "The data is not valid JSON.");
     }

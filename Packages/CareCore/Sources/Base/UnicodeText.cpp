@@ -72,10 +72,11 @@ std::string visibleEscape(char32_t codePoint) {
 } // namespace
 
 std::string utf8Text(char32_t codePoint) {
+    const auto number = static_cast<utf8proc_int32_t>(codePoint);
+    if (!utf8proc_codepoint_valid(number)) return "\xEF\xBF\xBD";
     std::string text(4, '\0');
-    const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(codePoint),
-                                             reinterpret_cast<utf8proc_uint8_t*>(text.data()));
-    if (length < 1) return "\xEF\xBF\xBD";
+    const auto length =
+        utf8proc_encode_char(number, reinterpret_cast<utf8proc_uint8_t*>(text.data()));
     text.resize(static_cast<std::size_t>(length));
     return text;
 }

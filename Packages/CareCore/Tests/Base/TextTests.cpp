@@ -88,8 +88,11 @@ TEST(UnicodeText, RepairsBytesThatAreNoText) {
              {"\xF4\x90\x80\x80", bad + bad + bad + bad}}) { // past the last code point
         EXPECT_EQ(repairedUTF8(given), repaired);
     }
+}
+
+TEST(UnicodeText, WritesOnlyCodePointsThatExist) {
     for (const char32_t missing : {0xD800U, 0xDFFFU, 0x110000U, 0xFFFFFFFFU}) {
-        EXPECT_EQ(utf8Text(missing), bad) << std::uint32_t{missing};
+        EXPECT_EQ(utf8Text(missing), "\uFFFD") << std::uint32_t{missing};
     }
 }
 

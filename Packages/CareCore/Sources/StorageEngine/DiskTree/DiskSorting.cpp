@@ -132,14 +132,14 @@ class Placing {
         const std::string path = options_.home.appendingFolder("Downloads").path();
         downloads_ = tree_.index(path).value_or(-1);
         rootIsInDownloads_ = downloads_ < 0 && path::isInsideOrEqual(tree_.rootURL().path(), path);
-        if (downloads_ < 0) return;
         const std::uint32_t oldSince = secondsBefore(options_.now, oldDownloadAge);
-        for (const NodeNumber child : tree_.children(downloads_)) {
-            const bool isHidden = tree_.flags(child).contains(DiskTree::Flags::hidden);
-            if (!isHidden && lastUsedInside(child) <= oldSince) {
-                expect(child, DiskGroup::oldDownloads);
-            }
-        }
+        PlacePatterns(tree_, options_.home.path())
+            .forEachItem("Downloads", KnownPlace::Unit::eachChild, [&](NodeNumber child) {
+                const bool isHidden = tree_.flags(child).contains(DiskTree::Flags::hidden);
+                if (!isHidden && lastUsedInside(child) <= oldSince) {
+                    expect(child, DiskGroup::oldDownloads);
+                }
+            });
     }
 
     /// The last use of anything in a subtree. Reading a folder is a use of it, and scans read

@@ -132,6 +132,13 @@ void DiskTree::forEachDescendant(NodeNumber node, bool includingSelf,
     }
 }
 
+bool DiskTree::isGone(NodeNumber node) const {
+    for (NodeNumber up = node; up >= 0; up = parent(up)) {
+        if (flags(up).contains(Flags::movedAway)) return true;
+    }
+    return false;
+}
+
 bool DiskTree::isInGitWorkingCopy(NodeNumber node, std::optional<NodeNumber> below) const {
     if (node < 0 || node >= count()) return false;
     for (NodeNumber folder = isDirectory(node) ? node : parent(node); folder >= 0;

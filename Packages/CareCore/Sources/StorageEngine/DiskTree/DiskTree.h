@@ -157,9 +157,8 @@ class DiskTree {
 
   private:
     [[nodiscard]] std::size_t at(NodeNumber node) const;
-    [[nodiscard]] bool wasMovedAway(NodeNumber node) const {
-        return flags(node).contains(Flags::movedAway);
-    }
+    /// Whether it was moved away, by itself or with a folder above it.
+    [[nodiscard]] bool isGone(NodeNumber node) const;
     template <class Body>
     void forEachPresent(NodeNumber node, Body body) const;
     template <class AcceptNode>

