@@ -71,7 +71,7 @@ class Walk {
             ++pending_;
             lock.unlock();
             Sums sums;
-            read(std::move(job), *buffer, found, sums);
+            read(job, *buffer, found, sums);
             lock.lock();
             --pending_;
             sums_.entries += sums.entries;
@@ -92,7 +92,7 @@ class Walk {
         alignas(KernelEntry) std::array<std::byte, 262'144> bytes;
     };
 
-    void read(Job job, Buffer& buffer, std::vector<Job>& found, Sums& sums) {
+    void read(const Job& job, Buffer& buffer, std::vector<Job>& found, Sums& sums) {
         const int parent = job.parent ? job.parent->descriptor : AT_FDCWD;
         const int opened =
             ::openat(parent, job.name.c_str(),
@@ -150,9 +150,7 @@ int main(int count, char** arguments) {
         }
     }
     const Sums& sums = walk.sums();
-    std::printf("%llu entries, %llu folders, %llu bytes on disk\n",
-                static_cast<unsigned long long>(sums.entries),
-                static_cast<unsigned long long>(sums.folders),
-                static_cast<unsigned long long>(sums.blocks * 512));
+    std::printf("%ju entries, %ju folders, %ju bytes on disk\n", std::uintmax_t{sums.entries},
+                std::uintmax_t{sums.folders}, std::uintmax_t{sums.blocks} * 512);
     return 0;
 }

@@ -26,6 +26,7 @@ int main(int count, char** arguments) {
     const pid_t child = ::fork();
     if (child == 0) {
         const int nowhere = ::open("/dev/null", O_RDWR);
+        if (nowhere < 0) ::_exit(127);
         ::dup2(nowhere, STDIN_FILENO);
         ::dup2(nowhere, STDOUT_FILENO);
         ::dup2(nowhere, STDERR_FILENO);

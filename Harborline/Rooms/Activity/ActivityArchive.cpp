@@ -45,9 +45,9 @@ ActivityArchive::ActivityArchive(FileURL directory) : directory_(std::move(direc
 std::expected<FileURL, ActivityArchive::Error>
 ActivityArchive::save(const FolderSnapshot& snapshot, const Calendar& calendar) const {
     const DateComponents date = calendar.components(snapshot.takenAt);
-    const FileURL file = directory_.appending(
-        fmt::format("{:04}-{:02}-{:02} {:02}{:02}{:02} {}.json", date.year, date.month, date.day,
-                    date.hour, date.minute, date.second, snapshot.id.text()));
+    FileURL file = directory_.appending(fmt::format("{:04}-{:02}-{:02} {:02}{:02}{:02} {}.json",
+                                                    date.year, date.month, date.day, date.hour,
+                                                    date.minute, date.second, snapshot.id.text()));
     if (const auto made = platform::makePrivateFolder(directory_.path()); !made) {
         return std::unexpected(FileFailure{directory_, made.error(), true});
     }

@@ -21,11 +21,10 @@ std::string standardized(std::string_view path) {
     std::vector<std::string_view> kept;
     for (const std::string_view component : components(path)) {
         if (component == ".") continue;
-        if (component != "..") {
-            kept.push_back(component);
-        } else if (!kept.empty() && kept.back() != "..") {
+        const bool goesUp = component == "..";
+        if (goesUp && !kept.empty() && kept.back() != "..") {
             kept.pop_back();
-        } else if (!isAbsolute) {
+        } else if (!goesUp || !isAbsolute) {
             kept.push_back(component);
         }
     }

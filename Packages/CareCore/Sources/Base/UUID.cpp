@@ -23,8 +23,9 @@ std::optional<UUID> UUID::fromText(std::string_view text) {
             text.remove_prefix(1);
         }
         if (text.size() < 2) return std::nullopt;
-        const auto read = std::from_chars(text.data(), text.data() + 2, bytes[i], 16);
-        if (read.ec != std::errc{} || read.ptr != text.data() + 2) return std::nullopt;
+        const char* const end = text.substr(0, 2).end();
+        const auto read = std::from_chars(text.begin(), end, bytes[i], 16);
+        if (read.ec != std::errc{} || read.ptr != end) return std::nullopt;
         text.remove_prefix(2);
     }
     if (!text.empty()) return std::nullopt;

@@ -9,12 +9,8 @@
 
 #include <gtest/gtest.h>
 
-namespace tidyro {
-namespace {
-
-using namespace std::string_view_literals;
-
-using Kind = DecodingError::Kind;
+// Records need linkage, so these stand in a namespace of their own.
+namespace tidyro::coded {
 
 enum class Colour { red, darkBlue };
 constexpr RawValueTable<Colour, 2> rawValues(RawValueTag<Colour>) {
@@ -56,15 +52,24 @@ struct Sample {
     bool operator==(const Sample&) const = default;
 };
 
+} // namespace tidyro::coded
+
+namespace tidyro {
+namespace {
+
+using namespace std::string_view_literals;
+using coded::Sample;
+using Kind = DecodingError::Kind;
+
 Sample sample() {
     return {.isOn = true,
             .ratio = 0.1,
             .words = "\"\u00E4\n",
             .at = Timestamp::since1970(978'307'200.5),
             .place = FileURL::folder("/a b"),
-            .id = *UUID::fromText("00112233-4455-6677-8899-AABBCCDDEEFF"),
+            .id = UUID::fromText("00112233-4455-6677-8899-AABBCCDDEEFF").value_or(UUID()),
             .small = -128,
-            .colour = Colour::darkBlue,
+            .colour = coded::Colour::darkBlue,
             .parts = {{.bytes = UINT64_MAX}, {.bytes = 0, .note = ""}},
             .tags = {"b", "a"},
             .main = {.bytes = 1}};

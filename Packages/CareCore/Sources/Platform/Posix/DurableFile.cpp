@@ -67,15 +67,20 @@ std::expected<void, SystemError> writeDurably(const std::string& path, std::stri
 }
 
 std::expected<void, SystemError> makePrivateFolder(const std::string& path) {
-    if (::mkdir(path.c_str(), 0700) == 0) return flushFolder(std::string(path::parent(path)));
-    if (errno == ENOENT && path != "/") {
-        if (auto made = makePrivateFolder(std::string(path::parent(path))); !made) return made;
-        return makePrivateFolder(path);
+    std::string folder;
+    for (const std::string_view component : path::components(path)) {
+        const std::string parent = folder.empty() ? "/" : folder;
+        folder = path::joined(parent, component);
+        if (::mkdir(folder.c_str(), 0700) == 0) {
+            if (auto flushed = flushFolder(parent); !flushed) return flushed;
+            continue;
+        }
+        // A folder that is there may refuse in other ways than EEXIST (read-only, closed).
+        const SystemError refused{errno};
+        struct stat status{};
+        if (::stat(folder.c_str(), &status) != 0) return std::unexpected(refused);
+        if (!S_ISDIR(status.st_mode)) return std::unexpected(SystemError{ENOTDIR});
     }
-    if (errno != EEXIST) return lastError();
-    struct stat status{};
-    if (::stat(path.c_str(), &status) != 0) return lastError();
-    if (!S_ISDIR(status.st_mode)) return std::unexpected(SystemError{ENOTDIR});
     return {};
 }
 

@@ -13,7 +13,6 @@ namespace tidyro {
 
 using platform::EntryTrait;
 using platform::FolderDescriptor;
-using platform::FolderFacts;
 
 DiskTreeWalk::DiskTreeWalk(Options options)
     : rootURL_(std::move(options.rootURL)),

@@ -16,8 +16,8 @@ PlacePatterns::PlacePatterns(const DiskTree& tree, std::string_view base)
 
 void PlacePatterns::forEachItem(std::string_view pattern, KnownPlace::Unit unit,
                                 const std::function<void(NodeNumber)>& found) const {
-    std::vector<std::string_view> components = path::components(pattern);
-    if (base_) return descend(*base_, std::move(components), unit, found);
+    const std::vector<std::string_view> components = path::components(pattern);
+    if (base_) return descend(*base_, components, unit, found);
     if (!inside_) return;
     // A root inside the base has part of the way behind it.
     std::size_t behind = 0;
@@ -26,15 +26,13 @@ void PlacePatterns::forEachItem(std::string_view pattern, KnownPlace::Unit unit,
         ++behind;
     }
     if (behind == inside_->size()) {
-        components.erase(components.begin(),
-                         components.begin() + static_cast<std::ptrdiff_t>(behind));
-        descend(DiskTree::root, std::move(components), unit, found);
+        descend(DiskTree::root, std::span(components).subspan(behind), unit, found);
     } else if (unit == KnownPlace::Unit::eachChild && behind + 1 == inside_->size()) {
         found(DiskTree::root);
     }
 }
 
-void PlacePatterns::descend(NodeNumber from, std::vector<std::string_view> pattern,
+void PlacePatterns::descend(NodeNumber from, std::span<const std::string_view> pattern,
                             KnownPlace::Unit unit,
                             const std::function<void(NodeNumber)>& found) const {
     std::vector<NodeNumber> here{from};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -21,7 +22,7 @@ class PlacePatterns {
                      const std::function<void(NodeNumber)>& found) const;
 
   private:
-    void descend(NodeNumber from, std::vector<std::string_view> pattern, KnownPlace::Unit unit,
+    void descend(NodeNumber from, std::span<const std::string_view> pattern, KnownPlace::Unit unit,
                  const std::function<void(NodeNumber)>& found) const;
 
     const DiskTree& tree_;

@@ -62,7 +62,7 @@ void expectTotals(const DiskTree& tree, NodeNumber node, const Model& model) {
     for (const auto& [filePath, file] : model.files) {
         if (!path::isInsideOrEqual(filePath, path)) continue;
         logical += file.bytes;
-        allocated += *file.allocatedBytes;
+        allocated += file.allocatedBytes.value_or(0);
         if (filePath.ends_with("Jpg")) images += file.bytes;
         if (isBelow(filePath)) ++files;
     }
