@@ -39,9 +39,9 @@ else()
     -Wno-restrict -Wno-maybe-uninitialized)
 endif()
 if(APPLE)
-  # stop_token and jthread stand behind this flag in libc++.
-  target_compile_options(TidyroFlags INTERFACE -fexperimental-library)
-  target_link_options(TidyroFlags INTERFACE -fexperimental-library)
+  # stop_token and jthread stand behind this flag in libc++. They need nothing from the library of
+  # that name, which not every toolchain has, so it is not linked.
+  target_compile_options(TidyroFlags INTERFACE -D_LIBCPP_ENABLE_EXPERIMENTAL)
 endif()
 
 if(TIDYRO_SANITIZE)

@@ -1,6 +1,7 @@
 # Sourced by the scripts: the project's folder, and installing what is missing.
 
 set -euo pipefail
+unset CDPATH
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 cd "$project"
 
@@ -51,10 +52,10 @@ configure() {
     local preset=$1
     shift
     [ -f "build/$preset/build.ninja" ] && [ $# -eq 0 ] && return 0
-    cmake --preset "$preset" "$@" >"build-$preset.log" 2>&1 || {
-        cat "build-$preset.log" >&2
-        rm -f "build-$preset.log"
+    mkdir -p build
+    local log="build/configure-$preset.log"
+    cmake --preset "$preset" "$@" >"$log" 2>&1 || {
+        cat "$log" >&2
         return 1
     }
-    rm -f "build-$preset.log"
 }

@@ -15,9 +15,9 @@ namespace tidyro {
 
 /// Activity's snapshots on disk: one JSON file a snapshot, kept until a person removes it.
 ///
-/// A file is named by the calendar's date and time of the scan and the snapshot's id,
-/// "2026-11-21 093012 6F9619FF-....json", so that names sort by age. It holds the fields of
-/// FolderSnapshot under their names.
+/// A file is named by the date and time of the scan and the snapshot's id, "2026-11-21 093012
+/// 6F9619FF-....json". They are those of UTC, so that names sort by age wherever a person travels.
+/// It holds the fields of FolderSnapshot under their names.
 class ActivityArchive {
   public:
     /// The file could not be written or read.
@@ -44,7 +44,7 @@ class ActivityArchive {
 
     /// Keeps a snapshot durably and returns its file. The folder is made when it is missing.
     [[nodiscard]] std::expected<FileURL, Error>
-    save(const FolderSnapshot& snapshot, const Calendar& calendar = Calendar::current()) const;
+    save(const FolderSnapshot& snapshot, const Calendar& calendar = Calendar::utc()) const;
 
     /// The files of the archive, oldest first; none when the folder does not exist.
     [[nodiscard]] std::expected<std::vector<FileURL>, Error> files() const;

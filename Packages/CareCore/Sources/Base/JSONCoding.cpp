@@ -1,8 +1,14 @@
 #include "Base/JSONCoding.h"
 
+#include <utility>
+
 #include "Base/UnicodeText.h"
 
 namespace tidyro {
+
+DecodingError DecodingError::under(std::string_view key) && {
+    return {kind, std::string(key) + (path.empty() ? "" : ".") + path, std::move(reason)};
+}
 
 std::string DecodingError::description() const {
     return path.empty() ? reason : reason + " (at " + path + ")";

@@ -17,8 +17,6 @@ class DedicatedThread {
   public:
     DedicatedThread(std::string name, Quality quality, std::function<void()> work);
 
-    void join() { thread_.join(); }
-
   private:
     std::jthread thread_;
 };

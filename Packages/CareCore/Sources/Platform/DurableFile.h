@@ -13,7 +13,8 @@ namespace tidyro::platform {
 
 /// Replaces the file at `path`: writes a temporary sibling (made exclusively, mode 0600), flushes
 /// it to the disk, renames it over the path and flushes the folder. On failure the old file stands
-/// and the sibling is gone.
+/// and the sibling is gone, unless the very last flush failed: then the new file is in its place,
+/// but may not outlast a crash.
 [[nodiscard]] std::expected<void, SystemError> writeDurably(const std::string& path,
                                                             std::string_view bytes);
 

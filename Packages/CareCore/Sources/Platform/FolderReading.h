@@ -102,7 +102,8 @@ class FolderDescriptor {
 /// Whether files of this folder's volume may share blocks with one another.
 [[nodiscard]] bool sharesBlocks(const FolderDescriptor& folder);
 
-/// How many folders a walk may hold open at once, from the process's limit on open files.
+/// How many folders a walk may hold open at once. Raises the process's own limit on open files
+/// where that is low and may be raised.
 [[nodiscard]] std::size_t openFolderBudget();
 
 /// Whether an error of opening or reading means that the item is gone, or was replaced by

@@ -14,9 +14,9 @@ namespace tidyro::platform {
 /// $XDG_DATA_HOME or ".local/share" below the home on Linux. It need not exist.
 [[nodiscard]] FileURL applicationSupportFolder();
 
-/// Where the Trash keeps what was moved there, as relative paths: its children are the items.
+/// Where the Trash keeps what was moved there: the children of these folders are its items.
 struct TrashPlaces {
-    std::vector<std::string> belowHome;
+    FileURL home;                         ///< this person's
     std::vector<std::string> belowVolume; ///< from the top of each volume, for this user
 };
 [[nodiscard]] TrashPlaces trashPlaces();

@@ -57,6 +57,8 @@ std::expected<FolderFacts, SystemError> factsOf(int folder, const char* name, in
     return facts;
 }
 
+bool maySearch(int folder) { return ::faccessat(folder, ".", X_OK, AT_EACCESS) == 0; }
+
 bool isDotOrDotDot(const char* name) {
     return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
@@ -143,9 +145,10 @@ const FolderEntry* FolderLister::next() {
         if (::statx(body_->folder, found.name, lookAtTheNameOnly, wanted, &status) != 0) {
             if (meansVanished({errno})) continue;
             // A folder that may be listed but not searched closes as a whole; a single entry that
-            // the file system cannot read stays, by its name.
-            if (errno == EACCES || errno == EPERM) {
-                error_ = {errno};
+            // cannot be looked at stays, by its name.
+            const SystemError refused{errno};
+            if ((refused.code == EACCES || refused.code == EPERM) && !maySearch(body_->folder)) {
+                error_ = refused;
                 return nullptr;
             }
             entry_.type = found.type == DT_LNK ? EntryType::link : EntryType::file;

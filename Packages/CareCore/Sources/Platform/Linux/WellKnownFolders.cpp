@@ -15,7 +15,7 @@ FileURL applicationSupportFolder() {
 
 TrashPlaces trashPlaces() {
     const std::string user = std::to_string(::getuid());
-    return {.belowHome = {".local/share/Trash/files"},
+    return {.home = applicationSupportFolder().appendingFolder("Trash/files"),
             .belowVolume = {".Trash/" + user + "/files", ".Trash-" + user + "/files"}};
 }
 

@@ -298,12 +298,8 @@ const FolderEntry* FolderLister::next() {
         if (record->error != 0) {
             const SystemError error{static_cast<int>(record->error)};
             if (meansVanished(error)) continue;
-            // A folder that may be listed but not searched closes as a whole; a single entry that
-            // the file system cannot read stays, by its name.
-            if (error.code == EACCES || error.code == EPERM) {
-                error_ = error;
-                break;
-            }
+            // Any other entry that cannot be looked at stays, by its name. A folder that may not
+            // be searched is refused as a whole.
         }
 
         entry_ = FolderEntry{};

@@ -9,7 +9,8 @@ FileURL applicationSupportFolder() {
 }
 
 TrashPlaces trashPlaces() {
-    return {.belowHome = {".Trash"}, .belowVolume = {".Trashes/" + std::to_string(::getuid())}};
+    return {.home = homeFolder().appendingFolder(".Trash"),
+            .belowVolume = {".Trashes/" + std::to_string(::getuid())}};
 }
 
 } // namespace tidyro::platform

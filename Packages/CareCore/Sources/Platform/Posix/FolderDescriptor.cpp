@@ -55,8 +55,15 @@ bool meansVanished(SystemError error) {
 std::size_t openFolderBudget() {
     constexpr rlim_t keptForOthers = 64;
     constexpr rlim_t most = 512;
+    constexpr rlim_t enough = 2'048;
     rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur <= keptForOthers) return 0;
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
+    if (limit.rlim_cur < enough && limit.rlim_cur < limit.rlim_max) {
+        rlimit raised = limit;
+        raised.rlim_cur = std::min(enough, limit.rlim_max);
+        if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
+    }
+    if (limit.rlim_cur <= keptForOthers) return 0;
     return static_cast<std::size_t>(std::min((limit.rlim_cur - keptForOthers) / 2, most));
 }
 

@@ -109,15 +109,14 @@ class Placing {
 
     void findPlaces() {
         const auto asTrash = [&](NodeNumber node) { expect(node, DiskGroup::trash); };
-        const PlacePatterns belowHome(tree_, options_.home.path());
-        for (const std::string& place : options_.trash.belowHome) {
-            belowHome.forEachItem(place, KnownPlace::Unit::eachChild, asTrash);
-        }
+        PlacePatterns(tree_, options_.trash.home.path())
+            .forEachItem("", KnownPlace::Unit::eachChild, asTrash);
         // A scan stays on one volume: if the root is a volume's top, its Trash is in the tree.
         const PlacePatterns belowVolume(tree_, tree_.rootURL().path());
         for (const std::string& place : options_.trash.belowVolume) {
             belowVolume.forEachItem(place, KnownPlace::Unit::eachChild, asTrash);
         }
+        const PlacePatterns belowHome(tree_, options_.home.path());
         for (const KnownPlace* place : KnownPlaces::mostSpecificFirst()) {
             belowHome.forEachItem(place->pattern, place->unit, [&](NodeNumber node) {
                 if (place->unit == KnownPlace::Unit::wholePlace ||

@@ -16,8 +16,9 @@ namespace tidyro {
 
 /// The items of a tree that Cleanup knows something about, sorted into its groups.
 ///
-///     const DiskSorting sorting(tree, ProjectFolderJudge::live(),
-///     DiskSorting::Options::current()); sorting.items(DiskGroup::trash).size();
+///     const auto options = DiskSorting::Options::current();
+///     const DiskSorting sorting(tree, ProjectFolderJudge::live(), options);
+///     sorting.items(DiskGroup::trash).size();
 ///     sorting.bytes(DiskGroup::trash);
 ///
 /// Going down from the root, an item is placed in the first group that takes it and counted once;

@@ -43,6 +43,7 @@ void DiskTreeBatch::clear() {
     descents_.clear();
     hardLinks_.clear();
     clones_.clear();
+    undated_.clear();
     folders_ = logicalTotal_ = allocatedTotal_ = 0;
 }
 
@@ -68,6 +69,9 @@ void DiskTreeBatch::addFolder(const platform::FolderEntry& entry,
     flags.insert(DiskTreeFlags::directory);
     if (isPackageFolder(entry.name)) flags.insert(DiskTreeFlags::package);
 
+    if (places != nullptr && places->mark == PlaceTree::Mark::mountPoint) {
+        flags.insert(DiskTreeFlags::mountPoint);
+    }
     const bool contentsSkipped =
         places != nullptr && places->mark == PlaceTree::Mark::contentsSkipped;
     // Listing a folder whose contents are in the cloud would bring them onto the disk.
@@ -75,6 +79,8 @@ void DiskTreeBatch::addFolder(const platform::FolderEntry& entry,
         flags.contains(DiskTreeFlags::mountPoint) || flags.contains(DiskTreeFlags::dataless);
     if (surroundings.descends && !contentsSkipped && !isElsewhere) {
         descents_.push_back({.slot = count(), .context = context, .places = places});
+    } else if (!entry.hasFacts && !isElsewhere) {
+        undated_.emplace_back(count(), entry.name);
     }
     ++folders_;
     push(entry, context.value_or(ContentKind::other), flags);
@@ -109,6 +115,15 @@ void DiskTreeBatch::push(const platform::FolderEntry& entry, ContentKind kind,
     accessed_.push(entry.accessed);
     kinds_.push(kind);
     flags_.push(flags);
+}
+
+void DiskTreeBatch::dateUnreadFolders(const platform::FolderDescriptor& folder) {
+    for (const auto& [slot, name] : undated_) {
+        if (const auto facts = folder.facts(name.c_str())) {
+            modified_[slot] = facts->modified;
+            accessed_[slot] = facts->accessed;
+        }
+    }
 }
 
 void DiskTreeBatch::settleShared(SeenSet& hardLinks, SeenSet& clones) {

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "Base/GrowingArray.h"
@@ -33,6 +35,9 @@ class DiskTreeBatch {
 
     void clear();
     void add(const platform::FolderEntry& entry, const FolderSurroundings& surroundings);
+
+    /// Looks up the dates of those folders that will not be opened.
+    void dateUnreadFolders(const platform::FolderDescriptor& folder);
 
     /// Finds the further links and clones among the entries: they keep their place and give up the
     /// bytes that were counted with the first.
@@ -71,6 +76,7 @@ class DiskTreeBatch {
     std::vector<Descent> descents_;
     std::vector<Shared> hardLinks_;
     std::vector<Shared> clones_;
+    std::vector<std::pair<std::size_t, std::string>> undated_; ///< slot and name
     std::uint64_t folders_ = 0;
     std::uint64_t logicalTotal_ = 0;
     std::uint64_t allocatedTotal_ = 0;

@@ -1,5 +1,6 @@
 // Trees made from other trees and by hand.
 #include <map>
+#include <unordered_map>
 #include <utility>
 
 #include "Base/PathText.h"
@@ -8,12 +9,50 @@
 
 namespace tidyro {
 
+namespace {
+
+/// Finds children by name in a tree. The folder that was asked last is remembered by its names,
+/// because many items tend to go from one large folder.
+class ChildFinder {
+  public:
+    explicit ChildFinder(const DiskTree& tree) : tree_(tree) {}
+
+    [[nodiscard]] std::optional<NodeNumber> node(const std::string& path) {
+        const std::string wanted = path::standardized(path);
+        const std::string folder(path::parent(wanted));
+        const auto parent = folder == folder_ ? parent_ : tree_.index(folder);
+        if (!parent || wanted == tree_.rootURL().path()) return tree_.index(wanted);
+        if (folder != folder_) remember(folder, *parent);
+        const auto found = children_.find(path::lastComponent(wanted));
+        if (found == children_.end()) return std::nullopt;
+        return found->second;
+    }
+
+  private:
+    void remember(const std::string& folder, NodeNumber parent) {
+        folder_ = folder;
+        parent_ = parent;
+        children_.clear();
+        for (const NodeNumber child : tree_.children(parent)) {
+            children_.emplace(tree_.nameBytes(child), child);
+        }
+    }
+
+    const DiskTree& tree_;
+    std::string folder_;
+    std::optional<NodeNumber> parent_;
+    std::unordered_map<std::string_view, NodeNumber> children_;
+};
+
+} // namespace
+
 DiskTree DiskTree::removing(const std::set<std::string>& paths) const {
     DiskTree changed = *this;
     Columns& columns = changed.columns_;
+    ChildFinder finder(*this);
     // Ascending, so a folder goes before anything in it, and what is in it then went with it.
     for (const std::string& path : paths) {
-        const auto found = changed.index(path);
+        const auto found = finder.node(path);
         if (!found || changed.isGone(*found)) continue;
         const std::size_t i = changed.at(*found);
         const std::uint32_t asFolder = columns.flags[i].contains(Flags::directory) ? 1 : 0;

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "Base/Saturating.h"
+#include "Platform/MountPoints.h"
 
 namespace tidyro {
 
@@ -17,15 +18,18 @@ using platform::FolderDescriptor;
 DiskTreeWalk::DiskTreeWalk(Options options)
     : rootURL_(std::move(options.rootURL)),
       workerCount_(options.workerCount),
-      standInCount_(options.standInCount),
       progressInterval_(options.progressInterval),
       progressHandler_(std::move(options.progressHandler)),
       afterBulkRead_(std::move(options.afterBulkRead)),
       maximumDepth_(options.maximumDepth),
-      places_(rootURL_.path(), options.skipping, options.skippingContentsOf),
       startedAt_(Clock::now()),
       openFolders_(std::move(options.root), platform::openFolderBudget()),
-      lastProgressAt_(startedAt_) {}
+      lastProgressAt_(startedAt_),
+      standInCount_(options.standInCount) {
+    places_.add(platform::mountPointsBelow(openFolders_.folder(0)), PlaceTree::Mark::mountPoint);
+    places_.addBelow(rootURL_.path(), options.skippingContentsOf, PlaceTree::Mark::contentsSkipped);
+    places_.addBelow(rootURL_.path(), options.skipping, PlaceTree::Mark::skipped);
+}
 
 std::expected<DiskTree, DiskTreeScanner::ScanError> DiskTreeWalk::run() {
     const FolderDescriptor& root = openFolders_.folder(0);
@@ -146,11 +150,13 @@ void DiskTreeWalk::read(Reading& reading, platform::FolderLister& lister) {
                                               reading.job.index == 0 && rootURL_.path() == "/",
                                           .descends = reading.job.depth < maximumDepth_,
                                           .places = reading.job.places};
-    lister.begin(reading.folder.isOpen() ? reading.folder : *reading.from);
+    const FolderDescriptor& folder = reading.folder.isOpen() ? reading.folder : *reading.from;
+    lister.begin(folder);
     while (const platform::FolderEntry* entry = lister.next()) {
         reading.batch.add(*entry, surroundings);
     }
-    if (lister.error().code != 0) close(reading, Outcome::denied, lister.error());
+    if (lister.error().code != 0) return close(reading, Outcome::denied, lister.error());
+    reading.batch.dateUnreadFolders(folder);
 }
 
 /// Goes down the route. The root's is empty: it is read through the descriptor it came with.
@@ -159,12 +165,16 @@ void DiskTreeWalk::open(Reading& reading) {
     const FolderDescriptor* parent = reading.from;
     FolderDescriptor between;
     for (std::size_t i = 0; i < reading.routeLength; ++i) {
-        auto next = parent->open(reading.route[i].c_str());
+        const char* name = reading.route[i].c_str();
+        auto next = parent->open(name);
         if (!next) {
+            const auto facts = parent->facts(name);
             const bool isLeaf = i + 1 == reading.routeLength;
-            if (const auto facts = parent->facts(reading.route[i].c_str()); isLeaf && facts) {
-                reading.facts = *facts;
+            // What is mounted there may be closed to us; then it is still a mount point.
+            if (isLeaf && facts && isElsewhere(*facts)) {
+                return close(reading, Outcome::mountPoint, {0});
             }
+            if (isLeaf && facts) reading.facts = *facts;
             return close(reading, Outcome::denied, next.error());
         }
         between = std::move(reading.folder);
@@ -174,11 +184,11 @@ void DiskTreeWalk::open(Reading& reading) {
     const auto facts = parent->facts();
     if (!facts) return close(reading, Outcome::denied, facts.error());
     reading.facts = *facts;
-    const bool isRoot = reading.routeLength == 0;
-    if (!isRoot &&
-        (facts->traits.has(EntryTrait::mountPoint) || facts->identity.device != rootDevice_)) {
-        close(reading, Outcome::mountPoint, {0});
-    }
+    if (reading.routeLength > 0 && isElsewhere(*facts)) close(reading, Outcome::mountPoint, {0});
+}
+
+bool DiskTreeWalk::isElsewhere(const platform::FolderFacts& facts) const {
+    return facts.traits.has(EntryTrait::mountPoint) || facts.identity.device != rootDevice_;
 }
 
 /// Ends the reading of a folder without its contents.
@@ -187,6 +197,7 @@ void DiskTreeWalk::close(Reading& reading, Outcome outcome, SystemError error) {
     reading.batch.clear();
     reading.error = error;
     if (error.code == ECANCELED) outcome = Outcome::unread;
+    if (error.code == EMFILE || error.code == ENFILE) outcome = Outcome::postponed;
     if (outcome == Outcome::denied && reading.job.index != 0 && platform::meansVanished(error)) {
         outcome = Outcome::vanished;
     }
@@ -202,6 +213,11 @@ void DiskTreeWalk::commit(Reading& reading, std::vector<FolderDescriptor>& closi
     }
     switch (reading.outcome) {
     case Outcome::unread: break;
+    case Outcome::postponed:
+        // Others close files in the meantime; if nobody is left who could, it cannot go on.
+        if (pending_ == 0) return fail(reading.error);
+        jobs_.insert(jobs_.begin(), reading.job);
+        return;
     case Outcome::vanished: vanished_.push_back(reading.job.index); break;
     case Outcome::mountPoint: columns_.flags[node].insert(DiskTreeFlags::mountPoint); break;
     case Outcome::denied:
@@ -250,7 +266,8 @@ void DiskTreeWalk::pushDescents(Reading& reading, NodeNumber firstChild) {
                          .places = descent.places});
     }
     // This worker takes one itself.
-    for (std::uint32_t i = 1; i < waiting && i < workerCount_; ++i) ready_.notify_one();
+    const std::size_t threads = workerCount_ + standIns_.size();
+    for (std::size_t i = 1; i < std::min<std::size_t>(waiting, threads); ++i) ready_.notify_one();
 }
 
 bool DiskTreeWalk::fits(const DiskTreeBatch& batch) const {

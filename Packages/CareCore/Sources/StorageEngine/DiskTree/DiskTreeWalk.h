@@ -64,7 +64,7 @@ class DiskTreeWalk {
         const PlaceTree::Branch* places;
     };
 
-    enum class Outcome { read, denied, mountPoint, vanished, unread };
+    enum class Outcome { read, denied, mountPoint, vanished, unread, postponed };
 
     /// What a worker learns of one folder, gathered without the lock.
     struct Reading {
@@ -96,6 +96,8 @@ class DiskTreeWalk {
     void open(Reading& reading);
     void close(Reading& reading, Outcome outcome, SystemError error);
     void report(const DiskTreeScanner::Progress& progress);
+    /// Whether a folder lies on another volume than the root.
+    [[nodiscard]] bool isElsewhere(const platform::FolderFacts& facts) const;
 
     void appendRoot();
     [[nodiscard]] std::string pathSoFar(NodeNumber node) const;
@@ -106,7 +108,6 @@ class DiskTreeWalk {
     // Set once, read by all.
     FileURL rootURL_;
     std::size_t workerCount_;
-    std::size_t standInCount_;
     double progressInterval_;
     DiskTreeScanner::ProgressHandler progressHandler_;
     std::function<void()> afterBulkRead_;
@@ -130,6 +131,7 @@ class DiskTreeWalk {
     std::vector<NodeNumber> vanished_;
     DiskTreeScanner::Progress progress_;
     Clock::time_point lastProgressAt_;
+    std::size_t standInCount_; ///< how many there may be
     std::vector<platform::DedicatedThread> standIns_;
 
     std::mutex reporting_; ///< one progress report at a time

@@ -4,24 +4,27 @@
 
 namespace tidyro {
 
-PlaceTree::PlaceTree(std::string_view root, const std::set<std::string>& skipped,
-                     const std::set<std::string>& contentsSkipped) {
-    add(root, contentsSkipped, Mark::contentsSkipped);
-    add(root, skipped, Mark::skipped); // the stronger of two marks
-}
-
-void PlaceTree::add(std::string_view root, const std::set<std::string>& places, Mark mark) {
-    for (const std::string& place : places) {
-        const std::string path = path::standardized(place);
-        if (!path::isInsideOrEqual(path, root) || path == root) continue;
+void PlaceTree::add(const std::set<std::string>& relativePaths, Mark mark) {
+    for (const std::string& path : relativePaths) {
         Branch* branch = &top_;
-        for (const std::string_view component : path::components(path::below(path, root))) {
+        for (const std::string_view component : path::components(path)) {
             auto& next = branch->below[std::string(component)];
             if (!next) next = std::make_unique<Branch>();
             branch = next.get();
         }
         branch->mark = mark;
     }
+}
+
+void PlaceTree::addBelow(std::string_view root, const std::set<std::string>& paths, Mark mark) {
+    std::set<std::string> relative;
+    for (const std::string& each : paths) {
+        const std::string path = path::standardized(each);
+        if (path != root && path::isInsideOrEqual(path, root)) {
+            relative.emplace(path::below(path, root));
+        }
+    }
+    add(relative, mark);
 }
 
 const PlaceTree::Branch* PlaceTree::Branch::child(std::string_view name) const {

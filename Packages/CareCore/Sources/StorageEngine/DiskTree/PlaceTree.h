@@ -14,11 +14,12 @@ namespace tidyro {
 /// near and no path is ever built to look one up.
 class PlaceTree {
   public:
-    enum class Mark { none, skipped, contentsSkipped };
+    enum class Mark { none, skipped, contentsSkipped, mountPoint };
 
-    /// The places that lie below `root`; both are absolute, standardised paths.
-    PlaceTree(std::string_view root, const std::set<std::string>& skipped,
-              const std::set<std::string>& contentsSkipped);
+    /// Adds places by their paths relative to the root. Of two marks on one place the later counts.
+    void add(const std::set<std::string>& relativePaths, Mark mark);
+    /// Adds those of the absolute paths that lie below `root`.
+    void addBelow(std::string_view root, const std::set<std::string>& paths, Mark mark);
 
     struct Branch {
         Mark mark = Mark::none;
@@ -32,8 +33,6 @@ class PlaceTree {
     [[nodiscard]] const Branch* top() const { return top_.below.empty() ? nullptr : &top_; }
 
   private:
-    void add(std::string_view root, const std::set<std::string>& places, Mark mark);
-
     Branch top_;
 };
 

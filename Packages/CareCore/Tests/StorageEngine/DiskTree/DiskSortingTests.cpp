@@ -62,7 +62,8 @@ Placed sorted(const DiskTree& tree, const ProjectFolderJudge& judge = FakeJudge(
         tree, judge,
         {.home = FileURL::folder(home),
          .now = now,
-         .trash = {.belowHome = {".bin/files"}, .belowVolume = {".Trash-7"}}});
+         .trash = {.home = FileURL::folder(home).appendingFolder(".bin/files"),
+                   .belowVolume = {".Trash-7"}}});
     Placed placed;
     for (const DiskGroup group : allCases<DiskGroup>()) {
         std::uint64_t bytes = 0;

@@ -255,6 +255,7 @@ TEST(DiskTreeScanner, LeavesOutWhatItIsToldToSkip) {
     const DiskTree tree = scanned(place.path(), scanner);
     std::set<std::string> found;
     for (const auto& [path, fact] : facts(tree)) found.insert(path.substr(place.path().size()));
+    EXPECT_GT(tree.modifiedDate(*tree.index(place / "b/x")).secondsSince1970(), 1'000'000'000);
     EXPECT_THAT(found, ::testing::ElementsAre("", "/a", "/a/xy", "/a/xy/2", "/b", "/b/deep",
                                               "/b/deep/er", "/b/x"));
 
@@ -348,6 +349,25 @@ TEST(DiskTreeScanner, StaysOnTheVolumeOfItsRoot) {
     });
     if (!told) GTEST_SKIP() << "mount namespaces need root";
     EXPECT_EQ(*told, "3 nodes, 0 bytes, true true");
+}
+
+TEST(DiskTreeScanner, TellsAMountPointThatIsClosedFromAClosedFolder) {
+    const TemporaryFolder place;
+    place.folder("tree/mounted");
+    place.folder("closed elsewhere");
+    place.permissions("closed elsewhere", 0);
+    place.times("tree/mounted", 5, 5);
+    const auto told = testing::inMountNamespace([&] {
+        if (!testing::bindMount(place / "closed elsewhere", place / "tree/mounted") ||
+            ::setgid(65'534) != 0 || ::setuid(65'534) != 0) {
+            return std::string("no mount");
+        }
+        const DiskTree tree = scanned(place / "tree");
+        return fmt::format("{} denied, {}", tree.deniedCount(),
+                           has(tree, place / "tree/mounted", Flags::mountPoint));
+    });
+    if (!told) GTEST_SKIP() << "mount namespaces need root";
+    EXPECT_EQ(*told, "0 denied, true");
 }
 
 class SharedBlocks : public ::testing::TestWithParam<const char*> {};

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <expected>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+/// JSON documents, and what can be wrong with one. `Base/JSONCoding.h` says how values are coded.
+namespace tidyro {
+
+using JSON = nlohmann::ordered_json;
+
+struct DecodingError {
+    enum class Kind { malformed, missingKey, typeMismatch, dataCorrupted };
+    Kind kind;
+    std::string path; ///< the keys that lead there, joined with "."
+    std::string reason;
+
+    /// The same error, seen from one key further up.
+    [[nodiscard]] DecodingError under(std::string_view key) &&;
+    [[nodiscard]] std::string description() const;
+    bool operator==(const DecodingError&) const = default;
+};
+
+template <class T>
+using Decoded = std::expected<T, DecodingError>;
+
+[[nodiscard]] inline std::unexpected<DecodingError>
+decodingFailure(DecodingError::Kind kind, std::string reason, std::string path = {}) {
+    return std::unexpected(DecodingError{kind, std::move(path), std::move(reason)});
+}
+
+/// Reads a whole document; hostile bytes give `malformed`. Neither reading nor letting go of a
+/// document takes stack for its depth, and no number in it is infinite.
+[[nodiscard]] Decoded<JSON> parseJSON(std::string_view text);
+/// One document in UTF-8, its keys in order; `indent` below 0 writes it in one line.
+[[nodiscard]] std::string jsonText(const JSON& document, int indent = -1);
+
+/// The coding of one type: `encode(value)` gives JSON, `decode(json)` a value or an error.
+template <class T>
+struct JSONCoder;
+
+template <class T>
+[[nodiscard]] JSON toJSON(const T& value) {
+    return JSONCoder<T>::encode(value);
+}
+
+template <class T>
+[[nodiscard]] Decoded<T> fromJSON(const JSON& json) {
+    return JSONCoder<T>::decode(json);
+}
+
+template <class T>
+[[nodiscard]] Decoded<T> fromJSONText(std::string_view text) {
+    const auto document = parseJSON(text);
+    if (!document) return std::unexpected(document.error());
+    return fromJSON<T>(*document);
+}
+
+} // namespace tidyro
