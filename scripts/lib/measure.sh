@@ -30,9 +30,9 @@ rounds() {
     index=0
     for command in "$@"; do
         awk -v wall="$(median "$results/$index" 1)" -v user="$(median "$results/$index" 2)" \
-            -v system="$(median "$results/$index" 3)" -v peak="$(median "$results/$index" 4)" \
+            -v kernel="$(median "$results/$index" 3)" -v peak="$(median "$results/$index" 4)" \
             -v first="$first" -v command="$command" 'BEGIN {
-                printf "%8.3f s %8.2f %6.2f s %9.1f   %s\n", wall, wall / first, user + system,
+                printf "%8.3f s %8.2f %6.2f s %9.1f   %s\n", wall, wall / first, user + kernel,
                     peak * 1024 / 1e6, command }'
         index=$((index + 1))
     done

@@ -46,6 +46,14 @@ Decoded<std::string> JSONCoder<std::string>::decode(const JSON& json) {
     return decodingFailure(DecodingError::Kind::typeMismatch, "Expected text.");
 }
 
+JSON JSONCoder<SharedText>::encode(const SharedText& value) { return repairedUTF8(value); }
+
+Decoded<SharedText> JSONCoder<SharedText>::decode(const JSON& json) {
+    auto text = fromJSON<std::string>(json);
+    if (!text) return std::unexpected(std::move(text.error()));
+    return SharedText::made(*std::move(text));
+}
+
 Decoded<Timestamp> JSONCoder<Timestamp>::decode(const JSON& json) {
     const auto seconds = fromJSON<double>(json);
     if (!seconds) return std::unexpected(seconds.error());

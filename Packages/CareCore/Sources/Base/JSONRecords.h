@@ -136,8 +136,8 @@ struct JSONCoder<Enumeration> {
                                    "Invalid number of keys found, expected one.");
         }
         const auto only = json.begin();
-        return detail::decodeCase<Enumeration>(
-            only.key(), *only, std::type_identity<typename Enumeration::Cases>{});
+        return detail::decodeCase<Enumeration>(only.key(), *only,
+                                               std::type_identity<typename Enumeration::Cases>{});
     }
 };
 

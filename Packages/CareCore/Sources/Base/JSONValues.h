@@ -10,6 +10,7 @@
 #include "Base/FileURL.h"
 #include "Base/JSON.h"
 #include "Base/RawValues.h"
+#include "Base/SharedText.h"
 #include "Base/Timestamp.h"
 #include "Base/UUID.h"
 
@@ -32,6 +33,11 @@ template <>
 struct JSONCoder<std::string> {
     static JSON encode(const std::string& value);
     static Decoded<std::string> decode(const JSON& json);
+};
+template <>
+struct JSONCoder<SharedText> {
+    static JSON encode(const SharedText& value);
+    static Decoded<SharedText> decode(const JSON& json);
 };
 template <>
 struct JSONCoder<Timestamp> {
@@ -140,9 +146,8 @@ template <OrderedSet Set>
 struct JSONCoder<Set> {
     static JSON encode(const Set& set) { return detail::encodeList(set); }
     static Decoded<Set> decode(const JSON& json) {
-        return detail::decodeList<Set>(json, [](auto& set, typename Set::value_type value) {
-            set.insert(std::move(value));
-        });
+        return detail::decodeList<Set>(
+            json, [](auto& set, typename Set::value_type value) { set.insert(std::move(value)); });
     }
 };
 

@@ -29,11 +29,13 @@
 /// their raw text or the name of their case; records as their fields in the order of the list. So
 /// a field that is added, moved or retyped changes the hash; a renamed one does not.
 ///
-/// It tells values apart by accident of birth, not against somebody who looks for collisions.
+/// Different values collide by accident only, but nothing keeps off somebody who looks for
+/// collisions: it is no fingerprint of what others made.
 namespace tidyro {
 
-/// FNV-1a with 64 bits: a byte a step, without tables, alike on every machine. Its low bits hear
-/// only of the low bits of what was added, so the end mixes them with the high ones.
+/// FNV-1a with 64 bits: a byte a step, without tables, alike on every machine. By itself its high
+/// bits hear next to nothing of the last bytes, and its low bits only of low ones: the end mixes
+/// them, for tables that take their places from either.
 class StableHashState {
   public:
     constexpr void addByte(std::uint8_t byte) noexcept {
@@ -65,6 +67,14 @@ inline constexpr bool isOptional = false;
 template <class T>
 inline constexpr bool isOptional<std::optional<T>> = true;
 
+/// What gives its elements in one order: a container that hashes by itself does not.
+template <class T>
+concept OrderedElements = requires(const T& list) {
+    list.begin();
+    list.end();
+    list.size();
+} && !requires { typename T::hasher; };
+
 template <class>
 inline constexpr bool isHashed = false;
 
@@ -74,9 +84,8 @@ inline constexpr bool isHashed = false;
 template <class T>
 void addToHash(StableHashState& state, const T& value) {
     if constexpr (RecordType<T>) {
-        std::apply(
-            [&](const auto&... field) { (addToHash(state, value.*(field.member)), ...); },
-            T::fields());
+        std::apply([&](const auto&... field) { (addToHash(state, value.*(field.member)), ...); },
+                   T::fields());
     } else if constexpr (CaseEnumeration<T>) {
         std::visit(
             [&]<class Case>(const Case& values) {
@@ -106,7 +115,7 @@ void addToHash(StableHashState& state, const T& value) {
     } else if constexpr (detail::isOptional<T>) {
         addToHash(state, value.has_value());
         if (value) addToHash(state, *value);
-    } else if constexpr (requires { value.begin(), value.end(), value.size(); }) {
+    } else if constexpr (detail::OrderedElements<T>) {
         state.addNumber(value.size());
         for (const auto& element : value) addToHash(state, element);
     } else {

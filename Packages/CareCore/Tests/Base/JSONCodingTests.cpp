@@ -140,6 +140,7 @@ TEST(JSONCoding, KeepsNumbersInTheirRange) {
         EXPECT_FALSE(fromJSONText<std::uint8_t>(text)) << text;
     }
     EXPECT_FALSE(fromJSONText<std::uint64_t>("18446744073709551616"));
+    EXPECT_FALSE(fromJSONText<std::int8_t>("-129"));
     for (const std::string_view text : {"9223372036854775808", "-9223372036854775809", "1.5"}) {
         EXPECT_FALSE(fromJSONText<std::int64_t>(text)) << text;
     }

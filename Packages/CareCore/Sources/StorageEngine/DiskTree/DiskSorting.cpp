@@ -92,7 +92,7 @@ class Placing {
             !flags.contains(DiskTree::Flags::package)) {
             return false;
         }
-        return tree_.kind(node) == ContentKind::diskImage ||
+        return contentKindForFile(tree_.nameBytes(node)) == ContentKind::diskImage ||
                installerExtensions.contains(path::extensionOf(tree_.nameBytes(node)));
     }
 
@@ -134,8 +134,12 @@ class Placing {
         const std::uint32_t oldSince = secondsBefore(options_.now, oldDownloadAge);
         PlacePatterns(tree_, options_.home.path())
             .forEachItem("Downloads", KnownPlace::Unit::eachChild, [&](NodeNumber child) {
-                const bool isHidden = tree_.flags(child).contains(DiskTree::Flags::hidden);
-                if (!isHidden && lastUsedInside(child) <= oldSince) {
+                const DiskTree::Flags flags = tree_.flags(child);
+                // Of what could not be read nobody knows when it was used.
+                const bool isKnown = !flags.contains(DiskTree::Flags::denied) &&
+                                     !flags.contains(DiskTree::Flags::mountPoint);
+                if (isKnown && !flags.contains(DiskTree::Flags::hidden) &&
+                    lastUsedInside(child) <= oldSince) {
                     expect(child, DiskGroup::oldDownloads);
                 }
             });

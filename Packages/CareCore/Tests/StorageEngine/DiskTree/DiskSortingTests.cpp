@@ -86,6 +86,7 @@ const Files wholeDisk{fileOf("~/.bin/files/thrown/away.dmg", 1, 400),
                       fileOf("~/Library/Caches/pip/1/x", 4),
                       fileOf("~/.npm/_cacache/index/x", 4),
                       fileOf("~/.npm/_logs/x", 4),
+                      fileOf("~/go/pkg/mod", 4), // a file is no place
                       fileOf("~/Library/Caches/web/data", 5),
                       fileOf("~/Library/Caches/lone.db", 5),
                       fileOf("~/Library/Caches/CloudKit/data", 5),

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <type_traits>
+
+#include "Base/Record.h"
+#include "CareDomain/CleanupAuthorization.h"
+#include "CareDomain/CleanupCategory.h"
+#include "CareDomain/FileObservation.h"
+#include "CareDomain/RiskAssessment.h"
+
+namespace tidyro {
+
+/// One item that a scanner proposes for cleanup.
+struct CleanupCandidate {
+    FileObservation observation;
+    CleanupCategory category;
+    RiskAssessment assessment;
+    /// Absent: nothing has yet allowed the item to be touched.
+    std::optional<CleanupAuthorization> authorization = std::nullopt;
+
+    [[nodiscard]] const LocalItemID& id() const { return observation.id; }
+    [[nodiscard]] std::uint64_t potentiallyReclaimableByteCount() const {
+        return observation.byteCount;
+    }
+    /// The same candidate under another authorization. One that is not needed any more is moved.
+    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) const&;
+    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) &&;
+
+    static constexpr auto fields() {
+        using Self = CleanupCandidate;
+        return fieldList<Self>(
+            field("observation", &Self::observation), field("category", &Self::category),
+            field("assessment", &Self::assessment), field("authorization", &Self::authorization));
+    }
+    bool operator==(const CleanupCandidate&) const = default;
+};
+
+// A scan makes them by the hundred thousand: lists grow and are sorted by moving, not by copying.
+static_assert(std::is_nothrow_move_constructible_v<CleanupCandidate> &&
+              std::is_nothrow_move_assignable_v<CleanupCandidate>);
+
+} // namespace tidyro

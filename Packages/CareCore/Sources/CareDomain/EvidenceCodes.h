@@ -1,0 +1,121 @@
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
+#include <span>
+
+#include "CareDomain/EvidenceCode.h"
+
+namespace tidyro {
+
+/// A list of evidence codes that is always in its normal form: each code once, ascending by raw
+/// text, in whatever order and however often they came.
+///
+///     EvidenceCodes codes{EvidenceCode::oldEnough, EvidenceCode::regenerable};
+///     codes.insert(EvidenceCode::oldEnough);
+///     for (EvidenceCode code : codes) ...      // oldEnough, regenerable
+///
+/// It is one word, a bit for each code in the order of the raw texts: there is no other form to be
+/// in, and gathering evidence allocates nothing. JSON takes it for the ordered set that it is, as
+/// its member types say.
+class EvidenceCodes {
+  public:
+    struct ByRawText {
+        [[nodiscard]] constexpr bool operator()(EvidenceCode a, EvidenceCode b) const {
+            return rawValue(a) < rawValue(b);
+        }
+    };
+    using key_type = EvidenceCode;
+    using value_type = EvidenceCode;
+    using key_compare = ByRawText;
+
+    constexpr EvidenceCodes() = default;
+    constexpr EvidenceCodes(std::initializer_list<EvidenceCode> codes) {
+        for (const EvidenceCode code : codes) insert(code);
+    }
+    constexpr explicit EvidenceCodes(std::span<const EvidenceCode> codes) {
+        for (const EvidenceCode code : codes) insert(code);
+    }
+
+    constexpr void insert(EvidenceCode code) { bits_ |= bit(code); }
+
+    [[nodiscard]] constexpr bool contains(EvidenceCode code) const {
+        return (bits_ & bit(code)) != 0;
+    }
+    [[nodiscard]] constexpr std::size_t size() const {
+        return static_cast<std::size_t>(std::popcount(bits_));
+    }
+    [[nodiscard]] constexpr bool empty() const { return bits_ == 0; }
+
+    class Iterator {
+      public:
+        using value_type = EvidenceCode;
+        using difference_type = std::ptrdiff_t;
+
+        constexpr Iterator() = default;
+        constexpr EvidenceCode operator*() const;
+        constexpr Iterator& operator++() {
+            rest_ &= rest_ - 1; // the lowest bit goes
+            return *this;
+        }
+        constexpr Iterator operator++(int) {
+            const Iterator before = *this;
+            ++*this;
+            return before;
+        }
+        bool operator==(const Iterator&) const = default;
+
+      private:
+        friend class EvidenceCodes;
+        constexpr explicit Iterator(std::uint32_t rest) : rest_(rest) {}
+
+        std::uint32_t rest_ = 0;
+    };
+    [[nodiscard]] constexpr Iterator begin() const { return Iterator(bits_); }
+    [[nodiscard]] constexpr Iterator end() const { return Iterator(0); }
+
+    bool operator==(const EvidenceCodes&) const = default;
+
+  private:
+    static constexpr std::size_t count = detail::rawValueRows<EvidenceCode>.size();
+    static_assert(count <= 32, "a word has no room for another code");
+
+    struct Ranks {
+        std::array<EvidenceCode, count> ascending{}; ///< all codes by raw text
+        std::array<std::uint8_t, count> rank{};      ///< where each of them stands there
+    };
+    static const Ranks ranks;
+
+    static constexpr std::uint32_t bit(EvidenceCode code);
+
+    std::uint32_t bits_ = 0;
+};
+
+inline constexpr EvidenceCodes::Ranks EvidenceCodes::ranks = [] {
+    Ranks made;
+    for (const EvidenceCode code : allCases<EvidenceCode>()) {
+        std::uint8_t smaller = 0;
+        for (const EvidenceCode other : allCases<EvidenceCode>()) {
+            if (ByRawText{}(other, code)) ++smaller;
+        }
+        made.rank[static_cast<std::size_t>(code)] = smaller;
+        made.ascending[smaller] = code;
+    }
+    return made;
+}();
+
+constexpr std::uint32_t EvidenceCodes::bit(EvidenceCode code) {
+    return std::uint32_t{1} << ranks.rank[static_cast<std::size_t>(code)];
+}
+
+constexpr EvidenceCode EvidenceCodes::Iterator::operator*() const {
+    return ranks.ascending[static_cast<std::size_t>(std::countr_zero(rest_))];
+}
+
+static_assert(std::forward_iterator<EvidenceCodes::Iterator>);
+
+} // namespace tidyro

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Base/Record.h"
+#include "CareDomain/FileObservation.h"
+
+namespace tidyro {
+
+/// Files with the same contents, byte for byte.
+struct ExactDuplicateGroup {
+    std::string contentDigest; ///< lower-case hexadecimal
+    std::uint64_t byteCountPerItem;
+    std::vector<FileObservation> members;
+
+    /// What goes when one copy stays, saturating; a group of fewer than two frees nothing.
+    [[nodiscard]] std::uint64_t potentiallyReclaimableByteCount() const;
+
+    static constexpr auto fields() {
+        using Self = ExactDuplicateGroup;
+        return fieldList<Self>(field("contentDigest", &Self::contentDigest),
+                               field("byteCountPerItem", &Self::byteCountPerItem),
+                               field("members", &Self::members));
+    }
+    bool operator==(const ExactDuplicateGroup&) const = default;
+};
+
+} // namespace tidyro

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "Base/FileURL.h"
+#include "Base/Record.h"
+#include "Base/Timestamp.h"
+#include "CareDomain/FileKind.h"
+#include "CareDomain/LocalItemID.h"
+
+namespace tidyro {
+
+/// What one look at a file or folder saw. It tells of that moment only: whoever is about to touch
+/// the item looks again and compares by `FileFingerprint`.
+struct FileObservation {
+    LocalItemID id; ///< unique within a report
+    FileURL url;
+    FileKind kind;
+    std::uint64_t byteCount;
+    std::optional<Timestamp> creationDate = std::nullopt;
+    std::optional<Timestamp> modificationDate = std::nullopt;
+    std::optional<std::uint32_t> ownerUserID = std::nullopt;
+    std::optional<std::string> volumeIdentifier = std::nullopt;
+    std::optional<std::string> fileResourceIdentifier = std::nullopt; ///< "device:inode", decimal
+    bool isReadable;
+    bool isCloudPlaceholder; ///< its contents are not on this disk
+    bool isInProjectRepository;
+    bool isBackupArtifact;
+    std::uint64_t linkCount; ///< hard links
+
+    static constexpr auto fields() {
+        using Self = FileObservation;
+        return fieldList<Self>(field("id", &Self::id), field("url", &Self::url),
+                               field("kind", &Self::kind), field("byteCount", &Self::byteCount),
+                               field("creationDate", &Self::creationDate),
+                               field("modificationDate", &Self::modificationDate),
+                               field("ownerUserID", &Self::ownerUserID),
+                               field("volumeIdentifier", &Self::volumeIdentifier),
+                               field("fileResourceIdentifier", &Self::fileResourceIdentifier),
+                               field("isReadable", &Self::isReadable),
+                               field("isCloudPlaceholder", &Self::isCloudPlaceholder),
+                               field("isInProjectRepository", &Self::isInProjectRepository),
+                               field("isBackupArtifact", &Self::isBackupArtifact),
+                               field("linkCount", &Self::linkCount));
+    }
+    bool operator==(const FileObservation&) const = default;
+};
+
+} // namespace tidyro
