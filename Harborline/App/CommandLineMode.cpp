@@ -183,7 +183,7 @@ void CommandLineMode::runIfRequested(std::span<const std::string> arguments) {
     const ParseResult parsed = parse(arguments, platform::homeFolder().path());
     if (std::holds_alternative<NotRequested>(parsed)) return;
     int status = malformed;
-    platform::ignoreBrokenPipes();
+    platform::reportWriteFailuresAsErrors();
     if (const auto* request = std::get_if<Request>(&parsed)) {
         OutputLines lines;
         status = lines.ending(

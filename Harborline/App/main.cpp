@@ -1,13 +1,16 @@
+#include <new>
 #include <string>
 #include <vector>
 
 #include <fmt/format.h>
 
 #include "App/CommandLineMode.h"
+#include "Base/Fault.h"
 #include "Platform/StandardStreams.h"
 
 // Each start-up hook returns when it was not asked for, and ends the process when it was.
 int main(int count, char** values) {
+    std::set_new_handler(tidyro::outOfMemory);
     const std::vector<std::string> arguments(values, values + count);
     tidyro::CommandLineMode::runIfRequested(arguments);
 

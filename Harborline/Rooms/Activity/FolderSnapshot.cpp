@@ -20,6 +20,7 @@ FolderSnapshot FolderSnapshot::of(const DiskTree& tree, const Options& options) 
     };
     keep(top);
     if (options.maximumEntries <= 1) return snapshot;
+    std::size_t pathBytes = 0;
     // A folder is at least as large as any inside it and ranks before it, so cutting the list off
     // at any place keeps the folders above whatever is kept.
     for (const NodeNumber folder :
@@ -27,6 +28,8 @@ FolderSnapshot FolderSnapshot::of(const DiskTree& tree, const Options& options) 
                               .limit = static_cast<std::int64_t>(options.maximumEntries - 1),
                               .onDisk = options.onDisk})) {
         if (tree.size(folder, options.onDisk) < options.minimumBytes) break;
+        pathBytes += tree.path(folder).size();
+        if (pathBytes > options.maximumPathBytes) break;
         keep(folder);
     }
     return snapshot;

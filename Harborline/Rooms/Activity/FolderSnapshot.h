@@ -43,6 +43,9 @@ struct FolderSnapshot {
         /// Folders below this size say nothing about growth.
         std::uint64_t minimumBytes = 1'000'000;
         std::size_t maximumEntries = 20'000;
+        /// Folders far down have long paths: the list ends early rather than outgrow what a
+        /// snapshot is worth.
+        std::size_t maximumPathBytes = 32'000'000;
     };
     [[nodiscard]] static FolderSnapshot of(const DiskTree& tree, const Options& options);
 

@@ -167,6 +167,15 @@ TEST(Executable, EndsWithTheStatusAndTheStreamThatScriptsExpect) {
     EXPECT_EQ(shell("$T 2>/dev/null").status, 64);
     EXPECT_EQ(shell("$T --cli scan " + place / "x").status, 66);
     EXPECT_EQ(shell("$T --cli scan " + place.path()).status, 0);
+    // A working folder that is gone leads nowhere, not to the root.
+    place.folder("gone");
+    EXPECT_EQ(shell("cd " + place / "gone" + " && rmdir ../gone && $T --cli scan .").status, 66);
+    // A file that may not grow.
+    place.folder("kept");
+    EXPECT_EQ(shell("(ulimit -f 0; XDG_DATA_HOME=" + place / "kept" + " $T --cli snapshot " +
+                    place / "x/.." + " 2>&1) >/dev/null; find " + place / "kept" + " -type f")
+                  .output,
+              "");
     // A reader that has ended before the first line.
     EXPECT_EQ(
         shell("{ { $T --cli scan " + place.path() + " 2>&3; echo $? >&3; } | true; } 3>&1").output,

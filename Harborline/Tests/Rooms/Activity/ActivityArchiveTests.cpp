@@ -37,6 +37,7 @@ TEST(FolderSnapshot, KeepsTheRootAndTheLargestFoldersWithAllAboveThem) {
     EXPECT_EQ(snapshot.folders, expected);
     EXPECT_EQ(FolderSnapshot::of(exampleTree(), {.maximumEntries = 2}).folders.size(), 2U);
     EXPECT_EQ(FolderSnapshot::of(exampleTree(), {.maximumEntries = 0}).folders.size(), 1U);
+    EXPECT_EQ(FolderSnapshot::of(exampleTree(), {.maximumPathBytes = 30}).folders.size(), 2U);
 }
 
 TEST(ActivityArchive, KeepsSnapshotsThatReadBackUnchanged) {

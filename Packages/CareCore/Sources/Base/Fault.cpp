@@ -12,4 +12,9 @@ void fault(std::string_view reason) noexcept {
     std::abort();
 }
 
+void outOfMemory() noexcept {
+    static_cast<void>(std::fputs("Stopped: there is not enough memory.\n", stderr));
+    std::_Exit(1);
+}
+
 } // namespace tidyro

@@ -103,7 +103,7 @@ class GrowingArray {
         if (capacity < 16) capacity = 16;
         // Only plain values are held, and realloc keeps their bytes.
         void* grown = std::realloc(static_cast<void*>(data_), capacity * sizeof(T));
-        require(grown != nullptr, "memory is exhausted");
+        if (grown == nullptr) outOfMemory();
         data_ = static_cast<T*>(grown);
         capacity_ = capacity;
     }

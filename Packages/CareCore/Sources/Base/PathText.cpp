@@ -42,7 +42,9 @@ std::string absolute(std::string_view path) {
     if (path.starts_with('/')) return standardized(path);
     std::error_code failed;
     const std::string folder = std::filesystem::current_path(failed).string();
-    return standardized(joined(failed ? "/" : folder, path));
+    // Some systems name a folder that was unmounted "(unreachable)/...".
+    const bool isKnown = !failed && folder.starts_with('/');
+    return standardized(joined(isKnown ? folder : "/dev/null", path));
 }
 
 std::string joined(std::string_view folder, std::string_view name) {

@@ -14,7 +14,9 @@ namespace tidyro::path {
 /// result is ".".
 [[nodiscard]] std::string standardized(std::string_view path);
 
-/// `path` made absolute against the process's working folder, and standardised.
+/// `path` made absolute against the process's working folder, and standardised. When that folder
+/// is gone the result lies in "/dev/null", where nothing can be: any other place would be a wrong
+/// one that exists.
 [[nodiscard]] std::string absolute(std::string_view path);
 
 /// The components of a path; "/" and "" have none.

@@ -13,10 +13,11 @@ enum class Stream { output = 1, error = 2 };
 [[nodiscard]] bool isTerminal(Stream stream);
 
 /// Writes all bytes in as few calls as the system takes, without a buffer of our own. EPIPE once
-/// the reader has ended (and `ignoreBrokenPipes` was called).
+/// the reader has ended (and `reportWriteFailuresAsErrors` was called).
 [[nodiscard]] std::expected<void, SystemError> writeAll(Stream stream, std::string_view bytes);
 
-/// From here on an ended reader is an error of writing, not the end of the program.
-void ignoreBrokenPipes();
+/// From here on a reader that has ended and a file that may not grow further are errors of writing,
+/// not the end of the program.
+void reportWriteFailuresAsErrors();
 
 } // namespace tidyro::platform

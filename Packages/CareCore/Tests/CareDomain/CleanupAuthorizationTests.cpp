@@ -47,12 +47,12 @@ std::vector<Row> rows() {
          R"({"aiToolRule":{"toolID":"tool","ruleID":"logs","rootURL":"file:///h/.tool/"}})",
          "/h/.tool",
          "AI tool adapter tool rule logs at /h/.tool"},
-        {{ProjectArtifact{.workspaceURL = FileURL::folder("/h/work"),
-                          .projectURL = FileURL::folder("/h/work/site"),
+        {{ProjectArtifact{.workspaceURL = FileURL::folder("/h/web"),
+                          .projectURL = FileURL::folder("/h/web/site"),
                           .folderName = "node_modules"}},
-         R"({"projectArtifact":{"workspaceURL":"file:///h/work/",)"
-         R"("projectURL":"file:///h/work/site/","folderName":"node_modules"}})",
-         "/h/work/site",
+         R"({"projectArtifact":{"workspaceURL":"file:///h/web/",)"
+         R"("projectURL":"file:///h/web/site/","folderName":"node_modules"}})",
+         "/h/web/site",
          "Generated folder node_modules in the project site"},
         {{DiskItem{.placeID = "downloads", .itemURL = FileURL::file("/h/Downloads/a b.dmg")}},
          R"({"diskItem":{"placeID":"downloads","itemURL":"file:///h/Downloads/a%20b.dmg"}})",

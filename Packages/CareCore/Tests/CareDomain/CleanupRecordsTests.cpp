@@ -2,7 +2,6 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -54,6 +53,23 @@ TEST(CleanupCategory, FewMayBeCleanedUnasked) {
     EXPECT_THAT(allowed,
                 ElementsAre(CleanupCategory::regenerableCache, CleanupCategory::temporaryArtifact,
                             CleanupCategory::expiredLog, CleanupCategory::appTemporaryData));
+}
+
+TEST(CleanupExecutionMode, SaysHowThingsComeBack) {
+    using enum CleanupExecutionMode;
+    EXPECT_EQ(recoveryMethod(simulation), "Simulation only; no file is moved or deleted.");
+    EXPECT_EQ(recoveryMethod(recoverable), "Moved to the macOS Trash, where you can put it back.");
+    EXPECT_EQ(recoveryMethod(permanent), "Removed permanently. This cannot be undone.");
+    EXPECT_FALSE(changesTheFilesystem(simulation));
+    EXPECT_TRUE(changesTheFilesystem(recoverable) && changesTheFilesystem(permanent));
+}
+
+// The order of the cases is their rank; what the language calls otherwise keeps its text.
+TEST(RiskTier, RanksFromSafeToProtected) {
+    std::vector<std::string_view> texts;
+    for (const RiskTier tier : allCases<RiskTier>()) texts.push_back(rawValue(tier));
+    EXPECT_THAT(texts, ElementsAre("safeToReclaim", "reviewCarefully", "protected"));
+    EXPECT_LT(RiskTier::reviewCarefully, RiskTier::protected_);
 }
 
 TEST(CleanupCandidate, IsAuthorizedAnew) {

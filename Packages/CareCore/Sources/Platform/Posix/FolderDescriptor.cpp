@@ -54,8 +54,10 @@ bool meansVanished(SystemError error) {
 
 std::size_t openFolderBudget() {
     constexpr rlim_t keptForOthers = 64;
-    constexpr rlim_t most = 512;
-    constexpr rlim_t enough = 2'048;
+    constexpr rlim_t most = 8'192;
+    // A tree deeper than this, with more than one folder at every level, is read all the same, but
+    // goes over part of its way again and again. Some systems refuse more.
+    constexpr rlim_t enough = 10'240;
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
     if (limit.rlim_cur < enough && limit.rlim_cur < limit.rlim_max) {

@@ -27,6 +27,9 @@ std::expected<void, SystemError> writeAll(Stream stream, std::string_view bytes)
     return {};
 }
 
-void ignoreBrokenPipes() { ::signal(SIGPIPE, SIG_IGN); }
+void reportWriteFailuresAsErrors() {
+    ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);
+}
 
 } // namespace tidyro::platform
