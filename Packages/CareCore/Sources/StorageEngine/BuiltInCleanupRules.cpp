@@ -1,0 +1,35 @@
+#include "StorageEngine/BuiltInCleanupRules.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "StorageEngine/BuiltInRuleRegistry.h"
+
+namespace tidyro {
+
+std::vector<CleanupRule> BuiltInCleanupRules::allLocations(const FileURL& home,
+                                                           CleanupAgeFloor ageFloor) {
+    std::vector<CleanupRule> rules;
+    rules.reserve(BuiltInRuleRegistry::allSpecs().size());
+    for (const CleanupRuleSpec& spec : BuiltInRuleRegistry::allSpecs()) {
+        rules.emplace_back(CleanupRule::Options{.id = std::string(spec.id),
+                                                .rootURL = home.appendingFolder(spec.relativePath),
+                                                .category = spec.category,
+                                                .minimumAge = applied(ageFloor, spec.minimumAge),
+                                                .isRegenerable = true,
+                                                .alwaysNeedsReview = spec.alwaysNeedsReview});
+    }
+    return rules;
+}
+
+std::vector<CleanupRule> BuiltInCleanupRules::scannableLocations(const FileURL& home,
+                                                                 CleanupAgeFloor ageFloor) {
+    std::vector<CleanupRule> rules = allLocations(home, ageFloor);
+    std::erase_if(rules, [](const CleanupRule& rule) {
+        std::error_code failed;
+        return !std::filesystem::is_directory(rule.rootPath(), failed);
+    });
+    return rules;
+}
+
+} // namespace tidyro

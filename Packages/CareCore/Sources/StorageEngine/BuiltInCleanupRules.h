@@ -1,0 +1,29 @@
+#pragma once
+
+#include <vector>
+
+#include "Base/FileURL.h"
+#include "StorageEngine/CleanupAgeFloor.h"
+#include "StorageEngine/CleanupRule.h"
+
+namespace tidyro {
+
+/// The shipped rules bound to a home, in the registry's order, with the person's age floor applied.
+struct BuiltInCleanupRules {
+    /// All 89, whether their folders exist or not.
+    [[nodiscard]] static std::vector<CleanupRule>
+    allLocations(const FileURL& home, CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended);
+
+    /// Those whose root is a folder, for a scan to walk.
+    [[nodiscard]] static std::vector<CleanupRule>
+    scannableLocations(const FileURL& home,
+                       CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended);
+
+    /// The list by which authorizations of this person are verified.
+    [[nodiscard]] static std::vector<CleanupRule>
+    currentUser(const FileURL& home, CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended) {
+        return allLocations(home, ageFloor);
+    }
+};
+
+} // namespace tidyro

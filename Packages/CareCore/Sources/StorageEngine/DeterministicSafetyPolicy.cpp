@@ -1,0 +1,267 @@
+#include "StorageEngine/DeterministicSafetyPolicy.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "Base/PathText.h"
+#include "StorageEngine/BuiltInRuleRegistry.h"
+#include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/ReviewRequiredScope.h"
+
+namespace tidyro {
+
+namespace {
+
+constexpr std::array<std::string_view, 4> systemProtectedRoots{"/System", "/Library",
+                                                               "/Applications", "/Users/Shared"};
+
+/// Downloads are not among them: they are rated by their category.
+constexpr std::array<std::string_view, 5> personalFolders{"desktop", "documents", "movies", "music",
+                                                          "pictures"};
+
+RiskAssessment protectedFor(EvidenceCode code, SharedText summary) {
+    return {.tier = RiskTier::protected_,
+            .evidence = {.codes = {code}, .summary = std::move(summary)}};
+}
+
+RiskAssessment safeAssessment() {
+    using enum EvidenceCode;
+    return {.tier = RiskTier::safeToReclaim,
+            .evidence = {.codes = {verifiedBuiltInRule, regenerable, oldEnough, currentUserOwned,
+                                   internalLocalVolume, inactive},
+                         .summary =
+                             "A verified built-in rule identifies this as old, inactive, and "
+                             "regenerable."}};
+}
+
+RiskAssessment reviewOnly(CleanupCategory category) {
+    EvidenceCodes codes{EvidenceCode::userReviewRequired};
+    if (category == CleanupCategory::exactDuplicate) codes.insert(EvidenceCode::exactByteDuplicate);
+    return {
+        .tier = RiskTier::reviewCarefully,
+        .evidence = {.codes = codes,
+                     .summary = "This item is review-only and is never selected by Clean Safely."}};
+}
+
+bool isReviewOnly(CleanupCategory category) {
+    return category == CleanupCategory::download || category == CleanupCategory::exactDuplicate ||
+           category == CleanupCategory::largeFile || category == CleanupCategory::applicationBundle;
+}
+
+bool isPersonal(const LoweredPath& path) {
+    return path.hasComponent([](std::string_view component) {
+        return std::ranges::find(personalFolders, component) != personalFolders.end();
+    });
+}
+
+bool isApplicationData(const LoweredPath& path) {
+    return path.text().find("/library/application support/") != std::string_view::npos &&
+           !BuiltInRuleRegistry::isApplicationSupportCache(path.text());
+}
+
+bool isBuildStore(const LoweredPath& path) {
+    constexpr std::string_view derivedData = "/library/developer/xcode/deriveddata/";
+    const std::size_t at = path.text().find(derivedData);
+    if (at == std::string_view::npos) return false;
+    const std::string_view rest = path.text().substr(at + derivedData.size());
+    const std::string_view first = rest.substr(0, rest.find('/'));
+    const std::string_view behind = rest.substr(std::min(first.size() + 1, rest.size()));
+    return first == "compilationcache.noindex" ||
+           behind.substr(0, behind.find('/')) == "sourcepackages";
+}
+
+CleanupCategory categoryOf(const FileObservation& observation, const LoweredPath& path) {
+    if (observation.isCloudPlaceholder) return CleanupCategory::cloudPlaceholder;
+    if (observation.isInProjectRepository) return CleanupCategory::projectRepository;
+    if (observation.isBackupArtifact) return CleanupCategory::backup;
+    const auto has = [&](std::string_view name) {
+        return path.hasComponent([&](std::string_view component) { return component == name; });
+    };
+    if (has("downloads")) return CleanupCategory::download;
+    if (has("caches")) return CleanupCategory::regenerableCache;
+    if (has("logs")) return CleanupCategory::expiredLog;
+    return CleanupCategory::unknown;
+}
+
+} // namespace
+
+DeterministicSafetyPolicy::DeterministicSafetyPolicy(FileURL home)
+    : home_(std::move(home)),
+      homePrefix_(loweredHomePrefix(home_)),
+      safe_(safeAssessment()),
+      reviewRequired_(ReviewRequiredScope::downgraded(safe_)) {}
+
+CleanupCategory DeterministicSafetyPolicy::category(const FileObservation& observation) {
+    return categoryOf(observation, LoweredPath(observation.url.path()));
+}
+
+bool DeterministicSafetyPolicy::isSystemProtected(const FileURL& url) {
+    return std::ranges::any_of(systemProtectedRoots, [&](std::string_view root) {
+        return path::isInsideOrEqual(url.path(), root);
+    });
+}
+
+bool DeterministicSafetyPolicy::isPersonalProtected(const FileURL& url) {
+    return isPersonal(LoweredPath(url.path()));
+}
+
+bool DeterministicSafetyPolicy::isApplicationSupport(const FileURL& url) {
+    return isApplicationData(LoweredPath(url.path()));
+}
+
+bool DeterministicSafetyPolicy::isNonRegeneratingBuildStore(const FileURL& url) {
+    return isBuildStore(LoweredPath(url.path()));
+}
+
+const CleanupRule*
+DeterministicSafetyPolicy::mostSpecificMatchingRule(const FileURL& url,
+                                                    std::span<const CleanupRule> rules) {
+    const CleanupRule* best = nullptr;
+    for (const CleanupRule& rule : rules) {
+        if ((best == nullptr || rule.rootDepth() > best->rootDepth()) && rule.matches(url.path())) {
+            best = &rule;
+        }
+    }
+    return best;
+}
+
+std::optional<RiskAssessment>
+DeterministicSafetyPolicy::protectedAssessment(const FileObservation& observation,
+                                               const SafetyPolicyContext& context) const {
+    return protectedBy(observation, LoweredPath(observation.url.path()), context);
+}
+
+std::optional<RiskAssessment>
+DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
+                                       const LoweredPath& lowered,
+                                       const SafetyPolicyContext& context) const {
+    using enum EvidenceCode;
+    const std::string& path = observation.url.path();
+    if (observation.kind != FileKind::regularFile) {
+        return protectedFor(unknownPurpose,
+                            "Only verified regular files may be cleanup candidates.");
+    }
+    if (!observation.isReadable) {
+        return protectedFor(unreadable, "Unreadable items remain protected.");
+    }
+    if (observation.ownerUserID != context.facts().currentUserID) {
+        return protectedFor(ownershipUnverified, "Current-user ownership could not be verified.");
+    }
+    if (!observation.volumeIdentifier ||
+        !context.facts().internalLocalVolumeIdentifiers.contains(*observation.volumeIdentifier)) {
+        return protectedFor(
+            outsideInternalVolume,
+            "The item is not verified on the current user's internal local volume.");
+    }
+    if (observation.isCloudPlaceholder) {
+        return protectedFor(
+            cloudPlaceholder,
+            "Cloud placeholders remain protected and are never downloaded for cleanup.");
+    }
+    if (observation.isInProjectRepository) {
+        return protectedFor(projectRepository,
+                            "Project repositories remain protected regardless of other evidence.");
+    }
+    if (observation.isBackupArtifact) {
+        return protectedFor(backupArtifact,
+                            "Backup data remains protected regardless of other evidence.");
+    }
+    if (isSystemProtected(observation.url) ||
+        context.additionalProtectedRootIndex().contains(path)) {
+        return protectedFor(protectedLocation,
+                            "This location is outside Tidyro's cleanup authority.");
+    }
+    if (context.activeApplicationRootIndex().contains(path)) {
+        return protectedFor(activeApplicationData,
+                            "Data belonging to an active application remains protected.");
+    }
+    if (context.facts().openByProcessPaths.contains(path)) {
+        return protectedFor(openByProcess,
+                            "A running process has this file open or is running it.");
+    }
+    if (isPersonal(lowered)) {
+        return protectedFor(personalLocation,
+                            "Personal content remains protected from deterministic cleanup.");
+    }
+    if (const auto signal = LiveDataDetector::signal(lowered)) {
+        return protectedFor(liveDataStore, SharedText::lasting(explanation(*signal)));
+    }
+    if (context.facts().activelyGrowingPaths.contains(path)) {
+        return protectedFor(activeGrowth,
+                            SharedText::lasting(explanation(LiveDataSignal::activeGrowth)));
+    }
+    if (isApplicationData(lowered)) {
+        return protectedFor(
+            protectedLocation,
+            "Application Support data is review-only and cannot be inferred as temporary.");
+    }
+    if (isBuildStore(lowered)) {
+        return protectedFor(protectedLocation,
+                            "Xcode does not download or rebuild these again when part is missing, "
+                            "so removing some files breaks the project's builds.");
+    }
+    return std::nullopt;
+}
+
+CleanupCandidate DeterministicSafetyPolicy::classify(FileObservation observation,
+                                                     const Question& question) const {
+    Verdict reached = verdict(observation, question);
+    return {.observation = std::move(observation),
+            .category = reached.category,
+            .assessment = std::move(reached.assessment)};
+}
+
+DeterministicSafetyPolicy::Verdict
+DeterministicSafetyPolicy::verdict(const FileObservation& observation,
+                                   const Question& question) const {
+    const LoweredPath lowered(observation.url.path());
+    const CleanupCategory category =
+        question.categoryHint ? *question.categoryHint : categoryOf(observation, lowered);
+    if (auto assessment = protectedBy(observation, lowered, question.context)) {
+        return {category, *std::move(assessment)};
+    }
+    if (isReviewOnly(category)) return {category, reviewOnly(category)};
+    return byRule(observation, question, category);
+}
+
+DeterministicSafetyPolicy::Verdict
+DeterministicSafetyPolicy::byRule(const FileObservation& observation, const Question& question,
+                                  CleanupCategory category) const {
+    using enum EvidenceCode;
+    const FileURL& url = observation.url;
+    const CleanupRule* rule = mostSpecificMatchingRule(url, question.rules);
+    if (rule == nullptr) {
+        return {category,
+                protectedFor(
+                    unknownPurpose,
+                    "No verified cleanup rule establishes that this item can be regenerated.")};
+    }
+    category = rule->category();
+    const bool isGranted = question.folders != nullptr
+                               ? rule->grantsSafeCleanupAuthority(url, *question.folders)
+                               : rule->grantsSafeCleanupAuthority(url);
+    if (!isGranted) {
+        return {category, protectedFor(unverifiedRule,
+                                       "An unverified rule cannot grant cleanup eligibility.")};
+    }
+    if (!mayBeAllowlistedForSafeCleanup(category) || !rule->isRegenerable()) {
+        return {
+            category,
+            protectedFor(unknownPurpose,
+                         "The matching rule does not prove that this category is regenerable.")};
+    }
+    const auto& modified = observation.modificationDate;
+    const bool isOldEnough =
+        modified && question.now.secondsSinceReference() - modified->secondsSinceReference() >=
+                        rule->minimumAge();
+    if (!isOldEnough) {
+        return {category, protectedFor(insufficientAge,
+                                       "The item has not met the cleanup rule's minimum age.")};
+    }
+    const bool needsReview = rule->alwaysNeedsReview() ||
+                             ReviewRequiredScope::touchesReviewRoot(url.path(), homePrefix_);
+    return {category, needsReview ? reviewRequired_ : safe_};
+}
+
+} // namespace tidyro

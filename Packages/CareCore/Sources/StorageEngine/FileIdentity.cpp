@@ -1,0 +1,80 @@
+#include "StorageEngine/FileIdentity.h"
+
+#include <utility>
+
+#include "Base/PathText.h"
+#include "Platform/WellKnownFolders.h"
+
+namespace tidyro {
+
+namespace {
+
+FileKind kindOf(platform::ItemKind kind) {
+    switch (kind) {
+    case platform::ItemKind::regularFile: return FileKind::regularFile;
+    case platform::ItemKind::folder: return FileKind::directory;
+    case platform::ItemKind::link:
+    case platform::ItemKind::other: break;
+    }
+    return FileKind::other;
+}
+
+} // namespace
+
+std::expected<FileObservation, SystemError> FileIdentity::observation(const FileURL& at) {
+    return observation(at, platform::homeFolder(), platform::LiveVolumes());
+}
+
+std::expected<FileObservation, SystemError>
+FileIdentity::observation(const FileURL& at, const FileURL& home,
+                          const platform::Volumes& volumes) {
+    return FileObserver(home, volumes).observation(at);
+}
+
+FileObserver::FileObserver(const FileURL& home, const platform::Volumes& volumes)
+    : volumes_(volumes.mounted().value_or(std::vector<platform::Volume>{})), judge_(home) {}
+
+FileObservation FileObserver::made(const platform::FileMetadata& seen, FileURL url,
+                                   bool isReadable) {
+    const bool isFolder = seen.kind == platform::ItemKind::folder;
+    const FolderSurroundings around =
+        judge_.surroundings(isFolder ? url.path() : std::string(path::parent(url.path())));
+    const platform::Volume* volume = platform::volumeOf(seen, volumes_);
+    FileObservation observation{
+        .id = {.rawValue = url.text()},
+        .url = url,
+        .kind = kindOf(seen.kind),
+        .byteCount = seen.byteCount,
+        .creationDate = seen.created,
+        .modificationDate = seen.modified,
+        .ownerUserID = seen.ownerUserID,
+        .fileResourceIdentifier =
+            std::to_string(seen.identity.device) + ":" + std::to_string(seen.identity.inode),
+        .isReadable = isReadable,
+        .isCloudPlaceholder = seen.isDataless,
+        .isInProjectRepository = around.isInProjectRepository,
+        .isBackupArtifact = around.isInBackup || isBackupByName(url.lastComponent()),
+        .linkCount = seen.linkCount,
+    };
+    if (volume != nullptr) observation.volumeIdentifier = volume->identifier;
+    return observation;
+}
+
+std::expected<FileObservation, SystemError> FileObserver::observation(const FileURL& at) {
+    const auto seen = platform::fileMetadata(at.path());
+    if (!seen) return std::unexpected(seen.error());
+    return made(*seen, at, platform::isReadable(at.path()));
+}
+
+std::expected<FileObservation, SystemError>
+FileObserver::observation(const platform::FolderDescriptor& folder, const FileURL& url,
+                          const char* name) {
+    const auto seen = platform::fileMetadata(folder, name);
+    if (!seen) return std::unexpected(seen.error());
+    return made(*seen,
+                seen->kind == platform::ItemKind::folder ? url.appendingFolder(name)
+                                                         : url.appending(name),
+                platform::isReadable(folder, name));
+}
+
+} // namespace tidyro

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Base/FileURL.h"
+#include "CareDomain/CleanupCategory.h"
+#include "CareDomain/RiskAssessment.h"
+#include "StorageEngine/DiskTree/DiskGroup.h"
+
+namespace tidyro {
+
+/// Places and categories that a rule may well recognise as a cache but that always need a person's
+/// review: local AI models, disks of containers and virtual machines, sessions of AI tools, and
+/// what people or their tools made rather than fetched.
+struct ReviewRequiredScope {
+    /// Whether a path is, lies in or holds a review root. The path is absolute and standardised;
+    /// `homePrefix` is the home's path, lower-cased, with a "/" at its end. The home itself and
+    /// the folders above it hold them all.
+    [[nodiscard]] static bool touchesReviewRoot(std::string_view path, std::string_view homePrefix);
+    /// The same for a path that is lower-cased already.
+    [[nodiscard]] static bool loweredTouchesReviewRoot(std::string_view loweredPath,
+                                                       std::string_view homePrefix);
+
+    /// Whether an item needs review whatever else is known: by its place, its category
+    /// (`archivedConversation`, `generatedWork`, `applicationData`) or its disk group
+    /// (`oldDownloads`, `largeFiles`: a person's own files).
+    [[nodiscard]] static bool needsReview(const FileURL& url, CleanupCategory category,
+                                          const FileURL& home,
+                                          std::optional<DiskGroup> group = std::nullopt);
+
+    /// The assessment, no safer than `reviewCarefully`: its reasons and its summary stay, and say
+    /// that a person has to look.
+    [[nodiscard]] static RiskAssessment downgraded(const RiskAssessment& assessment);
+
+    /// The assessment, downgraded when it is safe and the item needs review; otherwise unchanged.
+    [[nodiscard]] static RiskAssessment capped(const RiskAssessment& assessment, const FileURL& url,
+                                               CleanupCategory category, const FileURL& home,
+                                               std::optional<DiskGroup> group = std::nullopt);
+};
+
+/// The home's path as `touchesReviewRoot` takes it.
+[[nodiscard]] std::string loweredHomePrefix(const FileURL& home);
+
+} // namespace tidyro

@@ -1,0 +1,145 @@
+#include "StorageEngine/CleanupRule.h"
+
+#include <map>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "StorageEngine/BuiltInCleanupRules.h"
+#include "StorageEngine/BuiltInRuleRegistry.h"
+#include "Support/TemporaryFolder.h"
+
+namespace tidyro {
+namespace {
+
+using testing::TemporaryFolder;
+
+CleanupRule ruleAt(const FileURL& root,
+                   CleanupRule::Authority authority = CleanupRule::Authority::builtIn) {
+    return CleanupRule({.id = "user-caches",
+                        .rootURL = root,
+                        .category = CleanupCategory::regenerableCache,
+                        .minimumAge = 0,
+                        .isRegenerable = true,
+                        .authority = authority});
+}
+
+TEST(BuiltInRuleRegistry, HoldsEveryRuleOnceInItsGroup) {
+    std::map<std::string_view, std::size_t> sizes;
+    for (const CleanupRuleGroup& group : BuiltInRuleRegistry::groupedSpecs()) {
+        sizes[group.name] = group.specs.size();
+    }
+    EXPECT_EQ(sizes, (std::map<std::string_view, std::size_t>{{"userLibrary", 13},
+                                                              {"appleDeveloper", 14},
+                                                              {"packageManagers", 25},
+                                                              {"infrastructure", 9},
+                                                              {"aiTooling", 6},
+                                                              {"applicationSupportCacheHosts", 18},
+                                                              {"creativeSuites", 4}}));
+    std::set<std::string_view> ids;
+    std::set<std::string_view> paths;
+    std::map<double, int> ages;
+    int reviewed = 0;
+    int highYield = 0;
+    for (const CleanupRuleSpec& spec : BuiltInRuleRegistry::allSpecs()) {
+        EXPECT_TRUE(ids.insert(spec.id).second) << spec.id;
+        EXPECT_TRUE(paths.insert(spec.relativePath).second) << spec.relativePath;
+        EXPECT_TRUE(mayBeAllowlistedForSafeCleanup(spec.category)) << spec.id;
+        ++ages[spec.minimumAge / 86'400];
+        reviewed += spec.alwaysNeedsReview ? 1 : 0;
+        highYield += spec.isHighYield ? 1 : 0;
+    }
+    EXPECT_EQ(ids.size(), 89U);
+    // The sums over the columns of the published table.
+    EXPECT_EQ(ages,
+              (std::map<double, int>{{3, 14}, {7, 13}, {14, 18}, {30, 32}, {60, 7}, {90, 5}}));
+    EXPECT_EQ(reviewed, 13);
+    EXPECT_EQ(highYield, 15);
+    EXPECT_EQ(BuiltInRuleRegistry::title("cargo-registry-cache"), "Cargo registry cache");
+    EXPECT_EQ(BuiltInRuleRegistry::title("npm-cache"), "npm cache");
+    for (const auto& title : BuiltInRuleRegistry::titleOverrides()) {
+        EXPECT_NE(BuiltInRuleRegistry::spec(title.id), nullptr) << title.id;
+    }
+}
+
+TEST(BuiltInCleanupRules, AreBoundToAHomeWithTheAgeFloorApplied) {
+    const TemporaryFolder home;
+    home.file(".npm/_cacache/x");
+    home.file("Library/Caches", "a file where a folder is expected");
+    const FileURL url = FileURL::folder(home.path());
+    const auto age = [&](CleanupAgeFloor floor) {
+        const auto rules = BuiltInCleanupRules::scannableLocations(url, floor);
+        EXPECT_EQ(rules.size(), 1U);
+        EXPECT_EQ(rules.front().rootPath(), home / ".npm/_cacache");
+        return rules.front().minimumAge() / 86'400;
+    };
+    EXPECT_EQ(age(CleanupAgeFloor::everything), 0);
+    EXPECT_EQ(age(CleanupAgeFloor::recommended), 30);
+    EXPECT_EQ(age(CleanupAgeFloor::ninetyDays), 90);
+    EXPECT_EQ(age(CleanupAgeFloor::sixMonths), 182);
+    EXPECT_EQ(age(CleanupAgeFloor::oneYear), 365);
+    EXPECT_EQ(applied(CleanupAgeFloor::ninetyDays, 120 * 86'400.0), 120 * 86'400.0);
+    EXPECT_EQ(applied(CleanupAgeFloor::recommended, -5), 0);
+    EXPECT_EQ(BuiltInCleanupRules::allLocations(url).size(), 89U);
+}
+
+TEST(CleanupRule, GrantsAuthorityOnlyWhereTheItemReallyLies) {
+    const TemporaryFolder place;
+    place.file("caches/app/file", "x");
+    place.file("caches more/file", "x");
+    place.file("documents/letter", "x");
+    place.link("caches/leading out", "../documents");
+    place.link("caches/a letter", "../documents/letter");
+    place.link("caches/inside", "app");
+    place.link("linked", "caches");
+    const auto granted = [&](const CleanupRule& rule, std::string_view name) {
+        const FileURL url = FileURL::file(place / name);
+        FolderResolver folders;
+        const bool grants = rule.grantsSafeCleanupAuthority(url);
+        // Through the memory of a scan, which never asks about links themselves.
+        if (name != "caches/a letter" && name != "caches/inside") {
+            EXPECT_EQ(rule.grantsSafeCleanupAuthority(url, folders), grants) << name;
+            EXPECT_EQ(rule.grantsSafeCleanupAuthority(url, folders), grants) << name;
+        }
+        return grants;
+    };
+    const CleanupRule rule = ruleAt(FileURL::folder(place / "caches"));
+    EXPECT_TRUE(granted(rule, "caches"));
+    EXPECT_TRUE(granted(rule, "caches/app/file"));
+    EXPECT_TRUE(granted(rule, "caches/gone/already"));
+    EXPECT_FALSE(granted(rule, "caches more/file"));
+    EXPECT_FALSE(granted(rule, "documents/letter"));
+    EXPECT_FALSE(granted(rule, "caches/leading out/letter"));
+    EXPECT_FALSE(granted(rule, "caches/a letter"));
+    EXPECT_FALSE(granted(rule, "caches/inside")) << "a link is not what it points to";
+    EXPECT_FALSE(granted(rule, "caches/inside/file"));
+    // The root itself may be reached through a link: what is below it lies where it says.
+    EXPECT_TRUE(granted(ruleAt(FileURL::folder(place / "linked")), "linked/app/file"));
+    EXPECT_FALSE(
+        granted(ruleAt(FileURL::folder(place / "caches"), CleanupRule::Authority::unverified),
+                "caches/app/file"));
+    EXPECT_EQ(ruleAt(FileURL::folder(place / "caches/")).rootPrefix(), rule.rootPrefix());
+}
+
+TEST(CleanupRule, ReadsBackNoMoreTrustingThanItWas) {
+    const CleanupRule rule = ruleAt(FileURL::folder("/home/ada/Library/Caches"));
+    EXPECT_EQ(jsonText(toJSON(rule)),
+              R"({"id":"user-caches","rootURL":"file:///home/ada/Library/Caches/",)"
+              R"("category":"regenerableCache","minimumAge":0.0,"isRegenerable":true,)"
+              R"("trust":"verifiedBuiltIn"})");
+    EXPECT_EQ(fromJSON<CleanupRule>(toJSON(rule)), rule);
+
+    JSON written = toJSON(rule);
+    written["trust"] = "unverified";
+    EXPECT_EQ(fromJSON<CleanupRule>(written)->authority(), CleanupRule::Authority::unverified);
+    written["trust"] = "trust me";
+    EXPECT_FALSE(fromJSON<CleanupRule>(written));
+    written = toJSON(rule);
+    written["id"] = "dot-cache"; // reviewed by the registry's word
+    EXPECT_TRUE(fromJSON<CleanupRule>(written)->alwaysNeedsReview());
+    written["id"] = "nobody's";
+    EXPECT_TRUE(fromJSON<CleanupRule>(written)->alwaysNeedsReview());
+}
+
+} // namespace
+} // namespace tidyro

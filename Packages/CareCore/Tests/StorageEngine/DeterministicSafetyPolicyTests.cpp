@@ -1,0 +1,406 @@
+#include "StorageEngine/DeterministicSafetyPolicy.h"
+
+#include <algorithm>
+#include <functional>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "Base/PathText.h"
+#include "Base/UnicodeText.h"
+#include "StorageEngine/BuiltInCleanupRules.h"
+#include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/RemovalConsequence.h"
+#include "StorageEngine/ReviewRequiredScope.h"
+
+namespace tidyro {
+namespace {
+
+constexpr double day = 86'400;
+const FileURL home = FileURL::folder("/nowhere/ada");
+const Timestamp now = Timestamp::since1970(1'800'000'000.0);
+
+/// An old, readable file of the person's own; nothing about it is in doubt.
+FileObservation fileAt(std::string_view place, double age = 400 * day) {
+    const FileURL url = FileURL::file(place.starts_with('/') ? std::string(place)
+                                                             : path::joined(home.path(), place));
+    return {.id = {url.text()},
+            .url = url,
+            .kind = FileKind::regularFile,
+            .byteCount = 10,
+            .modificationDate = now.adding(-age),
+            .ownerUserID = 501,
+            .volumeIdentifier = "internal",
+            .isReadable = true,
+            .isCloudPlaceholder = false,
+            .isInProjectRepository = false,
+            .isBackupArtifact = false,
+            .linkCount = 1};
+}
+
+SafetyPolicyFacts machine() {
+    return {.currentUserID = 501,
+            .internalLocalVolumeIdentifiers = {"internal"},
+            .activeApplicationRoots = {home.appendingFolder("Library/Caches/Running")},
+            .additionalProtectedRoots = {home.appendingFolder("Library/Caches/Kept")},
+            .activelyGrowingPaths = {"/nowhere/ada/Library/Caches/growing"},
+            .openByProcessPaths = {"/nowhere/ada/Library/Caches/open"}};
+}
+
+struct Bench {
+    DeterministicSafetyPolicy policy{home};
+    std::vector<CleanupRule> rules = BuiltInCleanupRules::allLocations(home);
+    SafetyPolicyContext context{machine()};
+
+    CleanupCandidate rated(const FileObservation& observation,
+                           std::optional<CleanupCategory> hint = std::nullopt) const {
+        return policy.classify(
+            observation, {.categoryHint = hint, .rules = rules, .context = context, .now = now});
+    }
+};
+
+std::string told(const RiskAssessment& assessment) {
+    std::string text(rawValue(assessment.tier));
+    for (const EvidenceCode code : assessment.evidence.codes) {
+        text += " " + std::string(rawValue(code));
+    }
+    return text + ": " + std::string(assessment.evidence.summary);
+}
+
+constexpr const char* safe =
+    "safeToReclaim currentUserOwned inactive internalLocalVolume oldEnough regenerable "
+    "verifiedBuiltInRule: A verified built-in rule identifies this as old, inactive, and "
+    "regenerable.";
+constexpr const char* reviewed =
+    "reviewCarefully currentUserOwned inactive internalLocalVolume oldEnough regenerable "
+    "userReviewRequired verifiedBuiltInRule: A verified built-in rule identifies this as old, "
+    "inactive, and regenerable. Sessions, local models and container data always need your review.";
+constexpr const char* reviewOnly =
+    "This item is review-only and is never selected by Clean Safely.";
+
+TEST(DeterministicSafetyPolicy, ProtectsByTheFirstCheckThatFires) {
+    struct Case {
+        std::string place;
+        std::function<void(FileObservation&)> change;
+        std::string verdict;
+    };
+    // Each row would also fire later rows' checks where it can: the order is what is tested.
+    const std::string personal = "Documents/Library/Caches/a.sqlite";
+    const Case cases[] = {
+        {personal,
+         [](auto& o) {
+             o.kind = FileKind::directory;
+             o.isReadable = false;
+         },
+         "unknownPurpose: Only verified regular files may be cleanup candidates."},
+        {personal, [](auto& o) { o.kind = FileKind::other; },
+         "unknownPurpose: Only verified regular files may be cleanup candidates."},
+        {personal,
+         [](auto& o) {
+             o.isReadable = false;
+             o.ownerUserID = 0;
+         },
+         "unreadable: Unreadable items remain protected."},
+        {personal,
+         [](auto& o) {
+             o.ownerUserID = 0;
+             o.volumeIdentifier = "usb";
+         },
+         "ownershipUnverified: Current-user ownership could not be verified."},
+        {personal, [](auto& o) { o.ownerUserID.reset(); },
+         "ownershipUnverified: Current-user ownership could not be verified."},
+        {personal,
+         [](auto& o) {
+             o.volumeIdentifier = "usb";
+             o.isCloudPlaceholder = true;
+         },
+         "outsideInternalVolume: The item is not verified on the current user's internal local "
+         "volume."},
+        {personal, [](auto& o) { o.volumeIdentifier.reset(); },
+         "outsideInternalVolume: The item is not verified on the current user's internal local "
+         "volume."},
+        {personal, [](auto& o) { o.isCloudPlaceholder = o.isInProjectRepository = true; },
+         "cloudPlaceholder: Cloud placeholders remain protected and are never downloaded for "
+         "cleanup."},
+        {personal, [](auto& o) { o.isInProjectRepository = o.isBackupArtifact = true; },
+         "projectRepository: Project repositories remain protected regardless of other evidence."},
+        {personal, [](auto& o) { o.isBackupArtifact = true; },
+         "backupArtifact: Backup data remains protected regardless of other evidence."},
+        {"/Library/Caches/Documents/x",
+         {},
+         "protectedLocation: This location is outside Tidyro's cleanup authority."},
+        {"Library/Caches/Kept/Documents/x",
+         {},
+         "protectedLocation: This location is outside Tidyro's cleanup authority."},
+        {"Library/Caches/Running/Documents/x",
+         {},
+         "activeApplicationData: Data belonging to an active application remains protected."},
+        {"Library/Caches/open",
+         {},
+         "openByProcess: A running process has this file open or is running it."},
+        {personal,
+         {},
+         "personalLocation: Personal content remains protected from deterministic cleanup."},
+        {"Library/Caches/DESKTOP/x",
+         {},
+         "personalLocation: Personal content remains protected from deterministic cleanup."},
+        {"Library/Caches/des\u212Atop/x",
+         {}, // lower-cased, the Kelvin sign is a k
+         "personalLocation: Personal content remains protected from deterministic cleanup."},
+        {"Library/Caches/data.sqlite-wal",
+         {},
+         "liveDataStore: This is a database write-ahead log. Removing it while the database exists "
+         "can corrupt it."},
+        {"Library/Caches/App/IndexedDB/000003.log",
+         {},
+         "liveDataStore: This is a database. Removing it loses whatever the owning app stored in "
+         "it."},
+        {"Library/Caches/growing",
+         {},
+         "activeGrowth: This grew while the scan was running, so something is writing to it right "
+         "now."},
+        {"Library/Application Support/Code/state",
+         {},
+         "protectedLocation: Application Support data is review-only and cannot be inferred as "
+         "temporary."},
+        {"Library/Developer/Xcode/DerivedData/App-x/SourcePackages/a/b.o",
+         {},
+         "protectedLocation: Xcode does not download or rebuild these again when part is missing, "
+         "so removing some files breaks the project's builds."},
+        {"Library/Developer/Xcode/DerivedData/CompilationCache.noindex/x",
+         {},
+         "protectedLocation: Xcode does not download or rebuild these again when part is missing, "
+         "so removing some files breaks the project's builds."},
+    };
+    const Bench bench;
+    for (const Case& each : cases) {
+        FileObservation observation = fileAt(each.place);
+        if (each.change) each.change(observation);
+        const CleanupCandidate candidate = bench.rated(observation);
+        EXPECT_EQ(told(candidate.assessment), "protected " + each.verdict) << each.place;
+        EXPECT_EQ(candidate.observation, observation);
+        EXPECT_FALSE(candidate.authorization);
+    }
+}
+
+TEST(DeterministicSafetyPolicy, ClassifiesWhatNothingProtects) {
+    struct Case {
+        std::string place;
+        double age; ///< days
+        std::string verdict;
+        CleanupCategory category = CleanupCategory::regenerableCache;
+    };
+    const std::string tooYoung =
+        "protected insufficientAge: The item has not met the cleanup rule's minimum age.";
+    const std::string noRule = "protected unknownPurpose: No verified cleanup rule establishes "
+                               "that this item can be regenerated.";
+    const Case cases[] = {
+        {"Library/Caches/App/x", 400, safe},
+        {"Library/Caches/App/x", 14, safe},
+        {"Library/Caches/App/x", 13.999, tooYoung},
+        {".npm/_cacache/x", 29, tooYoung},
+        {".npm/_logs/x", 20, safe, CleanupCategory::expiredLog},
+        {"Library/Caches/Google/Chrome/x", 3, safe}, // the deeper of two rules
+        {"Library/Caches/pip/x", 20, tooYoung},      // likewise, and stricter
+        {"Library/Application Support/Code/GPUCache/x", 7, safe},
+        {".cache/pip/x", 400, safe},
+        {".cache/fontconfig/x", 400, reviewed}, // a rule that always asks
+        {".cache/huggingface/hub/x", 400, reviewed},
+        {".docker/buildx/cache/x", 400, reviewed},
+        {"Downloads/tool.dmg", 400,
+         std::string("reviewCarefully userReviewRequired: ") + reviewOnly,
+         CleanupCategory::download},
+        {"Downloads/Caches/x", 400,
+         std::string("reviewCarefully userReviewRequired: ") + reviewOnly,
+         CleanupCategory::download},
+        {"somewhere/x", 400, noRule, CleanupCategory::unknown},
+        {"Library/Caching/x", 400, noRule, CleanupCategory::unknown},
+        {"/Applications2/Caches/x", 400, noRule},
+    };
+    const Bench bench;
+    for (const Case& each : cases) {
+        const CleanupCandidate candidate = bench.rated(fileAt(each.place, each.age * day));
+        EXPECT_EQ(told(candidate.assessment), each.verdict) << each.place;
+        EXPECT_EQ(candidate.category, each.category) << each.place;
+    }
+
+    FileObservation undated = fileAt(".npm/_cacache/x");
+    undated.modificationDate.reset();
+    EXPECT_EQ(told(bench.rated(undated).assessment), tooYoung);
+    for (const auto category : {CleanupCategory::largeFile, CleanupCategory::applicationBundle}) {
+        EXPECT_EQ(told(bench.rated(fileAt(".npm/_cacache/x"), category).assessment),
+                  std::string("reviewCarefully userReviewRequired: ") + reviewOnly);
+    }
+    EXPECT_EQ(
+        told(bench.rated(fileAt(".npm/_cacache/x"), CleanupCategory::exactDuplicate).assessment),
+        std::string("reviewCarefully exactByteDuplicate userReviewRequired: ") + reviewOnly);
+}
+
+TEST(DeterministicSafetyPolicy, TrustsNoRuleFurtherThanItReaches) {
+    Bench bench;
+    const auto withRule = [&](CleanupRule::Options options) {
+        bench.rules = {CleanupRule(std::move(options))};
+        return told(bench.rated(fileAt("x/file")).assessment);
+    };
+    const CleanupRule::Options plain{.id = "x",
+                                     .rootURL = home.appendingFolder("x"),
+                                     .category = CleanupCategory::temporaryArtifact,
+                                     .minimumAge = 0,
+                                     .isRegenerable = true};
+    EXPECT_EQ(withRule(plain), safe);
+    auto changed = plain;
+    changed.authority = CleanupRule::Authority::unverified;
+    EXPECT_EQ(withRule(changed), "protected unverifiedRule: An unverified rule cannot grant "
+                                 "cleanup eligibility.");
+    changed = plain;
+    changed.isRegenerable = false;
+    EXPECT_EQ(withRule(changed), "protected unknownPurpose: The matching rule does not prove that "
+                                 "this category is regenerable.");
+    changed = plain;
+    changed.category = CleanupCategory::generatedWork;
+    EXPECT_EQ(withRule(changed), "protected unknownPurpose: The matching rule does not prove that "
+                                 "this category is regenerable.");
+}
+
+TEST(DeterministicSafetyPolicy, TellsPlacesByTheirNames) {
+    using Policy = DeterministicSafetyPolicy;
+    const auto at = [](const char* path) { return FileURL::file(path); };
+    EXPECT_TRUE(Policy::isSystemProtected(at("/Applications")));
+    EXPECT_TRUE(Policy::isSystemProtected(at("/Users/Shared/x")));
+    EXPECT_FALSE(Policy::isSystemProtected(at("/Applications old/x")));
+    EXPECT_FALSE(Policy::isSystemProtected(at("/Users/ada/Library/Caches/x")));
+    EXPECT_FALSE(Policy::isApplicationSupport(at("/u/Library/Application Support/A/Code Cache/x")));
+    EXPECT_TRUE(Policy::isApplicationSupport(at("/u/Library/Application Support/Cache/x")))
+        << "the application's own folder may be called so";
+    EXPECT_FALSE(Policy::isNonRegeneratingBuildStore(
+        at("/u/library/developer/xcode/deriveddata/App/Build/SourcePackages/x")));
+
+    const std::string prefix = loweredHomePrefix(home);
+    for (const char* path : {"/", "/nowhere", "/nowhere/ada", "/nowhere/ada/.Cache",
+                             "/nowhere/ada/.cache/huggingface", "/nowhere/ada/.codex/sessions/a"}) {
+        EXPECT_TRUE(ReviewRequiredScope::touchesReviewRoot(path, prefix)) << path;
+    }
+    for (const char* path : {"/now", "/elsewhere/.docker", "/nowhere/ada/.dockers",
+                             "/nowhere/ada/.cache/huggingface2", "/nowhere/adam/.docker"}) {
+        EXPECT_FALSE(ReviewRequiredScope::touchesReviewRoot(path, prefix)) << path;
+    }
+    for (const DiskGroup group : allCases<DiskGroup>()) {
+        EXPECT_TRUE(RemovalConsequence::sentence(group, CleanupCategory::unknown).ends_with('.'));
+    }
+    for (const CleanupCategory category : allCases<CleanupCategory>()) {
+        EXPECT_TRUE(RemovalConsequence::sentence(std::nullopt, category).ends_with('.'));
+    }
+}
+
+TEST(SafetyPolicyContext, ReadsBackWithWhatIsDerived) {
+    const SafetyPolicyContext context(machine());
+    const JSON written = toJSON(context);
+    EXPECT_EQ(written.begin().key(), "currentUserID");
+    const auto read = fromJSON<SafetyPolicyContext>(written);
+    ASSERT_TRUE(read.has_value());
+    EXPECT_EQ(*read, context);
+    EXPECT_TRUE(read->activeApplicationRootIndex().contains("/nowhere/ada/Library/Caches/Running"));
+
+    const std::vector<std::string> roots{"/a/b", "/a", "/a-b", "/c/d", "/c/d/e", "/\xFF"};
+    const RootPathIndex index{roots};
+    for (const char* inside : {"/a", "/a/b", "/a/z/z", "/a-b/x", "/c/d/e/f", "/\xFF/x"}) {
+        EXPECT_TRUE(index.contains(inside)) << inside;
+    }
+    for (const char* outside : {"/", "/a-", "/a0", "/c", "/c/e", "/c/d0", "/\xFE"}) {
+        EXPECT_FALSE(index.contains(outside)) << outside;
+    }
+    const std::vector<std::string> everything{"/"};
+    EXPECT_TRUE(RootPathIndex{everything}.contains("/any/thing"));
+    EXPECT_FALSE(RootPathIndex().contains("/"));
+}
+
+/// Every condition of a safe verdict, said again in the plainest way.
+bool mayBeSafe(const FileObservation& o, const std::vector<CleanupRule>& rules) {
+    const SafetyPolicyFacts facts = machine();
+    const std::string& path = o.url.path();
+    const std::string low = lowercased(path);
+    const auto in = [&](const std::string& root) {
+        return path == root || path.starts_with(root + "/");
+    };
+    if (o.kind != FileKind::regularFile || !o.isReadable || o.isCloudPlaceholder ||
+        o.isInProjectRepository || o.isBackupArtifact || o.ownerUserID != 501U ||
+        o.volumeIdentifier != "internal" || !o.modificationDate) {
+        return false;
+    }
+    for (const char* root : {"/System", "/Library", "/Applications", "/Users/Shared"}) {
+        if (in(root)) return false;
+    }
+    for (const auto* roots : {&facts.activeApplicationRoots, &facts.additionalProtectedRoots}) {
+        for (const FileURL& root : *roots) {
+            if (in(root.path())) return false;
+        }
+    }
+    if (facts.openByProcessPaths.contains(path) || facts.activelyGrowingPaths.contains(path)) {
+        return false;
+    }
+    for (const char* name : {"/desktop/", "/documents/", "/movies/", "/music/", "/pictures/",
+                             "/indexeddb/", "/databases/", "/leveldb/", "/downloads/"}) {
+        if ((low + "/").find(name) != std::string::npos) return false;
+    }
+    for (const char* ending : {".sqlite", "-wal", ".ldb", ".db"}) {
+        if (low.ends_with(ending)) return false;
+    }
+    const std::string support = "/library/application support/";
+    if (const auto at = low.find(support); at != std::string::npos) {
+        auto names = path::components(std::string_view(low).substr(at + support.size()));
+        const bool isCache = std::any_of(names.begin() + 1, names.end(), [](std::string_view name) {
+            return name == "gpucache" || name == "caches" || name == "peak files" ||
+                   name == "media cache" || name == "media cache files";
+        });
+        if (!isCache) return false;
+    }
+    for (const char* root : {"/nowhere/ada/.cache/huggingface", "/nowhere/ada/.docker"}) {
+        if (in(root)) return false;
+    }
+    const CleanupRule* deepest = nullptr;
+    for (const CleanupRule& rule : rules) {
+        if (in(rule.rootPath()) &&
+            (deepest == nullptr || rule.rootPath().size() > deepest->rootPath().size())) {
+            deepest = &rule;
+        }
+    }
+    return deepest != nullptr && !deepest->alwaysNeedsReview() &&
+           now.secondsSinceReference() - o.modificationDate->secondsSinceReference() >=
+               deepest->minimumAge();
+}
+
+TEST(DeterministicSafetyPolicy, CallsNothingSafeThatMissesACondition) {
+    const Bench bench;
+    std::mt19937 random(20'261'121);
+    const auto oneIn = [&](unsigned count) { return random() % count == 0; };
+    const std::vector<std::string> names{
+        "a",         "App",     "Caches",    "Documents", "GPUCache",     "IndexedDB",
+        "x.sqlite",  "f-wal",   "open",      "growing",   "Kept",         "Running",
+        "Downloads", "b.ldb",   "desktop",   "Google",    "Chrome",       "Code",
+        "file.txt",  "Library", "Databases", "c.DB",      "SourceThings", "huggingface"};
+    int safeCount = 0;
+    for (int i = 0; i < 100'000; ++i) {
+        const CleanupRule& near = bench.rules[random() % bench.rules.size()];
+        std::string place = oneIn(12) ? "/Library" : oneIn(12) ? home.path() : near.rootPath();
+        if (oneIn(40)) place += "2";
+        for (auto depth = 1 + random() % 3; depth > 0; --depth) {
+            place += "/" + names[random() % (oneIn(2) ? 2 : names.size())];
+        }
+        FileObservation o = fileAt(place, static_cast<double>(random() % 120) * day);
+        if (oneIn(20)) o.kind = FileKind::other;
+        if (oneIn(20)) o.isReadable = false;
+        if (oneIn(20)) o.ownerUserID = oneIn(2) ? std::optional<std::uint32_t>() : 0U;
+        if (oneIn(20)) o.volumeIdentifier = oneIn(2) ? std::optional<std::string>() : "usb";
+        if (oneIn(20)) o.isCloudPlaceholder = true;
+        if (oneIn(20)) o.isInProjectRepository = true;
+        if (oneIn(20)) o.isBackupArtifact = true;
+        if (oneIn(20)) o.modificationDate.reset();
+        const bool isSafe = bench.rated(o).assessment.tier == RiskTier::safeToReclaim;
+        ASSERT_EQ(isSafe, mayBeSafe(o, bench.rules)) << o.url.path();
+        safeCount += isSafe ? 1 : 0;
+    }
+    EXPECT_GT(safeCount, 10'000); // the generator makes what it is meant to make
+}
+
+} // namespace
+} // namespace tidyro
