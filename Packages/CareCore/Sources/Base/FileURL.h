@@ -41,7 +41,8 @@ class FileURL {
     friend auto operator<=>(const FileURL&, const FileURL&) = default;
 
   private:
-    FileURL(std::string path, bool isFolder) : path_(std::move(path)), isFolder_(isFolder) {}
+    FileURL(std::string path, bool isFolder)
+        : path_(std::move(path)), isFolder_(isFolder || path_ == "/") {} // the root is no file
 
     std::string path_ = "/";
     bool isFolder_ = true;

@@ -1,67 +1,36 @@
 #include "StorageEngine/RootPathIndex.h"
 
 #include <algorithm>
-#include <bit>
+
+#include "Base/PathText.h"
 
 namespace tidyro {
 
 namespace {
 
-// FNV-1a: what is hashed of a path serves for each of its folders on the way.
-constexpr std::uint64_t start = 0xCBF2'9CE4'8422'2325;
-
-constexpr std::uint64_t continued(std::uint64_t hash, char byte) {
-    return (hash ^ static_cast<unsigned char>(byte)) * 0x0000'0100'0000'01B3;
-}
-
-/// Its low bits hear only of the low bits of what was hashed.
-constexpr std::size_t slotOf(std::uint64_t hash, std::size_t size) {
-    return static_cast<std::size_t>((hash ^ hash >> 32) * 0x9E37'79B9'7F4A'7C15 >> 32) & (size - 1);
-}
-
-std::uint64_t hashOf(std::string_view text) {
-    std::uint64_t hash = start;
-    for (const char byte : text) hash = continued(hash, byte);
-    return hash;
+/// Bytes in their order, but "/" before all others.
+bool comesBefore(std::string_view a, std::string_view b) {
+    const auto rank = [](char byte) {
+        return byte == '/' ? -1 : static_cast<int>(static_cast<unsigned char>(byte));
+    };
+    return std::ranges::lexicographical_compare(a, b, {}, rank, rank);
 }
 
 } // namespace
 
 RootPathIndex::RootPathIndex(std::span<const std::string> roots) {
-    for (const std::string& root : roots) {
-        if (root == "/") holdsAll_ = true;
-        if (root.size() > 1 && root.starts_with('/')) roots_.push_back(root);
+    std::vector<std::string> sorted(roots.begin(), roots.end());
+    std::ranges::sort(sorted, comesBefore);
+    for (std::string& root : sorted) {
+        if (roots_.empty() || !path::isInsideOrEqual(root, roots_.back())) {
+            roots_.push_back(std::move(root));
+        }
     }
-    std::ranges::sort(roots_);
-    const auto repeated = std::ranges::unique(roots_);
-    roots_.erase(repeated.begin(), repeated.end());
-    if (roots_.empty()) return;
-    table_.resize(std::bit_ceil(roots_.size() * 2));
-    for (std::uint32_t number = 0; number < roots_.size(); ++number) {
-        std::size_t slot = slotOf(hashOf(roots_[number]), table_.size());
-        while (table_[slot] != 0) slot = (slot + 1) & (table_.size() - 1);
-        table_[slot] = number + 1;
-    }
-}
-
-bool RootPathIndex::has(std::string_view root, std::uint64_t hash) const {
-    std::size_t slot = slotOf(hash, table_.size());
-    for (; table_[slot] != 0; slot = (slot + 1) & (table_.size() - 1)) {
-        if (roots_[table_[slot] - 1] == root) return true;
-    }
-    return false;
 }
 
 bool RootPathIndex::contains(std::string_view path) const {
-    if (!path.starts_with('/')) return false;
-    if (holdsAll_) return true;
-    if (table_.empty()) return false;
-    std::uint64_t hash = start;
-    for (std::size_t at = 0; at < path.size(); ++at) {
-        if (path[at] == '/' && at > 0 && has(path.substr(0, at), hash)) return true;
-        hash = continued(hash, path[at]);
-    }
-    return has(path, hash);
+    const auto after = std::ranges::upper_bound(roots_, path, comesBefore);
+    return after != roots_.begin() && path::isInsideOrEqual(path, *std::prev(after));
 }
 
 } // namespace tidyro

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -9,16 +7,12 @@
 
 namespace tidyro {
 
-/// Whether a path is one of many roots or lies inside one, component by component.
+/// Answers whether a path is one of many roots or lies inside one, component by component, in a
+/// handful of comparisons however many roots there are. Standardised absolute paths only.
 ///
-///     const RootPathIndex index(std::vector<std::string>{"/home/ada/.npm", "/opt"});
-///     index.contains("/home/ada/.npm/_cacache/x")   // true
-///     index.contains("/home/ada/.npmrc")            // false
-///
-/// Asking goes over the path once and looks up each of its folders on the way, so it costs the
-/// same for one root and for thousands, and allocates nothing. Names are compared as bytes. The
-/// root "/" holds every absolute path. Paths on both sides are standardised and absolute; a root
-/// that is not absolute holds nothing.
+/// Roots inside other roots add nothing and are dropped. What is left is kept in an order in which
+/// "/" comes before every other byte, so that a root stands directly before all that lies in it:
+/// the one root a path can lie in is the last that does not come after it.
 class RootPathIndex {
   public:
     RootPathIndex() = default;
@@ -26,14 +20,8 @@ class RootPathIndex {
 
     [[nodiscard]] bool contains(std::string_view path) const;
 
-    bool operator==(const RootPathIndex&) const = default;
-
   private:
-    [[nodiscard]] bool has(std::string_view root, std::uint64_t hash) const;
-
-    std::vector<std::string> roots_;   ///< ascending, each once
-    std::vector<std::uint32_t> table_; ///< number of a root and 1, at its hash; 0 where none is
-    bool holdsAll_ = false;
+    std::vector<std::string> roots_;
 };
 
 } // namespace tidyro
