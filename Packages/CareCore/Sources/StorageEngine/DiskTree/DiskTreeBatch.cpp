@@ -47,8 +47,7 @@ void DiskTreeBatch::clear() {
     folders_ = logicalTotal_ = allocatedTotal_ = 0;
 }
 
-void DiskTreeBatch::add(const platform::FolderEntry& entry,
-                        const FolderSurroundings& surroundings) {
+void DiskTreeBatch::add(const platform::FolderEntry& entry, const EntrySurroundings& surroundings) {
     const PlaceTree::Branch* places =
         surroundings.places == nullptr ? nullptr : surroundings.places->child(entry.name);
     if (places != nullptr && places->mark == PlaceTree::Mark::skipped) return;
@@ -60,7 +59,7 @@ void DiskTreeBatch::add(const platform::FolderEntry& entry,
 }
 
 void DiskTreeBatch::addFolder(const platform::FolderEntry& entry,
-                              const FolderSurroundings& surroundings,
+                              const EntrySurroundings& surroundings,
                               const PlaceTree::Branch* places) {
     const auto context =
         contentKindContext(entry.name, surroundings.context,
@@ -87,7 +86,7 @@ void DiskTreeBatch::addFolder(const platform::FolderEntry& entry,
 }
 
 void DiskTreeBatch::addFile(const platform::FolderEntry& entry,
-                            const FolderSurroundings& surroundings) {
+                            const EntrySurroundings& surroundings) {
     DiskTreeFlags flags = flagsOf(entry.traits, surroundings.context);
     if (entry.type == platform::EntryType::link) flags.insert(DiskTreeFlags::symlink);
     if (entry.linkCount > 1) hardLinks_.push_back({.slot = count(), .key = entry.identity});

@@ -15,7 +15,7 @@
 namespace tidyro {
 
 /// What a folder's place tells about the entries in it.
-struct FolderSurroundings {
+struct EntrySurroundings {
     std::optional<ContentKind> context; ///< inherited by all of them
     bool isStartupDiskRoot = false;
     bool descends = true;                      ///< false at the walk's maximum depth
@@ -34,7 +34,7 @@ class DiskTreeBatch {
     };
 
     void clear();
-    void add(const platform::FolderEntry& entry, const FolderSurroundings& surroundings);
+    void add(const platform::FolderEntry& entry, const EntrySurroundings& surroundings);
 
     /// Looks up the dates of those folders that will not be opened.
     void dateUnreadFolders(const platform::FolderDescriptor& folder);
@@ -60,9 +60,9 @@ class DiskTreeBatch {
         platform::FileIdentityKey key;
     };
 
-    void addFolder(const platform::FolderEntry& entry, const FolderSurroundings& surroundings,
+    void addFolder(const platform::FolderEntry& entry, const EntrySurroundings& surroundings,
                    const PlaceTree::Branch* places);
-    void addFile(const platform::FolderEntry& entry, const FolderSurroundings& surroundings);
+    void addFile(const platform::FolderEntry& entry, const EntrySurroundings& surroundings);
     void push(const platform::FolderEntry& entry, ContentKind kind, DiskTreeFlags flags);
 
     GrowingArray<char> names_;

@@ -145,11 +145,11 @@ void DiskTreeWalk::read(Reading& reading, platform::FolderLister& lister) {
     open(reading);
     if (reading.outcome != Outcome::read) return;
 
-    const FolderSurroundings surroundings{.context = reading.job.context,
-                                          .isStartupDiskRoot =
-                                              reading.job.index == 0 && rootURL_.path() == "/",
-                                          .descends = reading.job.depth < maximumDepth_,
-                                          .places = reading.job.places};
+    const EntrySurroundings surroundings{.context = reading.job.context,
+                                         .isStartupDiskRoot =
+                                             reading.job.index == 0 && rootURL_.path() == "/",
+                                         .descends = reading.job.depth < maximumDepth_,
+                                         .places = reading.job.places};
     const FolderDescriptor& folder = reading.folder.isOpen() ? reading.folder : *reading.from;
     lister.begin(folder);
     while (const platform::FolderEntry* entry = lister.next()) {
