@@ -1,7 +1,5 @@
 #include "StorageEngine/FileIdentity.h"
 
-#include <utility>
-
 #include "Base/PathText.h"
 #include "Platform/WellKnownFolders.h"
 
@@ -34,7 +32,7 @@ FileIdentity::observation(const FileURL& at, const FileURL& home,
 FileObserver::FileObserver(const FileURL& home, const platform::Volumes& volumes)
     : volumes_(volumes.mounted().value_or(std::vector<platform::Volume>{})), judge_(home) {}
 
-FileObservation FileObserver::made(const platform::FileMetadata& seen, FileURL url,
+FileObservation FileObserver::made(const platform::FileMetadata& seen, const FileURL& url,
                                    bool isReadable) {
     const bool isFolder = seen.kind == platform::ItemKind::folder;
     const FolderSurroundings around =

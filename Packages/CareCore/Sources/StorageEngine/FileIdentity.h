@@ -45,7 +45,7 @@ class FileObserver {
     observation(const platform::FolderDescriptor& folder, const FileURL& url, const char* name);
 
   private:
-    [[nodiscard]] FileObservation made(const platform::FileMetadata& seen, FileURL url,
+    [[nodiscard]] FileObservation made(const platform::FileMetadata& seen, const FileURL& url,
                                        bool isReadable);
 
     std::vector<platform::Volume> volumes_;

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidyro::platform {
+
+/// What the kernel's device tree tells about the disks below a file system.
+class BlockDevices {
+  public:
+    /// The folders are the system's own, except in tests.
+    explicit BlockDevices(std::string sys = "/sys", std::string byUUID = "/dev/disk/by-uuid")
+        : sys_(std::move(sys)), byUUID_(std::move(byUUID)) {}
+
+    /// Whether a block device lies on disks inside this machine and on nothing else: see
+    /// `Volume::isInternalLocal`. No, for what the tree does not have.
+    [[nodiscard]] bool isInternal(std::uint32_t major, std::uint32_t minor) const;
+
+    /// The same for a btrfs, by one of its devices ("/dev/sda2"): all of its devices count.
+    [[nodiscard]] bool isInternalBtrfs(const std::string& device) const;
+
+    /// The file system's UUID as the system's list of them has it, in lower case; none when the
+    /// device is not in it.
+    [[nodiscard]] std::optional<std::string> listedUUID(std::uint32_t major,
+                                                        std::uint32_t minor) const;
+
+  private:
+    [[nodiscard]] bool isInternalFolder(const std::string& folder, int depth) const;
+    [[nodiscard]] bool isInternalDisk(const std::string& folder) const;
+
+    std::string sys_;
+    std::string byUUID_;
+};
+
+/// A UUID in the usual form of 8-4-4-4-12 lower-case digits from the mounted file system itself;
+/// none when the kernel or the file system does not tell, or it is all zeros, which is no identity.
+[[nodiscard]] std::optional<std::string> mountedUUID(const std::string& mountPath);
+
+/// The number of a block device at a path; none when there is none.
+struct BlockDeviceNumber {
+    std::uint32_t major;
+    std::uint32_t minor;
+    bool operator==(const BlockDeviceNumber&) const = default;
+};
+[[nodiscard]] std::optional<BlockDeviceNumber> blockDeviceAt(const std::string& path);
+
+} // namespace tidyro::platform

@@ -1,0 +1,170 @@
+#include "Platform/RunningProcesses.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <iterator>
+#include <span>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include <unistd.h>
+
+#include "Platform/DedicatedThread.h"
+#include "Platform/Linux/KernelText.h"
+#include "Platform/Linux/ProcessTable.h"
+
+namespace tidyro::platform {
+
+namespace {
+
+/// Reads processes one after another; its texts keep their room from one to the next.
+class ProcessReader {
+  public:
+    /// What came of the last process.
+    enum class Outcome { read, partly, ended, failed };
+
+    [[nodiscard]] Outcome read(long number, RunningProcess& process);
+    [[nodiscard]] SystemError error() const { return error_; }
+
+  private:
+    void readOpenFiles(const ProcessFolder& folder, RunningProcess& process);
+    void readMappedFiles(const ProcessFolder& folder, RunningProcess& process);
+    void add(std::string_view path, RunningProcess& process);
+    /// Takes note of an error of one part.
+    void note(int error) {
+        if (error == 0 || meansEnded(error)) return;
+        if (meansForbidden(error)) {
+            isForbidden_ = true;
+        } else if (error_.code == 0) {
+            error_ = {error};
+        }
+    }
+
+    std::string text_;
+    std::string target_;
+    bool isForbidden_ = false;
+    SystemError error_{0};
+};
+
+constexpr std::string_view deletedMark = " (deleted)";
+
+void ProcessReader::add(std::string_view path, RunningProcess& process) {
+    process.files.emplace_back(path);
+    if (path.ends_with(deletedMark)) {
+        process.files.emplace_back(path.substr(0, path.size() - deletedMark.size()));
+    }
+}
+
+void ProcessReader::readOpenFiles(const ProcessFolder& folder, RunningProcess& process) {
+    const ProcessFolder descriptors(folder, "fd");
+    note(descriptors.error());
+    if (descriptors.error() != 0) return;
+    note(descriptors.eachName([&](const char* name) {
+        const int error = readKernelLink(descriptors.number(), name, target_);
+        note(error);
+        // Pipes, sockets and the like have no path. What kind of item it is would take another
+        // call, dearer than this one: a folder that is held open is in use as well, and a device
+        // does no harm.
+        if (error == 0 && target_.starts_with('/')) add(target_, process);
+    }));
+}
+
+void ProcessReader::readMappedFiles(const ProcessFolder& folder, RunningProcess& process) {
+    note(readKernelFile(folder.number(), "maps", text_));
+    std::string_view rest = text_;
+    std::string_view last; // a file is mapped in several pieces, one after another
+    while (!rest.empty()) {
+        // "7f00-7f10 r-xp 00000000 08:01 1234      /usr/lib/libc.so": no "/" before the path.
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        const std::size_t slash = line.find('/');
+        if (slash == std::string_view::npos || line[slash - 1] != ' ') continue;
+        const std::string_view path = line.substr(slash);
+        if (path == last) continue;
+        last = path;
+        // Only line breaks are escaped here, so a backslash may be one of the name's own.
+        add(path, process);
+        if (path.find('\\') != std::string_view::npos) add(withoutEscapes(path), process);
+    }
+}
+
+ProcessReader::Outcome ProcessReader::read(long number, RunningProcess& process) {
+    isForbidden_ = false;
+    const ProcessFolder folder(number);
+    if (meansEnded(folder.error())) return Outcome::ended;
+    note(folder.error());
+    if (folder.error() == 0) {
+        const int error = readKernelLink(folder.number(), "exe", target_);
+        note(error);
+        if (error == 0) {
+            if (target_.ends_with(deletedMark)) add(target_, process);
+            process.executable = target_;
+        }
+        readOpenFiles(folder, process);
+        readMappedFiles(folder, process);
+    }
+    std::ranges::sort(process.files);
+    const auto repeated = std::ranges::unique(process.files);
+    process.files.erase(repeated.begin(), repeated.end());
+    if (error_.code != 0) return Outcome::failed;
+    return isForbidden_ ? Outcome::partly : Outcome::read;
+}
+
+/// What one thread found, and why it stopped early.
+struct Share {
+    ProcessActivity activity;
+    SystemError error{0};
+};
+
+/// Reads the processes that no other thread has taken.
+void readShare(std::span<const long> numbers, std::atomic<std::size_t>& next, Share& share) {
+    ProcessReader reader;
+    for (std::size_t at = next++; at < numbers.size(); at = next++) {
+        RunningProcess process{.number = numbers[at], .executable = {}, .files = {}};
+        const ProcessReader::Outcome outcome = reader.read(numbers[at], process);
+        if (outcome == ProcessReader::Outcome::failed) {
+            share.error = reader.error();
+            return;
+        }
+        if (outcome == ProcessReader::Outcome::partly) {
+            // A table that hides even its reader's own files tells nothing.
+            if (numbers[at] == ::getpid()) {
+                share.error = {EACCES};
+                return;
+            }
+            ++share.activity.unreadable;
+        }
+        if (process.executable.empty() && process.files.empty()) continue;
+        share.activity.processes.push_back(std::move(process));
+    }
+}
+
+} // namespace
+
+std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() const {
+    const auto numbers = processNumbers();
+    if (!numbers) return std::unexpected(numbers.error());
+    // The kernel does nearly all of the work, for several threads at once. Few: it is over soon.
+    const std::size_t threads = std::clamp(std::thread::hardware_concurrency(), 1U, 4U);
+    std::vector<Share> shares(threads);
+    std::atomic<std::size_t> next = 0;
+    {
+        std::vector<DedicatedThread> helpers;
+        for (std::size_t i = 1; i < threads; ++i) {
+            helpers.emplace_back("processes", Quality::userInitiated,
+                                 [&, i] { readShare(*numbers, next, shares[i]); });
+        }
+        readShare(*numbers, next, shares[0]);
+    }
+    ProcessActivity activity;
+    for (Share& share : shares) {
+        if (share.error.code != 0) return std::unexpected(share.error);
+        activity.unreadable += share.activity.unreadable;
+        std::ranges::move(share.activity.processes, std::back_inserter(activity.processes));
+    }
+    return activity;
+}
+
+} // namespace tidyro::platform

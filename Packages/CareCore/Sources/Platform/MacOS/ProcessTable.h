@@ -1,0 +1,17 @@
+#pragma once
+
+#include <expected>
+#include <string>
+#include <vector>
+
+#include "Base/SystemError.h"
+
+namespace tidyro::platform {
+
+/// The numbers of all processes, this one among them: a list without it is an error.
+[[nodiscard]] std::expected<std::vector<int>, SystemError> processNumbers();
+
+/// The path of the file that a process runs; empty when the system does not tell.
+[[nodiscard]] std::string executableOf(int process);
+
+} // namespace tidyro::platform

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <atomic>
+#include <expected>
+
+#include "Platform/RunningProcesses.h"
+
+namespace tidyro::platform::testing {
+
+/// Processes that a test decides on, and how often they were asked for. The answer is not to be
+/// changed while another thread asks.
+class FakeRunningProcesses final : public RunningProcesses {
+  public:
+    std::expected<ProcessActivity, SystemError> answer = ProcessActivity{};
+    mutable std::atomic<int> timesAsked = 0;
+
+    [[nodiscard]] std::expected<ProcessActivity, SystemError> activity() const override {
+        ++timesAsked;
+        return answer;
+    }
+};
+
+} // namespace tidyro::platform::testing

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <expected>
+#include <vector>
+
+#include "Platform/Volumes.h"
+
+namespace tidyro::platform::testing {
+
+/// Volumes that a test decides on. Unlike the live ones it is not to be changed while another
+/// thread asks.
+class FakeVolumes final : public Volumes {
+  public:
+    std::expected<std::vector<Volume>, SystemError> answer = std::vector<Volume>{};
+
+    [[nodiscard]] std::expected<std::vector<Volume>, SystemError> mounted() const override {
+        return answer;
+    }
+};
+
+} // namespace tidyro::platform::testing

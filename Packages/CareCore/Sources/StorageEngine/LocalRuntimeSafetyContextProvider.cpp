@@ -1,0 +1,184 @@
+#include "StorageEngine/LocalRuntimeSafetyContextProvider.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <set>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "Base/PathText.h"
+#include "Platform/FileMetadata.h"
+#include "StorageEngine/ActiveApplications.h"
+#include "StorageEngine/BuiltInRuleRegistry.h"
+#include "StorageEngine/ProtectedFolders.h"
+
+namespace tidyro {
+
+namespace {
+
+using PathSet = std::set<std::string, std::less<>>;
+
+LocalRuntimeSafetyContextProvider::Machine runningSystem() {
+    static const platform::LiveVolumes volumes;
+    static const platform::LiveRunningProcesses processes;
+    static const platform::LiveRunningApplications applications;
+    return {.volumes = volumes, .processes = processes, .applications = applications};
+}
+
+/// Where the links in a path lead; none when nothing is there.
+std::optional<std::string> realPath(const std::string& path) {
+    std::error_code failed;
+    const std::filesystem::path real = std::filesystem::canonical(path, failed);
+    if (failed) return std::nullopt;
+    return real.string();
+}
+
+/// The system tells of files by their real paths; scans go by the paths that places have in the
+/// home. Here the one is turned into the other.
+class WrittenNames {
+  public:
+    explicit WrittenNames(const FileURL& home) {
+        add(home.path());
+        for (const CleanupRuleSpec& spec : BuiltInRuleRegistry::allSpecs()) {
+            add(path::joined(home.path(), spec.relativePath));
+        }
+    }
+    /// Adds to `paths` the other names of those in it that have one.
+    void addTo(std::vector<std::string>& paths) const {
+        if (places_.empty()) return;
+        const std::size_t given = paths.size();
+        for (std::size_t i = 0; i < given; ++i) {
+            for (const Place& place : places_) {
+                if (!path::isInsideOrEqual(paths[i], place.real)) continue;
+                const std::string_view below = path::below(paths[i], place.real);
+                paths.push_back(below.empty() ? place.written : path::joined(place.written, below));
+            }
+        }
+    }
+
+  private:
+    struct Place {
+        std::string real;
+        std::string written;
+    };
+    void add(const std::string& written) {
+        auto real = realPath(written);
+        if (real && *real != written) places_.push_back({*std::move(real), written});
+    }
+    std::vector<Place> places_;
+};
+
+PathSet pathSet(std::vector<std::string> paths) {
+    std::ranges::sort(paths);
+    const auto repeated = std::ranges::unique(paths);
+    PathSet set; // from an ordered list each goes to the end at once
+    for (auto at = paths.begin(); at != repeated.begin(); ++at) {
+        set.emplace_hint(set.end(), std::move(*at));
+    }
+    return set;
+}
+
+/// A volume counts when everything mounted under its identifier is internal.
+PathSet internalVolumes(const std::vector<platform::Volume>& volumes) {
+    PathSet internal;
+    for (const platform::Volume& volume : volumes) {
+        if (volume.isInternalLocal) internal.insert(volume.identifier);
+    }
+    for (const platform::Volume& volume : volumes) {
+        if (!volume.isInternalLocal) internal.erase(volume.identifier);
+    }
+    return internal;
+}
+
+PathSet pathsInUse(platform::ProcessActivity activity, const FileURL& home) {
+    std::vector<std::string> paths;
+    for (platform::RunningProcess& process : activity.processes) {
+        if (!process.executable.empty()) paths.push_back(std::move(process.executable));
+        std::ranges::move(process.files, std::back_inserter(paths));
+    }
+    // Libraries are mapped by every process: each name is looked at once.
+    std::ranges::sort(paths);
+    const auto repeated = std::ranges::unique(paths);
+    paths.erase(repeated.begin(), repeated.end());
+    WrittenNames(home).addTo(paths);
+    return pathSet(std::move(paths));
+}
+
+/// The folders, and where those lie that are reached through links.
+std::vector<FileURL> withRealPlaces(std::vector<FileURL> folders) {
+    const std::size_t given = folders.size();
+    for (std::size_t i = 0; i < given; ++i) {
+        const auto real = realPath(folders[i].path());
+        if (real && *real != folders[i].path()) folders.push_back(FileURL::folder(*real));
+    }
+    return folders;
+}
+
+} // namespace
+
+LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL home)
+    : LocalRuntimeSafetyContextProvider(std::move(home), runningSystem(), {}) {}
+
+LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL home, Machine machine,
+                                                                     Options options)
+    : home_(std::move(home)), machine_(std::move(machine)), options_(std::move(options)) {}
+
+std::optional<SafetyPolicyFacts> LocalRuntimeSafetyContextProvider::facts() const {
+    const auto volumes = machine_.volumes.mounted();
+    if (!volumes) return std::nullopt;
+    const auto applications = machine_.applications.running();
+    if (!applications) return std::nullopt;
+    auto protectedRoots = protectedFolders(home_);
+    if (!protectedRoots) return std::nullopt;
+    // Last, so that what is in use is the youngest of it all.
+    auto activity = machine_.processes.activity();
+    if (!activity) return std::nullopt;
+
+    std::vector<FileURL> activeRoots;
+    for (const std::string& folder : ActiveApplications::dataFolders(*applications)) {
+        activeRoots.push_back(home_.appendingFolder(folder));
+    }
+    protectedRoots->insert(protectedRoots->end(), options_.protectedRoots.begin(),
+                           options_.protectedRoots.end());
+    return SafetyPolicyFacts{.currentUserID = platform::currentUserID(),
+                             .internalLocalVolumeIdentifiers = internalVolumes(*volumes),
+                             .activeApplicationRoots = withRealPlaces(std::move(activeRoots)),
+                             .additionalProtectedRoots = withRealPlaces(*std::move(protectedRoots)),
+                             .activelyGrowingPaths = {},
+                             .openByProcessPaths = pathsInUse(*std::move(activity), home_)};
+}
+
+LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::rebuilt() {
+    const Timestamp begun = machine_.clock();
+    last_.reset();
+    auto found = facts();
+    if (!found) return nullptr;
+    last_ = Taken{.context = std::make_shared<const SafetyPolicyContext>(*std::move(found)),
+                  .at = begun};
+    return last_->context;
+}
+
+LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::context() {
+    const std::scoped_lock lock(mutex_);
+    if (last_) {
+        const double age =
+            machine_.clock().secondsSinceReference() - last_->at.secondsSinceReference();
+        if (age >= 0 && age <= options_.longestUse) return last_->context;
+    }
+    return rebuilt();
+}
+
+LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::freshContext() {
+    const std::scoped_lock lock(mutex_);
+    return rebuilt();
+}
+
+std::optional<LocalRuntimeSafetyContextProvider::Taken>
+LocalRuntimeSafetyContextProvider::last() const {
+    const std::scoped_lock lock(mutex_);
+    return last_;
+}
+
+} // namespace tidyro

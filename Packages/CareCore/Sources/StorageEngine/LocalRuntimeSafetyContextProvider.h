@@ -1,0 +1,79 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "Base/FileURL.h"
+#include "Base/Timestamp.h"
+#include "Platform/RunningApplications.h"
+#include "Platform/RunningProcesses.h"
+#include "Platform/Volumes.h"
+#include "StorageEngine/SafetyPolicyContext.h"
+
+namespace tidyro {
+
+/// Looks at the machine for the safety policy: who runs the program, which volumes are internal,
+/// what running applications own, what processes have in use, what is protected anyway.
+///
+///     LocalRuntimeSafetyContextProvider provider(platform::homeFolder());
+///     const auto context = provider.context();
+///     if (context == nullptr) return cannotVerify();
+///     policy.classify(observation, {.rules = rules, .context = *context, .now = now});
+///
+/// A context is built in one pass over the machine. When a piece of it cannot be read there is
+/// none, and nothing may be called safe; that some processes guard themselves or are other
+/// people's is normal and no such piece. Names by which the home and the places of the cleanup
+/// rules can be reached through links count as well as where the links lead.
+///
+/// Any thread may call; a call waits for one that is under way.
+class LocalRuntimeSafetyContextProvider {
+  public:
+    using Context = std::shared_ptr<const SafetyPolicyContext>; ///< null for none
+
+    /// What the machine is asked through; all of it outlives the provider.
+    struct Machine {
+        const platform::Volumes& volumes;
+        const platform::RunningProcesses& processes;
+        const platform::RunningApplications& applications;
+        std::function<Timestamp()> clock = Timestamp::now;
+    };
+    struct Options {
+        /// Seconds for which `context` gives the same one again: long enough for a list that is
+        /// being drawn, far too short for anything that touches a file.
+        double longestUse = 5;
+        std::vector<FileURL> protectedRoots = {}; ///< further ones
+    };
+
+    /// Asks the running system.
+    explicit LocalRuntimeSafetyContextProvider(FileURL home);
+    LocalRuntimeSafetyContextProvider(FileURL home, Machine machine, Options options);
+
+    /// The last context, or a new one once that is older than it may be, or the clock was set
+    /// back behind it.
+    [[nodiscard]] Context context();
+    /// A context of this moment, for whoever is about to touch something.
+    [[nodiscard]] Context freshContext();
+
+    struct Taken {
+        Context context;
+        Timestamp at; ///< when building it began
+    };
+    /// What `context` would give while it is young enough; none before the first, and after one
+    /// that could not be built.
+    [[nodiscard]] std::optional<Taken> last() const;
+
+  private:
+    [[nodiscard]] Context rebuilt();
+    [[nodiscard]] std::optional<SafetyPolicyFacts> facts() const;
+
+    const FileURL home_;
+    const Machine machine_;
+    const Options options_;
+    mutable std::mutex mutex_;
+    std::optional<Taken> last_;
+};
+
+} // namespace tidyro

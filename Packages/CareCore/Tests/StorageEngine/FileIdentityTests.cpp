@@ -1,0 +1,193 @@
+#include "StorageEngine/FileIdentity.h"
+
+#include <array>
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "Platform/Testing/FakeVolumes.h"
+#include "Support/OtherCircumstances.h"
+
+namespace tidyro {
+namespace {
+
+using platform::testing::FakeVolumes;
+using testing::TemporaryFolder;
+
+/// One volume that holds whatever is on the device of a place.
+FakeVolumes volumesOf(const std::string& place) {
+    const auto seen = platform::fileMetadata(place);
+    FakeVolumes volumes;
+    volumes.answer = std::vector<platform::Volume>{{.mountPath = "/",
+                                                    .mount = seen->mount.value_or(0),
+                                                    .device = seen->identity.device,
+                                                    .identifier = "the volume",
+                                                    .fileSystem = "any",
+                                                    .isInternalLocal = true}};
+    return volumes;
+}
+
+TEST(FileIdentity, ObservesAnItemAsItIs) {
+    const TemporaryFolder place;
+    place.file("file %", "12345");
+    place.hardLink("other", "file %");
+    place.link("link", "file %");
+    const std::array<timespec, 2> times{timespec{.tv_sec = 5, .tv_nsec = 0},
+                                        timespec{.tv_sec = 1'700'000'000, .tv_nsec = 250'000'000}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, (place / "file %").c_str(), times.data(), 0), 0);
+    struct stat status{};
+    ASSERT_EQ(::stat((place / "file %").c_str(), &status), 0);
+    const FileURL home = FileURL::folder(place.path());
+    const FakeVolumes volumes = volumesOf(place.path());
+
+    const FileURL url = FileURL::file(place / "file %");
+    const auto seen = FileIdentity::observation(url, home, volumes);
+    ASSERT_TRUE(seen);
+    EXPECT_EQ(seen->id.rawValue, url.text());
+    EXPECT_EQ(seen->url, url);
+    EXPECT_EQ(seen->kind, FileKind::regularFile);
+    EXPECT_EQ(seen->byteCount, 5U);
+    EXPECT_EQ(seen->modificationDate, Timestamp::since1970(1'700'000'000.25));
+    EXPECT_EQ(seen->ownerUserID, ::geteuid());
+    EXPECT_EQ(seen->volumeIdentifier, "the volume");
+    EXPECT_EQ(seen->fileResourceIdentifier,
+              std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino));
+    EXPECT_TRUE(seen->isReadable);
+    EXPECT_FALSE(seen->isCloudPlaceholder);
+    EXPECT_EQ(seen->linkCount, 2U);
+
+    EXPECT_EQ(FileIdentity::observation(FileURL::file(place / "link"), home, volumes)->kind,
+              FileKind::other);
+    EXPECT_EQ(FileIdentity::observation(home, home, volumes)->kind, FileKind::directory);
+    EXPECT_EQ(FileIdentity::observation(FileURL::file(place / "no"), home, volumes).error().code,
+              ENOENT);
+    FakeVolumes unknown;
+    unknown.answer = std::unexpected(SystemError{EIO});
+    EXPECT_EQ(FileIdentity::observation(url, home, unknown)->volumeIdentifier, std::nullopt);
+    EXPECT_TRUE(FileIdentity::observation(url)->volumeIdentifier) << "the running system's own";
+}
+
+/// A home with one of each, and what is to be found of the file in it: 'r' in a repository, 'b' in
+/// a backup.
+struct Case {
+    const char* file;
+    const char* told;
+};
+constexpr std::array<Case, 27> cases{{
+    {"home/.cache/plain/file", ""},
+    {"home/project/file", "r"},
+    {"home/project/a/b/c/file", "r"},
+    {"home/project/.git/config", "r"},
+    {"home/worktree/file", "r"},
+    {"home/project2/file", ""},
+    {"home/linked/file", "r"},
+    {"home/phone link/file", "b"},
+    {"outside/a/b/file", "r"},
+    {"home/disk/Backups.backupdb/mac/2024/file", "b"},
+    {"home/one.BackupDB/file", "b"},
+    {"home/store/2024-01-01.sparsebundle/bands/0", "b"},
+    {"home/Library/Application Support/MobileSync/Backup/0123/ab/file", "b"},
+    {"home/phones/0123/ab/file", "b"},
+    {"home/restic/data/ab/file", "b"},
+    {"home/borg/data/0/1", "b"},
+    {"home/no borg/data/file", ""},
+    {"home/duplicity/duplicity-full.20240101T000000Z.vol1.difftar.gpg", "b"},
+    {"home/duplicity/below/file", "b"},
+    {"home/duplicity/notes.txt", "b"},
+    {"home/timeshift/snapshots/2024-01-01_00-00-00/localhost/file", "b"},
+    {"home/timeshift-btrfs/snapshots-daily/1/@/file", "b"},
+    {"home/moved snapshot/localhost/file", "b"},
+    {"home/.snapshots/12/snapshot/file", "b"},
+    {"home/moved snapper/snapshot/file", "b"},
+    {"home/snapshots/file", ""},
+    {"home/MobileSync/Other/file", ""},
+}};
+
+void makeCases(const TemporaryFolder& place) {
+    for (const Case& one : cases) {
+        const std::string_view file = one.file;
+        if (file.starts_with("home/linked") || file.starts_with("home/phone link")) continue;
+        place.file(file, "x");
+    }
+    for (const char* folder : {"outside/.git", "home/.git", "home/restic/keys",
+                               "home/restic/snapshots", "home/project/.git"}) {
+        place.folder(folder);
+    }
+    place.file("home/worktree/.git", "gitdir: elsewhere");
+    place.link("home/linked", "project/a");
+    place.file("home/project/a/file", "x");
+    place.link("home/phone link", "phones/0123");
+    place.file("home/phones/0123/file", "x");
+    for (const char* file :
+         {"home/store/2024-01-01.sparsebundle/com.apple.TimeMachine.MachineID.plist",
+          "home/phones/0123/Manifest.plist", "home/phones/0123/Status.plist", "home/restic/config",
+          "home/moved snapshot/info.json", "home/moved snapper/info.xml"}) {
+        place.file(file, "x");
+    }
+    place.file("home/borg/config", "[repository]\nversion = 1\n");
+    place.file("home/no borg/config", "[window]\nwidth = 1\n");
+}
+
+std::string told(const std::expected<FileObservation, SystemError>& seen) {
+    if (!seen) return seen.error().description();
+    return std::string(seen->isInProjectRepository ? "r" : "") +
+           (seen->isBackupArtifact ? "b" : "");
+}
+
+TEST(FileIdentity, KnowsRepositoriesAndBackups) {
+    const TemporaryFolder place;
+    makeCases(place);
+    const FileURL home = FileURL::folder(place / "home");
+    const FakeVolumes volumes = volumesOf(place.path());
+    FileObserver observer(home, volumes);
+    for (const Case& one : cases) {
+        const FileURL url = FileURL::file(place / one.file);
+        const auto fresh = FileIdentity::observation(url, home, volumes);
+        EXPECT_EQ(told(fresh), one.told) << one.file;
+        // What a scan remembers from folder to folder changes nothing.
+        const auto folder = platform::FolderDescriptor::openRoot(url.parent().path());
+        ASSERT_TRUE(folder);
+        const std::string name(url.lastComponent());
+        const auto scanned = observer.observation(*folder, url.parent(), name.c_str());
+        ASSERT_TRUE(fresh && scanned) << one.file;
+        EXPECT_EQ(*scanned, *fresh) << one.file;
+        EXPECT_EQ(*observer.observation(url), *fresh) << one.file;
+    }
+    EXPECT_EQ(
+        told(FileIdentity::observation(FileURL::folder(place / "home/project"), home, volumes)),
+        "r")
+        << "the top of a repository belongs to it";
+}
+
+TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
+    const TemporaryFolder place;
+    place.file("home/listed/file", "x");
+    place.file("home/closed/below/file", "x");
+    place.file("home/borg/config", "anything");
+    place.file("home/borg/data/file", "x");
+    place.permissions("home/closed", 0711);
+    place.permissions("home/borg/config", 0);
+    const std::string text = testing::asOrdinaryUser([&] {
+        const FileURL home = FileURL::folder(place / "home");
+        const FakeVolumes volumes = volumesOf(place.path());
+        std::string all;
+        for (const char* file : {"listed/file", "closed/below/file", "borg/data/file"}) {
+            all += told(FileIdentity::observation(home.appending(file), home, volumes)) + ";";
+        }
+        return all;
+    });
+    EXPECT_EQ(text, ";b;b;");
+    place.permissions("home/closed", 0755);
+
+    // A folder that went between the look at the file and the look around it.
+    FolderSurroundingsJudge judge(FileURL::folder(place / "home"));
+    EXPECT_EQ(judge.surroundings(place / "home/none"),
+              (FolderSurroundings{.isInProjectRepository = true, .isInBackup = true}));
+}
+
+} // namespace
+} // namespace tidyro
