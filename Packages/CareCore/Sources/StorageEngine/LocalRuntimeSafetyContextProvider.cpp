@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <set>
 #include <string>
 #include <system_error>
+#include <unordered_set>
 #include <utility>
 
 #include "Base/PathText.h"
@@ -93,15 +93,15 @@ PathSet internalVolumes(const std::vector<platform::Volume>& volumes) {
 }
 
 PathSet pathsInUse(platform::ProcessActivity activity, const FileURL& home) {
-    std::vector<std::string> paths;
+    // Libraries are mapped by every process: each name is kept once before they are put in order.
+    std::unordered_set<std::string> found;
     for (platform::RunningProcess& process : activity.processes) {
-        if (!process.executable.empty()) paths.push_back(std::move(process.executable));
-        std::ranges::move(process.files, std::back_inserter(paths));
+        if (!process.executable.empty()) found.insert(std::move(process.executable));
+        for (std::string& file : process.files) found.insert(std::move(file));
     }
-    // Libraries are mapped by every process: each name is looked at once.
-    std::ranges::sort(paths);
-    const auto repeated = std::ranges::unique(paths);
-    paths.erase(repeated.begin(), repeated.end());
+    std::vector<std::string> paths;
+    paths.reserve(found.size());
+    while (!found.empty()) paths.push_back(std::move(found.extract(found.begin()).value()));
     WrittenNames(home).addTo(paths);
     return pathSet(std::move(paths));
 }

@@ -16,8 +16,9 @@ namespace {
 using platform::RunningApplication;
 
 bool covers(const std::vector<std::string>& folders, std::string_view place) {
-    return std::ranges::any_of(
-        folders, [&](const std::string& folder) { return path::isInsideOrEqual(place, folder); });
+    return std::ranges::any_of(folders, [&](const std::string& folder) {
+        return path::isInsideOrEqual(place, path::standardized(folder));
+    });
 }
 
 TEST(ActiveApplications, OwnTheirFoldersWhileTheyRun) {
@@ -57,6 +58,7 @@ TEST(ActiveApplications, OwnTheirFoldersWhileTheyRun) {
              {executable("/home/a/.cargo/bin/cargo-clippy"), ".cargo/registry/cache", true},
              {executable("/opt/unknown/bin/painter"), ".cache/painter/x", true},
              {executable("/opt/unknown/bin/painter"), ".cache/pip", false},
+             {executable("/opt/unknown/bin/painter (deleted)"), ".cache/painter", true},
              {executable("/snap/notes/12/bin/run"), "snap/notes/common", true},
              {executable("/app/bin/org.example.App"), ".var/app/org.example.App/cache", true},
              // A name must not reach beyond one folder.

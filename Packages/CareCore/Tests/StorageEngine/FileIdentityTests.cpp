@@ -169,6 +169,8 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
     place.file("home/closed/below/file", "x");
     place.file("home/borg/config", "anything");
     place.file("home/borg/data/file", "x");
+    place.folder("home/shut");
+    place.permissions("home/shut", 0744); // its names may be listed, what they stand for not seen
     place.permissions("home/closed", 0711);
     place.permissions("home/borg/config", 0);
     const std::string text = testing::asOrdinaryUser([&] {
@@ -178,9 +180,10 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
         for (const char* file : {"listed/file", "closed/below/file", "borg/data/file"}) {
             all += told(FileIdentity::observation(home.appending(file), home, volumes)) + ";";
         }
-        return all;
+        const FileURL shut = home.appendingFolder("shut");
+        return all + told(FileIdentity::observation(shut, home, volumes));
     });
-    EXPECT_EQ(text, ";b;b;");
+    EXPECT_EQ(text, ";b;b;r");
     place.permissions("home/closed", 0755);
 
     // A folder that went between the look at the file and the look around it.
