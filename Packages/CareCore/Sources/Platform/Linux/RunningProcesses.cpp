@@ -35,6 +35,8 @@ class ProcessReader {
     /// Takes note of an error of one part.
     void note(int error) {
         if (error == 0 || meansEnded(error)) return;
+        // A path too long for the kernel to tell is too long to be opened or removed by, too.
+        if (error == ENAMETOOLONG) return;
         if (meansForbidden(error)) {
             isForbidden_ = true;
         } else if (error_.code == 0) {
