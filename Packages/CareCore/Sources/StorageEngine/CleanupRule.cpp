@@ -23,8 +23,10 @@ bool CleanupRule::matches(std::string_view path) const {
 }
 
 std::string CleanupRule::expectedPlace(std::string_view path) const {
-    if (path.size() <= rootPrefix_.size()) return resolvedRoot_->path();
-    return path::joined(resolvedRoot_->path(), path.substr(rootPrefix_.size()));
+    // Only asked when the root was resolved.
+    const std::string root = resolvedRoot_.value_or(options_.rootURL).path();
+    if (path.size() <= rootPrefix_.size()) return root;
+    return path::joined(root, path.substr(rootPrefix_.size()));
 }
 
 bool CleanupRule::grantsSafeCleanupAuthority(const FileURL& url) const {

@@ -21,7 +21,7 @@ bool FolderResolver::leadsTo(std::string_view path, std::string_view expected) {
         auto real = resolved(folder);
         known = known_.emplace(std::move(folder), std::move(real)).first;
     }
-    return known->second && *known->second == expected;
+    return known->second == expected;
 }
 
 } // namespace tidyro
