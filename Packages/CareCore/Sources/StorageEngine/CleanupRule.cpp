@@ -24,7 +24,7 @@ bool CleanupRule::matches(std::string_view path) const {
 
 std::string CleanupRule::expectedPlace(std::string_view path) const {
     // Only asked when the root was resolved.
-    const std::string root = resolvedRoot_.value_or(options_.rootURL).path();
+    std::string root = resolvedRoot_.value_or(options_.rootURL).path();
     if (path.size() <= rootPrefix_.size()) return root;
     return path::joined(root, path.substr(rootPrefix_.size()));
 }
