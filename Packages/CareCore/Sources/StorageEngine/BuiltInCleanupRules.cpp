@@ -27,7 +27,10 @@ std::vector<CleanupRule> BuiltInCleanupRules::scannableLocations(const FileURL& 
     std::vector<CleanupRule> rules = allLocations(home, ageFloor);
     std::erase_if(rules, [](const CleanupRule& rule) {
         std::error_code failed;
-        return !std::filesystem::is_directory(rule.rootPath(), failed);
+        const auto type = std::filesystem::status(rule.rootPath(), failed).type();
+        // Where the system does not say, the scan finds out and tells.
+        return type != std::filesystem::file_type::directory &&
+               type != std::filesystem::file_type::none;
     });
     return rules;
 }

@@ -14,7 +14,7 @@ struct BuiltInCleanupRules {
     [[nodiscard]] static std::vector<CleanupRule>
     allLocations(const FileURL& home, CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended);
 
-    /// Those whose root is a folder, for a scan to walk.
+    /// Those whose root is a folder, or may be one that is closed to us, for a scan to walk.
     [[nodiscard]] static std::vector<CleanupRule>
     scannableLocations(const FileURL& home,
                        CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended);

@@ -6,18 +6,20 @@ namespace tidyro {
 
 namespace {
 
-RootPathIndex indexOf(const std::vector<FileURL>& roots) {
+std::vector<std::string> pathsOf(const std::vector<FileURL>& roots) {
     std::vector<std::string> paths;
     paths.reserve(roots.size());
     for (const FileURL& root : roots) paths.push_back(root.path());
-    return RootPathIndex(paths);
+    return paths;
 }
 
 } // namespace
 
 SafetyPolicyContext::SafetyPolicyContext(SafetyPolicyFacts facts)
     : facts_(std::move(facts)),
-      activeApplicationRoots_(indexOf(facts_.activeApplicationRoots)),
-      additionalProtectedRoots_(indexOf(facts_.additionalProtectedRoots)) {}
+      activeApplicationRootPaths_(pathsOf(facts_.activeApplicationRoots)),
+      additionalProtectedRootPaths_(pathsOf(facts_.additionalProtectedRoots)),
+      activeApplicationRoots_(activeApplicationRootPaths_),
+      additionalProtectedRoots_(additionalProtectedRootPaths_) {}
 
 } // namespace tidyro

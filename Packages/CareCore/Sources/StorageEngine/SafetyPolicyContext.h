@@ -40,6 +40,12 @@ class SafetyPolicyContext {
     explicit SafetyPolicyContext(SafetyPolicyFacts facts);
 
     [[nodiscard]] const SafetyPolicyFacts& facts() const { return facts_; }
+    [[nodiscard]] const std::vector<std::string>& activeApplicationRootPaths() const {
+        return activeApplicationRootPaths_;
+    }
+    [[nodiscard]] const std::vector<std::string>& additionalProtectedRootPaths() const {
+        return additionalProtectedRootPaths_;
+    }
     [[nodiscard]] const RootPathIndex& activeApplicationRootIndex() const {
         return activeApplicationRoots_;
     }
@@ -51,6 +57,8 @@ class SafetyPolicyContext {
 
   private:
     SafetyPolicyFacts facts_;
+    std::vector<std::string> activeApplicationRootPaths_;
+    std::vector<std::string> additionalProtectedRootPaths_;
     RootPathIndex activeApplicationRoots_;
     RootPathIndex additionalProtectedRoots_;
 };

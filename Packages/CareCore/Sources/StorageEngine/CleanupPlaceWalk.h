@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "Base/Cancellation.h"
+#include "Base/FileURL.h"
+#include "CareDomain/CoverageGap.h"
+#include "CareDomain/FileObservation.h"
+#include "Platform/FolderReading.h"
+#include "StorageEngine/CleanupRule.h"
+#include "StorageEngine/FileIdentity.h"
+#include "StorageEngine/RootPathIndex.h"
+
+namespace tidyro {
+
+/// The folder of a cleanup rule, open. It was reached from the home by name, without following a
+/// link.
+struct CleanupPlace {
+    const CleanupRule* rule;
+    platform::FolderDescriptor folder;
+    platform::FileIdentityKey identity;
+
+    /// None where the folder is gone by now; a gap where it may not be opened, or lies behind a
+    /// link: what a link leads to may be anybody's.
+    [[nodiscard]] static std::expected<CleanupPlace, std::optional<CoverageGap>>
+    open(const CleanupRule& rule, const FileURL& home);
+};
+
+/// Goes through one place and hands out each regular file in it, leaving out what no cleanup may
+/// take apart file by file: packages, what is mounted there, what a cloud keeps, protected folders,
+/// and the places of other rules, which are walked on their own. Folders are held open on the way
+/// down and nothing is opened by its full path, so a folder that is moved or replaced by a link
+/// meanwhile leads nowhere else. Used by one thread.
+class CleanupPlaceWalk {
+  public:
+    struct Found {
+        FileObservation observation;
+        std::uint64_t allocatedBytes;
+        platform::FileIdentityKey identity;
+    };
+    struct Options {
+        /// All places of the scan: those that are not this one are passed over, under whatever
+        /// path they are met.
+        std::span<const CleanupPlace> places;
+        const RootPathIndex& protectedRoots;
+        FileObserver& observer;
+        std::uint64_t mostEntries; ///< that may be read
+        std::size_t mostFolders;   ///< one inside the other
+        std::function<void(Found)> take;
+        std::function<void(CoverageGap)> addGap;
+        std::function<void(const std::string& folder)> enterFolder; ///< before each is read
+        CancelToken cancel;
+    };
+
+    CleanupPlaceWalk(const CleanupPlace& place, const Options& options);
+
+    /// Ends early when it is cancelled or when the budget is used up.
+    void run();
+    [[nodiscard]] std::uint64_t entriesRead() const { return entriesRead_; }
+
+  private:
+    struct Level {
+        platform::FolderDescriptor folder;
+        FileURL url;
+        std::vector<std::string> folders; ///< names that are still to be visited, the next last
+    };
+
+    [[nodiscard]] bool list(Level& level);
+    [[nodiscard]] bool take(const Level& level, const platform::FolderEntry& entry);
+    void visitNext();
+    [[nodiscard]] std::optional<Level> opened(const Level& level, const std::string& name);
+    [[nodiscard]] bool isPlaceOfAnother(const platform::FileIdentityKey& identity) const;
+    void gap(const FileURL& url, CoverageGapReason reason, std::string_view what) const;
+
+    const CleanupPlace& place_;
+    const Options& options_;
+    platform::FolderLister lister_;
+    std::set<std::string> mountPoints_; ///< relative to the place
+    std::vector<Level> levels_;
+    std::uint64_t entriesRead_ = 0;
+};
+
+} // namespace tidyro

@@ -1,0 +1,327 @@
+#include "StorageEngine/SmartCleanupScan.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "Base/PathText.h"
+#include "CareDomain/FileFingerprint.h"
+#include "Platform/FolderReading.h"
+#include "StorageEngine/BuiltInCleanupRules.h"
+#include "StorageEngine/BuiltInRuleRegistry.h"
+#include "StorageEngine/CleanupPlaceWalk.h"
+#include "StorageEngine/DeterministicSafetyPolicy.h"
+#include "StorageEngine/FileIdentity.h"
+#include "StorageEngine/FolderResolver.h"
+
+namespace tidyro {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Context = LocalRuntimeSafetyContextProvider::Context;
+
+struct Describe {
+    std::string operator()(const SmartCleanupScan::ContextUnavailable&) const {
+        return "Tidyro could not find out what is running on this machine, so nothing was rated "
+               "and nothing was touched. Try again.";
+    }
+    std::string operator()(const CancellationError&) const { return "The scan was cancelled."; }
+};
+
+/// Sleeps, and wakes when it is cancelled.
+void waitFor(double seconds, const CancelToken& cancel) {
+    std::mutex mutex;
+    std::condition_variable_any woken;
+    std::unique_lock lock(mutex);
+    woken.wait_for(lock, cancel, std::chrono::duration<double>(seconds), [] { return false; });
+}
+
+/// A file that the first look found eligible.
+struct Kept {
+    FileObservation observation;
+    std::uint64_t allocatedBytes;
+    platform::FileIdentityKey identity;
+};
+
+/// Files with several names, of which none is freed before the last is gone.
+class Names {
+  public:
+    /// True when this was the last name that the file has.
+    bool isLast(const platform::FileIdentityKey& file, std::uint64_t linkCount) {
+        if (linkCount < 2) return true;
+        return ++met_[{file.device, file.inode}] == linkCount;
+    }
+
+  private:
+    std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> met_;
+};
+
+class Run {
+  public:
+    Run(const FileURL& home, const platform::Volumes& volumes,
+        const SmartCleanupScan::Options& options, const SmartCleanupScan::ProgressHandler& progress,
+        const CancelToken& cancel)
+        : home_(home),
+          volumes_(volumes),
+          options_(options),
+          progressHandler_(progress),
+          cancel_(cancel),
+          policy_(home),
+          rules_(BuiltInCleanupRules::scannableLocations(home, options.ageFloor)) {}
+
+    void look(const SafetyPolicyContext& context);
+    [[nodiscard]] bool foundAny() const { return !kept_.empty(); }
+    void confirm(const SafetyPolicyContext& context);
+    [[nodiscard]] SmartCleanupReport report(Timestamp startedAt);
+
+  private:
+    using Phase = SmartCleanupScan::Progress::Phase;
+
+    [[nodiscard]] std::vector<CleanupPlace> openPlaces();
+    void walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
+              const SafetyPolicyContext& context);
+    [[nodiscard]] CleanupCandidate rated(FileObservation observation,
+                                         const SafetyPolicyContext& context,
+                                         FolderResolver& folders) const;
+    [[nodiscard]] std::vector<FileObservation> secondLook(SafetyPolicyFacts& facts);
+    void place(CleanupCandidate candidate, const Kept& kept);
+    void hold(const CleanupCandidate& candidate);
+    [[nodiscard]] SmartCleanupGroup& group(const FileURL& of);
+    void tell(Phase phase, std::uint64_t done, std::uint64_t total, const std::string& path);
+
+    const FileURL& home_;
+    const platform::Volumes& volumes_;
+    const SmartCleanupScan::Options& options_;
+    const SmartCleanupScan::ProgressHandler& progressHandler_;
+    const CancelToken& cancel_;
+    DeterministicSafetyPolicy policy_;
+    std::vector<CleanupRule> rules_;
+    std::vector<Kept> kept_;
+    bool isFull_ = false; ///< no further candidate fits
+    Names names_;
+    std::unordered_map<const CleanupRule*, SmartCleanupGroup> groups_;
+    SmartCleanupReport report_;
+    std::uint64_t placesDone_ = 0;
+    std::optional<Clock::time_point> toldAt_;
+};
+
+void Run::tell(Phase phase, std::uint64_t done, std::uint64_t total, const std::string& path) {
+    if (!progressHandler_) return;
+    const auto now = Clock::now();
+    if (toldAt_ &&
+        std::chrono::duration<double>(now - *toldAt_).count() < options_.progressInterval) {
+        return;
+    }
+    toldAt_ = now;
+    progressHandler_({.phase = phase,
+                      .done = done,
+                      .total = total,
+                      .entriesRead = report_.entriesRead,
+                      .currentPath = path});
+}
+
+std::vector<CleanupPlace> Run::openPlaces() {
+    std::vector<CleanupPlace> places;
+    for (const CleanupRule& rule : rules_) {
+        auto place = CleanupPlace::open(rule, home_);
+        if (!place) {
+            if (place.error()) report_.addGap(*std::move(place.error()));
+            continue;
+        }
+        const bool isKnown = std::ranges::any_of(
+            places, [&](const CleanupPlace& known) { return known.identity == place->identity; });
+        if (!isKnown) places.push_back(*std::move(place));
+    }
+    return places;
+}
+
+CleanupCandidate Run::rated(FileObservation observation, const SafetyPolicyContext& context,
+                            FolderResolver& folders) const {
+    return policy_.classify(
+        std::move(observation),
+        {.rules = rules_, .context = context, .now = options_.clock(), .folders = &folders});
+}
+
+void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
+               const SafetyPolicyContext& context) {
+    FileObserver observer(home_, volumes_);
+    FolderResolver folders;
+    const auto take = [&](CleanupPlaceWalk::Found found) {
+        CleanupCandidate candidate = rated(std::move(found.observation), context, folders);
+        if (candidate.assessment.tier == RiskTier::protected_) return hold(candidate);
+        if (kept_.size() >= options_.budget.candidates) {
+            if (!std::exchange(isFull_, true)) {
+                report_.addGap({.url = place.rule->rootURL(),
+                                .reason = CoverageGapReason::scanBudgetExceeded,
+                                .detail = "There is more to clean than one scan takes in. Clean "
+                                          "this and scan again."});
+            }
+            return;
+        }
+        kept_.push_back({.observation = std::move(candidate.observation),
+                         .allocatedBytes = found.allocatedBytes,
+                         .identity = found.identity});
+    };
+    const CleanupPlaceWalk::Options walkOptions{
+        .places = places,
+        .protectedRoots = context.additionalProtectedRootIndex(),
+        .observer = observer,
+        .mostEntries = options_.budget.entriesPerPlace,
+        .mostFolders = std::min(options_.budget.depth, platform::openFolderBudget() / 2),
+        .take = take,
+        .addGap = [&](CoverageGap gap) { report_.addGap(std::move(gap)); },
+        .enterFolder =
+            [&](const std::string& folder) {
+                tell(Phase::looking, placesDone_, places.size(), folder);
+            },
+        .cancel = cancel_};
+    CleanupPlaceWalk walk(place, walkOptions);
+    walk.run();
+    report_.entriesRead += walk.entriesRead();
+}
+
+void Run::look(const SafetyPolicyContext& context) {
+    const std::vector<CleanupPlace> places = openPlaces();
+    for (const CleanupPlace& place : places) {
+        if (cancel_.stop_requested()) return;
+        walk(place, places, context);
+        ++placesDone_;
+    }
+}
+
+/// Looks at everything that was kept again, and notes in `facts` what is being written to. What is
+/// gone meanwhile has no kind any more.
+std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
+    // A new one: it remembers nothing of the first look.
+    FileObserver observer(home_, volumes_);
+    std::vector<FileObservation> again;
+    again.reserve(kept_.size());
+    std::erase_if(kept_, [&](const Kept& kept) {
+        if (cancel_.stop_requested()) return true;
+        const FileURL& url = kept.observation.url;
+        tell(Phase::confirming, again.size(), kept_.size(), url.path());
+        auto seen = observer.observation(url);
+        if (!seen) {
+            if (!platform::meansVanished(seen.error())) {
+                report_.addGap({.url = url,
+                                .reason = CoverageGapReason::metadataUnavailable,
+                                .detail = seen.error().description()});
+            }
+            return true;
+        }
+        if (!FileFingerprint::of(kept.observation).matches(*seen)) {
+            facts.activelyGrowingPaths.insert(url.path());
+        }
+        again.push_back(*std::move(seen));
+        return false;
+    });
+    return again;
+}
+
+void Run::confirm(const SafetyPolicyContext& context) {
+    SafetyPolicyFacts facts = context.facts();
+    std::vector<FileObservation> again = secondLook(facts);
+    const SafetyPolicyContext now(std::move(facts));
+    FolderResolver folders;
+    for (std::size_t i = 0; i < again.size() && !cancel_.stop_requested(); ++i) {
+        place(rated(std::move(again[i]), now, folders), kept_[i]);
+    }
+}
+
+SmartCleanupGroup& Run::group(const FileURL& of) {
+    // Only what a rule's place holds is looked at, so there is one.
+    const CleanupRule& rule = *DeterministicSafetyPolicy::mostSpecificMatchingRule(of, rules_);
+    const auto [at, isNew] = groups_.try_emplace(&rule);
+    if (isNew) {
+        const CleanupRuleSpec* spec = BuiltInRuleRegistry::spec(rule.id());
+        at->second.ruleID = rule.id();
+        at->second.title = BuiltInRuleRegistry::title(rule.id());
+        at->second.rootURL = rule.rootURL();
+        at->second.isHighYield = spec != nullptr && spec->isHighYield;
+    }
+    return at->second;
+}
+
+void Run::hold(const CleanupCandidate& candidate) {
+    SmartCleanupGroup& in = group(candidate.observation.url);
+    in.held.add({.itemCount = 1, .byteCount = candidate.observation.byteCount});
+    for (const EvidenceCode code : candidate.assessment.evidence.codes) ++in.heldBecause[code];
+}
+
+void Run::place(CleanupCandidate candidate, const Kept& kept) {
+    if (candidate.assessment.tier == RiskTier::protected_) return hold(candidate);
+    SmartCleanupGroup& in = group(candidate.observation.url);
+    const bool isFreed = names_.isLast(kept.identity, candidate.observation.linkCount);
+    SmartCleanupTotals& totals =
+        candidate.assessment.tier == RiskTier::safeToReclaim ? in.safe : in.review;
+    totals.add({.itemCount = 1,
+                .byteCount = candidate.observation.byteCount,
+                .freedByteCount = isFreed ? kept.allocatedBytes : 0});
+    in.candidates.push_back(std::move(candidate).authorized(
+        CleanupAuthorization{authorization::BuiltInRule{.id = in.ruleID, .rootURL = in.rootURL}}));
+}
+
+SmartCleanupReport Run::report(Timestamp startedAt) {
+    for (const bool isHighYield : {true, false}) {
+        for (const CleanupRule& rule : rules_) {
+            const auto found = groups_.find(&rule);
+            if (found == groups_.end() || found->second.isHighYield != isHighYield) continue;
+            std::ranges::sort(found->second.candidates,
+                              [](const CleanupCandidate& a, const CleanupCandidate& b) {
+                                  if (a.assessment.tier != b.assessment.tier) {
+                                      return a.assessment.tier < b.assessment.tier;
+                                  }
+                                  if (a.observation.byteCount != b.observation.byteCount) {
+                                      return a.observation.byteCount > b.observation.byteCount;
+                                  }
+                                  return a.id().rawValue < b.id().rawValue;
+                              });
+            report_.groups.push_back(std::move(found->second));
+        }
+    }
+    report_.startedAt = startedAt;
+    report_.completedAt = options_.clock();
+    return std::move(report_);
+}
+
+} // namespace
+
+std::string SmartCleanupScan::description(const ScanError& error) {
+    return std::visit(Describe{}, error);
+}
+
+SmartCleanupScan::SmartCleanupScan(FileURL home, LocalRuntimeSafetyContextProvider& contexts,
+                                   const platform::Volumes& volumes, Options options)
+    : home_(std::move(home)),
+      contexts_(contexts),
+      volumes_(volumes),
+      options_(std::move(options)) {}
+
+std::expected<SmartCleanupReport, SmartCleanupScan::ScanError>
+SmartCleanupScan::run(const ProgressHandler& progress, const CancelToken& cancel) const {
+    const Timestamp startedAt = options_.clock();
+    const Context atFirst = contexts_.freshContext();
+    if (atFirst == nullptr) return std::unexpected(ContextUnavailable{});
+    Run run(home_, volumes_, options_, progress, cancel);
+    run.look(*atFirst);
+    if (run.foundAny()) {
+        if (options_.betweenLooks) options_.betweenLooks();
+        waitFor(options_.secondsBetweenLooks, cancel);
+        if (cancel.stop_requested()) return std::unexpected(CancellationError{});
+        const Context now = contexts_.freshContext();
+        if (now == nullptr) return std::unexpected(ContextUnavailable{});
+        run.confirm(*now);
+    }
+    if (cancel.stop_requested()) return std::unexpected(CancellationError{});
+    return run.report(startedAt);
+}
+
+} // namespace tidyro

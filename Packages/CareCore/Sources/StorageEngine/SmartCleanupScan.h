@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <string>
+#include <variant>
+
+#include "Base/Cancellation.h"
+#include "Base/FileURL.h"
+#include "Base/Timestamp.h"
+#include "Platform/Volumes.h"
+#include "StorageEngine/CleanupAgeFloor.h"
+#include "StorageEngine/LocalRuntimeSafetyContextProvider.h"
+#include "StorageEngine/SmartCleanupReport.h"
+
+namespace tidyro {
+
+/// Goes through the places of the shipped cleanup rules in a home and tells which files may be
+/// cleaned, grouped by rule.
+///
+///     LocalRuntimeSafetyContextProvider contexts(home);
+///     const platform::LiveVolumes volumes;
+///     const SmartCleanupScan scan(home, contexts, volumes, {});
+///     const auto report = scan.run();
+///     if (!report) show(SmartCleanupScan::description(report.error()));
+///
+/// Every file that a first look finds eligible is looked at a second time, some time later and with
+/// a fresh view of what runs: one that changed between the looks is being written to, one whose
+/// folder has been replaced by a link is refused. Only what passes both looks is a candidate, and
+/// it carries the authorization of its rule. Nothing on the disk is changed.
+class SmartCleanupScan {
+  public:
+    /// What runs, what is mounted or what is protected could not be found out, so that nothing can
+    /// be called safe.
+    struct ContextUnavailable {
+        bool operator==(const ContextUnavailable&) const = default;
+    };
+    using ScanError = std::variant<ContextUnavailable, CancellationError>;
+    /// One sentence for people.
+    [[nodiscard]] static std::string description(const ScanError& error);
+
+    /// Bounds for very large places. What they leave out is told as a coverage gap, and its turn
+    /// comes once the rest was cleaned.
+    struct Budget {
+        std::uint64_t entriesPerPlace = 500'000;
+        std::uint64_t candidates = 500'000; ///< in all; about a kilobyte of memory each
+        std::size_t depth = 128;            ///< folders of a place, one inside the other
+    };
+    struct Options {
+        CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended;
+        Budget budget = {};
+        /// At least so many seconds pass between the two looks at a file: a log that is written to
+        /// now and then has to show it.
+        double secondsBetweenLooks = 1;
+        double progressInterval = 0.1; ///< seconds between reports
+        std::function<Timestamp()> clock = Timestamp::now;
+        std::function<void()> betweenLooks = nullptr; ///< for tests and diagnostics
+    };
+
+    struct Progress {
+        enum class Phase : std::uint8_t { looking, confirming };
+        Phase phase = Phase::looking;
+        std::uint64_t done = 0;  ///< places looked through, or files confirmed
+        std::uint64_t total = 0; ///< of them
+        std::uint64_t entriesRead = 0;
+        std::string currentPath;
+        bool operator==(const Progress&) const = default;
+    };
+    /// Called on the thread that runs the scan.
+    using ProgressHandler = std::function<void(const Progress&)>;
+
+    /// The provider and the volumes outlive the scan.
+    SmartCleanupScan(FileURL home, LocalRuntimeSafetyContextProvider& contexts,
+                     const platform::Volumes& volumes, Options options);
+
+    [[nodiscard]] std::expected<SmartCleanupReport, ScanError>
+    run(const ProgressHandler& progress = nullptr, const CancelToken& cancel = {}) const;
+
+  private:
+    FileURL home_;
+    LocalRuntimeSafetyContextProvider& contexts_;
+    const platform::Volumes& volumes_;
+    Options options_;
+};
+
+} // namespace tidyro

@@ -1,0 +1,381 @@
+#include "StorageEngine/SmartCleanupScan.h"
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "Base/PathText.h"
+#include "Platform/FileMetadata.h"
+#include "Platform/Testing/FakeRunningApplications.h"
+#include "Platform/Testing/FakeRunningProcesses.h"
+#include "Platform/Testing/FakeVolumes.h"
+#include "Support/OtherCircumstances.h"
+
+namespace tidyro {
+namespace {
+
+using testing::TemporaryFolder;
+
+constexpr double day = 86'400;
+
+/// A file of a made home, and what the scan is to say of it: "safe RULE", "review RULE" or
+/// "held RULE CODE"; nothing where it is not even looked at.
+struct Row {
+    const char* path;
+    int daysOld;
+    std::size_t bytes;
+    const char* said;
+};
+constexpr std::array<Row, 46> home{{
+    {".npm/_cacache/content-v2/sha512/aa/bb", 31, 900, "safe npm-cache"},
+    {".npm/_cacache/content-v2/sha512/aa/young", 29, 901, "held npm-cache insufficientAge"},
+    {".npm/_cacache/content-v2/sha512/aa/open", 31, 902, "held npm-cache openByProcess"},
+    {".npm/_cacache/index-v5/00/11", 31, 50, "safe npm-cache"},
+    {".npm/_logs/2026-01-01-debug-0.log", 15, 10, "safe npm-logs"},
+    {".npm/secrets", 400, 11, ""},
+    {".cache/pip/http-v2/5/2/x.body", 31, 700, "safe pip-cache-dot"},
+    {".cache/pip/selfcheck.db", 31, 20, "held pip-cache-dot liveDataStore"},
+    {".cache/fontconfig/f.cache-9", 31, 30, "review dot-cache"},
+    {".cache/fontconfig/young.cache-9", 29, 31, "held dot-cache insufficientAge"},
+    {".cache/huggingface/hub/blobs/model", 400, 5'000, "review dot-cache"},
+    {".cache/puppeteer/chrome/linux-1/chrome", 31, 300, "safe puppeteer-browsers"},
+    {".cache/opencode/models", 15, 40, "safe opencode-cache"},
+    {".cache/restic/0f/data/ab/cd", 400, 41, "held dot-cache backupArtifact"},
+    {".cache/restic/0f/config", 400, 42, "held dot-cache backupArtifact"},
+    {".cache/restic/0f/keys/k", 400, 43, "held dot-cache backupArtifact"},
+    {".cache/restic/0f/snapshots/s", 400, 44, "held dot-cache backupArtifact"},
+    {".cargo/registry/cache/index/serde.crate", 31, 800, "safe cargo-registry-cache"},
+    {".cargo/registry/src/index/serde/lib.rs", 400, 801, ""},
+    {".cargo/git/checkouts/tool/ab12/src.rs", 61, 60, "safe cargo-git-checkouts"},
+    {".cargo/git/checkouts/own/cd34/.git/HEAD", 61, 61,
+     "held cargo-git-checkouts projectRepository"},
+    {".cargo/git/checkouts/own/cd34/work.rs", 61, 62, "held cargo-git-checkouts projectRepository"},
+    {".gradle/caches/modules-2/a.jar", 31, 600, "safe gradle-caches"},
+    {".gradle/wrapper/dists/gradle-8/x.zip", 59, 601, "held gradle-wrapper insufficientAge"},
+    {".gradle/daemon/8.5/daemon-1.out.log", 15, 70, "safe gradle-daemon-logs"},
+    {".gradle/gradle.properties", 400, 71, ""},
+    {".ollama/models/blobs/partial/sha256-1", 8, 4'000, "review ollama-blob-partials"},
+    {".ollama/models/blobs/sha256-2", 400, 4'001, ""},
+    {"Library/Caches/Google/Chrome/Default/Cache/f_01", 4, 80, "safe chrome-cache"},
+    {"Library/Caches/Firefox/Profiles/p/cache2/entries/E", 2, 81,
+     "held firefox-cache insufficientAge"},
+    {"Library/Application Support/Google/Chrome/Default/Cache/Cache_Data/d", 4, 82,
+     "safe chrome-support-caches"},
+    {"Library/Application Support/Google/Chrome/Default/History", 400, 83,
+     "held chrome-support-caches protectedLocation"},
+    {"Library/Application Support/Google/Chrome/Default/IndexedDB/site/0.log", 400, 84,
+     "held chrome-support-caches liveDataStore"},
+    {"Library/Application Support/Claude/GPUCache/data_0", 8, 85,
+     "safe claude-desktop-support-caches"},
+    {"Library/Application Support/Claude/conversations.json", 400, 86,
+     "held claude-desktop-support-caches protectedLocation"},
+    {"Library/Application Support/Cursor/Cache/c", 400, 87,
+     "held cursor-support-caches activeApplicationData"},
+    {"Library/Caches/tool/data.sqlite-wal", 400, 88, "held user-caches liveDataStore"},
+    {"Library/Caches/tool/old", 15, 89, "safe user-caches"},
+    {"Library/Caches/Documents/letter", 400, 90, "held user-caches personalLocation"},
+    {"Library/Caches/Helper.app/Contents/MacOS/helper", 400, 91, ""},
+    {"Library/Logs/app/app.log", 15, 92, "safe user-logs"},
+    {"Library/Logs/growing.log", 15, 93, "held user-logs activeGrowth"},
+    {"Library/Logs/DiagnosticReports/crash.ips", 29, 94, "held diagnostic-reports insufficientAge"},
+    {"Library/pnpm/store/v3/files/00/exec", 61, 95, "review pnpm-store"},
+    {"Documents/thesis.txt", 400, 96, ""},
+    {"projects/app/node_modules/x/index.js", 400, 97, ""},
+}};
+
+/// The machine around a home: real processes, chosen volumes and applications.
+class Machine {
+  public:
+    TemporaryFolder place;
+    FileURL home = FileURL::folder(place / "home");
+    platform::testing::FakeVolumes volumes;
+    platform::testing::FakeRunningApplications applications;
+    platform::LiveRunningProcesses processes;
+    Timestamp now = Timestamp::now();
+
+    Machine() {
+        place.folder("home");
+        const auto seen = platform::fileMetadata(place.path());
+        volumes.answer = std::vector<platform::Volume>{{.mountPath = "/",
+                                                        .mount = seen->mount.value_or(0),
+                                                        .device = seen->identity.device,
+                                                        .identifier = "the volume",
+                                                        .fileSystem = "any",
+                                                        .isInternalLocal = true}};
+        applications.answer = std::vector<platform::RunningApplication>{
+            {.bundleIdentifier = {}, .executable = "/opt/Cursor/cursor", .name = "cursor"}};
+    }
+    void file(const std::string& name, double daysOld, std::size_t bytes) const {
+        place.file("home/" + name, std::string(bytes, 'x'));
+        const auto then = static_cast<std::int64_t>(now.secondsSince1970() - daysOld * day) - 60;
+        place.times("home/" + name, then, then);
+    }
+    std::expected<SmartCleanupReport, SmartCleanupScan::ScanError>
+    scan(SmartCleanupScan::Options options, const CancelToken& cancel = {},
+         const SmartCleanupScan::ProgressHandler& progress = nullptr) const {
+        LocalRuntimeSafetyContextProvider contexts(
+            home, {.volumes = volumes, .processes = processes, .applications = applications}, {});
+        options.secondsBetweenLooks = 0;
+        options.clock = [this] { return now; };
+        return SmartCleanupScan(home, contexts, volumes, std::move(options)).run(progress, cancel);
+    }
+    [[nodiscard]] std::string below(const FileURL& url) const {
+        return std::string(path::below(url.path(), home.path()));
+    }
+};
+
+void makeHome(const Machine& machine) {
+    for (const Row& row : home) machine.file(row.path, row.daysOld, row.bytes);
+    machine.place.file("outside/precious", "x");
+    machine.place.times("outside/precious", 0, 0);
+    machine.place.link("home/Library/Caches/out", machine.place / "outside");
+    machine.place.link("home/Library/Caches/precious", machine.place / "outside/precious");
+    machine.place.folder("home/.bundle");
+    machine.place.link("home/.bundle/cache", machine.place / "outside");
+    machine.place.hardLink("home/projects/app/exec", "home/Library/pnpm/store/v3/files/00/exec");
+    machine.place.pipe("home/Library/Caches/tool/pipe");
+}
+
+std::string word(RiskTier tier) { return tier == RiskTier::safeToReclaim ? "safe" : "review"; }
+
+TEST(SmartCleanupScan, FindsWhatMayGoInARealHomeRowByRow) {
+    Machine machine;
+    makeHome(machine);
+    std::FILE* open =
+        std::fopen((machine.place / "home/.npm/_cacache/content-v2/sha512/aa/open").c_str(), "re");
+    ASSERT_NE(open, nullptr);
+    const auto report = machine.scan({.betweenLooks = [&] {
+        std::FILE* log =
+            std::fopen((machine.place / "home/Library/Logs/growing.log").c_str(), "ae");
+        std::fputs("more", log);
+        std::fclose(log);
+        // What grows is also young; its age is what it was before.
+        machine.place.times("home/Library/Logs/growing.log", 1'000'000'000, 1'000'000'000);
+    }});
+    std::fclose(open);
+    ASSERT_TRUE(report);
+
+    std::map<std::string, std::string> expected;
+    std::map<std::string, std::map<std::string, int>> expectedHeld;
+    for (const Row& row : home) {
+        const std::string said = row.said;
+        if (said.starts_with("held ")) {
+            const std::size_t code = said.rfind(' ');
+            ++expectedHeld[said.substr(5, code - 5)][said.substr(code + 1)];
+        } else if (!said.empty()) {
+            expected[row.path] = fmt::format("{} {}", said, row.bytes);
+        }
+    }
+    std::map<std::string, std::string> found;
+    std::map<std::string, std::map<std::string, int>> held;
+    for (const SmartCleanupGroup& group : report->groups) {
+        for (const CleanupCandidate& one : group.candidates) {
+            found[machine.below(one.observation.url)] = fmt::format(
+                "{} {} {}", word(one.assessment.tier), group.ruleID, one.observation.byteCount);
+            EXPECT_EQ(one.authorization, (CleanupAuthorization{authorization::BuiltInRule{
+                                             .id = group.ruleID, .rootURL = group.rootURL}}));
+            EXPECT_TRUE(group.rootURL.path() < one.observation.url.path());
+        }
+        for (const auto& [code, count] : group.heldBecause) {
+            held[group.ruleID][std::string(rawValue(code))] += static_cast<int>(count);
+        }
+    }
+    EXPECT_EQ(found, expected);
+    EXPECT_EQ(held, expectedHeld);
+    EXPECT_EQ(report->candidates().size(), expected.size());
+
+    std::map<std::string, CoverageGapReason> gaps;
+    for (const CoverageGap& gap : report->coverageGaps) gaps[machine.below(gap.url)] = gap.reason;
+    using enum CoverageGapReason;
+    EXPECT_EQ(gaps, (std::map<std::string, CoverageGapReason>{
+                        {".bundle/cache", symbolicLinkExcluded},
+                        {"Library/Caches/out", symbolicLinkExcluded},
+                        {"Library/Caches/precious", symbolicLinkExcluded},
+                        {"Library/Caches/tool/pipe", unsupportedFileType},
+                        {"Library/Caches/Helper.app", packageBoundaryExcluded}}));
+    EXPECT_EQ(report->gapCount, gaps.size());
+}
+
+TEST(SmartCleanupScan, OrdersGroupsAndTotalsThem) {
+    Machine machine;
+    machine.file(".gem/cache/small", 90, 10);
+    machine.file(".gem/cache/large", 90, 20'000);
+    machine.file(".gem/cache/a", 90, 10);
+    machine.file(".npm/_cacache/x", 90, 5);
+    machine.file(".cache/node/only", 90, 7);
+    machine.place.hardLink("home/.cache/node/same", "home/.cache/node/only");
+    machine.file(".bun/install/cache/shared", 90, 9);
+    machine.place.hardLink("home/project", "home/.bun/install/cache/shared");
+    machine.file(".cache/node/young", 1, 100);
+    const auto report = machine.scan({});
+    ASSERT_TRUE(report);
+    std::vector<std::string> order;
+    for (const SmartCleanupGroup& group : report->groups) {
+        for (const CleanupCandidate& one : group.candidates) {
+            order.push_back(group.title + ": " + machine.below(one.observation.url));
+        }
+    }
+    EXPECT_EQ(order, (std::vector<std::string>{
+                         "npm cache: .npm/_cacache/x", "Bun cache: .bun/install/cache/shared",
+                         "Ruby gem cache: .gem/cache/large", "Ruby gem cache: .gem/cache/a",
+                         "Ruby gem cache: .gem/cache/small", "Node cache: .cache/node/only",
+                         "Node cache: .cache/node/same"}));
+    const auto& bun = report->groups[1];
+    EXPECT_EQ(bun.safe.byteCount, 9U);
+    EXPECT_EQ(bun.safe.freedByteCount, 0U) << "a name outside keeps the file";
+    const auto& node = report->groups[3];
+    EXPECT_EQ(node.safe.itemCount, 2U);
+    EXPECT_EQ(node.safe.byteCount, 14U);
+    EXPECT_EQ(node.safe.freedByteCount,
+              platform::fileMetadata(machine.place / "home/.cache/node/only")->allocatedBytes)
+        << "two names of one file free it once";
+    EXPECT_EQ(node.held, (SmartCleanupTotals{.itemCount = 1, .byteCount = 100}));
+    EXPECT_EQ(report->safe().itemCount, 7U);
+    EXPECT_EQ(report->review(), SmartCleanupTotals{});
+}
+
+TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
+    struct Change {
+        const char* what;
+        std::function<void(const Machine&)> make;
+        const char* stays; ///< the evidence; nothing when the file is gone
+    };
+    const std::array<Change, 4> changes{
+        {{"nothing", [](const Machine&) {}, "safe"},
+         {"vanished",
+          [](const Machine& m) {
+              EXPECT_EQ(std::remove((m.place / "home/.npm/_cacache/d/x").c_str()), 0);
+          },
+          ""},
+         {"replaced by one of the same size and age",
+          [](const Machine& m) {
+              m.file(".npm/new", 90, 5);
+              EXPECT_EQ(std::rename((m.place / "home/.npm/new").c_str(),
+                                    (m.place / "home/.npm/_cacache/d/x").c_str()),
+                        0);
+          },
+          "activeGrowth"},
+         {"folder replaced by a link",
+          [](const Machine& m) {
+              EXPECT_EQ(std::rename((m.place / "home/.npm/_cacache/d").c_str(),
+                                    (m.place / "home/documents").c_str()),
+                        0);
+              m.place.link("home/.npm/_cacache/d", m.place / "home/documents");
+          },
+          "unverifiedRule"}}};
+    for (const Change& change : changes) {
+        Machine machine;
+        machine.file(".npm/_cacache/d/x", 90, 5);
+        const auto report = machine.scan({.betweenLooks = [&] { change.make(machine); }});
+        ASSERT_TRUE(report);
+        std::string told;
+        if (!report->groups.empty()) {
+            const SmartCleanupGroup& group = report->groups.front();
+            told = group.candidates.empty() ? rawValue(group.heldBecause.begin()->first) : "safe";
+        }
+        EXPECT_EQ(told, change.stays) << change.what;
+    }
+}
+
+TEST(SmartCleanupScan, KeepsToItsBudgetAndTellsOfIt) {
+    Machine machine;
+    for (int i = 0; i < 20; ++i) {
+        machine.file(fmt::format(".gem/cache/{:02}", i), 90, 1);
+        machine.file(fmt::format(".npm/_cacache/{:02}", i), 90, 1);
+    }
+    machine.file(".bun/install/cache/a/b/c/d/x", 90, 1);
+    const auto gapsOf = [](const SmartCleanupReport& report) {
+        std::vector<std::string> told;
+        for (const CoverageGap& gap : report.coverageGaps) {
+            EXPECT_EQ(gap.reason, CoverageGapReason::scanBudgetExceeded);
+            told.emplace_back(gap.url.lastComponent());
+        }
+        return told;
+    };
+    const auto few =
+        machine.scan({.budget = {.entriesPerPlace = 10, .candidates = 1'000, .depth = 128}});
+    EXPECT_EQ(few->safe().itemCount, 21U);
+    EXPECT_EQ(gapsOf(*few), (std::vector<std::string>{"_cacache", "cache"}));
+    const auto shallow =
+        machine.scan({.budget = {.entriesPerPlace = 100, .candidates = 30, .depth = 4}});
+    EXPECT_EQ(shallow->safe().itemCount, 30U);
+    EXPECT_EQ(gapsOf(*shallow), (std::vector<std::string>{"d", "cache"}));
+}
+
+TEST(SmartCleanupScan, EndsWhenItIsAskedToAndWhenNothingIsKnown) {
+    Machine machine;
+    machine.file(".npm/_cacache/x", 90, 5);
+    std::stop_source early;
+    early.request_stop();
+    EXPECT_EQ(machine.scan({}, early.get_token()).error(),
+              SmartCleanupScan::ScanError(CancellationError{}));
+    std::stop_source between;
+    EXPECT_EQ(machine.scan({.betweenLooks = [&] { between.request_stop(); }}, between.get_token())
+                  .error(),
+              SmartCleanupScan::ScanError(CancellationError{}));
+    std::vector<SmartCleanupScan::Progress> told;
+    EXPECT_TRUE(machine.scan({.progressInterval = 0}, {},
+                             [&](const auto& progress) { told.push_back(progress); }));
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_EQ(told.back().phase, SmartCleanupScan::Progress::Phase::confirming);
+    EXPECT_EQ(told.back().currentPath, machine.place / "home/.npm/_cacache/x");
+
+    machine.applications.answer = std::unexpected(SystemError{5});
+    const auto unknown = machine.scan({});
+    ASSERT_FALSE(unknown);
+    EXPECT_EQ(unknown.error(), SmartCleanupScan::ScanError(SmartCleanupScan::ContextUnavailable{}));
+}
+
+TEST(SmartCleanupScan, LeavesOutWhatIsClosedOrMounted) {
+    const auto told = testing::inMountNamespace([]() -> std::string {
+        Machine machine;
+        machine.file(".npm/_cacache/mount/below", 90, 5);
+        machine.file(".npm/_cacache/file", 90, 5);
+        machine.file(".gem/cache/beside", 90, 5);
+        if (!testing::bindMount(machine.place / "home/.gem/cache",
+                                machine.place / "home/.npm/_cacache/mount") ||
+            !testing::bindMount(machine.place / "home/.gem/cache/beside",
+                                machine.place / "home/.npm/_cacache/file")) {
+            return "cannot mount";
+        }
+        const auto report = machine.scan({});
+        std::string found;
+        for (const auto& one : report->candidates())
+            found += machine.below(one.observation.url) + " ";
+        for (const auto& gap : report->coverageGaps) found += rawValue(gap.reason);
+        for (const char* mounted : {"home/.npm/_cacache/mount", "home/.npm/_cacache/file"}) {
+            if (!testing::succeeds("umount " + (machine.place / mounted))) return "cannot unmount";
+        }
+        return found;
+    });
+    EXPECT_TRUE(!told || *told == "cannot mount" ||
+                *told == ".gem/cache/beside mountBoundaryExcludedmountBoundaryExcluded")
+        << *told;
+
+    const std::string closed = testing::asOrdinaryUser([] {
+        Machine machine;
+        machine.file(".npm/_cacache/open", 90, 5);
+        machine.file(".npm/_cacache/closed/x", 90, 5);
+        machine.file(".gem/cache/x", 90, 5);
+        machine.place.permissions("home/.npm/_cacache/closed", 0);
+        machine.place.permissions("home/.gem", 0);
+        const auto report = machine.scan({});
+        std::string found;
+        for (const auto& one : report->candidates()) found += machine.below(one.observation.url);
+        for (const auto& gap : report->coverageGaps) {
+            found += " " + machine.below(gap.url) + ":" + std::string(rawValue(gap.reason));
+        }
+        machine.place.permissions("home/.npm/_cacache/closed", 0700);
+        machine.place.permissions("home/.gem", 0700);
+        return found;
+    });
+    EXPECT_EQ(closed, ".npm/_cacache/open .gem:inaccessible .npm/_cacache/closed:inaccessible");
+}
+
+} // namespace
+} // namespace tidyro
