@@ -1,6 +1,7 @@
 #include "Base/UnicodeText.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include <fmt/format.h>
 #include <utf8proc.h>
@@ -111,6 +112,21 @@ std::string lowercased(std::string_view bytes) {
             static_cast<char32_t>(utf8proc_tolower(static_cast<utf8proc_int32_t>(next.codePoint))));
         rest.remove_prefix(next.length);
     }
+    return text;
+}
+
+std::string folded(std::string_view bytes) {
+    if (isASCII(bytes)) return lowercased(bytes);
+    const std::string repaired = repairedUTF8(bytes);
+    utf8proc_uint8_t* made = nullptr;
+    const auto length = utf8proc_map(
+        reinterpret_cast<const utf8proc_uint8_t*>(repaired.data()),
+        static_cast<utf8proc_ssize_t>(repaired.size()), &made,
+        // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): its options are bits
+        static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD));
+    if (length < 0) return lowercased(repaired);
+    std::string text(reinterpret_cast<const char*>(made), static_cast<std::size_t>(length));
+    std::free(made); // NOLINT: utf8proc allocates as C does
     return text;
 }
 

@@ -15,6 +15,10 @@ namespace tidyro {
 /// `bytes` repaired, each code point in its simple lower case, whatever the locale.
 [[nodiscard]] std::string lowercased(std::string_view bytes);
 
+/// `bytes` repaired, case-folded and composed: the same for any two names that a disk which does
+/// not tell cases or compositions apart takes for one.
+[[nodiscard]] std::string folded(std::string_view bytes);
+
 /// `bytes` as a person may safely see them on a terminal: control characters, line and paragraph
 /// separators and marks that turn the writing direction become visible escapes ("\n", "\x1B",
 /// "\u{202E}"), bytes that are no UTF-8 become "\xFF" escapes, everything else stays. A name must

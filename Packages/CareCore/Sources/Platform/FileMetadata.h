@@ -34,7 +34,20 @@ struct FileMetadata {
     /// system does not say; the device is then what tells the volume.
     std::optional<std::uint64_t> mount = std::nullopt;
     bool isDataless; ///< its contents are not on this disk; macOS only
+    /// Somebody may write to it, as far as its permissions go. They bind no superuser, but say what
+    /// its owner wants.
+    bool isWritableBySomebody = true;
+    /// Marked as immutable, append-only or part of the system: it can be neither renamed nor, for a
+    /// folder, lose what is in it, whatever the permissions say.
+    bool isLocked = false;
 };
+
+/// Whether two items were seen through one mount; where the system does not number its mounts,
+/// whether they are on one device.
+[[nodiscard]] inline bool areOnOneMount(const FileMetadata& a, const FileMetadata& b) {
+    if (a.mount && b.mount) return a.mount == b.mount;
+    return a.identity.device == b.identity.device;
+}
 
 /// A path too long for the system is ENAMETOOLONG; a walk uses the form below.
 [[nodiscard]] std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path);
@@ -46,6 +59,10 @@ struct FileMetadata {
 /// access lists and privileges count. A link is not followed. Any failure to find out is a no.
 [[nodiscard]] bool isReadable(const std::string& path);
 [[nodiscard]] bool isReadable(const FolderDescriptor& folder, const char* name);
+
+/// Whether this process may add, rename and remove entries of a folder, by the same answer. That a
+/// sticky folder lets go only of what is the user's own is not part of it, nor is a lock.
+[[nodiscard]] bool isWritableFolder(const std::string& path);
 
 /// The user in whose name this process acts.
 [[nodiscard]] std::uint32_t currentUserID();

@@ -96,6 +96,10 @@ CleanupCategory DeterministicSafetyPolicy::category(const FileObservation& obser
     return categoryOf(observation, LoweredPath(observation.url.path()));
 }
 
+std::span<const std::string_view> DeterministicSafetyPolicy::systemProtectedPlaces() {
+    return systemProtectedRoots;
+}
+
 bool DeterministicSafetyPolicy::isSystemProtected(const FileURL& url) {
     return std::ranges::any_of(systemProtectedRoots, [&](std::string_view root) {
         return path::isInsideOrEqual(url.path(), root);

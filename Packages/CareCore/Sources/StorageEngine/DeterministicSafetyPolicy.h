@@ -3,6 +3,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "Base/FileURL.h"
 #include "Base/Timestamp.h"
@@ -54,7 +55,9 @@ class DeterministicSafetyPolicy {
 
     // Predicates on places, on standardised URLs.
 
-    /// In a place of the operating system or shared by all users.
+    /// Places of the operating system, or shared by all users.
+    [[nodiscard]] static std::span<const std::string_view> systemProtectedPlaces();
+    /// In one of those.
     [[nodiscard]] static bool isSystemProtected(const FileURL& url);
     /// Below a folder named as those in which people keep their own files, anywhere in the path.
     [[nodiscard]] static bool isPersonalProtected(const FileURL& url);

@@ -61,7 +61,11 @@ FileObservation FileObserver::made(const platform::FileMetadata& seen, const Fil
 std::expected<FileObservation, SystemError> FileObserver::observation(const FileURL& at) {
     const auto seen = platform::fileMetadata(at.path());
     if (!seen) return std::unexpected(seen.error());
-    return made(*seen, at, platform::isReadable(at.path()));
+    return observation(at, *seen);
+}
+
+FileObservation FileObserver::observation(const FileURL& at, const platform::FileMetadata& seen) {
+    return made(seen, at, platform::isReadable(at.path()));
 }
 
 std::expected<FileObservation, SystemError>

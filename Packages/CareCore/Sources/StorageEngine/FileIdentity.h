@@ -39,6 +39,10 @@ class FileObserver {
 
     [[nodiscard]] std::expected<FileObservation, SystemError> observation(const FileURL& at);
 
+    /// The same from what the system said of the item a moment ago.
+    [[nodiscard]] FileObservation observation(const FileURL& at,
+                                              const platform::FileMetadata& seen);
+
     /// A name in a folder that is open; `url` is the folder's place. However deep that is, the
     /// look itself does not need its path.
     [[nodiscard]] std::expected<FileObservation, SystemError>

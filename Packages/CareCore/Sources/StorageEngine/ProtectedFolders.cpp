@@ -39,9 +39,10 @@ std::string unquoted(std::string_view text) {
     return plain;
 }
 
-} // namespace
+enum class Downloads { included, leftOut };
 
-std::vector<FileURL> personalFoldersIn(std::string_view userFolders, const FileURL& home) {
+std::vector<FileURL> foldersIn(std::string_view userFolders, const FileURL& home,
+                               Downloads downloads) {
     constexpr std::string_view assigned = "_DIR=\"";
     constexpr std::string_view homeMark = "$HOME";
     std::vector<FileURL> folders;
@@ -50,8 +51,8 @@ std::vector<FileURL> personalFoldersIn(std::string_view userFolders, const FileU
         userFolders.remove_prefix(std::min(line.size() + 1, userFolders.size()));
         line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
         const std::size_t value = line.find(assigned);
-        if (!line.starts_with("XDG_") || line.starts_with("XDG_DOWNLOAD_") ||
-            value == std::string_view::npos) {
+        if (!line.starts_with("XDG_") || value == std::string_view::npos ||
+            (downloads == Downloads::leftOut && line.starts_with("XDG_DOWNLOAD_"))) {
             continue;
         }
         std::string path = unquoted(line.substr(value + assigned.size()));
@@ -66,16 +67,31 @@ std::vector<FileURL> personalFoldersIn(std::string_view userFolders, const FileU
     return folders;
 }
 
-std::optional<std::vector<FileURL>> protectedFolders(const FileURL& home) {
+/// The desktop's list; empty where there is none, nothing when it cannot be read.
+std::optional<std::string> desktopList(const FileURL& home) {
     constexpr std::size_t most = 1'000'000;
-    std::vector<FileURL> folders;
-    const auto list =
-        platform::readWholeFile(home.appending(".config/user-dirs.dirs").path(), most);
-    if (list) {
-        folders = personalFoldersIn(*list, home);
-    } else if (list.error().code != ENOENT && list.error().code != ENOTDIR) {
-        return std::nullopt;
-    }
+    auto list = platform::readWholeFile(home.appending(".config/user-dirs.dirs").path(), most);
+    if (list) return *std::move(list);
+    if (list.error().code == ENOENT || list.error().code == ENOTDIR) return std::string();
+    return std::nullopt;
+}
+
+} // namespace
+
+std::vector<FileURL> personalFoldersIn(std::string_view userFolders, const FileURL& home) {
+    return foldersIn(userFolders, home, Downloads::leftOut);
+}
+
+std::optional<std::vector<FileURL>> desktopFolders(const FileURL& home) {
+    const auto list = desktopList(home);
+    if (!list) return std::nullopt;
+    return foldersIn(*list, home, Downloads::included);
+}
+
+std::optional<std::vector<FileURL>> protectedFolders(const FileURL& home) {
+    const auto list = desktopList(home);
+    if (!list) return std::nullopt;
+    std::vector<FileURL> folders = personalFoldersIn(*list, home);
     for (const std::string_view folder : kept) folders.push_back(home.appendingFolder(folder));
     folders.push_back(platform::applicationSupportFolder().appendingFolder("Harborline"));
     return folders;

@@ -21,4 +21,8 @@ namespace tidyro {
 [[nodiscard]] std::vector<FileURL> personalFoldersIn(std::string_view userFolders,
                                                      const FileURL& home);
 
+/// All folders that the desktop of a home names, Downloads among them; none when its list is there
+/// and cannot be read.
+[[nodiscard]] std::optional<std::vector<FileURL>> desktopFolders(const FileURL& home);
+
 } // namespace tidyro

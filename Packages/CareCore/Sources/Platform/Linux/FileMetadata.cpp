@@ -15,6 +15,8 @@ namespace {
 
 constexpr unsigned wanted = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;
 constexpr unsigned identifying = STATX_TYPE | STATX_INO | STATX_UID | STATX_NLINK | STATX_SIZE;
+constexpr std::uint64_t locks = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
+constexpr unsigned anyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr std::uint64_t bytesPerBlock = 512; // of stx_blocks, whatever the file system's blocks
 
 ItemKind kindOf(unsigned mode) {
@@ -47,6 +49,8 @@ std::expected<FileMetadata, SystemError> metadata(int folder, const char* name) 
         .identity = {.device = makedev(status.stx_dev_major, status.stx_dev_minor),
                      .inode = status.stx_ino},
         .isDataless = false,
+        .isWritableBySomebody = (status.stx_mode & anyWrite) != 0,
+        .isLocked = (status.stx_attributes & locks) != 0,
     };
     if ((status.stx_mask & STATX_MNT_ID) != 0) seen.mount = status.stx_mnt_id;
     return seen;
@@ -69,6 +73,10 @@ bool isReadable(const std::string& path) {
 
 bool isReadable(const FolderDescriptor& folder, const char* name) {
     return ::faccessat(folder.number(), name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool isWritableFolder(const std::string& path) {
+    return ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 std::uint32_t currentUserID() { return ::geteuid(); }

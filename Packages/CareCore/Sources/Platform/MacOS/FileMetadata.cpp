@@ -10,6 +10,9 @@ namespace tidyro::platform {
 
 namespace {
 
+constexpr std::uint32_t locks =
+    UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND | SF_RESTRICTED | SF_NOUNLINK;
+constexpr unsigned anyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr std::uint64_t bytesPerBlock = 512; // of st_blocks, whatever the file system's blocks
 
 ItemKind kindOf(mode_t mode) {
@@ -37,6 +40,8 @@ std::expected<FileMetadata, SystemError> metadata(int folder, const char* name) 
         // Device numbers are signed here; the 32 bits are the number.
         .identity = {.device = static_cast<std::uint32_t>(status.st_dev), .inode = status.st_ino},
         .isDataless = (status.st_flags & SF_DATALESS) != 0,
+        .isWritableBySomebody = (status.st_mode & anyWrite) != 0,
+        .isLocked = (status.st_flags & locks) != 0,
     };
     // A file system without dates of creation answers 0 or -1.
     if (status.st_birthtimespec.tv_sec > 0) seen.created = moment(status.st_birthtimespec);
@@ -67,6 +72,10 @@ bool isReadable(const std::string& path) { return mayRead(AT_FDCWD, path.c_str()
 
 bool isReadable(const FolderDescriptor& folder, const char* name) {
     return mayRead(folder.number(), name);
+}
+
+bool isWritableFolder(const std::string& path) {
+    return ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 std::uint32_t currentUserID() { return ::geteuid(); }

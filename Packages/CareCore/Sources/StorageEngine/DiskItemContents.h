@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <expected>
+
+#include "Base/Cancellation.h"
+#include "Base/Timestamp.h"
+#include "Platform/FileMetadata.h"
+#include "Platform/FolderReading.h"
+#include "StorageEngine/DiskItemRefusal.h"
+
+namespace tidyro {
+
+/// Looks through everything in a folder that is to go as a whole, for what must not go with it:
+/// what cannot be read, another user's items, what is mounted in it or has its contents in a cloud,
+/// backups and live databases by their names. By open folders and single names, no link followed,
+/// no mount point entered.
+struct DiskItemContents {
+    struct Options {
+        const platform::FolderDescriptor& folder;
+        const platform::FileMetadata& seen; ///< the folder itself
+        std::uint32_t owner;                ///< whose everything has to be
+        CancelToken cancel = {};
+    };
+    /// When the folder, or anything in it, was modified last; of an item without that moment it is
+    /// not known that it was ever quiet, and the answer lies in the future. Or the first thing that
+    /// was met that must not go.
+    [[nodiscard]] static std::expected<Timestamp, DiskItemRefusal>
+    lastModification(const Options& options);
+};
+
+} // namespace tidyro

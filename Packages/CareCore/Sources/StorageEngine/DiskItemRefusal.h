@@ -1,0 +1,105 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "Base/RawValues.h"
+
+namespace tidyro {
+
+/// Why an item that a person picked stays where it is. The order is that of the checks, from what
+/// a path alone tells to what takes a look through a whole folder: the first that applies is told.
+enum class DiskItemRefusal : std::uint8_t {
+    // By the paths alone, as they are written and as they really are.
+    nothingKnown,
+    homeFolder,
+    openedFolder,
+    outsideChosenFolders,
+    standardFolder,
+    sharedFolder,
+    inCloudFolder,
+    holdsCloudFolder,
+    systemPlace,
+    protectedPlace,
+    holdsProtectedPlace,
+    insidePackage,
+    repositoryData,
+    activeApplication,
+    // By the item itself and the folder that it lies in.
+    vanished,
+    unreadable,
+    link,
+    specialFile,
+    cloudPlaceholder,
+    otherOwner,
+    mountPoint,
+    otherVolume,
+    closedSurroundings,
+    locked,
+    closedFolder,
+    unreadableFolder,
+    backup,
+    liveDatabase,
+    openByProcess,
+    growing,
+    otherPlace,
+    changedSinceMeasured,
+    // By what a folder holds; here what is met first is told.
+    mountPointInside,
+    otherOwnerInside,
+    placeholderInside,
+    unreadableInside,
+    backupInside,
+    databaseInside,
+    inUseLately,
+    cancelled,
+};
+
+/// One plain sentence or two for people: what is the matter and, where it helps, what to do.
+[[nodiscard]] std::string_view explanation(DiskItemRefusal refusal);
+
+constexpr RawValueTable<DiskItemRefusal, 40> rawValues(RawValueTag<DiskItemRefusal>) {
+    using enum DiskItemRefusal;
+    return {{{{nothingKnown, "nothingKnown"},
+              {homeFolder, "homeFolder"},
+              {openedFolder, "openedFolder"},
+              {outsideChosenFolders, "outsideChosenFolders"},
+              {standardFolder, "standardFolder"},
+              {sharedFolder, "sharedFolder"},
+              {inCloudFolder, "inCloudFolder"},
+              {holdsCloudFolder, "holdsCloudFolder"},
+              {systemPlace, "systemPlace"},
+              {protectedPlace, "protectedPlace"},
+              {holdsProtectedPlace, "holdsProtectedPlace"},
+              {insidePackage, "insidePackage"},
+              {repositoryData, "repositoryData"},
+              {activeApplication, "activeApplication"},
+              {vanished, "vanished"},
+              {unreadable, "unreadable"},
+              {link, "link"},
+              {specialFile, "specialFile"},
+              {cloudPlaceholder, "cloudPlaceholder"},
+              {otherOwner, "otherOwner"},
+              {mountPoint, "mountPoint"},
+              {otherVolume, "otherVolume"},
+              {closedSurroundings, "closedSurroundings"},
+              {locked, "locked"},
+              {closedFolder, "closedFolder"},
+              {unreadableFolder, "unreadableFolder"},
+              {backup, "backup"},
+              {liveDatabase, "liveDatabase"},
+              {openByProcess, "openByProcess"},
+              {growing, "growing"},
+              {otherPlace, "otherPlace"},
+              {changedSinceMeasured, "changedSinceMeasured"},
+              {mountPointInside, "mountPointInside"},
+              {otherOwnerInside, "otherOwnerInside"},
+              {placeholderInside, "placeholderInside"},
+              {unreadableInside, "unreadableInside"},
+              {backupInside, "backupInside"},
+              {databaseInside, "databaseInside"},
+              {inUseLately, "inUseLately"},
+              {cancelled, "cancelled"}}}};
+}
+
+} // namespace tidyro

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Base/Cancellation.h"
+#include "Base/FileURL.h"
+#include "Base/Timestamp.h"
+#include "CareDomain/CleanupPlanEntry.h"
+#include "Platform/FileMetadata.h"
+#include "Platform/Volumes.h"
+#include "StorageEngine/DiskItemPlaces.h"
+#include "StorageEngine/DiskItemRefusal.h"
+#include "StorageEngine/DiskTree/DiskGroup.h"
+#include "StorageEngine/DiskTree/KnownPlaces.h"
+#include "StorageEngine/FileIdentity.h"
+#include "StorageEngine/SafetyPolicyContext.h"
+
+namespace tidyro {
+
+/// Whether a whole file or folder that a person picked may go to the Trash.
+///
+///     DiskItemRemovalPolicy policy({.home = home,
+///                                   .openedFolders = opened,
+///                                   .context = provider.context(),
+///                                   .volumes = volumes});
+///     const auto entry = policy.planEntry({.item = url, .measuredBytes = size, .at = now});
+///     if (!entry) show(explanation(entry.error()));
+///
+/// The checks come in the order in which `DiskItemRefusal` lists the refusals; every doubt is one.
+/// An item that its path alone refuses costs no look at the disk, a file that may go a few system
+/// calls, a folder a look through all that it holds.
+///
+/// What it finds out about the folders that items lie in it remembers, and it asks what is mounted
+/// and where the links in the home lead only once: a new one is made for each search or selection,
+/// and by whoever is about to touch something. It belongs to one thread.
+class DiskItemRemovalPolicy {
+  public:
+    struct Options {
+        FileURL home;
+        std::vector<FileURL> openedFolders = {}; ///< that the person opened in this session
+        /// What runs and what is kept; null when it is not known, and everything is refused.
+        std::shared_ptr<const SafetyPolicyContext> context;
+        const platform::Volumes& volumes; ///< asked by the constructor only
+    };
+    explicit DiskItemRemovalPolicy(Options options);
+
+    struct Question {
+        FileURL item;
+        /// The known place that the item was found in; absent for one from a chosen folder.
+        std::optional<std::string> placeID = std::nullopt;
+        std::uint64_t measuredBytes;
+        std::optional<DiskGroup> group = std::nullopt; ///< that the item was sorted into
+        /// When the measurement of the item began; absent when unknown. An item that was modified
+        /// since is not the one that was measured.
+        std::optional<Timestamp> built = std::nullopt;
+        Timestamp at; ///< now
+        CancelToken cancel = {};
+    };
+    /// The entry of a plan, for the person to approve by itself, or why the item has to stay.
+    [[nodiscard]] std::expected<CleanupPlanEntry, DiskItemRefusal>
+    planEntry(const Question& question);
+
+  private:
+    /// A folder that items lie in.
+    struct Folder {
+        std::optional<DiskItemRefusal> refusal; ///< it is not there, or not to be looked at
+        std::string real;
+        platform::FileMetadata seen;
+        bool isWritable;
+    };
+    /// An item, looked at.
+    struct Look {
+        const Question& question;
+        const DiskItemPlaces& places;
+        const Folder& folder;
+        std::string real;
+        platform::FileMetadata seen;
+        const KnownPlace* place; ///< by its written path
+        bool isInternal = false; ///< on a disk inside the machine
+    };
+    using Verdict = std::optional<DiskItemRefusal>; ///< none: nothing was found against it
+
+    [[nodiscard]] const Folder& folderAt(std::string_view path);
+    [[nodiscard]] static Verdict byKind(const platform::FileMetadata& seen);
+    [[nodiscard]] Verdict byOrigin(Look& look, const FileObservation& observation);
+    [[nodiscard]] Verdict byPermissions(const Look& look, const FileObservation& observation) const;
+    [[nodiscard]] Verdict byUse(const Look& look) const;
+    [[nodiscard]] Verdict byPlace(const Look& look);
+    [[nodiscard]] Verdict byTime(const Look& look) const;
+    [[nodiscard]] bool isVouchedFor(const Look& look, const FileObservation& observation);
+    [[nodiscard]] bool isClosed(const platform::FileMetadata& folder) const;
+    [[nodiscard]] static CleanupPlanEntry entry(const Look& look,
+                                                const FileObservation& observation);
+
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const {
+            return std::hash<std::string_view>{}(text);
+        }
+    };
+
+    std::shared_ptr<const SafetyPolicyContext> context_;
+    FileURL home_;
+    FileObserver observer_;
+    std::optional<DiskItemPlaces> places_; ///< none when nothing is known
+    bool isSuperuser_;
+    std::unordered_map<std::string, Folder, Hash, std::equal_to<>> folders_;
+    std::unordered_map<std::string, std::optional<std::string>, Hash, std::equal_to<>>
+        openedVolumes_; ///< volumes of opened folders, by their real paths
+};
+
+} // namespace tidyro

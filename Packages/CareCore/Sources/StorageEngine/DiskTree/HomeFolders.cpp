@@ -1,0 +1,121 @@
+#include "StorageEngine/DiskTree/HomeFolders.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+#include "Base/PathText.h"
+#include "Base/UnicodeText.h"
+
+namespace tidyro {
+
+namespace {
+
+constexpr std::array<std::string_view, 12> standard{
+    "Desktop", "Documents", "Downloads", "Movies",       "Music",  "Pictures",
+    "Public",  "Library",   "Sites",     "Applications", "Videos", "Templates"};
+
+constexpr std::array<std::string_view, 48> neverChosen{
+    ".config",
+    ".config/autostart",
+    ".config/systemd",
+    ".local",
+    ".local/bin",
+    ".local/lib",
+    ".local/share",
+    ".local/share/Trash",
+    ".local/share/Trash/files",
+    ".local/share/Trash/info",
+    ".local/share/applications",
+    ".local/share/containers",
+    ".local/share/flatpak",
+    ".local/share/keyrings",
+    ".local/state",
+    ".cache",
+    ".var",
+    ".var/app",
+    ".ssh",
+    ".gnupg",
+    ".pki",
+    ".password-store",
+    ".mozilla",
+    ".thunderbird",
+    ".Trash",
+    "bin",
+    "snap",
+    "Library/Accounts",
+    "Library/Application Scripts",
+    "Library/Application Support",
+    "Library/Caches",
+    "Library/Calendars",
+    "Library/Containers",
+    "Library/Cookies",
+    "Library/Developer",
+    "Library/Developer/CoreSimulator",
+    "Library/Developer/CoreSimulator/Devices",
+    "Library/Developer/Xcode",
+    "Library/Fonts",
+    "Library/Group Containers",
+    "Library/Keychains",
+    "Library/LaunchAgents",
+    "Library/Logs",
+    "Library/Mail",
+    "Library/Messages",
+    "Library/Preferences",
+    "Library/Safari",
+    "Library/Services",
+};
+
+constexpr std::array<std::string_view, 20> clouds{
+    "Library/Mobile Documents",
+    "Library/CloudStorage",
+    "iCloud Drive (Archive)",
+    "iCloudDrive",
+    "Dropbox",
+    "OneDrive",
+    "Google Drive",
+    "GoogleDrive",
+    "My Drive",
+    "Nextcloud",
+    "ownCloud",
+    "pCloudDrive",
+    "pCloud Drive",
+    "Box",
+    "Box Sync",
+    "MEGA",
+    "Sync",
+    "Proton Drive",
+    "Insync",
+    "Tresorit",
+};
+
+const std::vector<std::string>& foldedClouds() {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all;
+        for (const std::string_view name : clouds) all.push_back(folded(name));
+        return all;
+    }();
+    return names;
+}
+
+} // namespace
+
+std::span<const std::string_view> HomeFolders::standardHomeFolders() { return standard; }
+
+std::span<const std::string_view> HomeFolders::neverChosenHomeRoots() { return neverChosen; }
+
+std::span<const std::string_view> HomeFolders::cloudFolders() { return clouds; }
+
+bool HomeFolders::isInCloudFolder(std::string_view foldedBelowHome) {
+    const std::string_view first = foldedBelowHome.substr(0, foldedBelowHome.find('/'));
+    if (first.ends_with(" dropbox")) return true;
+    return std::ranges::any_of(foldedClouds(), [&](const std::string& cloud) {
+        if (path::isInsideOrEqual(foldedBelowHome, cloud)) return true;
+        if (!first.starts_with(cloud)) return false;
+        const std::string_view added = first.substr(cloud.size());
+        return added.starts_with(" - ") || added.starts_with(" (");
+    });
+}
+
+} // namespace tidyro
