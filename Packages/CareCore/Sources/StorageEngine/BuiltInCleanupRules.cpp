@@ -3,21 +3,27 @@
 #include <filesystem>
 #include <system_error>
 
+#include "Base/PathText.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
+#include "StorageEngine/FolderResolver.h"
 
 namespace tidyro {
 
 std::vector<CleanupRule> BuiltInCleanupRules::allLocations(const FileURL& home,
                                                            CleanupAgeFloor ageFloor) {
+    // The home itself may well be reached through a link.
+    const auto realHome = FolderResolver::resolved(home.path());
     std::vector<CleanupRule> rules;
     rules.reserve(BuiltInRuleRegistry::allSpecs().size());
     for (const CleanupRuleSpec& spec : BuiltInRuleRegistry::allSpecs()) {
-        rules.emplace_back(CleanupRule::Options{.id = std::string(spec.id),
-                                                .rootURL = home.appendingFolder(spec.relativePath),
-                                                .category = spec.category,
-                                                .minimumAge = applied(ageFloor, spec.minimumAge),
-                                                .isRegenerable = true,
-                                                .alwaysNeedsReview = spec.alwaysNeedsReview});
+        rules.emplace_back(CleanupRule::Options{
+            .id = std::string(spec.id),
+            .rootURL = home.appendingFolder(spec.relativePath),
+            .category = spec.category,
+            .minimumAge = applied(ageFloor, spec.minimumAge),
+            .isRegenerable = true,
+            .alwaysNeedsReview = spec.alwaysNeedsReview,
+            .expectedRoot = path::joined(realHome.value_or(home.path()), spec.relativePath)});
     }
     return rules;
 }

@@ -9,6 +9,7 @@
 namespace tidyro {
 
 /// The shipped rules bound to a home, in the registry's order, with the person's age floor applied.
+/// One whose folder is reached from the home through a link grants nothing.
 struct BuiltInCleanupRules {
     /// All 89, whether their folders exist or not.
     [[nodiscard]] static std::vector<CleanupRule>

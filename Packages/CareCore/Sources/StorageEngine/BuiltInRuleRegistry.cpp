@@ -231,7 +231,7 @@ std::string BuiltInRuleRegistry::title(std::string_view id) {
     return title;
 }
 
-bool BuiltInRuleRegistry::isApplicationSupportCache(std::string_view loweredPath) {
+bool BuiltInRuleRegistry::isApplicationSupportCache(std::string_view loweredPath, bool isFolder) {
     constexpr std::string_view support = "/library/application support/";
     const std::size_t at = loweredPath.find(support);
     if (at == std::string_view::npos) return false;
@@ -240,6 +240,7 @@ bool BuiltInRuleRegistry::isApplicationSupportCache(std::string_view loweredPath
     while (end != std::string_view::npos) {
         rest.remove_prefix(end + 1);
         end = rest.find('/');
+        if (end == std::string_view::npos && !isFolder) return false;
         if (std::ranges::find(applicationSupportCacheDirectories, rest.substr(0, end)) !=
             applicationSupportCacheDirectories.end()) {
             return true;

@@ -42,10 +42,12 @@ struct BuiltInRuleRegistry {
     /// ("cargo-registry-cache" is "Cargo registry cache").
     [[nodiscard]] static std::string title(std::string_view id);
 
-    /// Whether a path lies in a folder that holds a cache inside an application's support folder:
-    /// below "/Library/Application Support/", a component after the application's own folder is a
-    /// name such as "GPUCache". The path is lower-cased.
-    [[nodiscard]] static bool isApplicationSupportCache(std::string_view loweredPath);
+    /// Whether a path is or lies in a folder that holds a cache inside an application's support
+    /// folder: below "/Library/Application Support/", a folder after the application's own has a
+    /// name such as "GPUCache". The path is lower-cased. The last name of a file's path is no
+    /// folder's.
+    [[nodiscard]] static bool isApplicationSupportCache(std::string_view loweredPath,
+                                                        bool isFolder);
 };
 
 } // namespace tidyro

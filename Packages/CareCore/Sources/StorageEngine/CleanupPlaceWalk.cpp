@@ -61,9 +61,9 @@ std::expected<CleanupPlace, std::optional<CoverageGap>> CleanupPlace::open(const
     return CleanupPlace{.rule = &rule, .folder = *std::move(folder), .identity = facts->identity};
 }
 
-CleanupPlaceWalk::CleanupPlaceWalk(const CleanupPlace& place, const Options& options)
+CleanupPlaceWalk::CleanupPlaceWalk(const CleanupPlace& place, Options options)
     : place_(place),
-      options_(options),
+      options_(std::move(options)),
       lister_(platform::FolderLister::Options{}),
       mountPoints_(platform::mountPointsBelow(place.folder)) {}
 
@@ -108,11 +108,11 @@ bool CleanupPlaceWalk::list(Level& level) {
         if (options_.cancel.stop_requested()) return false;
         if (entriesRead_ == options_.mostEntries) {
             gap(level.url, CoverageGapReason::scanBudgetExceeded,
-                "The place holds more files than one scan reads. Clean it and scan again.");
+                "The place holds more files than one scan reads, and the rest was left out.");
             return false;
         }
         ++entriesRead_;
-        if (!take(level, *entry)) level.folders.emplace_back(entry->name);
+        if (!take(level, *entry)) return false;
     }
     if (lister_.error().code != 0) options_.addGap(closed(level.url, lister_.error()));
     // The order in which a file system lists is its own; with this one, what a budget leaves out
@@ -121,10 +121,14 @@ bool CleanupPlaceWalk::list(Level& level) {
     return true;
 }
 
-/// False for a folder, which is to be visited.
-bool CleanupPlaceWalk::take(const Level& level, const platform::FolderEntry& entry) {
-    const std::string name(entry.name);
-    if (entry.type == platform::EntryType::folder) return false;
+/// False when the walk is to end here.
+bool CleanupPlaceWalk::take(Level& level, const platform::FolderEntry& entry) {
+    std::string name(entry.name);
+    if (options_.roots.contains(path::joined(level.url.path(), name))) return true;
+    if (entry.type == platform::EntryType::folder) {
+        level.folders.push_back(std::move(name));
+        return true;
+    }
     if (entry.type == platform::EntryType::link) {
         gap(level.url.appending(name), CoverageGapReason::symbolicLinkExcluded,
             "A link is left alone, and what it leads to as well.");
@@ -146,10 +150,9 @@ bool CleanupPlaceWalk::take(const Level& level, const platform::FolderEntry& ent
             "Sockets, pipes and devices are left alone.");
         return true;
     }
-    options_.take({.observation = *std::move(seen),
-                   .allocatedBytes = entry.allocatedSize,
-                   .identity = entry.identity});
-    return true;
+    return options_.take({.observation = *std::move(seen),
+                          .allocatedBytes = entry.allocatedSize,
+                          .identity = entry.identity});
 }
 
 bool CleanupPlaceWalk::isPlaceOfAnother(const platform::FileIdentityKey& identity) const {

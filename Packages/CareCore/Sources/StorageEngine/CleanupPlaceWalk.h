@@ -47,20 +47,21 @@ class CleanupPlaceWalk {
         platform::FileIdentityKey identity;
     };
     struct Options {
-        /// All places of the scan: those that are not this one are passed over, under whatever
-        /// path they are met.
+        /// All places of the scan, and the paths of all rules' roots, open or not: those that are
+        /// not this one are passed over, under whatever path they are met.
         std::span<const CleanupPlace> places;
+        const std::set<std::string, std::less<>>& roots;
         const RootPathIndex& protectedRoots;
         FileObserver& observer;
-        std::uint64_t mostEntries; ///< that may be read
-        std::size_t mostFolders;   ///< one inside the other
-        std::function<void(Found)> take;
+        std::uint64_t mostEntries;       ///< that may be read
+        std::size_t mostFolders;         ///< one inside the other
+        std::function<bool(Found)> take; ///< false ends the walk
         std::function<void(CoverageGap)> addGap;
         std::function<void(const std::string& folder)> enterFolder; ///< before each is read
         CancelToken cancel;
     };
 
-    CleanupPlaceWalk(const CleanupPlace& place, const Options& options);
+    CleanupPlaceWalk(const CleanupPlace& place, Options options);
 
     /// Ends early when it is cancelled or when the budget is used up.
     void run();
@@ -74,14 +75,13 @@ class CleanupPlaceWalk {
     };
 
     [[nodiscard]] bool list(Level& level);
-    [[nodiscard]] bool take(const Level& level, const platform::FolderEntry& entry);
-    void visitNext();
+    [[nodiscard]] bool take(Level& level, const platform::FolderEntry& entry);
     [[nodiscard]] std::optional<Level> opened(const Level& level, const std::string& name);
     [[nodiscard]] bool isPlaceOfAnother(const platform::FileIdentityKey& identity) const;
     void gap(const FileURL& url, CoverageGapReason reason, std::string_view what) const;
 
     const CleanupPlace& place_;
-    const Options& options_;
+    const Options options_;
     platform::FolderLister lister_;
     std::set<std::string> mountPoints_; ///< relative to the place
     std::vector<Level> levels_;

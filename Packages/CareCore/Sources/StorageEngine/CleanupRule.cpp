@@ -10,7 +10,8 @@ namespace tidyro {
 CleanupRule::CleanupRule(Options options) : options_(std::move(options)) {
     rootPrefix_ = rootPath().ends_with('/') ? rootPath() : rootPath() + "/";
     rootDepth_ = path::components(rootPath()).size();
-    if (const auto real = FolderResolver::resolved(rootPath())) {
+    const auto real = FolderResolver::resolved(rootPath());
+    if (real && (!options_.expectedRoot || *options_.expectedRoot == *real)) {
         resolvedRoot_ = FileURL::folder(*real);
     }
 }

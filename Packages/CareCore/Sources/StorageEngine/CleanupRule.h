@@ -43,6 +43,10 @@ class CleanupRule {
         bool isRegenerable; ///< its owner builds the material again when it is needed
         bool alwaysNeedsReview = false;
         Authority authority = Authority::builtIn;
+        /// Where the root lies when no link leads away from it. A rule whose root really lies
+        /// elsewhere grants nothing: what a cache's name leads to may be anybody's. Absent, the
+        /// root may be reached through links.
+        std::optional<std::string> expectedRoot = std::nullopt;
     };
     explicit CleanupRule(Options options);
 
@@ -58,8 +62,8 @@ class CleanupRule {
     [[nodiscard]] const std::string& rootPrefix() const { return rootPrefix_; }
     /// How many components the root has.
     [[nodiscard]] std::size_t rootDepth() const { return rootDepth_; }
-    /// The root with its links resolved; none when that could not be found out, and then the rule
-    /// grants nothing.
+    /// The root with its links resolved; none when that could not be found out or is not where it
+    /// is expected, and then the rule grants nothing.
     [[nodiscard]] const std::optional<FileURL>& resolvedRootURL() const { return resolvedRoot_; }
 
     /// Whether a standardised path is the root or lies below it, by its text.

@@ -55,9 +55,9 @@ bool isPersonal(const LoweredPath& path) {
     });
 }
 
-bool isApplicationData(const LoweredPath& path) {
+bool isApplicationData(const LoweredPath& path, bool isFolder) {
     return path.text().find("/library/application support/") != std::string_view::npos &&
-           !BuiltInRuleRegistry::isApplicationSupportCache(path.text());
+           !BuiltInRuleRegistry::isApplicationSupportCache(path.text(), isFolder);
 }
 
 bool isBuildStore(const LoweredPath& path) {
@@ -111,7 +111,7 @@ bool DeterministicSafetyPolicy::isPersonalProtected(const FileURL& url) {
 }
 
 bool DeterministicSafetyPolicy::isApplicationSupport(const FileURL& url) {
-    return isApplicationData(LoweredPath(url.path()));
+    return isApplicationData(LoweredPath(url.path()), url.isFolder());
 }
 
 bool DeterministicSafetyPolicy::isNonRegeneratingBuildStore(const FileURL& url) {
@@ -195,7 +195,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
         return protectedFor(activeGrowth,
                             SharedText::lasting(explanation(LiveDataSignal::activeGrowth)));
     }
-    if (isApplicationData(lowered)) {
+    if (isApplicationData(lowered, false)) {
         return protectedFor(
             protectedLocation,
             "Application Support data is review-only and cannot be inferred as temporary.");

@@ -105,11 +105,12 @@ void DiskItemPlaces::addProtected(const Options& options) {
     addSystem(operatingSystemPlaces);
     inSystem_ = RootPathIndex(system_);
 
-    Folders personal;
-    for (const FileURL& folder : options.desktopFolders) add(personal, folder.path());
+    Folders chosen;
+    for (const FileURL& folder : options.desktopFolders) add(chosen, folder.path());
+    for (const platform::Volume& volume : options.volumes) add(chosen, volume.mountPath);
     for (const FileURL& root : options.context.facts().additionalProtectedRoots) {
         std::string one = folded(root.path());
-        if (std::ranges::find(personal, one) == personal.end()) {
+        if (std::ranges::find(chosen, one) == chosen.end()) {
             protected_.push_back(std::move(one));
         }
     }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Base/FileURL.h"
+#include "Platform/Volumes.h"
 #include "StorageEngine/DiskItemRefusal.h"
 #include "StorageEngine/RootPathIndex.h"
 #include "StorageEngine/SafetyPolicyContext.h"
@@ -28,6 +29,9 @@ class DiskItemPlaces {
         /// them: here a person chose one very item.
         std::span<const FileURL> desktopFolders;
         const SafetyPolicyContext& context;
+        /// What is mounted there is no protected place: a person chose the item by that very name,
+        /// and the mount point itself is refused as one.
+        std::span<const platform::Volume> volumes;
     };
     explicit DiskItemPlaces(const Options& options);
 

@@ -61,10 +61,12 @@ DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
     if (context_ == nullptr) return;
     const auto desktop = desktopFolders(home_);
     if (!desktop) return; // what people call their folders is not known
+    const auto volumes = options.volumes.mounted().value_or(std::vector<platform::Volume>{});
     places_.emplace(DiskItemPlaces::Options{.home = home_,
                                             .openedFolders = options.openedFolders,
                                             .desktopFolders = *desktop,
-                                            .context = *context_});
+                                            .context = *context_,
+                                            .volumes = volumes});
 }
 
 const DiskItemRemovalPolicy::Folder& DiskItemRemovalPolicy::folderAt(std::string_view path) {

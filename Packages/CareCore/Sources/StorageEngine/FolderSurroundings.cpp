@@ -29,7 +29,6 @@ enum class Sign : std::uint32_t {
     data = 2,
     keys = 4,
     snapshots = 8,
-    readme = 16,
     infoJSON = 32,
     localhost = 64,
     infoXML = 128,
@@ -43,12 +42,11 @@ struct NamedSign {
     std::string_view name;
     Sign sign;
 };
-constexpr std::array<NamedSign, 15> signs{{
+constexpr std::array<NamedSign, 14> signs{{
     {"config", Sign::config},
     {"data", Sign::data},
     {"keys", Sign::keys},
     {"snapshots", Sign::snapshots},
-    {"readme", Sign::readme},
     {"info.json", Sign::infoJSON},
     {"localhost", Sign::localhost},
     {"info.xml", Sign::infoXML},

@@ -92,6 +92,29 @@ PathSet internalVolumes(const std::vector<platform::Volume>& volumes) {
     return internal;
 }
 
+/// Places below the home at which a folder appears that also lies elsewhere, mounted a second time.
+/// By what name it is reached there says nothing of what it is. A volume that is mounted once only
+/// has its place there.
+std::vector<FileURL> secondPlaces(const std::vector<platform::Volume>& volumes,
+                                  const FileURL& home) {
+    const std::string realHome = realPath(home.path()).value_or(home.path());
+    std::vector<std::string> paths;
+    for (const platform::Volume& volume : volumes) {
+        const bool isBelow =
+            path::isInsideOrEqual(volume.mountPath, realHome) && volume.mountPath != realHome;
+        const auto isSame = [&](const platform::Volume& other) {
+            return other.identifier == volume.identifier;
+        };
+        if (isBelow && std::ranges::count_if(volumes, isSame) > 1) {
+            paths.push_back(volume.mountPath);
+        }
+    }
+    WrittenNames(home).addTo(paths);
+    std::vector<FileURL> folders;
+    for (const std::string& path : paths) folders.push_back(FileURL::folder(path));
+    return folders;
+}
+
 PathSet pathsInUse(platform::ProcessActivity activity, const FileURL& home) {
     // Libraries are mapped by every process: each name is kept once before they are put in order.
     std::unordered_set<std::string> found;
@@ -142,6 +165,8 @@ std::optional<SafetyPolicyFacts> LocalRuntimeSafetyContextProvider::facts() cons
     }
     protectedRoots->insert(protectedRoots->end(), options_.protectedRoots.begin(),
                            options_.protectedRoots.end());
+    const auto second = secondPlaces(*volumes, home_);
+    protectedRoots->insert(protectedRoots->end(), second.begin(), second.end());
     return SafetyPolicyFacts{.currentUserID = platform::currentUserID(),
                              .internalLocalVolumeIdentifiers = internalVolumes(*volumes),
                              .activeApplicationRoots = withRealPlaces(std::move(activeRoots)),

@@ -26,7 +26,8 @@ namespace tidyro {
 /// A context is built in one pass over the machine. When a piece of it cannot be read there is
 /// none, and nothing may be called safe; that some processes guard themselves or are other
 /// people's is normal and no such piece. Names by which the home and the places of the cleanup
-/// rules can be reached through links count as well as where the links lead.
+/// rules can be reached through links count as well as where the links lead. A folder that is
+/// mounted in the home and lies elsewhere as well is protected.
 ///
 /// Any thread may call; a call waits for one that is under way.
 class LocalRuntimeSafetyContextProvider {

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "Base/UnicodeText.h"
+
 namespace tidyro {
 
 namespace {
@@ -13,6 +15,25 @@ std::vector<std::string> pathsOf(const std::vector<FileURL>& roots) {
     return paths;
 }
 
+using PathSet = std::set<std::string, std::less<>>;
+
+PathSet written(const PathSet& paths) {
+    PathSet all;
+    for (const std::string& path : paths) {
+        all.insert(repairedUTF8(path) == path ? path : FileURL::file(path).text());
+    }
+    return all;
+}
+
+PathSet readBack(const PathSet& paths) {
+    PathSet all;
+    for (const std::string& path : paths) {
+        const auto url = path.starts_with('/') ? std::nullopt : FileURL::fromText(path);
+        all.insert(url ? url->path() : path);
+    }
+    return all;
+}
+
 } // namespace
 
 SafetyPolicyContext::SafetyPolicyContext(SafetyPolicyFacts facts)
@@ -21,5 +42,20 @@ SafetyPolicyContext::SafetyPolicyContext(SafetyPolicyFacts facts)
       additionalProtectedRootPaths_(pathsOf(facts_.additionalProtectedRoots)),
       activeApplicationRoots_(activeApplicationRootPaths_),
       additionalProtectedRoots_(additionalProtectedRootPaths_) {}
+
+JSON JSONCoder<SafetyPolicyContext>::encode(const SafetyPolicyContext& context) {
+    SafetyPolicyFacts facts = context.facts();
+    facts.activelyGrowingPaths = written(facts.activelyGrowingPaths);
+    facts.openByProcessPaths = written(facts.openByProcessPaths);
+    return toJSON(facts);
+}
+
+Decoded<SafetyPolicyContext> JSONCoder<SafetyPolicyContext>::decode(const JSON& json) {
+    auto facts = fromJSON<SafetyPolicyFacts>(json);
+    if (!facts) return std::unexpected(std::move(facts.error()));
+    facts->activelyGrowingPaths = readBack(facts->activelyGrowingPaths);
+    facts->openByProcessPaths = readBack(facts->openByProcessPaths);
+    return SafetyPolicyContext(*std::move(facts));
+}
 
 } // namespace tidyro

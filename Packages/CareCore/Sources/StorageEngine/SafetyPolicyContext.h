@@ -63,15 +63,12 @@ class SafetyPolicyContext {
     RootPathIndex additionalProtectedRoots_;
 };
 
-/// Keys are those of the facts; reading derives the rest again.
+/// Keys are those of the facts; reading derives the rest again. JSON is Unicode and names of files
+/// need not be: a path that is none is written as the text of its URL, which no path begins like.
 template <>
 struct JSONCoder<SafetyPolicyContext> {
-    static JSON encode(const SafetyPolicyContext& context) { return toJSON(context.facts()); }
-    static Decoded<SafetyPolicyContext> decode(const JSON& json) {
-        auto facts = fromJSON<SafetyPolicyFacts>(json);
-        if (!facts) return std::unexpected(std::move(facts.error()));
-        return SafetyPolicyContext(*std::move(facts));
-    }
+    static JSON encode(const SafetyPolicyContext& context);
+    static Decoded<SafetyPolicyContext> decode(const JSON& json);
 };
 
 } // namespace tidyro

@@ -75,7 +75,9 @@ class Run {
           progressHandler_(progress),
           cancel_(cancel),
           policy_(home),
-          rules_(BuiltInCleanupRules::scannableLocations(home, options.ageFloor)) {}
+          rules_(BuiltInCleanupRules::scannableLocations(home, options.ageFloor)) {
+        for (const CleanupRule& rule : rules_) roots_.insert(rule.rootPath());
+    }
 
     void look(const SafetyPolicyContext& context);
     [[nodiscard]] bool foundAny() const { return !kept_.empty(); }
@@ -94,6 +96,7 @@ class Run {
     [[nodiscard]] std::vector<FileObservation> secondLook(SafetyPolicyFacts& facts);
     void place(CleanupCandidate candidate, const Kept& kept);
     void hold(const CleanupCandidate& candidate);
+    void leaveOut(const CleanupPlace& place);
     [[nodiscard]] SmartCleanupGroup& group(const FileURL& of);
     void tell(Phase phase, std::uint64_t done, std::uint64_t total, const std::string& path);
 
@@ -104,6 +107,7 @@ class Run {
     const CancelToken& cancel_;
     DeterministicSafetyPolicy policy_;
     std::vector<CleanupRule> rules_;
+    std::set<std::string, std::less<>> roots_; ///< of the rules
     std::vector<Kept> kept_;
     bool isFull_ = false; ///< no further candidate fits
     Names names_;
@@ -156,22 +160,23 @@ void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
     FolderResolver folders;
     const auto take = [&](CleanupPlaceWalk::Found found) {
         CleanupCandidate candidate = rated(std::move(found.observation), context, folders);
-        if (candidate.assessment.tier == RiskTier::protected_) return hold(candidate);
+        if (candidate.assessment.tier == RiskTier::protected_) {
+            hold(candidate);
+            return true;
+        }
         if (kept_.size() >= options_.budget.candidates) {
-            if (!std::exchange(isFull_, true)) {
-                report_.addGap({.url = place.rule->rootURL(),
-                                .reason = CoverageGapReason::scanBudgetExceeded,
-                                .detail = "There is more to clean than one scan takes in. Clean "
-                                          "this and scan again."});
-            }
-            return;
+            isFull_ = true;
+            leaveOut(place);
+            return false;
         }
         kept_.push_back({.observation = std::move(candidate.observation),
                          .allocatedBytes = found.allocatedBytes,
                          .identity = found.identity});
+        return true;
     };
     const CleanupPlaceWalk::Options walkOptions{
         .places = places,
+        .roots = roots_,
         .protectedRoots = context.additionalProtectedRootIndex(),
         .observer = observer,
         .mostEntries = options_.budget.entriesPerPlace,
@@ -188,10 +193,21 @@ void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
     report_.entriesRead += walk.entriesRead();
 }
 
+void Run::leaveOut(const CleanupPlace& place) {
+    report_.addGap({.url = place.rule->rootURL(),
+                    .reason = CoverageGapReason::scanBudgetExceeded,
+                    .detail = "There is more to clean than one scan takes in. Clean what was found "
+                              "and scan again."});
+}
+
 void Run::look(const SafetyPolicyContext& context) {
     const std::vector<CleanupPlace> places = openPlaces();
     for (const CleanupPlace& place : places) {
         if (cancel_.stop_requested()) return;
+        if (isFull_) {
+            leaveOut(place);
+            continue;
+        }
         walk(place, places, context);
         ++placesDone_;
     }
@@ -257,7 +273,10 @@ void Run::hold(const CleanupCandidate& candidate) {
 }
 
 void Run::place(CleanupCandidate candidate, const Kept& kept) {
-    if (candidate.assessment.tier == RiskTier::protected_) return hold(candidate);
+    if (candidate.assessment.tier == RiskTier::protected_) {
+        hold(candidate);
+        return;
+    }
     SmartCleanupGroup& in = group(candidate.observation.url);
     const bool isFreed = names_.isLast(kept.identity, candidate.observation.linkCount);
     SmartCleanupTotals& totals =

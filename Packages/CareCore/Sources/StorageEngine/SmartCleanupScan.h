@@ -41,8 +41,7 @@ class SmartCleanupScan {
     /// One sentence for people.
     [[nodiscard]] static std::string description(const ScanError& error);
 
-    /// Bounds for very large places. What they leave out is told as a coverage gap, and its turn
-    /// comes once the rest was cleaned.
+    /// Bounds for very large places. Where they end a walk a coverage gap tells.
     struct Budget {
         std::uint64_t entriesPerPlace = 500'000;
         std::uint64_t candidates = 500'000; ///< in all; about a kilobyte of memory each

@@ -7,6 +7,7 @@
 
 #include "StorageEngine/BuiltInCleanupRules.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
+#include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "Support/TemporaryFolder.h"
 
 namespace tidyro {
@@ -83,6 +84,29 @@ TEST(BuiltInCleanupRules, AreBoundToAHomeWithTheAgeFloorApplied) {
     EXPECT_EQ(BuiltInCleanupRules::allLocations(url).size(), 89U);
 }
 
+TEST(BuiltInCleanupRules, GrantNothingThroughALinkThatLeadsAway) {
+    const TemporaryFolder place;
+    place.file("disk/home/Documents/thesis", "x");
+    place.file("disk/home/.gem/cache/x", "x");
+    place.link("disk/home/.npm", "Documents");
+    place.link("disk/home/.bundle", "../../outside");
+    place.file("outside/cache/x", "x");
+    place.folder("disk/home/.cache");
+    place.link("disk/home/.cache/pip", "../Documents");
+    place.link("home", "disk/home"); // this one leads nowhere else
+    const FileURL home = FileURL::folder(place / "home");
+    const auto granted = [&](const char* name) {
+        const FileURL url = FileURL::file(place / name);
+        const auto rules = BuiltInCleanupRules::allLocations(home);
+        return DeterministicSafetyPolicy::mostSpecificMatchingRule(url, rules)
+            ->grantsSafeCleanupAuthority(url);
+    };
+    EXPECT_TRUE(granted("home/.gem/cache/x"));
+    EXPECT_FALSE(granted("home/.npm/_cacache/not there yet"));
+    EXPECT_FALSE(granted("home/.cache/pip/thesis"));
+    EXPECT_FALSE(granted("home/.bundle/cache/x"));
+}
+
 TEST(CleanupRule, GrantsAuthorityOnlyWhereTheItemReallyLies) {
     const TemporaryFolder place;
     place.file("caches/app/file", "x");
@@ -113,7 +137,8 @@ TEST(CleanupRule, GrantsAuthorityOnlyWhereTheItemReallyLies) {
     EXPECT_FALSE(granted(rule, "caches/a letter"));
     EXPECT_FALSE(granted(rule, "caches/inside")) << "a link is not what it points to";
     EXPECT_FALSE(granted(rule, "caches/inside/file"));
-    // The root itself may be reached through a link: what is below it lies where it says.
+    // A root that nothing is said of may be reached through a link: what is below it lies where it
+    // says.
     EXPECT_TRUE(granted(ruleAt(FileURL::folder(place / "linked")), "linked/app/file"));
     EXPECT_FALSE(
         granted(ruleAt(FileURL::folder(place / "caches"), CleanupRule::Authority::unverified),

@@ -293,12 +293,15 @@ TEST(DeterministicSafetyPolicy, TellsPlacesByTheirNames) {
 }
 
 TEST(SafetyPolicyContext, ReadsBackWithWhatIsDerived) {
-    const SafetyPolicyContext context(machine());
+    SafetyPolicyFacts facts = machine();
+    facts.openByProcessPaths.insert({"/nowhere/\xFF", "/file:///x", "/nowhere/\u00E9"});
+    facts.activelyGrowingPaths.insert("/\xC3/\xA9");
+    const SafetyPolicyContext context(facts);
     const JSON written = toJSON(context);
     EXPECT_EQ(written.begin().key(), "currentUserID");
-    const auto read = fromJSON<SafetyPolicyContext>(written);
+    const auto read = fromJSONText<SafetyPolicyContext>(jsonText(written));
     ASSERT_TRUE(read.has_value());
-    EXPECT_EQ(*read, context);
+    EXPECT_EQ(*read, context) << "names that are no Unicode as well";
     EXPECT_TRUE(read->activeApplicationRootIndex().contains("/nowhere/ada/Library/Caches/Running"));
 
     const std::vector<std::string> roots{"/a/b", "/a", "/a-b", "/c/d", "/c/d/e", "/\xFF"};
@@ -348,7 +351,9 @@ bool mayBeSafe(const FileObservation& o, const std::vector<CleanupRule>& rules) 
     const std::string support = "/library/application support/";
     if (const auto at = low.find(support); at != std::string::npos) {
         auto names = path::components(std::string_view(low).substr(at + support.size()));
-        const bool isCache = std::any_of(names.begin() + 1, names.end(), [](std::string_view name) {
+        names.pop_back();                               // the file's own name is no folder's
+        if (!names.empty()) names.erase(names.begin()); // nor does the application's count
+        const bool isCache = std::ranges::any_of(names, [](std::string_view name) {
             return name == "gpucache" || name == "caches" || name == "peak files" ||
                    name == "media cache" || name == "media cache files";
         });

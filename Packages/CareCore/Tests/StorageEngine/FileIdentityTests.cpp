@@ -170,8 +170,8 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
     place.file("home/borg/config", "anything");
     place.file("home/borg/data/file", "x");
     place.folder("home/shut");
-    place.permissions("home/shut", 0744); // its names may be listed, what they stand for not seen
-    place.permissions("home/closed", 0711);
+    place.permissions("home/shut", 0444); // its names may be listed, what they stand for not seen
+    place.permissions("home/closed", 0111);
     place.permissions("home/borg/config", 0);
     const std::string text = testing::asOrdinaryUser([&] {
         const FileURL home = FileURL::folder(place / "home");
@@ -185,6 +185,7 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
     });
     EXPECT_EQ(text, ";b;b;r");
     place.permissions("home/closed", 0755);
+    place.permissions("home/shut", 0755);
 
     // A folder that went between the look at the file and the look around it.
     FolderSurroundingsJudge judge(FileURL::folder(place / "home"));

@@ -124,6 +124,26 @@ TEST(LocalRuntimeSafetyContextProvider, CountsAVolumeOnlyWhenAllUnderItsNameIsIn
               (std::set<std::string, std::less<>>{"own"}));
 }
 
+TEST(LocalRuntimeSafetyContextProvider, ProtectsWhatIsMountedInTheHomeASecondTime) {
+    FakeMachine machine;
+    machine.place.link("ada", machine.place / "home");
+    machine.home = FileURL::folder(machine.place / "ada");
+    const auto mounted = [&](std::string path, std::string identifier) {
+        platform::Volume one = volume(std::move(identifier), true);
+        one.mountPath = std::move(path);
+        return one;
+    };
+    machine.volumes.answer =
+        std::vector{mounted("/", "system"), mounted(machine.place / "home/.cache/pip", "system"),
+                    mounted(machine.place / "home/.npm", "own disk")};
+    const auto context = machine.provider().context();
+    const RootPathIndex& index = context->additionalProtectedRootIndex();
+    EXPECT_TRUE(index.contains(machine.place / "home/.cache/pip/x"));
+    EXPECT_TRUE(index.contains(machine.place / "ada/.cache/pip/x"));
+    EXPECT_FALSE(index.contains(machine.place / "home/.npm/_cacache/x"));
+    EXPECT_FALSE(index.contains(machine.place / "home/x"));
+}
+
 TEST(LocalRuntimeSafetyContextProvider, KnowsFilesByTheNamesThatScansUse) {
     FakeMachine machine;
     machine.place.folder("disk/home/data");

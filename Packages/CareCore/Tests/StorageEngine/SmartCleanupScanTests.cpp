@@ -31,7 +31,7 @@ struct Row {
     std::size_t bytes;
     const char* said;
 };
-constexpr std::array<Row, 46> home{{
+constexpr std::array<Row, 47> home{{
     {".npm/_cacache/content-v2/sha512/aa/bb", 31, 900, "safe npm-cache"},
     {".npm/_cacache/content-v2/sha512/aa/young", 29, 901, "held npm-cache insufficientAge"},
     {".npm/_cacache/content-v2/sha512/aa/open", 31, 902, "held npm-cache openByProcess"},
@@ -72,6 +72,8 @@ constexpr std::array<Row, 46> home{{
      "held chrome-support-caches liveDataStore"},
     {"Library/Application Support/Claude/GPUCache/data_0", 8, 85,
      "safe claude-desktop-support-caches"},
+    {"Library/Application Support/Claude/Caches", 400, 98,
+     "held claude-desktop-support-caches protectedLocation"},
     {"Library/Application Support/Claude/conversations.json", 400, 86,
      "held claude-desktop-support-caches protectedLocation"},
     {"Library/Application Support/Cursor/Cache/c", 400, 87,
@@ -137,6 +139,7 @@ void makeHome(const Machine& machine) {
     machine.place.link("home/Library/Caches/precious", machine.place / "outside/precious");
     machine.place.folder("home/.bundle");
     machine.place.link("home/.bundle/cache", machine.place / "outside");
+    machine.place.link("home/.cache/node", machine.place / "outside"); // in another place's folder
     machine.place.hardLink("home/projects/app/exec", "home/Library/pnpm/store/v3/files/00/exec");
     machine.place.pipe("home/Library/Caches/tool/pipe");
 }
@@ -194,6 +197,7 @@ TEST(SmartCleanupScan, FindsWhatMayGoInARealHomeRowByRow) {
     using enum CoverageGapReason;
     EXPECT_EQ(gaps, (std::map<std::string, CoverageGapReason>{
                         {".bundle/cache", symbolicLinkExcluded},
+                        {".cache/node", symbolicLinkExcluded},
                         {"Library/Caches/out", symbolicLinkExcluded},
                         {"Library/Caches/precious", symbolicLinkExcluded},
                         {"Library/Caches/tool/pipe", unsupportedFileType},
@@ -288,6 +292,7 @@ TEST(SmartCleanupScan, KeepsToItsBudgetAndTellsOfIt) {
         machine.file(fmt::format(".gem/cache/{:02}", i), 90, 1);
         machine.file(fmt::format(".npm/_cacache/{:02}", i), 90, 1);
     }
+    machine.file(".cache/node/late", 90, 1);
     machine.file(".bun/install/cache/a/b/c/d/x", 90, 1);
     const auto gapsOf = [](const SmartCleanupReport& report) {
         std::vector<std::string> told;
@@ -299,12 +304,13 @@ TEST(SmartCleanupScan, KeepsToItsBudgetAndTellsOfIt) {
     };
     const auto few =
         machine.scan({.budget = {.entriesPerPlace = 10, .candidates = 1'000, .depth = 128}});
-    EXPECT_EQ(few->safe().itemCount, 21U);
+    EXPECT_EQ(few->safe().itemCount, 22U);
     EXPECT_EQ(gapsOf(*few), (std::vector<std::string>{"_cacache", "cache"}));
     const auto shallow =
         machine.scan({.budget = {.entriesPerPlace = 100, .candidates = 30, .depth = 4}});
     EXPECT_EQ(shallow->safe().itemCount, 30U);
-    EXPECT_EQ(gapsOf(*shallow), (std::vector<std::string>{"d", "cache"}));
+    EXPECT_EQ(gapsOf(*shallow), (std::vector<std::string>{"d", "cache", "node"}))
+        << "places that were not looked at any more are told";
 }
 
 TEST(SmartCleanupScan, EndsWhenItIsAskedToAndWhenNothingIsKnown) {
