@@ -12,19 +12,26 @@
 namespace tidyro::platform {
 
 struct RunningProcess {
-    std::int64_t number;
+    std::int64_t number; ///< 0 for what the system's kernel itself has in use
     /// Absolute path; empty for what runs no file, and where only the path may not be told.
     std::string executable;
     /// Absolute paths of the files that it has open or mapped, each once; open folders and devices
-    /// may be among them, what has no path is not. As the kernel has them, without links; a file
-    /// outside this process's view of the file systems has the path it has in the other's. A file
-    /// that was removed or replaced while it was in use is told by the path it had, and also as
-    /// the kernel writes it, with " (deleted)", which may be a real name as well.
+    /// may be among them, what has no path is not. As the kernel has them, without links.
+    ///
+    /// Where a file can be reached by several paths, because what holds it is mounted at several
+    /// places or the process sees other mounts than this one, all the paths that this process's
+    /// mounts give it are here; so is the one that the process itself has it by, which may name
+    /// another file here, or none. The executable's other paths are here as well.
+    ///
+    /// A file that was removed or replaced while it was in use is told by the path it had, and
+    /// also as the kernel writes it, with " (deleted)", which may be a real name as well.
     std::vector<std::string> files;
 };
 
 struct ProcessActivity {
-    std::vector<RunningProcess> processes; ///< all that may be read, at least in part
+    /// All that may be read, at least in part. The kernel is among them when it is known to have
+    /// files in use: what it swaps to, and the images of disks that are mounted from files.
+    std::vector<RunningProcess> processes;
     /// Processes of which not everything may be read: other people's, and ones that guard
     /// themselves. That some are is normal.
     std::size_t unreadable = 0;

@@ -73,4 +73,13 @@ std::expected<std::vector<MountTableEntry>, SystemError> mountTable() {
     return entries;
 }
 
+std::expected<std::vector<MountTableEntry>, SystemError> mountTableOf(int process) {
+    std::string text;
+    if (const int error = readKernelFile(process, "mountinfo", text)) {
+        // So it says of a process that has already left its namespace because it ends.
+        return std::unexpected(SystemError{error == EINVAL ? ESRCH : error});
+    }
+    return parsedMountTable(text);
+}
+
 } // namespace tidyro::platform

@@ -29,4 +29,8 @@ parsedMountTable(std::string_view text);
 /// The table that this process sees.
 [[nodiscard]] std::expected<std::vector<MountTableEntry>, SystemError> mountTable();
 
+/// The table that the process sees whose folder of /proc is open here. Its paths begin at the
+/// process's root; it is empty where nothing is mounted below that.
+[[nodiscard]] std::expected<std::vector<MountTableEntry>, SystemError> mountTableOf(int process);
+
 } // namespace tidyro::platform

@@ -36,7 +36,8 @@ LiveRunningApplications::running() const {
     std::string text;
     for (const long number : *numbers) {
         const ProcessFolder folder(number);
-        if (meansEnded(folder.error())) continue;
+        // Other people's folders may be closed (hidepid): then not even a name is told.
+        if (meansEnded(folder.error()) || meansForbidden(folder.error())) continue;
         RunningApplication application;
         int error = folder.error();
         if (error == 0) error = readKernelLink(folder.number(), "exe", application.executable);

@@ -12,12 +12,37 @@
 #include <unistd.h>
 
 #include "Platform/DedicatedThread.h"
+#include "Platform/Linux/KernelFiles.h"
 #include "Platform/Linux/KernelText.h"
+#include "Platform/Linux/MountNamespaces.h"
+#include "Platform/Linux/PathAliases.h"
 #include "Platform/Linux/ProcessTable.h"
 
 namespace tidyro::platform {
 
 namespace {
+
+/// A process by the paths that it has its files by, and where they are to be understood.
+struct Found {
+    RunningProcess process;
+    MountNamespaces::Number mountNamespace = MountNamespaces::own;
+};
+
+constexpr std::string_view deletedMark = " (deleted)";
+
+/// Takes up a path as the kernel writes it.
+void add(std::string_view path, RunningProcess& process) {
+    process.files.emplace_back(path);
+    if (path.ends_with(deletedMark)) {
+        process.files.emplace_back(path.substr(0, path.size() - deletedMark.size()));
+    }
+}
+
+void keepEachOnce(std::vector<std::string>& paths) {
+    std::ranges::sort(paths);
+    const auto repeated = std::ranges::unique(paths);
+    paths.erase(repeated.begin(), repeated.end());
+}
 
 /// Reads processes one after another; its texts keep their room from one to the next.
 class ProcessReader {
@@ -25,13 +50,14 @@ class ProcessReader {
     /// What came of the last process.
     enum class Outcome { read, partly, ended, failed };
 
-    [[nodiscard]] Outcome read(long number, RunningProcess& process);
+    explicit ProcessReader(MountNamespaces& namespaces) : namespaces_(namespaces) {}
+
+    [[nodiscard]] Outcome read(long number, Found& found);
     [[nodiscard]] SystemError error() const { return error_; }
 
   private:
     void readOpenFiles(const ProcessFolder& folder, RunningProcess& process);
     void readMappedFiles(const ProcessFolder& folder, RunningProcess& process);
-    void add(std::string_view path, RunningProcess& process);
     /// Takes note of an error of one part.
     void note(int error) {
         if (error == 0 || meansEnded(error)) return;
@@ -44,20 +70,12 @@ class ProcessReader {
         }
     }
 
+    MountNamespaces& namespaces_;
     std::string text_;
     std::string target_;
     bool isForbidden_ = false;
     SystemError error_{0};
 };
-
-constexpr std::string_view deletedMark = " (deleted)";
-
-void ProcessReader::add(std::string_view path, RunningProcess& process) {
-    process.files.emplace_back(path);
-    if (path.ends_with(deletedMark)) {
-        process.files.emplace_back(path.substr(0, path.size() - deletedMark.size()));
-    }
-}
 
 void ProcessReader::readOpenFiles(const ProcessFolder& folder, RunningProcess& process) {
     const ProcessFolder descriptors(folder, "fd");
@@ -92,7 +110,8 @@ void ProcessReader::readMappedFiles(const ProcessFolder& folder, RunningProcess&
     }
 }
 
-ProcessReader::Outcome ProcessReader::read(long number, RunningProcess& process) {
+ProcessReader::Outcome ProcessReader::read(long number, Found& found) {
+    RunningProcess& process = found.process;
     isForbidden_ = false;
     const ProcessFolder folder(number);
     if (meansEnded(folder.error())) return Outcome::ended;
@@ -106,26 +125,34 @@ ProcessReader::Outcome ProcessReader::read(long number, RunningProcess& process)
         }
         readOpenFiles(folder, process);
         readMappedFiles(folder, process);
+        if (!process.executable.empty() || !process.files.empty()) {
+            const auto its = namespaces_.of(number, folder);
+            if (its) {
+                found.mountNamespace = *its;
+            } else {
+                note(its.error().code);
+            }
+        }
     }
-    std::ranges::sort(process.files);
-    const auto repeated = std::ranges::unique(process.files);
-    process.files.erase(repeated.begin(), repeated.end());
+    keepEachOnce(process.files);
     if (error_.code != 0) return Outcome::failed;
     return isForbidden_ ? Outcome::partly : Outcome::read;
 }
 
 /// What one thread found, and why it stopped early.
 struct Share {
-    ProcessActivity activity;
+    std::vector<Found> found;
+    std::size_t unreadable = 0;
     SystemError error{0};
 };
 
 /// Reads the processes that no other thread has taken.
-void readShare(std::span<const long> numbers, std::atomic<std::size_t>& next, Share& share) {
-    ProcessReader reader;
+void readShare(std::span<const long> numbers, std::atomic<std::size_t>& next,
+               MountNamespaces& namespaces, Share& share) {
+    ProcessReader reader(namespaces);
     for (std::size_t at = next++; at < numbers.size(); at = next++) {
-        RunningProcess process{.number = numbers[at], .executable = {}, .files = {}};
-        const ProcessReader::Outcome outcome = reader.read(numbers[at], process);
+        Found found{.process = {.number = numbers[at], .executable = {}, .files = {}}};
+        const ProcessReader::Outcome outcome = reader.read(numbers[at], found);
         if (outcome == ProcessReader::Outcome::failed) {
             share.error = reader.error();
             return;
@@ -136,11 +163,24 @@ void readShare(std::span<const long> numbers, std::atomic<std::size_t>& next, Sh
                 share.error = {EACCES};
                 return;
             }
-            ++share.activity.unreadable;
+            ++share.unreadable;
         }
-        if (process.executable.empty() && process.files.empty()) continue;
-        share.activity.processes.push_back(std::move(process));
+        if (found.process.executable.empty() && found.process.files.empty()) continue;
+        share.found.push_back(std::move(found));
     }
+}
+
+/// Adds what this process calls the files whose paths are meant in one of some namespaces.
+void addOtherPaths(RunningProcess& process, std::span<const PathAliases> meant) {
+    std::vector<std::string> others;
+    for (const PathAliases& aliases : meant) {
+        if (aliases.empty()) continue; // the usual case
+        if (!process.executable.empty()) aliases.appendOthers(process.executable, others);
+        for (const std::string& file : process.files) aliases.appendOthers(file, others);
+    }
+    if (others.empty()) return;
+    std::ranges::move(others, std::back_inserter(process.files));
+    keepEachOnce(process.files);
 }
 
 } // namespace
@@ -148,6 +188,9 @@ void readShare(std::span<const long> numbers, std::atomic<std::size_t>& next, Sh
 std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() const {
     const auto numbers = processNumbers();
     if (!numbers) return std::unexpected(numbers.error());
+    auto mounts = mountTable();
+    if (!mounts) return std::unexpected(mounts.error());
+    MountNamespaces namespaces(*std::move(mounts));
     // The kernel does nearly all of the work, for several threads at once. Few: it is over soon.
     const std::size_t threads = std::clamp(std::thread::hardware_concurrency(), 1U, 4U);
     std::vector<Share> shares(threads);
@@ -156,16 +199,25 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
         std::vector<DedicatedThread> helpers;
         for (std::size_t i = 1; i < threads; ++i) {
             helpers.emplace_back("processes", Quality::userInitiated,
-                                 [&, i] { readShare(*numbers, next, shares[i]); });
+                                 [&, i] { readShare(*numbers, next, namespaces, shares[i]); });
         }
-        readShare(*numbers, next, shares[0]);
+        readShare(*numbers, next, namespaces, shares[0]);
     }
+    const std::vector<PathAliases> known = namespaces.aliases();
+    const std::span<const PathAliases> aliases = known;
     ProcessActivity activity;
     for (Share& share : shares) {
         if (share.error.code != 0) return std::unexpected(share.error);
-        activity.unreadable += share.activity.unreadable;
-        std::ranges::move(share.activity.processes, std::back_inserter(activity.processes));
+        activity.unreadable += share.unreadable;
+        for (Found& found : share.found) {
+            addOtherPaths(found.process, aliases.subspan(found.mountNamespace, 1));
+            activity.processes.push_back(std::move(found.process));
+        }
     }
+    RunningProcess kernel{.number = 0, .executable = {}, .files = {}};
+    for (const std::string& file : kernelFiles()) add(file, kernel);
+    addOtherPaths(kernel, aliases); // whoever set it up may live anywhere
+    if (!kernel.files.empty()) activity.processes.push_back(std::move(kernel));
     return activity;
 }
 
