@@ -18,6 +18,19 @@ if(NOT APPLE)
   target_link_libraries(systemUUID INTERFACE ${UUID_LIBRARY})
 endif()
 
+# SHA-256; from the system itself on macOS.
+add_library(systemCrypto INTERFACE)
+if(NOT APPLE)
+  find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
+  target_link_libraries(systemCrypto INTERFACE OpenSSL::Crypto)
+endif()
+
+# The fastest hash that is maintained for others than us: it only ever tells files apart, nothing is
+# proven by it. Used as headers alone.
+find_path(XXHASH_INCLUDE xxhash.h REQUIRED)
+add_library(xxhash INTERFACE)
+target_include_directories(xxhash SYSTEM INTERFACE ${XXHASH_INCLUDE})
+
 if(TIDYRO_TESTS)
   find_package(GTest REQUIRED)
 endif()

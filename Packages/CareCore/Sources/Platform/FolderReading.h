@@ -88,6 +88,12 @@ class FolderDescriptor {
     /// Opens a folder inside this one; a link is not followed (ELOOP or ENOTDIR).
     [[nodiscard]] std::expected<FolderDescriptor, SystemError> open(const char* name) const;
 
+    /// Opens a folder some levels below this one. No link on the way is followed, and no ".." or
+    /// mount leads out. ENAMETOOLONG for a path that the system does not take at once; going down
+    /// by single names is not bound to that.
+    [[nodiscard]] std::expected<FolderDescriptor, SystemError>
+    openBelow(const std::string& relativePath) const;
+
     [[nodiscard]] std::expected<FolderFacts, SystemError> facts() const;
     /// The facts of a folder inside this one, without opening it or following a link.
     [[nodiscard]] std::expected<FolderFacts, SystemError> facts(const char* name) const;

@@ -9,6 +9,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "Platform/Linux/FileMetadataAt.h"
+
 namespace tidyro::platform {
 
 namespace {
@@ -31,10 +33,13 @@ std::optional<Timestamp> moment(const struct statx& status, unsigned flag,
     return Timestamp::since1970(time.tv_sec, time.tv_nsec);
 }
 
-std::expected<FileMetadata, SystemError> metadata(int folder, const char* name) {
+} // namespace
+
+std::expected<FileMetadata, SystemError> fileMetadataAt(int folder, const char* name, int flags) {
     struct statx status{};
     // Synchronised as an ordinary look is: what decides over a file must not come from a cache.
-    if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, wanted, &status) != 0) {
+    if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | flags, wanted, &status) !=
+        0) {
         return std::unexpected(SystemError{errno});
     }
     if ((status.stx_mask & identifying) != identifying) return std::unexpected(SystemError{EIO});
@@ -56,15 +61,13 @@ std::expected<FileMetadata, SystemError> metadata(int folder, const char* name) 
     return seen;
 }
 
-} // namespace
-
 std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path) {
-    return metadata(AT_FDCWD, path.c_str());
+    return fileMetadataAt(AT_FDCWD, path.c_str(), 0);
 }
 
 std::expected<FileMetadata, SystemError> fileMetadata(const FolderDescriptor& folder,
                                                       const char* name) {
-    return metadata(folder.number(), name);
+    return fileMetadataAt(folder.number(), name, 0);
 }
 
 bool isReadable(const std::string& path) {

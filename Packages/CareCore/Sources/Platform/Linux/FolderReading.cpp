@@ -8,6 +8,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <linux/stat.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -64,6 +65,19 @@ bool isDotOrDotDot(const char* name) {
 }
 
 } // namespace
+
+std::expected<FolderDescriptor, SystemError>
+FolderDescriptor::openBelow(const std::string& relativePath) const {
+    open_how how{};
+    how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    long opened = -1;
+    do {
+        opened = ::syscall(SYS_openat2, descriptor_, relativePath.c_str(), &how, sizeof how);
+    } while (opened < 0 && (errno == EINTR || errno == EAGAIN)); // again: something was renamed
+    if (opened < 0) return std::unexpected(SystemError{errno});
+    return FolderDescriptor(static_cast<int>(opened));
+}
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts() const {
     return factsOf(descriptor_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC);

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Platform/MacOS/FileMetadataOf.h"
+
 namespace tidyro::platform {
 
 namespace {
@@ -30,6 +32,21 @@ std::expected<FileMetadata, SystemError> metadata(int folder, const char* name) 
     if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
         return std::unexpected(SystemError{errno});
     }
+    return fileMetadataOf(status);
+}
+
+/// An older system knows no look at a link's own permissions: a link is then never readable, and
+/// for anything else there is nothing to follow.
+bool mayRead(int folder, const char* name) {
+    if (::faccessat(folder, name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0) return true;
+    if (errno != EINVAL) return false;
+    const auto seen = metadata(folder, name);
+    return seen && seen->kind != ItemKind::link && ::faccessat(folder, name, R_OK, AT_EACCESS) == 0;
+}
+
+} // namespace
+
+FileMetadata fileMetadataOf(const struct stat& status) {
     FileMetadata seen{
         .kind = kindOf(status.st_mode),
         .byteCount = status.st_size > 0 ? static_cast<std::uint64_t>(status.st_size) : 0,
@@ -47,17 +64,6 @@ std::expected<FileMetadata, SystemError> metadata(int folder, const char* name) 
     if (status.st_birthtimespec.tv_sec > 0) seen.created = moment(status.st_birthtimespec);
     return seen;
 }
-
-/// An older system knows no look at a link's own permissions: a link is then never readable, and
-/// for anything else there is nothing to follow.
-bool mayRead(int folder, const char* name) {
-    if (::faccessat(folder, name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0) return true;
-    if (errno != EINVAL) return false;
-    const auto seen = metadata(folder, name);
-    return seen && seen->kind != ItemKind::link && ::faccessat(folder, name, R_OK, AT_EACCESS) == 0;
-}
-
-} // namespace
 
 std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path) {
     return metadata(AT_FDCWD, path.c_str());

@@ -214,6 +214,17 @@ std::expected<FolderFacts, SystemError> factsBy(Call call) {
 
 } // namespace
 
+std::expected<FolderDescriptor, SystemError>
+FolderDescriptor::openBelow(const std::string& relativePath) const {
+    int opened = -1;
+    do {
+        opened = ::openat(descriptor_, relativePath.c_str(),
+                          O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW_ANY);
+    } while (opened < 0 && errno == EINTR);
+    if (opened < 0) return std::unexpected(SystemError{errno});
+    return FolderDescriptor(opened);
+}
+
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts() const {
     return factsBy([this](attrlist* wanted, void* bytes, std::size_t size) {
         return ::fgetattrlist(descriptor_, wanted, bytes, size, 0);

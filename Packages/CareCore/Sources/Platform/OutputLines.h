@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "Base/SystemError.h"
+
+namespace tidyro::platform {
+
+/// Standard output of a command: a reader that has ended ends the writing quietly, any other
+/// failure is told once, at the end.
+///
+///     OutputLines lines;
+///     lines.write("12 files\n");
+///     std::exit(lines.ending(0));
+class OutputLines {
+  public:
+    OutputLines();
+
+    void write(std::string_view text);
+    /// The status to end with: `status`, or 1 when what should have been written could not be, and
+    /// then a sentence on standard error says so.
+    [[nodiscard]] int ending(int status) const;
+
+  private:
+    std::optional<SystemError> failure_;
+};
+
+} // namespace tidyro::platform

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace tidyro::platform {
+
+/// Opens a file for reading as `FileContents` promises it; negative with errno on failure.
+[[nodiscard]] int openQuietly(int folder, const char* name);
+
+} // namespace tidyro::platform
