@@ -1,9 +1,8 @@
 // Reading the arguments of the command line.
 #include <algorithm>
-#include <charconv>
-#include <limits>
 
 #include "App/CommandLineMode.h"
+#include "Base/ArgumentText.h"
 
 namespace tidyro {
 
@@ -21,27 +20,6 @@ constexpr std::string_view usage =
 static_assert(usage.size() == 489);
 
 constexpr std::int64_t mostLargest = 1'000;
-
-/// An optional sign and decimal digits, nothing else, within the type's range.
-template <class Integer>
-std::optional<Integer> decimal(std::string_view text) {
-    if (text.starts_with('+')) {
-        text.remove_prefix(1);
-        if (text.starts_with('-')) return std::nullopt;
-    }
-    const bool isNegative = text.starts_with('-');
-    if (isNegative && std::numeric_limits<Integer>::min() == 0) {
-        // An unsigned number takes the sign before zeros only.
-        text.remove_prefix(1);
-        if (text.find_first_not_of('0') != std::string_view::npos) return std::nullopt;
-    }
-    Integer value{};
-    const auto read = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (text.empty() || read.ec != std::errc{} || read.ptr != text.data() + text.size()) {
-        return std::nullopt;
-    }
-    return value;
-}
 
 /// The arguments after the command, taken from the left.
 class Walker {
@@ -86,13 +64,13 @@ class Walker {
     }
 
     [[nodiscard]] bool readsLargest(const std::optional<std::string>& text) {
-        const auto number = text ? decimal<std::int64_t>(*text) : std::nullopt;
+        const auto number = text ? decimalArgument<std::int64_t>(*text) : std::nullopt;
         if (!number || *number <= 0) return false;
         request_.largest = std::min(*number, mostLargest);
         return true;
     }
     [[nodiscard]] bool readsMinimum(const std::optional<std::string>& text) {
-        const auto number = text ? decimal<std::uint64_t>(*text) : std::nullopt;
+        const auto number = text ? decimalArgument<std::uint64_t>(*text) : std::nullopt;
         if (!number) return false;
         request_.minimumBytes = std::max<std::uint64_t>(*number, 1);
         return true;
@@ -105,14 +83,6 @@ class Walker {
     std::span<const std::string> rest_;
     CommandLineMode::Request& request_;
 };
-
-std::string expanded(std::string_view folder, std::string_view home) {
-    std::string path(folder);
-    if (folder == "~" || folder.starts_with("~/")) {
-        path = std::string(home) + std::string(folder.substr(1));
-    }
-    return FileURL::folder(path).path();
-}
 
 } // namespace
 
@@ -128,7 +98,7 @@ CommandLineMode::ParseResult CommandLineMode::parse(std::span<const std::string>
 
     Request request{.command = *command, .path = {}};
     if (!Walker(asked.subspan(1), request).reads()) return Usage{usageText};
-    request.path = expanded(request.path, home);
+    request.path = folderArgument(request.path, home);
     return request;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <expected>
 #include <filesystem>
+#include <ranges>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -11,9 +12,11 @@
 #include "Base/LocaleText.h"
 #include "Base/RoomText.h"
 #include "Base/UnicodeText.h"
+#include "Platform/OutputLines.h"
 #include "Platform/StandardStreams.h"
 #include "Platform/WellKnownFolders.h"
 #include "Rooms/Activity/ActivityArchive.h"
+#include "Rooms/Duplicates/DuplicateEngine.h"
 #include "StorageEngine/DiskTree/DiskSorting.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
 
@@ -58,8 +61,7 @@ class Run {
         switch (request_.command) {
         case CommandLineMode::Command::scan: return listed(folder);
         case CommandLineMode::Command::snapshot: return kept(folder);
-        case CommandLineMode::Command::duplicates:
-            return std::unexpected("This version of Tidyro cannot search for duplicates.");
+        case CommandLineMode::Command::duplicates: return duplicates(folder);
         case CommandLineMode::Command::index:
             return std::unexpected("This version of Tidyro cannot build Find's index.");
         }
@@ -109,6 +111,27 @@ class Run {
         return *std::move(tree);
     }
 
+    [[nodiscard]] Step<void> duplicates(const FileURL& folder) const {
+        constexpr std::size_t most = 20; // groups that are listed
+        const auto report = DuplicateEngine().run({.roots = {folder},
+                                                   .minimumBytes = request_.minimumBytes,
+                                                   .includeSystemVolumes = request_.includeSystem,
+                                                   .home = platform::homeFolder()});
+        if (!report) return std::unexpected(DuplicateEngine::description(report.error()));
+        line("Looked at {} of {} or more{}.",
+             RoomText::counted(static_cast<std::uint64_t>(report->filesLookedAt), "file", "files"),
+             RoomText::bytes(report->minimumBytes),
+             report->includedSystemVolumes ? ", system volumes included" : "");
+        line("{} of copies, {} taken by the extra copies, in {} s.",
+             RoomText::counted(report->groups.size(), "set", "sets"),
+             RoomText::bytes(report->wastedBytes()), decimal(report->duration, 2));
+        for (const DuplicateGroup& group : report->groups | std::views::take(most)) {
+            line("{:>9} × {}  {}", RoomText::bytes(group.bytesEach), group.copies.size(),
+                 shown(group.name()));
+        }
+        return {};
+    }
+
     void largest(const DiskTree& tree) const {
         const Stopwatch watch;
         const auto found = tree.largestFiles({.limit = request_.largest, .onDisk = true});
@@ -152,27 +175,6 @@ class Run {
     const CommandLineMode::Surroundings& surroundings_;
 };
 
-/// Standard output for lines: an ended reader ends the writing, and any other failure is told once.
-class OutputLines {
-  public:
-    void write(std::string_view text) {
-        if (failure_) return;
-        const auto written = platform::writeAll(platform::Stream::output, text);
-        if (!written) failure_ = written.error();
-    }
-    /// `status`, unless what should have been written could not be.
-    [[nodiscard]] int ending(int status) const {
-        if (!failure_ || failure_->code == static_cast<int>(std::errc::broken_pipe)) return status;
-        static_cast<void>(platform::writeAll(
-            platform::Stream::error,
-            fmt::format("The output could not be written ({}).\n", failure_->description())));
-        return CommandLineMode::stopped;
-    }
-
-  private:
-    std::optional<SystemError> failure_;
-};
-
 } // namespace
 
 int CommandLineMode::run(const Request& request, const Surroundings& surroundings) {
@@ -183,9 +185,8 @@ void CommandLineMode::runIfRequested(std::span<const std::string> arguments) {
     const ParseResult parsed = parse(arguments, platform::homeFolder().path());
     if (std::holds_alternative<NotRequested>(parsed)) return;
     int status = malformed;
-    platform::reportWriteFailuresAsErrors();
+    platform::OutputLines lines;
     if (const auto* request = std::get_if<Request>(&parsed)) {
-        OutputLines lines;
         status = lines.ending(
             run(*request, {.write = [&](std::string_view text) { lines.write(text); },
                            .escapesNames = platform::isTerminal(platform::Stream::output)}));

@@ -7,11 +7,13 @@
 #include "App/CommandLineMode.h"
 #include "Base/Fault.h"
 #include "Platform/StandardStreams.h"
+#include "Rooms/Duplicates/DuplicatesCommandLine.h"
 
 // Each start-up hook returns when it was not asked for, and ends the process when it was.
 int main(int count, char** values) {
     std::set_new_handler(tidyro::outOfMemory);
     const std::vector<std::string> arguments(values, values + count);
+    tidyro::DuplicatesCommandLine::runIfAsked(arguments);
     tidyro::CommandLineMode::runIfRequested(arguments);
 
     static_cast<void>(tidyro::platform::writeAll(

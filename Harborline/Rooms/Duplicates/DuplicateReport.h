@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Base/FileURL.h"
+#include "Base/Record.h"
+#include "Base/Timestamp.h"
+
+namespace tidyro {
+
+/// One of several files with the same contents.
+struct DuplicateCopy {
+    std::string path; ///< absolute; its bytes are those on the disk
+    Timestamp modified;
+    std::optional<Timestamp> created = std::nullopt;
+    /// Further names of this very file that the search met, ascending.
+    std::vector<std::string> otherNames;
+    /// Copies of one group with the same number share the same blocks.
+    std::int64_t storage;
+    bool isSystem; ///< it lies on a volume of the operating system
+    /// Why this copy must not be removed; absent when it may be.
+    std::optional<std::string> heldBecause = std::nullopt;
+
+    [[nodiscard]] const std::string& id() const { return path; }
+
+    static constexpr auto fields() {
+        using Self = DuplicateCopy;
+        return fieldList<Self>(field("path", &Self::path), field("modified", &Self::modified),
+                               field("created", &Self::created),
+                               field("otherNames", &Self::otherNames),
+                               field("storage", &Self::storage), field("isSystem", &Self::isSystem),
+                               field("heldBecause", &Self::heldBecause));
+    }
+    bool operator==(const DuplicateCopy&) const = default;
+};
+
+/// All copies of the same contents, at least two, on at least two storages.
+struct DuplicateGroup {
+    std::string digest;                ///< SHA-256 of the contents, lower-case hexadecimal
+    std::uint64_t bytesEach;           ///< the length of the contents
+    std::vector<DuplicateCopy> copies; ///< by path, ascending
+
+    [[nodiscard]] const std::string& id() const { return digest; }
+    /// How many times the contents really lie on the disk.
+    [[nodiscard]] std::int64_t storageCount() const;
+    /// What all storages but one take; never wraps.
+    [[nodiscard]] std::uint64_t wastedBytes() const;
+    /// What people call it: the file name of its first copy.
+    [[nodiscard]] std::string name() const;
+
+    static constexpr auto fields() {
+        using Self = DuplicateGroup;
+        return fieldList<Self>(field("digest", &Self::digest), field("bytesEach", &Self::bytesEach),
+                               field("copies", &Self::copies));
+    }
+    bool operator==(const DuplicateGroup&) const = default;
+};
+
+/// The result of one search.
+struct DuplicateReport {
+    std::vector<DuplicateGroup> groups; ///< what wastes most first, then by digest
+    std::int64_t filesLookedAt;         ///< files of at least the smallest size that were met
+    std::int64_t hardLinkedFiles;       ///< further names of files, among those of a shared size
+    /// Sets of copies that all share their blocks: removing some would free nothing.
+    std::int64_t cloneOnlyGroups;
+    std::uint64_t minimumBytes;
+    std::vector<FileURL> roots;
+    bool includedSystemVolumes;
+    double duration; ///< seconds
+    Timestamp finishedAt;
+    std::int64_t deniedFolders; ///< folders that were closed to the search
+
+    /// What the extra copies really take: clones and further names take nothing.
+    [[nodiscard]] std::uint64_t wastedBytes() const;
+
+    static constexpr auto fields() {
+        using Self = DuplicateReport;
+        return fieldList<Self>(
+            field("groups", &Self::groups), field("filesLookedAt", &Self::filesLookedAt),
+            field("hardLinkedFiles", &Self::hardLinkedFiles),
+            field("cloneOnlyGroups", &Self::cloneOnlyGroups),
+            field("minimumBytes", &Self::minimumBytes), field("roots", &Self::roots),
+            field("includedSystemVolumes", &Self::includedSystemVolumes),
+            field("duration", &Self::duration), field("finishedAt", &Self::finishedAt),
+            field("deniedFolders", &Self::deniedFolders));
+    }
+    bool operator==(const DuplicateReport&) const = default;
+};
+
+} // namespace tidyro

@@ -1,0 +1,26 @@
+#include "Rooms/Duplicates/ProvenFile.h"
+
+namespace tidyro {
+
+std::optional<ProvenFile> proven(std::uint32_t file, const ListedFileOpener::Opened& opened,
+                                 const platform::SHA256::Digest& digest) {
+    const auto after = opened.contents.metadata();
+    if (!after || !after->modified || after->byteCount != opened.seen.byteCount ||
+        after->modified != opened.seen.modified) {
+        return std::nullopt;
+    }
+    std::optional<platform::FileExtent> extent;
+    if (opened.mayShareBlocks) {
+        extent = opened.contents.extent(after->byteCount, opened.seen.identity.device);
+    }
+    return ProvenFile{.file = file,
+                      .bytes = after->byteCount,
+                      .identity = opened.seen.identity,
+                      .digest = digest,
+                      .modified = *after->modified,
+                      .created = after->created,
+                      .linkCount = after->linkCount,
+                      .extent = extent};
+}
+
+} // namespace tidyro

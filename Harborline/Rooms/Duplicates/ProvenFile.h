@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "Base/Timestamp.h"
+#include "Platform/FileContents.h"
+#include "Platform/SHA256.h"
+#include "Rooms/Duplicates/ListedFileOpener.h"
+
+namespace tidyro {
+
+/// A file whose whole contents were read.
+struct ProvenFile {
+    std::uint32_t file; ///< in the listing
+    std::uint64_t bytes;
+    platform::FileIdentityKey identity;
+    platform::SHA256::Digest digest;
+    Timestamp modified;
+    std::optional<Timestamp> created;
+    std::uint64_t linkCount;
+    std::optional<platform::FileExtent> extent;
+};
+
+/// The proof of a file whose contents were read from beginning to end and have this digest. None
+/// for one that was written to meanwhile: its contents are such as nobody has seen.
+[[nodiscard]] std::optional<ProvenFile> proven(std::uint32_t file,
+                                               const ListedFileOpener::Opened& opened,
+                                               const platform::SHA256::Digest& digest);
+
+} // namespace tidyro
