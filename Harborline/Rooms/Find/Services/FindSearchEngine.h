@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "Base/Cancellation.h"
+#include "Base/Timestamp.h"
+#include "Rooms/Find/Services/FindIndex.h"
+#include "Rooms/Find/Services/FindScope.h"
+#include "Rooms/Find/Services/FindSearchResult.h"
+
+namespace tidyro {
+
+/// Answers queries over an index, one for each key that a person presses.
+///
+///     FindSearchEngine engine;
+///     const auto found = engine.search("readme", {.in = index, .limit = 500, .now = now});
+///
+/// The same index, query and moment give the same hits in the same order: the whole name, then the
+/// name without its extension, then names that begin with it, then words in names that do, then
+/// anywhere; within one of these what lies less deep, then the shorter name, then what was modified
+/// later, then by path.
+///
+/// An engine remembers what helps the next query and is used by one thread at a time; the index may
+/// change meanwhile, a search goes on with what it began with.
+class FindSearchEngine {
+  public:
+    struct Question {
+        const FindIndex& in;
+        FindScope scopeMask = {};
+        /// Of the index for which what was remembered is good; the index's own says it.
+        std::uint64_t generation = 0;
+        std::size_t limit = 500;
+        Timestamp now;
+        CancelToken cancel = {};
+    };
+
+    FindSearchEngine();
+    ~FindSearchEngine();
+    FindSearchEngine(const FindSearchEngine&) = delete;
+    FindSearchEngine& operator=(const FindSearchEngine&) = delete;
+
+    [[nodiscard]] FindSearchResult search(std::string_view query, const Question& question);
+
+  private:
+    struct Memory;
+    std::unique_ptr<Memory> memory_;
+};
+
+} // namespace tidyro
