@@ -173,7 +173,7 @@ std::vector<LargeFile> DuplicateProving::readSideBySide(const Groups& groups, bo
     return different;
 }
 
-void DuplicateProving::readWhole(Groups groups, ReaderThreads& threads, Result& result) {
+void DuplicateProving::readWhole(const Groups& groups, ReaderThreads& threads, Result& result) {
     Groups parts;
     for (const auto& group : groups) {
         for (std::size_t from = 0; from < group.size(); from += LargeFiles::most) {

@@ -48,7 +48,7 @@ class DuplicateProving {
     [[nodiscard]] Groups lookAtAll(const std::vector<std::uint32_t>& files, ReaderThreads& threads,
                                    Result& result);
     [[nodiscard]] Groups agreeing(std::vector<LargeFile> files, Result& result);
-    void readWhole(Groups groups, ReaderThreads& threads, Result& result);
+    void readWhole(const Groups& groups, ReaderThreads& threads, Result& result);
     [[nodiscard]] std::vector<LargeFile> readSideBySide(const Groups& groups, bool counts,
                                                         ReaderThreads& threads, Result& result);
 

@@ -84,6 +84,7 @@ void LargeFiles::read(std::span<const LargeFile> files, bool counts) {
     shareBuffer(members);
     const std::uint64_t bytes = members.front().file.bytes;
     std::vector<LargeFile> uncounted;
+    uncounted.reserve(members.size());
     for (const Member& member : members) uncounted.push_back(member.file);
     hash_.restart();
     std::uint64_t at = 0;

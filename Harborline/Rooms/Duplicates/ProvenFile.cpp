@@ -5,10 +5,9 @@ namespace tidyro {
 std::optional<ProvenFile> proven(std::uint32_t file, const ListedFileOpener::Opened& opened,
                                  const platform::SHA256::Digest& digest) {
     const auto after = opened.contents.metadata();
-    if (!after || !after->modified || after->byteCount != opened.seen.byteCount ||
-        after->modified != opened.seen.modified) {
-        return std::nullopt;
-    }
+    if (!after || after->byteCount != opened.seen.byteCount) return std::nullopt;
+    const std::optional<Timestamp> modified = after->modified;
+    if (!modified || modified != opened.seen.modified) return std::nullopt;
     std::optional<platform::FileExtent> extent;
     if (opened.mayShareBlocks) {
         extent = opened.contents.extent(after->byteCount, opened.seen.identity.device);
@@ -17,7 +16,7 @@ std::optional<ProvenFile> proven(std::uint32_t file, const ListedFileOpener::Ope
                       .bytes = after->byteCount,
                       .identity = opened.seen.identity,
                       .digest = digest,
-                      .modified = *after->modified,
+                      .modified = *modified,
                       .created = after->created,
                       .linkCount = after->linkCount,
                       .extent = extent};
