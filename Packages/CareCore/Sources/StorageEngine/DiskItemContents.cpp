@@ -1,14 +1,17 @@
 #include "StorageEngine/DiskItemContents.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
 #include <limits>
 #include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "Base/PathText.h"
 #include "Platform/MountPoints.h"
+#include "StorageEngine/DatabaseFile.h"
+#include "StorageEngine/FolderSigns.h"
 #include "StorageEngine/FolderSurroundings.h"
 #include "StorageEngine/LiveDataDetection.h"
 
@@ -16,22 +19,39 @@ namespace tidyro {
 
 namespace {
 
+using enum DiskItemRefusal;
 using platform::FolderDescriptor;
 using platform::ItemKind;
+using Verdict = std::optional<DiskItemRefusal>; ///< none: nothing was found against it
 
 constexpr Timestamp never = Timestamp::sinceReference(std::numeric_limits<double>::infinity());
 
+/// However few folders the process may hold open, so many are tried.
+constexpr std::size_t fewestLevels = 16;
+
+/// That a process may have no further file open says nothing about what could not be opened.
+bool meansNoRoom(SystemError error) { return error.code == EMFILE || error.code == ENFILE; }
+
+/// For what could not be looked at: gone is not against the folder, anything else is.
+Verdict unlessVanished(SystemError error) {
+    if (platform::meansVanished(error)) return std::nullopt;
+    return meansNoRoom(error) ? tooDeepInside : unreadableInside;
+}
+
 class Walk {
   public:
-    explicit Walk(const DiskItemContents::Options& options)
-        : options_(options), latest_(options.seen.modified.value_or(never)) {}
+    Walk(const DiskItemContents::Options& options, const FolderDescriptor& top)
+        : options_(options),
+          top_(top),
+          mostLevels_(std::max(platform::openFolderBudget(), fewestLevels)),
+          latest_(options.seen.modified.value_or(never)) {}
 
     [[nodiscard]] std::expected<Timestamp, DiskItemRefusal> run() {
         std::vector<std::string> first;
-        if (const auto found = list(options_.folder, "", first)) return std::unexpected(*found);
-        // Folders are open from the top down to the one that is read: as many as the tree is deep.
+        if (const Verdict found = list(top_, options_.name, first)) return std::unexpected(*found);
+        // Open are, from the top down, those folders on the way in which others wait.
         std::vector<Level> levels;
-        const FolderDescriptor* folder = &options_.folder;
+        const FolderDescriptor* folder = &top_;
         std::vector<std::string>* rest = &first;
         for (;;) {
             if (rest->empty()) {
@@ -40,9 +60,11 @@ class Walk {
             } else {
                 const std::string name = std::move(rest->back());
                 rest->pop_back();
-                if (const auto found = enter(*folder, name, levels)) return std::unexpected(*found);
+                if (const Verdict found = enter(*folder, name, levels)) {
+                    return std::unexpected(*found);
+                }
             }
-            folder = levels.empty() ? &options_.folder : &levels.back().folder;
+            folder = levels.empty() ? &top_ : &levels.back().folder;
             rest = levels.empty() ? &first : &levels.back().rest;
         }
     }
@@ -53,62 +75,88 @@ class Walk {
         std::vector<std::string> rest; ///< folders in it that were not entered yet
     };
 
-    std::optional<DiskItemRefusal> enter(const FolderDescriptor& parent, const std::string& name,
-                                         std::vector<Level>& levels) {
+    Verdict enter(const FolderDescriptor& parent, const std::string& name,
+                  std::vector<Level>& levels) {
+        if (levels.size() >= mostLevels_) return tooDeepInside;
         auto folder = parent.open(name.c_str());
-        if (!folder) {
-            if (platform::meansVanished(folder.error())) return std::nullopt;
-            return DiskItemRefusal::unreadableInside;
-        }
+        if (!folder) return unlessVanished(folder.error());
         Level level{.folder = *std::move(folder), .rest = {}};
-        if (const auto found = list(level.folder, name, level.rest)) return found;
-        levels.push_back(std::move(level));
+        if (const Verdict found = list(level.folder, name, level.rest)) return found;
+        if (!levels.empty() && levels.back().rest.empty()) levels.pop_back(); // the parent
+        if (!level.rest.empty()) levels.push_back(std::move(level));
         return std::nullopt;
     }
 
-    std::optional<DiskItemRefusal> list(const FolderDescriptor& folder, const std::string& name,
-                                        std::vector<std::string>& folders) {
+    Verdict list(const FolderDescriptor& folder, const std::string& name,
+                 std::vector<std::string>& folders) {
+        FolderSigns signs;
         lister_.begin(folder);
         while (const platform::FolderEntry* entry = lister_.next()) {
-            if (options_.cancel.stop_requested()) return DiskItemRefusal::cancelled;
+            if (options_.cancel.stop_requested()) return cancelled;
             // Not even looked at: behind a mount point there may be a server that is gone.
-            if (entry->traits.has(platform::EntryTrait::mountPoint)) {
-                return DiskItemRefusal::mountPointInside;
-            }
+            if (entry->traits.has(platform::EntryTrait::mountPoint)) return mountPointInside;
             std::string entryName(entry->name);
             // The lister does not tell owners. Asking again is a call an item, once a decision.
             const auto seen = platform::fileMetadata(folder, entryName.c_str());
             if (!seen) {
-                if (platform::meansVanished(seen.error())) continue;
-                return DiskItemRefusal::unreadableInside;
+                if (const Verdict found = unlessVanished(seen.error())) return found;
+                continue;
             }
-            if (const auto found = judge(*seen, name, entryName)) return found;
+            const LoweredPath lowered(entryName);
+            signs.add(lowered.text());
+            if (const Verdict found = judge(*seen, name, entryName, lowered)) return found;
+            if (const Verdict found = byBeginning(folder, entryName, *seen)) return found;
             latest_ = std::max(latest_, seen->modified.value_or(never));
             if (seen->kind == ItemKind::folder) folders.push_back(std::move(entryName));
         }
-        if (lister_.error().code != 0 && !platform::meansVanished(lister_.error())) {
-            return DiskItemRefusal::unreadableInside;
+        if (lister_.error().code != 0) {
+            if (const Verdict found = unlessVanished(lister_.error())) return found;
         }
+        return bySigns(folder, signs);
+    }
+
+    [[nodiscard]] Verdict judge(const platform::FileMetadata& seen, const std::string& folder,
+                                const std::string& name, const LoweredPath& lowered) const {
+        if (!platform::areOnOneMount(seen, options_.seen)) return mountPointInside;
+        if (seen.ownerUserID != options_.owner) return otherOwnerInside;
+        if (seen.isLocked) return lockedInside;
+        if (seen.isDataless) return placeholderInside;
+        if (seen.kind == ItemKind::link) return std::nullopt;
+        if (seen.kind == ItemKind::other) return specialFileInside;
+        if (seen.kind == ItemKind::folder) {
+            // Some backups are told by two names, one in the other.
+            if (isBackupByName(path::joined(folder, name))) return backupInside;
+            if (const auto found = options_.kept.refusalOfHolder(seen.identity)) return found;
+        }
+        if (LiveDataDetector::signal(lowered)) return databaseInside;
         return std::nullopt;
     }
 
-    [[nodiscard]] std::optional<DiskItemRefusal> judge(const platform::FileMetadata& seen,
-                                                       const std::string& folder,
-                                                       const std::string& name) const {
-        if (!platform::areOnOneMount(seen, options_.seen)) return DiskItemRefusal::mountPointInside;
-        if (seen.ownerUserID != options_.owner) return DiskItemRefusal::otherOwnerInside;
-        if (seen.isDataless) return DiskItemRefusal::placeholderInside;
-        if (seen.kind == ItemKind::link) return std::nullopt;
-        // Some backups are told by two names, one in the other.
-        if (seen.kind == ItemKind::folder && isBackupByName(path::joined(folder, name))) {
-            return DiskItemRefusal::backupInside;
+    static Verdict byBeginning(const FolderDescriptor& folder, const std::string& name,
+                               const platform::FileMetadata& seen) {
+        if (seen.kind != ItemKind::regularFile || !DatabaseFile::hasLengthOfOne(seen.byteCount)) {
+            return std::nullopt;
         }
-        if (LiveDataDetector::signal(LoweredPath(name))) return DiskItemRefusal::databaseInside;
+        const auto is = DatabaseFile::isOne(folder, name.c_str(), seen);
+        if (!is) return unlessVanished(is.error());
+        return *is ? Verdict(databaseInside) : std::nullopt;
+    }
+
+    Verdict bySigns(const FolderDescriptor& folder, const FolderSigns& signs) const {
+        if (signs.isBackup() || (signs.mayBeBorg() && isBorgRepository(folder))) {
+            return backupInside;
+        }
+        if (signs.isDatabase()) return databaseInside;
+        // A repository that is a whole project may go like any other, and so may one somewhere in
+        // the folder; but not the one folder in which a project elsewhere has its history.
+        if (&folder == &top_ && signs.isRepositoryOfOtherFolder()) return repositoryData;
         return std::nullopt;
     }
 
     const DiskItemContents::Options& options_;
+    const FolderDescriptor& top_;
     platform::FolderLister lister_{{}};
+    std::size_t mostLevels_;
     Timestamp latest_;
 };
 
@@ -116,10 +164,19 @@ class Walk {
 
 std::expected<Timestamp, DiskItemRefusal>
 DiskItemContents::lastModification(const Options& options) {
-    if (!platform::mountPointsBelow(options.folder).empty()) {
-        return std::unexpected(DiskItemRefusal::mountPointInside);
+    const auto top = options.parent.open(options.name.c_str());
+    if (!top) {
+        return std::unexpected(platform::meansVanished(top.error()) ? vanished : unreadableFolder);
     }
-    return Walk(options).run();
+    const auto facts = top->facts();
+    if (!facts || facts->identity != options.seen.identity) return std::unexpected(vanished);
+    if (!platform::mountPointsBelow(*top).empty()) return std::unexpected(mountPointInside);
+    const auto latest = Walk(options, *top).run();
+    if (!latest) return latest;
+    const auto again = platform::fileMetadata(options.parent, options.name.c_str());
+    if (!again || again->identity != options.seen.identity) return std::unexpected(vanished);
+    if (again->modified != options.seen.modified) return std::unexpected(growing);
+    return latest;
 }
 
 } // namespace tidyro

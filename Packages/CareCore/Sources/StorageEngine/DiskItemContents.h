@@ -2,24 +2,29 @@
 
 #include <cstdint>
 #include <expected>
+#include <string>
 
 #include "Base/Cancellation.h"
 #include "Base/Timestamp.h"
 #include "Platform/FileMetadata.h"
 #include "Platform/FolderReading.h"
 #include "StorageEngine/DiskItemRefusal.h"
+#include "StorageEngine/KeptFolders.h"
 
 namespace tidyro {
 
 /// Looks through everything in a folder that is to go as a whole, for what must not go with it:
-/// what cannot be read, another user's items, what is mounted in it or has its contents in a cloud,
-/// backups and live databases by their names. By open folders and single names, no link followed,
-/// no mount point entered.
+/// what cannot be read, another user's items, what is locked, mounted in it, has its contents in a
+/// cloud or is no ordinary file, backups, and databases by their names, by the files that one is
+/// made of and by how files begin. By open folders and single names, no link followed, no mount
+/// point entered.
 struct DiskItemContents {
     struct Options {
-        const platform::FolderDescriptor& folder;
-        const platform::FileMetadata& seen; ///< the folder itself
+        const platform::FolderDescriptor& parent;
+        const std::string& name;            ///< of the folder
+        const platform::FileMetadata& seen; ///< under that name; it has to be that very folder
         std::uint32_t owner;                ///< whose everything has to be
+        const KeptFolders& kept;
         CancelToken cancel = {};
     };
     /// When the folder, or anything in it, was modified last; of an item without that moment it is

@@ -1,11 +1,11 @@
 #include "StorageEngine/DiskItemPlaces.h"
 
 #include <algorithm>
-#include <array>
+#include <set>
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "StorageEngine/DeterministicSafetyPolicy.h"
+#include "Platform/WellKnownFolders.h"
 #include "StorageEngine/DiskTree/ContentKind.h"
 #include "StorageEngine/DiskTree/HomeFolders.h"
 #include "StorageEngine/FolderResolver.h"
@@ -14,40 +14,22 @@ namespace tidyro {
 
 namespace {
 
-/// Further places of the operating system. Places in which people have folders of their own are
-/// not among them (/opt, /srv, /tmp, /run/media), though much in them is somebody else's.
-constexpr std::array<std::string_view, 27> operatingSystemPlaces{"/bin",
-                                                                 "/boot",
-                                                                 "/cores",
-                                                                 "/dev",
-                                                                 "/efi",
-                                                                 "/etc",
-                                                                 "/lib",
-                                                                 "/lib32",
-                                                                 "/lib64",
-                                                                 "/libx32",
-                                                                 "/nix",
-                                                                 "/proc",
-                                                                 "/sbin",
-                                                                 "/snap",
-                                                                 "/sys",
-                                                                 "/usr",
-                                                                 "/run/lock",
-                                                                 "/run/systemd",
-                                                                 "/run/user",
-                                                                 "/var/cache",
-                                                                 "/var/db",
-                                                                 "/var/lib",
-                                                                 "/var/log",
-                                                                 "/var/spool",
-                                                                 "/private/etc",
-                                                                 "/private/var/db",
-                                                                 "/private/var/log"};
-
 /// Whether one of the folders is the path or lies in it.
 bool holdsOne(std::string_view path, const std::vector<std::string>& folders) {
     return std::ranges::any_of(
         folders, [&](const std::string& folder) { return path::isInsideOrEqual(folder, path); });
+}
+
+/// The Trash of macOS, and of a volume at its top: ".Trash-1000", ".Trash", ".Trashes". A folder
+/// further down by such a name was a volume's or a person's once; nothing else is called so.
+bool isTrashName(std::string_view name) {
+    constexpr std::string_view trash = ".trash";
+    if (name.size() < trash.size() || name[0] != '.' || (name[1] != 't' && name[1] != 'T')) {
+        return false; // most names, without folding them
+    }
+    const std::string whole = folded(name);
+    if (whole == trash || whole == ".trashes") return true;
+    return whole.starts_with(".trash-") && whole.find_first_not_of("0123456789", 7) == whole.npos;
 }
 
 std::string realPath(const std::string& path) {
@@ -67,7 +49,9 @@ DiskItemPlaces::DiskItemPlaces(const Options& options)
         chosen_.insert(chosen_.end(), {folder.path(), realChosen_.back()});
     }
     addHomeFolders(options);
+    addTrash();
     addProtected(options);
+    system_ = SystemPlaces(homes_);
 }
 
 /// Adds a folder, and the place where it really lies.
@@ -82,37 +66,36 @@ void DiskItemPlaces::addHomeFolders(const Options& options) {
     for (const std::string_view folder : HomeFolders::standardHomeFolders()) {
         add(standard_, path::joined(home_, folder));
     }
-    for (const FileURL& folder : options.desktopFolders) add(standard_, folder.path());
+    for (const auto* folders : {&options.desktop.personal, &options.desktop.downloads}) {
+        for (const FileURL& folder : *folders) add(standard_, folder.path());
+    }
     for (const std::string_view folder : HomeFolders::neverChosenHomeRoots()) {
         add(shared_, path::joined(home_, folder));
     }
-    for (const std::string_view folder : HomeFolders::cloudFolders()) {
-        add(clouds_, path::joined(home_, folder));
+    for (const FileURL& folder : options.cloudFolders) {
+        add(clouds_, folder.path());
     }
     inClouds_ = RootPathIndex(clouds_);
 }
 
-void DiskItemPlaces::addProtected(const Options& options) {
-    const auto addSystem = [&](std::span<const std::string_view> places) {
-        for (const std::string_view place : places) {
-            // Some accounts have their home in such a place ("/var/lib/builder").
-            if (!path::isInsideOrEqual(home_, place) && !path::isInsideOrEqual(realHome_, place)) {
-                system_.push_back(folded(place));
-            }
-        }
-    };
-    addSystem(DeterministicSafetyPolicy::systemProtectedPlaces());
-    addSystem(operatingSystemPlaces);
-    inSystem_ = RootPathIndex(system_);
+void DiskItemPlaces::addTrash() {
+    add(trash_, path::joined(home_, ".local/share/Trash"));
+    const FileURL items = platform::trashPlaces().home;
+    // Beside the items lie the notes of where they came from.
+    add(trash_, items.lastComponent() == "files" ? items.parent().path() : items.path());
+    inTrash_ = RootPathIndex(trash_);
+}
 
-    Folders chosen;
-    for (const FileURL& folder : options.desktopFolders) add(chosen, folder.path());
-    for (const platform::Volume& volume : options.volumes) add(chosen, volume.mountPath);
+void DiskItemPlaces::addProtected(const Options& options) {
+    std::set<std::string> choosable;
+    for (const FileURL& root : options.context.choosableRoots()) {
+        choosable.insert(folded(root.path()));
+    }
     for (const FileURL& root : options.context.facts().additionalProtectedRoots) {
         std::string one = folded(root.path());
-        if (std::ranges::find(chosen, one) == chosen.end()) {
-            protected_.push_back(std::move(one));
-        }
+        if (choosable.contains(one)) continue;
+        protected_.push_back(std::move(one));
+        untouched_.push_back(root.path());
     }
     inProtected_ = RootPathIndex(protected_);
 
@@ -128,6 +111,7 @@ bool DiskItemPlaces::isInHome(std::string_view path) const {
 
 std::optional<DiskItemRefusal> DiskItemPlaces::byFolders(const std::string& folded) const {
     using enum DiskItemRefusal;
+    if (inTrash_.contains(folded)) return inTrash;
     if (holdsOne(folded, standard_)) return standardFolder;
     if (holdsOne(folded, shared_)) return sharedFolder;
     if (inClouds_.contains(folded)) return inCloudFolder;
@@ -138,15 +122,14 @@ std::optional<DiskItemRefusal> DiskItemPlaces::byFolders(const std::string& fold
         }
     }
     if (holdsOne(folded, clouds_)) return holdsCloudFolder;
-    if (inSystem_.contains(folded) || holdsOne(folded, system_)) return systemPlace;
+    if (system_.concern(folded)) return systemPlace;
     if (inProtected_.contains(folded)) return protectedPlace;
     if (holdsOne(folded, protected_)) return holdsProtectedPlace;
     return std::nullopt;
 }
 
 std::optional<DiskItemRefusal> DiskItemPlaces::byNames(std::string_view path) const {
-    // The names above a home are nobody's doing; those above an opened folder were opened.
-    std::string_view rest = isInHome(path) ? below(path) : path;
+    std::string_view rest = names(path);
     bool isInRepository = false;
     while (!rest.empty()) {
         const std::size_t end = rest.find('/');
@@ -160,6 +143,16 @@ std::optional<DiskItemRefusal> DiskItemPlaces::byNames(std::string_view path) co
     return std::nullopt;
 }
 
+bool DiskItemPlaces::isInTrashOfVolume(std::string_view path) const {
+    std::string_view rest = names(path);
+    while (!rest.empty()) {
+        const std::size_t end = std::min(rest.find('/'), rest.size());
+        if (isTrashName(rest.substr(0, end))) return true;
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return false;
+}
+
 std::optional<DiskItemRefusal>
 DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> chosen) const {
     using enum DiskItemRefusal;
@@ -171,6 +164,7 @@ DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> ch
         })) {
         return outsideChosenFolders;
     }
+    if (isInTrashOfVolume(path)) return inTrash;
     if (const auto refusal = byFolders(folded)) return refusal;
     if (const auto refusal = byNames(path)) return refusal;
     if (inActive_.contains(folded) || holdsOne(folded, active_)) return activeApplication;
@@ -185,18 +179,50 @@ std::optional<DiskItemRefusal> DiskItemPlaces::refusalOfReal(std::string_view re
     return refusalIn(real, realChosen_);
 }
 
-std::string_view DiskItemPlaces::below(std::string_view path) const {
+std::string_view DiskItemPlaces::names(std::string_view path) const {
     for (const std::string* home : {&home_, &realHome_}) {
         if (path::isInsideOrEqual(path, *home)) return path::below(path, *home);
     }
-    const std::string* outermost = nullptr;
-    for (const std::string& folder : chosen_) {
-        if (path::isInsideOrEqual(path, folder) &&
-            (outermost == nullptr || folder.size() < outermost->size())) {
-            outermost = &folder;
+    return path;
+}
+
+/// The most important reasons come first.
+KeptFolders DiskItemPlaces::keptFolders(const Options& options) const {
+    using enum DiskItemRefusal;
+    using enum KeptFolders::Reach;
+    KeptFolders kept;
+    kept.add(home_, homeElsewhere, everythingInIt);
+    for (const std::string& path : untouched_) kept.add(path, protectedPlace, everythingInIt);
+    for (const FileURL& folder : options.cloudFolders) {
+        kept.add(folder.path(), inCloudFolder, everythingInIt);
+    }
+    // What is mounted in such a folder lies elsewhere as well, and is kept there, too. Only disks
+    // of the machine are asked: a server may be gone.
+    for (const platform::Volume& volume : options.volumes) {
+        if (!volume.isInternalLocal) continue;
+        const std::string path = folded(volume.mountPath);
+        if (inProtected_.contains(path)) {
+            kept.add(volume.mountPath, protectedPlace, everythingInIt);
+        } else if (inClouds_.contains(path)) {
+            kept.add(volume.mountPath, inCloudFolder, everythingInIt);
         }
     }
-    return outermost == nullptr ? path : path::below(path, *outermost);
+    for (const std::string& path : SystemPlaces::paths()) {
+        kept.add(path, systemPlace, everythingInIt);
+    }
+    for (const FileURL& folder : options.openedFolders) {
+        kept.add(folder.path(), openedFolder, itself);
+    }
+    for (const auto* folders : {&options.desktop.personal, &options.desktop.downloads}) {
+        for (const FileURL& folder : *folders) kept.add(folder.path(), standardFolder, itself);
+    }
+    for (const std::string_view folder : HomeFolders::standardHomeFolders()) {
+        kept.add(path::joined(home_, folder), standardFolder, itself);
+    }
+    for (const std::string_view folder : HomeFolders::neverChosenHomeRoots()) {
+        kept.add(path::joined(home_, folder), sharedFolder, itself);
+    }
+    return kept;
 }
 
 const std::string* DiskItemPlaces::openedFolderOutsideHome(std::string_view real) const {

@@ -8,9 +8,12 @@
 
 #include "Base/FileURL.h"
 #include "Platform/Volumes.h"
+#include "StorageEngine/DesktopFolders.h"
 #include "StorageEngine/DiskItemRefusal.h"
+#include "StorageEngine/KeptFolders.h"
 #include "StorageEngine/RootPathIndex.h"
 #include "StorageEngine/SafetyPolicyContext.h"
+#include "StorageEngine/SystemPlaces.h"
 
 namespace tidyro {
 
@@ -24,13 +27,9 @@ class DiskItemPlaces {
     struct Options {
         const FileURL& home;
         std::span<const FileURL> openedFolders; ///< that the person opened
-        /// What the person's desktop calls the folders of people's own files. They count as
-        /// standard folders and not as protected places, among which a cleanup by rules counts
-        /// them: here a person chose one very item.
-        std::span<const FileURL> desktopFolders;
+        const DesktopFolders& desktop;          ///< they count as standard folders
+        std::span<const FileURL> cloudFolders;
         const SafetyPolicyContext& context;
-        /// What is mounted there is no protected place: a person chose the item by that very name,
-        /// and the mount point itself is refused as one.
         std::span<const platform::Volume> volumes;
     };
     explicit DiskItemPlaces(const Options& options);
@@ -40,12 +39,14 @@ class DiskItemPlaces {
     [[nodiscard]] std::optional<DiskItemRefusal> refusal(std::string_view written) const;
     [[nodiscard]] std::optional<DiskItemRefusal> refusalOfReal(std::string_view real) const;
 
-    [[nodiscard]] const std::string& home() const { return home_; }
     [[nodiscard]] const std::string& realHome() const { return realHome_; }
 
-    /// The names by which an item may be judged: those below the home or else below the outermost
-    /// opened folder. What stands above them is not the item's doing.
-    [[nodiscard]] std::string_view below(std::string_view path) const;
+    /// What is refused by its path, so that it is known by another path as well.
+    [[nodiscard]] KeptFolders keptFolders(const Options& options) const;
+
+    /// The names by which an item may be judged: those below the home, what stands above which is
+    /// nobody's doing; for an item that is not in the home all of them.
+    [[nodiscard]] std::string_view names(std::string_view path) const;
 
     /// Of the opened folders outside the home the innermost that a real path lies in; none when it
     /// lies in the home. An opened folder that holds the home is none: nobody opens the whole disk
@@ -59,7 +60,9 @@ class DiskItemPlaces {
     void add(Folders& folders, std::string_view path) const;
     void addHomeFolders(const Options& options);
     void addProtected(const Options& options);
+    void addTrash();
     [[nodiscard]] bool isInHome(std::string_view path) const;
+    [[nodiscard]] bool isInTrashOfVolume(std::string_view path) const;
     [[nodiscard]] std::optional<DiskItemRefusal> byFolders(const std::string& folded) const;
     [[nodiscard]] std::optional<DiskItemRefusal> byNames(std::string_view path) const;
     [[nodiscard]] std::optional<DiskItemRefusal>
@@ -73,12 +76,14 @@ class DiskItemPlaces {
     Folders opened_;
     Folders standard_;
     Folders shared_;
+    Folders trash_;
     Folders clouds_;
-    Folders system_;
     Folders protected_;
     Folders active_;
+    std::vector<std::string> untouched_; ///< the protected ones as they are written
+    SystemPlaces system_;
+    RootPathIndex inTrash_;
     RootPathIndex inClouds_;
-    RootPathIndex inSystem_;
     RootPathIndex inProtected_;
     RootPathIndex inActive_;
 };

@@ -10,6 +10,13 @@ std::string_view explanation(DiskItemRefusal refusal) {
     case nothingKnown:
         return "Tidyro couldn't find out what is in use right now, so it leaves everything alone. "
                "Try again in a moment.";
+    case desktopListUnreadable:
+        return "Tidyro can't make out the list of your desktop's folders (.config/user-dirs.dirs "
+               "in "
+               "your home), so it leaves everything alone. Correct that file and try again.";
+    case homeUnreadable:
+        return "Tidyro can't read your home folder, so it can't tell what in it is kept in step "
+               "with a cloud, and leaves everything alone.";
     case homeFolder: return "This is your home folder, or your home folder lies in it.";
     case openedFolder:
         return "This is a folder that you opened in Tidyro, or it holds one. Choose something "
@@ -17,6 +24,7 @@ std::string_view explanation(DiskItemRefusal refusal) {
     case outsideChosenFolders:
         return "This is neither in your home folder nor in a folder that you opened in Tidyro. "
                "Open the folder that it lies in first.";
+    case inTrash: return "This is in the Trash already. Empty the Trash to free its space.";
     case standardFolder:
         return "This is one of the standard folders of your home, or holds one. Choose something "
                "inside it.";
@@ -40,6 +48,9 @@ std::string_view explanation(DiskItemRefusal refusal) {
                "any more.";
     case activeApplication:
         return "This belongs to an app that is running. Quit the app and try again.";
+    case homeElsewhere:
+        return "This is your home folder, or lies in it, and appears here a second time. Choose it "
+               "in your home folder.";
     case vanished: return "This isn't there any more. Scan again.";
     case unreadable: return "Tidyro isn't allowed to look at this.";
     case link: return "This is only a link to something else, and removing it frees nothing.";
@@ -70,11 +81,18 @@ std::string_view explanation(DiskItemRefusal refusal) {
     case changedSinceMeasured: return "This changed after it was measured. Scan again.";
     case mountPointInside: return "Another disk appears inside this folder. Eject it first.";
     case otherOwnerInside: return "Something inside this folder belongs to another user.";
+    case lockedInside: return "Something inside this folder is locked. Unlock it first.";
+    case specialFileInside:
+        return "Something inside this folder is no ordinary file: programs talk to each other or "
+               "to a device through it.";
     case placeholderInside:
         return "The contents of something inside this folder are in a cloud and not on this disk.";
     case unreadableInside:
         return "Tidyro can't read everything inside this folder, so it can't tell what would go "
                "with it.";
+    case tooDeepInside:
+        return "The folders inside this folder go deeper than Tidyro can look, so it can't tell "
+               "what would go with it. Choose something inside it.";
     case backupInside: return "There is a backup inside this folder.";
     case databaseInside:
         return "There is a database inside this folder. Removing it loses whatever its app stored "

@@ -10,11 +10,15 @@ namespace tidyro {
 /// Why an item that a person picked stays where it is. The order is that of the checks, from what
 /// a path alone tells to what takes a look through a whole folder: the first that applies is told.
 enum class DiskItemRefusal : std::uint8_t {
-    // By the paths alone, as they are written and as they really are.
+    // By what is known of the machine and the home at all.
     nothingKnown,
+    desktopListUnreadable,
+    homeUnreadable,
+    // By the paths alone, as they are written and as they really are.
     homeFolder,
     openedFolder,
     outsideChosenFolders,
+    inTrash,
     standardFolder,
     sharedFolder,
     inCloudFolder,
@@ -26,6 +30,7 @@ enum class DiskItemRefusal : std::uint8_t {
     repositoryData,
     activeApplication,
     // By the item itself and the folder that it lies in.
+    homeElsewhere,
     vanished,
     unreadable,
     link,
@@ -47,8 +52,11 @@ enum class DiskItemRefusal : std::uint8_t {
     // By what a folder holds; here what is met first is told.
     mountPointInside,
     otherOwnerInside,
+    lockedInside,
+    specialFileInside,
     placeholderInside,
     unreadableInside,
+    tooDeepInside,
     backupInside,
     databaseInside,
     inUseLately,
@@ -58,12 +66,15 @@ enum class DiskItemRefusal : std::uint8_t {
 /// One plain sentence or two for people: what is the matter and, where it helps, what to do.
 [[nodiscard]] std::string_view explanation(DiskItemRefusal refusal);
 
-constexpr RawValueTable<DiskItemRefusal, 40> rawValues(RawValueTag<DiskItemRefusal>) {
+constexpr RawValueTable<DiskItemRefusal, 47> rawValues(RawValueTag<DiskItemRefusal>) {
     using enum DiskItemRefusal;
     return {{{{nothingKnown, "nothingKnown"},
+              {desktopListUnreadable, "desktopListUnreadable"},
+              {homeUnreadable, "homeUnreadable"},
               {homeFolder, "homeFolder"},
               {openedFolder, "openedFolder"},
               {outsideChosenFolders, "outsideChosenFolders"},
+              {inTrash, "inTrash"},
               {standardFolder, "standardFolder"},
               {sharedFolder, "sharedFolder"},
               {inCloudFolder, "inCloudFolder"},
@@ -74,6 +85,7 @@ constexpr RawValueTable<DiskItemRefusal, 40> rawValues(RawValueTag<DiskItemRefus
               {insidePackage, "insidePackage"},
               {repositoryData, "repositoryData"},
               {activeApplication, "activeApplication"},
+              {homeElsewhere, "homeElsewhere"},
               {vanished, "vanished"},
               {unreadable, "unreadable"},
               {link, "link"},
@@ -94,8 +106,11 @@ constexpr RawValueTable<DiskItemRefusal, 40> rawValues(RawValueTag<DiskItemRefus
               {changedSinceMeasured, "changedSinceMeasured"},
               {mountPointInside, "mountPointInside"},
               {otherOwnerInside, "otherOwnerInside"},
+              {lockedInside, "lockedInside"},
+              {specialFileInside, "specialFileInside"},
               {placeholderInside, "placeholderInside"},
               {unreadableInside, "unreadableInside"},
+              {tooDeepInside, "tooDeepInside"},
               {backupInside, "backupInside"},
               {databaseInside, "databaseInside"},
               {inUseLately, "inUseLately"},

@@ -1,15 +1,17 @@
 #include "StorageEngine/DiskItemRemovalPolicy.h"
 
-#include <cerrno>
-#include <filesystem>
-#include <system_error>
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "Base/PathText.h"
+#include "StorageEngine/CloudFolders.h"
+#include "StorageEngine/DatabaseFile.h"
+#include "StorageEngine/DesktopFolders.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
+#include "StorageEngine/DiskGroupCategory.h"
 #include "StorageEngine/DiskItemContents.h"
 #include "StorageEngine/LiveDataDetection.h"
-#include "StorageEngine/ProtectedFolders.h"
 #include "StorageEngine/RemovalConsequence.h"
 
 namespace tidyro {
@@ -18,11 +20,6 @@ namespace {
 
 using enum DiskItemRefusal;
 using platform::ItemKind;
-
-/// A search of very many folders must not remember them all.
-constexpr std::size_t mostRemembered = 100'000;
-
-bool meansGone(int error) { return error == ENOENT || error == ENOTDIR; }
 
 /// Whether a set has the path or, for a folder, anything in it. In the order of the set all that
 /// lies in a folder stands together, behind the folder's path and a "/".
@@ -35,63 +32,35 @@ bool holds(const std::set<std::string, std::less<>>& paths, const std::string& p
     return first != paths.end() && first->starts_with(inside);
 }
 
-CleanupCategory categoryOf(DiskGroup group) {
-    switch (group) {
-    case DiskGroup::projectFolders: return CleanupCategory::generatedWork;
-    case DiskGroup::appleDeveloper:
-    case DiskGroup::packageCaches:
-    case DiskGroup::applicationCaches:
-    case DiskGroup::sandboxedCaches: return CleanupCategory::regenerableCache;
-    case DiskGroup::logs: return CleanupCategory::expiredLog;
-    case DiskGroup::oldDownloads:
-    case DiskGroup::installers: return CleanupCategory::download;
-    case DiskGroup::largeFiles: return CleanupCategory::largeFile;
-    case DiskGroup::trash: break;
-    }
-    return CleanupCategory::unknown;
-}
-
 } // namespace
 
 DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
     : context_(std::move(options.context)),
       home_(std::move(options.home)),
-      observer_(home_, options.volumes),
-      isSuperuser_(platform::currentUserID() == 0) {
-    if (context_ == nullptr) return;
-    const auto desktop = desktopFolders(home_);
-    if (!desktop) return; // what people call their folders is not known
+      observer_(home_, options.volumes) {
+    const auto desktop = DesktopFolders::of(home_);
+    if (!desktop) unknown_ = desktopListUnreadable; // for which there is no context either
+    if (!desktop || context_ == nullptr) return;
+    const auto clouds = cloudFolders(home_);
+    if (!clouds) unknown_ = homeUnreadable;
+    if (!clouds) return;
     const auto volumes = options.volumes.mounted().value_or(std::vector<platform::Volume>{});
-    places_.emplace(DiskItemPlaces::Options{.home = home_,
-                                            .openedFolders = options.openedFolders,
-                                            .desktopFolders = *desktop,
-                                            .context = *context_,
-                                            .volumes = volumes});
+    const DiskItemPlaces::Options known{.home = home_,
+                                        .openedFolders = options.openedFolders,
+                                        .desktop = *desktop,
+                                        .cloudFolders = *clouds,
+                                        .context = *context_,
+                                        .volumes = volumes};
+    places_.emplace(known);
+    realHome_ = FileURL::folder(places_->realHome());
+    folders_ = DiskItemFolders(places_->keptFolders(known));
 }
 
-const DiskItemRemovalPolicy::Folder& DiskItemRemovalPolicy::folderAt(std::string_view path) {
-    if (const auto known = folders_.find(path); known != folders_.end()) return known->second;
-    Folder& folder = folders_.emplace(path, Folder{}).first->second;
-    std::error_code failed;
-    folder.real = std::filesystem::canonical(path, failed).string();
-    if (failed) {
-        folder.refusal = meansGone(failed.value()) ? vanished : unreadable;
-        return folder;
-    }
-    const auto seen = platform::fileMetadata(folder.real);
-    if (!seen) {
-        folder.refusal = meansGone(seen.error().code) ? vanished : unreadable;
-        return folder;
-    }
-    folder.seen = *seen;
-    folder.isWritable = platform::isWritableFolder(folder.real) && !isClosed(*seen);
-    return folder;
-}
-
-/// The superuser is refused nothing by the system; a folder that is closed to everybody is so for
-/// a reason all the same.
-bool DiskItemRemovalPolicy::isClosed(const platform::FileMetadata& folder) const {
-    return isSuperuser_ && !folder.isWritableBySomebody;
+/// What is no moment at all is before nothing and after nothing.
+DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byMoments(const Question& question) {
+    const auto isMoment = [](Timestamp at) { return std::isfinite(at.secondsSinceReference()); };
+    if (question.built && !isMoment(*question.built)) return changedSinceMeasured;
+    return isMoment(question.at) ? Verdict() : inUseLately;
 }
 
 DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byKind(const platform::FileMetadata& seen) {
@@ -132,11 +101,25 @@ DiskItemRemovalPolicy::byPermissions(const Look& look, const FileObservation& ob
     if (look.seen.isLocked || look.folder.seen.isLocked) return locked;
     if (!look.folder.isWritable) return closedSurroundings;
     if (look.seen.kind == ItemKind::folder) {
-        if (!platform::isWritableFolder(look.real) || isClosed(look.seen)) return closedFolder;
+        if (!platform::isWritableFolder(look.real) || folders_.isClosed(look.seen)) {
+            return closedFolder;
+        }
         if (!observation.isReadable) return unreadableFolder;
     }
     if (observation.isBackupArtifact) return backup;
     return std::nullopt;
+}
+
+/// By what the folders above the item are made of. Of a folder itself only that it is a database
+/// counts: a whole repository is a whole project.
+DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::bySurroundings(const Look& look) {
+    const std::string& path = look.question.item.path();
+    const FolderSurroundings above = observer_.surroundings(std::string(path::parent(path)));
+    if (above.isInHistory) return repositoryData;
+    if (above.isInDatabase) return liveDatabase;
+    const bool isFolder = look.seen.kind == ItemKind::folder;
+    return isFolder && observer_.surroundings(path).isInDatabase ? Verdict(liveDatabase)
+                                                                 : std::nullopt;
 }
 
 /// What is open is told by path: of a file with several names one that is open by another name
@@ -145,12 +128,24 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byUse(const Look& look) co
     const std::string& path = look.question.item.path();
     const bool isFolder = look.seen.kind == ItemKind::folder;
     for (const std::string* one : {&path, &look.real}) {
-        if (LiveDataDetector::signal(LoweredPath(look.places.below(*one)))) return liveDatabase;
+        if (LiveDataDetector::signal(LoweredPath(look.places.names(*one)))) return liveDatabase;
         if (holds(context_->facts().openByProcessPaths, *one, isFolder)) return openByProcess;
         if (holds(context_->facts().activelyGrowingPaths, *one, isFolder)) return growing;
         if (look.real == path) break;
     }
     return std::nullopt;
+}
+
+/// A folder is looked through for databases later on, with all that is in it.
+DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byDatabase(const Look& look) {
+    if (look.seen.kind != ItemKind::regularFile) return std::nullopt;
+    const auto hasJournal = DatabaseFile::hasJournal(look.parent, look.name.c_str());
+    if (!hasJournal) return refusalFor(hasJournal.error());
+    if (*hasJournal) return liveDatabase;
+    if (!DatabaseFile::hasLengthOfOne(look.seen.byteCount)) return std::nullopt;
+    const auto is = DatabaseFile::isOne(look.parent, look.name.c_str(), look.seen);
+    if (!is) return refusalFor(is.error());
+    return *is ? Verdict(liveDatabase) : std::nullopt;
 }
 
 /// A link inside a known place may lead out of it: what lies there is not the place's.
@@ -166,40 +161,41 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byPlace(const Look& look) 
         top = path::parent(top);
     }
     if (top == path) return std::nullopt;
-    const std::string expected = path::joined(folderAt(top).real, path::below(path, top));
+    const std::string expected = path::joined(folders_.at(top).real, path::below(path, top));
     return expected == look.real ? Verdict() : otherPlace;
 }
 
 DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byTime(const Look& look) const {
     const Question& question = look.question;
-    if (question.built && (!look.seen.modified || *look.seen.modified > *question.built)) {
-        return changedSinceMeasured;
-    }
     auto latest = look.seen.modified;
     if (look.seen.kind == ItemKind::folder) {
-        const auto parent = platform::FolderDescriptor::openRoot(look.folder.real);
-        if (!parent) return unreadableFolder;
-        const auto folder = parent->open(std::string(question.item.lastComponent()).c_str());
-        if (!folder) return platform::meansVanished(folder.error()) ? vanished : unreadableFolder;
         const auto inside =
-            DiskItemContents::lastModification({.folder = *folder,
+            DiskItemContents::lastModification({.parent = look.parent,
+                                                .name = look.name,
                                                 .seen = look.seen,
                                                 .owner = context_->facts().currentUserID,
+                                                .kept = folders_.kept(),
                                                 .cancel = question.cancel});
         if (!inside) return inside.error();
         latest = *inside;
     }
-    if (look.place == nullptr) return std::nullopt;
+    const auto isQuietSince = [&](Timestamp moment) { return latest && *latest <= moment; };
+    if (question.built && !isQuietSince(*question.built)) return changedSinceMeasured;
+    double quietPeriod = 0;
+    for (const KnownPlace* place : {look.place, look.realPlace}) {
+        if (place != nullptr) quietPeriod = std::max(quietPeriod, place->quietPeriod);
+    }
+    if (quietPeriod == 0) return std::nullopt;
     // A moment in the future is no quiet either.
-    const Timestamp quietSince = question.at.adding(-look.place->quietPeriod);
-    return latest && *latest <= quietSince ? Verdict() : inUseLately;
+    return isQuietSince(question.at.adding(-quietPeriod)) ? Verdict() : inUseLately;
 }
 
 CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look,
                                               const FileObservation& observation) {
     const Question& question = look.question;
     auto group = question.group;
-    if (!group && look.place != nullptr) group = look.place->group;
+    if (!group && look.realPlace != nullptr) group = look.realPlace->group;
+    if (look.place != nullptr && !question.group) group = look.place->group;
     const CleanupCategory category =
         group ? categoryOf(*group) : DeterministicSafetyPolicy::category(observation);
     EvidenceCodes codes{EvidenceCode::userReviewRequired, EvidenceCode::currentUserOwned,
@@ -223,32 +219,50 @@ CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look,
 
 std::expected<CleanupPlanEntry, DiskItemRefusal>
 DiskItemRemovalPolicy::planEntry(const Question& question) {
-    if (!places_) return std::unexpected(nothingKnown);
+    if (question.cancel.stop_requested()) return std::unexpected(cancelled);
+    if (!places_) return std::unexpected(unknown_);
+    const DiskItemPlaces& places = *places_;
     const std::string& path = question.item.path();
-    if (const Verdict found = places_->refusal(path)) return std::unexpected(*found);
-
-    if (folders_.size() >= mostRemembered) folders_.clear();
-    const Folder& folder = folderAt(path::parent(path));
+    if (const Verdict found = byMoments(question)) return std::unexpected(*found);
+    if (const Verdict found = places.refusal(path)) return std::unexpected(*found);
+    // A copy: further folders may be asked for while this one is in use.
+    const DiskItemFolders::Folder folder = folders_.at(path::parent(path));
     if (folder.refusal) return std::unexpected(*folder.refusal);
-    std::string real = path::joined(folder.real, question.item.lastComponent());
+    std::string name(question.item.lastComponent());
+    std::string real = path::joined(folder.real, name);
     if (real != path) {
-        if (const Verdict found = places_->refusalOfReal(real)) return std::unexpected(*found);
+        if (const Verdict found = places.refusalOfReal(real)) return std::unexpected(*found);
     }
-    const auto seen = platform::fileMetadata(path);
-    if (!seen) return std::unexpected(meansGone(seen.error().code) ? vanished : unreadable);
+    if (folder.kept) return std::unexpected(*folder.kept);
+
+    const auto parent = folders_.open(folder);
+    if (!parent) return std::unexpected(parent.error());
+    const auto seen = platform::fileMetadata(*parent, name.c_str());
+    if (!seen) return std::unexpected(refusalFor(seen.error()));
     if (const Verdict found = byKind(*seen)) return std::unexpected(*found);
+    if (const Verdict found = folders_.kept().refusal(seen->identity, real)) {
+        return std::unexpected(*found);
+    }
 
     const FileObservation observation = observer_.observation(
-        seen->kind == ItemKind::folder ? FileURL::folder(path) : FileURL::file(path), *seen);
+        *parent, seen->kind == ItemKind::folder ? FileURL::folder(path) : FileURL::file(path),
+        *seen);
     Look look{.question = question,
-              .places = *places_,
+              .places = places,
               .folder = folder,
+              .parent = *parent,
+              .name = std::move(name),
               .real = std::move(real),
               .seen = *seen,
-              .place = KnownPlaces::place(path, home_)};
+              .place = KnownPlaces::place(path, home_),
+              .realPlace = nullptr};
+    const bool isWrittenAsItIs = look.real == path && realHome_ == home_;
+    look.realPlace = isWrittenAsItIs ? look.place : KnownPlaces::place(look.real, realHome_);
     Verdict found = byOrigin(look, observation);
     if (!found) found = byPermissions(look, observation);
+    if (!found) found = bySurroundings(look);
     if (!found) found = byUse(look);
+    if (!found) found = byDatabase(look);
     if (!found) found = byPlace(look);
     if (!found) found = byTime(look);
     if (found) return std::unexpected(*found);

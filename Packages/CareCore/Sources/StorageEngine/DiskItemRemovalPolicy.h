@@ -2,12 +2,10 @@
 
 #include <cstdint>
 #include <expected>
-#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "Base/Cancellation.h"
@@ -15,7 +13,9 @@
 #include "Base/Timestamp.h"
 #include "CareDomain/CleanupPlanEntry.h"
 #include "Platform/FileMetadata.h"
+#include "Platform/FolderReading.h"
 #include "Platform/Volumes.h"
+#include "StorageEngine/DiskItemFolders.h"
 #include "StorageEngine/DiskItemPlaces.h"
 #include "StorageEngine/DiskItemRefusal.h"
 #include "StorageEngine/DiskTree/DiskGroup.h"
@@ -35,8 +35,13 @@ namespace tidyro {
 ///     if (!entry) show(explanation(entry.error()));
 ///
 /// The checks come in the order in which `DiskItemRefusal` lists the refusals; every doubt is one.
-/// An item that its path alone refuses costs no look at the disk, a file that may go a few system
-/// calls, a folder a look through all that it holds.
+/// An item that its path alone refuses costs no look at the disk, a file that may go about a dozen
+/// system calls, a folder a look through all that it holds.
+///
+/// What decides over an item is asked through the open folder that it lies in, which was opened
+/// without following a link: a folder on the way that is exchanged meanwhile leads nowhere else.
+/// Whole projects and whole repositories may go when a person picks them, parts of a repository
+/// may not.
 ///
 /// What it finds out about the folders that items lie in it remembers, and it asks what is mounted
 /// and where the links in the home lead only once: a new one is made for each search or selection,
@@ -69,51 +74,42 @@ class DiskItemRemovalPolicy {
     planEntry(const Question& question);
 
   private:
-    /// A folder that items lie in.
-    struct Folder {
-        std::optional<DiskItemRefusal> refusal; ///< it is not there, or not to be looked at
-        std::string real;
-        platform::FileMetadata seen;
-        bool isWritable;
-    };
-    /// An item, looked at.
+    /// An item, looked at through the open folder that it lies in.
     struct Look {
         const Question& question;
         const DiskItemPlaces& places;
-        const Folder& folder;
+        const DiskItemFolders::Folder& folder;
+        const platform::FolderDescriptor& parent;
+        std::string name;
         std::string real;
         platform::FileMetadata seen;
-        const KnownPlace* place; ///< by its written path
-        bool isInternal = false; ///< on a disk inside the machine
+        const KnownPlace* place;     ///< by its written path
+        const KnownPlace* realPlace; ///< by its real one
+        bool isInternal = false;     ///< on a disk inside the machine
     };
     using Verdict = std::optional<DiskItemRefusal>; ///< none: nothing was found against it
 
-    [[nodiscard]] const Folder& folderAt(std::string_view path);
+    [[nodiscard]] static Verdict byMoments(const Question& question);
     [[nodiscard]] static Verdict byKind(const platform::FileMetadata& seen);
     [[nodiscard]] Verdict byOrigin(Look& look, const FileObservation& observation);
     [[nodiscard]] Verdict byPermissions(const Look& look, const FileObservation& observation) const;
+    [[nodiscard]] Verdict bySurroundings(const Look& look);
     [[nodiscard]] Verdict byUse(const Look& look) const;
+    [[nodiscard]] static Verdict byDatabase(const Look& look);
     [[nodiscard]] Verdict byPlace(const Look& look);
     [[nodiscard]] Verdict byTime(const Look& look) const;
     [[nodiscard]] bool isVouchedFor(const Look& look, const FileObservation& observation);
-    [[nodiscard]] bool isClosed(const platform::FileMetadata& folder) const;
     [[nodiscard]] static CleanupPlanEntry entry(const Look& look,
                                                 const FileObservation& observation);
-
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const {
-            return std::hash<std::string_view>{}(text);
-        }
-    };
 
     std::shared_ptr<const SafetyPolicyContext> context_;
     FileURL home_;
     FileObserver observer_;
-    std::optional<DiskItemPlaces> places_; ///< none when nothing is known
-    bool isSuperuser_;
-    std::unordered_map<std::string, Folder, Hash, std::equal_to<>> folders_;
-    std::unordered_map<std::string, std::optional<std::string>, Hash, std::equal_to<>>
+    DiskItemRefusal unknown_ = DiskItemRefusal::nothingKnown; ///< why there are no places
+    std::optional<DiskItemPlaces> places_;
+    FileURL realHome_;
+    DiskItemFolders folders_{{}};
+    std::map<std::string, std::optional<std::string>>
         openedVolumes_; ///< volumes of opened folders, by their real paths
 };
 

@@ -61,11 +61,13 @@ FileObservation FileObserver::made(const platform::FileMetadata& seen, const Fil
 std::expected<FileObservation, SystemError> FileObserver::observation(const FileURL& at) {
     const auto seen = platform::fileMetadata(at.path());
     if (!seen) return std::unexpected(seen.error());
-    return observation(at, *seen);
+    return made(*seen, at, platform::isReadable(at.path()));
 }
 
-FileObservation FileObserver::observation(const FileURL& at, const platform::FileMetadata& seen) {
-    return made(seen, at, platform::isReadable(at.path()));
+FileObservation FileObserver::observation(const platform::FolderDescriptor& folder,
+                                          const FileURL& at, const platform::FileMetadata& seen) {
+    const std::string name(at.lastComponent());
+    return made(seen, at, platform::isReadable(folder, name.c_str()));
 }
 
 std::expected<FileObservation, SystemError>

@@ -39,14 +39,20 @@ class FileObserver {
 
     [[nodiscard]] std::expected<FileObservation, SystemError> observation(const FileURL& at);
 
-    /// The same from what the system said of the item a moment ago.
-    [[nodiscard]] FileObservation observation(const FileURL& at,
+    /// The same from what the system said a moment ago of the item, which lies in an open folder.
+    [[nodiscard]] FileObservation observation(const platform::FolderDescriptor& folder,
+                                              const FileURL& at,
                                               const platform::FileMetadata& seen);
 
     /// A name in a folder that is open; `url` is the folder's place. However deep that is, the
     /// look itself does not need its path.
     [[nodiscard]] std::expected<FileObservation, SystemError>
     observation(const platform::FolderDescriptor& folder, const FileURL& url, const char* name);
+
+    /// What a folder's items belong to.
+    [[nodiscard]] FolderSurroundings surroundings(const std::string& folder) {
+        return judge_.surroundings(folder);
+    }
 
   private:
     [[nodiscard]] FileObservation made(const platform::FileMetadata& seen, const FileURL& url,

@@ -18,6 +18,11 @@ struct FolderSurroundings {
     /// of Timeshift or snapper. Told by names, and by the files that such a store is made of, at
     /// the home, below it, and for a folder that is not in the home anywhere above it.
     bool isInBackup;
+    /// The folder or one above it is a database that is made of files.
+    bool isInDatabase;
+    /// The folder or one above it, below the home, is a git repository itself: what lies in it is
+    /// the history of a project and not its files.
+    bool isInHistory;
 
     bool operator==(const FolderSurroundings&) const = default;
 };
@@ -26,7 +31,7 @@ struct FolderSurroundings {
 /// What it remembers is as old as it is, so who is about to touch something takes a new one.
 ///
 /// Both the path as it is written and the place where its links lead count. What cannot be read is
-/// taken for a repository and for a backup. Used by one thread.
+/// taken for all of it. Used by one thread.
 class FolderSurroundingsJudge {
   public:
     explicit FolderSurroundingsJudge(const FileURL& home);

@@ -9,9 +9,11 @@
 #include <utility>
 
 #include "Base/PathText.h"
+#include "Base/UnicodeText.h"
 #include "Platform/FileMetadata.h"
 #include "StorageEngine/ActiveApplications.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
+#include "StorageEngine/DesktopFolders.h"
 #include "StorageEngine/ProtectedFolders.h"
 
 namespace tidyro {
@@ -139,6 +141,17 @@ std::vector<FileURL> withRealPlaces(std::vector<FileURL> folders) {
     return folders;
 }
 
+/// Of the folders those that do not lie in a kept one. A desktop may be told to call anything the
+/// folder of its templates, and a vault may be mounted where passwords are kept.
+std::vector<FileURL> outside(const std::vector<FileURL>& kept, std::vector<FileURL> folders) {
+    std::vector<std::string> paths;
+    for (const FileURL& folder : kept) paths.push_back(folded(folder.path()));
+    const RootPathIndex index(paths);
+    std::erase_if(folders,
+                  [&](const FileURL& folder) { return index.contains(folded(folder.path())); });
+    return folders;
+}
+
 } // namespace
 
 LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL home)
@@ -148,13 +161,13 @@ LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL hom
                                                                      Options options)
     : home_(std::move(home)), machine_(std::move(machine)), options_(std::move(options)) {}
 
-std::optional<SafetyPolicyFacts> LocalRuntimeSafetyContextProvider::facts() const {
+std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() const {
     const auto volumes = machine_.volumes.mounted();
     if (!volumes) return std::nullopt;
     const auto applications = machine_.applications.running();
     if (!applications) return std::nullopt;
-    auto protectedRoots = protectedFolders(home_);
-    if (!protectedRoots) return std::nullopt;
+    const auto desktop = DesktopFolders::of(home_);
+    if (!desktop) return std::nullopt;
     // Last, so that what is in use is the youngest of it all.
     auto activity = machine_.processes.activity();
     if (!activity) return std::nullopt;
@@ -163,22 +176,28 @@ std::optional<SafetyPolicyFacts> LocalRuntimeSafetyContextProvider::facts() cons
     for (const std::string& folder : ActiveApplications::dataFolders(*applications)) {
         activeRoots.push_back(home_.appendingFolder(folder));
     }
-    protectedRoots->insert(protectedRoots->end(), options_.protectedRoots.begin(),
-                           options_.protectedRoots.end());
+    std::vector<FileURL> kept = protectedFolders(home_);
+    kept.insert(kept.end(), options_.protectedRoots.begin(), options_.protectedRoots.end());
+    kept = withRealPlaces(std::move(kept));
+    std::vector<FileURL> choosable = desktop->personal;
     const auto second = secondPlaces(*volumes, home_);
-    protectedRoots->insert(protectedRoots->end(), second.begin(), second.end());
-    return SafetyPolicyFacts{.currentUserID = platform::currentUserID(),
-                             .internalLocalVolumeIdentifiers = internalVolumes(*volumes),
-                             .activeApplicationRoots = withRealPlaces(std::move(activeRoots)),
-                             .additionalProtectedRoots = withRealPlaces(*std::move(protectedRoots)),
-                             .activelyGrowingPaths = {},
-                             .openByProcessPaths = pathsInUse(*std::move(activity), home_)};
+    choosable.insert(choosable.end(), second.begin(), second.end());
+    choosable = outside(kept, withRealPlaces(std::move(choosable)));
+    std::vector<FileURL> roots = std::move(kept);
+    roots.insert(roots.end(), choosable.begin(), choosable.end());
+    return SafetyPolicyContext({.currentUserID = platform::currentUserID(),
+                                .internalLocalVolumeIdentifiers = internalVolumes(*volumes),
+                                .activeApplicationRoots = withRealPlaces(std::move(activeRoots)),
+                                .additionalProtectedRoots = std::move(roots),
+                                .activelyGrowingPaths = {},
+                                .openByProcessPaths = pathsInUse(*std::move(activity), home_)},
+                               std::move(choosable));
 }
 
 LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::rebuilt() {
     const Timestamp begun = machine_.clock();
     last_.reset();
-    auto found = facts();
+    auto found = look();
     if (!found) return nullptr;
     last_ = Taken{.context = std::make_shared<const SafetyPolicyContext>(*std::move(found)),
                   .at = begun};

@@ -68,7 +68,7 @@ class LocalRuntimeSafetyContextProvider {
 
   private:
     [[nodiscard]] Context rebuilt();
-    [[nodiscard]] std::optional<SafetyPolicyFacts> facts() const;
+    [[nodiscard]] std::optional<SafetyPolicyContext> look() const;
 
     const FileURL home_;
     const Machine machine_;

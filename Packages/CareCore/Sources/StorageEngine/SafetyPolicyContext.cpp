@@ -36,8 +36,9 @@ PathSet readBack(const PathSet& paths) {
 
 } // namespace
 
-SafetyPolicyContext::SafetyPolicyContext(SafetyPolicyFacts facts)
+SafetyPolicyContext::SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<FileURL> choosable)
     : facts_(std::move(facts)),
+      choosableRoots_(std::move(choosable)),
       activeApplicationRootPaths_(pathsOf(facts_.activeApplicationRoots)),
       additionalProtectedRootPaths_(pathsOf(facts_.additionalProtectedRoots)),
       activeApplicationRoots_(activeApplicationRootPaths_),

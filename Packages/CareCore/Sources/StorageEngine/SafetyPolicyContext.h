@@ -37,9 +37,14 @@ struct SafetyPolicyFacts {
 /// The facts, with what every verdict asks of them derived once. Immutable.
 class SafetyPolicyContext {
   public:
-    explicit SafetyPolicyContext(SafetyPolicyFacts facts);
+    /// `choosable`: those of the additional protected roots that only rules leave alone. A person
+    /// may pick single items in them: the folders of documents, music, pictures and the like, and
+    /// what is mounted a second time. They are not written, so a context that was read back has
+    /// none, and none is the answer in doubt.
+    explicit SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<FileURL> choosable = {});
 
     [[nodiscard]] const SafetyPolicyFacts& facts() const { return facts_; }
+    [[nodiscard]] const std::vector<FileURL>& choosableRoots() const { return choosableRoots_; }
     [[nodiscard]] const std::vector<std::string>& activeApplicationRootPaths() const {
         return activeApplicationRootPaths_;
     }
@@ -57,6 +62,7 @@ class SafetyPolicyContext {
 
   private:
     SafetyPolicyFacts facts_;
+    std::vector<FileURL> choosableRoots_;
     std::vector<std::string> activeApplicationRootPaths_;
     std::vector<std::string> additionalProtectedRootPaths_;
     RootPathIndex activeApplicationRoots_;

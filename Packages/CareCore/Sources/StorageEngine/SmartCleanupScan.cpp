@@ -137,7 +137,7 @@ std::vector<CleanupPlace> Run::openPlaces() {
     for (const CleanupRule& rule : rules_) {
         auto place = CleanupPlace::open(rule, home_);
         if (!place) {
-            if (place.error()) report_.addGap(*std::move(place.error()));
+            if (auto gap = std::move(place.error())) report_.addGap(*std::move(gap));
             continue;
         }
         const bool isKnown = std::ranges::any_of(

@@ -2,66 +2,17 @@
 
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <set>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "Platform/Testing/FakeVolumes.h"
-#include "Support/OtherCircumstances.h"
+#include "StorageEngine/DiskItemSurroundings.h"
 
 namespace tidyro {
 namespace {
 
-using platform::testing::FakeVolumes;
 using testing::TemporaryFolder;
-
-constexpr double day = 86'400;
-
-/// A home, a folder that the person opened beside it, and all that a policy is made from.
-struct Surroundings {
-    TemporaryFolder place;
-    FakeVolumes volumes;
-    SafetyPolicyFacts facts{.currentUserID = ::geteuid(),
-                            .internalLocalVolumeIdentifiers = {"inside"},
-                            .activeApplicationRoots = {},
-                            .additionalProtectedRoots = {},
-                            .activelyGrowingPaths = {},
-                            .openByProcessPaths = {}};
-
-    Surroundings() {
-        place.folder("home");
-        place.folder("opened");
-        const auto seen = platform::fileMetadata(place.path());
-        volumes.answer = std::vector<platform::Volume>{{.mountPath = "/",
-                                                        .mount = seen->mount.value_or(0),
-                                                        .device = seen->identity.device,
-                                                        .identifier = "inside",
-                                                        .fileSystem = "any",
-                                                        .isInternalLocal = true}};
-    }
-    [[nodiscard]] FileURL home() const { return FileURL::folder(place / "home"); }
-    [[nodiscard]] FileURL at(std::string_view name) const { return FileURL::file(place / name); }
-    [[nodiscard]] DiskItemRemovalPolicy policy() const {
-        return DiskItemRemovalPolicy({.home = home(),
-                                      .openedFolders = {FileURL::folder(place / "opened"),
-                                                        FileURL::folder(place / "home/work")},
-                                      .context = std::make_shared<const SafetyPolicyContext>(facts),
-                                      .volumes = volumes});
-    }
-};
-
-/// The refusal by its name; empty for an item that may go. Everything was made days ago.
-std::string told(DiskItemRemovalPolicy& policy, const FileURL& item,
-                 std::optional<std::string> placeID = std::nullopt) {
-    const auto entry = policy.planEntry({.item = item,
-                                         .placeID = std::move(placeID),
-                                         .measuredBytes = 1,
-                                         .at = Timestamp::now().adding(3 * day)});
-    return entry ? "" : std::string(rawValue(entry.error()));
-}
 
 /// What is made at the item's place before anything is asked. Of what is refused by its path alone
 /// nothing is made: were it looked at, it had vanished.
@@ -73,7 +24,7 @@ struct Case {
     const char* told;
 };
 using enum Made;
-constexpr std::array<Case, 88> cases{{
+constexpr std::array<Case, 126> cases{{
     {"home/files/plain", file, ""},
     {"home/files/names \xff\xfe", file, ""},
     {"home/Documents/file", file, ""},
@@ -86,6 +37,13 @@ constexpr std::array<Case, 88> cases{{
     {"home/apps/Thing.app", folder, ""},
     {"home/Dropbox Notes/file", file, ""},
     {"home/box/../files/plain", nothing, ""},
+    {"home/sync.sh", file, ""},
+    {"home/Box-2", folder, ""},
+    {"home/.Trash-old", folder, ""},
+    {"home/no borg", folder, ""},
+    {"home/bare", folder, ""},
+    {"home/projects", folder, ""},
+    {"home/long", folder, ""},
     {"opened/file", file, ""},
     {"opened/Documents", folder, ""},
     {"home/toDocuments/file", nothing, ""},
@@ -99,6 +57,11 @@ constexpr std::array<Case, 88> cases{{
     {"elsewhere/file", nothing, "outsideChosenFolders"},
     {"opened2/file", nothing, "outsideChosenFolders"},
     {"home/out/file", nothing, "outsideChosenFolders"},
+    {"home/.local/share/Trash", nothing, "inTrash"},
+    {"home/.local/share/trash/info/1.trashinfo", nothing, "inTrash"},
+    {"home/.Trash/1", nothing, "inTrash"},
+    {"opened/.Trash-1000/files/1", nothing, "inTrash"},
+    {"opened/disk/.Trash/1000", nothing, "inTrash"},
     {"home/Documents", nothing, "standardFolder"},
     {"home/documents", nothing, "standardFolder"},
     {"home/Library", nothing, "standardFolder"},
@@ -117,6 +80,12 @@ constexpr std::array<Case, 88> cases{{
     {"home/dropbox/file", nothing, "inCloudFolder"},
     {"home/OneDrive - Company", nothing, "inCloudFolder"},
     {"home/Company Dropbox/a/b", nothing, "inCloudFolder"},
+    {"home/onedrive-X/file", nothing, "inCloudFolder"},
+    {"home/Nextcloud2", nothing, "inCloudFolder"},
+    {"home/Dropbox.old/file", nothing, "inCloudFolder"},
+    {"home/Yandex.Disk/file", nothing, "inCloudFolder"},
+    {"home/synced/work/file", nothing, "inCloudFolder"},
+    {"home/synced", nothing, "holdsCloudFolder"},
     {"home/toCloud/file", nothing, "inCloudFolder"},
     {"opened/boxed/file", nothing, "inCloudFolder"},
     {"opened/holder", nothing, "holdsCloudFolder"},
@@ -131,6 +100,11 @@ constexpr std::array<Case, 88> cases{{
     {"home/project/.GIT/objects/ab/cd", nothing, "repositoryData"},
     {"home/worktree/.git", nothing, "repositoryData"},
     {"home/toGit/config", nothing, "repositoryData"},
+    {"home/bare/HEAD", nothing, "repositoryData"},
+    {"home/bare/objects/ab/cd", file, "repositoryData"},
+    {"home/bare/refs", nothing, "repositoryData"},
+    {"home/toBare/config", nothing, "repositoryData"},
+    {"home/history of others", nothing, "repositoryData"},
     {"home/.config/running/file", nothing, "activeApplication"},
     {"home/apps/data", nothing, "activeApplication"},
 
@@ -152,6 +126,12 @@ constexpr std::array<Case, 88> cases{{
     {"home/app/IndexedDB/1/plain", file, "liveDatabase"},
     {"home/toStore/plain", nothing, "liveDatabase"},
     {"opened/databases/file", file, "liveDatabase"},
+    {"home/plain names/History", nothing, "liveDatabase"},
+    {"home/plain names/Cookies", file, "liveDatabase"},
+    {"home/plain names/state", file, "liveDatabase"},
+    {"home/rocks/000012.sst", file, "liveDatabase"},
+    {"home/rocks", nothing, "liveDatabase"},
+    {"home/postgres/base/1/16384", file, "liveDatabase"},
     {"home/files/open", file, "openByProcess"},
     {"home/busy/deep/open", file, "openByProcess"},
     {"home/busy", nothing, "openByProcess"},
@@ -163,10 +143,56 @@ constexpr std::array<Case, 88> cases{{
     {"home/holds/a/b/c/library.db", file, "liveDatabase"},
     {"home/holds", nothing, "databaseInside"},
     {"home/holds store", nothing, "databaseInside"},
+    {"home/holds pages", nothing, "databaseInside"},
+    {"home/holds rocks", nothing, "databaseInside"},
+    {"home/holds mysql", nothing, "databaseInside"},
+    {"home/holds socket", nothing, "specialFileInside"},
+    {"home/holds restic", nothing, "backupInside"},
+    {"home/holds borg", nothing, "backupInside"},
+    {"home/holds phone", nothing, "backupInside"},
+    {"home/moved/MobileSync", nothing, "backupInside"},
+    {"home/timeshift", nothing, "backupInside"},
     {"home/disk", nothing, "backupInside"},
     {"home/phones", nothing, "backupInside"},
     {"home/linked", folder, ""},
 }};
+
+/// Backups, databases and repositories that are told by what they are made of.
+void makeStores(const TemporaryFolder& place) {
+    std::string database("SQLite format 3\0", 16);
+    database.resize(512); // a page
+    const std::string page = database + std::string(512 - database.size(), 'x');
+    place.file("home/plain names/History", database);
+    place.file("home/holds pages/a/b/History", page);
+    // Too many files are no databases for each to be opened; this has no length of one.
+    place.file("home/long/History", page + "x");
+    for (const char* file :
+         {"plain names/Cookies-wal", "plain names/state-journal", "rocks/CURRENT",
+          "rocks/MANIFEST-000001", "holds rocks/a/CURRENT", "holds rocks/a/MANIFEST-000001",
+          "postgres/PG_VERSION", "holds mysql/a/ibdata1", "holds restic/a/config",
+          "holds restic/a/data/ab/x", "holds restic/a/keys/x", "holds restic/a/snapshots/x",
+          "holds borg/a/data/0/1", "no borg/a/data/0/1", "holds phone/a/Manifest.plist",
+          "holds phone/a/Status.plist", "moved/MobileSync/Backup/1/file",
+          "timeshift/snapshots/1/file"}) {
+        place.file("home/" + std::string(file), "x");
+    }
+    place.file("home/holds borg/a/config", "[repository]\nversion = 1\n");
+    place.file("home/no borg/a/config", "[window]\nwidth = 1\n");
+    place.folder("home/holds socket/a");
+    place.socket("home/holds socket/a/socket");
+    for (const char* folder : {"bare", "projects/bare", "history of others", "projects/others"}) {
+        const std::string repository = "home/" + std::string(folder) + "/";
+        place.file(repository + "HEAD", "ref: refs/heads/main\n");
+        place.file(repository + "config");
+        place.folder(repository + "objects");
+        place.folder(repository + "refs");
+    }
+    place.file("home/history of others/index");
+    place.file("home/projects/others/index");
+    place.link("home/toBare", "bare");
+    place.file("home/synced/work/file");
+    place.link("home/Dropbox (Work)", "synced/work");
+}
 
 void makeCases(const TemporaryFolder& place) {
     for (const Case& one : cases) {
@@ -182,6 +208,7 @@ void makeCases(const TemporaryFolder& place) {
     for (const char* name : {"data/ab", "keys", "snapshots"}) {
         place.folder("home/restic/" + std::string(name));
     }
+    makeStores(place);
     // What links lead to is not the folder's own.
     place.link("home/linked/database.db", "../files/data.sqlite");
     place.link("home/linked/elsewhere", "../../elsewhere");
@@ -221,9 +248,9 @@ TEST(DiskItemRemovalPolicy, SaysWhatMayGoAndWhyTheRestMayNot) {
     Surroundings around;
     makeCases(around.place);
     // What the desktop's list protects from rules does not keep a person from choosing in it.
-    for (const char* name : {"home/keep/secret", "home/Klang", "home/Geholt"}) {
-        around.facts.additionalProtectedRoots.push_back(around.at(name));
-    }
+    around.choosable = {around.at("home/Klang"), around.at("home/Geholt")};
+    around.facts.additionalProtectedRoots = around.choosable;
+    around.facts.additionalProtectedRoots.push_back(around.at("home/keep/secret"));
     around.facts.activeApplicationRoots = {around.at("home/.config/running"),
                                            around.at("home/apps/data/of it")};
     around.facts.openByProcessPaths = {around.place / "home/files/open",
@@ -252,16 +279,30 @@ TEST(DiskItemRemovalPolicy, HasASentenceForEachRefusal) {
 
 TEST(DiskItemRemovalPolicy, LeavesTheSystemsPlacesAloneThoughTheyWereOpened) {
     Surroundings around;
-    DiskItemRemovalPolicy policy(
-        {.home = around.home(),
-         .openedFolders = {FileURL::folder("/")},
-         .context = std::make_shared<const SafetyPolicyContext>(around.facts),
-         .volumes = around.volumes});
+    DiskItemRemovalPolicy policy({.home = around.home(),
+                                  .openedFolders = {FileURL::folder("/")},
+                                  .context = around.context(),
+                                  .volumes = around.volumes});
     for (const char* item : {"/usr", "/usr/bin/env", "/Applications/Thing.app", "/etc/passwd",
                              "/run/user/0/file", "/private"}) {
         EXPECT_EQ(told(policy, FileURL::file(item)), "systemPlace") << item;
     }
     EXPECT_EQ(told(policy, around.at("none")), "vanished");
+
+    struct Place {
+        const char* path;
+        bool isTheSystems;
+    };
+    const std::vector<std::string> homes{"/var/lib/builder"};
+    const SystemPlaces places(homes);
+    for (const auto& [path, isTheSystems] :
+         {Place{"/var/lib/builder/file", false}, Place{"/var/lib/dpkg/status", true},
+          Place{"/var/lib/builder2", true}, Place{"/var/mail/ada", true}, Place{"/var", true},
+          Place{"/swapfile", true}, Place{"/root/file", true}, Place{"/run/some.pid", true},
+          Place{"/run/media", true}, Place{"/run/media/ada/disk/file", false},
+          Place{"/srv/file", false}, Place{"/var/tmp", true}, Place{"/var/tmp/file", false}}) {
+        EXPECT_EQ(places.concern(path), isTheSystems) << path;
+    }
 }
 
 TEST(DiskItemRemovalPolicy, RefusesEverythingWhileNothingIsKnown) {
@@ -273,7 +314,10 @@ TEST(DiskItemRemovalPolicy, RefusesEverythingWhileNothingIsKnown) {
     // A list of the desktop's folders that cannot be read.
     around.place.folder("home/.config/user-dirs.dirs");
     DiskItemRemovalPolicy unlisted = around.policy();
-    EXPECT_EQ(told(unlisted, around.at("home/file")), "nothingKnown");
+    EXPECT_EQ(told(unlisted, around.at("home/file")), "desktopListUnreadable");
+    DiskItemRemovalPolicy both(
+        {.home = around.home(), .context = nullptr, .volumes = around.volumes});
+    EXPECT_EQ(told(both, around.at("home/file")), "desktopListUnreadable") << "which is the cause";
 }
 
 TEST(DiskItemRemovalPolicy, TakesOtherVolumesOnlyFromAFolderThatWasOpenedThere) {
@@ -294,7 +338,7 @@ TEST(DiskItemRemovalPolicy, MakesAnEntryThatAPersonApproves) {
     around.place.file("home/.cache/pip/http/1", "12345");
     around.place.file("home/logs/old.txt", "123");
     DiskItemRemovalPolicy policy = around.policy();
-    const Timestamp at = Timestamp::now().adding(day);
+    const Timestamp at = Timestamp::now().adding(secondsOfDay);
     const FileURL pip = around.home().appendingFolder(".cache/pip");
     const auto entry = policy.planEntry({.item = FileURL::file(pip.path()),
                                          .placeID = "pip-cache-dot",
@@ -364,6 +408,9 @@ TEST(DiskItemRemovalPolicy, WaitsUntilAnItemHasBeenQuietAndIsWhatWasMeasured) {
     }
     around.place.times("home/.cache/pip/a/b/1", written, written);
     around.place.times("home/files/1", written, written);
+    around.place.link("opened/toPip", "../home/.cache/pip");
+    constexpr double endless = std::numeric_limits<double>::infinity();
+    constexpr double noMoment = std::numeric_limits<double>::quiet_NaN();
     DiskItemRemovalPolicy policy = around.policy();
     struct Moment {
         const char* item;
@@ -376,7 +423,15 @@ TEST(DiskItemRemovalPolicy, WaitsUntilAnItemHasBeenQuietAndIsWhatWasMeasured) {
              Moment{"home/.cache/pip", 599, std::nullopt, "inUseLately"},
              Moment{"home/.cache/pip", -5, std::nullopt, "inUseLately"},
              Moment{"home/.cache/pip/a/b/1", 599, std::nullopt, "inUseLately"},
-             Moment{"home/.cache/pip", 700, -10, ""}, // by its own date
+             Moment{"home/.cache/pip", 700, 0, ""},
+             Moment{"home/.cache/pip", 700, -1, "changedSinceMeasured"}, // by what is in it
+             Moment{"home/.cache/pip", endless, std::nullopt, "inUseLately"},
+             Moment{"home/files/1", noMoment, std::nullopt, "inUseLately"},
+             Moment{"home/files/1", 700, noMoment, "changedSinceMeasured"},
+             Moment{"home/files/1", 700, endless, "changedSinceMeasured"},
+             Moment{"home/files/1", 700, -endless, "changedSinceMeasured"},
+             Moment{"opened/toPip/a", 599, std::nullopt, "inUseLately"},
+             Moment{"opened/toPip/a", 600, std::nullopt, ""},
              Moment{"home/files/1", 1, std::nullopt, ""},
              Moment{"home/files/1", 700, 0, ""},
              Moment{"home/files/1", 700, -1, "changedSinceMeasured"},
@@ -389,93 +444,19 @@ TEST(DiskItemRemovalPolicy, WaitsUntilAnItemHasBeenQuietAndIsWhatWasMeasured) {
     }
 }
 
-TEST(DiskItemRemovalPolicy, StopsLookingThroughAFolderWhenAsked) {
+TEST(DiskItemRemovalPolicy, StopsWhenAsked) {
     const Surroundings around;
     around.place.file("home/folder/file");
     DiskItemRemovalPolicy policy = around.policy();
     std::stop_source stop;
     stop.request_stop();
-    const auto entry = policy.planEntry({.item = around.at("home/folder"),
-                                         .measuredBytes = 0,
-                                         .at = Timestamp::now(),
-                                         .cancel = stop.get_token()});
-    EXPECT_EQ(entry.error(), DiskItemRefusal::cancelled);
-}
-
-TEST(DiskItemRemovalPolicy, LeavesWhatBelongsToOthersOrIsLocked) {
-    if (::geteuid() != 0) GTEST_SKIP() << "needs root";
-    const Surroundings around;
-    for (const char* name : {"theirs", "folder/a/theirs", "locked", "appended/file"}) {
-        around.place.file("home/" + std::string(name));
+    for (const char* item : {"home/folder", "home/folder/file", "home"}) {
+        const auto entry = policy.planEntry({.item = around.at(item),
+                                             .measuredBytes = 0,
+                                             .at = Timestamp::now(),
+                                             .cancel = stop.get_token()});
+        EXPECT_EQ(entry.error(), DiskItemRefusal::cancelled) << item;
     }
-    for (const char* name : {"home/theirs", "home/folder/a/theirs"}) {
-        ASSERT_EQ(::chown((around.place / name).c_str(), 12'345, 12'345), 0);
-    }
-    DiskItemRemovalPolicy policy = around.policy();
-    EXPECT_EQ(told(policy, around.at("home/theirs")), "otherOwner");
-    EXPECT_EQ(told(policy, around.at("home/folder")), "otherOwnerInside");
-    const std::string file = around.place / "home/locked";
-    const std::string folder = around.place / "home/appended";
-    if (!testing::succeeds("chattr +i '" + file + "' && chattr +a '" + folder + "'")) {
-        GTEST_SKIP() << "the file system has no locks";
-    }
-    EXPECT_EQ(told(policy, around.at("home/locked")), "locked");
-    EXPECT_EQ(told(policy, around.at("home/appended/file")), "locked");
-    EXPECT_TRUE(testing::succeeds("chattr -i '" + file + "'; chattr -a '" + folder + "'"));
-}
-
-TEST(DiskItemRemovalPolicy, LeavesWhatIsClosedToTheUser) {
-    Surroundings around;
-    for (const char* name : {"dark/inner/file", "unread/file", "part/inner/file"}) {
-        around.place.file("home/" + std::string(name));
-    }
-    constexpr std::array<const char*, 3> closed{"home/dark", "home/unread", "home/part/inner"};
-    if (::geteuid() == 0) {
-        ASSERT_TRUE(testing::succeeds("chown -R 65534:65534 '" + around.place.path() + "'"));
-    }
-    for (const char* name : closed) around.place.permissions(name, 0300);
-    around.place.permissions("home/dark", 0600);
-    const std::string text = testing::asOrdinaryUser([&] {
-        around.facts.currentUserID = ::geteuid();
-        DiskItemRemovalPolicy policy = around.policy();
-        std::string all;
-        for (const char* name : {"home/dark/inner/file", "home/unread", "home/part"}) {
-            all += told(policy, around.at(name)) + ";";
-        }
-        return all;
-    });
-    EXPECT_EQ(text, "unreadable;unreadableFolder;unreadableInside;");
-    for (const char* name : closed) around.place.permissions(name, 0755);
-}
-
-TEST(DiskItemRemovalPolicy, LeavesWhereSomethingIsMounted) {
-    const Surroundings around;
-    around.place.folder("home/point");
-    around.place.folder("home/folder/a/point");
-    around.place.file("home/file");
-    around.place.file("elsewhere/file");
-    const auto text = testing::inMountNamespace([&]() -> std::string {
-        if (!testing::bindMount(around.place / "elsewhere", around.place / "home/point") ||
-            !testing::bindMount(around.place / "elsewhere", around.place / "home/folder/a/point") ||
-            !testing::bindMount(around.place / "elsewhere/file", around.place / "home/file")) {
-            return "cannot mount";
-        }
-        // The mounts of the new namespace have numbers of their own.
-        FakeVolumes volumes = around.volumes;
-        volumes.answer->front().mount =
-            platform::fileMetadata(around.place.path())->mount.value_or(0);
-        DiskItemRemovalPolicy policy(
-            {.home = around.home(),
-             .context = std::make_shared<const SafetyPolicyContext>(around.facts),
-             .volumes = volumes});
-        std::string all;
-        for (const char* name : {"home/point", "home/file", "home/folder"}) {
-            all += told(policy, around.at(name)) + ";";
-        }
-        return all;
-    });
-    if (!text) GTEST_SKIP() << "needs a mount namespace of its own";
-    EXPECT_EQ(*text, "mountPoint;mountPoint;mountPointInside;");
 }
 
 } // namespace

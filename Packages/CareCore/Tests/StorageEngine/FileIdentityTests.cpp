@@ -190,7 +190,10 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
     // A folder that went between the look at the file and the look around it.
     FolderSurroundingsJudge judge(FileURL::folder(place / "home"));
     EXPECT_EQ(judge.surroundings(place / "home/none"),
-              (FolderSurroundings{.isInProjectRepository = true, .isInBackup = true}));
+              (FolderSurroundings{.isInProjectRepository = true,
+                                  .isInBackup = true,
+                                  .isInDatabase = true,
+                                  .isInHistory = true}));
 }
 
 } // namespace

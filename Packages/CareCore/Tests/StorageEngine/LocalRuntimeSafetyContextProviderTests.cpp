@@ -144,6 +144,33 @@ TEST(LocalRuntimeSafetyContextProvider, ProtectsWhatIsMountedInTheHomeASecondTim
     EXPECT_FALSE(index.contains(machine.place / "home/x"));
 }
 
+TEST(LocalRuntimeSafetyContextProvider, LetsPeopleChooseOnlyInWhatNothingElseKeeps) {
+    FakeMachine machine;
+    for (const char* folder : {"home/.ssh/inner", "home/.gnupg", "home/Klang", "home/.pki"}) {
+        machine.place.folder(folder);
+    }
+    machine.place.link("home/keys", ".gnupg");
+    machine.place.file("home/.config/user-dirs.dirs", "XDG_TEMPLATES_DIR=\"$HOME/.ssh\"\n"
+                                                      "XDG_DOCUMENTS_DIR=\"$HOME/.SSH/inner\"\n"
+                                                      "XDG_PICTURES_DIR=\"$HOME/keys\"\n"
+                                                      "XDG_DESKTOP_DIR=\"/kept\"\n"
+                                                      "XDG_DOWNLOAD_DIR=\"$HOME/Geholt\"\n"
+                                                      "XDG_MUSIC_DIR=\"$HOME/Klang\"\n");
+    machine.volumes.answer = std::vector(4, volume("twice", true));
+    machine.volumes.answer->at(1).mountPath = machine.place / "home/.pki";
+    machine.volumes.answer->at(2).mountPath = machine.place / "home/data";
+    const auto context = machine.provider().context();
+    ASSERT_NE(context, nullptr);
+    EXPECT_EQ(context->choosableRoots(), (std::vector{machine.home.appendingFolder("keys"),
+                                                      machine.home.appendingFolder("Klang"),
+                                                      machine.home.appendingFolder("data")}));
+    for (const char* kept : {".ssh/id", ".gnupg/x", ".pki/x", "keys/x", "Klang/x", "data/x"}) {
+        EXPECT_TRUE(
+            context->additionalProtectedRootIndex().contains(machine.home.appending(kept).path()))
+            << kept;
+    }
+}
+
 TEST(LocalRuntimeSafetyContextProvider, KnowsFilesByTheNamesThatScansUse) {
     FakeMachine machine;
     machine.place.folder("disk/home/data");

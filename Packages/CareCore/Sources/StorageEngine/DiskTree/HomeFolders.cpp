@@ -67,7 +67,7 @@ constexpr std::array<std::string_view, 48> neverChosen{
     "Library/Services",
 };
 
-constexpr std::array<std::string_view, 20> clouds{
+constexpr std::array<std::string_view, 28> clouds{
     "Library/Mobile Documents",
     "Library/CloudStorage",
     "iCloud Drive (Archive)",
@@ -88,7 +88,18 @@ constexpr std::array<std::string_view, 20> clouds{
     "Proton Drive",
     "Insync",
     "Tresorit",
+    "Seafile",
+    "Yandex.Disk",
+    "kDrive",
+    "MEGAsync",
+    "SynologyDrive",
+    "Synology Drive",
+    "Jottacloud",
+    "Koofr",
 };
+
+/// Those that are words as well: "sync.sh" and "Box-2" need not be a cloud's.
+constexpr std::array<std::string_view, 3> words{"box", "mega", "sync"};
 
 const std::vector<std::string>& foldedClouds() {
     static const std::vector<std::string> names = [] {
@@ -114,7 +125,10 @@ bool HomeFolders::isInCloudFolder(std::string_view foldedBelowHome) {
         if (path::isInsideOrEqual(foldedBelowHome, cloud)) return true;
         if (!first.starts_with(cloud)) return false;
         const std::string_view added = first.substr(cloud.size());
-        return added.starts_with(" - ") || added.starts_with(" (");
+        if (added.starts_with(" - ") || added.starts_with(" (")) return true;
+        constexpr std::string_view beginnings = "-._0123456789";
+        return beginnings.find(added.front()) != std::string_view::npos &&
+               std::ranges::find(words, cloud) == words.end();
     });
 }
 

@@ -21,7 +21,8 @@ struct HomeFolders {
     [[nodiscard]] static std::span<const std::string_view> cloudFolders();
 
     /// Whether a path below the home, folded, is or lies in a cloud folder. Accounts add to the
-    /// names: "OneDrive - Company", "Dropbox (Personal)", "Company Dropbox".
+    /// names: "OneDrive - Company", "Dropbox (Personal)", "Company Dropbox", "Nextcloud2". What was
+    /// set aside by a new name may be kept in step all the same: "Dropbox.old".
     [[nodiscard]] static bool isInCloudFolder(std::string_view foldedBelowHome);
 };
 

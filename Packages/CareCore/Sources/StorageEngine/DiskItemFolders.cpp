@@ -1,0 +1,70 @@
+#include "StorageEngine/DiskItemFolders.h"
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "Base/PathText.h"
+
+namespace tidyro {
+
+namespace {
+
+/// A search of very many folders must not remember them all.
+constexpr std::size_t mostRemembered = 100'000;
+
+} // namespace
+
+DiskItemFolders::DiskItemFolders(KeptFolders kept)
+    : kept_(std::move(kept)), isSuperuser_(platform::currentUserID() == 0) {
+    if (auto top = platform::FolderDescriptor::openRoot("/")) top_ = *std::move(top);
+}
+
+std::expected<platform::FolderDescriptor, SystemError>
+DiskItemFolders::openReal(std::string_view path) const {
+    const std::string_view below = path::below(path, "/");
+    return top_.openBelow(below.empty() ? "." : std::string(below));
+}
+
+DiskItemFolders::Folder DiskItemFolders::look(std::string_view path) {
+    Folder folder{};
+    std::error_code failed;
+    folder.real = std::filesystem::canonical(path, failed).string();
+    if (failed) {
+        folder.refusal = refusalFor(SystemError{failed.value()});
+        return folder;
+    }
+    const auto opened = openReal(folder.real);
+    if (!opened) {
+        folder.refusal = refusalFor(opened.error());
+        return folder;
+    }
+    const auto seen = platform::fileMetadata(*opened, ".");
+    if (!seen) {
+        folder.refusal = refusalFor(seen.error());
+        return folder;
+    }
+    folder.seen = *seen;
+    folder.isWritable = platform::isWritableFolder(folder.real) && !isClosed(*seen);
+    folder.kept = kept_.refusalInside(folder.real);
+    return folder;
+}
+
+const DiskItemFolders::Folder& DiskItemFolders::at(std::string_view path) {
+    if (const auto known = folders_.find(path); known != folders_.end()) return known->second;
+    if (folders_.size() >= mostRemembered) folders_.clear();
+    return folders_.emplace(path, look(path)).first->second;
+}
+
+std::expected<platform::FolderDescriptor, DiskItemRefusal>
+DiskItemFolders::open(const Folder& folder) const {
+    auto opened = openReal(folder.real);
+    if (!opened) return std::unexpected(refusalFor(opened.error()));
+    const auto facts = opened->facts();
+    if (!facts || facts->identity != folder.seen.identity) {
+        return std::unexpected(DiskItemRefusal::vanished);
+    }
+    return *std::move(opened);
+}
+
+} // namespace tidyro

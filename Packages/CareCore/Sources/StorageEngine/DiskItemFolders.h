@@ -1,0 +1,70 @@
+#pragma once
+
+#include <expected>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "Base/SystemError.h"
+#include "Platform/FileMetadata.h"
+#include "Platform/FolderReading.h"
+#include "StorageEngine/DiskItemRefusal.h"
+#include "StorageEngine/KeptFolders.h"
+
+namespace tidyro {
+
+/// Why an item stays that cannot be looked at: it is gone, or everything else.
+[[nodiscard]] inline DiskItemRefusal refusalFor(SystemError error) {
+    return platform::meansVanished(error) ? DiskItemRefusal::vanished : DiskItemRefusal::unreadable;
+}
+
+/// The folders that picked items lie in. What is found out about one is remembered; the folder
+/// itself is opened for each item anew, and has to be the one that was looked at.
+class DiskItemFolders {
+  public:
+    explicit DiskItemFolders(KeptFolders kept);
+
+    struct Folder {
+        std::optional<DiskItemRefusal> refusal; ///< it is not there, or not to be looked at
+        /// What lies in it has to stay, whatever its path is.
+        std::optional<DiskItemRefusal> kept;
+        std::string real; ///< without links
+        platform::FileMetadata seen;
+        bool isWritable;
+    };
+    /// The folder at a path; the reference is good until the next call.
+    [[nodiscard]] const Folder& at(std::string_view path);
+
+    /// Without following a link, so that what was judged by the path is what is open.
+    [[nodiscard]] std::expected<platform::FolderDescriptor, DiskItemRefusal>
+    open(const Folder& folder) const;
+
+    [[nodiscard]] const KeptFolders& kept() const { return kept_; }
+
+    /// The superuser is refused nothing by the system; a folder that is closed to everybody is so
+    /// for a reason all the same.
+    [[nodiscard]] bool isClosed(const platform::FileMetadata& folder) const {
+        return isSuperuser_ && !folder.isWritableBySomebody;
+    }
+
+  private:
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const {
+            return std::hash<std::string_view>{}(text);
+        }
+    };
+
+    [[nodiscard]] Folder look(std::string_view path);
+    [[nodiscard]] std::expected<platform::FolderDescriptor, SystemError>
+    openReal(std::string_view path) const;
+
+    platform::FolderDescriptor top_; ///< of the disk
+    KeptFolders kept_;
+    bool isSuperuser_;
+    std::unordered_map<std::string, Folder, Hash, std::equal_to<>> folders_;
+};
+
+} // namespace tidyro

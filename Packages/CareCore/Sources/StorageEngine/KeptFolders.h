@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "Platform/FolderReading.h"
+#include "StorageEngine/DiskItemRefusal.h"
+
+namespace tidyro {
+
+/// Folders that must stay, told by what they are and not by their paths: where a folder is mounted
+/// a second time it has another path and is the same folder. (Where the second mount begins further
+/// down, inside such a folder, nothing on the disk tells what is above it.)
+class KeptFolders {
+  public:
+    enum class Reach : std::uint8_t {
+        itself,
+        everythingInIt,
+    };
+    /// The folder at a path, or what its link leads to; one that is not there is passed over. Of
+    /// two reasons for one folder the first that was added is told.
+    void add(const std::string& path, DiskItemRefusal refusal, Reach reach);
+
+    /// Why the folder at a path without links has to stay: it is one of them by another path. None
+    /// for one that has its own path, which tells the same.
+    [[nodiscard]] std::optional<DiskItemRefusal> refusal(const platform::FileIdentityKey& folder,
+                                                         std::string_view path) const;
+    /// The same for what lies in the folder at such a path. Each folder is asked of the disk once.
+    [[nodiscard]] std::optional<DiskItemRefusal> refusalInside(std::string_view path);
+    /// Why a folder has to stay that holds this one.
+    [[nodiscard]] std::optional<DiskItemRefusal>
+    refusalOfHolder(const platform::FileIdentityKey& folder) const;
+
+  private:
+    struct Kept {
+        std::string path; ///< without links
+        DiskItemRefusal refusal;
+        Reach reach;
+    };
+    struct Hash {
+        std::size_t operator()(const platform::FileIdentityKey& key) const {
+            return std::hash<std::uint64_t>{}(key.inode ^ (key.device << 32U));
+        }
+    };
+    [[nodiscard]] const Kept* byAnotherPath(const platform::FileIdentityKey& folder,
+                                            std::string_view path) const;
+
+    std::unordered_map<platform::FileIdentityKey, Kept, Hash> folders_;
+    std::unordered_map<std::string, std::optional<DiskItemRefusal>> known_;
+};
+
+} // namespace tidyro

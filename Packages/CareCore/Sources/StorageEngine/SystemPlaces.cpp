@@ -1,0 +1,92 @@
+#include "StorageEngine/SystemPlaces.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Base/PathText.h"
+#include "Base/UnicodeText.h"
+#include "StorageEngine/DeterministicSafetyPolicy.h"
+
+namespace tidyro {
+
+namespace {
+
+/// Further places beside those that a cleanup by rules leaves alone. Places in which people have
+/// folders of their own are not among them (/opt, /srv, /tmp, /var/tmp), though much in them is
+/// somebody else's.
+constexpr std::array<std::string_view, 30> further{"/bin",
+                                                   "/boot",
+                                                   "/cores",
+                                                   "/dev",
+                                                   "/efi",
+                                                   "/etc",
+                                                   "/lib",
+                                                   "/lib32",
+                                                   "/lib64",
+                                                   "/libx32",
+                                                   "/lost+found",
+                                                   "/nix",
+                                                   "/proc",
+                                                   "/root",
+                                                   "/run",
+                                                   "/sbin",
+                                                   "/snap",
+                                                   "/sys",
+                                                   "/usr",
+                                                   "/var/cache",
+                                                   "/var/db",
+                                                   "/var/lib",
+                                                   "/var/log",
+                                                   "/var/mail",
+                                                   "/var/root",
+                                                   "/var/spool",
+                                                   "/private/etc",
+                                                   "/private/var/db",
+                                                   "/private/var/log",
+                                                   "/private/var/root"};
+
+/// In these only systems put anything; people have theirs further down ("/var/tmp/ada").
+constexpr std::array<std::string_view, 4> tops{"/", "/var", "/private", "/private/var"};
+
+/// Where disks of people appear, in the midst of a place of the system.
+constexpr std::string_view disksOfPeople = "/run/media/";
+
+bool holdsOne(std::string_view path, std::span<const std::string> paths) {
+    return std::ranges::any_of(
+        paths, [&](const std::string& one) { return path::isInsideOrEqual(one, path); });
+}
+
+bool liesInOne(std::string_view path, std::span<const std::string> paths) {
+    return std::ranges::any_of(
+        paths, [&](const std::string& one) { return path::isInsideOrEqual(path, one); });
+}
+
+} // namespace
+
+std::vector<std::string> SystemPlaces::paths() {
+    const auto known = DeterministicSafetyPolicy::systemProtectedPlaces();
+    std::vector<std::string> all(known.begin(), known.end());
+    all.insert(all.end(), further.begin(), further.end());
+    return all;
+}
+
+SystemPlaces::SystemPlaces(std::span<const std::string> homes)
+    : homes_(homes.begin(), homes.end()) {
+    for (const std::string& place : paths()) places_.push_back(folded(place));
+    std::vector<std::string> apart;
+    std::vector<std::string> around;
+    for (const std::string& place : places_) {
+        (holdsOne(place, homes_) ? around : apart).push_back(place);
+    }
+    index_ = RootPathIndex(apart);
+    aroundHomes_ = RootPathIndex(around);
+}
+
+bool SystemPlaces::concern(std::string_view path) const {
+    if (path.starts_with(disksOfPeople)) return false;
+    if (index_.contains(path) || holdsOne(path, places_)) return true;
+    if (liesInOne(path, homes_)) return false;
+    return aroundHomes_.contains(path) || std::ranges::find(tops, path::parent(path)) != tops.end();
+}
+
+} // namespace tidyro

@@ -1,0 +1,206 @@
+#include <array>
+#include <cstdio>
+#include <utility>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "StorageEngine/DiskItemContents.h"
+#include "StorageEngine/DiskItemSurroundings.h"
+#include "Support/OtherCircumstances.h"
+
+namespace tidyro {
+namespace {
+
+using platform::testing::FakeVolumes;
+
+TEST(DiskItemRemovalPolicy, NoticesThatAFolderWasExchanged) {
+    const Surroundings around;
+    for (const char* name : {"home/linked/file", "home/replaced/file", "home/.ssh/file"}) {
+        around.place.file(name);
+    }
+    DiskItemRemovalPolicy policy = around.policy();
+    for (const char* name : {"linked", "replaced"}) {
+        const std::string folder = around.place / "home" + "/" + name;
+        EXPECT_EQ(told(policy, FileURL::file(folder + "/file")), "");
+        ASSERT_EQ(std::rename(folder.c_str(), (folder + " before").c_str()), 0);
+    }
+    around.place.link("home/linked", ".ssh");
+    around.place.file("home/replaced/file");
+    EXPECT_EQ(told(policy, around.at("home/linked/file")), "vanished");
+    EXPECT_EQ(told(policy, around.at("home/replaced/file")), "vanished");
+
+    const auto parent = platform::FolderDescriptor::openRoot(around.place / "home");
+    const auto seen = platform::fileMetadata(*parent, "replaced before");
+    const auto looked = DiskItemContents::lastModification({.parent = *parent,
+                                                            .name = "replaced",
+                                                            .seen = *seen,
+                                                            .owner = ::geteuid(),
+                                                            .kept = KeptFolders()});
+    EXPECT_EQ(looked.error(), DiskItemRefusal::vanished);
+}
+
+TEST(DiskItemRemovalPolicy, JudgesAnOpenedFolderByItsWholePath) {
+    const Surroundings around;
+    around.place.file("opened/app/IndexedDB/000003");
+    DiskItemRemovalPolicy policy(
+        {.home = around.home(),
+         .openedFolders = {FileURL::folder(around.place / "opened/app/IndexedDB")},
+         .context = around.context(),
+         .volumes = around.volumes});
+    EXPECT_EQ(told(policy, around.at("opened/app/IndexedDB/000003")), "liveDatabase");
+}
+
+TEST(DiskItemRemovalPolicy, SaysWhenAFolderIsTooDeep) {
+    const Surroundings around;
+    std::string chain = "home/chain";
+    std::string tree = "home/tree";
+    for (int i = 0; i < 60; ++i) {
+        chain += "/c";
+        tree += "/" + std::to_string(i);
+        for (const char* other : {"a", "b", "c", "d", "e", "f"}) {
+            around.place.folder(tree + "/" + other);
+        }
+    }
+    around.place.folder(chain);
+    const std::string text = testing::inChild([&] {
+        DiskItemRemovalPolicy policy = around.policy();
+        std::string all = told(policy, around.at("home/tree")) + ";";
+        const rlimit few{.rlim_cur = 64, .rlim_max = 64};
+        if (::setrlimit(RLIMIT_NOFILE, &few) != 0) return std::string("no limit");
+        return all + told(policy, around.at("home/tree")) + ";" +
+               told(policy, around.at("home/chain"));
+    });
+    EXPECT_EQ(text, ";tooDeepInside;");
+}
+
+TEST(DiskItemRemovalPolicy, LeavesWhatBelongsToOthersOrIsLocked) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+    const Surroundings around;
+    for (const char* name : {"theirs", "folder/a/theirs", "holder/locked", "appended/file"}) {
+        around.place.file("home/" + std::string(name));
+    }
+    for (const char* name : {"home/theirs", "home/folder/a/theirs"}) {
+        ASSERT_EQ(::chown((around.place / name).c_str(), 12'345, 12'345), 0);
+    }
+    DiskItemRemovalPolicy policy = around.policy();
+    EXPECT_EQ(told(policy, around.at("home/theirs")), "otherOwner");
+    EXPECT_EQ(told(policy, around.at("home/folder")), "otherOwnerInside");
+    const std::string file = around.place / "home/holder/locked";
+    const std::string folder = around.place / "home/appended";
+    if (!testing::succeeds("chattr +i '" + file + "' && chattr +a '" + folder + "'")) {
+        GTEST_SKIP() << "the file system has no locks";
+    }
+    EXPECT_EQ(told(policy, around.at("home/holder/locked")), "locked");
+    EXPECT_EQ(told(policy, around.at("home/appended/file")), "locked");
+    EXPECT_EQ(told(policy, around.at("home/holder")), "lockedInside");
+    EXPECT_TRUE(testing::succeeds("chattr -i '" + file + "'; chattr -a '" + folder + "'"));
+}
+
+TEST(DiskItemRemovalPolicy, LeavesWhatIsClosedToTheUser) {
+    Surroundings around;
+    for (const char* name : {"dark/inner/file", "unread/file", "part/inner/file"}) {
+        around.place.file("home/" + std::string(name));
+    }
+    constexpr std::array<const char*, 3> closed{"home/dark", "home/unread", "home/part/inner"};
+    if (::geteuid() == 0) {
+        ASSERT_TRUE(testing::succeeds("chown -R 65534:65534 '" + around.place.path() + "'"));
+    }
+    for (const char* name : closed) around.place.permissions(name, 0300);
+    around.place.permissions("home/dark", 0600);
+    const std::string text = testing::asOrdinaryUser([&] {
+        around.facts.currentUserID = ::geteuid();
+        DiskItemRemovalPolicy policy = around.policy();
+        std::string all;
+        for (const char* name : {"home/dark/inner/file", "home/unread", "home/part"}) {
+            all += told(policy, around.at(name)) + ";";
+        }
+        return all;
+    });
+    EXPECT_EQ(text, "unreadable;unreadableFolder;unreadableInside;");
+    for (const char* name : closed) around.place.permissions(name, 0755);
+}
+
+TEST(DiskItemRemovalPolicy, LeavesWhereSomethingIsMounted) {
+    const Surroundings around;
+    around.place.folder("home/point");
+    around.place.folder("home/folder/a/point");
+    around.place.file("home/file");
+    around.place.file("elsewhere/file");
+    const auto text = testing::inMountNamespace([&]() -> std::string {
+        if (!testing::bindMount(around.place / "elsewhere", around.place / "home/point") ||
+            !testing::bindMount(around.place / "elsewhere", around.place / "home/folder/a/point") ||
+            !testing::bindMount(around.place / "elsewhere/file", around.place / "home/file")) {
+            return "cannot mount";
+        }
+        // The mounts of the new namespace have numbers of their own.
+        FakeVolumes volumes = around.volumes;
+        volumes.answer->front().mount =
+            platform::fileMetadata(around.place.path())->mount.value_or(0);
+        DiskItemRemovalPolicy policy(
+            {.home = around.home(), .context = around.context(), .volumes = volumes});
+        std::string all;
+        for (const char* name : {"home/point", "home/file", "home/folder"}) {
+            all += told(policy, around.at(name)) + ";";
+        }
+        return all;
+    });
+    if (!text) GTEST_SKIP() << "needs a mount namespace of its own";
+    EXPECT_EQ(*text, "mountPoint;mountPoint;mountPointInside;");
+}
+
+TEST(DiskItemRemovalPolicy, KnowsAFolderThatIsMountedASecondTime) {
+    Surroundings around;
+    for (const char* name : {"home/vault/in/keys/id", "home/joint/shared/file",
+                             "home/data/more/file", "elsewhere/file"}) {
+        around.place.file(name);
+    }
+    using Mount = std::pair<const char*, const char*>;
+    constexpr std::array<Mount, 5> mounts{Mount{"home/vault/in/keys", "opened/keys"},
+                                          {"home/vault", "opened/vault"},
+                                          {"home/joint/shared", "home/Dropbox/shared"},
+                                          {"home/data", "home/second"},
+                                          {"home", "opened/again"}};
+    for (const auto& [what, where] : mounts) around.place.folder(where);
+    around.facts.additionalProtectedRoots = {around.at("home/vault/in/keys"),
+                                             around.at("home/second")};
+    around.choosable = {around.at("home/second")};
+    struct Item {
+        const char* name;
+        const char* told;
+    };
+    const auto text = testing::inMountNamespace([&]() -> std::string {
+        platform::Volume volume = around.volumes.answer->front();
+        volume.mount = platform::fileMetadata(around.place.path())->mount.value_or(0);
+        around.volumes.answer->front() = volume;
+        for (const auto& [what, where] : mounts) {
+            if (!testing::bindMount(around.place / what, around.place / where)) {
+                return "cannot mount";
+            }
+            volume.mountPath = around.place / where;
+            volume.mount = platform::fileMetadata(volume.mountPath)->mount.value_or(0);
+            around.volumes.answer->push_back(volume);
+        }
+        DiskItemRemovalPolicy policy = around.policy();
+        std::string wrong;
+        for (const auto& [name, expected] :
+             {Item{"opened/keys/id", "protectedPlace"},
+              Item{"opened/vault/in/keys/id", "protectedPlace"},
+              Item{"opened/vault/in/keys", "protectedPlace"},
+              Item{"opened/vault/in", "holdsProtectedPlace"},
+              Item{"home/joint/shared/file", "inCloudFolder"},
+              Item{"home/joint", "holdsCloudFolder"}, Item{"opened/again/data", "homeElsewhere"},
+              Item{"home/second/more", ""}}) {
+            const std::string found = told(policy, around.at(name));
+            if (found != expected) wrong += name + (" " + found) + ";";
+        }
+        return wrong;
+    });
+    if (!text || *text == "cannot mount") GTEST_SKIP() << "needs a mount namespace of its own";
+    EXPECT_EQ(*text, "");
+}
+
+} // namespace
+} // namespace tidyro
