@@ -4,7 +4,6 @@
 #include <chrono>
 #include <utility>
 
-#include "Base/PathText.h"
 #include "Rooms/Duplicates/DuplicateGrouping.h"
 #include "Rooms/Duplicates/DuplicateListing.h"
 #include "Rooms/Duplicates/DuplicateProving.h"
@@ -19,22 +18,6 @@ namespace {
 
 /// Readers of small files at once. More did not make the disks that were tried any faster.
 constexpr std::size_t mostReaders = 16;
-
-/// Each folder once: one that lies in another is searched with that.
-std::vector<FileURL> withoutNested(const std::vector<FileURL>& roots) {
-    std::vector<FileURL> outermost;
-    for (const FileURL& root : roots) {
-        const auto holds = [&](const FileURL& other) {
-            return path::isInsideOrEqual(root.path(), other.path());
-        };
-        if (std::ranges::any_of(outermost, holds)) continue;
-        std::erase_if(outermost, [&](const FileURL& other) {
-            return path::isInsideOrEqual(other.path(), root.path());
-        });
-        outermost.push_back(root);
-    }
-    return outermost;
-}
 
 class Search {
   public:
@@ -65,6 +48,12 @@ class Search {
             if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
             // Only now: a look at what is in use would have met the files that were open here.
             found = grouped(std::move(proven), runtimeContext(), startedAt);
+            if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
+        }
+        if (const auto shortage = listing_.shortage()) {
+            return std::unexpected(DiskTreeScanner::Unreadable{
+                .url = listing_.files().empty() ? options_.home : listing_.rootURL(),
+                .error = *shortage});
         }
         return DuplicateReport{
             .groups = std::move(found.groups),
@@ -83,24 +72,31 @@ class Search {
   private:
     [[nodiscard]] std::expected<void, DuplicateEngine::Error> list(const DiskTree* scanned) {
         progress_.begin(DuplicateProgress::Phase::listing, 0, 0);
-        std::vector<FileURL> roots = scanned == nullptr ? options_.roots : std::vector<FileURL>{};
-        if (scanned != nullptr) listing_.add(*scanned, options_);
-        const std::size_t chosen = roots.size();
-        if (options_.includeSystemVolumes) {
-            roots.insert(roots.end(), options_.systemVolumeRoots.begin(),
-                         options_.systemVolumeRoots.end());
+        if (scanned != nullptr) {
+            listing_.add(*scanned, options_);
+        } else if (const auto read = listAll(options_.roots, false); !read) {
+            return read;
         }
-        for (const FileURL& root : withoutNested(roots)) {
-            const bool isChosen =
-                std::find(roots.begin(), roots.begin() + static_cast<std::ptrdiff_t>(chosen),
-                          root) != roots.begin() + static_cast<std::ptrdiff_t>(chosen);
+        if (options_.includeSystemVolumes) {
+            if (const auto read = listAll(options_.systemVolumeRoots, true); !read) return read;
+        }
+        if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
+        return {};
+    }
+
+    [[nodiscard]] std::expected<void, DuplicateEngine::Error> listAll(std::vector<FileURL> roots,
+                                                                      bool mayBeMissing) {
+        // The outer ones first: one that lies in another was listed with that, unless something
+        // is mounted there or the way to it is closed.
+        std::ranges::sort(roots, {}, [](const FileURL& root) { return root.path().size(); });
+        for (const FileURL& root : roots) {
+            if (listing_.holds(root)) continue;
             const auto read = listing_.read(
-                root, !isChosen, options_,
+                root, mayBeMissing, options_,
                 [&](const std::string& folder) { progress_.add(0, 0, [&] { return folder; }); },
                 cancel_);
             if (!read) return std::unexpected(read.error());
         }
-        if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
         return {};
     }
 
@@ -120,7 +116,8 @@ class Search {
         return DuplicateGrouping({.listing = listing_,
                                   .search = options_,
                                   .policy = policy,
-                                  .startedAt = startedAt})
+                                  .startedAt = startedAt,
+                                  .cancel = cancel_})
             .groups(std::move(proven));
     }
 

@@ -37,8 +37,8 @@ class DuplicateEngine {
     [[nodiscard]] static std::string description(const Error& error);
 
     struct Settings {
-        /// What runs on the machine, for the question whether a copy may be removed; asked once a
-        /// search, beside it, and null when it is not known. Absent: the running system.
+        /// What runs on the machine, for the question whether a copy may be removed; asked once,
+        /// after everything was read, and null when it is not known. Absent: the running system.
         std::function<std::shared_ptr<const SafetyPolicyContext>()> context = nullptr;
         double progressInterval = 0.1; ///< seconds between reports
         /// Runs between listing and reading, for tests and diagnostics.

@@ -82,7 +82,8 @@ std::optional<std::string> DuplicateGrouping::heldBecause(const Named& file) {
     DiskItemRemovalPolicy::Question question{.item = FileURL::file(file.path),
                                              .measuredBytes = file.proof.bytes,
                                              .built = options_.startedAt,
-                                             .at = Timestamp::now()};
+                                             .at = Timestamp::now(),
+                                             .cancel = options_.cancel};
     if (place != nullptr) {
         question.placeID = std::string(place->id);
         question.group = place->group;
@@ -113,7 +114,7 @@ DuplicateGroup DuplicateGrouping::group(std::vector<Named> files) {
                                 .isSystem = false});
     }
     if (next < 2) return group;
-    for (std::size_t i = 0; i < files.size(); ++i) {
+    for (std::size_t i = 0; i < files.size() && !options_.cancel.stop_requested(); ++i) {
         files[i].path = group.copies[i].path;
         group.copies[i].isSystem = isOnSystemVolume(files[i].path);
         group.copies[i].heldBecause = heldBecause(files[i]);
@@ -126,7 +127,7 @@ DuplicateGrouping::Groups DuplicateGrouping::groups(DuplicateProving::Result pro
     const std::vector<ProvenFile>& files = proven.files;
     const auto contents = [](const ProvenFile& file) { return std::tie(file.bytes, file.digest); };
     Groups made{.groups = {}, .furtherNames = std::ssize(proven.furtherNames)};
-    for (auto begin = files.begin(); begin != files.end();) {
+    for (auto begin = files.begin(); begin != files.end() && !options_.cancel.stop_requested();) {
         const auto end = std::find_if(begin, files.end(), [&](const ProvenFile& file) {
             return contents(file) != contents(*begin);
         });

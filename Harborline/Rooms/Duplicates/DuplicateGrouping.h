@@ -24,6 +24,7 @@ class DuplicateGrouping {
         const DuplicateSearchOptions& search;
         DiskItemRemovalPolicy& policy; ///< says whether a copy may be removed
         Timestamp startedAt;           ///< when reading began
+        const CancelToken& cancel;     ///< what is made once it asks is not whole
     };
     explicit DuplicateGrouping(const Options& options);
 

@@ -1,9 +1,12 @@
 #include "Rooms/Duplicates/DuplicateListing.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <set>
 #include <utility>
 
 #include "Base/Fault.h"
+#include "Base/PathText.h"
 #include "Platform/FileMetadata.h"
 
 namespace tidyro {
@@ -27,7 +30,37 @@ std::uint64_t sizeOf(const DiskTree& tree, NodeNumber node, Flags flags) {
     return seen ? seen->byteCount : tree.size(node, false);
 }
 
+bool liesInPackage(std::string_view path) {
+    return std::ranges::any_of(path::components(path), isPackageFolder);
+}
+
 } // namespace
+
+bool DuplicateListing::holds(const FileURL& folder) const {
+    return std::ranges::any_of(trees_, [&](const DiskTree* tree) {
+        auto node = tree->index(folder.path());
+        if (!node) return false;
+        for (NodeNumber at = *node; at >= 0; at = tree->parent(at)) {
+            const Flags flags = tree->flags(at);
+            if (flags.contains(Flags::denied) || flags.contains(Flags::symlink) ||
+                (flags.contains(Flags::mountPoint) && at != DiskTree::root)) {
+                return false;
+            }
+        }
+        return tree->isDirectory(*node);
+    });
+}
+
+void DuplicateListing::noteShortage(SystemError error) const {
+    const bool isShortage = error.code == EMFILE || error.code == ENFILE || error.code == ENOMEM;
+    if (isShortage) shortage_ = error.code;
+}
+
+std::optional<SystemError> DuplicateListing::shortage() const {
+    const int code = shortage_;
+    if (code == 0) return std::nullopt;
+    return SystemError{code};
+}
 
 void DuplicateListing::add(const DiskTree& tree, const DuplicateSearchOptions& options) {
     require(trees_.size() < UINT16_MAX, "more roots than a search can tell apart");
@@ -41,7 +74,8 @@ void DuplicateListing::add(const DiskTree& tree, const DuplicateSearchOptions& o
         NodeNumber node;
         bool insidePackage;
     };
-    std::vector<Folder> folders{{.node = DiskTree::root, .insidePackage = false}};
+    std::vector<Folder> folders{
+        {.node = DiskTree::root, .insidePackage = liesInPackage(tree.rootURL().path())}};
     while (!folders.empty()) {
         const Folder folder = folders.back();
         folders.pop_back();

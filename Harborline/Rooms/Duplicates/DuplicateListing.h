@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <expected>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,7 +40,17 @@ class DuplicateListing {
     [[nodiscard]] const std::vector<ListedFile>& files() const { return files_; }
     [[nodiscard]] std::int64_t deniedFolders() const { return denied_; }
 
+    /// Of the first tree.
+    [[nodiscard]] const FileURL& rootURL() const { return trees_.front()->rootURL(); }
     [[nodiscard]] const DiskTree& tree(const ListedFile& file) const { return *trees_[file.tree]; }
+    /// Whether a folder was reached: what lies in it is listed, as far as it is to be.
+    [[nodiscard]] bool holds(const FileURL& folder) const;
+
+    /// A file that could not be opened for want of descriptors or memory is missing from the
+    /// result, and the result is none. Any thread may tell of it; other errors are no such thing.
+    void noteShortage(SystemError error) const;
+    [[nodiscard]] std::optional<SystemError> shortage() const;
+
     [[nodiscard]] std::string path(const ListedFile& file) const {
         return tree(file).path(file.node);
     }
@@ -48,6 +60,7 @@ class DuplicateListing {
     std::vector<const DiskTree*> trees_;
     std::vector<ListedFile> files_;
     std::int64_t denied_ = 0;
+    mutable std::atomic<int> shortage_ = 0;
 };
 
 } // namespace tidyro

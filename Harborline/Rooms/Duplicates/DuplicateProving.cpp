@@ -174,11 +174,14 @@ std::vector<LargeFile> DuplicateProving::readSideBySide(const Groups& groups, bo
 }
 
 void DuplicateProving::readWhole(const Groups& groups, ReaderThreads& threads, Result& result) {
+    // A process may hold few files open, and each thread opens so many.
+    const std::size_t most =
+        std::clamp<std::size_t>(platform::openFolderBudget() / threads.most(), 1, LargeFiles::most);
     Groups parts;
     for (const auto& group : groups) {
-        for (std::size_t from = 0; from < group.size(); from += LargeFiles::most) {
+        for (std::size_t from = 0; from < group.size(); from += most) {
             const auto begin = group.begin() + static_cast<std::ptrdiff_t>(from);
-            const auto size = std::min(group.size() - from, LargeFiles::most);
+            const auto size = std::min(group.size() - from, most);
             parts.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(size));
         }
     }
@@ -196,10 +199,30 @@ void DuplicateProving::readWhole(const Groups& groups, ReaderThreads& threads, R
     static_cast<void>(readSideBySide(single, false, threads, result));
 }
 
+void DuplicateProving::confirm(ReaderThreads& threads, Result& result) {
+    std::ranges::sort(result.files, {}, &ProvenFile::file); // one folder after another
+    std::vector<char> isThere(result.files.size());
+    std::vector<std::unique_ptr<ListedFileOpener>> openers(threads.most());
+    threads.run("Tidyro confirm", result.files.size(), 64,
+                [&](std::size_t reader, std::size_t from, std::size_t to) {
+                    auto& mine = openers[reader];
+                    if (!mine) mine = std::make_unique<ListedFileOpener>(listing_);
+                    for (std::size_t i = from; i < to; ++i) {
+                        const ProvenFile& file = result.files[i];
+                        const auto seen = mine->look(listing_.files()[file.file]);
+                        isThere[i] = seen && isUnchanged(file, *seen) ? 1 : 0;
+                    }
+                });
+    std::erase_if(result.files, [&](const ProvenFile& file) {
+        return isThere[static_cast<std::size_t>(&file - result.files.data())] == 0;
+    });
+}
+
 DuplicateProving::Result DuplicateProving::run(const std::vector<std::uint32_t>& files,
                                                ReaderThreads& forSmall, ReaderThreads& forLarge) {
     Result result;
     readWhole(lookAtAll(files, forSmall, result), forLarge, result);
+    confirm(forSmall, result);
     return result;
 }
 

@@ -22,8 +22,9 @@ struct FurtherName {
 /// read whole at once. Of larger ones both ends are looked at first, and only those that agree in
 /// them are read whole, the largest first.
 ///
-/// Every file is read by one of its names only. What is not there any more, is another file, or is
-/// none by now drops out.
+/// Every file is read by one of its names only. In the end each is looked at again, since the first
+/// may have been read long before the last: what is not there any more, is another file or was
+/// written to drops out.
 class DuplicateProving {
   public:
     static constexpr std::uint64_t endSize = 65'536;
@@ -48,6 +49,7 @@ class DuplicateProving {
     [[nodiscard]] Groups lookAtAll(const std::vector<std::uint32_t>& files, ReaderThreads& threads,
                                    Result& result);
     [[nodiscard]] Groups agreeing(std::vector<LargeFile> files, Result& result);
+    void confirm(ReaderThreads& threads, Result& result);
     void readWhole(const Groups& groups, ReaderThreads& threads, Result& result);
     [[nodiscard]] std::vector<LargeFile> readSideBySide(const Groups& groups, bool counts,
                                                         ReaderThreads& threads, Result& result);

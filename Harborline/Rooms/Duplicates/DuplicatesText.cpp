@@ -82,7 +82,7 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
                       RoomText::counted(report.groups.size(), "set", "sets"),
                       RoomText::bytes(report.wastedBytes()),
                       LocaleText::current().decimal(report.duration, 2)));
-    write(fmt::format("{} may go, which frees {}; {} held.\n",
+    write(fmt::format("{} may go, which frees up to {}; {} held.\n",
                       RoomText::counted(sums.extraCopies, "copy", "copies"),
                       RoomText::bytes(sums.freedBytes),
                       RoomText::counted(sums.heldCopies, "copy is", "copies are")));
@@ -94,7 +94,7 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
     }
     if (report.hardLinkedFiles > 0) {
         write(fmt::format(
-            "{} a further name of a file (a hard link) and counted once.\n",
+            "{} a further name of a file and counted once.\n",
             RoomText::counted(count(report.hardLinkedFiles), "path is", "paths are each")));
     }
 }
@@ -110,6 +110,10 @@ JSON documentOf(const DuplicateReport& report, const DuplicatesModel& model) {
         for (std::size_t c = 0; c < group.copies.size(); ++c) {
             JSON& copy = groups[g]["copies"][c];
             copy["url"] = toJSON(FileURL::file(group.copies[c].path));
+            copy["otherURLs"] = JSON::array();
+            for (const std::string& name : group.copies[c].otherNames) {
+                copy["otherURLs"].push_back(toJSON(FileURL::file(name)));
+            }
             copy["state"] = toJSON(states[c]);
         }
     }

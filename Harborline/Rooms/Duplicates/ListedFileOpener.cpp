@@ -34,24 +34,44 @@ bool ListedFileOpener::enterFolder(const DiskTree& tree, NodeNumber node) {
     if (tree_ != &tree) {
         auto root = FolderDescriptor::openRoot(tree.rootURL().path());
         root_ = root ? *std::move(root) : FolderDescriptor();
-        sharesBlocks_ = root_.isOpen() && platform::sharesBlocks(root_);
+        mayShareBlocks_ = root_.isOpen() && platform::mayShareBlocks(root_);
+        if (!root) listing_.noteShortage(root.error());
         tree_ = &tree;
     }
     node_ = node;
     folder_ = FolderDescriptor();
+    owners_ = {};
     if (!root_.isOpen()) return false;
-    if (auto folder = opened(node)) folder_ = *std::move(folder);
+    auto folder = opened(node);
+    if (folder) {
+        folder_ = *std::move(folder);
+    } else {
+        listing_.noteShortage(folder.error());
+    }
     return folder_.isOpen();
 }
 
-std::optional<platform::FileContents> ListedFileOpener::open(const ListedFile& file) {
+bool ListedFileOpener::reach(const ListedFile& file) {
     const DiskTree& tree = listing_.tree(file);
     const NodeNumber parent = tree.parent(file.node);
-    if (parent < 0 || !enterFolder(tree, parent)) return std::nullopt;
+    if (parent < 0 || !enterFolder(tree, parent)) return false;
     name_.assign(tree.nameBytes(file.node));
-    auto contents = platform::FileContents::open(folder_, name_.c_str());
-    if (!contents) return std::nullopt;
-    return *std::move(contents);
+    return true;
+}
+
+std::optional<platform::FileContents> ListedFileOpener::open(const ListedFile& file) {
+    if (!reach(file)) return std::nullopt;
+    auto contents = platform::FileContents::open(folder_, name_.c_str(), owners_);
+    if (contents) return *std::move(contents);
+    listing_.noteShortage(contents.error());
+    return std::nullopt;
+}
+
+std::optional<platform::FileMetadata> ListedFileOpener::look(const ListedFile& file) {
+    if (!reach(file)) return std::nullopt;
+    const auto seen = platform::fileMetadata(folder_, name_.c_str());
+    if (!seen) return std::nullopt;
+    return *seen;
 }
 
 std::optional<ListedFileOpener::Opened> ListedFileOpener::openLooking(const ListedFile& file) {
@@ -62,7 +82,8 @@ std::optional<ListedFileOpener::Opened> ListedFileOpener::openLooking(const List
         seen->byteCount != file.bytes) {
         return std::nullopt;
     }
-    return Opened{.contents = *std::move(contents), .seen = *seen, .mayShareBlocks = sharesBlocks_};
+    return Opened{
+        .contents = *std::move(contents), .seen = *seen, .mayShareBlocks = mayShareBlocks_};
 }
 
 } // namespace tidyro

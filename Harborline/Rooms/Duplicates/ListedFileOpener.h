@@ -17,7 +17,7 @@ class ListedFileOpener {
     struct Opened {
         platform::FileContents contents;
         platform::FileMetadata seen; ///< of what was opened
-        bool mayShareBlocks;         ///< on a file system whose files can
+        bool mayShareBlocks;         ///< on a file system whose files might
     };
 
     explicit ListedFileOpener(const DuplicateListing& listing) : listing_(listing) {}
@@ -27,8 +27,11 @@ class ListedFileOpener {
     /// None also for what is no regular file or keeps its contents elsewhere, and when its size is
     /// not the one that was listed.
     [[nodiscard]] std::optional<Opened> openLooking(const ListedFile& file);
+    /// What the name stands for at this moment, without opening it.
+    [[nodiscard]] std::optional<platform::FileMetadata> look(const ListedFile& file);
 
   private:
+    [[nodiscard]] bool reach(const ListedFile& file);
     [[nodiscard]] bool enterFolder(const DiskTree& tree, NodeNumber node);
     [[nodiscard]] std::expected<platform::FolderDescriptor, SystemError>
     opened(NodeNumber folder) const;
@@ -38,7 +41,8 @@ class ListedFileOpener {
     platform::FolderDescriptor root_;
     NodeNumber node_ = -1; ///< of the folder that is open
     platform::FolderDescriptor folder_;
-    bool sharesBlocks_ = false; ///< the root's file system, and a tree is of one
+    bool mayShareBlocks_ = false;                ///< the root's file system, and a tree is of one
+    platform::FileContents::OwnersFirst owners_; ///< of the folder that is open
     std::string name_;
 };
 

@@ -196,6 +196,29 @@ TEST(DuplicateEngine, DropsWhatIsNotWhatWasListed) {
     }
 }
 
+TEST(DuplicateEngine, NoticesWhatIsWrittenAfterItWasRead) {
+    const TemporaryFolder place;
+    for (const char* name : {"a", "b", "c"}) {
+        place.file(name, std::string(1'000, 'x'));
+        place.times(name, 1'600'000'000, 1'600'000'000);
+    }
+    place.noise("large1", 3'000'000);
+    place.noise("large2", 3'000'000);
+    // The small ones have been read once the large ones are: then one is written to, and its date
+    // set back.
+    bool isDone = false;
+    const auto report =
+        engine().run(searching(place), nullptr, [&](const DuplicateProgress& progress) {
+            const bool isLarge = progress.currentPath.find("large") != std::string::npos;
+            if (isDone || !isLarge || progress.phase != DuplicateProgress::Phase::verifying) return;
+            isDone = true;
+            place.file("b", std::string(1'000, 'y'));
+            place.times("b", 1'600'000'000, 1'600'000'000);
+        });
+    ASSERT_TRUE(report);
+    EXPECT_EQ(told(*report, place), (Groups{{"a", "c"}, {"large1", "large2"}}));
+}
+
 TEST(DuplicateEngine, LooksOnlyWhereItMay) {
     const TemporaryFolder place;
     for (const char* name : {"a", "b", "left out/c", "named only/d", "deep/e", "small"}) {
@@ -349,9 +372,14 @@ void tellsClonesApart(const std::string& type) {
     // The same contents again, but in blocks of its own.
     ASSERT_TRUE(testing::succeeds("dd if=" + (place / "written/copy") +
                                   " of=" + (place / "written/b") + " conv=notrunc && sync"));
+    place.hole("holes/a", 10'000'000);
+    place.hole("holes/b", 10'000'000);
+    place.noise("sparse/a", 300'000, 4);
+    ASSERT_TRUE(testing::succeeds("truncate -s 5000000 " + (place / "sparse/a")));
+    ASSERT_TRUE(clone("sparse/a", "sparse/b"));
     const auto report = engine().run(searching(place));
     ASSERT_TRUE(report);
-    EXPECT_EQ(report->cloneOnlyGroups, 1);
+    EXPECT_EQ(report->cloneOnlyGroups, 3) << "nothing but holes takes nothing";
     ASSERT_EQ(report->groups.size(), 2U);
     const auto storages = [&](const std::string& folder) {
         std::vector<std::int64_t> numbers;
@@ -368,6 +396,26 @@ void tellsClonesApart(const std::string& type) {
 
 TEST(DuplicateEngine, TellsClonesOnBtrfs) { tellsClonesApart("btrfs"); }
 TEST(DuplicateEngine, TellsClonesOnXFS) { tellsClonesApart("xfs"); }
+
+TEST(DuplicateEngine, SearchesARootThatIsMountedInAnother) {
+    const auto said = testing::inMountNamespace([]() -> std::string {
+        const TemporaryFolder place;
+        place.folder("outer/mounted");
+        if (!testing::succeeds("mount -t tmpfs none " + (place / "outer/mounted"))) {
+            return "cannot mount";
+        }
+        place.file("outer/mounted/a", "same");
+        place.file("outer/mounted/b", "same");
+        auto options = searching(place);
+        options.roots = {FileURL::folder(place / "outer"),
+                         FileURL::folder(place / "outer/mounted")};
+        const auto report = engine().run(options);
+        const std::size_t groups = report->groups.size();
+        return testing::succeeds("umount " + (place / "outer/mounted")) ? fmt::format("{}", groups)
+                                                                        : "cannot unmount";
+    });
+    EXPECT_TRUE(!said || *said == "cannot mount" || *said == "1") << *said;
+}
 
 TEST(DuplicateEngine, KnowsAFileByTwoMounts) {
     const auto said = testing::inMountNamespace([]() -> std::string {

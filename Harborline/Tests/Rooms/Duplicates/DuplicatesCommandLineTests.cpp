@@ -84,10 +84,10 @@ TEST(DuplicatesText, TellsEveryCopyAndItsState) {
                         "    also named    /b/other\n"
                         "\n"
                         "1 set of copies, 4 MB taken by the extra copies, in 0.50 s.\n"
-                        "1 copy may go, which frees 2 MB; 1 copy is held.\n"
+                        "1 copy may go, which frees up to 2 MB; 1 copy is held.\n"
                         "2 further sets of copies share all their storage, so that removing any "
                         "would free nothing.\n"
-                        "1 path is a further name of a file (a hard link) and counted once.\n");
+                        "1 path is a further name of a file and counted once.\n");
 
     const JSON document = documentOf(sample(), DuplicatesModel());
     EXPECT_EQ(document.begin().key(), "groups");

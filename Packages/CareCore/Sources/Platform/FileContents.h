@@ -14,11 +14,13 @@
 
 namespace tidyro::platform {
 
-/// Where a file's first and last byte lie on the disk. Two files whose places are the same share
+/// Where a file's first and last bytes lie on the disk. Two files whose places are the same share
 /// their blocks.
 struct FileExtent {
-    std::uint64_t device;
-    std::int64_t first; ///< bytes from the beginning of the device, or of what it calls so
+    std::uint64_t fileSystem; ///< the same for all its subvolumes
+    /// Bytes from the beginning of what the file system calls its disk. Of a file with holes at its
+    /// ends, the first and the last bytes that are there; -1 for one that is nothing but a hole.
+    std::int64_t first;
     std::int64_t last;
     auto operator<=>(const FileExtent&) const = default;
 };
@@ -27,15 +29,22 @@ struct FileExtent {
 /// was in memory before stays there and what was not does not push it out, and the date of the last
 /// use stays as it is wherever the system allows that.
 ///
-///     const auto file = FileContents::open(folder, "name");
+///     OwnersFirst owners;
+///     const auto file = FileContents::open(folder, "name", owners);
 ///     const auto seen = file->metadata();      // of what was opened, whatever the name is by now
 ///     const auto count = file->read(0, buffer);
 ///
 /// Opening follows no link and waits for nobody (a pipe, a device). Closed by its owner's lifetime.
 class FileContents {
   public:
+    /// Only a file's owner may read it without its date of use telling of that. The files of one
+    /// folder are mostly one person's: this remembers, for the files of one folder, that they were
+    /// not ours, so that not each is tried in vain.
+    struct OwnersFirst {
+        bool isOurs = true;
+    };
     [[nodiscard]] static std::expected<FileContents, SystemError>
-    open(const FolderDescriptor& folder, const char* name);
+    open(const FolderDescriptor& folder, const char* name, OwnersFirst& owners);
     /// Links on the way to the last name are followed.
     [[nodiscard]] static std::expected<FileContents, SystemError> open(const std::string& path);
 
@@ -54,9 +63,8 @@ class FileContents {
                                                                std::span<std::byte> into);
 
     /// None for an empty file, and wherever the file system does not know the places of both ends
-    /// exactly, or never shares blocks between files.
-    [[nodiscard]] std::optional<FileExtent> extent(std::uint64_t byteCount,
-                                                   std::uint64_t device) const;
+    /// exactly.
+    [[nodiscard]] std::optional<FileExtent> extent(const FileMetadata& seen) const;
 
   private:
     explicit FileContents(int descriptor) noexcept : descriptor_(descriptor) {}
@@ -64,5 +72,9 @@ class FileContents {
     int descriptor_;
     bool passesCache_ = true; ///< the system itself reads past its cache
 };
+
+/// Whether the files of a volume may share blocks with one another, which it is worth to ask for.
+/// False only where it is known that they never do.
+[[nodiscard]] bool mayShareBlocks(const FolderDescriptor& folder);
 
 } // namespace tidyro::platform

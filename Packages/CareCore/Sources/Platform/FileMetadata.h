@@ -27,6 +27,9 @@ struct FileMetadata {
     /// None on a file system that does not keep it.
     std::optional<Timestamp> created = std::nullopt;
     std::optional<Timestamp> modified = std::nullopt;
+    /// The last change of the contents or of anything the system keeps of it. Unlike the date of
+    /// the last modification nobody can set it back.
+    std::optional<Timestamp> changed = std::nullopt;
     std::uint32_t ownerUserID;
     std::uint64_t linkCount; ///< hard links
     FileIdentityKey identity;

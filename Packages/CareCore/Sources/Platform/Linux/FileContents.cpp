@@ -4,13 +4,15 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <limits>
+#include <cstring>
 
 #include <fcntl.h>
+#include <linux/btrfs.h>
 #include <linux/fiemap.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/uio.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "Platform/Linux/FileMetadataAt.h"
@@ -36,20 +38,28 @@ ssize_t readOnce(int file, std::span<std::byte> into, std::uint64_t offset, int 
     return count;
 }
 
+/// What is in memory already comes at once and stays. What has to be fetched goes again, and so
+/// may what was there before of the same piece.
+ssize_t readAndForget(int file, std::span<std::byte> into, std::uint64_t offset) {
+    ssize_t count = readOnce(file, into, offset, RWF_NOWAIT);
+    if (count >= 0 || (errno != EAGAIN && errno != EOPNOTSUPP && errno != EINVAL)) return count;
+    count = readOnce(file, into, offset, 0);
+    if (count > 0) {
+        ::posix_fadvise(file, static_cast<off_t>(offset), count, POSIX_FADV_DONTNEED);
+    }
+    return count;
+}
+
 } // namespace
 
-int openQuietly(int folder, const char* name) {
-    // Only its owner may look at a file without its date of use telling of it. Folders are mostly
-    // one owner's, so what went for the last file is tried first for the next.
-    static thread_local bool isMine = true;
+int openQuietly(int folder, const char* name, FileContents::OwnersFirst& owners) {
     int opened = -1;
+    bool isAgain = false;
     do {
-        opened = ::openat(folder, name, readingQuietly | (isMine ? O_NOATIME : 0));
-        if (opened < 0 && errno == EPERM && isMine) {
-            isMine = false;
-            errno = EINTR;
-        }
-    } while (opened < 0 && errno == EINTR);
+        opened = ::openat(folder, name, readingQuietly | (owners.isOurs ? O_NOATIME : 0));
+        isAgain = opened < 0 && (errno == EINTR || (errno == EPERM && owners.isOurs));
+        if (isAgain && errno == EPERM) owners.isOurs = false;
+    } while (isAgain);
     return opened;
 }
 
@@ -64,24 +74,19 @@ std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
     std::size_t done = 0;
     while (done < into.size()) {
         const auto rest = into.subspan(done);
-        const std::uint64_t at = offset + done;
         ssize_t count = -1;
         if (passesCache_) {
-            count = readOnce(descriptor_, rest, at, RWF_DONTCACHE);
+            count = readOnce(descriptor_, rest, offset + done, RWF_DONTCACHE);
             if (count < 0 && (errno == EOPNOTSUPP || errno == EINVAL)) {
                 passesCache_ = false;
+                // What the system read ahead would look as if it had been in memory before.
+                expectSingleReads();
                 continue;
             }
         } else {
-            // What is in memory already comes at once and stays. What has to be fetched goes again.
-            count = readOnce(descriptor_, rest, at, RWF_NOWAIT);
-            if (count < 0 && (errno == EAGAIN || errno == EOPNOTSUPP || errno == EINVAL)) {
-                count = readOnce(descriptor_, rest, at, 0);
-                if (count > 0) {
-                    ::posix_fadvise(descriptor_, static_cast<off_t>(at), count,
-                                    POSIX_FADV_DONTNEED);
-                }
-            }
+            constexpr std::size_t piece = 262'144;
+            count =
+                readAndForget(descriptor_, rest.first(std::min(rest.size(), piece)), offset + done);
         }
         if (count < 0) return std::unexpected(SystemError{errno});
         if (count == 0) break;
@@ -92,41 +97,98 @@ std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
 
 namespace {
 
-/// Room for the question and one extent of the answer.
-struct OneExtent {
-    alignas(fiemap) std::array<std::byte, sizeof(fiemap) + sizeof(fiemap_extent)> bytes{};
+/// The numbers by which the kernel calls its file systems.
+constexpr std::uint32_t btrfs = 0x9123683E;
+/// Those that have no blocks to share, or never share them.
+constexpr std::array<std::uint32_t, 9> neverSharing{
+    0x0000EF53 /* ext2 to ext4 */, 0x01021994 /* tmpfs */,    0x858458F6 /* ramfs */,
+    0x00004D44 /* FAT */,          0x2011BAB0 /* exFAT */,    0x5346544E /* NTFS */,
+    0x00009660 /* ISO 9660 */,     0x73717368 /* squashfs */, 0xE0F5E1E2 /* EROFS */};
 
-    fiemap& request() { return *reinterpret_cast<fiemap*>(bytes.data()); }
+std::uint32_t fileSystemType(int file) {
+    struct statfs volume{};
+    return ::fstatfs(file, &volume) == 0 ? static_cast<std::uint32_t>(volume.f_type) : 0;
+}
+
+/// Each subvolume of btrfs has a device number of its own, and all of them share blocks.
+std::uint64_t fileSystemNumber(int file, std::uint64_t device) {
+    if (fileSystemType(file) != btrfs) return device;
+    btrfs_ioctl_fs_info_args facts{};
+    if (::ioctl(file, BTRFS_IOC_FS_INFO, &facts) != 0) return device;
+    std::uint64_t number = 0;
+    std::memcpy(&number, facts.fsid, sizeof number);
+    return number;
+}
+
+/// Extents of a file from a place on, a handful at a time.
+class Extents {
+  public:
+    explicit Extents(int file) : file_(file) {}
+
+    /// False when the file system does not tell.
+    [[nodiscard]] bool ask(std::uint64_t from, std::uint64_t length) {
+        bytes_.fill(std::byte{0});
+        fiemap& request = *reinterpret_cast<fiemap*>(bytes_.data());
+        request.fm_start = from;
+        request.fm_length = length;
+        request.fm_extent_count = most;
+        return ::ioctl(file_, FS_IOC_FIEMAP, &request) == 0;
+    }
+    [[nodiscard]] std::span<const fiemap_extent> found() const {
+        const auto& answer = *reinterpret_cast<const fiemap*>(bytes_.data());
+        return {answer.fm_extents, answer.fm_mapped_extents};
+    }
+
+  private:
+    static constexpr std::size_t most = 32;
+
+    int file_;
+    alignas(fiemap) std::array<std::byte, sizeof(fiemap) + most * sizeof(fiemap_extent)> bytes_{};
 };
 
-/// The place of one byte; none where the file system does not know it exactly, or shares nothing.
-std::optional<std::int64_t> placeOf(int file, std::uint64_t offset) {
-    OneExtent answer;
-    fiemap& request = answer.request();
-    request.fm_start = offset;
-    request.fm_length = 1;
-    request.fm_extent_count = 1;
-    if (::ioctl(file, FS_IOC_FIEMAP, &request) != 0 || request.fm_mapped_extents != 1) {
-        return std::nullopt;
-    }
-    const fiemap_extent& extent = request.fm_extents[0];
+bool isExact(const fiemap_extent& extent) {
     constexpr std::uint32_t inexact = FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC |
                                       FIEMAP_EXTENT_DATA_INLINE | FIEMAP_EXTENT_NOT_ALIGNED;
-    const bool holdsIt =
-        extent.fe_logical <= offset && offset - extent.fe_logical < extent.fe_length;
-    if (!holdsIt || (extent.fe_flags & inexact) != 0) return std::nullopt;
-    return static_cast<std::int64_t>(extent.fe_physical + (offset - extent.fe_logical));
+    return (extent.fe_flags & inexact) == 0;
+}
+
+/// The extent that holds the last byte that is there, mostly that of the file's last byte.
+std::optional<fiemap_extent> lastExtent(Extents& extents, std::uint64_t byteCount) {
+    if (!extents.ask(byteCount - 1, 1)) return std::nullopt;
+    if (!extents.found().empty()) return extents.found().back();
+    std::optional<fiemap_extent> last;
+    for (std::uint64_t from = 0; from < byteCount;) {
+        if (!extents.ask(from, byteCount - from)) return std::nullopt;
+        if (extents.found().empty()) break;
+        last = extents.found().back();
+        from = last->fe_logical + last->fe_length;
+    }
+    return last;
 }
 
 } // namespace
 
-std::optional<FileExtent> FileContents::extent(std::uint64_t byteCount,
-                                               std::uint64_t device) const {
-    if (byteCount == 0) return std::nullopt;
-    const auto first = placeOf(descriptor_, 0);
-    const auto last = first ? placeOf(descriptor_, byteCount - 1) : std::nullopt;
-    if (!last) return std::nullopt;
-    return FileExtent{.device = device, .first = *first, .last = *last};
+std::optional<FileExtent> FileContents::extent(const FileMetadata& seen) const {
+    if (seen.byteCount == 0) return std::nullopt;
+    Extents extents(descriptor_);
+    if (!extents.ask(0, seen.byteCount)) return std::nullopt;
+    const std::uint64_t fileSystem = fileSystemNumber(descriptor_, seen.identity.device);
+    if (extents.found().empty()) {
+        return FileExtent{.fileSystem = fileSystem, .first = -1, .last = -1};
+    }
+    const fiemap_extent first = extents.found().front();
+    const auto last = lastExtent(extents, seen.byteCount);
+    if (!last || !isExact(first) || !isExact(*last)) return std::nullopt;
+    const std::uint64_t lastByte =
+        std::min<std::uint64_t>(seen.byteCount - 1, last->fe_logical + last->fe_length - 1);
+    return FileExtent{
+        .fileSystem = fileSystem,
+        .first = static_cast<std::int64_t>(first.fe_physical),
+        .last = static_cast<std::int64_t>(last->fe_physical + (lastByte - last->fe_logical))};
+}
+
+bool mayShareBlocks(const FolderDescriptor& folder) {
+    return std::ranges::find(neverSharing, fileSystemType(folder.number())) == neverSharing.end();
 }
 
 } // namespace tidyro::platform

@@ -49,6 +49,7 @@ std::expected<FileMetadata, SystemError> fileMetadataAt(int folder, const char* 
         .allocatedBytes = status.stx_blocks * bytesPerBlock,
         .created = moment(status, STATX_BTIME, status.stx_btime),
         .modified = moment(status, STATX_MTIME, status.stx_mtime),
+        .changed = moment(status, STATX_CTIME, status.stx_ctime),
         .ownerUserID = status.stx_uid,
         .linkCount = status.stx_nlink,
         .identity = {.device = makedev(status.stx_dev_major, status.stx_dev_minor),

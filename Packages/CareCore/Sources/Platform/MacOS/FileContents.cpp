@@ -13,7 +13,8 @@
 
 namespace tidyro::platform {
 
-int openQuietly(int folder, const char* name) {
+// There is no way here to read without the date of use telling of it.
+int openQuietly(int folder, const char* name, FileContents::OwnersFirst&) {
     int opened = -1;
     do {
         opened = ::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -58,13 +59,14 @@ std::optional<std::int64_t> placeOf(int file, std::uint64_t offset) {
 
 } // namespace
 
-std::optional<FileExtent> FileContents::extent(std::uint64_t byteCount,
-                                               std::uint64_t device) const {
-    if (byteCount == 0) return std::nullopt;
+std::optional<FileExtent> FileContents::extent(const FileMetadata& seen) const {
+    if (seen.byteCount == 0) return std::nullopt;
     const auto first = placeOf(descriptor_, 0);
-    const auto last = first ? placeOf(descriptor_, byteCount - 1) : std::nullopt;
+    const auto last = first ? placeOf(descriptor_, seen.byteCount - 1) : std::nullopt;
     if (!last) return std::nullopt;
-    return FileExtent{.device = device, .first = *first, .last = *last};
+    return FileExtent{.fileSystem = seen.identity.device, .first = *first, .last = *last};
 }
+
+bool mayShareBlocks(const FolderDescriptor&) { return true; }
 
 } // namespace tidyro::platform

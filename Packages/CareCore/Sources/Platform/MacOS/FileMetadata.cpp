@@ -52,6 +52,7 @@ FileMetadata fileMetadataOf(const struct stat& status) {
         .byteCount = status.st_size > 0 ? static_cast<std::uint64_t>(status.st_size) : 0,
         .allocatedBytes = static_cast<std::uint64_t>(status.st_blocks) * bytesPerBlock,
         .modified = moment(status.st_mtimespec),
+        .changed = moment(status.st_ctimespec),
         .ownerUserID = status.st_uid,
         .linkCount = status.st_nlink,
         // Device numbers are signed here; the 32 bits are the number.

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/attr.h>
 #include <sys/mount.h>
 #include <sys/stat.h>

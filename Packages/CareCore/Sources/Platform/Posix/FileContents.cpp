@@ -11,14 +11,15 @@
 namespace tidyro::platform {
 
 std::expected<FileContents, SystemError> FileContents::open(const FolderDescriptor& folder,
-                                                            const char* name) {
-    const int opened = openQuietly(folder.number(), name);
+                                                            const char* name, OwnersFirst& owners) {
+    const int opened = openQuietly(folder.number(), name, owners);
     if (opened < 0) return std::unexpected(SystemError{errno});
     return FileContents(opened);
 }
 
 std::expected<FileContents, SystemError> FileContents::open(const std::string& path) {
-    const int opened = openQuietly(AT_FDCWD, path.c_str());
+    OwnersFirst owners;
+    const int opened = openQuietly(AT_FDCWD, path.c_str(), owners);
     if (opened < 0) return std::unexpected(SystemError{errno});
     return FileContents(opened);
 }
