@@ -190,6 +190,32 @@ std::uint64_t DuplicatesModel::freedBytes(const DuplicateGroup& of, const PathSe
     return saturatingMultiply(static_cast<std::uint64_t>(freed), of.bytesEach);
 }
 
+namespace {
+
+/// How many copies of a group are to stay on each storage. Its blocks are freed with the last one.
+class StayingCopies {
+  public:
+    StayingCopies(const DuplicateGroup& group, const PathSet& staged, const PathSet& gone)
+        : bytesEach_(group.bytesEach) {
+        for (const DuplicateCopy& copy : group.copies) {
+            const bool goes = covers(staged, copy.path) && !copy.heldBecause;
+            if (!goes && !covers(gone, copy.path)) ++count_[copy.storage];
+        }
+    }
+    /// What it frees that one of them leaves, too.
+    [[nodiscard]] std::uint64_t freedBy(const DuplicateCopy& copy) const {
+        const auto count = count_.find(copy.storage);
+        return count != count_.end() && count->second == 1 ? bytesEach_ : 0;
+    }
+    void leave(const DuplicateCopy& copy) { --count_[copy.storage]; }
+
+  private:
+    std::uint64_t bytesEach_;
+    std::map<std::int64_t, std::size_t> count_;
+};
+
+} // namespace
+
 // The cleanup queue
 
 const DuplicateGroup* DuplicatesModel::current(const DuplicateGroup& group) const {
@@ -207,7 +233,7 @@ bool DuplicatesModel::stage(const DuplicateCopy& copy, const DuplicateGroup& of,
     const DuplicateCopy* kept = keptCopy(*group);
     if (!is<copystate::Extra>(stateOf(*own, kept, staged))) return false;
     if (covers(staged, kept->path) && !queue.unstage(kept->path)) return false;
-    return queue.stage(own->path, group->bytesEach);
+    return queue.stage(own->path, StayingCopies(*group, staged, gone_).freedBy(*own));
 }
 
 bool DuplicatesModel::unstage(const DuplicateCopy& copy, CleanupQueue& queue) {
@@ -221,6 +247,7 @@ bool DuplicatesModel::keep(const DuplicateCopy& copy, const DuplicateGroup& of,
     if (covers(gone_, copy.path)) return false;
     if (covers(queue.staged(), copy.path) && !queue.unstage(copy.path)) return false;
     keptByHand_[group->digest] = copy.path;
+    settle(*group, queue.staged(), queue);
     return true;
 }
 
@@ -232,9 +259,12 @@ std::size_t DuplicatesModel::stageEveryExtra(CleanupQueue& queue) {
         const DuplicateCopy* kept = keptCopy(group);
         if (kept == nullptr) continue;
         if (covers(staged, kept->path) && !queue.unstage(kept->path)) continue;
+        StayingCopies staying(group, staged, gone_);
         for (const DuplicateCopy& copy : group.copies) {
             if (!is<copystate::Extra>(stateOf(copy, kept, staged))) continue;
-            if (queue.stage(copy.path, group.bytesEach)) ++count;
+            if (!queue.stage(copy.path, staying.freedBy(copy))) continue;
+            staying.leave(copy);
+            ++count;
         }
     }
     return count;
@@ -255,7 +285,14 @@ void DuplicatesModel::queueChanged(CleanupQueue& queue) const {
 void DuplicatesModel::settle(const DuplicateGroup& group, const PathSet& staged,
                              CleanupQueue& queue) const {
     const DuplicateCopy* kept = keptCopy(group);
-    if (kept == nullptr || !covers(staged, kept->path) || queue.unstage(kept->path)) return;
+    if (kept == nullptr) return;
+    for (const DuplicateCopy& copy : group.copies) {
+        // Going by itself it would free nothing any more.
+        if (&copy != kept && copy.storage == kept->storage && staged.contains(copy.path)) {
+            static_cast<void>(queue.unstage(copy.path));
+        }
+    }
+    if (!covers(staged, kept->path) || queue.unstage(kept->path)) return;
     const auto isThere = [&](const DuplicateCopy& copy) { return !covers(gone_, copy.path); };
     const bool anotherStays = std::ranges::any_of(group.copies, [&](const DuplicateCopy& copy) {
         return isThere(copy) && !covers(staged, copy.path);

@@ -17,9 +17,10 @@ using Screen = DuplicatesModel::Screen;
 
 class FakeQueue final : public CleanupQueue {
   public:
-    bool stage(const std::string& path, std::uint64_t /*byteCount*/) override {
+    bool stage(const std::string& path, std::uint64_t byteCount) override {
         if (refused.contains(path)) return false;
         inside.insert(path);
+        bytes[path] = byteCount;
         return true;
     }
     bool unstage(const std::string& path) override {
@@ -29,6 +30,7 @@ class FakeQueue final : public CleanupQueue {
     [[nodiscard]] PathSet staged() const override { return inside; }
 
     PathSet inside;
+    std::map<std::string, std::uint64_t> bytes; ///< of all that was ever staged
     PathSet refused;
     PathSet stuck; ///< cannot be taken out any more
 };
@@ -348,6 +350,18 @@ TEST(DuplicatesModel, SearchesEachScanOnce) {
     EXPECT_EQ(model.options(home).roots, model.settings.folders);
     EXPECT_EQ(model.options(home, *run).roots, std::vector{disk});
     EXPECT_FALSE(model.options(home, *run).includeSystemVolumes);
+}
+
+TEST(DuplicatesModel, PromisesBytesOnlyForTheLastCopyOnItsBlocks) {
+    DuplicateGroup clones = group("d", {"/kept", "/a", "/b", "/c"});
+    for (const std::size_t i : {1U, 2U}) clones.copies[i].storage = 7;
+    Room room({clones});
+    EXPECT_EQ(room.model.stageEveryExtra(room.queue), 3U);
+    EXPECT_EQ(room.queue.bytes,
+              (std::map<std::string, std::uint64_t>{{"/a", 0}, {"/b", 10}, {"/c", 10}}));
+    // A clone of what is kept from now on frees nothing any more, and leaves the queue.
+    EXPECT_TRUE(room.model.keep(room.at().copies[1], room.at(), room.queue));
+    EXPECT_EQ(room.states(), "extra kept sharesStorage staged");
 }
 
 } // namespace
