@@ -33,9 +33,9 @@ bool ListedFileOpener::enterFolder(const DiskTree& tree, NodeNumber node) {
     if (tree_ == &tree && node_ == node) return folder_.isOpen();
     if (tree_ != &tree) {
         auto root = FolderDescriptor::openRoot(tree.rootURL().path());
+        if (!root) listing_.noteShortage(root.error());
         root_ = root ? *std::move(root) : FolderDescriptor();
         mayShareBlocks_ = root_.isOpen() && platform::mayShareBlocks(root_);
-        if (!root) listing_.noteShortage(root.error());
         tree_ = &tree;
     }
     node_ = node;

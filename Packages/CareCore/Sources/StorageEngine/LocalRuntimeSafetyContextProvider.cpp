@@ -113,6 +113,7 @@ std::vector<FileURL> secondPlaces(const std::vector<platform::Volume>& volumes,
     }
     WrittenNames(home).addTo(paths);
     std::vector<FileURL> folders;
+    folders.reserve(paths.size());
     for (const std::string& path : paths) folders.push_back(FileURL::folder(path));
     return folders;
 }
@@ -145,6 +146,7 @@ std::vector<FileURL> withRealPlaces(std::vector<FileURL> folders) {
 /// folder of its templates, and a vault may be mounted where passwords are kept.
 std::vector<FileURL> outside(const std::vector<FileURL>& kept, std::vector<FileURL> folders) {
     std::vector<std::string> paths;
+    paths.reserve(kept.size());
     for (const FileURL& folder : kept) paths.push_back(folded(folder.path()));
     const RootPathIndex index(paths);
     std::erase_if(folders,

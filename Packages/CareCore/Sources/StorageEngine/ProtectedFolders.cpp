@@ -30,6 +30,7 @@ constexpr std::array<std::string_view, 14> kept{
 
 std::vector<FileURL> protectedFolders(const FileURL& home) {
     std::vector<FileURL> folders;
+    folders.reserve(kept.size() + 1);
     for (const std::string_view folder : kept) folders.push_back(home.appendingFolder(folder));
     folders.push_back(platform::applicationSupportFolder().appendingFolder("Harborline"));
     return folders;

@@ -104,6 +104,7 @@ constexpr std::array<std::string_view, 3> words{"box", "mega", "sync"};
 const std::vector<std::string>& foldedClouds() {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
+        all.reserve(std::size(clouds));
         for (const std::string_view name : clouds) all.push_back(folded(name));
         return all;
     }();
