@@ -31,6 +31,13 @@ find_path(XXHASH_INCLUDE xxhash.h REQUIRED)
 add_library(xxhash INTERFACE)
 target_include_directories(xxhash SYSTEM INTERFACE ${XXHASH_INCLUDE})
 
+# Regular expressions that people type, in time that grows with the text only.
+find_path(RE2_INCLUDE re2/re2.h REQUIRED)
+find_library(RE2_LIBRARY re2 REQUIRED)
+add_library(re2 INTERFACE)
+target_include_directories(re2 SYSTEM INTERFACE ${RE2_INCLUDE})
+target_link_libraries(re2 INTERFACE ${RE2_LIBRARY})
+
 if(TIDYRO_TESTS)
   find_package(GTest REQUIRED)
 endif()

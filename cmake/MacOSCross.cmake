@@ -13,8 +13,9 @@ set(CMAKE_RANLIB ${tools}/macos-${TIDYRO_MACOS_ARCH}/ranlib)
 # Asked for by CMake, called only by an installation, which no cross build makes.
 set(CMAKE_INSTALL_NAME_TOOL ${tools}/macos-${TIDYRO_MACOS_ARCH}/install_name_tool)
 
-# Nothing of this system's own headers and libraries is ever looked at.
-set(CMAKE_FIND_ROOT_PATH ${tools}/macos-sysroot)
+# Nothing of this system's own headers and libraries is ever looked at. The second folder holds what
+# is different for each processor.
+set(CMAKE_FIND_ROOT_PATH ${tools}/macos-sysroot ${tools}/macos-${TIDYRO_MACOS_ARCH}/sysroot)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

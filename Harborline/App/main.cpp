@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "App/CommandLineMode.h"
+#include "App/ScanDiagnostics.h"
 #include "Base/Fault.h"
 #include "Platform/StandardStreams.h"
 #include "Rooms/Duplicates/DuplicatesCommandLine.h"
@@ -13,6 +14,7 @@
 int main(int count, char** values) {
     std::set_new_handler(tidyro::outOfMemory);
     const std::vector<std::string> arguments(values, values + count);
+    tidyro::ScanDiagnostics::runIfAsked(arguments);
     tidyro::DuplicatesCommandLine::runIfAsked(arguments);
     tidyro::CommandLineMode::runIfRequested(arguments);
 

@@ -121,6 +121,36 @@ TEST(CommandLineMode, SnapshotKeepsWhatItSays) {
                                       place / "tree/b/small" + " (Not a directory).");
 }
 
+TEST(CommandLineMode, IndexTimesEachQuery) {
+    const TemporaryFolder place;
+    place.file("deeper/My Readme.txt");
+    place.file("readme");
+    place.file("other");
+    const auto [status, lines] = ran({.command = Command::index,
+                                      .path = place.path(),
+                                      .queries = {"README", "nothing \x1B", "other"}},
+                                     true);
+    EXPECT_EQ(status, 0);
+    constexpr const char* time = "[0-9]+\\.[0-9] ms";
+    EXPECT_THAT(
+        lines,
+        ElementsAre(MatchesRegex("Indexed 5 names in 0\\.[0-9][0-9] s\\."),
+                    MatchesRegex(fmt::format("  \"README\": 2 matches in {}, first {}", time,
+                                             place / "readme")),
+                    MatchesRegex(fmt::format("  \"nothing \\\\x1B\": 0 matches in {}", time)),
+                    MatchesRegex(fmt::format("  \"other\": 1 match in {}, first {}", time,
+                                             place / "other"))));
+    const TemporaryFolder empty;
+    EXPECT_THAT(ran({.command = Command::index, .path = empty.path()}).lines,
+                ElementsAre(MatchesRegex("Indexed 1 name in .*")));
+    empty.permissions("", 0);
+    EXPECT_EQ(testing::asOrdinaryUser([&] {
+                  const Output output = ran({.command = Command::index, .path = empty.path()});
+                  return fmt::format("{} {}", output.status, output.lines.at(0));
+              }),
+              "0 The index could not be built.");
+}
+
 TEST(CommandLineMode, SaysWhyItStops) {
     const TemporaryFolder place;
     place.file("file");

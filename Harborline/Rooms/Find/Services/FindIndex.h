@@ -62,6 +62,8 @@ class FindIndex {
     [[nodiscard]] std::shared_ptr<const Mask> mask(const Storage& of, FindScope scope) const;
 
   private:
+    void exchange(FindIndexStorage storage, FindIndexMetadata metadata, bool isNew);
+
     struct CachedMask {
         Storage storage;
         FindScope scope;

@@ -66,8 +66,11 @@ class FindIndexStorage {
 
     [[nodiscard]] Entry count() const { return static_cast<Entry>(parent.size()); }
 
-    // Building. More entries than `none` are a programming fault.
+    // Building. Sizes of folders are made at the end; more than there is room for is a fault.
 
+    /// Whether a listing fits: numbers and offsets have 32 bits.
+    [[nodiscard]] bool hasRoomFor(const FindDirectoryListing& listing) const;
+    /// The root is never hidden, a package or the system's, whatever its name: it was asked for.
     Entry appendRoot(std::string_view path, std::uint32_t modified);
     /// All entries of a folder's listing; their first, or `none` for an empty one. A folder has one
     /// block.
@@ -107,20 +110,20 @@ class FindIndexStorage {
     [[nodiscard]] std::optional<Entry> child(Entry folder, std::string_view named) const;
     /// Its block, then those that came later; deleted ones among them.
     [[nodiscard]] std::vector<Entry> children(Entry of) const;
-    /// A change of one entry's size reaches every folder above it. Sizes stay within 0 and the
-    /// largest number.
+    /// A change of one entry's size, already made, reaches every folder above it; not beyond a
+    /// deleted one, which counts no more. Sizes stay within 0 and the largest number.
     void addToAncestors(Entry of, std::int64_t delta);
 
-    // Live updates
+    // Live updates. Sizes of folders follow at once.
 
     /// Marks an entry; its bytes leave the folders above. Once for an entry.
     void markDeleted(Entry entry);
-    /// Appends children to a folder that has a block already.
+    /// Appends children to a folder, outside its block. Their first, or `none`.
     Entry appendLooseChildren(Entry folder, const FindDirectoryListing& listing);
     /// Makes a folder hold what a fresh listing says: what is not in it any more is deleted, what
     /// changed takes its new size and date, what is new is appended. What an entry that stays holds
     /// is left alone; one that became a folder or ceased to be one is new. The entries that are new
-    /// folders, whose contents are not known yet.
+    /// folders, whose contents are not known yet; what is mounted from elsewhere is not among them.
     std::vector<Entry> replaceChildren(Entry of, const FindDirectoryListing& with);
     /// A copy without what is deleted or inside something deleted. Numbers change.
     [[nodiscard]] FindIndexStorage compacted() const;
@@ -130,6 +133,10 @@ class FindIndexStorage {
 
   private:
     Entry appendEntries(Entry folder, const FindDirectoryListing& listing);
+    void foldPlainNames(Entry from, Entry to);
+    void changeAncestors(Entry of, bool grow, std::uint64_t by);
+    void takeListed(Entry entry, const FindDirectoryListing& listing, std::size_t at);
+    void setHiddenItself(Entry entry, bool isHidden);
 };
 
 } // namespace tidyro

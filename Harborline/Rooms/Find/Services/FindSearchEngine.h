@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "Base/Cancellation.h"
@@ -30,8 +31,9 @@ class FindSearchEngine {
     struct Question {
         const FindIndex& in;
         FindScope scopeMask = {};
-        /// Of the index for which what was remembered is good; the index's own says it.
-        std::uint64_t generation = 0;
+        /// Of the index whose numbers the hits are meant to be: a search for one that has been
+        /// replaced meanwhile ends at once, as cancelled. Absent: whichever there is.
+        std::optional<std::uint64_t> generation = std::nullopt;
         std::size_t limit = 500;
         Timestamp now;
         CancelToken cancel = {};

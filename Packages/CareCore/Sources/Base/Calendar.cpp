@@ -1,6 +1,8 @@
 #include "Base/Calendar.h"
 
+#include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <ctime>
 
 namespace tidyro {
@@ -17,6 +19,29 @@ DateComponents Calendar::components(Timestamp moment) const noexcept {
             .hour = parts.tm_hour,
             .minute = parts.tm_min,
             .second = parts.tm_sec};
+}
+
+Timestamp Calendar::beginningOfDay(int year, int month, int day) const noexcept {
+    const auto wanted = std::chrono::year(year) / month / day;
+    if (utc_) {
+        const auto midnight = std::chrono::sys_days(wanted).time_since_epoch();
+        return Timestamp::since1970(std::chrono::seconds(midnight).count(), 0);
+    }
+    std::tm parts{};
+    parts.tm_year = year - 1900;
+    parts.tm_mon = month - 1;
+    parts.tm_mday = day;
+    parts.tm_isdst = -1;
+    Timestamp moment = Timestamp::since1970(static_cast<std::int64_t>(std::mktime(&parts)), 0);
+    // Of a midnight that does not exist the library may make a moment of the day before.
+    constexpr double step = 15 * 60;
+    constexpr int mostSteps = 2 * 24 * 4;
+    for (int i = 0; i < mostSteps; ++i) {
+        const DateComponents found = components(moment);
+        if (std::chrono::year(found.year) / found.month / found.day >= wanted) break;
+        moment = moment.adding(step);
+    }
+    return moment;
 }
 
 } // namespace tidyro

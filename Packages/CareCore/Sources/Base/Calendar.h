@@ -24,6 +24,10 @@ class Calendar {
 
     [[nodiscard]] DateComponents components(Timestamp moment) const noexcept;
 
+    /// The first moment of a day, which is not midnight where clocks are set forward then. A day
+    /// that a zone left out begins when the next one does.
+    [[nodiscard]] Timestamp beginningOfDay(int year, int month, int day) const noexcept;
+
   private:
     explicit Calendar(bool utc) noexcept : utc_(utc) {}
     bool utc_;

@@ -72,6 +72,12 @@ class GrowingArray {
         for (std::size_t i = 0; i < count; ++i) data_[size_ + i] = value;
         size_ += count;
     }
+    /// Lengthens by `count` elements, which the caller writes before anybody reads them.
+    [[nodiscard]] T* appendUnset(std::size_t count) {
+        reserveMore(count);
+        size_ += count;
+        return data_ + (size_ - count);
+    }
     /// Shortens, or lengthens with zeroed elements.
     void resize(std::size_t size) {
         if (size > size_) append(size - size_, T{});

@@ -1,7 +1,9 @@
 #include "Base/UnicodeText.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <vector>
 
 #include <fmt/format.h>
 #include <utf8proc.h>
@@ -127,6 +129,75 @@ std::string folded(std::string_view bytes) {
     if (length < 0) return lowercased(repaired);
     std::string text(reinterpret_cast<const char*>(made), static_cast<std::size_t>(length));
     std::free(made); // NOLINT: utf8proc allocates as C does
+    return text;
+}
+
+namespace {
+
+/// Marks are told apart by where they attach: what sits above, below or through a letter at will is
+/// an accent; nuktas, kana voicing, viramas and the vowel signs of Indic and South-East Asian
+/// scripts have classes of their own or none.
+bool isAccent(utf8proc_int32_t codePoint) {
+    if (codePoint < 0x300) return false;
+    const utf8proc_property_t& properties = *utf8proc_get_property(codePoint);
+    if (properties.category == UTF8PROC_CATEGORY_ME) return true;
+    if (properties.category != UTF8PROC_CATEGORY_MN) return false;
+    const int attached = properties.combining_class;
+    if (attached == 0) return properties.ignorable; // variation selectors, joiners of graphemes
+    if (attached == 1) return true;                 // drawn over the letter
+    return (attached >= 10 && attached < 84) || attached >= 200;
+}
+
+void appendSearchFolded(std::string& text, std::string_view piece) {
+    constexpr auto bits =
+        UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD; // composing implies taking apart
+    // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): its options are bits
+    constexpr auto options = static_cast<utf8proc_option_t>(bits);
+    std::array<utf8proc_int32_t, 1'024> onStack; // NOLINT: filled below
+    std::vector<utf8proc_int32_t> onHeap;
+    utf8proc_int32_t* points = onStack.data();
+    const auto takeApart = [&](std::size_t room) {
+        return utf8proc_decompose(reinterpret_cast<const utf8proc_uint8_t*>(piece.data()),
+                                  static_cast<utf8proc_ssize_t>(piece.size()), points,
+                                  static_cast<utf8proc_ssize_t>(room), options);
+    };
+    // One place stays free: the way back into bytes ends them with a zero.
+    utf8proc_ssize_t count = takeApart(onStack.size() - 1);
+    if (count >= static_cast<utf8proc_ssize_t>(onStack.size())) {
+        onHeap.resize(static_cast<std::size_t>(count) + 1);
+        points = onHeap.data();
+        count = takeApart(onHeap.size() - 1);
+    }
+    if (count < 0) {
+        text += piece;
+        return;
+    }
+    const auto* end = std::remove_if(points, points + count, isAccent);
+    const utf8proc_ssize_t length = utf8proc_reencode(points, end - points, options);
+    if (length > 0) {
+        text.append(reinterpret_cast<const char*>(points), static_cast<std::size_t>(length));
+    }
+}
+
+} // namespace
+
+std::string searchFolded(std::string_view bytes) {
+    if (isASCII(bytes)) return lowercased(bytes);
+    // Bringing marks into order takes the square of their number, so text far longer than any name
+    // goes piece by piece.
+    constexpr std::size_t longestPiece = 4'096;
+    const std::string repaired = repairedUTF8(bytes);
+    std::string_view rest = repaired;
+    std::string text;
+    text.reserve(repaired.size());
+    while (!rest.empty()) {
+        std::size_t length = std::min(rest.size(), longestPiece);
+        while (length < rest.size() && (static_cast<unsigned char>(rest[length]) & 0xC0) == 0x80) {
+            --length;
+        }
+        appendSearchFolded(text, rest.substr(0, length));
+        rest.remove_prefix(length);
+    }
     return text;
 }
 

@@ -19,6 +19,12 @@ namespace tidyro {
 /// not tell cases or compositions apart takes for one.
 [[nodiscard]] std::string folded(std::string_view bytes);
 
+/// `bytes` as a search compares them: repaired, case-folded, without accents, composed. Accents are
+/// marks that change how a letter is read or stressed, in any script; signs that stand for sounds of
+/// their own stay (the vowels of Devanagari or Thai, the voicing of kana), or different words would
+/// be one. Folding what is folded changes nothing. Time grows with the length only.
+[[nodiscard]] std::string searchFolded(std::string_view bytes);
+
 /// `bytes` as a person may safely see them on a terminal: control characters, line and paragraph
 /// separators and marks that turn the writing direction become visible escapes ("\n", "\x1B",
 /// "\u{202E}"), bytes that are no UTF-8 become "\xFF" escapes, everything else stays. A name must

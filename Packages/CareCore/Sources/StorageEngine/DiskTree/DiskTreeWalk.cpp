@@ -2,22 +2,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
 #include <utility>
-
-#include <fmt/format.h>
 
 #include "Base/Saturating.h"
 #include "Platform/MountPoints.h"
 
 namespace tidyro {
 
-using platform::EntryTrait;
 using platform::FolderDescriptor;
 
 DiskTreeWalk::DiskTreeWalk(Options options)
     : rootURL_(std::move(options.rootURL)),
-      workerCount_(options.workerCount),
       progressInterval_(options.progressInterval),
       progressHandler_(std::move(options.progressHandler)),
       afterBulkRead_(std::move(options.afterBulkRead)),
@@ -25,7 +20,10 @@ DiskTreeWalk::DiskTreeWalk(Options options)
       startedAt_(Clock::now()),
       openFolders_(std::move(options.root), platform::openFolderBudget()),
       lastProgressAt_(startedAt_),
-      standInCount_(options.standInCount) {
+      threads_({.name = "Tidyro disk scan",
+                .workers = options.workerCount,
+                .standIns = options.standInCount,
+                .work = [this] { work(); }}) {
     places_.add(platform::mountPointsBelow(openFolders_.folder(0)), PlaceTree::Mark::mountPoint);
     places_.addBelow(rootURL_.path(), options.skippingContentsOf, PlaceTree::Mark::contentsSkipped);
     places_.addBelow(rootURL_.path(), options.skipping, PlaceTree::Mark::skipped);
@@ -36,29 +34,8 @@ std::expected<DiskTree, DiskTreeScanner::ScanError> DiskTreeWalk::run() {
     if (const auto facts = root.facts()) rootDevice_ = facts->identity.device;
     tellsClones_ = platform::sharesBlocks(root);
     appendRoot();
-    std::vector<platform::DedicatedThread> workers;
-    while (workers.size() < workerCount_ && startThread(workers, "Tidyro disk scan")) {}
-    if (workers.empty()) work(); // the system has no thread left for us
-    workers.clear();             // joins; nobody takes on stand-ins any more
-    standIns_.clear();
+    threads_.run();
     return finish();
-}
-
-bool DiskTreeWalk::startThread(std::vector<platform::DedicatedThread>& threads,
-                               std::string_view name) {
-    try {
-        threads.emplace_back(fmt::format("{} {}", name, threads.size() + 1),
-                             platform::Quality::userInitiated, [this] { work(); });
-        return true;
-    } catch (const std::system_error&) {
-        return false; // the limit on threads; those that run do the work
-    }
-}
-
-void DiskTreeWalk::takeOnStandIn() {
-    const bool isWorthIt = !cancelled_ && !failure_ && !jobs_.empty();
-    if (!isWorthIt || standIns_.size() >= standInCount_) return;
-    if (!startThread(standIns_, "Tidyro read-ahead")) standInCount_ = standIns_.size();
 }
 
 void DiskTreeWalk::cancel() {
@@ -91,13 +68,13 @@ void DiskTreeWalk::appendRoot() {
 }
 
 void DiskTreeWalk::work() {
-    constexpr std::size_t foldersBetweenLooks = 8; // a look costs a system call
     platform::FolderLister lister(
         {.tellsClones = tellsClones_, .cancelled = &cancelled_, .afterBulkRead = afterBulkRead_});
     Reading reading{};
+    WaitWatch watch;
     std::vector<FolderDescriptor> closing;
     std::unique_lock lock(mutex_);
-    for (std::size_t folders = 0;; ++folders) {
+    for (;;) {
         ready_.wait(lock,
                     [&] { return cancelled_ || failure_ || !jobs_.empty() || pending_ == 0; });
         if (cancelled_ || failure_ || jobs_.empty()) {
@@ -105,15 +82,16 @@ void DiskTreeWalk::work() {
             return;
         }
         takeJob(reading);
-        const bool looks = standIns_.size() < standInCount_ && folders % foldersBetweenLooks == 0;
+        const bool takesOn = threads_.mayTakeOnStandIn();
         lock.unlock();
         closing.clear();
-        const std::uint64_t waitsBefore = looks ? platform::waitsOfThisThread() : 0;
+        watch.begin(takesOn);
         read(reading, lister);
-        const bool hasWaited = looks && platform::waitsOfThisThread() != waitsBefore;
+        const bool hasWaited = watch.hasWaited();
         lock.lock();
         commit(reading, closing);
-        if (hasWaited) takeOnStandIn();
+        const bool isWorthIt = !cancelled_ && !failure_ && !jobs_.empty();
+        if (hasWaited && isWorthIt) threads_.takeOnStandIn();
         if (const auto progress = dueProgress(reading)) {
             lock.unlock();
             report(*progress);
@@ -127,15 +105,12 @@ void DiskTreeWalk::takeJob(Reading& reading) {
     jobs_.pop_back();
     ++pending_;
     reading.from = &openFolders_.folder(reading.job.from);
-    reading.routeLength = 0;
+    reading.route.clear();
     const NodeNumber from = openFolders_.node(reading.job.from);
     for (NodeNumber node = reading.job.index; node != from;
          node = columns_.parent[static_cast<std::size_t>(node)]) {
-        if (reading.routeLength == reading.route.size()) reading.route.emplace_back();
-        reading.route[reading.routeLength++].assign(nameSoFar(node));
+        reading.route.addAbove(nameSoFar(node));
     }
-    std::reverse(reading.route.begin(),
-                 reading.route.begin() + static_cast<std::ptrdiff_t>(reading.routeLength));
 }
 
 void DiskTreeWalk::read(Reading& reading, platform::FolderLister& lister) {
@@ -159,36 +134,16 @@ void DiskTreeWalk::read(Reading& reading, platform::FolderLister& lister) {
     reading.batch.dateUnreadFolders(folder);
 }
 
-/// Goes down the route. The root's is empty: it is read through the descriptor it came with.
+/// The root's route is empty: it is read through the descriptor it came with.
 void DiskTreeWalk::open(Reading& reading) {
-    reading.folder = {};
-    const FolderDescriptor* parent = reading.from;
-    FolderDescriptor between;
-    for (std::size_t i = 0; i < reading.routeLength; ++i) {
-        const char* name = reading.route[i].c_str();
-        auto next = parent->open(name);
-        if (!next) {
-            const auto facts = parent->facts(name);
-            const bool isLeaf = i + 1 == reading.routeLength;
-            // What is mounted there may be closed to us; then it is still a mount point.
-            if (isLeaf && facts && isElsewhere(*facts)) {
-                return close(reading, Outcome::mountPoint, {0});
-            }
-            if (isLeaf && facts) reading.facts = *facts;
-            return close(reading, Outcome::denied, next.error());
-        }
-        between = std::move(reading.folder);
-        reading.folder = std::move(*next);
-        parent = &reading.folder;
+    auto arrival = reading.route.follow(*reading.from, rootDevice_);
+    reading.facts = arrival.facts;
+    reading.folder = std::move(arrival.folder);
+    if (arrival.isElsewhere) {
+        close(reading, Outcome::mountPoint, {0});
+    } else if (arrival.error.code != 0) {
+        close(reading, Outcome::denied, arrival.error);
     }
-    const auto facts = parent->facts();
-    if (!facts) return close(reading, Outcome::denied, facts.error());
-    reading.facts = *facts;
-    if (reading.routeLength > 0 && isElsewhere(*facts)) close(reading, Outcome::mountPoint, {0});
-}
-
-bool DiskTreeWalk::isElsewhere(const platform::FolderFacts& facts) const {
-    return facts.traits.has(EntryTrait::mountPoint) || facts.identity.device != rootDevice_;
 }
 
 /// Ends the reading of a folder without its contents.
@@ -266,8 +221,9 @@ void DiskTreeWalk::pushDescents(Reading& reading, NodeNumber firstChild) {
                          .places = descent.places});
     }
     // This worker takes one itself.
-    const std::size_t threads = workerCount_ + standIns_.size();
-    for (std::size_t i = 1; i < std::min<std::size_t>(waiting, threads); ++i) ready_.notify_one();
+    for (std::size_t i = 1; i < std::min<std::size_t>(waiting, threads_.count()); ++i) {
+        ready_.notify_one();
+    }
 }
 
 bool DiskTreeWalk::fits(const DiskTreeBatch& batch) const {

@@ -14,11 +14,12 @@
 #include <vector>
 
 #include "Base/SystemError.h"
-#include "Platform/DedicatedThread.h"
 #include "Platform/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeBatch.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
+#include "StorageEngine/DiskTree/FolderRoute.h"
 #include "StorageEngine/DiskTree/OpenFolders.h"
+#include "StorageEngine/DiskTree/WalkThreads.h"
 
 namespace tidyro {
 
@@ -70,9 +71,7 @@ class DiskTreeWalk {
     struct Reading {
         Job job;
         const platform::FolderDescriptor* from; ///< the open folder of `job.from`
-        /// The names from there down to the folder, the first `routeLength` of them.
-        std::vector<std::string> route;
-        std::size_t routeLength;
+        FolderRoute route;                      ///< from there
         platform::FolderDescriptor folder;
         std::optional<platform::FolderFacts> facts;
         Outcome outcome;
@@ -81,10 +80,7 @@ class DiskTreeWalk {
     };
 
     void work();
-    [[nodiscard]] bool startThread(std::vector<platform::DedicatedThread>& threads,
-                                   std::string_view name);
     // Under the lock.
-    void takeOnStandIn();
     void takeJob(Reading& reading);
     void commit(Reading& reading, std::vector<platform::FolderDescriptor>& closing);
     void pushDescents(Reading& reading, NodeNumber firstChild);
@@ -96,8 +92,6 @@ class DiskTreeWalk {
     void open(Reading& reading);
     void close(Reading& reading, Outcome outcome, SystemError error);
     void report(const DiskTreeScanner::Progress& progress);
-    /// Whether a folder lies on another volume than the root.
-    [[nodiscard]] bool isElsewhere(const platform::FolderFacts& facts) const;
 
     void appendRoot();
     [[nodiscard]] std::string pathSoFar(NodeNumber node) const;
@@ -107,7 +101,6 @@ class DiskTreeWalk {
 
     // Set once, read by all.
     FileURL rootURL_;
-    std::size_t workerCount_;
     double progressInterval_;
     DiskTreeScanner::ProgressHandler progressHandler_;
     std::function<void()> afterBulkRead_;
@@ -131,8 +124,7 @@ class DiskTreeWalk {
     std::vector<NodeNumber> vanished_;
     DiskTreeScanner::Progress progress_;
     Clock::time_point lastProgressAt_;
-    std::size_t standInCount_; ///< how many there may be
-    std::vector<platform::DedicatedThread> standIns_;
+    WalkThreads threads_;
 
     std::mutex reporting_; ///< one progress report at a time
 };

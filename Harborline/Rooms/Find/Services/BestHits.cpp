@@ -1,0 +1,78 @@
+#include "Rooms/Find/Services/BestHits.h"
+
+#include <algorithm>
+#include <string>
+
+namespace tidyro {
+
+bool comesBeforeByPath(const FindIndexStorage& storage, std::uint32_t a, std::uint32_t b) {
+    if (a == b) return false;
+    if (storage.depth[a] != storage.depth[b] || storage.depth[a] == FindIndexStorage::deepest) {
+        return storage.path(a) < storage.path(b);
+    }
+    // Both paths have as many names: what tells them apart stands in the folder that holds both.
+    std::uint32_t left = a;
+    std::uint32_t right = b;
+    while (storage.parent[left] != storage.parent[right]) {
+        left = storage.parent[left];
+        right = storage.parent[right];
+    }
+    std::string_view one = storage.name(left);
+    std::string_view other = storage.name(right);
+    const std::size_t common = std::min(one.size(), other.size());
+    const int order = one.substr(0, common).compare(other.substr(0, common));
+    if (order != 0) return order < 0;
+    if (one.size() == other.size()) return a < b; // two entries of one name
+    // One name begins the other: what follows it is a "/", or nothing.
+    const bool isLast = left == a;
+    if (one.size() < other.size()) {
+        return isLast || '/' < static_cast<unsigned char>(other[common]);
+    }
+    return !isLast && static_cast<unsigned char>(one[common]) < '/';
+}
+
+BestHits::BestHits(const FindIndexStorage& storage, std::size_t limit)
+    : storage_(&storage), limit_(limit), isFull_(limit == 0) {}
+
+std::uint64_t BestHits::keyOf(std::uint32_t entry, FindNameRank rank) const {
+    constexpr std::uint32_t longest = 0xFFFF;
+    const auto [begin, end] = storage_->nameRange(entry);
+    return keyOf(rank) | std::uint64_t{storage_->depth[entry]} << 48U |
+           std::uint64_t{std::min(end - begin, longest)} << 32U |
+           std::uint64_t{~storage_->mtime[entry]};
+}
+
+bool BestHits::isBetter(const Hit& a, const Hit& b) const {
+    return a.key != b.key ? a.key < b.key : comesBeforeByPath(*storage_, a.entry, b.entry);
+}
+
+void BestHits::offer(std::uint32_t entry, FindNameRank rank) {
+    if (limit_ == 0) return;
+    const Hit hit{.key = keyOf(entry, rank), .entry = entry};
+    const auto better = [this](const Hit& a, const Hit& b) { return isBetter(a, b); };
+    if (!isFull_) {
+        hits_.push_back(hit);
+        if (hits_.size() < limit_) return;
+        std::make_heap(hits_.begin(), hits_.end(), better);
+        isFull_ = true;
+    } else {
+        if (hit.key > worst_ || !isBetter(hit, hits_.front())) return;
+        std::pop_heap(hits_.begin(), hits_.end(), better);
+        hits_.back() = hit;
+        std::push_heap(hits_.begin(), hits_.end(), better);
+    }
+    worst_ = hits_.front().key;
+}
+
+std::vector<std::uint32_t> BestHits::take() {
+    std::sort(hits_.begin(), hits_.end(),
+              [this](const Hit& a, const Hit& b) { return isBetter(a, b); });
+    std::vector<std::uint32_t> entries;
+    entries.reserve(hits_.size());
+    for (const Hit& hit : hits_) entries.push_back(hit.entry);
+    hits_.clear();
+    isFull_ = limit_ == 0;
+    return entries;
+}
+
+} // namespace tidyro

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "Base/Timestamp.h"
+#include "Rooms/Find/Services/FindQuery.h"
+#include "Rooms/Find/Services/FindQueryTokens.h"
+
+namespace tidyro {
+
+/// Makes conditions of the words of one query: "report" asks for a text, "size:>1mb" for a size.
+class FindConditions {
+  public:
+    explicit FindConditions(Timestamp now) : now_(now) {}
+
+    /// Never fails: a field with a value that it does not take is a word like any other.
+    [[nodiscard]] FindQueryNode condition(const FindQueryToken& word);
+    /// Of the first word that was not taken as it was meant; one sentence for people.
+    [[nodiscard]] const std::optional<std::string>& problem() const { return problem_; }
+
+  private:
+    [[nodiscard]] std::optional<FindQueryNode> fieldCondition(const FindQueryToken& word);
+    [[nodiscard]] std::optional<FindQueryNode> affordable(FindQueryNode condition);
+
+    Timestamp now_;
+    std::size_t costlyCount_ = 0;
+    std::optional<std::string> problem_;
+};
+
+} // namespace tidyro

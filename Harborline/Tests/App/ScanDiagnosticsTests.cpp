@@ -1,0 +1,100 @@
+#include "App/ScanDiagnostics.h"
+
+#include <deque>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Support/TemporaryFolder.h"
+
+namespace tidyro {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+using testing::TemporaryFolder;
+using Subject = ScanDiagnostics::Subject;
+using Request = ScanDiagnostics::Request;
+
+TEST(ScanDiagnostics, ReadsItsSwitches) {
+    const auto parsed = [](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "Tidyro");
+        return ScanDiagnostics::parse(arguments, "/home/ada");
+    };
+    EXPECT_FALSE(parsed({}));
+    EXPECT_FALSE(parsed({"--cli", "index", "/a", "--query", "--diagnose-find"}));
+    EXPECT_EQ(parsed({"--diagnose-scan", "~/Music/../x"})->value(),
+              (Request{.subject = Subject::scan, .folder = "/home/ada/x"}));
+    EXPECT_EQ(parsed({"--diagnose-find", "/a"})->value().subject, Subject::find);
+    EXPECT_EQ(parsed({"--diagnose-duplicates", "/a"})->value().subject, Subject::duplicates);
+    for (const std::vector<std::string>& malformed : {std::vector<std::string>{"--diagnose-find"},
+                                                      {"--diagnose-find", ""},
+                                                      {"--diagnose-find", "--cli"},
+                                                      {"--diagnose-find", "/a", "/b"}}) {
+        EXPECT_EQ(parsed(malformed)->error(), ScanDiagnostics::usageText);
+    }
+}
+
+/// The lines of a run, which ends with this status.
+std::vector<std::string> ran(int status, const Request& request, const std::string& indexFile = "",
+                             std::deque<std::string> queries = {}) {
+    std::vector<std::string> lines;
+    EXPECT_EQ(ScanDiagnostics::run(
+                  request, {.write = [&](std::string_view line) { lines.emplace_back(line); },
+                            .read = [&]() -> std::optional<std::string> {
+                                if (queries.empty()) return std::nullopt;
+                                std::string query = queries.front();
+                                queries.pop_front();
+                                return query;
+                            },
+                            .indexFile = FileURL::file(indexFile)}),
+              status);
+    return lines;
+}
+
+TEST(ScanDiagnostics, KeepsAnIndexAndAnswersFromIt) {
+    const TemporaryFolder place;
+    place.file("tree/deeper/readme.md");
+    place.file("tree/readme");
+    place.file("other/readme");
+    const std::string file = place / "kept/index";
+    const Request tree{.subject = Subject::find, .folder = place / "tree"};
+    const auto answer = [&](const char* count) {
+        return MatchesRegex(std::string("\"readme\": ") + count + " in [0-9]+\\.[0-9]{3} ms\n");
+    };
+    EXPECT_THAT(ran(0, tree, file, {"readme", "none"}),
+                ElementsAre(MatchesRegex("build +[0-9.]+ s  4 names\n"), HasSubstr(file),
+                            answer("2 matches"), "  " + place / "tree/readme" + "\n",
+                            "  " + place / "tree/deeper/readme.md" + "\n",
+                            StartsWith("\"none\": 0 matches in")));
+    place.file("tree/another readme"); // what is saved does not know of it
+    EXPECT_THAT(ran(0, tree, file), ElementsAre(MatchesRegex("open +[0-9.]+ s  4 names\n")));
+    // The index of another folder, or no index, is no help.
+    EXPECT_THAT(ran(0, {.subject = Subject::find, .folder = place / "other"}, file, {"readme"}),
+                ElementsAre(StartsWith("build"), StartsWith("save"), answer("1 match"),
+                            "  " + place / "other/readme" + "\n"));
+    EXPECT_THAT(ran(0, tree, place / "other/readme/x"),
+                ElementsAre(StartsWith("build"), HasSubstr("Not a directory")));
+    EXPECT_THAT(ran(66, {.subject = Subject::find, .folder = file}),
+                ElementsAre("No folder at " + file + ".\n"));
+}
+
+TEST(ScanDiagnostics, TellsThePhases) {
+    const TemporaryFolder place;
+    place.noise("a", 5'000);
+    place.noise("b", 5'000);
+    EXPECT_THAT(ran(0, {.subject = Subject::scan, .folder = place.path()}),
+                ElementsAre(MatchesRegex("read +[0-9.]+ s  3 items\n"),
+                            MatchesRegex("rank the largest +[0-9.]+ s  2 files\n"),
+                            StartsWith("sort into groups"), StartsWith("make a snapshot")));
+    const auto duplicates = ran(0, {.subject = Subject::duplicates, .folder = place.path()});
+    ASSERT_GE(duplicates.size(), 2U);
+    EXPECT_THAT(duplicates.front(), StartsWith("listing"));
+    EXPECT_THAT(duplicates.back(), MatchesRegex("all +[0-9.]+ s  1 set\n"));
+}
+
+} // namespace
+} // namespace tidyro

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Base/SystemError.h"
+#include "Platform/FolderReading.h"
+
+namespace tidyro {
+
+/// The names that lead from an open folder down to one that is to be read. A walk keeps one for
+/// each thread: it is gathered under the walk's lock and gone down without it. Remembers its
+/// strings' room.
+class FolderRoute {
+  public:
+    /// Begins with the folder that is to be read.
+    void clear() { length_ = 0; }
+    /// The next folder above.
+    void addAbove(std::string_view name) {
+        if (length_ == names_.size()) names_.emplace_back();
+        names_[length_++].assign(name);
+    }
+
+    /// Where it led to.
+    struct Arrival {
+        /// Not open for an empty route, which ends where it began, and where there was an error.
+        platform::FolderDescriptor folder;
+        std::optional<platform::FolderFacts> facts; ///< of the folder, where it could be looked at
+        bool isElsewhere = false;                   ///< it lies on another volume
+        SystemError error{0};
+    };
+    /// Follows no link. `device` is that of the walk.
+    [[nodiscard]] Arrival follow(const platform::FolderDescriptor& from,
+                                 std::uint64_t device) const;
+
+  private:
+    std::vector<std::string> names_; ///< the first `length_` of them, from below
+    std::size_t length_ = 0;
+};
+
+} // namespace tidyro
