@@ -9,7 +9,7 @@ namespace tidyro {
 
 /// What a search found.
 struct FindSearchResult {
-    std::vector<std::uint32_t> hits; ///< entries, the best first, at most as many as asked for
+    std::vector<std::uint32_t> hits = {}; ///< entries, the best first, at most as many as asked for
     std::uint64_t matchCount = 0;    ///< of all, those that are not among the hits as well
     bool wasCancelled = false;       ///< it was cut short; the rest is what was found until then
     /// Why part of the query could not be read as it was meant and was taken for words; one

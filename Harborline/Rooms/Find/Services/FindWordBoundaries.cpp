@@ -1,8 +1,8 @@
 #include "Rooms/Find/Services/FindWordBoundaries.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include <utf8proc.h>
@@ -21,7 +21,8 @@ Class classOf(char byte) {
     return byte >= '0' && byte <= '9' ? Class::digit : Class::separator;
 }
 
-Class classOf(utf8proc_int32_t character, Class before) {
+/// None for a mark, which is of the letter before it.
+std::optional<Class> classOf(utf8proc_int32_t character) {
     switch (utf8proc_category(character)) {
     case UTF8PROC_CATEGORY_LL: return Class::small;
     case UTF8PROC_CATEGORY_LU:
@@ -33,7 +34,7 @@ Class classOf(utf8proc_int32_t character, Class before) {
     case UTF8PROC_CATEGORY_NO: return Class::digit;
     case UTF8PROC_CATEGORY_MN:
     case UTF8PROC_CATEGORY_MC:
-    case UTF8PROC_CATEGORY_ME: return before;
+    case UTF8PROC_CATEGORY_ME: return std::nullopt;
     default: return Class::separator;
     }
 }
@@ -44,49 +45,28 @@ bool partsWords(Class before, Class after) {
            (before == Class::digit) != (after == Class::digit);
 }
 
-/// The bytes that one character contributes to a folded text.
-std::size_t foldedLength(utf8proc_int32_t character) {
-    constexpr utf8proc_int32_t firstSyllable = 0xAC00;
-    constexpr utf8proc_int32_t lastSyllable = 0xD7A3;
-    if (character < 0x80) return 1;
-    if (character >= firstSyllable && character <= lastSyllable) return 3; // composed again
-    // Vowels and ends of syllables that stand alone are composed with what is before them.
-    if ((character >= 0x1161 && character <= 0x1175) ||
-        (character >= 0x11A8 && character <= 0x11C2)) {
-        return 0;
-    }
-    std::array<utf8proc_int32_t, 32> parts{};
-    int lastClass = 0;
-    const auto count = utf8proc_decompose_char(
-        character, parts.data(), static_cast<utf8proc_ssize_t>(parts.size()),
-        // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): its options are bits
-        static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD |
-                                       UTF8PROC_STRIPMARK),
-        &lastClass);
-    std::size_t length = 0;
-    for (utf8proc_ssize_t i = 0; i < count && i < utf8proc_ssize_t{32}; ++i) {
-        const auto part = static_cast<std::uint32_t>(parts[static_cast<std::size_t>(i)]);
-        length += part < 0x80 ? 1U : part < 0x800 ? 2U : part < 0x10000 ? 3U : 4U;
-    }
-    return length;
-}
-
+/// Where the words of text begin and end, in its own bytes or in those that are left of it when
+/// it is folded. What is folded together never reaches over the end of a word.
 std::vector<std::size_t> boundaries(std::string_view text, bool folds) {
     std::vector<std::size_t> offsets{0};
-    std::size_t offset = 0;
     Class before = Class::separator;
-    while (!text.empty()) {
+    std::size_t start = 0; // of the word
+    const auto endWord = [&](std::size_t end) {
+        const std::string_view word = text.substr(start, end - start);
+        offsets.push_back(offsets.back() + (folds ? searchFolded(word).size() : word.size()));
+        start = end;
+    };
+    for (std::size_t at = 0; at < text.size();) {
+        const std::string_view rest = text.substr(at);
         utf8proc_int32_t character = -1;
-        const auto read = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                                           static_cast<utf8proc_ssize_t>(text.size()), &character);
-        const std::size_t length = read > 0 ? static_cast<std::size_t>(read) : 1;
-        const Class after = read > 0 ? classOf(character, before) : Class::separator;
-        if (partsWords(before, after)) offsets.push_back(offset);
-        offset += folds ? foldedLength(character) : length;
-        before = after;
-        text.remove_prefix(length);
+        const auto read = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(rest.data()),
+                                           static_cast<utf8proc_ssize_t>(rest.size()), &character);
+        const auto after = read > 0 ? classOf(character) : Class::separator;
+        if (after && at > 0 && partsWords(before, *after)) endWord(at);
+        before = after.value_or(before);
+        at += read > 0 ? static_cast<std::size_t>(read) : 1;
     }
-    offsets.push_back(offset);
+    endWord(text.size());
     return offsets;
 }
 
