@@ -35,11 +35,7 @@ BestHits::BestHits(const FindIndexStorage& storage, std::size_t limit)
     : storage_(&storage), limit_(limit), isFull_(limit == 0) {}
 
 std::uint64_t BestHits::keyOf(std::uint32_t entry, FindNameRank rank) const {
-    constexpr std::uint32_t longest = 0xFFFF;
-    const auto [begin, end] = storage_->nameRange(entry);
-    return keyOf(rank) | std::uint64_t{storage_->depth[entry]} << 48U |
-           std::uint64_t{std::min(end - begin, longest)} << 32U |
-           std::uint64_t{~storage_->mtime[entry]};
+    return upperKeyOf(entry, rank) << lowerKeyBits | std::uint64_t{~storage_->mtime[entry]};
 }
 
 bool BestHits::isBetter(const Hit& a, const Hit& b) const {

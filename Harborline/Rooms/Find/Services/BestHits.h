@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -18,6 +19,10 @@ class BestHits {
 
     /// True when a hit of this rank can no longer be among the best: it need not be offered.
     [[nodiscard]] bool isOut(FindNameRank rank) const { return isFull_ && keyOf(rank) > worst_; }
+    /// The same of one entry, by what is quickly known of it.
+    [[nodiscard]] bool isOut(std::uint32_t entry, FindNameRank rank) const {
+        return isFull_ && (limit_ == 0 || upperKeyOf(entry, rank) > worst_ >> lowerKeyBits);
+    }
     void offer(std::uint32_t entry, FindNameRank rank);
     /// The best first. Leaves nothing behind.
     [[nodiscard]] std::vector<std::uint32_t> take();
@@ -29,6 +34,14 @@ class BestHits {
     };
     [[nodiscard]] static constexpr std::uint64_t keyOf(FindNameRank rank) {
         return static_cast<std::uint64_t>(rank) << 56U;
+    }
+    static constexpr unsigned lowerKeyBits = 32; ///< the date
+    /// Rank, depth and length.
+    [[nodiscard]] std::uint64_t upperKeyOf(std::uint32_t entry, FindNameRank rank) const {
+        constexpr std::uint32_t longest = 0xFFFF;
+        const auto [begin, end] = storage_->nameRange(entry);
+        return static_cast<std::uint64_t>(rank) << 24U |
+               std::uint64_t{storage_->depth[entry]} << 16U | std::min(end - begin, longest);
     }
     [[nodiscard]] std::uint64_t keyOf(std::uint32_t entry, FindNameRank rank) const;
     [[nodiscard]] bool isBetter(const Hit& a, const Hit& b) const;

@@ -6,18 +6,15 @@ namespace tidyro {
 
 namespace {
 
-/// 0 to 35 for a letter or digit; more for anything else.
-unsigned letterNumber(char byte) {
-    if (byte >= 'a' && byte <= 'z') return static_cast<unsigned>(byte - 'a');
-    if (byte >= '0' && byte <= '9') return static_cast<unsigned>(byte - '0') + 26;
-    return 36;
-}
+constexpr std::string_view lettersInOrder = "abcdefghijklmnopqrstuvwxyz0123456789._- ";
 
+/// The place of a byte among the letters; 63, a bit that nobody asks for, where it is none.
 constexpr std::array<std::uint8_t, 256> letterNumbers = [] {
     std::array<std::uint8_t, 256> numbers{};
-    numbers.fill(63); // a bit that nobody asks for
-    for (unsigned i = 0; i < 26; ++i) numbers['a' + i] = static_cast<std::uint8_t>(i);
-    for (unsigned i = 0; i < 10; ++i) numbers['0' + i] = static_cast<std::uint8_t>(26 + i);
+    numbers.fill(63);
+    for (std::size_t i = 0; i < lettersInOrder.size(); ++i) {
+        numbers[static_cast<unsigned char>(lettersInOrder[i])] = static_cast<std::uint8_t>(i);
+    }
     return numbers;
 }();
 
@@ -71,7 +68,8 @@ FindBlockFilter::Question::Question(const FindBlockFilter& filter, std::string_v
 }
 
 const std::uint64_t* FindBlockFilter::namesWith(char byte) const {
-    const unsigned letter = letterNumber(byte);
+    static_assert(lettersInOrder.size() == letters);
+    const std::size_t letter = letterNumbers[static_cast<unsigned char>(byte)];
     return letter < letters ? letters_[letter].data() : nullptr;
 }
 

@@ -13,8 +13,8 @@
 namespace tidyro {
 
 /// What lets a search pass over most names unread: for each block of 64 names the groups of three
-/// bytes that stand in them, for each letter and digit the names that have it, and the first byte
-/// of each name. About 22 bytes an entry.
+/// bytes that stand in them, for each letter, digit and common sign the names that have it, and the
+/// first byte of each name. About 22 bytes an entry.
 ///
 /// Covers the whole blocks that the storage had when it was made, and stays good while the storage
 /// only grows: names never change.
@@ -49,7 +49,8 @@ class FindBlockFilter {
         std::size_t count_ = 0;
     };
 
-    /// A bit an entry: whether its folded name holds the letter or digit. Null for other bytes.
+    /// A bit an entry: whether its folded name holds the letter, digit or sign. Null for other
+    /// bytes.
     [[nodiscard]] const std::uint64_t* namesWith(char byte) const;
     /// The first byte of each folded name; 0 for an empty one.
     [[nodiscard]] const char* firstBytes() const { return firstBytes_.data(); }
@@ -57,7 +58,7 @@ class FindBlockFilter {
   private:
     static constexpr std::size_t bitsPerBlock = 8'192;
     static constexpr std::size_t wordsPerBlock = bitsPerBlock / 64;
-    static constexpr std::size_t letters = 36; ///< a to z, 0 to 9
+    static constexpr std::size_t letters = 40; ///< a to z, 0 to 9, and what parts words
 
     [[nodiscard]] static std::uint16_t place(std::uint32_t group) {
         constexpr std::uint32_t mixing = 0x9E3779B1; // the golden ratio in 32 bits

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Rooms/Find/Services/FindEntrySet.h"
 #include "Rooms/Find/Services/FindIndexStorage.h"
 
 namespace tidyro {
@@ -21,7 +22,7 @@ class FindFolderSet {
     /// have smaller numbers than what they hold.
     void addContents();
 
-    [[nodiscard]] bool has(std::uint32_t entry) const { return has_[entry]; }
+    [[nodiscard]] bool has(std::uint32_t entry) const { return has_.has(entry); }
 
   private:
     [[nodiscard]] bool isMeant(std::uint32_t folder) const;
@@ -30,7 +31,7 @@ class FindFolderSet {
     bool isAbsolute_;
     std::vector<std::string> wanted_; ///< folded components
     std::vector<std::string> root_;   ///< those of the root
-    std::vector<bool> has_;
+    FindEntrySet has_;
 };
 
 } // namespace tidyro

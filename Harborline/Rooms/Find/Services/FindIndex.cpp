@@ -10,9 +10,9 @@ namespace {
 using Entry = FindIndexStorage::Entry;
 
 /// Every entry stands behind the folder that holds it, so one pass tells what each inherits.
-std::vector<std::uint64_t> maskBits(const FindIndexStorage& storage, FindScope scope) {
+FindEntrySet takingPart(const FindIndexStorage& storage, FindScope scope) {
     const Entry count = storage.count();
-    std::vector<std::uint64_t> bits((count + 63) / 64, 0);
+    FindEntrySet takesPart(count);
     const auto unwanted =
         static_cast<std::uint8_t>((scope.hidden ? 0 : findflag::hidden) |
                                   (scope.system ? 0 : findflag::system) | findflag::deleted);
@@ -25,10 +25,9 @@ std::vector<std::uint64_t> maskBits(const FindIndexStorage& storage, FindScope s
         const Entry folder = storage.parent[entry];
         const bool isInClosed = folder != FindIndexStorage::none && isClosed[folder];
         isClosed[entry] = isInClosed || storage.is(entry, closing);
-        const bool takesPart = entry != 0 && !isInClosed && !storage.is(entry, unwanted);
-        bits[entry / 64] |= std::uint64_t{takesPart} << (entry % 64);
+        if (entry != 0 && !isInClosed && !storage.is(entry, unwanted)) takesPart.add(entry);
     }
-    return bits;
+    return takesPart;
 }
 
 } // namespace
@@ -85,14 +84,14 @@ void FindIndex::update(FindIndexStorage storage, FindIndexMetadata metadata) {
     exchange(std::move(storage), metadata, false);
 }
 
-std::shared_ptr<const FindIndex::Mask> FindIndex::mask(const Storage& of, FindScope scope) const {
+std::shared_ptr<const FindEntrySet> FindIndex::mask(const Storage& of, FindScope scope) const {
     {
         const std::scoped_lock held(maskLock_);
         if (maskCache_ && maskCache_->storage == of && maskCache_->scope == scope) {
             return maskCache_->mask;
         }
     }
-    auto made = std::make_shared<const Mask>(Mask{maskBits(*of, scope)});
+    auto made = std::make_shared<const FindEntrySet>(takingPart(*of, scope));
     std::optional<CachedMask> replaced(CachedMask{.storage = of, .scope = scope, .mask = made});
     const std::scoped_lock held(maskLock_);
     // A search that goes on with a storage from before must not keep it from being given back.

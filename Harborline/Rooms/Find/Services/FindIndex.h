@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Base/Timestamp.h"
+#include "Rooms/Find/Services/FindEntrySet.h"
 #include "Rooms/Find/Services/FindIndexStorage.h"
 #include "Rooms/Find/Services/FindScope.h"
 
@@ -50,16 +51,10 @@ class FindIndex {
     /// The same index after live updates, in which entries that stay keep their numbers.
     void update(FindIndexStorage storage, FindIndexMetadata metadata);
 
-    /// One bit an entry, 64 in a word: whether it takes part in a search of this scope. Deleted
-    /// entries, what lies in them and the root never do. Remembered for the last scope and
-    /// revision.
-    struct Mask {
-        std::vector<std::uint64_t> bits;
-        [[nodiscard]] bool has(std::uint32_t entry) const {
-            return (bits[entry / 64] >> (entry % 64) & 1U) != 0;
-        }
-    };
-    [[nodiscard]] std::shared_ptr<const Mask> mask(const Storage& of, FindScope scope) const;
+    /// What takes part in a search of this scope: deleted entries, what lies in them and the root
+    /// never do. Remembered for the last scope and revision.
+    [[nodiscard]] std::shared_ptr<const FindEntrySet> mask(const Storage& of,
+                                                           FindScope scope) const;
 
   private:
     void exchange(FindIndexStorage storage, FindIndexMetadata metadata, bool isNew);
@@ -67,7 +62,7 @@ class FindIndex {
     struct CachedMask {
         Storage storage;
         FindScope scope;
-        std::shared_ptr<const Mask> mask;
+        std::shared_ptr<const FindEntrySet> mask;
     };
 
     mutable std::mutex lock_; ///< held for a few copies only

@@ -13,12 +13,16 @@ bool isPartOfWord(char byte) {
     return isLower(byte) || isUpper(byte) || (byte >= '0' && byte <= '9') || (byte & 0x80) != 0;
 }
 
-bool beginsWord(std::string_view folded, std::string_view name, std::size_t at) {
-    if (!isPartOfWord(folded[at - 1])) return true;
-    return name.size() == folded.size() && isLower(name[at - 1]) && isUpper(name[at]);
-}
-
 } // namespace
+
+bool beginsWord(const FindIndexStorage& storage, std::uint32_t entry, std::size_t at) {
+    const char* folded = storage.foldedNames.data() + storage.foldedStart[entry];
+    if (!isPartOfWord(folded[at - 1])) return true;
+    if (!isLower(folded[at - 1]) || !isLower(folded[at])) return false;
+    if (storage.is(entry, findflag::notASCII)) return false;
+    const std::string_view name = storage.name(entry);
+    return isLower(name[at - 1]) && isUpper(name[at]);
+}
 
 FindNameRank nameRank(const FindIndexStorage& storage, std::uint32_t entry,
                       std::string_view needle) {
@@ -29,11 +33,9 @@ FindNameRank nameRank(const FindIndexStorage& storage, std::uint32_t entry,
         const bool isRest = !suffix.empty() && folded.size() == needle.size() + 1 + suffix.size();
         return isRest ? FindNameRank::withoutSuffix : FindNameRank::beginning;
     }
-    const bool isPlain = !storage.is(entry, findflag::notASCII);
-    const std::string_view name = isPlain ? storage.name(entry) : std::string_view();
     for (std::size_t at = folded.find(needle, 1); at != std::string_view::npos;
          at = folded.find(needle, at + 1)) {
-        if (beginsWord(folded, name, at)) return FindNameRank::word;
+        if (beginsWord(storage, entry, at)) return FindNameRank::word;
     }
     return FindNameRank::anywhere;
 }

@@ -22,4 +22,7 @@ enum class FindNameRank : std::uint8_t {
 [[nodiscard]] FindNameRank nameRank(const FindIndexStorage& storage, std::uint32_t entry,
                                     std::string_view needle);
 
+/// Whether a word begins in the folded name of an entry at this byte, which is not its first.
+[[nodiscard]] bool beginsWord(const FindIndexStorage& storage, std::uint32_t entry, std::size_t at);
+
 } // namespace tidyro

@@ -12,10 +12,7 @@ FindSubject FindPathText::subject(std::uint32_t entry) {
     append(entry);
     return {.own = own_,
             .folded = folded_,
-            .isASCII = folderIsASCII_ && !storage_.is(entry, findflag::notASCII),
-            .folder = folder,
-            .ownFolder = ownFolder_,
-            .foldedFolder = foldedFolder_};
+            .isASCII = folderIsASCII_ && !storage_.is(entry, findflag::notASCII)};
 }
 
 void FindPathText::writeFolder(std::uint32_t folder) {

@@ -32,8 +32,8 @@ struct FindTextTerm {
     std::shared_ptr<const FindRegex> regex = nullptr; ///< there when the mode is `regex`
 };
 
-/// A query that was read: a tree of conditions. `FindQueryMatcher` says of one entry at a time
-/// whether it holds.
+/// A query that was read: a tree of conditions. `FindQueryMatcher` finds the entries for which it
+/// holds.
 struct FindQueryNode {
     enum class Kind : std::uint8_t {
         all,    ///< of the children; without any: everything

@@ -2,69 +2,23 @@
 
 #include <algorithm>
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Rooms/Find/Services/FindFolderSet.h"
-#include "Rooms/Find/Services/FindNameRank.h"
-#include "Rooms/Find/Services/FindPathText.h"
-#include "Rooms/Find/Services/FindTextTest.h"
+#include "Rooms/Find/Services/FindIndexChildren.h"
+#include "Rooms/Find/Services/FindNameScan.h"
+#include "Rooms/Find/Services/FindTextScan.h"
 
 namespace tidyro {
 
 namespace {
 
 using Kind = FindQueryNode::Kind;
-
-/// A node and what its condition needs of the index.
-struct Condition {
-    const FindQueryNode* node;
-    std::vector<Condition> children = {};
-    std::unique_ptr<FindTextTest> text = nullptr;
-    std::unique_ptr<FindFolderSet> folders = nullptr;
-};
-
-Condition prepared(const FindIndexStorage& storage, const FindQueryNode& node) {
-    Condition condition{.node = &node};
-    condition.children.reserve(node.children.size());
-    for (const auto& child : node.children) condition.children.push_back(prepared(storage, child));
-    if (node.kind == Kind::text) {
-        condition.text = std::make_unique<FindTextTest>(node.text, storage.rootPath);
-    }
-    if (node.kind == Kind::folder || node.kind == Kind::parent) {
-        condition.folders = std::make_unique<FindFolderSet>(storage, node.names.front());
-        if (node.kind == Kind::folder) condition.folders->addContents();
-    }
-    return condition;
-}
-
-/// Which entries are deleted or in something deleted.
-std::vector<bool> goneEntries(const FindIndexStorage& storage) {
-    if (storage.deletedCount == 0) return {};
-    std::vector<bool> gone(storage.count());
-    for (std::uint32_t entry = 0; entry < storage.count(); ++entry) {
-        const std::uint32_t folder = storage.parent[entry];
-        gone[entry] = storage.is(entry, findflag::deleted) ||
-                      (folder != FindIndexStorage::none && gone[folder]);
-    }
-    return gone;
-}
-
-std::vector<bool> foldersWithEntries(const FindIndexStorage& storage) {
-    std::vector<bool> filled(storage.count());
-    for (std::uint32_t entry = 1; entry < storage.count(); ++entry) {
-        if (!storage.is(entry, findflag::deleted)) filled[storage.parent[entry]] = true;
-    }
-    return filled;
-}
-
-bool asksFor(const FindQueryNode& node, Kind kind) {
-    return node.kind == kind || std::ranges::any_of(node.children, [kind](const auto& child) {
-               return asksFor(child, kind);
-           });
-}
+using Entry = FindIndexStorage::Entry;
 
 /// What names are ranked by: the first text that stands for itself, of alternatives each one's.
 void collectRanking(const FindQueryNode& node, std::vector<std::string_view>& texts) {
@@ -101,84 +55,194 @@ bool hasExtension(std::string_view name, const std::vector<std::string>& extensi
     return false;
 }
 
+/// How much it costs to find out about an entry, from a look at one number to running an
+/// expression.
+enum class Cost : std::uint8_t { number, name, folders, path, expression };
+
+Cost costOf(const FindQueryNode& node) {
+    switch (node.kind) {
+    case Kind::kind:
+    case Kind::size:
+    case Kind::date:
+    case Kind::depth:
+    case Kind::hidden:
+    case Kind::system: return Cost::number;
+    case Kind::ext:
+    case Kind::empty: return Cost::name;
+    case Kind::folder:
+    case Kind::parent: return Cost::folders;
+    case Kind::text:
+        if (node.text.mode == FindTextMode::regex) return Cost::expression;
+        return node.text.inPath ? Cost::path : Cost::name;
+    case Kind::all:
+    case Kind::any:
+    case Kind::none: break;
+    }
+    Cost most = Cost::number;
+    for (const FindQueryNode& child : node.children) most = std::max(most, costOf(child));
+    return most;
+}
+
+/// Tells words that stand in a query again: a long text has many.
+class AskedWords {
+  public:
+    [[nodiscard]] bool isNew(const FindQueryNode& node) {
+        const FindTextTerm& term = node.text;
+        const bool isWord = node.kind == Kind::text && term.mode == FindTextMode::contains &&
+                            !term.matchesCase && !term.inPath;
+        return !isWord || words_.insert(term.folded).second;
+    }
+
+  private:
+    std::set<std::string_view> words_;
+};
+
 } // namespace
 
 struct FindQueryMatcher::Body {
+    Body(const FindIndexStorage& index, const FindQuery& query, const FindBlockFilter* filter,
+         CancelToken token)
+        : storage(index),
+          root(query.root),
+          cancel(std::move(token)),
+          names(index, filter, cancel),
+          texts(index, names, cancel) {
+        collectRanking(root, ranking);
+    }
+
     const FindIndexStorage& storage;
-    Condition root;
-    FindPathText paths;
-    std::vector<bool> gone;   ///< empty: nothing is
-    std::vector<bool> filled; ///< empty: nobody asks
+    const FindQueryNode& root;
+    CancelToken cancel;
+    FindNameScan names;
+    FindTextScan texts;
     std::vector<std::string_view> ranking;
 
-    bool holds(Condition& condition, std::uint32_t entry) {
-        const FindQueryNode& node = *condition.node;
-        const auto isBetween = [&node](std::uint64_t value) {
-            return value >= node.least && value <= node.most;
-        };
+    void keepMatching(FindEntrySet& among, const FindQueryNode& node) {
+        if (cancel.stop_requested()) return;
         switch (node.kind) {
-        case Kind::all:
-            return std::ranges::all_of(condition.children,
-                                       [&](Condition& child) { return holds(child, entry); });
-        case Kind::any:
-            return std::ranges::any_of(condition.children,
-                                       [&](Condition& child) { return holds(child, entry); });
-        case Kind::none: return !holds(condition.children.front(), entry);
-        case Kind::text: return condition.text->holds(subject(node.text, entry));
-        case Kind::ext: return hasExtension(storage.foldedName(entry), node.names);
-        case Kind::kind: return isOfKind(node, entry);
-        case Kind::size: return isBetween(storage.size(entry));
-        case Kind::date: return isBetween(storage.mtime[entry]);
-        case Kind::depth: return isBetween(storage.depth[entry]);
-        case Kind::empty:
-            return storage.is(entry, findflag::directory) ? !filled[entry]
-                                                          : storage.size(entry) == 0;
-        case Kind::hidden: return storage.is(entry, findflag::hidden);
-        case Kind::system: return storage.is(entry, findflag::system);
-        case Kind::folder:
-        case Kind::parent: return condition.folders->has(storage.parent[entry]);
+        case Kind::all: return keepAll(among, node);
+        case Kind::any: return keepAny(among, node);
+        case Kind::none: {
+            FindEntrySet denied = among;
+            keepMatching(denied, node.children.front());
+            return among.remove(denied);
         }
-        return false;
+        case Kind::text: return texts.keepMatching(among, node.text);
+        case Kind::ext: return keepWithExtension(among, node);
+        case Kind::kind: return among.keepWhere([&](Entry entry) { return isOfKind(node, entry); });
+        case Kind::size:
+            return keepBetween(among, node, [&](Entry entry) { return storage.size(entry); });
+        case Kind::date:
+            return keepBetween(among, node, [&](Entry entry) { return storage.mtime[entry]; });
+        case Kind::depth:
+            return keepBetween(among, node, [&](Entry entry) { return storage.depth[entry]; });
+        case Kind::empty: return among.keepWhere([&](Entry entry) { return isEmpty(entry); });
+        case Kind::hidden: return keepFlagged(among, findflag::hidden);
+        case Kind::system: return keepFlagged(among, findflag::system);
+        case Kind::folder:
+        case Kind::parent: {
+            FindFolderSet folders(storage, node.names.front());
+            if (node.kind == Kind::folder) folders.addContents();
+            return among.keepWhere([&](Entry entry) { return folders.has(storage.parent[entry]); });
+        }
+        }
     }
 
-    [[nodiscard]] FindSubject subject(const FindTextTerm& term, std::uint32_t entry) {
-        if (term.inPath) return paths.subject(entry);
-        return {.own = storage.name(entry),
-                .folded = storage.foldedName(entry),
-                .isASCII = !storage.is(entry, findflag::notASCII)};
+    void keepAll(FindEntrySet& among, const FindQueryNode& node) {
+        std::vector<std::pair<Cost, std::size_t>> order;
+        order.reserve(node.children.size());
+        for (std::size_t i = 0; i < node.children.size(); ++i) {
+            order.emplace_back(costOf(node.children[i]), i);
+        }
+        std::ranges::sort(order);
+        AskedWords asked;
+        for (const auto& [cost, place] : order) {
+            if (among.isEmpty()) return;
+            const FindQueryNode& child = node.children[place];
+            if (asked.isNew(child)) keepMatching(among, child);
+        }
     }
 
-    [[nodiscard]] bool isOfKind(const FindQueryNode& node, std::uint32_t entry) const {
+    void keepAny(FindEntrySet& among, const FindQueryNode& node) {
+        FindEntrySet left = std::move(among);
+        among = FindEntrySet(storage.count());
+        AskedWords asked;
+        for (const FindQueryNode& child : node.children) {
+            if (left.isEmpty() || cancel.stop_requested()) return;
+            if (!asked.isNew(child)) continue;
+            FindEntrySet matching = left;
+            keepMatching(matching, child);
+            among.add(matching);
+            left.remove(matching);
+        }
+    }
+
+    template <class Number>
+    static void keepBetween(FindEntrySet& among, const FindQueryNode& node, const Number& number) {
+        among.keepWhere([&](Entry entry) {
+            const std::uint64_t value = number(entry);
+            return value >= node.least && value <= node.most;
+        });
+    }
+
+    void keepFlagged(FindEntrySet& among, std::uint8_t flag) const {
+        among.keepWhere([&](Entry entry) { return storage.is(entry, flag); });
+    }
+
+    void keepWithExtension(FindEntrySet& among, const FindQueryNode& node) const {
+        // Looking for each in all names costs as much as looking at each name once for all.
+        constexpr std::size_t few = 8;
+        if (node.names.size() <= few) {
+            FindEntrySet candidates(storage.count());
+            for (const std::string& name : node.names) candidates.add(names.holding("." + name));
+            among.keepThoseIn(candidates);
+        }
+        among.keepWhere(
+            [&](Entry entry) { return hasExtension(storage.foldedName(entry), node.names); });
+    }
+
+    [[nodiscard]] bool isEmpty(Entry entry) const {
+        if (!storage.is(entry, findflag::directory)) return storage.size(entry) == 0;
+        bool isFilled = false;
+        visitChildren(storage, entry, [&](Entry child) {
+            isFilled = !storage.is(child, findflag::deleted);
+            return !isFilled;
+        });
+        return !isFilled;
+    }
+
+    [[nodiscard]] bool isOfKind(const FindQueryNode& node, Entry entry) const {
         const bool isFolder = storage.is(entry, findflag::directory);
         if (isFolder ? node.takesFolders : node.takesFiles) return true;
         return std::ranges::find(node.categories, storage.category(entry)) != node.categories.end();
     }
 };
 
-FindQueryMatcher::FindQueryMatcher(const FindIndexStorage& storage, const FindQuery& query)
-    : body_(new Body{.storage = storage,
-                     .root = prepared(storage, query.root),
-                     .paths = FindPathText(storage),
-                     .gone = goneEntries(storage),
-                     .filled = {},
-                     .ranking = {}}) {
-    if (asksFor(query.root, Kind::empty)) body_->filled = foldersWithEntries(storage);
-    collectRanking(query.root, body_->ranking);
-}
+FindQueryMatcher::FindQueryMatcher(const FindIndexStorage& storage, const FindQuery& query,
+                                   const FindBlockFilter* filter, CancelToken cancel)
+    : body_(std::make_unique<Body>(storage, query, filter, std::move(cancel))) {}
 
 FindQueryMatcher::~FindQueryMatcher() = default;
 
-bool FindQueryMatcher::matches(std::uint32_t entry) {
-    if (entry == 0 || (!body_->gone.empty() && body_->gone[entry])) return false;
-    return body_->holds(body_->root, entry);
+FindEntrySet FindQueryMatcher::matches(FindEntrySet among) const {
+    body_->keepMatching(among, body_->root);
+    return among;
 }
 
-unsigned FindQueryMatcher::rank(std::uint32_t entry) const {
+FindNameRank FindQueryMatcher::bestPossibleRank(std::uint32_t entry) const {
+    if (body_->ranking.empty()) return FindNameRank::anywhere;
+    const std::string_view name = body_->storage.foldedName(entry);
+    const bool mayBegin = std::ranges::any_of(
+        body_->ranking, [name](std::string_view text) { return name.starts_with(text); });
+    return mayBegin ? FindNameRank::wholeName : FindNameRank::word;
+}
+
+FindNameRank FindQueryMatcher::rank(std::uint32_t entry) const {
     auto best = FindNameRank::anywhere;
     for (const std::string_view text : body_->ranking) {
         best = std::min(best, nameRank(body_->storage, entry, text));
     }
-    return static_cast<unsigned>(best);
+    return best;
 }
 
 } // namespace tidyro

@@ -3,14 +3,18 @@
 #include <cstdint>
 #include <memory>
 
+#include "Base/Cancellation.h"
+#include "Rooms/Find/Services/FindBlockFilter.h"
+#include "Rooms/Find/Services/FindEntrySet.h"
 #include "Rooms/Find/Services/FindIndexStorage.h"
+#include "Rooms/Find/Services/FindNameRank.h"
 #include "Rooms/Find/Services/FindQuery.h"
 
 namespace tidyro {
 
-/// Says of single entries whether a query holds for them. What a query needs of an index once (the
-/// folders it is bound to, what is empty, what is deleted) is found out when this is made. Used by
-/// one thread; storage and query outlive it.
+/// Finds the entries for which a query holds, condition by condition over whole sets: what is cheap
+/// to find out comes first, and what costs more is asked only of what is left. Used by one thread;
+/// storage, query and filter outlive it.
 ///
 /// - A text is looked for in the folded name; `matchesCase` looks for its bytes in the bytes of the
 ///   name. Regular expressions see the name as it is, with U+FFFD for what is no UTF-8.
@@ -21,19 +25,23 @@ namespace tidyro {
 /// - A folder that holds nothing but deleted entries is empty.
 class FindQueryMatcher {
   public:
-    FindQueryMatcher(const FindIndexStorage& storage, const FindQuery& query);
+    /// The filter may be null.
+    FindQueryMatcher(const FindIndexStorage& storage, const FindQuery& query,
+                     const FindBlockFilter* filter = nullptr, CancelToken cancel = {});
     ~FindQueryMatcher();
     FindQueryMatcher(const FindQueryMatcher&) = delete;
     FindQueryMatcher& operator=(const FindQueryMatcher&) = delete;
 
-    /// Never for the root, nor for what is deleted or in something deleted.
-    [[nodiscard]] bool matches(std::uint32_t entry);
+    /// Those of `among` for which it holds; `among` is without the root and what is deleted. When
+    /// it was cancelled meanwhile they mean nothing.
+    [[nodiscard]] FindEntrySet matches(FindEntrySet among) const;
 
-    /// How well an entry that matches fits what was typed, as `FindNameRank` tells. By the first
-    /// text that stands for itself: not denied, in a name, no glob or regular expression. Where it
-    /// is one of several alternatives, by the best of their first ones. The worst where there is
-    /// none.
-    [[nodiscard]] unsigned rank(std::uint32_t entry) const;
+    /// How well an entry that matches fits what was typed. By the first text that stands for
+    /// itself: not denied, in a name, no glob or regular expression. Where it is one of several
+    /// alternatives, by the best of their first ones. The worst where there is none.
+    [[nodiscard]] FindNameRank rank(std::uint32_t entry) const;
+    /// The best that `rank` can say of it, found out at once.
+    [[nodiscard]] FindNameRank bestPossibleRank(std::uint32_t entry) const;
 
   private:
     struct Body;

@@ -1,12 +1,18 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <span>
+#include <string>
 #include <string_view>
 
 namespace tidyro {
 
 /// A regular expression that a person typed. Matching takes time that grows with the text only, and
 /// memory has a bound: nobody can stop a search by what they type. Any thread may match.
+///
+/// What is no UTF-8 in a text counts as U+FFFD.
 class FindRegex {
   public:
     /// Null for what is no expression, or makes one that is too large.
@@ -17,12 +23,46 @@ class FindRegex {
     FindRegex(const FindRegex&) = delete;
     FindRegex& operator=(const FindRegex&) = delete;
 
-    /// Whether it matches somewhere in `text`. What is no UTF-8 in it counts as U+FFFD.
+    /// Whether it matches somewhere in `text`.
     [[nodiscard]] bool isIn(std::string_view text) const;
 
+    static constexpr std::size_t mostLiterals = 10;
+    /// ASCII texts in small letters whose presence tells what cannot match. At most `mostLiterals`,
+    /// none for an expression that matches without any.
+    [[nodiscard]] std::span<const std::string> literals() const;
+    /// False: in a text that, in small letters, holds these literals and no other (a bit each, the
+    /// lowest for the first) it certainly matches nowhere.
+    [[nodiscard]] bool mayMatch(std::uint32_t held) const;
+
   private:
+    friend class FindRegexRun;
     struct Program;
     std::unique_ptr<Program> program_;
+};
+
+/// Looks for one expression in very many short texts. Starting the automaton costs more than
+/// reading a name, so it runs over many names in one go, line by line, as long as few match. Used
+/// by one thread; the expression outlives it.
+class FindRegexRun {
+  public:
+    explicit FindRegexRun(const FindRegex& expression);
+    ~FindRegexRun();
+    FindRegexRun(const FindRegexRun&) = delete;
+    FindRegexRun& operator=(const FindRegexRun&) = delete;
+
+    static constexpr std::size_t most = 64;
+    /// A bit for each of 1 to `most` texts: whether it matches somewhere in it. They lie in one
+    /// array, in their order.
+    [[nodiscard]] std::uint64_t matching(std::span<const std::string_view> texts);
+
+  private:
+    struct Lines;
+    [[nodiscard]] std::uint64_t oneByOne(std::span<const std::string_view> texts) const;
+
+    const FindRegex& expression_;
+    std::unique_ptr<Lines> lines_; ///< null: the expression means something else over lines
+    std::uint64_t seen_ = 0;
+    std::uint64_t matched_ = 0;
 };
 
 } // namespace tidyro

@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,17 +27,18 @@ constexpr std::size_t mostRemembered = 100'000;
 /// In a smaller index everything is looked through faster than a filter is made.
 constexpr std::uint32_t fewEntries = 10'000;
 
-/// The words of a query that asks for nothing else than that all of them stand in the name; none
-/// for any other query.
+/// The words, each once, of a query that asks for nothing else than that all of them stand in the
+/// name; none for any other query.
 std::vector<std::string> plainWords(const FindQueryNode& root) {
     if (root.kind != FindQueryNode::Kind::all) return {};
     std::vector<std::string> words;
+    std::set<std::string_view> known;
     for (const FindQueryNode& node : root.children) {
         const bool isPlain = node.kind == FindQueryNode::Kind::text && !node.text.matchesCase &&
                              node.text.mode == FindTextMode::contains && !node.text.inPath &&
                              !node.text.folded.empty();
         if (!isPlain) return {};
-        words.push_back(node.text.folded);
+        if (known.insert(node.text.folded).second) words.push_back(node.text.folded);
     }
     return words;
 }
@@ -84,25 +87,18 @@ struct LastMatches {
     std::vector<std::uint32_t> entries;
 };
 
-FindSearchResult searchOneByOne(const FindIndexStorage& storage, const FindIndex::Mask& mask,
-                                const FindQuery& query,
-                                const FindSearchEngine::Question& question) {
-    constexpr std::uint32_t entriesBetweenLooks = 4'096;
-    FindQueryMatcher matcher(storage, query);
+FindSearchResult searchWholeLanguage(const FindIndexStorage& storage, const FindEntrySet& mask,
+                                     const FindQuery& query, const FindBlockFilter* filter,
+                                     const FindSearchEngine::Question& question) {
+    const FindQueryMatcher matcher(storage, query, filter, question.cancel);
+    const FindEntrySet matches = matcher.matches(mask);
+    if (question.cancel.stop_requested()) return {.wasCancelled = true};
     BestHits best(storage, question.limit);
-    FindSearchResult result;
-    for (std::uint32_t entry = 0; entry < storage.count(); ++entry) {
-        if (entry % entriesBetweenLooks == 0 && question.cancel.stop_requested()) {
-            result.wasCancelled = true;
-            break;
-        }
-        if (!mask.has(entry) || !matcher.matches(entry)) continue;
-        ++result.matchCount;
-        if (best.isOut(FindNameRank::wholeName)) continue;
-        best.offer(entry, static_cast<FindNameRank>(matcher.rank(entry)));
-    }
-    result.hits = best.take();
-    return result;
+    matches.forEach([&](std::uint32_t entry) {
+        if (best.isOut(entry, matcher.bestPossibleRank(entry))) return;
+        best.offer(entry, matcher.rank(entry));
+    });
+    return {.hits = best.take(), .matchCount = matches.size()};
 }
 
 } // namespace
@@ -111,13 +107,12 @@ struct FindSearchEngine::Memory {
     FilterMaker filters;
     std::optional<LastMatches> last;
 
-    FindSearchResult searchWords(const Storage& storage, std::uint64_t generation,
-                                 const FindIndex::Mask& mask, const std::vector<std::string>& words,
-                                 const Question& question) {
-        const auto filter = filters.filter(storage, generation);
+    FindSearchResult searchWords(const Storage& storage, const FindEntrySet& mask,
+                                 const std::vector<std::string>& words,
+                                 const FindBlockFilter* filter, const Question& question) {
         PlainSearch search({.storage = *storage,
                             .mask = mask,
-                            .filter = filter.get(),
+                            .filter = filter,
                             .words = words,
                             .limit = question.limit,
                             .cancel = question.cancel,
@@ -159,9 +154,10 @@ FindSearchResult FindSearchEngine::search(std::string_view query, const Question
     const FindQuery parsed = parsedFindQuery(query, question.now);
     const auto mask = question.in.mask(storage, question.scopeMask);
     const std::vector<std::string> words = plainWords(parsed.root);
+    const auto filter = memory_->filters.filter(storage, generation);
     FindSearchResult result =
-        words.empty() ? searchOneByOne(*storage, *mask, parsed, question)
-                      : memory_->searchWords(storage, generation, *mask, words, question);
+        words.empty() ? searchWholeLanguage(*storage, *mask, parsed, filter.get(), question)
+                      : memory_->searchWords(storage, *mask, words, filter.get(), question);
     result.problem = parsed.problem;
     return result;
 }

@@ -30,10 +30,10 @@ void FindTextTest::adaptToPaths(std::string_view root) {
     }
 }
 
-bool FindTextTest::holds(const FindSubject& subject) {
+bool FindTextTest::holds(const FindSubject& subject) const {
     const std::string_view text = term_.matchesCase ? subject.own : subject.folded;
     switch (term_.mode) {
-    case FindTextMode::contains: return standsIn(subject, text);
+    case FindTextMode::contains: return standsIn(text);
     case FindTextMode::word: return standsAsWord(subject, text);
     case FindTextMode::exact: return text == needle_;
     case FindTextMode::glob: return glob_.matches(text);
@@ -42,16 +42,9 @@ bool FindTextTest::holds(const FindSubject& subject) {
     return false;
 }
 
-bool FindTextTest::standsIn(const FindSubject& subject, std::string_view text) {
-    if (standsAtBeginning_) return text.starts_with(needle_);
-    if (!term_.inPath) return text.find(needle_) != std::string_view::npos;
-    const std::size_t shared = term_.matchesCase ? subject.ownFolder : subject.foldedFolder;
-    if (subject.folder != folder_) {
-        folder_ = subject.folder;
-        standsInFolder_ = text.substr(0, shared).find(needle_) != std::string_view::npos;
-    }
-    const std::size_t overlap = std::min(shared, needle_.size());
-    return standsInFolder_ || text.find(needle_, shared - overlap) != std::string_view::npos;
+bool FindTextTest::standsIn(std::string_view text) const {
+    return standsAtBeginning_ ? text.starts_with(needle_)
+                              : text.find(needle_) != std::string_view::npos;
 }
 
 bool FindTextTest::standsAsWord(const FindSubject& subject, std::string_view text) const {

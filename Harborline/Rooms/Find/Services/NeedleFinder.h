@@ -1,8 +1,8 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -12,7 +12,8 @@ namespace tidyro {
 /// names are compared for 32 places at once; only where both stand is the rest looked at.
 ///
 ///     const NeedleFinder finder("readme");
-///     for (auto at = finder.find(bytes, 0); at < bytes.size(); at = finder.find(bytes, at + 1))
+///     for (std::size_t at = 0; at < bytes.size();) {
+///         for (const auto place : std::span(places).first(finder.findSome(bytes, at, places))) ...
 ///
 /// Which form of it runs depends on what the processor has; all give the same answers.
 class NeedleFinder {
@@ -21,27 +22,36 @@ class NeedleFinder {
     explicit NeedleFinder(std::string needle);
 
     /// Where the needle stands first at or behind `from`; the length of the text where it does not.
-    [[nodiscard]] std::size_t find(std::string_view text, std::size_t from) const {
-        return form_(*this, text, from);
+    [[nodiscard]] std::size_t find(std::string_view text, std::size_t from) const;
+    /// The places at or behind `from` in order, as many as `places` takes, at least 64; how many.
+    /// `from` becomes where to go on, the length of the text when that were all. The text is
+    /// shorter than 4 GiB.
+    [[nodiscard]] std::size_t findSome(std::string_view text, std::size_t& from,
+                                       std::span<std::uint32_t> places) const {
+        return form_(*this, text, from, places);
     }
     [[nodiscard]] const std::string& needle() const { return needle_; }
 
-    /// One place after another, with what every processor has. For tests as well.
-    [[nodiscard]] std::size_t findPlainly(std::string_view text, std::size_t from) const;
+    /// The same with what every processor has. For tests as well.
+    [[nodiscard]] std::size_t findSomePlainly(std::string_view text, std::size_t& from,
+                                              std::span<std::uint32_t> places) const;
 
   private:
-    using Form = std::size_t (*)(const NeedleFinder&, std::string_view, std::size_t);
+    using Form = std::size_t (*)(const NeedleFinder&, std::string_view, std::size_t&,
+                                 std::span<std::uint32_t>);
 
     [[nodiscard]] bool standsAt(const char* place) const;
     [[nodiscard]] static Form bestForm();
     [[nodiscard]] static std::size_t plainForm(const NeedleFinder& self, std::string_view text,
-                                               std::size_t from);
+                                               std::size_t& from, std::span<std::uint32_t> places);
     [[nodiscard]] static std::size_t wideForm(const NeedleFinder& self, std::string_view text,
-                                              std::size_t from);
+                                              std::size_t& from, std::span<std::uint32_t> places);
 
     std::string needle_;
     std::size_t first_ = 0;  ///< the place of its rarest byte
     std::size_t second_ = 0; ///< of the rarest other one; the same for a single byte
+    std::uint64_t head_ = 0; ///< its first bytes, at most eight
+    std::uint64_t headMask_ = 0;
     Form form_;
 };
 

@@ -2,16 +2,13 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 
 #include "Rooms/Find/Services/FindNameRank.h"
+#include "Rooms/Find/Services/FindNameScan.h"
 
 namespace tidyro {
 
 namespace {
-
-/// Blocks between two looks whether the search was cancelled.
-constexpr std::size_t blocksBetweenLooks = 256;
 
 /// The longest word is the rarest, as a rule; of equal ones the first.
 std::size_t rarestOf(std::span<const std::string> words) {
@@ -42,7 +39,7 @@ bool PlainSearch::hasOtherWords(std::uint32_t entry) const {
         others_, [&](std::string_view word) { return name.find(word) != std::string_view::npos; });
 }
 
-void PlainSearch::remember(std::uint32_t entry) {
+inline void PlainSearch::remember(std::uint32_t entry) {
     if (!remembers_) return;
     if (matches_.size() == options_.mostRemembered) {
         remembers_ = false;
@@ -52,40 +49,31 @@ void PlainSearch::remember(std::uint32_t entry) {
     matches_.push_back(entry);
 }
 
-/// A name that holds the looked-for word, whose entry takes part.
-void PlainSearch::take(std::uint32_t entry, bool standsAtBeginning) {
-    if (!others_.empty() && !hasOtherWords(entry)) return;
-    ++matchCount_;
-    remember(entry);
-    // In what begins otherwise the word can only stand further on.
-    const bool mayBegin = standsAtBeginning || !ranksByFinder_;
-    if (best_.isOut(mayBegin ? FindNameRank::wholeName : FindNameRank::word)) return;
-    best_.offer(entry, nameRank(storage_, entry, options_.words.front()));
+inline void PlainSearch::closeEntry() {
+    if (entry_ != none && isWanted_) best_.offer(entry_, rank_);
+    entry_ = none;
 }
 
-void PlainSearch::runOver(std::uint32_t from, std::uint32_t to) {
-    const std::uint32_t* starts = storage_.foldedStart.data();
-    const std::string_view text(storage_.foldedNames.data(), starts[to]);
-    const std::size_t length = finder_.needle().size();
-    std::uint32_t entry = from;
-    for (std::size_t at = finder_.find(text, starts[from]); at < text.size();) {
-        // The entry that the place lies in: mostly one of the next.
-        std::uint32_t step = 1;
-        while (entry + step < to && starts[entry + step] <= at) {
-            entry += step;
-            step *= 2;
-        }
-        entry = static_cast<std::uint32_t>(
-            std::upper_bound(starts + entry, starts + std::min(entry + step, to) + 1, at) - starts -
-            1);
-        const std::size_t end = starts[entry + 1];
-        if (at + length > end) {
-            at = finder_.find(text, at + 1); // over the end of the name
-            continue;
-        }
-        if (options_.mask.has(entry)) take(entry, at == starts[entry]);
-        at = finder_.find(text, end);
+/// The looked-for word stands in the name of an entry at a place of all names. The first place
+/// decides on all but one question: whether a word begins at a later one.
+inline void PlainSearch::takePlace(std::uint32_t entry, std::uint32_t at) {
+    if (entry != entry_) {
+        closeEntry();
+        entry_ = entry;
+        isWanted_ = false;
+        if (!options_.mask.has(entry)) return;
+        if (!others_.empty() && !hasOtherWords(entry)) return;
+        ++matchCount_;
+        remember(entry);
+        const bool mayBegin = !ranksByFinder_ || at == storage_.foldedStart[entry];
+        isWanted_ = !best_.isOut(entry, mayBegin ? FindNameRank::wholeName : FindNameRank::word);
+        if (!isWanted_) return;
+        rank_ =
+            mayBegin ? nameRank(storage_, entry, options_.words.front()) : FindNameRank::anywhere;
+        if (mayBegin) return;
     }
+    if (!isWanted_ || rank_ != FindNameRank::anywhere || !ranksByFinder_) return;
+    if (beginsWord(storage_, entry, at - storage_.foldedStart[entry])) rank_ = FindNameRank::word;
 }
 
 /// One letter stands in most names: they are counted by the filter's bits, and only those that
@@ -101,7 +89,7 @@ bool PlainSearch::runByLetter() {
     for (std::size_t i = 0; i < filter.covered(); ++i) beginning += firstBytes[i] == letter ? 1 : 0;
     if (beginning < options_.limit) return false;
     for (std::size_t block = 0; block < blocks; ++block) {
-        const std::uint64_t matching = with[block] & options_.mask.bits[block];
+        const std::uint64_t matching = with[block] & options_.mask.words()[block];
         if (matching == 0) continue;
         matchCount_ += static_cast<std::uint64_t>(std::popcount(matching));
         const std::size_t first = block * FindBlockFilter::blockSize;
@@ -109,6 +97,7 @@ bool PlainSearch::runByLetter() {
             const std::size_t entry = first + static_cast<std::size_t>(std::countr_zero(left));
             if (firstBytes[entry] != letter) continue;
             const auto number = static_cast<std::uint32_t>(entry);
+            if (best_.isOut(number, FindNameRank::wholeName)) continue;
             best_.offer(number, nameRank(storage_, number, finder_.needle()));
         }
     }
@@ -117,53 +106,31 @@ bool PlainSearch::runByLetter() {
 }
 
 void PlainSearch::run() {
-    const std::uint32_t count = storage_.count();
-    std::uint32_t from = 0;
-    if (options_.filter != nullptr) {
-        const FindBlockFilter& filter = *options_.filter;
-        from = filter.covered();
-        if (finder_.needle().size() == 1 && others_.empty() && runByLetter()) {
-            runOver(from, count);
-            return;
-        }
-        matchCount_ = 0;
-        best_ = BestHits(storage_, options_.limit);
-        remembers_ = true;
-        const FindBlockFilter::Question question(filter, finder_.needle());
-        const std::size_t blocks = from / FindBlockFilter::blockSize;
-        for (std::size_t block = 0; block < blocks;) {
-            if (block % blocksBetweenLooks == 0 && options_.cancel.stop_requested()) {
-                wasCancelled_ = true;
-                return;
-            }
-            // Blocks side by side are gone through in one go.
-            std::size_t end = block;
-            const std::size_t furthest = std::min(blocks, (block | (blocksBetweenLooks - 1)) + 1);
-            while (end < furthest && question.mayHold(end)) ++end;
-            if (end > block) {
-                runOver(static_cast<std::uint32_t>(block * FindBlockFilter::blockSize),
-                        static_cast<std::uint32_t>(end * FindBlockFilter::blockSize));
-            }
-            block = std::max(end, block + 1);
+    const FindNameScan scan(storage_, options_.filter, options_.cancel);
+    std::uint32_t first = 0;
+    if (options_.filter != nullptr && finder_.needle().size() == 1 && others_.empty()) {
+        if (runByLetter()) {
+            first = options_.filter->covered();
+        } else {
+            matchCount_ = 0;
+            best_ = BestHits(storage_, options_.limit);
+            remembers_ = true;
         }
     }
-    constexpr std::uint32_t atOnce = blocksBetweenLooks * FindBlockFilter::blockSize;
-    for (; from < count; from += std::min(atOnce, count - from)) {
-        if (options_.cancel.stop_requested()) {
-            wasCancelled_ = true;
-            return;
-        }
-        runOver(from, std::min(count, from + atOnce));
-    }
+    wasCancelled_ = !scan.forEachPlace(
+        finder_, first, [this](std::uint32_t entry, std::uint32_t at) { takePlace(entry, at); });
+    closeEntry();
 }
 
 void PlainSearch::runOver(std::span<const std::uint32_t> entries) {
     for (const std::uint32_t entry : entries) {
-        if (!options_.mask.has(entry)) continue;
         const std::string_view name = storage_.foldedName(entry);
-        const std::size_t at = finder_.find(name, 0);
-        if (at < name.size()) take(entry, at == 0);
+        for (std::size_t at = finder_.find(name, 0); at < name.size();
+             at = finder_.find(name, at + 1)) {
+            takePlace(entry, storage_.foldedStart[entry] + static_cast<std::uint32_t>(at));
+        }
     }
+    closeEntry();
 }
 
 } // namespace tidyro

@@ -3,12 +3,14 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Base/Cancellation.h"
 #include "Rooms/Find/Services/BestHits.h"
 #include "Rooms/Find/Services/FindBlockFilter.h"
-#include "Rooms/Find/Services/FindIndex.h"
+#include "Rooms/Find/Services/FindEntrySet.h"
 #include "Rooms/Find/Services/FindIndexStorage.h"
 #include "Rooms/Find/Services/NeedleFinder.h"
 
@@ -16,14 +18,13 @@ namespace tidyro {
 
 /// The search that is made on almost every key: names that hold some words, all of them, anywhere.
 ///
-/// The folded names are one run of bytes in the order of the entries. The rarest word is looked for
-/// in that run, over the ends of names, and what it stands in is a match when the others stand
-/// there as well. Blocks that cannot hold it are passed over.
+/// The rarest word is looked for in all names, and what it stands in is a match when the others
+/// stand there as well. How well a match fits is only asked of those that may be among the best.
 class PlainSearch {
   public:
     struct Options {
         const FindIndexStorage& storage;
-        const FindIndex::Mask& mask;
+        const FindEntrySet& mask;           ///< what takes part
         const FindBlockFilter* filter;      ///< null: none is ready
         std::span<const std::string> words; ///< folded, not empty; ranks go by the first
         std::size_t limit;
@@ -45,10 +46,12 @@ class PlainSearch {
     [[nodiscard]] bool remembersMatches() const { return remembers_; }
 
   private:
+    static constexpr std::uint32_t none = FindIndexStorage::none;
+
     [[nodiscard]] bool runByLetter();
-    void runOver(std::uint32_t from, std::uint32_t to);
+    void takePlace(std::uint32_t entry, std::uint32_t at);
+    void closeEntry();
     [[nodiscard]] bool hasOtherWords(std::uint32_t entry) const;
-    void take(std::uint32_t entry, bool standsAtBeginning);
     void remember(std::uint32_t entry);
 
     Options options_;
@@ -61,6 +64,10 @@ class PlainSearch {
     bool wasCancelled_ = false;
     bool remembers_ = true;
     std::vector<std::uint32_t> matches_;
+    // The entry whose places are being told, and what is known of it
+    std::uint32_t entry_ = none;
+    bool isWanted_ = false; ///< it may be among the best
+    FindNameRank rank_ = FindNameRank::anywhere;
 };
 
 } // namespace tidyro

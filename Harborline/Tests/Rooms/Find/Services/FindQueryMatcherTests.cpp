@@ -47,13 +47,15 @@ FindIndexStorage indexOf(const std::vector<Item>& items, std::string_view root =
 /// The paths of what matches, in the order of the entries, parted by blanks and bars.
 std::string found(const FindIndexStorage& storage, std::string_view query, Timestamp now = {}) {
     const FindQuery read = parsedFindQuery(query, now);
-    FindQueryMatcher matcher(storage, read);
+    FindEntrySet among(storage.count());
+    for (std::uint32_t entry = 1; entry < storage.count(); ++entry) {
+        if (!storage.isDeletedOrInside(entry)) among.add(entry);
+    }
     std::string names;
-    for (std::uint32_t entry = 0; entry < storage.count(); ++entry) {
-        if (!matcher.matches(entry)) continue;
+    FindQueryMatcher(storage, read).matches(among).forEach([&](std::uint32_t entry) {
         names += names.empty() ? "" : " | ";
         names += path::below(storage.path(entry), storage.rootPath);
-    }
+    });
     return names;
 }
 
@@ -204,7 +206,7 @@ TEST(FindQueryMatcher, RanksByTheFirstTextThatStandsForItself) {
         const FindQueryMatcher matcher(storage, read);
         std::string digits;
         for (std::uint32_t entry = 1; entry < storage.count(); ++entry) {
-            digits += std::to_string(matcher.rank(entry));
+            digits += std::to_string(static_cast<int>(matcher.rank(entry)));
         }
         return digits;
     };

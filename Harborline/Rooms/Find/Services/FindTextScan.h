@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Base/Cancellation.h"
+#include "Rooms/Find/Services/FindEntrySet.h"
+#include "Rooms/Find/Services/FindIndexStorage.h"
+#include "Rooms/Find/Services/FindNameScan.h"
+#include "Rooms/Find/Services/FindPathText.h"
+#include "Rooms/Find/Services/FindQuery.h"
+#include "Rooms/Find/Services/FindTextTest.h"
+
+namespace tidyro {
+
+/// Finds the entries in whose name or path a text stands as a term of a query asks. Whatever
+/// matches holds certain literals (the text itself, what stands between the "*" of a glob, letters
+/// of a regular expression): these are looked for in all names at once, and only what has them is
+/// looked at one by one.
+class FindTextScan {
+  public:
+    /// All outlive it.
+    FindTextScan(const FindIndexStorage& storage, const FindNameScan& names,
+                 const CancelToken& cancel)
+        : storage_(storage), names_(names), cancel_(cancel), paths_(storage) {}
+
+    /// Takes out of `among` those in which the term does not hold. Some may stay when it is
+    /// cancelled.
+    void keepMatching(FindEntrySet& among, const FindTextTerm& term);
+
+    /// The subject of a term that looks at names rather than paths.
+    [[nodiscard]] static FindSubject nameSubject(const FindIndexStorage& storage,
+                                                 FindIndexStorage::Entry entry);
+
+  private:
+    void keepHoldingLiterals(FindEntrySet& among, const FindTextTerm& term,
+                             const FindTextTest& test) const;
+    void keepLiterals(FindEntrySet& among, const FindTextTerm& term) const;
+    [[nodiscard]] FindEntrySet holding(std::string_view literal, const FindTextTerm& term,
+                                       const FindTextTest& test) const;
+    void keepByExpression(FindEntrySet& among, const FindTextTerm& term);
+
+    const FindIndexStorage& storage_;
+    const FindNameScan& names_;
+    const CancelToken& cancel_;
+    FindPathText paths_;
+};
+
+} // namespace tidyro
