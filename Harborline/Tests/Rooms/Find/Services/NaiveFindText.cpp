@@ -1,0 +1,112 @@
+// How the naive search looks at text: as a list of characters.
+#include <utf8proc.h>
+
+#include "Base/UnicodeText.h"
+#include "Rooms/Find/Services/NaiveFind.h"
+
+namespace tidyro::testing {
+
+namespace {
+
+struct Character {
+    std::string_view bytes; ///< one byte for what is no UTF-8
+    utf8proc_int32_t codePoint = -1;
+};
+
+std::vector<Character> charactersOf(std::string_view text) {
+    std::vector<Character> characters;
+    while (!text.empty()) {
+        Character next;
+        const auto length =
+            utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                             static_cast<utf8proc_ssize_t>(text.size()), &next.codePoint);
+        next.bytes = text.substr(0, length > 0 ? static_cast<std::size_t>(length) : 1);
+        text.remove_prefix(next.bytes.size());
+        characters.push_back(next);
+    }
+    return characters;
+}
+
+enum class Sort : std::uint8_t { separator, small, capital, letter, digit, mark };
+
+Sort sortOf(const Character& character) {
+    if (character.codePoint < 0) return Sort::separator;
+    const std::string_view category = utf8proc_category_string(character.codePoint);
+    if (category == "Ll") return Sort::small;
+    if (category == "Lu" || category == "Lt") return Sort::capital;
+    switch (category.front()) {
+    case 'L': return Sort::letter;
+    case 'N': return Sort::digit;
+    case 'M': return Sort::mark;
+    default: return Sort::separator;
+    }
+}
+
+/// Which offsets of a text are the ends of words.
+std::vector<bool> wordEnds(std::string_view text) {
+    std::vector<bool> ends(text.size() + 1, false);
+    ends.front() = ends.back() = true;
+    std::size_t at = 0;
+    Sort before = Sort::separator;
+    for (const Character& character : charactersOf(text)) {
+        const Sort sort = sortOf(character);
+        if (sort != Sort::mark) {
+            const bool isBesideSeparator = before == Sort::separator || sort == Sort::separator;
+            const bool isCaseChange = before == Sort::small && sort == Sort::capital;
+            const bool isDigitChange = (before == Sort::digit) != (sort == Sort::digit);
+            if (isBesideSeparator || isCaseChange || isDigitChange) ends[at] = true;
+            before = sort;
+        }
+        at += character.bytes.size();
+    }
+    return ends;
+}
+
+/// The same in what is left of the text when it is folded.
+std::vector<bool> foldedWordEnds(std::string_view own, std::string_view folded) {
+    const std::string text = repairedUTF8(own);
+    const std::vector<bool> ownEnds = wordEnds(text);
+    std::vector<bool> ends(folded.size() + 1, false);
+    for (std::size_t at = 0; at <= text.size(); ++at) {
+        if (ownEnds[at]) ends.at(searchFolded(text.substr(0, at)).size()) = true;
+    }
+    return ends;
+}
+
+} // namespace
+
+bool naiveGlob(std::string_view pattern, std::string_view text) {
+    const std::vector<Character> wanted = charactersOf(pattern);
+    const std::vector<Character> given = charactersOf(text);
+    // fits[j]: the pattern so far is all of the first j characters.
+    std::vector<bool> fits(given.size() + 1, false);
+    fits[0] = true;
+    for (const Character& one : wanted) {
+        std::vector<bool> next(given.size() + 1, false);
+        for (std::size_t j = 0; j <= given.size(); ++j) {
+            if (one.bytes == "*") {
+                next[j] = fits[j] || (j > 0 && next[j - 1]);
+            } else if (j > 0) {
+                next[j] = fits[j - 1] && (one.bytes == "?" || one.bytes == given[j - 1].bytes);
+            }
+        }
+        fits = next;
+    }
+    return fits.back();
+}
+
+bool naiveWord(std::string_view needle, const NaiveWordPlace& place) {
+    const std::string_view text = place.inOwn ? place.own : place.folded;
+    if (text.find(needle) == std::string_view::npos) return false;
+    const std::vector<bool> ends =
+        place.inOwn ? wordEnds(place.own) : foldedWordEnds(place.own, place.folded);
+    for (std::size_t at = 0; at + needle.size() <= text.size(); ++at) {
+        if (place.atBeginning && at > 0) return false;
+        if (text.substr(at, needle.size()) == needle && ends[at] && ends[at + needle.size()]) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace tidyro::testing
