@@ -40,10 +40,10 @@ std::string RandomQueries::words() {
 }
 
 std::string RandomQueries::glob() {
+    const std::string text = piece();
     std::string made;
-    for (const char byte : piece()) {
-        if (random_.oneIn(6)) made += '*';
-        made += byte;
+    for (std::size_t i = 0; i < characterCount(text); ++i) {
+        made += (random_.oneIn(6) ? "*" : "") + charactersOf(text, i, 1);
     }
     const std::size_t at = random_.below(characterCount(made) + 1);
     const std::string end = charactersOf(made, at + 1, made.size());
@@ -74,7 +74,7 @@ std::string RandomQueries::path() {
     const std::size_t slash = random_.oneIn(3) ? 0 : whole.find('/', random_.below(whole.size()));
     std::string end = slash < whole.size() ? whole.substr(slash) : whole;
     if (random_.oneIn(2)) end.erase(0, 1);
-    if (random_.oneIn(3)) end = charactersOf(end, 0, 1 + random_.below(characterCount(end)));
+    if (random_.oneIn(3)) end = charactersOf(end, 0, 1 + random_.below(characterCount(end) + 1));
     return end;
 }
 

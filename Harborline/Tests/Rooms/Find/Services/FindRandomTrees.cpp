@@ -206,4 +206,9 @@ void RandomTree::change() {
     }
 }
 
+void RandomTree::compact() {
+    storage_ = storage_.compacted();
+    while (storage_.count() < 2) storage_.appendLooseChildren(0, listing(0, 6));
+}
+
 } // namespace tidyro::testing

@@ -48,7 +48,7 @@ class RandomTree {
     /// One thing is deleted, comes, or a folder is read again. Numbers stay.
     void change();
     /// Numbers change.
-    void compact() { storage_ = storage_.compacted(); }
+    void compact();
     /// An entry other than the root that is there, as long as there is any.
     [[nodiscard]] std::uint32_t anyEntry();
 

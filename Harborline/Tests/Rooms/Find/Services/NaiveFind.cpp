@@ -85,6 +85,7 @@ struct NaiveFind::Search {
     const NaiveFind& in;
     const FindIndexStorage& storage;
     std::map<const FindQueryNode*, std::unique_ptr<RE2>> expressions = {};
+    std::map<const FindQueryNode*, std::vector<std::string>> folders = {};
 
     bool holds(const FindQueryNode& node, std::uint32_t entry) {
         const Thing& thing = in.things_[entry];
@@ -114,24 +115,28 @@ struct NaiveFind::Search {
         case Kind::system: return thing.isSystem;
         case Kind::folder:
             return std::ranges::any_of(thing.above, [&](auto at) { return isMeant(node, at); }) ||
-                   holdsRoot(node.names.at(0));
+                   holdsRoot(node);
         case Kind::parent: return isMeant(node, thing.above.front());
         }
         return false;
     }
 
-    bool isMeant(const FindQueryNode& node, std::uint32_t folder) const {
-        const std::string& path = node.names.at(0);
-        const auto wanted = foldedComponents(path);
-        const auto& components = in.things_[folder].components;
-        if (path.starts_with('/')) return components == wanted;
-        return wanted.empty() ? folder == 0 : endsWith(components, wanted);
+    const std::vector<std::string>& wanted(const FindQueryNode& node) {
+        auto [at, isNew] = folders.try_emplace(&node);
+        if (isNew) at->second = foldedComponents(node.names.at(0));
+        return at->second;
     }
-    bool holdsRoot(const std::string& path) const {
-        const auto wanted = foldedComponents(path);
+    bool isMeant(const FindQueryNode& node, std::uint32_t folder) {
+        const auto& path = wanted(node);
+        const auto& components = in.things_[folder].components;
+        if (node.names.at(0).starts_with('/')) return components == path;
+        return path.empty() ? folder == 0 : endsWith(components, path);
+    }
+    bool holdsRoot(const FindQueryNode& node) {
+        const auto& path = wanted(node);
         const auto& root = in.things_[0].components;
-        return path.starts_with('/') && wanted.size() <= root.size() &&
-               std::equal(wanted.begin(), wanted.end(), root.begin());
+        return node.names.at(0).starts_with('/') && path.size() <= root.size() &&
+               std::equal(path.begin(), path.end(), root.begin());
     }
 
     bool textHolds(const FindQueryNode& node, const Thing& thing) {
@@ -170,9 +175,9 @@ struct NaiveFind::Search {
 
     static bool globHolds(const std::string& pattern, const std::string& text, bool inPath,
                           bool isFixed) {
-        if (!inPath || isFixed) return naiveGlob(pattern, text);
+        if (!inPath || isFixed || pattern.starts_with('*')) return naiveGlob(pattern, text);
         // From the beginning of some component, with or without the "/" before it.
-        const bool isWithSlash = pattern.starts_with('/') || pattern.starts_with('*');
+        const bool isWithSlash = pattern.starts_with('/');
         for (std::size_t at = 0; at < text.size(); ++at) {
             if (text[at] != '/') continue;
             if (naiveGlob(pattern, text.substr(at + (isWithSlash ? 0 : 1)))) return true;

@@ -52,7 +52,8 @@ class NaiveFind {
     std::vector<Thing> things_;
 };
 
-/// Whether a glob is all of a text, character by character.
+/// Whether a glob is all of a text: "*" any characters, "?" one, a byte that is no UTF-8 among
+/// them, every other byte itself.
 [[nodiscard]] bool naiveGlob(std::string_view pattern, std::string_view text);
 
 /// Whether a needle stands in the folded text, or in the own bytes, from one boundary of words to

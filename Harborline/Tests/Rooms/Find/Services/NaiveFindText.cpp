@@ -1,4 +1,6 @@
 // How the naive search looks at text: as a list of characters.
+#include <set>
+
 #include <utf8proc.h>
 
 #include "Base/UnicodeText.h"
@@ -76,23 +78,27 @@ std::vector<bool> foldedWordEnds(std::string_view own, std::string_view folded) 
 } // namespace
 
 bool naiveGlob(std::string_view pattern, std::string_view text) {
-    const std::vector<Character> wanted = charactersOf(pattern);
-    const std::vector<Character> given = charactersOf(text);
-    // fits[j]: the pattern so far is all of the first j characters.
-    std::vector<bool> fits(given.size() + 1, false);
-    fits[0] = true;
-    for (const Character& one : wanted) {
-        std::vector<bool> next(given.size() + 1, false);
-        for (std::size_t j = 0; j <= given.size(); ++j) {
-            if (one.bytes == "*") {
-                next[j] = fits[j] || (j > 0 && next[j - 1]);
-            } else if (j > 0) {
-                next[j] = fits[j - 1] && (one.bytes == "?" || one.bytes == given[j - 1].bytes);
+    // Where the character that begins at an offset ends.
+    std::vector<std::size_t> end(text.size());
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        end[at] = at + charactersOf(text.substr(at, 4)).front().bytes.size();
+    }
+    // The offsets up to which the pattern so far can be all of the text.
+    std::set<std::size_t> fits{0};
+    for (const char wanted : pattern) {
+        std::set<std::size_t> next;
+        if (wanted == '*') next = fits;
+        for (const std::size_t at : fits) {
+            if (wanted == '*') {
+                for (std::size_t to = at; to < text.size(); to = end[to]) next.insert(end[to]);
+            } else if (at < text.size() && (wanted == '?' || wanted == text[at])) {
+                next.insert(wanted == '?' ? end[at] : at + 1);
             }
         }
         fits = next;
+        if (fits.empty()) return false;
     }
-    return fits.back();
+    return fits.contains(text.size());
 }
 
 bool naiveWord(std::string_view needle, const NaiveWordPlace& place) {
