@@ -1,7 +1,6 @@
 #include "Rooms/Find/Services/FindQueryMatcher.h"
 
 #include <chrono>
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,40 +8,13 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
+#include "Rooms/Find/Services/FindTrees.h"
 
 namespace tidyro {
 namespace {
 
-struct Item {
-    std::string_view path; ///< below the root; folders end in "/" and stand before what they hold
-    std::uint64_t size = 10;
-    std::uint32_t mtime = 1'000;
-};
-
-FindIndexStorage indexOf(const std::vector<Item>& items, std::string_view root = "/home/ada") {
-    std::vector<std::string> folders{""}; // in the order of the items
-    std::map<std::string, FindDirectoryListing, std::less<>> listings;
-    for (const Item& item : items) {
-        const bool isFolder = item.path.ends_with('/');
-        const std::string_view path = item.path.substr(0, item.path.size() - (isFolder ? 1 : 0));
-        const std::size_t slash = path.rfind('/');
-        const bool isTop = slash == std::string_view::npos;
-        listings[std::string(isTop ? "" : path.substr(0, slash))].append(
-            {.name = isTop ? path : path.substr(slash + 1),
-             .type = isFolder ? FindObjectType::directory : FindObjectType::file,
-             .size = item.size,
-             .mtime = item.mtime});
-        if (isFolder) folders.emplace_back(path);
-    }
-    FindIndexStorage storage{std::string(root), true};
-    storage.appendRoot(root, 0);
-    for (const std::string& folder : folders) {
-        const auto entry = storage.lookup(path::joined(root, folder));
-        if (listings.contains(folder)) storage.appendBlock(*entry, listings[folder]);
-    }
-    storage.aggregateFolderSizes();
-    return storage;
-}
+using testing::indexOf;
+using testing::Item;
 
 /// The paths of what matches, in the order of the entries, parted by blanks and bars.
 std::string found(const FindIndexStorage& storage, std::string_view query, Timestamp now = {}) {

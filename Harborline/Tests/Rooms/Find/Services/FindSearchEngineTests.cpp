@@ -1,8 +1,10 @@
 // Random searches against a naive one: the same hits in the same order, the same count.
 #include "Rooms/Find/Services/FindSearchEngine.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>

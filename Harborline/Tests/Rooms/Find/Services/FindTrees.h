@@ -1,9 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "Base/PathText.h"
 #include "Rooms/Find/Services/FindIndexStorage.h"
 
 namespace tidyro::testing {
@@ -21,6 +24,39 @@ inline Listed file(std::string_view name, std::uint64_t size = 1) {
 }
 inline Listed folder(std::string_view name) {
     return {.name = name, .type = FindObjectType::directory, .size = 4'096};
+}
+
+/// An entry of a made tree.
+struct Item {
+    std::string_view path; ///< below the root; folders end in "/" and stand before what they hold
+    std::uint64_t size = 10;
+    std::uint32_t mtime = 1'000;
+};
+
+inline FindIndexStorage indexOf(const std::vector<Item>& items,
+                                std::string_view root = "/home/ada") {
+    std::vector<std::string> folders{""}; // in the order of the items
+    std::map<std::string, FindDirectoryListing, std::less<>> listings;
+    for (const Item& item : items) {
+        const bool isFolder = item.path.ends_with('/');
+        const std::string_view path = item.path.substr(0, item.path.size() - (isFolder ? 1 : 0));
+        const std::size_t slash = path.rfind('/');
+        const bool isTop = slash == std::string_view::npos;
+        listings[std::string(isTop ? "" : path.substr(0, slash))].append(
+            {.name = isTop ? path : path.substr(slash + 1),
+             .type = isFolder ? FindObjectType::directory : FindObjectType::file,
+             .size = item.size,
+             .mtime = item.mtime});
+        if (isFolder) folders.emplace_back(path);
+    }
+    FindIndexStorage storage{std::string(root), true};
+    storage.appendRoot(root, 0);
+    for (const std::string& folder : folders) {
+        const auto entry = storage.lookup(path::joined(root, folder));
+        if (listings.contains(folder)) storage.appendBlock(*entry, listings[folder]);
+    }
+    storage.aggregateFolderSizes();
+    return storage;
 }
 
 /// A small index in which everything occurs that is stored: several blocks, a big file, children
