@@ -1,15 +1,15 @@
 #include "Rooms/Find/Services/FindGlob.h"
 
+#include "Base/UnicodeText.h"
+
 namespace tidyro {
 
 namespace {
 
-/// Where the character after the one at `at` begins. A byte that is no UTF-8 is a character.
+/// Where the character after the one at `at` begins.
 std::size_t nextCharacter(std::string_view text, std::size_t at) {
-    do {
-        ++at;
-    } while (at < text.size() && (text[at] & 0xC0) == 0x80);
-    return at;
+    const bool isASCII = (text[at] & 0x80) == 0;
+    return at + (isASCII ? 1 : characterLength(text.substr(at)));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "Rooms/Find/Services/FindIndex.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 namespace tidyro {
@@ -28,6 +29,11 @@ FindEntrySet takingPart(const FindIndexStorage& storage, FindScope scope) {
         if (entry != 0 && !isInClosed && !storage.is(entry, unwanted)) takesPart.add(entry);
     }
     return takesPart;
+}
+
+std::uint64_t newGeneration() {
+    static std::atomic<std::uint64_t> last = 0;
+    return ++last;
 }
 
 } // namespace
@@ -69,7 +75,7 @@ void FindIndex::exchange(FindIndexStorage storage, FindIndexMetadata metadata, b
         const std::scoped_lock held(lock_);
         std::swap(storage_, next);
         metadataValue_ = metadata;
-        generationValue_ += isNew ? 1 : 0;
+        if (isNew) generationValue_ = newGeneration();
         ++revisionValue_;
     }
     const std::scoped_lock held(maskLock_);

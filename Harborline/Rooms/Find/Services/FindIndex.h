@@ -41,7 +41,8 @@ class FindIndex {
     [[nodiscard]] Storage storage() const;
     [[nodiscard]] FindIndexMetadata metadata() const;
     [[nodiscard]] FindIndexSummary summary() const;
-    /// Counts the storages that took another one's place, whose numbers mean something else.
+    /// Another one, and a larger, whenever the numbers of entries mean something else; that of no
+    /// other index. 0 before the first storage.
     [[nodiscard]] std::uint64_t generation() const;
     /// Counts every change.
     [[nodiscard]] std::uint64_t revision() const;

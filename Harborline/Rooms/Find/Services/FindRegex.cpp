@@ -17,6 +17,9 @@ namespace {
 /// For the compiled expression and its automata. What people type needs a hundredth of it.
 constexpr std::int64_t memoryLimit = std::int64_t{4} << 20U;
 
+/// Bytes. Preparing one takes up to the square of its length.
+constexpr std::size_t longestExpression = 4'096;
+
 RE2::Options options(bool matchesCase) {
     RE2::Options chosen;
     chosen.set_max_mem(memoryLimit);
@@ -71,6 +74,7 @@ FindRegex::~FindRegex() = default;
 
 std::shared_ptr<const FindRegex> FindRegex::compiled(std::string_view expression,
                                                      bool matchesCase) {
+    if (expression.size() > longestExpression) return nullptr;
     auto made = std::make_shared<FindRegex>();
     made->program_.reset(new Program{.expression = RE2(expression, options(matchesCase))});
     if (!made->program_->expression.ok()) return nullptr;

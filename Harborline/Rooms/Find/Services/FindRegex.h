@@ -15,7 +15,7 @@ namespace tidyro {
 /// What is no UTF-8 in a text counts as U+FFFD.
 class FindRegex {
   public:
-    /// Null for what is no expression, or makes one that is too large.
+    /// Null for what is no expression, is longer than 4,096 bytes, or becomes too large.
     [[nodiscard]] static std::shared_ptr<const FindRegex> compiled(std::string_view expression,
                                                                    bool matchesCase);
     FindRegex();

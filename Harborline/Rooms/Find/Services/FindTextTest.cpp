@@ -52,6 +52,7 @@ bool FindTextTest::standsAsWord(const FindSubject& subject, std::string_view tex
     if (at == std::string_view::npos) return false;
     const FindWordBoundaries boundaries(subject, term_.matchesCase);
     for (; at != std::string_view::npos; at = text.find(needle_, at + 1)) {
+        if (standsAtBeginning_ && at != 0) return false;
         if (boundaries.isAt(at) && boundaries.isAt(at + needle_.size())) return true;
     }
     return false;

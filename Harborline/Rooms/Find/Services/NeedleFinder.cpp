@@ -101,19 +101,22 @@ NeedleFinder::wideForm(const NeedleFinder& self, std::string_view text, std::siz
     std::size_t count = 0;
     for (; from + reach <= text.size(); from += width) {
         const char* place = text.data() + from;
-        std::uint64_t both =
-            bothAt(place + self.first_, place + self.second_, first, second) |
-            std::uint64_t{bothAt(place + half + self.first_, place + half + self.second_, first, second)} << half;
+        std::uint64_t both = bothAt(place + self.first_, place + self.second_, first, second) |
+                             std::uint64_t{bothAt(place + half + self.first_,
+                                                  place + half + self.second_, first, second)}
+                                 << half;
         if (count + width > places.size()) return count;
         if (isShort) {
             const auto found = static_cast<std::size_t>(std::popcount(both));
             std::uint32_t* to = places.data() + count;
             for (std::size_t i = 0; i < 2; ++i) {
-                to[i] = static_cast<std::uint32_t>(from) + static_cast<std::uint32_t>(std::countr_zero(both));
+                to[i] = static_cast<std::uint32_t>(from) +
+                        static_cast<std::uint32_t>(std::countr_zero(both));
                 both &= both - 1;
             }
             for (std::size_t i = 2; i < found; ++i) {
-                to[i] = static_cast<std::uint32_t>(from) + static_cast<std::uint32_t>(std::countr_zero(both));
+                to[i] = static_cast<std::uint32_t>(from) +
+                        static_cast<std::uint32_t>(std::countr_zero(both));
                 both &= both - 1;
             }
             count += found;

@@ -84,6 +84,11 @@ std::string utf8Text(char32_t codePoint) {
     return text;
 }
 
+std::size_t characterLength(std::string_view bytes) {
+    const Decoded next = decodeNext(bytes);
+    return next.isValid ? next.length : invalidLength(bytes);
+}
+
 std::string repairedUTF8(std::string_view bytes) {
     if (isASCII(bytes)) return std::string(bytes);
     std::string text;

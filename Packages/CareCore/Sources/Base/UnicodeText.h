@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -8,6 +9,10 @@ namespace tidyro {
 
 /// One code point in UTF-8; U+FFFD for one that does not exist.
 [[nodiscard]] std::string utf8Text(char32_t codePoint);
+
+/// The bytes of the first character of `bytes`, which are not empty; an invalid sequence counts as
+/// one, as far as `repairedUTF8` makes one of it.
+[[nodiscard]] std::size_t characterLength(std::string_view bytes);
 
 /// `bytes` as UTF-8, each invalid sequence replaced by one U+FFFD. Never fails.
 [[nodiscard]] std::string repairedUTF8(std::string_view bytes);
@@ -20,9 +25,9 @@ namespace tidyro {
 [[nodiscard]] std::string folded(std::string_view bytes);
 
 /// `bytes` as a search compares them: repaired, case-folded, without accents, composed. Accents are
-/// marks that change how a letter is read or stressed, in any script; signs that stand for sounds of
-/// their own stay (the vowels of Devanagari or Thai, the voicing of kana), or different words would
-/// be one. Folding what is folded changes nothing. Time grows with the length only.
+/// marks that change how a letter is read or stressed, in any script; signs that stand for sounds
+/// of their own stay (the vowels of Devanagari or Thai, the voicing of kana), or different words
+/// would be one. Folding what is folded changes nothing. Time grows with the length only.
 [[nodiscard]] std::string searchFolded(std::string_view bytes);
 
 /// `bytes` as a person may safely see them on a terminal: control characters, line and paragraph

@@ -56,12 +56,13 @@ TEST(FindIndex, CountsChangesAndLetsGoOfWhatWasBefore) {
     FindIndex index;
     index.replace(sample(), {});
     const auto before = index.storage();
+    const auto generation = index.generation();
     const auto mask = index.mask(before, {});
     EXPECT_EQ(index.mask(before, {}), mask) << "remembered";
     FindIndexStorage changed = *before;
     changed.markDeleted(1);
     index.update(std::move(changed), {});
-    EXPECT_EQ(index.generation(), 1U);
+    EXPECT_EQ(index.generation(), generation);
     EXPECT_EQ(index.revision(), 2U);
     EXPECT_FALSE(index.mask(index.storage(), {})->has(5));
     EXPECT_TRUE(index.mask(before, {})->has(5)) << "a search that goes on";

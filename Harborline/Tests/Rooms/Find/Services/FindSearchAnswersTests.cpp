@@ -1,5 +1,5 @@
-// What the search answers to named questions: the order of hits, cut-short searches, queries that
-// nobody means well.
+// What the search answers to named questions: the order of hits, cut-short
+// searches, queries that nobody means well.
 #include <chrono>
 #include <optional>
 #include <stop_token>
@@ -79,7 +79,8 @@ TEST(FindSearchEngine, PutsWhatIsMeantFirst) {
         {"report.tar", "report.tar.gz"},
         // Then the length, the date, the path by its bytes, capitals first.
         {"same", "Same-C | same-a | same-b | same-d | docs/same-!"},
-        {"RESUME", "re\u0301sume\u0301.doc | R\u00C9SUM\u00C9 (old).doc | Cover R\u00E9sum\u00E9"},
+        {"RESUME", "re\u0301sume\u0301.doc | R\u00C9SUM\u00C9 (old).doc | Cover "
+                   "R\u00E9sum\u00E9"},
         // By the first word; of alternatives by the better one; by nothing else.
         {"txt report", "report.txt | \u00FC report.txt"},
         {"report -doc (txt | gz)", "report.txt | report.tar.gz | \u00FC report.txt"},
@@ -97,11 +98,19 @@ TEST(FindSearchEngine, TakesTheRootsOwnPathForTheBeginning) {
     FindIndex index;
     index.replace(indexOf({{.path = "src/"}, {.path = "b/"}, {.path = "b/src/"}}), {});
     const Expected table[] = {
-        {"/home/ada/src", "src"}, {"path:exact:/home/ada/src/", "src"},
-        {"/home/ada/s*", "src"},  {"/home/ada", "b | src | b/src"},
-        {"home/ada", ""},
+        {"/home/ada/src", "src"},         {"path:exact:/home/ada/src/", "src"},
+        {"/home/ada/s*", "src"},          {"path:word:/home/ada/src", "src"},
+        {"/home/ada", "b | src | b/src"}, {"home/ada", ""},
     };
     for (const auto& [query, paths] : table) EXPECT_EQ(found(index, query), paths) << query;
+}
+
+TEST(FindSearchEngine, TakesEachByteThatIsNoTextForACharacter) {
+    FindIndex index;
+    index.replace(indexOf({{.path = "\x80\x80"}, {.path = "\xFF"}, {.path = "\xFF\x80z"}}), {});
+    EXPECT_EQ(found(index, "case:?"), "\xFF");
+    EXPECT_EQ(found(index, "case:??"), "\x80\x80");
+    EXPECT_EQ(found(index, "case:*?z"), "\xFF\x80z");
 }
 
 TEST(FindSearchEngine, SaysWhenItWasCutShort) {
@@ -219,6 +228,16 @@ TEST(FindSearchEngine, AnswersMonstrousQueriesSoon) {
             << name << ": " << result.problem.value_or("");
         EXPECT_LT(seconds, 3.0) << name;
     }
+}
+
+TEST(FindSearchEngine, PreparesMonstrousExpressionsSoon) {
+    FindIndex index;
+    index.replace(indexOf({{.path = "aaa"}, {.path = "b"}}), {});
+    // Preparing it takes the square of its length; it may be refused, and is a
+    // word then.
+    const auto [result, seconds] = timed(index, "regex:" + repeated("a?", 49'000));
+    EXPECT_EQ(result.matchCount, result.problem ? 0 : 2);
+    EXPECT_LT(seconds, 1.0);
 }
 
 } // namespace

@@ -183,5 +183,18 @@ TEST(FindSearchEngine, FindsTheSameInALargeIndex) {
     EXPECT_GT(searches.found(), 100);
 }
 
+/// What an engine remembers of one index is nothing to another one.
+TEST(FindSearchEngine, FindsTheSameInTwoIndexesByTurns) {
+    Searches first(301, {.entries = 10'500});
+    Searches second(302, {.entries = 11'000});
+    FindSearchEngine engine;
+    for (int i = 0; i < 8 && !HasFailure(); ++i) {
+        const std::string words = i < 4 ? "a" : second.queries().words();
+        first.expectSame(words, {&engine});
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        second.expectSame(words, {&engine});
+    }
+}
+
 } // namespace
 } // namespace tidyro
