@@ -66,15 +66,23 @@ FindEntrySet FindPathScan::insideFolders(std::span<const std::string_view> above
             return true;
         });
     };
-    if (above.back().empty()) {
-        // A single "/" stands in every path, two side by side in none.
-        if (above.size() == 1) addChildren(0);
+    if (above.size() == 1 && above.front().empty()) {
+        addChildren(0); // a single "/" stands in every path
         return found;
     }
-    FindEntrySet folders = mayHold(above.back());
+    FindEntrySet folders = above.back().empty() ? withoutLetters() : mayHold(above.back());
     folders.remove(0);
     folders.keepWhere([&](Entry folder) { return endsWith(folder, above); });
     folders.forEach(addChildren);
+    return found;
+}
+
+/// The entries of whose name nothing is left when it is folded: it has nothing but marks.
+FindEntrySet FindPathScan::withoutLetters() const {
+    FindEntrySet found(storage_.count());
+    for (Entry entry = 0; entry < storage_.count(); ++entry) {
+        if (component(entry).empty()) found.add(entry);
+    }
     return found;
 }
 

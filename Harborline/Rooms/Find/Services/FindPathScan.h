@@ -33,6 +33,7 @@ class FindPathScan {
     }
     [[nodiscard]] FindEntrySet mayHold(std::string_view text) const;
     [[nodiscard]] FindEntrySet inNames(std::string_view text) const;
+    [[nodiscard]] FindEntrySet withoutLetters() const;
     [[nodiscard]] FindEntrySet insideFolders(std::span<const std::string_view> above) const;
     [[nodiscard]] bool endsWith(Entry folder, std::span<const std::string_view> above) const;
     void addContents(FindEntrySet& of) const;

@@ -102,6 +102,15 @@ TEST(UnicodeText, LowercasesInNoLocale) {
     EXPECT_EQ(lowercased("A\xFFZ"), "a\uFFFDz");
 }
 
+TEST(UnicodeText, KeepsASCIIWhateverStandsBesideIt) {
+    // A search rules names out by ASCII pieces of what it looks for.
+    for (char32_t other = 0x80; other < 0x20000; ++other) {
+        const std::string beside = utf8Text(other);
+        ASSERT_TRUE(searchFolded("A" + beside).starts_with("a")) << std::uint32_t{other};
+        ASSERT_TRUE(searchFolded(beside + "<").ends_with("<")) << std::uint32_t{other};
+    }
+}
+
 TEST(UnicodeText, KeepsNamesFromDrivingTheTerminal) {
     EXPECT_EQ(terminalSafe("\u00E9\U0001F600\u00A0\u202F"), "\u00E9\U0001F600\u00A0\u202F");
     EXPECT_EQ(terminalSafe("a\n\r\t\x1B[2J\x7F\0"s), "a\\n\\r\\t\\x1B[2J\\x7F\\x00");
