@@ -74,6 +74,10 @@ FindDirectoryReader::readPart(FindDirectoryListing& listing, std::size_t most) {
     while (listing.count() < most) {
         const FolderEntry* found = lister_.next();
         if (found == nullptr) break;
+        if (found->name.size() > std::numeric_limits<std::uint32_t>::max() - listing.names.size()) {
+            listing.clear(); // its offsets have 32 bits
+            return std::unexpected(Failure::of({EOVERFLOW}));
+        }
         listing.append(entryOf(*found));
     }
     if (lister_.error().code == 0) return {};

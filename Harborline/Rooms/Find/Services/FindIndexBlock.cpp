@@ -74,9 +74,10 @@ void FindIndexBlock::add(const FindDirectoryListing& listing) {
 }
 
 bool FindIndexBlock::fits(const FindIndexStorage& storage) const {
-    return !overflows_ && count() <= FindIndexStorage::none - storage.count() &&
-           fitsBehind(storage.names.size(), prepared_.names.size()) &&
-           fitsBehind(storage.foldedNames.size(), prepared_.foldedNames.size());
+    return !overflows_ && count() < FindIndexStorage::none - storage.count() &&
+           fitsBehind(storage.names.size(), prepared_.names.size() - prepared_.nameStart[1]) &&
+           fitsBehind(storage.foldedNames.size(),
+                      prepared_.foldedNames.size() - prepared_.foldedStart[1]);
 }
 
 Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {

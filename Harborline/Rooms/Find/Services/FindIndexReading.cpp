@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "Base/UnicodeText.h"
 #include "Platform/InputFile.h"
 #include "Rooms/Find/Services/FindIndexFile.h"
 #include "Rooms/Find/Services/FindIndexPersistence.h"
@@ -80,11 +81,16 @@ std::expected<Head, Error> readHead(IndexReader& reader, std::uint64_t byteCount
 
     const std::uint64_t expected = head.fileByteCount();
     if (expected > byteCount) return truncated();
+    // A file may be long and take nothing on the disk: no room is made for what cannot be.
     if (head.nameByteCount > 0xFFFFFFFF) return inconsistent("name offsets");
+    if (head.extraChildCount > head.entryCount) return inconsistent("extra children");
+    if (head.bigSizeCount > head.entryCount) return inconsistent("sizes");
     // Far more than people have, and dates can still be made of it.
     constexpr double farthest = 253'402'300'799; // the end of the year 9999
     const bool areDates = std::abs(head.builtAt) <= farthest && std::abs(head.savedAt) <= farthest;
+    constexpr std::uint64_t longestRoot = 65'536; // systems take paths of a few thousand bytes
     if (expected != byteCount || !areDates || head.entryCount >= FindIndexStorage::none ||
+        head.entryCount > head.nameByteCount + 1 || head.rootPathLength > longestRoot ||
         head.deletedCount > head.entryCount || head.deniedCount > INT64_MAX ||
         head.marksSystemFolders > 1) {
         return inconsistent("structure");
@@ -117,13 +123,15 @@ std::expected<void, Error> takeExtraChildren(FindIndexStorage& storage,
     return {};
 }
 
-/// Folding may make three bytes of one that is no text, and offsets have 32 bits.
+/// Folding may make three bytes of one that is no text, and offsets have 32 bits. Only an index so
+/// large that it might not fit is folded once more to know.
 bool hasRoomToFold(const FindIndexStorage& storage) {
     constexpr std::uint64_t most = 0xFFFFFFFF;
     if (storage.names.size() <= most / 3) return true;
-    std::uint64_t bytes = storage.names.size();
+    std::uint64_t bytes = 0;
     for (FindIndexStorage::Entry entry = 0; entry < storage.count(); ++entry) {
-        if (storage.is(entry, findflag::notASCII)) bytes += storage.name(entry).size() * 2;
+        const std::string_view name = storage.name(entry);
+        bytes += storage.is(entry, findflag::notASCII) ? searchFolded(name).size() : name.size();
     }
     return bytes <= most;
 }

@@ -215,6 +215,31 @@ TEST(FindIndexPersistence, TellsWhatIsWrong) {
               "The index could not be saved (No space left on device).");
 }
 
+TEST(FindIndexPersistence, MakesNoRoomForWhatCannotBe) {
+    // A file with a hole can be of any length and hold next to nothing.
+    const std::string whole = bytesOf(everythingOnce());
+    const auto claiming = [&](std::size_t at, std::uint64_t width) {
+        constexpr std::uint64_t more = 1ULL << 50;
+        std::string head = whole.substr(0, 104);
+        head[at + 6] = 4; // 2 to the power of 50
+        std::string_view rest = head;
+        const auto read = Persistence::read(
+            whole.size() + more * width,
+            [&](std::span<std::byte> into) -> std::expected<std::size_t, SystemError> {
+                if (rest.size() < into.size()) return std::unexpected(SystemError{EIO});
+                std::memcpy(into.data(), rest.data(), into.size());
+                rest.remove_prefix(into.size());
+                return into.size();
+            });
+        return read ? "opened" : read.error().description();
+    };
+    EXPECT_EQ(claiming(16, 23), "The index is damaged (structure).") << "entries";
+    EXPECT_EQ(claiming(24, 1), "The index is damaged (name offsets).");
+    EXPECT_EQ(claiming(32, 12), "The index is damaged (sizes).");
+    EXPECT_EQ(claiming(40, 8), "The index is damaged (extra children).");
+    EXPECT_EQ(claiming(96, 1), "The index is damaged (structure).") << "the root's path";
+}
+
 TEST(FindIndexPersistence, ValidatesEveryLink) {
     ASSERT_TRUE(Persistence::validate(everythingOnce()));
     EXPECT_TRUE(Persistence::validate(FindIndexStorage("/")));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/UnicodeText.h"
+#include "Rooms/Find/Services/FindIndexBlock.h"
 #include "Rooms/Find/Services/FindTrees.h"
 
 namespace tidyro {
@@ -52,6 +53,25 @@ TEST(FindIndexStorage, KeepsWhatAListingSays) {
     storage.aggregateFolderSizes();
     storage.aggregateFolderSizes();
     EXPECT_EQ(storage.size(0), 0xFFFF'FFFEULL + 0xFFFF'FFFFULL + 0x1'0000'0000ULL);
+}
+
+TEST(FindIndexStorage, KnowsWhenItsOffsetsWouldEnd) {
+    // Names that are nowhere: room that nobody writes to takes no memory.
+    FindIndexStorage storage("/r");
+    storage.appendRoot("/r", 0);
+    static_cast<void>(storage.names.appendUnset(0xFFFF'FFFF - 6));
+    const auto roomFor = [&](std::string_view name) {
+        FindIndexBlock block;
+        block.begin({.flags = storage.flags[0], .marksSystemFolders = false});
+        block.add(listing({file(name)}));
+        return std::pair(storage.hasRoomFor(listing({file(name)})), block.fits(storage));
+    };
+    EXPECT_EQ(roomFor("12345"), std::pair(true, true));
+    EXPECT_EQ(roomFor("123456"), std::pair(false, false));
+    storage.names.resize(1);
+    static_cast<void>(storage.foldedNames.appendUnset(0xFFFF'FFFF - 7));
+    EXPECT_EQ(roomFor("\xFF\xFF"), std::pair(true, true));
+    EXPECT_EQ(roomFor("\xFF\xFF\xFF"), std::pair(false, false)) << "nine bytes when folded";
 }
 
 TEST(FindIndexStorage, CountsDepthUpTo255) {
