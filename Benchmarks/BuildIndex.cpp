@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "Platform/LargeBlocks.h"
 #include "Rooms/Find/Services/FindIndexBuilder.h"
 
 int main(int count, char** arguments) {
@@ -13,6 +14,7 @@ int main(int count, char** arguments) {
         std::fputs("BuildIndex FOLDER [WORKERS]\n", stderr);
         return 64;
     }
+    tidyro::platform::giveLargeBlocksBack(); // as the program does
     const std::int64_t workers = count > 2 ? std::strtoll(arguments[2], nullptr, 10) : 0;
     const auto storage =
         tidyro::FindIndexBuilder({.rootPath = arguments[1], .workerCount = workers}).run();

@@ -7,12 +7,14 @@
 #include "App/CommandLineMode.h"
 #include "App/ScanDiagnostics.h"
 #include "Base/Fault.h"
+#include "Platform/LargeBlocks.h"
 #include "Platform/StandardStreams.h"
 #include "Rooms/Duplicates/DuplicatesCommandLine.h"
 
 // Each start-up hook returns when it was not asked for, and ends the process when it was.
 int main(int count, char** values) {
     std::set_new_handler(tidyro::outOfMemory);
+    tidyro::platform::giveLargeBlocksBack();
     const std::vector<std::string> arguments(values, values + count);
     tidyro::ScanDiagnostics::runIfAsked(arguments);
     tidyro::DuplicatesCommandLine::runIfAsked(arguments);

@@ -7,6 +7,7 @@
 
 #include "Base/UnicodeText.h"
 #include "Platform/InputFile.h"
+#include "Platform/LargeBlocks.h"
 #include "Rooms/Find/Services/FindIndexFile.h"
 #include "Rooms/Find/Services/FindIndexPersistence.h"
 
@@ -21,6 +22,14 @@ std::unexpected<Error> inconsistent(const char* reason) {
     return std::unexpected(Error{Error::Inconsistent{reason}});
 }
 std::unexpected<Error> truncated() { return std::unexpected(Error{Error::Truncated{}}); }
+
+/// Room for a column that is then filled from end to end.
+template <class T>
+void makeRoom(GrowingArray<T>& column, std::size_t count) {
+    column.reserveMore(count);
+    const std::span room(column.data(), column.capacityBytes() / sizeof(T));
+    platform::fillsWholly(std::as_writable_bytes(room));
+}
 
 /// Reads on and on; after the first failure nothing.
 class IndexReader {
@@ -47,7 +56,7 @@ class IndexReader {
     template <class T>
     void column(GrowingArray<T>& column, std::uint64_t count) {
         column.clear();
-        column.reserveMore(count);
+        makeRoom(column, count);
         if (count == 0 || !result_) return;
         bytes(std::as_writable_bytes(std::span(column.appendUnset(count), count)));
         align();
@@ -184,6 +193,9 @@ FindIndexPersistence::read(std::uint64_t byteCount, const Next& next) {
     }
     if (auto valid = validate(storage); !valid) return std::unexpected(valid.error());
     if (!hasRoomToFold(storage)) return inconsistent("name offsets");
+    makeRoom(storage.foldedNames, storage.names.size());
+    makeRoom(storage.foldedStart, storage.count());
+    makeRoom(storage.foldedEntries, storage.count());
     storage.extendFolded();
     return opened;
 }
