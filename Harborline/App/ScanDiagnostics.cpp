@@ -136,13 +136,27 @@ class Run {
         return CommandLineMode::succeeded;
     }
 
-    /// Whether the saved index is one of this folder.
+    /// Whether the saved index is one of this folder; if it is of no use, it is told why.
     [[nodiscard]] bool opens(FindIndex& index) const {
         const Stopwatch watch;
         auto saved = FindIndexPersistence::read(indexFile());
-        if (!saved || saved->storage.rootPath != folder_.path()) return false;
+        const std::string file = shown(indexFile().path());
+        if (!saved) {
+            const bool isThere =
+                !std::holds_alternative<FindIndexPersistenceError::Unreadable>(saved.error().kind);
+            if (isThere) phase("open", watch, file + ": " + saved.error().description());
+            return false;
+        }
+        if (saved->storage.rootPath != folder_.path()) {
+            phase("open", watch, file + " is the index of " + shown(saved->storage.rootPath));
+            return false;
+        }
         index.replace(std::move(saved->storage), saved->metadata);
-        phase("open", watch, names(index));
+        const double age =
+            Timestamp::now().secondsSince1970() - saved->metadata.builtAt.secondsSince1970();
+        phase("open", watch,
+              fmt::format("{}, {} h old, from {}", names(index),
+                          decimal(std::max(age, 0.0) / 3'600, 1), file));
         return true;
     }
 

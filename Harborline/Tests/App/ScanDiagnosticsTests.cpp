@@ -71,13 +71,19 @@ TEST(ScanDiagnostics, KeepsAnIndexAndAnswersFromIt) {
                             "  " + place / "tree/deeper/readme.md" + "\n",
                             StartsWith("\"none\": 0 matches in")));
     place.file("tree/another readme"); // what is saved does not know of it
-    EXPECT_THAT(ran(0, tree, file), ElementsAre(MatchesRegex("open +[0-9.]+ s  4 names\n")));
+    EXPECT_THAT(ran(0, tree, file),
+                ElementsAre(MatchesRegex("open +[0-9.]+ s  4 names, 0\\.[0-9] h old, from .*\n")));
     // The index of another folder, or no index, is no help.
     EXPECT_THAT(ran(0, {.subject = Subject::find, .folder = place / "other"}, file, {"readme"}),
-                ElementsAre(StartsWith("build"), StartsWith("save"), answer("1 match"),
+                ElementsAre(HasSubstr(file + " is the index of " + place / "tree"),
+                            StartsWith("build"), StartsWith("save"), answer("1 match"),
                             "  " + place / "other/readme" + "\n"));
     EXPECT_THAT(ran(0, tree, place / "other/readme/x"),
                 ElementsAre(StartsWith("build"), HasSubstr("Not a directory")));
+    place.file("kept/damaged", "TIDYROFI");
+    EXPECT_THAT(ran(0, tree, place / "kept/damaged"),
+                ElementsAre(HasSubstr("kept/damaged: The index is cut short.\n"),
+                            StartsWith("build"), StartsWith("save")));
     EXPECT_THAT(ran(66, {.subject = Subject::find, .folder = file}),
                 ElementsAre("No folder at " + file + ".\n"));
 }
