@@ -122,10 +122,7 @@ class Run {
         if (!opens(index)) {
             const Stopwatch watch;
             auto storage = FindIndexBuilder({.rootPath = folder_.path()}).run();
-            if (!storage) {
-                line("The index could not be built.");
-                return CommandLineMode::stopped;
-            }
+            if (!storage) return stopped(FindIndexBuilder::description(storage.error()));
             const Timestamp now = Timestamp::now();
             index.replace(*std::move(storage), {.builtAt = now, .savedAt = now});
             phase("build", watch, names(index));
@@ -185,8 +182,11 @@ class Run {
         return surroundings_.indexFile.value_or(FindIndexPersistence::defaultURL());
     }
     [[nodiscard]] static std::string names(const FindIndex& index) {
-        return RoomText::counted(static_cast<std::uint64_t>(index.summary().itemCount), "name",
-                                 "names");
+        const FindIndexSummary summary = index.summary();
+        const auto closed = static_cast<std::uint64_t>(summary.unreadableFolderCount);
+        return RoomText::counted(static_cast<std::uint64_t>(summary.itemCount), "name", "names") +
+               (closed == 0 ? ""
+                            : ", " + RoomText::counted(closed, "closed folder", "closed folders"));
     }
 
     template <class Work>

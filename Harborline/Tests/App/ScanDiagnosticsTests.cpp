@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Support/OtherCircumstances.h"
 #include "Support/TemporaryFolder.h"
 
 namespace tidyro {
@@ -86,6 +87,20 @@ TEST(ScanDiagnostics, KeepsAnIndexAndAnswersFromIt) {
                             StartsWith("build"), StartsWith("save")));
     EXPECT_THAT(ran(66, {.subject = Subject::find, .folder = file}),
                 ElementsAre("No folder at " + file + ".\n"));
+}
+
+TEST(ScanDiagnostics, TellsWhatIsClosedToTheIndex) {
+    const TemporaryFolder place;
+    place.folder("closed");
+    place.permissions("closed", 0);
+    const auto first = [&](int status, const char* folder) {
+        return testing::asOrdinaryUser([&] {
+            return ran(status, {.subject = Subject::find, .folder = place / folder}, "/dev/null/x")
+                .front();
+        });
+    };
+    EXPECT_THAT(first(0, "."), HasSubstr("  2 names, 1 closed folder\n"));
+    EXPECT_EQ(first(1, "closed"), "Stopped: The folder could not be read (Permission denied).\n");
 }
 
 TEST(ScanDiagnostics, TellsThePhases) {

@@ -5,11 +5,36 @@
 #include <stop_token>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "Platform/FolderReading.h"
 #include "Rooms/Find/Services/FindIndexWalk.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
 
 namespace tidyro {
+
+namespace {
+
+struct Describe {
+    std::string operator()(FindIndexBuilder::NotADirectory /*error*/) const {
+        return "This is not a folder.";
+    }
+    std::string operator()(const FindIndexBuilder::Unreadable& error) const {
+        return fmt::format("The folder could not be read ({}).", error.error.description());
+    }
+    std::string operator()(FindIndexBuilder::TooLarge /*error*/) const {
+        return "There are more names than an index holds.";
+    }
+    std::string operator()(const CancellationError& /*error*/) const {
+        return "The building of the index was cancelled.";
+    }
+};
+
+} // namespace
+
+std::string FindIndexBuilder::description(const Error& error) {
+    return std::visit(Describe{}, error);
+}
 
 std::expected<FindIndexStorage, FindIndexBuilder::Error>
 FindIndexBuilder::run(const ProgressHandler& progress, const CancelToken& cancel) const {

@@ -51,6 +51,8 @@ class FindIndexBuilder {
         bool operator==(const TooLarge&) const = default;
     };
     using Error = std::variant<NotADirectory, Unreadable, TooLarge, CancellationError>;
+    /// One sentence for people.
+    [[nodiscard]] static std::string description(const Error& error);
 
     explicit FindIndexBuilder(Options options) : options_(std::move(options)) {}
 
