@@ -114,7 +114,7 @@ class FindIndexStorage {
     /// deleted one, which counts no more. Sizes stay within 0 and the largest number.
     void addToAncestors(Entry of, std::int64_t delta);
 
-    // Live updates. Sizes of folders follow at once.
+    // Live updates. Sizes of folders follow at once. What is listed has to have room here as well.
 
     /// Marks an entry; its bytes leave the folders above. Once for an entry.
     void markDeleted(Entry entry);
