@@ -18,6 +18,7 @@ std::string quotedIfNeeded(const std::string& text) {
 } // namespace
 
 std::string RandomQueries::piece() {
+    if (random_.oneIn(6)) return anyStem(random_);
     // Pieces of one name are found together.
     if (name_.empty() || random_.oneIn(3)) name_ = tree_.storage().name(tree_.anyEntry());
     const std::string name = name_;
@@ -154,7 +155,7 @@ std::string RandomQueries::field() {
         const bool isInPath = manner.find("path") != std::string::npos;
         return manner + quotedIfNeeded(isInPath && random_.oneIn(2) ? path() : piece());
     }
-    case 6: return random_.oneOf(manners) + quotedIfNeeded(piece());
+    case 6: return random_.oneOf(manners) + quotedIfNeeded(anyStem(random_));
     case 7: return random_.oneOf(manners) + quotedIfNeeded(glob());
     default: return random_.oneOf(facts);
     }

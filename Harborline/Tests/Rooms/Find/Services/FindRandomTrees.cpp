@@ -62,7 +62,7 @@ constexpr std::array stems{"readme",
                            "~",
                            "*",
                            "?"};
-constexpr std::array separators{"", "", " ", "-", "_", ".", "", "  ", "\u3000", "+"};
+constexpr std::array separators{"", "7", " ", "-", "_", ".", "", "  ", "\u3000", "+"};
 constexpr std::array extensions{".txt", ".TXT", ".pdf",    ".jpg", ".tar.gz", ".cpp",
                                 ".mp4", ".",    ".\u00E9", ".app", ".zip",    ".mp3"};
 constexpr std::array systemNames{"System", "Library", "usr", "tmp", "var"};
@@ -74,6 +74,8 @@ constexpr std::size_t longestName = 255;
 bool beginsCharacter(char byte) { return (byte & 0xC0) != 0x80; }
 
 } // namespace
+
+std::string anyStem(RandomSource& random) { return random.oneOf(stems); }
 
 std::string inCapitals(std::string text) {
     for (char& byte : text) {
@@ -126,7 +128,7 @@ RandomTree::RandomTree(RandomSource& random, const Options& options)
 std::string RandomTree::name(bool isFolder) {
     std::string made;
     for (std::uint32_t parts = 1 + random_.below(3); parts > 0; --parts) {
-        const std::string stem = random_.oneOf(stems);
+        const std::string stem = anyStem(random_);
         made += random_.oneIn(5) ? inCapitals(stem) : stem;
         if (parts > 1) made += random_.oneOf(separators);
     }

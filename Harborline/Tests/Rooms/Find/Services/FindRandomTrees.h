@@ -62,6 +62,8 @@ class RandomTree {
     FindIndexStorage storage_;
 };
 
+/// What names are made of.
+[[nodiscard]] std::string anyStem(RandomSource& random);
 /// `count` whole characters of a text from the one at `from`, as far as there are any.
 [[nodiscard]] std::string charactersOf(std::string_view text, std::size_t from, std::size_t count);
 [[nodiscard]] std::string inCapitals(std::string text); ///< the letters of ASCII

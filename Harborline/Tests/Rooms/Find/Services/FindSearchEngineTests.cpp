@@ -170,7 +170,10 @@ TEST(FindSearchEngine, FindsTheSameInALargeIndex) {
         for (int i = 0; i < 12; ++i) ask(searches.queries().words());
         for (int i = 0; i < 4; ++i) ask(searches.queries().query());
         typeWords();
-        for (const std::string letter : {"a", "z", "2", "aa", "\u00E9", ".", "\u30AC"}) ask(letter);
+        for (const std::string often :
+             {"a", "z", "2", "aa", "\u00E9", ".", "\u30AC", "r ph", "a im", "2 re", "p .t"}) {
+            ask(often);
+        }
         // The first rounds change the index, the fourth gives it new numbers.
         for (int i = 0; i < 40; ++i) searches.tree().change();
         if (round == 3) {
@@ -180,7 +183,7 @@ TEST(FindSearchEngine, FindsTheSameInALargeIndex) {
             searches.takeUpdates();
         }
     }
-    EXPECT_GT(searches.found(), 100);
+    EXPECT_GT(searches.found(), 60);
 }
 
 /// What an engine remembers of one index is nothing to another one.

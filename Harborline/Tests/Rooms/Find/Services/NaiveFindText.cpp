@@ -15,18 +15,13 @@ struct Character {
     utf8proc_int32_t codePoint = -1;
 };
 
-std::vector<Character> charactersOf(std::string_view text) {
-    std::vector<Character> characters;
-    while (!text.empty()) {
-        Character next;
-        const auto length =
-            utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                             static_cast<utf8proc_ssize_t>(text.size()), &next.codePoint);
-        next.bytes = text.substr(0, length > 0 ? static_cast<std::size_t>(length) : 1);
-        text.remove_prefix(next.bytes.size());
-        characters.push_back(next);
-    }
-    return characters;
+Character firstCharacter(std::string_view text) {
+    Character first;
+    const auto length =
+        utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                         static_cast<utf8proc_ssize_t>(text.size()), &first.codePoint);
+    first.bytes = text.substr(0, length > 0 ? static_cast<std::size_t>(length) : 1);
+    return first;
 }
 
 enum class Sort : std::uint8_t { separator, small, capital, letter, digit, mark };
@@ -50,7 +45,8 @@ std::vector<bool> wordEnds(std::string_view text) {
     ends.front() = ends.back() = true;
     std::size_t at = 0;
     Sort before = Sort::separator;
-    for (const Character& character : charactersOf(text)) {
+    while (at < text.size()) {
+        const Character character = firstCharacter(text.substr(at));
         const Sort sort = sortOf(character);
         if (sort != Sort::mark) {
             const bool isBesideSeparator = before == Sort::separator || sort == Sort::separator;
@@ -78,24 +74,23 @@ std::vector<bool> foldedWordEnds(std::string_view own, std::string_view folded) 
 } // namespace
 
 bool naiveGlob(std::string_view pattern, std::string_view text) {
-    // Where the character that begins at an offset ends.
-    std::vector<std::size_t> end(text.size());
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        end[at] = at + charactersOf(text.substr(at, 4)).front().bytes.size();
-    }
+    const auto next = [text](std::size_t at) {
+        return at + firstCharacter(text.substr(at)).bytes.size();
+    };
     // The offsets up to which the pattern so far can be all of the text.
     std::set<std::size_t> fits{0};
     for (const char wanted : pattern) {
-        std::set<std::size_t> next;
-        if (wanted == '*') next = fits;
+        std::set<std::size_t> longer;
         for (const std::size_t at : fits) {
             if (wanted == '*') {
-                for (std::size_t to = at; to < text.size(); to = end[to]) next.insert(end[to]);
+                // From what is there already, all that follows is.
+                std::size_t to = at;
+                while (longer.insert(to).second && to < text.size()) to = next(to);
             } else if (at < text.size() && (wanted == '?' || wanted == text[at])) {
-                next.insert(wanted == '?' ? end[at] : at + 1);
+                longer.insert(wanted == '?' ? next(at) : at + 1);
             }
         }
-        fits = next;
+        fits = longer;
         if (fits.empty()) return false;
     }
     return fits.contains(text.size());
