@@ -35,7 +35,8 @@ BestHits::BestHits(const FindIndexStorage& storage, std::size_t limit)
     : storage_(&storage), limit_(limit), isFull_(limit == 0) {}
 
 std::uint64_t BestHits::keyOf(std::uint32_t entry, FindNameRank rank) const {
-    return upperKeyOf(entry, rank) << lowerKeyBits | std::uint64_t{~storage_->mtime[entry]};
+    return (shortestKeyOf(entry, rank) + lengthOf(entry)) << lowerKeyBits |
+           std::uint64_t{~storage_->mtime[entry]};
 }
 
 bool BestHits::isBetter(const Hit& a, const Hit& b) const {

@@ -21,7 +21,11 @@ class BestHits {
     [[nodiscard]] bool isOut(FindNameRank rank) const { return isFull_ && keyOf(rank) > worst_; }
     /// The same of one entry, by what is quickly known of it.
     [[nodiscard]] bool isOut(std::uint32_t entry, FindNameRank rank) const {
-        return isFull_ && (limit_ == 0 || upperKeyOf(entry, rank) > worst_ >> lowerKeyBits);
+        if (!isFull_) return false;
+        // Mostly the depth tells, and the length need not be read from memory.
+        const std::uint64_t shortest = shortestKeyOf(entry, rank);
+        const std::uint64_t worst = worst_ >> lowerKeyBits;
+        return limit_ == 0 || shortest > worst || shortest + lengthOf(entry) > worst;
     }
     void offer(std::uint32_t entry, FindNameRank rank);
     /// The best first. Leaves nothing behind.
@@ -36,12 +40,14 @@ class BestHits {
         return static_cast<std::uint64_t>(rank) << 56U;
     }
     static constexpr unsigned lowerKeyBits = 32; ///< the date
-    /// Rank, depth and length.
-    [[nodiscard]] std::uint64_t upperKeyOf(std::uint32_t entry, FindNameRank rank) const {
+    [[nodiscard]] std::uint64_t shortestKeyOf(std::uint32_t entry, FindNameRank rank) const {
+        return static_cast<std::uint64_t>(rank) << 24U | std::uint64_t{storage_->depth[entry]}
+                                                             << 16U;
+    }
+    [[nodiscard]] std::uint64_t lengthOf(std::uint32_t entry) const {
         constexpr std::uint32_t longest = 0xFFFF;
         const auto [begin, end] = storage_->nameRange(entry);
-        return static_cast<std::uint64_t>(rank) << 24U |
-               std::uint64_t{storage_->depth[entry]} << 16U | std::min(end - begin, longest);
+        return std::min(end - begin, longest);
     }
     [[nodiscard]] std::uint64_t keyOf(std::uint32_t entry, FindNameRank rank) const;
     [[nodiscard]] bool isBetter(const Hit& a, const Hit& b) const;

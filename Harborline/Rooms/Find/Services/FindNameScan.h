@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "Base/Cancellation.h"
 #include "Rooms/Find/Services/FindBlockFilter.h"
@@ -40,7 +42,7 @@ class FindNameScan {
     bool forEachPlace(const NeedleFinder& finder, const Visit& visit) const {
         return forEachPlace(finder, 0, visit);
     }
-    /// The same for the entries from `first` on, the first of a block.
+    /// The same for the entries from `first` on: 0, or where what the filter covers ends.
     template <class Visit>
     bool forEachPlace(const NeedleFinder& finder, Entry first, const Visit& visit) const;
 
@@ -64,18 +66,23 @@ bool FindNameScan::forEachPlace(const NeedleFinder& finder, Entry first, const V
     constexpr auto blockSize = static_cast<Entry>(FindBlockFilter::blockSize);
     const Entry count = storage_.count();
     Entry from = first;
-    if (filter_ != nullptr) {
-        const FindBlockFilter::Question question(*filter_, finder.needle());
-        while (from < filter_->covered()) {
-            if (from % entriesAtOnce == 0 && cancel_.stop_requested()) return false;
+    if (filter_ != nullptr && from < filter_->covered()) {
+        const std::vector<std::uint64_t> blocks = filter_->blocksThatMayHold(finder.needle());
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            if (cancel_.stop_requested()) return false;
             // Blocks side by side are gone through in one go.
-            const Entry furthest =
-                std::min(filter_->covered(), (from / entriesAtOnce + 1) * entriesAtOnce);
-            Entry to = from;
-            while (to < furthest && question.mayHold(to / blockSize)) to += blockSize;
-            if (to > from) visitPlaces(finder, from, to, visit);
-            from = std::max(to, from + blockSize);
+            const auto base = static_cast<Entry>(i * FindEntrySet::wordBits);
+            for (std::uint64_t left = blocks[i]; left != 0;) {
+                const auto begin = static_cast<unsigned>(std::countr_zero(left));
+                const auto length = static_cast<unsigned>(std::countr_one(left >> begin));
+                visitPlaces(finder, (base + begin) * blockSize, (base + begin + length) * blockSize,
+                            visit);
+                left &= begin + length == FindEntrySet::wordBits
+                            ? 0
+                            : ~std::uint64_t{0} << (begin + length);
+            }
         }
+        from = filter_->covered();
     }
     while (from < count) {
         if (cancel_.stop_requested()) return false;

@@ -84,18 +84,13 @@ bool PlainSearch::runByLetter() {
     const std::uint64_t* with = filter.namesWith(letter);
     if (with == nullptr) return false;
     const std::size_t blocks = filter.covered() / FindBlockFilter::blockSize;
-    const char* firstBytes = filter.firstBytes();
-    std::size_t beginning = 0;
-    for (std::size_t i = 0; i < filter.covered(); ++i) beginning += firstBytes[i] == letter ? 1 : 0;
-    if (beginning < options_.limit) return false;
     for (std::size_t block = 0; block < blocks; ++block) {
-        const std::uint64_t matching = with[block] & options_.mask.words()[block];
-        if (matching == 0) continue;
-        matchCount_ += static_cast<std::uint64_t>(std::popcount(matching));
+        const std::uint64_t takingPart = options_.mask.words()[block];
+        matchCount_ += static_cast<std::uint64_t>(std::popcount(with[block] & takingPart));
         const std::size_t first = block * FindBlockFilter::blockSize;
-        for (std::uint64_t left = matching; left != 0; left &= left - 1) {
+        for (std::uint64_t left = filter.beginningWith(letter, block) & takingPart; left != 0;
+             left &= left - 1) {
             const std::size_t entry = first + static_cast<std::size_t>(std::countr_zero(left));
-            if (firstBytes[entry] != letter) continue;
             const auto number = static_cast<std::uint32_t>(entry);
             if (best_.isOut(number, FindNameRank::wholeName)) continue;
             best_.offer(number, nameRank(storage_, number, finder_.needle()));
