@@ -10,6 +10,7 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
+#include "Platform/WellKnownFolders.h"
 #include "Rooms/Find/Services/FindDates.h"
 #include "Rooms/Find/Services/FindFieldNames.h"
 #include "Rooms/Find/Services/FindSpan.h"
@@ -170,7 +171,10 @@ Condition spanCondition(Kind kind, std::optional<FindSpan> span) {
 
 Condition folderCondition(Kind kind, std::string_view value) {
     if (value.empty()) return std::nullopt;
-    return FindQueryNode{.kind = kind, .names = {path::standardized(value)}};
+    const bool isInHome = value == "~" || value.starts_with("~/");
+    const std::string path = isInHome ? platform::homeFolder().path() + std::string(value.substr(1))
+                                      : std::string(value);
+    return FindQueryNode{.kind = kind, .names = {path::standardized(path)}};
 }
 
 Condition factCondition(Kind kind, std::string_view value) {
@@ -184,6 +188,7 @@ struct Field {
     std::string_view name;
     std::string_view takes; ///< for people
     Condition (*read)(std::string_view value, Timestamp now);
+    bool isCostly = false;
 };
 
 constexpr std::array<Field, 10> fields{{
@@ -202,9 +207,9 @@ constexpr std::array<Field, 10> fields{{
          return spanCondition(Kind::depth, depthSpan(value));
      }},
     {"in", "a folder",
-     [](std::string_view value, Timestamp) { return folderCondition(Kind::folder, value); }},
+     [](std::string_view value, Timestamp) { return folderCondition(Kind::folder, value); }, true},
     {"parent", "a folder",
-     [](std::string_view value, Timestamp) { return folderCondition(Kind::parent, value); }},
+     [](std::string_view value, Timestamp) { return folderCondition(Kind::parent, value); }, true},
     {"empty", "yes or no",
      [](std::string_view value, Timestamp) { return factCondition(Kind::empty, value); }},
     {"hidden", "yes or no",
@@ -240,38 +245,37 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
         value = word.text;
         const TextManner manner = textManner(value, word.unquoted);
         const bool isExpression = manner.mode == FindTextMode::regex;
+        if (isExpression && !canAffordMore()) return std::nullopt;
         if (isExpression) takes = "a regular expression";
         if (!value.empty()) {
             condition =
                 isExpression ? expressionCondition(value, manner) : textCondition(value, manner);
         }
+        costlyCount_ += isExpression && condition ? 1 : 0;
     } else {
         const auto* field = std::ranges::find_if(
             fields, [name](const Field& known) { return isFieldName(name, known.name); });
         if (field == fields.end()) return std::nullopt;
+        if (field->isCostly && !canAffordMore()) return std::nullopt;
         takes = field->takes;
         condition = field->read(value, now_);
+        costlyCount_ += field->isCostly && condition ? 1 : 0;
     }
-    if (!condition) {
-        if (!problem_) {
-            problem_ = fmt::format("\"{}\" was taken for a word; {}: takes {}.", quoted(word.text),
-                                   lowercased(name), takes);
-        }
-        return std::nullopt;
+    if (!condition && !problem_) {
+        problem_ = fmt::format("\"{}\" was taken for a word; {}: takes {}.", quoted(word.text),
+                               lowercased(name), takes);
     }
-    return affordable(*std::move(condition));
+    return condition;
 }
 
-Condition FindConditions::affordable(FindQueryNode condition) {
-    const bool isCostly = condition.kind == Kind::folder || condition.kind == Kind::parent ||
-                          condition.text.mode == FindTextMode::regex;
-    if (!isCostly || ++costlyCount_ <= mostCostly) return condition;
+bool FindConditions::canAffordMore() {
+    if (costlyCount_ < mostCostly) return true;
     if (!problem_) {
         problem_ = fmt::format("More than {} folders and regular expressions are too many; the "
                                "others were taken for words.",
                                mostCostly);
     }
-    return std::nullopt;
+    return false;
 }
 
 } // namespace tidyro

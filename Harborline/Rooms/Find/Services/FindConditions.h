@@ -22,7 +22,8 @@ class FindConditions {
 
   private:
     [[nodiscard]] std::optional<FindQueryNode> fieldCondition(const FindQueryToken& word);
-    [[nodiscard]] std::optional<FindQueryNode> affordable(FindQueryNode condition);
+    /// Whether one more folder or regular expression may be asked for.
+    [[nodiscard]] bool canAffordMore();
 
     Timestamp now_;
     std::size_t costlyCount_ = 0;

@@ -85,10 +85,9 @@ struct FindQuery {
 ///   ("case:path:Src"). The value of `regex:` ends at a blank outside quotes, or at a bracket that
 ///   closes one before it.
 /// - `ext:` and `kind:` take lists parted by ";" or ",". `size:`, `dm:` and `depth:` take a value,
-/// a
-///   comparison (">", ">=", "<", "<=", "=") or a range ("1gb..2gb", "..5kb"). `in:` and `parent:`
-///   take a folder. `empty:`, `hidden:` and `system:` stand alone or take yes, no, true or false.
-///   Any other field is a word, colon and all.
+///   a comparison (">", ">=", "<", "<=", "=") or a range ("1gb..2gb", "..5kb"). `in:` and `parent:`
+///   take a folder, "~" at its beginning the person's home. `empty:`, `hidden:` and `system:` stand
+///   alone or take yes, no, true or false. Any other field is a word, colon and all.
 /// - An operator in letters without anything to join is a word, one in signs is passed over.
 ///   Brackets and quotes that do not match are mended, those more than 64 deep are passed over.
 ///

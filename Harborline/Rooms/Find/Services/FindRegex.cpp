@@ -131,10 +131,10 @@ struct FindRegexRun::Lines {
         const char* end = texts.back().data() + texts.back().size();
         const std::string_view all(begin, static_cast<std::size_t>(end - begin));
         if (all.find('\n') != std::string_view::npos) return false;
-        std::size_t most = 0;
-        for (const std::string_view one : texts) most += one.size() + 1;
+        std::size_t length = 0;
+        for (const std::string_view one : texts) length += one.size() + 1;
         if (isASCII(all)) {
-            text.resize(most + atOnce);
+            text.resize(length + atOnce);
             append(texts, end);
         } else {
             appendRepaired(texts);

@@ -48,15 +48,20 @@ class FilterMaker {
   public:
     ~FilterMaker() { stop_.request_stop(); }
 
-    /// The filter when it is ready and good for the storage; otherwise it is begun.
+    /// The filter when it is ready and good for the storage. It is begun with the second search of
+    /// an index: it takes longer to make than one search without it.
     std::shared_ptr<const FindBlockFilter> filter(const Storage& of, std::uint64_t generation) {
         if (of->count() < fewEntries) return nullptr;
         if (generation != generation_) {
             stop_.request_stop();
             thread_.reset(); // joins
             stop_ = std::stop_source();
-            made_ = std::make_shared<Made>();
+            made_ = nullptr;
             generation_ = generation;
+            return nullptr;
+        }
+        if (made_ == nullptr) {
+            made_ = std::make_shared<Made>();
             thread_.emplace("Tidyro name filter", platform::Quality::utility,
                             [storage = of, made = made_, cancel = stop_.get_token()] {
                                 made->filter =

@@ -9,6 +9,9 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "Base/PathText.h"
+#include "Platform/WellKnownFolders.h"
+
 namespace tidyro {
 namespace {
 
@@ -139,6 +142,15 @@ std::size_t depthOf(const FindQueryNode& node) {
     std::size_t deepest = 0;
     for (const FindQueryNode& child : node.children) deepest = std::max(deepest, depthOf(child));
     return deepest + 1;
+}
+
+TEST(FindQueryParser, KnowsThePersonsHome) {
+    const auto folder = [](std::string_view query) {
+        return parsedFindQuery(query, Timestamp()).root.children.at(0).names.at(0);
+    };
+    EXPECT_EQ(folder("in:~/Music/../x"), path::joined(platform::homeFolder().path(), "x"));
+    EXPECT_EQ(folder("parent:~"), platform::homeFolder().path());
+    EXPECT_EQ(folder("in:~ada"), "~ada");
 }
 
 TEST(FindQueryParser, ReadsHostileQueriesInTimeThatGrowsWithThem) {
