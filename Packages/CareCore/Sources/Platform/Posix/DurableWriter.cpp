@@ -53,18 +53,23 @@ class SharedSibling {
             ::close(opened);
             errno = error;
             if (!isOurs) return -1;
-            // Whoever had it has renamed or removed it: the name is another file's by now.
+            // Whoever had it has renamed or removed it: the name is another file's by now. Some
+            // file systems number an open file otherwise than its name, and would go on for ever.
+            if (isOver()) {
+                errno = EWOULDBLOCK;
+                return -1;
+            }
         }
     }
 
   private:
+    [[nodiscard]] bool isOver() const { return std::chrono::steady_clock::now() > end_; }
     /// None on failure. Only who holds the lock renames or removes the file, so what is seen under
     /// it stays.
     [[nodiscard]] std::optional<bool> lock(int descriptor) const {
         while (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
             if (errno == EINTR) continue;
-            if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() > end_)
-                return std::nullopt;
+            if (errno != EWOULDBLOCK || isOver()) return std::nullopt;
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         struct stat locked{};
