@@ -251,7 +251,7 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
             condition =
                 isExpression ? expressionCondition(value, manner) : textCondition(value, manner);
         }
-        costlyCount_ += isExpression && condition ? 1 : 0;
+        if (isExpression && condition) ++costlyCount_;
     } else {
         const auto* field = std::ranges::find_if(
             fields, [name](const Field& known) { return isFieldName(name, known.name); });
@@ -259,7 +259,7 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
         if (field->isCostly && !canAffordMore()) return std::nullopt;
         takes = field->takes;
         condition = field->read(value, now_);
-        costlyCount_ += field->isCostly && condition ? 1 : 0;
+        if (field->isCostly && condition) ++costlyCount_;
     }
     if (!condition && !problem_) {
         problem_ = fmt::format("\"{}\" was taken for a word; {}: takes {}.", quoted(word.text),

@@ -33,9 +33,7 @@ FindDirectoryListing::Entry entryAt(const FindDirectoryListing& listing, std::si
 /// grow, and leave holes in each.
 void reserve(FindIndexStorage& storage) {
     constexpr std::size_t bytes = 1'048'576;
-    const auto reserveOne = [](auto& column) {
-        column.reserveMore(bytes / sizeof *column.data());
-    };
+    const auto reserveOne = [](auto& column) { column.reserveMore(bytes / sizeof *column.data()); };
     reserveOne(storage.names);
     reserveOne(storage.nameStart);
     reserveOne(storage.parent);
