@@ -37,7 +37,7 @@ double milliseconds(std::chrono::steady_clock::duration time) {
 std::string changed(std::string_view name, unsigned copy) {
     std::string text(name);
     if (copy == 0) return text;
-    const std::size_t place = (text.size() * 7 + copy * 5) % text.size();
+    const std::size_t place = (text.size() * 7 + std::size_t{copy} * 5) % text.size();
     for (std::size_t i = 0; i < text.size(); ++i) {
         char& byte = text[i];
         if (byte >= '0' && byte <= '9') {

@@ -1,10 +1,7 @@
-// The file of an index: any bytes give an index in which every walk ends
-// inside it, or an error. The first byte says what is made of the rest: nothing, or changes to
-// a file that is sound.
-#include <algorithm>
+// The file of an index: any bytes give an index in which every walk ends inside it, or an error.
+// The first byte says what is made of the rest: nothing, or changes to a file that is sound.
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
@@ -44,8 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::string_view rest = file;
     const auto read = FindIndexPersistence::read(file.size(), [&](std::span<std::byte> into) {
-        const std::size_t count = std::min(into.size(), rest.size());
-        if (count > 0) std::memcpy(into.data(), rest.data(), count);
+        const std::size_t count = rest.copy(reinterpret_cast<char*>(into.data()), into.size());
         rest.remove_prefix(count);
         return std::expected<std::size_t, SystemError>(count);
     });

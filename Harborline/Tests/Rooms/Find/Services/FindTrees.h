@@ -53,7 +53,7 @@ inline FindIndexStorage indexOf(const std::vector<Item>& items,
     storage.appendRoot(root, 0);
     for (const std::string& folder : folders) {
         const auto entry = storage.lookup(path::joined(root, folder));
-        if (listings.contains(folder)) storage.appendBlock(*entry, listings[folder]);
+        if (entry && listings.contains(folder)) storage.appendBlock(*entry, listings[folder]);
     }
     storage.aggregateFolderSizes();
     return storage;
