@@ -11,6 +11,8 @@
 #include <arm_neon.h>
 #endif
 
+#include "Platform/Processor.h"
+
 namespace tidyro {
 
 namespace {
@@ -132,8 +134,7 @@ NeedleFinder::wideForm(const NeedleFinder& self, std::string_view text, std::siz
 }
 
 NeedleFinder::Form NeedleFinder::bestForm() {
-    static const Form best =
-        __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") ? &wideForm : &plainForm;
+    static const Form best = platform::hasAVX2() ? &wideForm : &plainForm;
     return best;
 }
 
