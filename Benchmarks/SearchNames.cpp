@@ -96,12 +96,10 @@ void writePaths(const FindIndexStorage& storage, const char* to) {
     std::fclose(file);
 }
 
-/// The filter is made beside the searches from the second on: what is measured is an index that is
+/// What searches use is made beside them: what is measured is an index that is
 /// open.
 void warmUp(FindSearchEngine& engine, const FindIndex& index) {
-    for (const char* query : {"warm", "up"}) {
-        (void)engine.search(query, {.in = index, .now = Timestamp::now()});
-    }
+    engine.prepare(index);
     std::this_thread::sleep_for(std::chrono::milliseconds(500 + index.storage()->count() / 2'000));
 }
 

@@ -129,6 +129,7 @@ class Run {
             save(index);
         }
         FindSearchEngine engine;
+        engine.prepare(index);
         while (const auto query = surroundings_.read()) answer(engine, *query, index);
         return CommandLineMode::succeeded;
     }

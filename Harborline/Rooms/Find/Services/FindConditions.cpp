@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "Base/LocaleText.h"
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/WellKnownFolders.h"
@@ -25,6 +26,8 @@ using Condition = std::optional<FindQueryNode>;
 /// Expressions and folders take memory of their own while a query is answered; a text of a hundred
 /// thousand characters could ask for gigabytes.
 constexpr std::size_t mostCostly = 32;
+/// Each different one is looked for in all names; what people type has a handful.
+constexpr std::size_t mostWords = 1'000;
 
 /// How a text matches, as the fields before it say.
 struct TextManner {
@@ -229,7 +232,16 @@ std::string quoted(std::string_view text) {
 
 } // namespace
 
-FindQueryNode FindConditions::condition(const FindQueryToken& word) {
+Condition FindConditions::condition(const FindQueryToken& word) {
+    if (words_.size() == mostWords && !words_.contains(word.text)) {
+        if (!problem_) {
+            problem_ = fmt::format("More than {} different words are too many; the others were "
+                                   "passed over.",
+                                   LocaleText::current().count(mostWords));
+        }
+        return std::nullopt;
+    }
+    words_.insert(word.text);
     if (auto condition = fieldCondition(word)) return *std::move(condition);
     return textCondition(word.text, {});
 }

@@ -7,6 +7,7 @@
 
 #include "Base/Fault.h"
 #include "Base/PathText.h"
+#include "Base/UnicodeText.h"
 
 namespace tidyro {
 
@@ -14,12 +15,6 @@ namespace {
 
 constexpr std::array<std::string_view, 11> systemTopLevelNames{
     "System", "Library", "private", "usr", "bin", "sbin", "cores", "dev", "etc", "var", "tmp"};
-
-bool isASCII(std::string_view bytes) {
-    unsigned all = 0;
-    for (const char byte : bytes) all |= static_cast<unsigned char>(byte);
-    return all < 0x80;
-}
 
 std::string_view allNames(const FindDirectoryListing& listing) {
     const std::uint32_t first = listing.starts[0];

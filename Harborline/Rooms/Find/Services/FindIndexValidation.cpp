@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Base/UnicodeText.h"
 #include "Rooms/Find/Services/FindIndexPersistence.h"
 
 namespace tidyro {
@@ -11,12 +12,6 @@ namespace {
 
 using Entry = FindIndexStorage::Entry;
 constexpr Entry none = FindIndexStorage::none;
-
-bool isASCII(std::string_view bytes) {
-    unsigned all = 0;
-    for (const char byte : bytes) all |= static_cast<unsigned char>(byte);
-    return all < 0x80;
-}
 
 /// Only the root's name may be empty.
 bool areOffsetsSound(const FindIndexStorage& storage) {

@@ -83,7 +83,9 @@ class Parser {
 
     std::optional<FindQueryNode> bracketOrWord() {
         if (at_ == tokens_.size()) return std::nullopt;
-        const FindQueryToken& token = tokens_[at_++];
+        const FindQueryToken& token = tokens_[at_];
+        if (token.kind != Token::word && token.kind != Token::open) return std::nullopt;
+        ++at_;
         if (token.kind == Token::word) return conditions_.condition(token);
         auto inner = alternatives();
         ++at_; // the other bracket

@@ -98,15 +98,19 @@ class Tokenizer {
         const std::string_view behind = rest_.substr(signs);
         const bool standsAlone = behind.empty() || blankLength(behind) > 0 ||
                                  behind.front() == ')' || behind.front() == '|';
+        const bool isDenied = !standsAlone && signs % 2 == 1;
         if (!standsAlone) {
-            if (signs % 2 == 1) {
+            if (isDenied) {
                 result_.tokens.push_back(
                     {.kind = Kind::denial, .text = std::string(1, rest_.front())});
             }
             rest_ = behind;
             if (rest_.front() == '(') return;
         }
+        const std::size_t before = result_.tokens.size();
         readWord();
+        // Empty quotes are no word, and there is nothing to deny.
+        if (isDenied && result_.tokens.size() == before) result_.tokens.pop_back();
     }
 
     void readWord() {

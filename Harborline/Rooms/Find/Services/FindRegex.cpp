@@ -28,12 +28,6 @@ RE2::Options options(bool matchesCase) {
     return chosen;
 }
 
-bool isASCII(std::string_view text) {
-    char all = 0; // many bytes at once: a look at each costs more than the match
-    for (const char byte : text) all = static_cast<char>(all | byte);
-    return (all & 0x80) == 0;
-}
-
 } // namespace
 
 struct FindRegex::Program {

@@ -6,6 +6,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -51,28 +52,40 @@ class FilterMaker {
     /// The filter when it is ready and good for the storage. It is begun with the second search of
     /// an index: it takes longer to make than one search without it.
     std::shared_ptr<const FindBlockFilter> filter(const Storage& of, std::uint64_t generation) {
-        if (of->count() < fewEntries) return nullptr;
-        if (generation != generation_) {
-            stop_.request_stop();
-            thread_.reset(); // joins
-            stop_ = std::stop_source();
-            made_ = nullptr;
-            generation_ = generation;
-            return nullptr;
+        if (generation == generation_) {
+            begin(of, generation);
+            return made_ != nullptr && made_->isReady ? made_->filter : nullptr;
         }
-        if (made_ == nullptr) {
-            made_ = std::make_shared<Made>();
+        leave(generation);
+        return nullptr;
+    }
+
+    void begin(const Storage& of, std::uint64_t generation) {
+        if (generation != generation_) leave(generation);
+        if (made_ != nullptr || of->count() < fewEntries) return;
+        made_ = std::make_shared<Made>();
+        try {
             thread_.emplace("Tidyro name filter", platform::Quality::utility,
                             [storage = of, made = made_, cancel = stop_.get_token()] {
                                 made->filter =
                                     std::make_shared<const FindBlockFilter>(*storage, cancel);
                                 made->isReady = true;
                             });
+        } catch (const std::system_error&) {
+            // No thread is to be had: searches go on without.
         }
-        return made_->isReady ? made_->filter : nullptr;
     }
 
   private:
+    /// What there is of another index goes.
+    void leave(std::uint64_t generation) {
+        stop_.request_stop();
+        thread_.reset(); // joins
+        stop_ = std::stop_source();
+        made_ = nullptr;
+        generation_ = generation;
+    }
+
     struct Made {
         std::shared_ptr<const FindBlockFilter> filter;
         std::atomic<bool> isReady = false; ///< `filter` is not touched before and not changed after
@@ -91,6 +104,20 @@ struct LastMatches {
     std::string word;
     std::vector<std::uint32_t> entries;
 };
+
+/// A storage and its generation.
+struct Moment {
+    Storage storage;
+    std::uint64_t generation;
+};
+
+Moment momentOf(const FindIndex& index) {
+    for (;;) { // until both are of one moment
+        const std::uint64_t generation = index.generation();
+        Storage storage = index.storage();
+        if (generation == index.generation()) return {std::move(storage), generation};
+    }
+}
 
 FindSearchResult searchWholeLanguage(const FindIndexStorage& storage, const FindEntrySet& mask,
                                      const FindQuery& query, const FindBlockFilter* filter,
@@ -147,15 +174,19 @@ FindSearchEngine::FindSearchEngine() : memory_(std::make_unique<Memory>()) {}
 
 FindSearchEngine::~FindSearchEngine() = default;
 
+void FindSearchEngine::prepare(const FindIndex& index) {
+    const Moment moment = momentOf(index);
+    if (moment.storage != nullptr) memory_->filters.begin(moment.storage, moment.generation);
+}
+
 FindSearchResult FindSearchEngine::search(std::string_view query, const Question& question) {
-    Storage storage;
-    std::uint64_t generation = 0;
-    do { // until both are of one moment
-        generation = question.in.generation();
-        storage = question.in.storage();
-    } while (generation != question.in.generation());
-    if (question.generation && *question.generation != generation) return {.wasCancelled = true};
-    if (storage == nullptr || storage->count() == 0) return {};
+    const auto [storage, generation] = momentOf(question.in);
+    // An index that was replaced must not be kept for what a next letter might use of it.
+    if (memory_->last && memory_->last->storage != storage) memory_->last.reset();
+    if (question.generation && *question.generation != generation) {
+        return {.generation = generation, .wasCancelled = true};
+    }
+    if (storage == nullptr || storage->count() == 0) return {.generation = generation};
     const FindQuery parsed = parsedFindQuery(query, question.now);
     const auto mask = question.in.mask(storage, question.scopeMask);
     const std::vector<std::string> words = plainWords(parsed.root);
@@ -163,6 +194,7 @@ FindSearchResult FindSearchEngine::search(std::string_view query, const Question
     FindSearchResult result =
         words.empty() ? searchWholeLanguage(*storage, *mask, parsed, filter.get(), question)
                       : memory_->searchWords(storage, *mask, words, filter.get(), question);
+    result.generation = generation;
     result.problem = parsed.problem;
     return result;
 }

@@ -44,6 +44,11 @@ class FindSearchEngine {
     FindSearchEngine(const FindSearchEngine&) = delete;
     FindSearchEngine& operator=(const FindSearchEngine&) = delete;
 
+    /// Begins to make ready, beside the caller, what lets searches of this index pass over most
+    /// names; with it a letter takes 1 ms in a million names rather than 10. For whoever waits for
+    /// a person to type: otherwise the second search begins it. Takes 23 bytes an entry.
+    void prepare(const FindIndex& index);
+
     [[nodiscard]] FindSearchResult search(std::string_view query, const Question& question);
 
   private:

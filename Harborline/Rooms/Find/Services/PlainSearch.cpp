@@ -76,41 +76,49 @@ inline void PlainSearch::takePlace(std::uint32_t entry, std::uint32_t at) {
     if (beginsWord(storage_, entry, at - storage_.foldedStart[entry])) rank_ = FindNameRank::word;
 }
 
-/// One letter stands in most names: they are counted by the filter's bits, and only those that
-/// begin with it are looked at when they alone are more than the best. False when that is not so.
-bool PlainSearch::runByLetter() {
+/// Words of one letter each stand in very many names: which ones, the filter's bits tell. Names
+/// that begin with the first letter come first, since they rank best and make the others drop out
+/// early.
+void PlainSearch::runByLetters() {
     const FindBlockFilter& filter = *options_.filter;
-    const char letter = finder_.needle().front();
-    const std::uint64_t* with = filter.namesWith(letter);
-    if (with == nullptr) return false;
+    const std::string_view first = options_.words.front();
     const std::size_t blocks = filter.covered() / FindBlockFilter::blockSize;
-    for (std::size_t block = 0; block < blocks; ++block) {
-        const std::uint64_t takingPart = options_.mask.words()[block];
-        matchCount_ += static_cast<std::uint64_t>(std::popcount(with[block] & takingPart));
-        const std::size_t first = block * FindBlockFilter::blockSize;
-        for (std::uint64_t left = filter.beginningWith(letter, block) & takingPart; left != 0;
-             left &= left - 1) {
-            const std::size_t entry = first + static_cast<std::size_t>(std::countr_zero(left));
-            const auto number = static_cast<std::uint32_t>(entry);
-            if (best_.isOut(number, FindNameRank::wholeName)) continue;
-            best_.offer(number, nameRank(storage_, number, finder_.needle()));
+    std::vector<std::uint64_t> left(blocks);
+    const auto offer = [this](std::size_t block, std::uint64_t bits, FindNameRank best,
+                              std::string_view word) {
+        for (; bits != 0; bits &= bits - 1) {
+            const auto number =
+                static_cast<std::uint32_t>(block * FindBlockFilter::blockSize +
+                                           static_cast<std::size_t>(std::countr_zero(bits)));
+            if (best_.isOut(number, best)) continue;
+            best_.offer(number, nameRank(storage_, number, word));
         }
+    };
+    for (std::size_t block = 0; block < blocks; ++block) {
+        std::uint64_t matching = options_.mask.words()[block];
+        for (const std::string& word : options_.words)
+            matching &= filter.namesWith(word.front())[block];
+        matchCount_ += static_cast<std::uint64_t>(std::popcount(matching));
+        const std::uint64_t begins = matching & filter.beginningWith(first.front(), block);
+        left[block] = matching & ~begins;
+        offer(block, begins, FindNameRank::wholeName, first);
     }
     remembers_ = false;
-    return best_.isOut(FindNameRank::word);
+    for (std::size_t block = 0; block < blocks && !best_.isOut(FindNameRank::word); ++block) {
+        offer(block, left[block], FindNameRank::word, first);
+    }
 }
 
 void PlainSearch::run() {
     const FindNameScan scan(storage_, options_.filter, options_.cancel);
     std::uint32_t first = 0;
-    if (options_.filter != nullptr && finder_.needle().size() == 1 && others_.empty()) {
-        if (runByLetter()) {
-            first = options_.filter->covered();
-        } else {
-            matchCount_ = 0;
-            best_ = BestHits(storage_, options_.limit);
-            remembers_ = true;
-        }
+    const bool areLetters =
+        options_.filter != nullptr && std::ranges::all_of(options_.words, [&](const auto& word) {
+            return word.size() == 1 && options_.filter->namesWith(word.front()) != nullptr;
+        });
+    if (areLetters) {
+        runByLetters();
+        first = options_.filter->covered();
     }
     wasCancelled_ = !scan.forEachPlace(
         finder_, first, [this](std::uint32_t entry, std::uint32_t at) { takePlace(entry, at); });

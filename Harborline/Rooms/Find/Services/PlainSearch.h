@@ -48,7 +48,7 @@ class PlainSearch {
   private:
     static constexpr std::uint32_t none = FindIndexStorage::none;
 
-    [[nodiscard]] bool runByLetter();
+    void runByLetters();
     void takePlace(std::uint32_t entry, std::uint32_t at);
     void closeEntry();
     [[nodiscard]] bool hasOtherWords(std::uint32_t entry) const;

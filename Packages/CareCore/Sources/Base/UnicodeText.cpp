@@ -30,10 +30,6 @@ Decoded decodeNext(std::string_view bytes) {
             .isValid = true};
 }
 
-bool isASCII(std::string_view bytes) {
-    return std::ranges::none_of(bytes, [](char byte) { return (byte & 0x80) != 0; });
-}
-
 /// A lead byte and those of its continuation bytes that are there count as one invalid sequence.
 std::size_t invalidLength(std::string_view bytes) {
     const auto lead = static_cast<unsigned char>(bytes.front());
@@ -73,6 +69,12 @@ std::string visibleEscape(char32_t codePoint) {
 }
 
 } // namespace
+
+bool isASCII(std::string_view bytes) {
+    char all = 0; // no early end: a look at each byte costs more than those that are left
+    for (const char byte : bytes) all = static_cast<char>(all | byte);
+    return (all & 0x80) == 0;
+}
 
 std::string utf8Text(char32_t codePoint) {
     const auto number = static_cast<utf8proc_int32_t>(codePoint);

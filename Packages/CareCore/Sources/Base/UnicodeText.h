@@ -7,6 +7,9 @@
 /// Text made from bytes that may be no text at all.
 namespace tidyro {
 
+/// Whether no byte is 0x80 or above. Reads all of them, many at once.
+[[nodiscard]] bool isASCII(std::string_view bytes);
+
 /// One code point in UTF-8; U+FFFD for one that does not exist.
 [[nodiscard]] std::string utf8Text(char32_t codePoint);
 

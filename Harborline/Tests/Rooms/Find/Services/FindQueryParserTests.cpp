@@ -82,6 +82,7 @@ TEST(FindQueryParser, JoinsWordsAndBrackets) {
         {"foo\u3000bar", "all('foo' 'bar')"},
         {"((((a))))()", "all('a')"},
         {"not or", "all('not' 'or')"},
+        {"-\"\" a", "all('a')"},
     });
 }
 
@@ -120,6 +121,7 @@ TEST(FindQueryParser, TakesForWordsWhatItCannotRead) {
         {"dm:2026-02-29 dm:26 dm:2026-1-1-1 dm:+026",
          "all('dm:2026-02-29' 'dm:26' 'dm:2026-1-1-1' 'dm:+026')", true},
         {"regex:(", "all('regex:(')", true},
+        {"(NOT -\"\") a | b", "all(any(all('not' 'a') 'b'))", true},
         {"kind:banana ext:; in: case: empty:maybe depth:x",
          "all('kind:banana' 'ext:;' 'in:' 'case:' 'empty:maybe' 'depth:x')", true},
         {"a \"b c", "all('a' 'b c')", true},
@@ -159,6 +161,11 @@ TEST(FindQueryParser, ReadsHostileQueriesInTimeThatGrowsWithThem) {
         for (std::size_t i = 0; i < count; ++i) all += text;
         return all;
     };
+    const auto numbered = [](std::string_view text, std::string_view end) {
+        std::string all;
+        for (int i = 0; all.size() < 100'000; ++i) all += fmt::format("{}{}{}", text, i, end);
+        return all;
+    };
     const std::string queries[] = {
         repeated("x", 100'000),
         repeated("(", 10'000) + "a" + repeated(")", 10'000),
@@ -180,6 +187,8 @@ TEST(FindQueryParser, ReadsHostileQueriesInTimeThatGrowsWithThem) {
         "size:" + repeated("9", 100'000),
         repeated("\xCC\x81", 50'000),
         repeated("\xFF(", 50'000),
+        numbered("x", " "),
+        numbered("ext:x", "|"),
     };
     for (const std::string& query : queries) {
         const auto start = std::chrono::steady_clock::now();

@@ -1,6 +1,7 @@
-// What the search answers to named questions: the order of hits, cut-short
-// searches, queries that nobody means well.
+// What the search answers to named questions: the order of hits, cut-short searches, queries that
+// nobody means well.
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -8,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
@@ -159,7 +161,8 @@ TEST(FindSearchEngine, EndsAtOnceForAnIndexThatWasReplaced) {
     index.update(indexOf({{.path = "report"}, {.path = "report 2"}}), {});
     EXPECT_EQ(ask(first).hits.size(), 2);
     index.replace(indexOf({{.path = "reports"}}), {});
-    EXPECT_EQ(ask(first), FindSearchResult{.wasCancelled = true});
+    const FindSearchResult cutShort{.generation = index.generation(), .wasCancelled = true};
+    EXPECT_EQ(ask(first), cutShort);
     EXPECT_EQ(ask(index.generation()).hits.size(), 1);
     EXPECT_EQ(ask({}).hits.size(), 1);
 }
@@ -228,6 +231,32 @@ TEST(FindSearchEngine, AnswersMonstrousQueriesSoon) {
             << name << ": " << result.problem.value_or("");
         EXPECT_LT(seconds, 3.0) << name;
     }
+}
+
+TEST(FindSearchEngine, LooksForNoMoreThanAThousandDifferentWords) {
+    FindIndex index;
+    index.replace(indexOf({{.path = "x7"}, {.path = "x999"}, {.path = "x1000"}}), {});
+    std::string query;
+    for (int i = 0; i < 1'500; ++i) query += fmt::format("exact:x{}|exact:x7|", i);
+    query += "x8";
+    const auto [result, seconds] = timed(index, query);
+    EXPECT_EQ(result.matchCount, 2);
+    EXPECT_EQ(result.problem,
+              "More than 1,000 different words are too many; the others were passed over.");
+}
+
+TEST(FindSearchEngine, LetsGoOfAnIndexThatWasReplaced) {
+    FindIndex index;
+    index.replace(indexOf({{.path = "report"}}), {});
+    FindSearchEngine engine;
+    engine.prepare(index);
+    const auto first = engine.search("report", {.in = index, .now = Timestamp()});
+    EXPECT_EQ(first.generation, index.generation());
+    const std::weak_ptr<const FindIndexStorage> before = index.storage();
+    index.replace(indexOf({{.path = "other"}}), {});
+    const auto second = engine.search("regex:o", {.in = index, .now = Timestamp()});
+    EXPECT_GT(second.generation, first.generation);
+    EXPECT_TRUE(before.expired());
 }
 
 TEST(FindSearchEngine, PreparesMonstrousExpressionsSoon) {

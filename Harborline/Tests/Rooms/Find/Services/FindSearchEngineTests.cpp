@@ -74,7 +74,8 @@ class Searches {
         if (!naive_) naive_.emplace(tree_.storage());
         constexpr std::array<std::size_t, 6> limits{0, 1, 7, 500, 500, all};
         const std::size_t limit = random_.oneOf(limits);
-        const auto expected = naive_->search(query, {.scope = scope_, .limit = limit, .now = now});
+        auto expected = naive_->search(query, {.scope = scope_, .limit = limit, .now = now});
+        expected.generation = index_.generation();
         for (std::size_t i = 0; i < engines.size(); ++i) {
             const auto got = engines[i]->search(
                 query, {.in = index_, .scopeMask = scope_, .limit = limit, .now = now});
