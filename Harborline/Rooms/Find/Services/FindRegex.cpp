@@ -40,15 +40,24 @@ struct FindRegex::Program {
     std::vector<std::size_t> places = {};
 
     void prepareFilter(std::string_view text, bool matchesCase);
+    void choose(const std::vector<std::string>& texts, std::size_t shortest);
+    [[nodiscard]] bool mayMatch(std::uint32_t held) const;
 };
 
 void FindRegex::Program::prepareFilter(std::string_view text, bool matchesCase) {
-    constexpr int shortest = 1;
-    filter = re2::FilteredRE2(shortest);
+    filter = re2::FilteredRE2(1);
     int number = 0;
     if (filter.Add(text, options(matchesCase), &number) != RE2::NoError) return;
     std::vector<std::string> texts;
     filter.Compile(&texts);
+    // Single letters stand in many names, and are worth something only where there is no more.
+    choose(texts, 2);
+    if (mayMatch(0)) choose(texts, 1);
+}
+
+void FindRegex::Program::choose(const std::vector<std::string>& texts, std::size_t shortest) {
+    literals.clear();
+    places.clear();
     for (const std::string& literal : texts) {
         // "\u017F" and "\u212A" are letters of a small "s" and "k" here as well. What is not ASCII
         // when it is folded may have been joined with its neighbours.
@@ -56,11 +65,23 @@ void FindRegex::Program::prepareFilter(std::string_view text, bool matchesCase) 
         const auto known = std::ranges::find(literals, folded);
         places.push_back(static_cast<std::size_t>(known - literals.begin()));
         if (known != literals.end()) continue;
-        const bool isUseful =
-            !folded.empty() && isASCII(folded) && literals.size() < FindRegex::mostLiterals;
+        const bool isUseful = folded.size() >= shortest && isASCII(folded) &&
+                              literals.size() < FindRegex::mostLiterals;
         if (isUseful) literals.push_back(std::move(folded));
         if (!isUseful) places.back() = FindRegex::mostLiterals;
     }
+}
+
+bool FindRegex::Program::mayMatch(std::uint32_t held) const {
+    if (literals.empty()) return true;
+    std::vector<int> numbers;
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        const bool isHeld = places[i] == mostLiterals || (held >> places[i] & 1U) != 0;
+        if (isHeld) numbers.push_back(static_cast<int>(i));
+    }
+    std::vector<int> expressions;
+    filter.AllPotentials(numbers, &expressions);
+    return !expressions.empty();
 }
 
 FindRegex::FindRegex() = default;
@@ -85,19 +106,7 @@ bool FindRegex::isIn(std::string_view text) const {
 
 std::span<const std::string> FindRegex::literals() const { return program_->literals; }
 
-bool FindRegex::mayMatch(std::uint32_t held) const {
-    if (program_->literals.empty()) return true;
-    std::vector<int> numbers;
-    for (std::size_t i = 0; i < program_->places.size(); ++i) {
-        const std::size_t place = program_->places[i];
-        if (place == mostLiterals || (held >> place & 1U) != 0) {
-            numbers.push_back(static_cast<int>(i));
-        }
-    }
-    std::vector<int> expressions;
-    program_->filter.AllPotentials(numbers, &expressions);
-    return !expressions.empty();
-}
+bool FindRegex::mayMatch(std::uint32_t held) const { return program_->mayMatch(held); }
 
 struct FindRegexRun::Lines {
     RE2 expression;
