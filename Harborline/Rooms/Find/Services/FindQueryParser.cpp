@@ -11,20 +11,33 @@ namespace {
 using Kind = FindQueryNode::Kind;
 using Token = FindQueryToken::Kind;
 
-/// Several nodes as one. What is of the same kind already is taken apart, so that nothing nests
-/// without need; of no nodes there is nothing.
+/// Several nodes as one; of no nodes there is nothing.
 std::optional<FindQueryNode> joined(Kind kind, std::vector<FindQueryNode> nodes) {
     if (nodes.empty()) return std::nullopt;
     if (nodes.size() == 1) return std::move(nodes.front());
-    FindQueryNode whole{.kind = kind};
-    for (FindQueryNode& node : nodes) {
-        if (node.kind != kind) {
-            whole.children.push_back(std::move(node));
-            continue;
+    return FindQueryNode{.kind = kind, .children = std::move(nodes)};
+}
+
+void flatten(FindQueryNode& node);
+
+void collect(Kind kind, std::vector<FindQueryNode>& from, std::vector<FindQueryNode>& into) {
+    for (FindQueryNode& node : from) {
+        if (node.kind == kind) {
+            collect(kind, node.children, into);
+        } else {
+            flatten(node);
+            into.push_back(std::move(node));
         }
-        for (FindQueryNode& child : node.children) whole.children.push_back(std::move(child));
     }
-    return whole;
+}
+
+/// Takes apart what is in something of its own kind, so that nothing nests without need. Done at
+/// the end, from outside to inside: each node moves once, however deep the brackets are.
+void flatten(FindQueryNode& node) {
+    std::vector<FindQueryNode> children;
+    children.reserve(node.children.size());
+    collect(node.kind, node.children, children);
+    node.children = std::move(children);
 }
 
 /// By descent: the tokens bound its depth.
@@ -41,6 +54,7 @@ class Parser {
         } else if (whole) {
             query.root.children.push_back(*std::move(whole));
         }
+        flatten(query.root);
         query.problem = conditions_.problem();
         return query;
     }
