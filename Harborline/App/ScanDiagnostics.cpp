@@ -162,7 +162,9 @@ class Run {
         const Stopwatch watch;
         const auto saved =
             FindIndexPersistence::write(*index.storage(), index.metadata(), indexFile());
-        phase("save", watch, shown(saved ? indexFile().path() : saved.error().description()));
+        const std::string file = indexFile().path();
+        phase("save", watch,
+              shown(saved ? file : file + ".partial: " + saved.error().description()));
     }
 
     void answer(FindSearchEngine& engine, const std::string& query, const FindIndex& index) const {

@@ -5,30 +5,47 @@
 
 namespace tidyro {
 
+namespace {
+
+/// Folders above an entry; the depth that is stored ends at `deepest`.
+std::size_t depthOf(const FindIndexStorage& storage, std::uint32_t entry) {
+    if (storage.depth[entry] < FindIndexStorage::deepest) return storage.depth[entry];
+    std::size_t depth = 0;
+    for (; entry != 0; entry = storage.parent[entry]) ++depth;
+    return depth;
+}
+
+} // namespace
+
 bool comesBeforeByPath(const FindIndexStorage& storage, std::uint32_t a, std::uint32_t b) {
     if (a == b) return false;
-    if (storage.depth[a] != storage.depth[b] || storage.depth[a] == FindIndexStorage::deepest) {
-        return storage.path(a) < storage.path(b);
-    }
-    // Both paths have as many names: what tells them apart stands in the folder that holds both.
     std::uint32_t left = a;
     std::uint32_t right = b;
+    if (storage.parent[a] != storage.parent[b]) {
+        // The deeper one is compared by the folder in which it is as deep as the other.
+        std::size_t leftDepth = depthOf(storage, a);
+        std::size_t rightDepth = depthOf(storage, b);
+        for (; leftDepth > rightDepth; --leftDepth) left = storage.parent[left];
+        for (; rightDepth > leftDepth; --rightDepth) right = storage.parent[right];
+        if (left == right) return left == a; // what holds the other comes first
+    }
+    // What tells the paths apart stands in the folder that holds both.
     while (storage.parent[left] != storage.parent[right]) {
         left = storage.parent[left];
         right = storage.parent[right];
     }
-    std::string_view one = storage.name(left);
-    std::string_view other = storage.name(right);
+    const std::string_view one = storage.name(left);
+    const std::string_view other = storage.name(right);
     const std::size_t common = std::min(one.size(), other.size());
     const int order = one.substr(0, common).compare(other.substr(0, common));
     if (order != 0) return order < 0;
     if (one.size() == other.size()) return a < b; // two entries of one name
     // One name begins the other: what follows it is a "/", or nothing.
-    const bool isLast = left == a;
-    if (one.size() < other.size()) {
-        return isLast || '/' < static_cast<unsigned char>(other[common]);
-    }
-    return !isLast && static_cast<unsigned char>(one[common]) < '/';
+    const bool isLast = one.size() < other.size() ? left == a : right == b;
+    const auto next =
+        static_cast<unsigned char>(one.size() < other.size() ? other[common] : one[common]);
+    const bool shorterIsFirst = isLast || '/' < next;
+    return (one.size() < other.size()) == shorterIsFirst;
 }
 
 BestHits::BestHits(const FindIndexStorage& storage, std::size_t limit)

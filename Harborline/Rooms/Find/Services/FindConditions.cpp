@@ -8,7 +8,6 @@
 
 #include <fmt/format.h>
 
-#include "Base/LocaleText.h"
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/WellKnownFolders.h"
@@ -26,8 +25,8 @@ using Condition = std::optional<FindQueryNode>;
 /// Expressions and folders take memory of their own while a query is answered; a text of a hundred
 /// thousand characters could ask for gigabytes.
 constexpr std::size_t mostCostly = 32;
-/// Each different one is looked for in all names; what people type has a handful.
-constexpr std::size_t mostWords = 1'000;
+/// Each may be looked for in all names; what people type has a handful.
+constexpr std::size_t mostWords = 256;
 
 /// How a text matches, as the fields before it say.
 struct TextManner {
@@ -233,15 +232,14 @@ std::string quoted(std::string_view text) {
 } // namespace
 
 Condition FindConditions::condition(const FindQueryToken& word) {
-    if (words_.size() == mostWords && !words_.contains(word.text)) {
+    if (wordCount_ == mostWords) {
         if (!problem_) {
-            problem_ = fmt::format("More than {} different words are too many; the others were "
-                                   "passed over.",
-                                   LocaleText::current().count(mostWords));
+            problem_ = fmt::format("More than {} words are too many; the others were passed over.",
+                                   mostWords);
         }
         return std::nullopt;
     }
-    words_.insert(word.text);
+    ++wordCount_;
     if (auto condition = fieldCondition(word)) return *std::move(condition);
     return textCondition(word.text, {});
 }
@@ -251,6 +249,7 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
     if (colon == std::string::npos || colon >= word.unquoted) return std::nullopt;
     const std::string_view name = std::string_view(word.text).substr(0, colon);
     std::string_view value = std::string_view(word.text).substr(colon + 1);
+    std::string_view asked = name;
     std::string_view takes = "a text behind it";
     Condition condition;
     if (isTextFieldName(name)) {
@@ -258,7 +257,10 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
         const TextManner manner = textManner(value, word.unquoted);
         const bool isExpression = manner.mode == FindTextMode::regex;
         if (isExpression && !canAffordMore()) return std::nullopt;
-        if (isExpression) takes = "a regular expression";
+        if (isExpression) {
+            asked = "regex";
+            takes = "a regular expression that is not too large";
+        }
         if (!value.empty()) {
             condition =
                 isExpression ? expressionCondition(value, manner) : textCondition(value, manner);
@@ -275,7 +277,7 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
     }
     if (!condition && !problem_) {
         problem_ = fmt::format("\"{}\" was taken for a word; {}: takes {}.", quoted(word.text),
-                               lowercased(name), takes);
+                               lowercased(asked), takes);
     }
     return condition;
 }

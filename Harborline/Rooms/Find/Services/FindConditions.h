@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "Base/Timestamp.h"
@@ -17,7 +16,7 @@ class FindConditions {
     explicit FindConditions(Timestamp now) : now_(now) {}
 
     /// A field with a value that it does not take is a word like any other. None for one more word
-    /// where there are very many different ones.
+    /// where there are very many.
     [[nodiscard]] std::optional<FindQueryNode> condition(const FindQueryToken& word);
     /// Of the first word that was not taken as it was meant; one sentence for people.
     [[nodiscard]] const std::optional<std::string>& problem() const { return problem_; }
@@ -28,7 +27,7 @@ class FindConditions {
     [[nodiscard]] bool canAffordMore();
 
     Timestamp now_;
-    std::set<std::string> words_; ///< as they were typed
+    std::size_t wordCount_ = 0;
     std::size_t costlyCount_ = 0;
     std::optional<std::string> problem_;
 };

@@ -203,6 +203,13 @@ FindIndexPersistence::read(std::uint64_t byteCount, const Next& next) {
 std::expected<FindIndexPersistence::Opened, Error> FindIndexPersistence::read(const FileURL& url) {
     auto file = platform::InputFile::open(url.path());
     if (!file) return std::unexpected(Error{Error::Unreadable{}});
+    // A file that is long and takes nothing is a hole, which would fill the memory with zeros.
+    // Names are never compressed so far.
+    constexpr std::uint64_t smallest = 1'048'576;
+    constexpr std::uint64_t mostCompressed = 64;
+    if (file->byteCount() > smallest && file->byteCount() / mostCompressed > file->bytesOnDisk()) {
+        return inconsistent("structure");
+    }
     return read(file->byteCount(), [&](std::span<std::byte> into) { return file->read(into); });
 }
 

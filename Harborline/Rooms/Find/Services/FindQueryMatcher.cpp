@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -83,20 +82,6 @@ Cost costOf(const FindQueryNode& node) {
     return most;
 }
 
-/// Tells words that stand in a query again: a long text has many.
-class AskedWords {
-  public:
-    [[nodiscard]] bool isNew(const FindQueryNode& node) {
-        const FindTextTerm& term = node.text;
-        const bool isWord = node.kind == Kind::text && term.mode == FindTextMode::contains &&
-                            !term.matchesCase && !term.inPath;
-        return !isWord || words_.insert(term.folded).second;
-    }
-
-  private:
-    std::set<std::string_view> words_;
-};
-
 } // namespace
 
 struct FindQueryMatcher::Body {
@@ -108,6 +93,9 @@ struct FindQueryMatcher::Body {
           names(index, filter, cancel),
           texts(index, names, cancel) {
         collectRanking(root, ranking);
+        std::ranges::sort(ranking);
+        const auto repeated = std::ranges::unique(ranking);
+        ranking.erase(repeated.begin(), repeated.end());
     }
 
     const FindIndexStorage& storage;
@@ -155,21 +143,17 @@ struct FindQueryMatcher::Body {
             order.emplace_back(costOf(node.children[i]), i);
         }
         std::ranges::sort(order);
-        AskedWords asked;
         for (const auto& [cost, place] : order) {
             if (among.isEmpty()) return;
-            const FindQueryNode& child = node.children[place];
-            if (asked.isNew(child)) keepMatching(among, child);
+            keepMatching(among, node.children[place]);
         }
     }
 
     void keepAny(FindEntrySet& among, const FindQueryNode& node) {
         FindEntrySet left = std::move(among);
         among = FindEntrySet(storage.count());
-        AskedWords asked;
         for (const FindQueryNode& child : node.children) {
             if (left.isEmpty() || cancel.stop_requested()) return;
-            if (!asked.isNew(child)) continue;
             FindEntrySet matching = left;
             keepMatching(matching, child);
             among.add(matching);

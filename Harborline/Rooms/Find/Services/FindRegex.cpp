@@ -20,11 +20,16 @@ constexpr std::int64_t memoryLimit = std::int64_t{4} << 20U;
 /// Bytes. Preparing one takes up to the square of its length.
 constexpr std::size_t longestExpression = 4'096;
 
+/// Instructions of a compiled expression. A larger one may need an automaton that outgrows its
+/// memory, and then takes a time for each byte that grows with its size: minutes for all names.
+constexpr int largestProgram = 4'000;
+
 RE2::Options options(bool matchesCase) {
     RE2::Options chosen;
     chosen.set_max_mem(memoryLimit);
     chosen.set_log_errors(false);
     chosen.set_case_sensitive(matchesCase);
+    chosen.set_never_capture(true); // nobody asks for groups, and they cost much
     return chosen;
 }
 
@@ -92,7 +97,8 @@ std::shared_ptr<const FindRegex> FindRegex::compiled(std::string_view expression
     if (expression.size() > longestExpression) return nullptr;
     auto made = std::make_shared<FindRegex>();
     made->program_.reset(new Program{.expression = RE2(expression, options(matchesCase))});
-    if (!made->program_->expression.ok()) return nullptr;
+    const RE2& compiled = made->program_->expression;
+    if (!compiled.ok() || compiled.ProgramSize() > largestProgram) return nullptr;
     made->program_->prepareFilter(expression, matchesCase);
     return made;
 }

@@ -124,12 +124,13 @@ FindSearchResult searchWholeLanguage(const FindIndexStorage& storage, const Find
                                      const FindSearchEngine::Question& question) {
     const FindQueryMatcher matcher(storage, query, filter, question.cancel);
     const FindEntrySet matches = matcher.matches(mask);
-    if (question.cancel.stop_requested()) return {.wasCancelled = true};
     BestHits best(storage, question.limit);
     matches.forEach([&](std::uint32_t entry) {
+        if (question.cancel.stop_requested()) return;
         if (best.isOut(entry, matcher.bestPossibleRank(entry))) return;
         best.offer(entry, matcher.rank(entry));
     });
+    if (question.cancel.stop_requested()) return {.wasCancelled = true};
     return {.hits = best.take(), .matchCount = matches.size()};
 }
 

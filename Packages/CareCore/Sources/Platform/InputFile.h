@@ -24,6 +24,9 @@ class InputFile {
 
     /// When it was opened.
     [[nodiscard]] std::uint64_t byteCount() const { return byteCount_; }
+    /// What it took on the disk then: less than its bytes where it is compressed, next to nothing
+    /// where it is one large hole.
+    [[nodiscard]] std::uint64_t bytesOnDisk() const { return bytesOnDisk_; }
     /// Fills a block with the next bytes; fewer than it has room for mean the end.
     [[nodiscard]] std::expected<std::size_t, SystemError> read(std::span<std::byte> into);
 
@@ -33,6 +36,7 @@ class InputFile {
 
     int descriptor_;
     std::uint64_t byteCount_;
+    std::uint64_t bytesOnDisk_ = 0;
 };
 
 } // namespace tidyro::platform

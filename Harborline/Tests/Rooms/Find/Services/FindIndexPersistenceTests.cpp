@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 
@@ -238,6 +239,23 @@ TEST(FindIndexPersistence, MakesNoRoomForWhatCannotBe) {
     EXPECT_EQ(claiming(32, 12), "The index is damaged (sizes).");
     EXPECT_EQ(claiming(40, 8), "The index is damaged (extra children).");
     EXPECT_EQ(claiming(96, 1), "The index is damaged (structure).") << "the root's path";
+}
+
+TEST(FindIndexPersistence, TakesAHoleForNoIndex) {
+    // Its head and its length agree, and all between is a hole that would fill the memory.
+    const FindIndexStorage storage = everythingOnce();
+    const std::string whole = bytesOf(storage);
+    constexpr std::uint64_t nameBytes = 1ULL << 30;
+    std::string head = whole.substr(0, 104);
+    std::memcpy(head.data() + 24, &nameBytes, sizeof nameBytes);
+    const TemporaryFolder place;
+    const FileURL url = FileURL::file(place / "index");
+    std::ofstream(url.path(), std::ios::binary) << head;
+    const std::uint64_t before = (storage.names.size() + 7) / 8 * 8;
+    std::filesystem::resize_file(url.path(), whole.size() - before + nameBytes);
+    const auto read = Persistence::read(url);
+    ASSERT_FALSE(read);
+    EXPECT_EQ(read.error(), Error{inconsistent("structure")});
 }
 
 TEST(FindIndexPersistence, ValidatesEveryLink) {

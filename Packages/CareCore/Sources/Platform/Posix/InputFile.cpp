@@ -17,12 +17,16 @@ std::expected<InputFile, SystemError> InputFile::open(const std::string& path) {
     struct stat status{};
     if (::fstat(opened, &status) != 0) return std::unexpected(SystemError{errno});
     if (!S_ISREG(status.st_mode)) return std::unexpected(SystemError{EINVAL});
+    constexpr std::uint64_t blockSize = 512; // of `st_blocks` on every system
     file.byteCount_ = static_cast<std::uint64_t>(status.st_size);
+    file.bytesOnDisk_ = static_cast<std::uint64_t>(status.st_blocks) * blockSize;
     return file;
 }
 
 InputFile::InputFile(InputFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)), byteCount_(other.byteCount_) {}
+    : descriptor_(std::exchange(other.descriptor_, -1)),
+      byteCount_(other.byteCount_),
+      bytesOnDisk_(other.bytesOnDisk_) {}
 
 InputFile::~InputFile() {
     if (descriptor_ >= 0) ::close(descriptor_);
