@@ -22,6 +22,7 @@ class BestHits {
     /// The same of one entry, by what is quickly known of it.
     [[nodiscard]] bool isOut(std::uint32_t entry, FindNameRank rank) const {
         if (!isFull_) return false;
+        if (isOut(rank)) return true;
         // Mostly the depth tells, and the length need not be read from memory.
         const std::uint64_t shortest = shortestKeyOf(entry, rank);
         const std::uint64_t worst = worst_ >> lowerKeyBits;

@@ -10,6 +10,8 @@ constexpr std::uint8_t directory = 1;
 constexpr std::uint8_t symlink = 2; ///< neither of the two: a file or something else
 constexpr std::uint8_t hidden = 4;  ///< itself, or in something hidden
 constexpr std::uint8_t system = 8;  ///< a folder of the operating system at the top, or in one
+constexpr std::uint8_t unread = 16; ///< a folder that was closed or left out: what it holds is not
+                                    ///< known, and it must not be taken for empty
 constexpr std::uint8_t deleted = 32;
 constexpr std::uint8_t notASCII = 64; ///< a byte of its name is 0x80 or above
 constexpr std::uint8_t package = 128; ///< a folder that people see as one thing

@@ -118,6 +118,7 @@ void FindIndexStorage::takeListed(Entry entry, const FindDirectoryListing& listi
 std::vector<FindIndexStorage::Entry>
 FindIndexStorage::replaceChildren(Entry of, const FindDirectoryListing& with) {
     ListedNames listed(with);
+    flags[of] &= static_cast<std::uint8_t>(~findflag::unread);
     for (const Entry child : children(of)) {
         if (is(child, findflag::deleted)) continue;
         if (const auto at = listed.take(name(child), is(child, findflag::directory), with)) {

@@ -67,6 +67,7 @@ FindIndexStorage::Entry FindIndexStorage::appendBlock(Entry folder,
     require(folder < count() && firstChild[folder] == none, "a folder has one block");
     const Entry first = appendEntries(folder, listing);
     firstChild[folder] = first;
+    flags[folder] &= static_cast<std::uint8_t>(~findflag::unread);
     return first;
 }
 

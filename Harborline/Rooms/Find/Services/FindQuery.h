@@ -45,7 +45,7 @@ struct FindQueryNode {
         size,   ///< from `least` to `most` bytes, both included
         date,   ///< modified from `least` to `most`, seconds since 1970, both included
         depth,  ///< below the root, from `least` to `most`; 255 stands for what is deeper, too
-        empty,  ///< a file of 0 bytes or a folder without entries
+        empty,  ///< a file of 0 bytes or a folder that was read and has no entries
         hidden, ///< hidden, by itself or by where it lies
         system, ///< of the operating system
         folder, ///< in the folder whose path is `names[0]`, or ends with it; at any depth

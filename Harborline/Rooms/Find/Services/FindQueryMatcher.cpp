@@ -187,6 +187,7 @@ struct FindQueryMatcher::Body {
 
     [[nodiscard]] bool isEmpty(Entry entry) const {
         if (!storage.is(entry, findflag::directory)) return storage.size(entry) == 0;
+        if (storage.is(entry, findflag::unread)) return false;
         bool isFilled = false;
         visitChildren(storage, entry, [&](Entry child) {
             isFilled = !storage.is(child, findflag::deleted);

@@ -22,8 +22,8 @@ namespace tidyro {
 ///   `FindTextTest`.
 /// - `ext` is what follows a full stop that does not begin the name: "a.tar.gz" has "gz" and
 ///   "tar.gz". Folders have extensions, too.
-/// - A folder that holds nothing but deleted entries is empty; so is one that was not read, because
-///   it was closed, lies on another volume or was asked to be left out.
+/// - A folder that holds nothing but deleted entries is empty. One that was not read is not: it was
+///   closed, lies on another volume or was to be left out.
 class FindQueryMatcher {
   public:
     /// The filter may be null.

@@ -23,8 +23,9 @@ namespace {
 
 using Storage = FindIndex::Storage;
 
-/// Matches up to this many are remembered: the next letter leaves some of them.
-constexpr std::size_t mostRemembered = 100'000;
+/// Matches up to this many are remembered: the next letter leaves some of them. Of more the filter
+/// rules out most just as soon.
+constexpr std::size_t mostRemembered = 20'000;
 /// In a smaller index everything is looked through faster than a filter is made.
 constexpr std::uint32_t fewEntries = 10'000;
 

@@ -168,6 +168,8 @@ TEST(FindQueryMatcher, PassesOverWhatIsDeleted) {
     storage.markDeleted(*storage.lookup("/home/ada/docs/src/clip.mp4"));
     EXPECT_EQ(found(storage, "main.cpp | clip | lib"), "src/main.cpp");
     EXPECT_EQ(found(storage, "empty: kind:folder"), "Mail.app | docs/hollow | docs/src");
+    storage.flags[*storage.lookup("/home/ada/docs/hollow")] |= findflag::unread;
+    EXPECT_EQ(found(storage, "empty: kind:folder"), "Mail.app | docs/src");
 }
 
 TEST(FindQueryMatcher, RanksByTheFirstTextThatStandsForItself) {

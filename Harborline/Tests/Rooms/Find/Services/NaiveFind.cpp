@@ -110,7 +110,9 @@ struct NaiveFind::Search {
         case Kind::size: return isBetween(storage.size(entry));
         case Kind::date: return isBetween(storage.mtime[entry]);
         case Kind::depth: return isBetween(std::min<std::size_t>(thing.above.size(), 255));
-        case Kind::empty: return isFolder ? !thing.isFilled : storage.size(entry) == 0;
+        case Kind::empty:
+            return isFolder ? !thing.isFilled && !storage.is(entry, findflag::unread)
+                            : storage.size(entry) == 0;
         case Kind::hidden: return thing.isHidden;
         case Kind::system: return thing.isSystem;
         case Kind::folder:
