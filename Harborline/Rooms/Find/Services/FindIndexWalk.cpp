@@ -91,8 +91,9 @@ void FindIndexWalk::work() {
     std::vector<FolderDescriptor> closing;
     std::unique_lock lock(indexLock_);
     for (;;) {
-        ready_.wait(
-            lock, [&] { return cancelled_ || failure_ || !jobs_.empty() || activeWorkers_ == 0; });
+        // Nothing stays open in the hands of one who waits: another may be out of files.
+        if (jobs_.empty()) closing.clear();
+        ready_.wait(lock, [&] { return isWorthWaking(reading); });
         if (isOver()) {
             ready_.notify_all();
             return;
@@ -108,6 +109,7 @@ void FindIndexWalk::work() {
         commit(reading, closing);
         if (hasWaited && !isOver()) threads_.takeOnStandIn();
         if (const auto progress = dueProgress(reading)) {
+            closing.clear();
             lock.unlock();
             report(*progress);
             lock.lock();
@@ -115,10 +117,16 @@ void FindIndexWalk::work() {
     }
 }
 
+/// Whether a worker has something to do, or everything is done.
+bool FindIndexWalk::isWorthWaking(const Reading& last) const {
+    if (cancelled_ || failure_) return true;
+    return jobs_.empty() ? !turns_.isAnyoneReading() : turns_.mayBegin(last.turn);
+}
+
 void FindIndexWalk::takeJob(Reading& reading) {
     reading.job = jobs_.back();
     jobs_.pop_back();
-    ++activeWorkers_;
+    turns_.begin(reading.turn);
     const Entry folder = reading.job.folder;
     reading.from = &openFolders_.folder(reading.job.from);
     reading.inherited = {.flags = storage_.flags[folder],
@@ -221,13 +229,13 @@ void FindIndexWalk::close(Reading& reading, SystemError error) {
 }
 
 void FindIndexWalk::commit(Reading& reading, std::vector<FolderDescriptor>& closing) {
-    --activeWorkers_;
     if (reading.modified) storage_.mtime[reading.job.folder] = *reading.modified;
     switch (reading.outcome) {
     case Outcome::unread: break;
     case Outcome::postponed:
-        // Others close files in the meantime; if nobody is left who could, it cannot go on.
-        if (activeWorkers_ == 0) return fail(FindIndexBuilder::Unreadable{reading.error});
+        if (!turns_.postpone(reading.turn)) {
+            return fail(FindIndexBuilder::Unreadable{reading.error});
+        }
         jobs_.insert(jobs_.begin(), reading.job);
         return;
     case Outcome::vanished: vanished_.push_back(reading.job.folder); break;
@@ -241,9 +249,11 @@ void FindIndexWalk::commit(Reading& reading, std::vector<FolderDescriptor>& clos
         append(reading);
         break;
     }
+    turns_.finish();
     closing.push_back(std::move(reading.folder));
     closing.push_back(openFolders_.release(reading.job.from));
-    if (jobs_.empty() && activeWorkers_ == 0) ready_.notify_all();
+    const bool isLast = jobs_.empty() && !turns_.isAnyoneReading();
+    if (isLast || turns_.hasAnyonePostponed()) ready_.notify_all();
 }
 
 void FindIndexWalk::append(Reading& reading) {

@@ -19,6 +19,7 @@
 #include "StorageEngine/DiskTree/FolderRoute.h"
 #include "StorageEngine/DiskTree/OpenFolders.h"
 #include "StorageEngine/DiskTree/PlaceTree.h"
+#include "StorageEngine/DiskTree/ReadingTurns.h"
 #include "StorageEngine/DiskTree/WalkThreads.h"
 
 namespace tidyro {
@@ -67,6 +68,7 @@ class FindIndexWalk {
 
     /// What a worker learns of one folder, gathered without the lock.
     struct Reading {
+        ReadingTurns::Turn turn;
         Job job;
         const platform::FolderDescriptor* from; ///< the open folder of `job.from`
         FolderRoute route;
@@ -84,6 +86,7 @@ class FindIndexWalk {
 
     void work();
     // Under the lock.
+    [[nodiscard]] bool isWorthWaking(const Reading& last) const;
     void takeJob(Reading& reading);
     void commit(Reading& reading, std::vector<platform::FolderDescriptor>& closing);
     void append(Reading& reading);
@@ -113,7 +116,7 @@ class FindIndexWalk {
     std::mutex indexLock_;
     std::condition_variable ready_;
     std::vector<Job> jobs_;
-    std::size_t activeWorkers_ = 0; ///< those with a folder that is not yet committed
+    ReadingTurns turns_;
     std::optional<FindIndexBuilder::Error> failure_;
     OpenFolders openFolders_;
     FindIndexStorage storage_;

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdlib>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #ifdef __linux__
@@ -64,6 +66,15 @@ std::string asOrdinaryUser(const std::function<std::string()>& work) {
         [] { return ::getuid() != 0 || (::setgid(nobody) == 0 && ::setuid(nobody) == 0); }, work);
     EXPECT_EQ(ended.status, 0);
     return ended.text;
+}
+
+bool leaveOpenFiles(unsigned count) {
+    rlim_t numbers = 0; // the limit is on descriptors' numbers, and some below it are taken
+    for (; count > 0; ++numbers) {
+        if (::fcntl(static_cast<int>(numbers), F_GETFD) < 0) --count;
+    }
+    const rlimit limit{.rlim_cur = numbers, .rlim_max = numbers};
+    return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
 #ifdef __linux__

@@ -20,6 +20,9 @@ namespace tidyro::testing {
 /// The same in a mount namespace of its own. None where that is not allowed; the test then skips.
 [[nodiscard]] std::optional<std::string> inMountNamespace(const std::function<std::string()>& work);
 
+/// Lets this process open so many files more than it has open now. Only in a child.
+[[nodiscard]] bool leaveOpenFiles(unsigned count);
+
 /// Mounts `source` at `target` inside `inMountNamespace`.
 [[nodiscard]] bool bindMount(const std::string& source, const std::string& target);
 

@@ -229,6 +229,34 @@ TEST(FindIndexBuilder, ReadsTreesDeeperThanAnyPathWithFewOpenFiles) {
     }
 }
 
+TEST(FindIndexBuilder, EndsWithFewerOpenFilesThanItsWorkersAskFor) {
+    const TemporaryFolder place;
+    for (int i = 0; i < 1'000; ++i) {
+        place.file(fmt::format("{}/{}/{}/file", i % 10, i / 10 % 10, i / 100), "1234");
+    }
+    const auto whole = pathsOf(built({.rootPath = place.path()}));
+    for (const auto& [spare, expected] : std::map<unsigned, std::string>{
+             {2, "Too many open files"}, // a way of two names takes two besides the root's
+             {3, "the same"},
+             {6, "the same"},
+             {9, "the same"},
+             {14, "the same"}}) {
+        EXPECT_EQ(testing::inChild([&] {
+                      ::alarm(30); // a walk that never ends is a failure, not a wait
+                      if (!testing::leaveOpenFiles(spare)) return std::string("no limit");
+                      const auto storage =
+                          FindIndexBuilder({.rootPath = place.path(), .workerCount = 12}).run();
+                      if (!storage) {
+                          return std::get<FindIndexBuilder::Unreadable>(storage.error())
+                              .error.description();
+                      }
+                      return std::string(pathsOf(*storage) == whole ? "the same" : "another tree");
+                  }),
+                  expected)
+            << spare;
+    }
+}
+
 TEST(FindIndexBuilder, LeavesOutWhatItIsToldTo) {
     const TemporaryFolder place;
     for (const char* name : {"a/x/1", "a/xy/2", "b/x/3", "b/deep/er/4", "c/5"}) place.file(name);

@@ -75,8 +75,9 @@ void DiskTreeWalk::work() {
     std::vector<FolderDescriptor> closing;
     std::unique_lock lock(mutex_);
     for (;;) {
-        ready_.wait(lock,
-                    [&] { return cancelled_ || failure_ || !jobs_.empty() || pending_ == 0; });
+        // Nothing stays open in the hands of one who waits: another may be out of files.
+        if (jobs_.empty()) closing.clear();
+        ready_.wait(lock, [&] { return isWorthWaking(reading); });
         if (cancelled_ || failure_ || jobs_.empty()) {
             ready_.notify_all();
             return;
@@ -93,6 +94,7 @@ void DiskTreeWalk::work() {
         const bool isWorthIt = !cancelled_ && !failure_ && !jobs_.empty();
         if (hasWaited && isWorthIt) threads_.takeOnStandIn();
         if (const auto progress = dueProgress(reading)) {
+            closing.clear();
             lock.unlock();
             report(*progress);
             lock.lock();
@@ -100,10 +102,16 @@ void DiskTreeWalk::work() {
     }
 }
 
+/// Whether a worker has something to do, or everything is done.
+bool DiskTreeWalk::isWorthWaking(const Reading& last) const {
+    if (cancelled_ || failure_) return true;
+    return jobs_.empty() ? !turns_.isAnyoneReading() : turns_.mayBegin(last.turn);
+}
+
 void DiskTreeWalk::takeJob(Reading& reading) {
     reading.job = jobs_.back();
     jobs_.pop_back();
-    ++pending_;
+    turns_.begin(reading.turn);
     reading.from = &openFolders_.folder(reading.job.from);
     reading.route.clear();
     const NodeNumber from = openFolders_.node(reading.job.from);
@@ -161,7 +169,6 @@ void DiskTreeWalk::close(Reading& reading, Outcome outcome, SystemError error) {
 
 void DiskTreeWalk::commit(Reading& reading, std::vector<FolderDescriptor>& closing) {
     const auto node = static_cast<std::size_t>(reading.job.index);
-    --pending_;
     if (reading.facts) {
         columns_.modified[node] = reading.facts->modified;
         columns_.accessed[node] = reading.facts->accessed;
@@ -169,8 +176,7 @@ void DiskTreeWalk::commit(Reading& reading, std::vector<FolderDescriptor>& closi
     switch (reading.outcome) {
     case Outcome::unread: break;
     case Outcome::postponed:
-        // Others close files in the meantime; if nobody is left who could, it cannot go on.
-        if (pending_ == 0) return fail(reading.error);
+        if (!turns_.postpone(reading.turn)) return fail(reading.error);
         jobs_.insert(jobs_.begin(), reading.job);
         return;
     case Outcome::vanished: vanished_.push_back(reading.job.index); break;
@@ -198,9 +204,11 @@ void DiskTreeWalk::commit(Reading& reading, std::vector<FolderDescriptor>& closi
         break;
     }
     }
+    turns_.finish();
     closing.push_back(std::move(reading.folder));
     closing.push_back(openFolders_.release(reading.job.from));
-    if (jobs_.empty() && pending_ == 0) ready_.notify_all();
+    const bool isLast = jobs_.empty() && !turns_.isAnyoneReading();
+    if (isLast || turns_.hasAnyonePostponed()) ready_.notify_all();
 }
 
 void DiskTreeWalk::pushDescents(Reading& reading, NodeNumber firstChild) {

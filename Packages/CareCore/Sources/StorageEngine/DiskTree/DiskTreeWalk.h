@@ -19,6 +19,7 @@
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
 #include "StorageEngine/DiskTree/FolderRoute.h"
 #include "StorageEngine/DiskTree/OpenFolders.h"
+#include "StorageEngine/DiskTree/ReadingTurns.h"
 #include "StorageEngine/DiskTree/WalkThreads.h"
 
 namespace tidyro {
@@ -69,6 +70,7 @@ class DiskTreeWalk {
 
     /// What a worker learns of one folder, gathered without the lock.
     struct Reading {
+        ReadingTurns::Turn turn;
         Job job;
         const platform::FolderDescriptor* from; ///< the open folder of `job.from`
         FolderRoute route;                      ///< from there
@@ -81,6 +83,7 @@ class DiskTreeWalk {
 
     void work();
     // Under the lock.
+    [[nodiscard]] bool isWorthWaking(const Reading& last) const;
     void takeJob(Reading& reading);
     void commit(Reading& reading, std::vector<platform::FolderDescriptor>& closing);
     void pushDescents(Reading& reading, NodeNumber firstChild);
@@ -115,7 +118,7 @@ class DiskTreeWalk {
     std::mutex mutex_;
     std::condition_variable ready_;
     std::vector<Job> jobs_;
-    std::size_t pending_ = 0; ///< folders taken but not yet committed
+    ReadingTurns turns_;
     std::optional<SystemError> failure_;
     OpenFolders openFolders_;
     SeenSet seenHardLinks_;

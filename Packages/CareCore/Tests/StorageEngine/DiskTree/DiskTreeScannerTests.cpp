@@ -246,6 +246,32 @@ TEST(DiskTreeScanner, ReadsTreesDeeperThanAnyPathWithFewOpenFiles) {
     }
 }
 
+TEST(DiskTreeScanner, EndsWithFewerOpenFilesThanItsWorkersAskFor) {
+    const TemporaryFolder place;
+    for (int i = 0; i < 1'000; ++i) {
+        place.file(fmt::format("{}/{}/{}/file", i % 10, i / 10 % 10, i / 100), "1234");
+    }
+    const auto whole = facts(scanned(place.path()));
+    for (const auto& [spare, expected] : std::map<unsigned, std::string>{
+             {2, "Too many open files"}, // a way of two names takes two besides the root's
+             {3, "the same"},
+             {6, "the same"},
+             {9, "the same"},
+             {14, "the same"}}) {
+        EXPECT_EQ(
+            testing::inChild([&] {
+                ::alarm(30); // a walk that never ends is a failure, not a wait
+                if (!testing::leaveOpenFiles(spare)) return std::string("no limit");
+                const auto tree = DiskTreeScanner(12).scan(FileURL::folder(place.path()));
+                if (!tree)
+                    return std::get<DiskTreeScanner::Unreadable>(tree.error()).error.description();
+                return std::string(facts(*tree) == whole ? "the same" : "another tree");
+            }),
+            expected)
+            << spare;
+    }
+}
+
 TEST(DiskTreeScanner, LeavesOutWhatItIsToldToSkip) {
     const TemporaryFolder place;
     for (const char* name : {"a/x/1", "a/xy/2", "b/x/3", "b/deep/er/4"}) place.file(name, "x");

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tidyro {
+
+/// Who of a walk's workers is reading, so that a worker for whom there was no file left to open
+/// knows when to try again, and when to give up.
+///
+/// It puts its folder back and waits until somebody has finished one, since that closes files.
+/// That nobody else is reading when it fails does not yet mean that nobody can help: the other may
+/// have ended only now. And that somebody is reading does not mean that he will: two that fail in
+/// turn would keep each other trying for ever. Only a reading that was alone from its beginning to
+/// its end proves that the walk cannot go on.
+///
+///     ready.wait(lock, [&] { return !jobs.empty() && turns.mayBegin(turn); });
+///     turns.begin(turn);
+///     // reads without the lock
+///     if (!hasRunOut) turns.finish();
+///     else if (turns.postpone(turn)) jobs.insert(jobs.begin(), job);
+///     else fail();
+///
+/// The walk's lock guards all of it. A worker that is not reading keeps nothing open of what it
+/// read before, or those who wait would wait for that.
+class ReadingTurns {
+  public:
+    /// The last reading of one worker.
+    struct Turn {
+        std::uint64_t number = 0;         ///< among all readings
+        std::uint64_t finishedBefore = 0; ///< how many folders were done with when it began
+        bool beganAlone = false;
+        bool isPostponed = false;
+    };
+
+    /// Whether it makes sense that this worker takes another folder now.
+    [[nodiscard]] bool mayBegin(const Turn& last) const {
+        return !last.isPostponed || finished_ != last.finishedBefore || active_ == 0;
+    }
+    void begin(Turn& turn) {
+        if (turn.isPostponed) --postponed_;
+        turn = {.number = ++begun_, .finishedBefore = finished_, .beganAlone = active_ == 0};
+        ++active_;
+    }
+    /// The folder is done with, read or not. Those who postponed theirs are then to be woken.
+    void finish() {
+        --active_;
+        ++finished_;
+    }
+    /// The folder could not be opened for want of files. False when there is no sense in trying
+    /// again.
+    [[nodiscard]] bool postpone(Turn& turn) {
+        --active_;
+        ++postponed_;
+        turn.isPostponed = true;
+        return !turn.beganAlone || begun_ != turn.number;
+    }
+
+    [[nodiscard]] bool isAnyoneReading() const { return active_ > 0; }
+    [[nodiscard]] bool hasAnyonePostponed() const { return postponed_ > 0; }
+
+  private:
+    std::uint64_t begun_ = 0;
+    std::uint64_t finished_ = 0;
+    std::size_t active_ = 0;    ///< those who have begun and neither finished nor postponed
+    std::size_t postponed_ = 0; ///< those who postponed and have not begun again
+};
+
+} // namespace tidyro
