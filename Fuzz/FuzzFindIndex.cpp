@@ -2,6 +2,8 @@
 // The first byte says what is made of the rest: nothing, or changes to a file that is sound.
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <span>
 #include <string>
 #include <string_view>
@@ -17,10 +19,14 @@ using namespace tidyro;
 
 const std::string& soundFile() {
     static const std::string bytes = [] {
-        const FileURL url = FileURL::file("/tmp/tidyro-fuzz-find-index/index");
+        std::string folder = (std::filesystem::temp_directory_path() / "tidyro-XXXXXX").string();
+        require(::mkdtemp(folder.data()) != nullptr, "no folder for the sample");
+        const FileURL url = FileURL::file(folder + "/index");
         require(FindIndexPersistence::write(testing::everythingOnce(), {}, url).has_value(),
                 "the sample is not written");
-        return platform::readWholeFile(url.path(), 1U << 20).value_or("");
+        std::string whole = platform::readWholeFile(url.path(), 1U << 20).value_or("");
+        std::filesystem::remove_all(folder);
+        return whole;
     }();
     return bytes;
 }

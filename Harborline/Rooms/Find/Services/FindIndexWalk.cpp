@@ -141,6 +141,7 @@ void FindIndexWalk::takeJob(Reading& reading) {
 void FindIndexWalk::read(Reading& reading, FindDirectoryReader& reader) {
     reading.block.begin(reading.inherited);
     reading.descents.clear();
+    reading.leftOut.clear();
     reading.skipped = 0;
     reading.modified.reset();
     reading.outcome = Outcome::read;
@@ -187,7 +188,7 @@ void FindIndexWalk::take(Reading& reading, const FolderDescriptor& folder) {
                 {.slot = before + static_cast<std::uint32_t>(i), .places = place});
             continue;
         }
-        ++reading.skipped;
+        reading.leftOut.push_back(before + static_cast<std::uint32_t>(i));
         // Looking at a mount point may wake a server that never answers.
         const bool isMountPoint = listing.mountPoints[i] ||
                                   (place != nullptr && place->mark == PlaceTree::Mark::mountPoint);
@@ -231,7 +232,7 @@ void FindIndexWalk::close(Reading& reading, SystemError error) {
 void FindIndexWalk::commit(Reading& reading, std::vector<FolderDescriptor>& closing) {
     if (reading.modified) storage_.mtime[reading.job.folder] = *reading.modified;
     switch (reading.outcome) {
-    case Outcome::unread: break;
+    case Outcome::unread: markUnread(reading.job.folder); break;
     case Outcome::postponed:
         if (!turns_.postpone(reading.turn)) {
             return fail(FindIndexBuilder::Unreadable{reading.error});
@@ -239,9 +240,13 @@ void FindIndexWalk::commit(Reading& reading, std::vector<FolderDescriptor>& clos
         jobs_.insert(jobs_.begin(), reading.job);
         return;
     case Outcome::vanished: vanished_.push_back(reading.job.folder); break;
-    case Outcome::mountPoint: ++progress_.skipped; break;
+    case Outcome::mountPoint:
+        markUnread(reading.job.folder);
+        ++progress_.skipped;
+        break;
     case Outcome::denied:
         if (reading.job.folder == 0) return fail(FindIndexBuilder::Unreadable{reading.error});
+        markUnread(reading.job.folder);
         ++storage_.deniedCount;
         break;
     case Outcome::read:
@@ -256,11 +261,14 @@ void FindIndexWalk::commit(Reading& reading, std::vector<FolderDescriptor>& clos
     if (isLast || turns_.hasAnyonePostponed()) ready_.notify_all();
 }
 
+void FindIndexWalk::markUnread(Entry folder) { storage_.flags[folder] |= findflag::unread; }
+
 void FindIndexWalk::append(Reading& reading) {
     progress_.items += reading.block.count();
-    progress_.skipped += reading.skipped;
+    progress_.skipped += reading.skipped + static_cast<std::int64_t>(reading.leftOut.size());
     ++progress_.folders;
     const Entry first = reading.block.moveInto(storage_, reading.job.folder);
+    for (const std::uint32_t slot : reading.leftOut) markUnread(first + slot);
     pushDescents(reading, first);
 }
 
@@ -302,9 +310,10 @@ std::optional<FindIndexBuilder::Progress> FindIndexWalk::dueProgress(const Readi
 
 void FindIndexWalk::report(const FindIndexBuilder::Progress& progress) {
     // A handler slower than the interval misses reports, rather than holding up the walk.
-    if (const std::unique_lock once(reporting_, std::try_to_lock); once.owns_lock()) {
-        progressHandler_(progress);
-    }
+    const std::unique_lock once(reporting_, std::try_to_lock);
+    if (!once.owns_lock() || progress.items < reportedItems_) return; // a later one was quicker
+    reportedItems_ = progress.items;
+    progressHandler_(progress);
 }
 
 std::expected<FindIndexStorage, FindIndexBuilder::Error> FindIndexWalk::finish() {

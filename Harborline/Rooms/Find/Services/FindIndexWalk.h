@@ -81,7 +81,8 @@ class FindIndexWalk {
         FindDirectoryListing kept;    ///< of that part, without what is skipped
         FindIndexBlock block;
         std::vector<Descent> descents;
-        std::int64_t skipped;
+        std::vector<std::uint32_t> leftOut; ///< slots of folders that are listed, but not entered
+        std::int64_t skipped;               ///< not even listed
     };
 
     void work();
@@ -90,6 +91,7 @@ class FindIndexWalk {
     void takeJob(Reading& reading);
     void commit(Reading& reading, std::vector<platform::FolderDescriptor>& closing);
     void append(Reading& reading);
+    void markUnread(Entry folder);
     void pushDescents(Reading& reading, Entry first);
     void fail(FindIndexBuilder::Error error);
     [[nodiscard]] std::optional<FindIndexBuilder::Progress> dueProgress(const Reading& reading);
@@ -126,6 +128,7 @@ class FindIndexWalk {
     WalkThreads threads_;
 
     std::mutex reporting_; ///< one progress report at a time
+    std::int64_t reportedItems_ = 0;
 };
 
 } // namespace tidyro

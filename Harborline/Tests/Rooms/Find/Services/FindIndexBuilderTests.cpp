@@ -183,6 +183,15 @@ TEST(FindIndexBuilder, RefusesARootThatIsNoReadableFolder) {
               "closed");
 }
 
+/// The folders whose contents are not known, by name.
+std::string unreadFolders(const FindIndexStorage& storage) {
+    std::string names;
+    for (std::uint32_t entry = 0; entry < storage.count(); ++entry) {
+        if (storage.is(entry, findflag::unread)) names += std::string(storage.name(entry)) + ";";
+    }
+    return names;
+}
+
 TEST(FindIndexBuilder, CountsFoldersThatAreClosed) {
     const TemporaryFolder place;
     for (const char* name : {"open", "closed", "listed only"}) {
@@ -193,11 +202,14 @@ TEST(FindIndexBuilder, CountsFoldersThatAreClosed) {
     place.permissions("listed only", 0744);
     EXPECT_EQ(testing::asOrdinaryUser([&] {
                   const auto storage = built({.rootPath = place.path()});
-                  return fmt::format("{} denied, {} bytes, {} entries, {}", storage.deniedCount,
-                                     storage.size(0), storage.count(),
-                                     storage.mtime[*storage.lookup(place / "closed")]);
+                  const bool isMarked =
+                      storage.is(*storage.lookup(place / "closed"), findflag::unread);
+                  return fmt::format("{} denied, {} bytes, {} entries, {}, {}, {}",
+                                     storage.deniedCount, storage.size(0), storage.count(),
+                                     storage.mtime[*storage.lookup(place / "closed")], isMarked,
+                                     unreadFolders(storage).size());
               }),
-              "2 denied, 4 bytes, 5 entries, 77");
+              "2 denied, 4 bytes, 5 entries, 77, true, 19");
 }
 
 TEST(FindIndexBuilder, ReadsTreesDeeperThanAnyPathWithFewOpenFiles) {
@@ -274,6 +286,7 @@ TEST(FindIndexBuilder, LeavesOutWhatItIsToldTo) {
     EXPECT_THAT(pathsOf(*storage),
                 ElementsAre("/b", "/b/deep", "/b/deep/er", "/b/x", "/c", "/c/5"));
     EXPECT_GT(storage->mtime[*storage->lookup(place / "b/x")], 1'000'000'000U);
+    EXPECT_EQ(unreadFolders(*storage), "x;") << "not deep/er, which was read and has nothing left";
     ASSERT_EQ(reports.size(), 5U);
     EXPECT_EQ(reports.back().items, 6);
     EXPECT_EQ(reports.back().folders, 5);
@@ -333,11 +346,11 @@ TEST(FindIndexBuilder, StaysOnTheVolumeOfItsRoot) {
             return std::string("no mount");
         }
         const auto storage = built({.rootPath = place / "tree"});
-        return fmt::format("{} entries, {} bytes, {} denied", storage.count(), storage.size(0),
-                           storage.deniedCount);
+        return fmt::format("{} entries, {} bytes, {} denied, unread {}", storage.count(),
+                           storage.size(0), storage.deniedCount, unreadFolders(storage));
     });
     if (!told) GTEST_SKIP() << "mount namespaces need root";
-    EXPECT_EQ(*told, "2 entries, 0 bytes, 0 denied");
+    EXPECT_EQ(*told, "2 entries, 0 bytes, 0 denied, unread mounted;");
 }
 
 TEST(FindDirectoryReader, ReadsAFolderWithTheDatesOfThoseInIt) {
