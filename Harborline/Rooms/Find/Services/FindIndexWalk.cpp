@@ -310,10 +310,9 @@ std::optional<FindIndexBuilder::Progress> FindIndexWalk::dueProgress(const Readi
 
 void FindIndexWalk::report(const FindIndexBuilder::Progress& progress) {
     // A handler slower than the interval misses reports, rather than holding up the walk.
-    const std::unique_lock once(reporting_, std::try_to_lock);
-    if (!once.owns_lock() || progress.items < reportedItems_) return; // a later one was quicker
-    reportedItems_ = progress.items;
-    progressHandler_(progress);
+    if (const std::unique_lock once(reporting_, std::try_to_lock); once.owns_lock()) {
+        progressHandler_(progress);
+    }
 }
 
 std::expected<FindIndexStorage, FindIndexBuilder::Error> FindIndexWalk::finish() {

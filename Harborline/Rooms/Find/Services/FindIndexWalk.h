@@ -128,7 +128,6 @@ class FindIndexWalk {
     WalkThreads threads_;
 
     std::mutex reporting_; ///< one progress report at a time
-    std::int64_t reportedItems_ = 0;
 };
 
 } // namespace tidyro

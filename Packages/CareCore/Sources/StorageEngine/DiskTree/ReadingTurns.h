@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace tidyro {
 
@@ -9,10 +11,12 @@ namespace tidyro {
 /// knows when to try again, and when to give up.
 ///
 /// It puts its folder back and waits until somebody has finished one, since that closes files.
-/// That nobody else is reading when it fails does not yet mean that nobody can help: the other may
-/// have ended only now. And that somebody is reading does not mean that he will: two that fail in
-/// turn would keep each other trying for ever. Only a reading that was alone from its beginning to
-/// its end proves that the walk cannot go on.
+/// That nobody else is reading when it fails does not mean that nobody can help: the other may have
+/// ended only now. That somebody is reading does not mean that he will: two that fail in turn would
+/// keep each other trying for ever. So what counts is a reading that failed though it was alone
+/// from its beginning to its end. Even then something else may have had a file open in passing, as
+/// the system's library does when a thread first asks for memory: the walk gives up once it has
+/// come no further in that way for a while.
 ///
 ///     ready.wait(lock, [&] { return !jobs.empty() && turns.mayBegin(turn); });
 ///     turns.begin(turn);
@@ -46,6 +50,7 @@ class ReadingTurns {
     void finish() {
         --active_;
         ++finished_;
+        outOfFilesSince_.reset();
     }
     /// The folder could not be opened for want of files. False when there is no sense in trying
     /// again.
@@ -53,17 +58,27 @@ class ReadingTurns {
         --active_;
         ++postponed_;
         turn.isPostponed = true;
-        return !turn.beganAlone || begun_ != turn.number;
+        const bool wasAlone = turn.beganAlone && begun_ == turn.number;
+        if (!wasAlone) return true;
+        const auto now = Clock::now();
+        if (!outOfFilesSince_) outOfFilesSince_ = now;
+        return now - *outOfFilesSince_ < patience;
     }
 
     [[nodiscard]] bool isAnyoneReading() const { return active_ > 0; }
     [[nodiscard]] bool hasAnyonePostponed() const { return postponed_ > 0; }
 
   private:
+    using Clock = std::chrono::steady_clock;
+    /// Far longer than a file is open in passing, even when its thread is held up.
+    static constexpr std::chrono::milliseconds patience{200};
+
     std::uint64_t begun_ = 0;
     std::uint64_t finished_ = 0;
     std::size_t active_ = 0;    ///< those who have begun and neither finished nor postponed
     std::size_t postponed_ = 0; ///< those who postponed and have not begun again
+    /// The first of the readings that failed alone since a folder was last finished.
+    std::optional<Clock::time_point> outOfFilesSince_;
 };
 
 } // namespace tidyro
