@@ -35,7 +35,7 @@ class FindIndexBuilder {
         std::int64_t items = 0;
         std::int64_t folders = 0;
         std::int64_t skipped = 0; ///< left out by the options, or mounted from elsewhere
-        std::string currentPath;
+        std::string currentPath;  ///< the folder read last; the root once everything is read
     };
     using ProgressHandler = std::function<void(const Progress&)>;
 
@@ -56,7 +56,8 @@ class FindIndexBuilder {
 
     explicit FindIndexBuilder(Options options) : options_(std::move(options)) {}
 
-    /// `progress` is called from the builder's threads, never from two at once.
+    /// `progress` is called from threads of the builder, never from two at once and never with less
+    /// than before; once everything is read, the caller's thread calls it a last time with it all.
     [[nodiscard]] std::expected<FindIndexStorage, Error>
     run(const ProgressHandler& progress = nullptr, const CancelToken& cancel = {}) const;
 

@@ -108,11 +108,9 @@ void FindIndexWalk::work() {
         lock.lock();
         commit(reading, closing);
         if (hasWaited && !isOver()) threads_.takeOnStandIn();
-        if (const auto progress = dueProgress(reading)) {
+        if (isProgressDue()) {
             closing.clear();
-            lock.unlock();
-            report(*progress);
-            lock.lock();
+            report(reading, lock);
         }
     }
 }
@@ -296,28 +294,35 @@ void FindIndexWalk::fail(FindIndexBuilder::Error error) {
     ready_.notify_all();
 }
 
-std::optional<FindIndexBuilder::Progress> FindIndexWalk::dueProgress(const Reading& reading) {
-    if (!progressHandler_) return std::nullopt;
-    const auto now = Clock::now();
-    if (std::chrono::duration<double>(now - lastProgressAt_).count() < progressInterval_) {
-        return std::nullopt;
-    }
-    lastProgressAt_ = now;
-    FindIndexBuilder::Progress progress = progress_;
-    progress.currentPath = storage_.path(reading.job.folder);
-    return progress;
+bool FindIndexWalk::isProgressDue() const {
+    if (!progressHandler_) return false;
+    const std::chrono::duration<double> since = Clock::now() - lastProgressAt_;
+    return since.count() >= progressInterval_;
 }
 
-void FindIndexWalk::report(const FindIndexBuilder::Progress& progress) {
-    // A handler slower than the interval misses reports, rather than holding up the walk.
-    if (const std::unique_lock once(reporting_, std::try_to_lock); once.owns_lock()) {
-        progressHandler_(progress);
-    }
+/// Without the lock while the handler runs.
+void FindIndexWalk::report(const Reading& reading, std::unique_lock<std::mutex>& lock) {
+    // Taken before the record is copied: an older one is never reported after a newer one. A
+    // handler slower than the interval misses reports, rather than holding up the walk.
+    std::unique_lock once(reporting_, std::try_to_lock);
+    if (!once.owns_lock()) return;
+    lastProgressAt_ = Clock::now();
+    FindIndexBuilder::Progress progress = progress_;
+    progress.currentPath = storage_.path(reading.job.folder);
+    lock.unlock();
+    progressHandler_(progress);
+    once.unlock();
+    lock.lock();
 }
 
 std::expected<FindIndexStorage, FindIndexBuilder::Error> FindIndexWalk::finish() {
     if (cancelled_) return std::unexpected(CancellationError{});
     if (failure_) return std::unexpected(*failure_);
+    if (progressHandler_) {
+        FindIndexBuilder::Progress progress = progress_;
+        progress.currentPath = storage_.rootPath;
+        progressHandler_(progress);
+    }
     // Their places stay taken: the numbers of all others are in use by now.
     for (const Entry entry : vanished_) storage_.markDeleted(entry);
     storage_.aggregateFolderSizes();

@@ -94,7 +94,8 @@ class FindIndexWalk {
     void markUnread(Entry folder);
     void pushDescents(Reading& reading, Entry first);
     void fail(FindIndexBuilder::Error error);
-    [[nodiscard]] std::optional<FindIndexBuilder::Progress> dueProgress(const Reading& reading);
+    [[nodiscard]] bool isProgressDue() const;
+    void report(const Reading& reading, std::unique_lock<std::mutex>& lock);
     [[nodiscard]] bool isOver() const { return cancelled_ || failure_ || jobs_.empty(); }
     // Without the lock.
     void read(Reading& reading, FindDirectoryReader& reader);
@@ -102,7 +103,6 @@ class FindIndexWalk {
     void take(Reading& reading, const platform::FolderDescriptor& folder);
     void leaveOutSkipped(Reading& reading) const;
     void close(Reading& reading, SystemError error);
-    void report(const FindIndexBuilder::Progress& progress);
 
     [[nodiscard]] std::expected<FindIndexStorage, FindIndexBuilder::Error> finish();
 

@@ -1,6 +1,7 @@
 // Indexes of real trees.
 #include "Rooms/Find/Services/FindIndexBuilder.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
@@ -287,11 +288,26 @@ TEST(FindIndexBuilder, LeavesOutWhatItIsToldTo) {
                 ElementsAre("/b", "/b/deep", "/b/deep/er", "/b/x", "/c", "/c/5"));
     EXPECT_GT(storage->mtime[*storage->lookup(place / "b/x")], 1'000'000'000U);
     EXPECT_EQ(unreadFolders(*storage), "x;") << "not deep/er, which was read and has nothing left";
-    ASSERT_EQ(reports.size(), 5U);
+    ASSERT_EQ(reports.size(), 6U) << "one for each folder, and the last";
     EXPECT_EQ(reports.back().items, 6);
     EXPECT_EQ(reports.back().folders, 5);
     EXPECT_EQ(reports.back().skipped, 3) << "a, b/deep/er/4 and the contents of b/x";
     EXPECT_EQ(reports.front().currentPath, place.path());
+}
+
+TEST(FindIndexBuilder, NeverReportsLessThanBeforeAndAllAtTheEnd) {
+    const TemporaryFolder place;
+    for (int i = 0; i < 400; ++i) place.folder(fmt::format("{}/{}", i % 20, i));
+    std::vector<std::int64_t> folders; // without a lock: never two reports at once
+    for (int round = 0; round < 20; ++round) {
+        folders.clear();
+        const auto storage = walked(place.path(), 8, nullptr, [&](const auto& progress) {
+            folders.push_back(progress.folders);
+        });
+        ASSERT_TRUE(storage);
+        EXPECT_TRUE(std::ranges::is_sorted(folders));
+        EXPECT_EQ(folders.back(), 421);
+    }
 }
 
 TEST(FindIndexBuilder, LeavesOutWhatVanishesMeanwhile) {

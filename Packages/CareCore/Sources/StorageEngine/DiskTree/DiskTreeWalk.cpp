@@ -93,11 +93,9 @@ void DiskTreeWalk::work() {
         commit(reading, closing);
         const bool isWorthIt = !cancelled_ && !failure_ && !jobs_.empty();
         if (hasWaited && isWorthIt) threads_.takeOnStandIn();
-        if (const auto progress = dueProgress(reading)) {
+        if (isProgressDue()) {
             closing.clear();
-            lock.unlock();
-            report(*progress);
-            lock.lock();
+            report(reading, lock);
         }
     }
 }
@@ -247,24 +245,26 @@ void DiskTreeWalk::fail(SystemError error) {
     ready_.notify_all();
 }
 
-std::optional<DiskTreeScanner::Progress> DiskTreeWalk::dueProgress(const Reading& reading) {
-    if (!progressHandler_) return std::nullopt;
-    const auto now = Clock::now();
-    if (std::chrono::duration<double>(now - lastProgressAt_).count() < progressInterval_) {
-        return std::nullopt;
-    }
-    lastProgressAt_ = now;
+bool DiskTreeWalk::isProgressDue() const {
+    if (!progressHandler_) return false;
+    const std::chrono::duration<double> since = Clock::now() - lastProgressAt_;
+    return since.count() >= progressInterval_;
+}
+
+/// Without the lock while the handler runs.
+void DiskTreeWalk::report(const Reading& reading, std::unique_lock<std::mutex>& lock) {
+    // Taken before the record is copied: an older one is never reported after a newer one. A
+    // handler slower than the interval misses reports, rather than holding up the scan.
+    std::unique_lock once(reporting_, std::try_to_lock);
+    if (!once.owns_lock()) return;
+    lastProgressAt_ = Clock::now();
     DiskTreeScanner::Progress progress = progress_;
     progress.currentPath = pathSoFar(reading.job.index);
     progress.elapsed = elapsed();
-    return progress;
-}
-
-void DiskTreeWalk::report(const DiskTreeScanner::Progress& progress) {
-    // A handler slower than the interval misses reports, rather than holding up the scan.
-    if (const std::unique_lock once(reporting_, std::try_to_lock); once.owns_lock()) {
-        progressHandler_(progress);
-    }
+    lock.unlock();
+    progressHandler_(progress);
+    once.unlock();
+    lock.lock();
 }
 
 std::string_view DiskTreeWalk::nameSoFar(NodeNumber node) const {

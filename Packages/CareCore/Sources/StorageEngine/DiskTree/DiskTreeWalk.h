@@ -88,13 +88,13 @@ class DiskTreeWalk {
     void commit(Reading& reading, std::vector<platform::FolderDescriptor>& closing);
     void pushDescents(Reading& reading, NodeNumber firstChild);
     [[nodiscard]] bool fits(const DiskTreeBatch& batch) const;
-    [[nodiscard]] std::optional<DiskTreeScanner::Progress> dueProgress(const Reading& reading);
+    [[nodiscard]] bool isProgressDue() const;
+    void report(const Reading& reading, std::unique_lock<std::mutex>& lock);
     void fail(SystemError error);
     // Without the lock.
     void read(Reading& reading, platform::FolderLister& lister);
     void open(Reading& reading);
     void close(Reading& reading, Outcome outcome, SystemError error);
-    void report(const DiskTreeScanner::Progress& progress);
 
     void appendRoot();
     [[nodiscard]] std::string pathSoFar(NodeNumber node) const;
