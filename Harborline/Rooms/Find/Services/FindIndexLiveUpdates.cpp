@@ -40,13 +40,7 @@ class ListedNames {
 FindDirectoryListing remaining(const FindDirectoryListing& listing, const ListedNames& names) {
     FindDirectoryListing left;
     for (std::size_t i = 0; i < listing.count(); ++i) {
-        if (names.isDone(i)) continue;
-        left.append({.name = listing.name(i),
-                     .type = listing.types[i],
-                     .size = listing.sizes[i],
-                     .mtime = listing.mtimes[i],
-                     .bsdFlags = listing.bsdFlags[i],
-                     .isMountPoint = listing.mountPoints[i]});
+        if (!names.isDone(i)) left.append(listing.entry(i));
     }
     return left;
 }

@@ -19,15 +19,6 @@ constexpr std::size_t entriesOfAPart = 1'024;
 /// Open folders are counted with the tree's numbers, which are signed; they are only kept there.
 NodeNumber nodeOf(FindIndexStorage::Entry entry) { return static_cast<NodeNumber>(entry); }
 
-FindDirectoryListing::Entry entryAt(const FindDirectoryListing& listing, std::size_t i) {
-    return {.name = listing.name(i),
-            .type = listing.types[i],
-            .size = listing.sizes[i],
-            .mtime = listing.mtimes[i],
-            .bsdFlags = listing.bsdFlags[i],
-            .isMountPoint = listing.mountPoints[i]};
-}
-
 /// Room that costs nothing until it is written to, enough for each column to be a block of its own
 /// from the start. Small blocks would move through the memory of one thread after another as they
 /// grow, and leave holes in each.
@@ -204,7 +195,7 @@ void FindIndexWalk::leaveOutSkipped(Reading& reading) const {
         if (place != nullptr && place->mark == PlaceTree::Mark::skipped) {
             ++reading.skipped;
         } else {
-            reading.kept.append(entryAt(reading.listing, i));
+            reading.kept.append(reading.listing.entry(i));
         }
     }
 }
