@@ -1,6 +1,7 @@
 #include "Rooms/Find/Services/FindSearchEngine.h"
 
 #include <atomic>
+#include <new>
 #include <optional>
 #include <set>
 #include <stop_token>
@@ -55,7 +56,8 @@ class FilterMaker {
     std::shared_ptr<const FindBlockFilter> filter(const Storage& of, std::uint64_t generation) {
         if (generation == generation_) {
             begin(of, generation);
-            return made_ != nullptr && made_->isReady ? made_->filter : nullptr;
+            const bool isThere = made_ != nullptr && made_->isReady && made_->filter != nullptr;
+            return isThere && made_->filter->covered() <= of->count() ? made_->filter : nullptr;
         }
         leave(generation);
         return nullptr;
@@ -68,9 +70,7 @@ class FilterMaker {
         try {
             thread_.emplace("Tidyro name filter", platform::Quality::utility,
                             [storage = of, made = made_, cancel = stop_.get_token()] {
-                                made->filter =
-                                    std::make_shared<const FindBlockFilter>(*storage, cancel);
-                                made->isReady = true;
+                                make(*made, *storage, cancel);
                             });
         } catch (const std::system_error&) {
             // No thread is to be had: searches go on without.
@@ -78,6 +78,20 @@ class FilterMaker {
     }
 
   private:
+    struct Made {
+        std::shared_ptr<const FindBlockFilter> filter;
+        std::atomic<bool> isReady = false; ///< `filter` is not touched before and not changed after
+    };
+
+    static void make(Made& made, const FindIndexStorage& of, const CancelToken& cancel) {
+        try {
+            made.filter = std::make_shared<const FindBlockFilter>(of, cancel);
+            made.isReady = true;
+        } catch (const std::bad_alloc&) {
+            // No memory is to be had: searches go on without.
+        }
+    }
+
     /// What there is of another index goes.
     void leave(std::uint64_t generation) {
         stop_.request_stop();
@@ -86,11 +100,6 @@ class FilterMaker {
         made_ = nullptr;
         generation_ = generation;
     }
-
-    struct Made {
-        std::shared_ptr<const FindBlockFilter> filter;
-        std::atomic<bool> isReady = false; ///< `filter` is not touched before and not changed after
-    };
 
     std::optional<std::uint64_t> generation_;
     std::shared_ptr<Made> made_;
