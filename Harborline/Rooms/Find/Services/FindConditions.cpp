@@ -240,7 +240,7 @@ Condition FindConditions::condition(const FindQueryToken& word) {
         return std::nullopt;
     }
     ++wordCount_;
-    if (auto condition = fieldCondition(word)) return *std::move(condition);
+    if (auto condition = fieldCondition(word)) return condition;
     return textCondition(word.text, {});
 }
 

@@ -73,7 +73,7 @@ class FilterMaker {
                                 make(*made, *storage, cancel);
                             });
         } catch (const std::system_error&) {
-            // No thread is to be had: searches go on without.
+            thread_.reset(); // none is to be had: searches go on without
         }
     }
 
@@ -88,7 +88,7 @@ class FilterMaker {
             made.filter = std::make_shared<const FindBlockFilter>(of, cancel);
             made.isReady = true;
         } catch (const std::bad_alloc&) {
-            // No memory is to be had: searches go on without.
+            made.filter = nullptr; // no memory is to be had: searches go on without
         }
     }
 
@@ -193,7 +193,8 @@ void FindSearchEngine::prepare(const FindIndex& index) {
 FindSearchResult FindSearchEngine::search(std::string_view query, const Question& question) {
     const auto [storage, generation] = momentOf(question.in);
     // An index that was replaced must not be kept for what a next letter might use of it.
-    if (memory_->last && memory_->last->storage != storage) memory_->last.reset();
+    std::optional<LastMatches>& last = memory_->last;
+    if (last && last->storage != storage) last.reset();
     if (question.generation && *question.generation != generation) {
         return {.generation = generation, .wasCancelled = true};
     }
