@@ -42,12 +42,10 @@ void reserve(FindIndexStorage& storage) {
 } // namespace
 
 FindIndexWalk::FindIndexWalk(Options options)
-    : progressInterval_(options.progressInterval),
-      progressHandler_(std::move(options.progress)),
+    : reports_(std::move(options.progress), options.progressInterval),
       afterBulkRead_(std::move(options.afterBulkRead)),
       openFolders_(std::move(options.root), platform::openFolderBudget()),
       storage_(options.asked.rootPath, options.asked.marksSystemFolders),
-      lastProgressAt_(Clock::now()),
       threads_({.name = "Tidyro name index",
                 .workers = options.workerCount,
                 .standIns = options.standInCount,
@@ -99,9 +97,9 @@ void FindIndexWalk::work() {
         lock.lock();
         commit(reading, closing);
         if (hasWaited && !isOver()) threads_.takeOnStandIn();
-        if (isProgressDue()) {
+        if (reports_.isDue()) {
             closing.clear();
-            report(reading, lock);
+            reports_.report(lock, [&] { return progressAt(reading.job.folder); });
         }
     }
 }
@@ -285,35 +283,16 @@ void FindIndexWalk::fail(FindIndexBuilder::Error error) {
     ready_.notify_all();
 }
 
-bool FindIndexWalk::isProgressDue() const {
-    if (!progressHandler_) return false;
-    const std::chrono::duration<double> since = Clock::now() - lastProgressAt_;
-    return since.count() >= progressInterval_;
-}
-
-/// Without the lock while the handler runs.
-void FindIndexWalk::report(const Reading& reading, std::unique_lock<std::mutex>& lock) {
-    // Taken before the record is copied: an older one is never reported after a newer one. A
-    // handler slower than the interval misses reports, rather than holding up the walk.
-    std::unique_lock once(reporting_, std::try_to_lock);
-    if (!once.owns_lock()) return;
-    lastProgressAt_ = Clock::now();
+FindIndexBuilder::Progress FindIndexWalk::progressAt(Entry folder) const {
     FindIndexBuilder::Progress progress = progress_;
-    progress.currentPath = storage_.path(reading.job.folder);
-    lock.unlock();
-    progressHandler_(progress);
-    once.unlock();
-    lock.lock();
+    progress.currentPath = storage_.path(folder);
+    return progress;
 }
 
 std::expected<FindIndexStorage, FindIndexBuilder::Error> FindIndexWalk::finish() {
     if (cancelled_) return std::unexpected(CancellationError{});
     if (failure_) return std::unexpected(*failure_);
-    if (progressHandler_) {
-        FindIndexBuilder::Progress progress = progress_;
-        progress.currentPath = storage_.rootPath;
-        progressHandler_(progress);
-    }
+    if (reports_.hasHandler()) reports_.reportLast(progressAt(0));
     // Their places stay taken: the numbers of all others are in use by now.
     for (const Entry entry : vanished_) storage_.markDeleted(entry);
     storage_.aggregateFolderSizes();

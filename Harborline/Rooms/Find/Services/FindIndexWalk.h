@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -20,6 +19,7 @@
 #include "StorageEngine/DiskTree/OpenFolders.h"
 #include "StorageEngine/DiskTree/PlaceTree.h"
 #include "StorageEngine/DiskTree/ReadingTurns.h"
+#include "StorageEngine/DiskTree/WalkProgress.h"
 #include "StorageEngine/DiskTree/WalkThreads.h"
 
 namespace tidyro {
@@ -50,7 +50,6 @@ class FindIndexWalk {
     void cancel();
 
   private:
-    using Clock = std::chrono::steady_clock;
     using Entry = FindIndexStorage::Entry;
 
     /// A folder that waits to be read.
@@ -94,8 +93,7 @@ class FindIndexWalk {
     void markUnread(Entry folder);
     void pushDescents(Reading& reading, Entry first);
     void fail(FindIndexBuilder::Error error);
-    [[nodiscard]] bool isProgressDue() const;
-    void report(const Reading& reading, std::unique_lock<std::mutex>& lock);
+    [[nodiscard]] FindIndexBuilder::Progress progressAt(Entry folder) const;
     [[nodiscard]] bool isOver() const { return cancelled_ || failure_ || jobs_.empty(); }
     // Without the lock.
     void read(Reading& reading, FindDirectoryReader& reader);
@@ -107,8 +105,7 @@ class FindIndexWalk {
     [[nodiscard]] std::expected<FindIndexStorage, FindIndexBuilder::Error> finish();
 
     // Set once, read by all.
-    double progressInterval_;
-    FindIndexBuilder::ProgressHandler progressHandler_;
+    WalkProgress<FindIndexBuilder::Progress> reports_;
     std::function<void()> afterBulkRead_;
     PlaceTree places_;
     std::uint64_t rootDevice_ = 0;
@@ -124,10 +121,7 @@ class FindIndexWalk {
     FindIndexStorage storage_;
     std::vector<Entry> vanished_;
     FindIndexBuilder::Progress progress_;
-    Clock::time_point lastProgressAt_;
     WalkThreads threads_;
-
-    std::mutex reporting_; ///< one progress report at a time
 };
 
 } // namespace tidyro

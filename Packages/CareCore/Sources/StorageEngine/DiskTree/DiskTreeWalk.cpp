@@ -13,13 +13,11 @@ using platform::FolderDescriptor;
 
 DiskTreeWalk::DiskTreeWalk(Options options)
     : rootURL_(std::move(options.rootURL)),
-      progressInterval_(options.progressInterval),
-      progressHandler_(std::move(options.progressHandler)),
+      reports_(std::move(options.progressHandler), options.progressInterval),
       afterBulkRead_(std::move(options.afterBulkRead)),
       maximumDepth_(options.maximumDepth),
       startedAt_(Clock::now()),
       openFolders_(std::move(options.root), platform::openFolderBudget()),
-      lastProgressAt_(startedAt_),
       threads_({.name = "Tidyro disk scan",
                 .workers = options.workerCount,
                 .standIns = options.standInCount,
@@ -93,9 +91,9 @@ void DiskTreeWalk::work() {
         commit(reading, closing);
         const bool isWorthIt = !cancelled_ && !failure_ && !jobs_.empty();
         if (hasWaited && isWorthIt) threads_.takeOnStandIn();
-        if (isProgressDue()) {
+        if (reports_.isDue()) {
             closing.clear();
-            report(reading, lock);
+            reports_.report(lock, [&] { return progressAt(reading.job.index); });
         }
     }
 }
@@ -245,26 +243,11 @@ void DiskTreeWalk::fail(SystemError error) {
     ready_.notify_all();
 }
 
-bool DiskTreeWalk::isProgressDue() const {
-    if (!progressHandler_) return false;
-    const std::chrono::duration<double> since = Clock::now() - lastProgressAt_;
-    return since.count() >= progressInterval_;
-}
-
-/// Without the lock while the handler runs.
-void DiskTreeWalk::report(const Reading& reading, std::unique_lock<std::mutex>& lock) {
-    // Taken before the record is copied: an older one is never reported after a newer one. A
-    // handler slower than the interval misses reports, rather than holding up the scan.
-    std::unique_lock once(reporting_, std::try_to_lock);
-    if (!once.owns_lock()) return;
-    lastProgressAt_ = Clock::now();
+DiskTreeScanner::Progress DiskTreeWalk::progressAt(NodeNumber folder) const {
     DiskTreeScanner::Progress progress = progress_;
-    progress.currentPath = pathSoFar(reading.job.index);
+    progress.currentPath = pathSoFar(folder);
     progress.elapsed = elapsed();
-    lock.unlock();
-    progressHandler_(progress);
-    once.unlock();
-    lock.lock();
+    return progress;
 }
 
 std::string_view DiskTreeWalk::nameSoFar(NodeNumber node) const {

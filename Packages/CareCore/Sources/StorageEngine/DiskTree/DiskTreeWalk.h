@@ -20,6 +20,7 @@
 #include "StorageEngine/DiskTree/FolderRoute.h"
 #include "StorageEngine/DiskTree/OpenFolders.h"
 #include "StorageEngine/DiskTree/ReadingTurns.h"
+#include "StorageEngine/DiskTree/WalkProgress.h"
 #include "StorageEngine/DiskTree/WalkThreads.h"
 
 namespace tidyro {
@@ -88,8 +89,7 @@ class DiskTreeWalk {
     void commit(Reading& reading, std::vector<platform::FolderDescriptor>& closing);
     void pushDescents(Reading& reading, NodeNumber firstChild);
     [[nodiscard]] bool fits(const DiskTreeBatch& batch) const;
-    [[nodiscard]] bool isProgressDue() const;
-    void report(const Reading& reading, std::unique_lock<std::mutex>& lock);
+    [[nodiscard]] DiskTreeScanner::Progress progressAt(NodeNumber folder) const;
     void fail(SystemError error);
     // Without the lock.
     void read(Reading& reading, platform::FolderLister& lister);
@@ -104,8 +104,7 @@ class DiskTreeWalk {
 
     // Set once, read by all.
     FileURL rootURL_;
-    double progressInterval_;
-    DiskTreeScanner::ProgressHandler progressHandler_;
+    WalkProgress<DiskTreeScanner::Progress> reports_;
     std::function<void()> afterBulkRead_;
     std::uint32_t maximumDepth_;
     PlaceTree places_;
@@ -126,10 +125,7 @@ class DiskTreeWalk {
     DiskTreeColumns columns_;
     std::vector<NodeNumber> vanished_;
     DiskTreeScanner::Progress progress_;
-    Clock::time_point lastProgressAt_;
     WalkThreads threads_;
-
-    std::mutex reporting_; ///< one progress report at a time
 };
 
 } // namespace tidyro
