@@ -9,10 +9,9 @@
 #include <fmt/format.h>
 
 #include "App/Stopwatch.h"
-#include "Base/LocaleText.h"
+#include "App/TextOutput.h"
 #include "Base/RoomText.h"
 #include "Base/Timestamp.h"
-#include "Base/UnicodeText.h"
 #include "Platform/OutputLines.h"
 #include "Platform/StandardStreams.h"
 #include "Platform/WellKnownFolders.h"
@@ -33,10 +32,12 @@ template <class T>
 using Step = std::expected<T, std::string>;
 
 /// One request while it is carried out.
-class Run {
+class Run : private TextOutput {
   public:
     Run(const CommandLineMode::Request& request, const CommandLineMode::Surroundings& surroundings)
-        : request_(request), surroundings_(surroundings) {}
+        : TextOutput(surroundings.write, surroundings.escapesNames),
+          request_(request),
+          surroundings_(surroundings) {}
 
     [[nodiscard]] int operator()() const {
         std::error_code failed;
@@ -177,19 +178,6 @@ class Run {
                  RoomText::bytes(sorting.bytes(group)));
         }
         if (isFirst) line("Cleanup groups: nothing in this folder belongs to one.");
-    }
-
-    template <class... Values>
-    void line(fmt::format_string<Values...> format, Values&&... values) const {
-        std::string text = fmt::format(format, std::forward<Values>(values)...);
-        text += '\n';
-        surroundings_.write(text);
-    }
-    [[nodiscard]] std::string shown(std::string text) const {
-        return surroundings_.escapesNames ? terminalSafe(text) : std::move(text);
-    }
-    [[nodiscard]] static std::string decimal(double seconds, int digits) {
-        return LocaleText::current().decimal(seconds, digits);
     }
 
     const CommandLineMode::Request& request_;

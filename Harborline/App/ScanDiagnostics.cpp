@@ -14,11 +14,10 @@
 
 #include "App/CommandLineMode.h"
 #include "App/Stopwatch.h"
+#include "App/TextOutput.h"
 #include "Base/ArgumentText.h"
-#include "Base/LocaleText.h"
 #include "Base/RoomText.h"
 #include "Base/Timestamp.h"
-#include "Base/UnicodeText.h"
 #include "Platform/OutputLines.h"
 #include "Platform/StandardStreams.h"
 #include "Platform/WellKnownFolders.h"
@@ -45,10 +44,11 @@ constexpr std::array<std::pair<std::string_view, Subject>, 3> switches{
 constexpr std::size_t hitsShown = 5;
 
 /// One request while it is carried out.
-class Run {
+class Run : private TextOutput {
   public:
     Run(const ScanDiagnostics::Request& request, const ScanDiagnostics::Surroundings& surroundings)
-        : folder_(FileURL::folder(request.folder)),
+        : TextOutput(surroundings.write, surroundings.escapesNames),
+          folder_(FileURL::folder(request.folder)),
           subject_(request.subject),
           surroundings_(surroundings) {}
 
@@ -207,18 +207,6 @@ class Run {
     [[nodiscard]] int stopped(std::string reason) const {
         line("Stopped: {}", shown(std::move(reason)));
         return CommandLineMode::stopped;
-    }
-    template <class... Values>
-    void line(fmt::format_string<Values...> format, Values&&... values) const {
-        std::string text = fmt::format(format, std::forward<Values>(values)...);
-        text += '\n';
-        surroundings_.write(text);
-    }
-    [[nodiscard]] std::string shown(std::string text) const {
-        return surroundings_.escapesNames ? terminalSafe(text) : std::move(text);
-    }
-    [[nodiscard]] static std::string decimal(double value, int digits) {
-        return LocaleText::current().decimal(value, digits);
     }
 
     FileURL folder_;

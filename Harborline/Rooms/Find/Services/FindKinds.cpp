@@ -10,14 +10,9 @@ namespace tidyro {
 
 namespace {
 
-struct CategoryExtensions {
-    FindCategory category;
-    std::string_view extensions;
-};
-
 /// By what a person would look for it as: a script is code although it runs, a disk image is an
 /// archive although it mounts, a web page is code.
-constexpr std::array<CategoryExtensions, 7> extensionLists{{
+constexpr std::array<ValueWords<FindCategory>, 7> extensionLists{{
     {FindCategory::document,
      "pdf doc docx docm dot dotx dotm odt ott fodt rtf rtfd txt text md markdown mdown rst adoc "
      "asciidoc org tex latex bib pages wpd wps abw xls xlsx xlsm xlsb xlt xltx ods ots fods "
@@ -61,23 +56,7 @@ constexpr std::array<CategoryExtensions, 7> extensionLists{{
      "systemextension bundle service workflow action vst vst3 run elf"},
 }};
 
-constexpr std::size_t extensionCount = [] {
-    std::size_t count = 0;
-    for (const CategoryExtensions& list : extensionLists) count += wordCount(list.extensions);
-    return count;
-}();
-
-using ExtensionTable = LowercaseTable<FindCategory, extensionCount>;
-
-constexpr ExtensionTable byExtension = [] {
-    std::array<ExtensionTable::Row, extensionCount> rows{};
-    std::size_t at = 0;
-    for (const CategoryExtensions& list : extensionLists) {
-        std::string_view rest = list.extensions;
-        while (!rest.empty()) rows[at++] = {.word = takeWord(rest), .value = list.category};
-    }
-    return ExtensionTable(rows);
-}();
+constexpr auto byExtension = lowercaseTable<extensionLists>();
 
 } // namespace
 

@@ -50,7 +50,7 @@ class DiskItemRemovalPolicy {
   public:
     struct Options {
         FileURL home;
-        std::vector<FileURL> openedFolders = {}; ///< that the person opened in this session
+        std::vector<FileURL> openedFolders = {}; ///< that the person has opened since the start
         /// What runs and what is kept; null when it is not known, and everything is refused.
         std::shared_ptr<const SafetyPolicyContext> context;
         const platform::Volumes& volumes; ///< asked by the constructor only

@@ -53,7 +53,7 @@ constexpr std::array<Case, 126> cases{{
     {"HOME", nothing, "homeFolder"},
     {"", nothing, "homeFolder"},
     {"opened", nothing, "openedFolder"},
-    {"home/work", nothing, "openedFolder"},
+    {"home/papers", nothing, "openedFolder"},
     {"elsewhere/file", nothing, "outsideChosenFolders"},
     {"opened2/file", nothing, "outsideChosenFolders"},
     {"home/out/file", nothing, "outsideChosenFolders"},
@@ -84,7 +84,7 @@ constexpr std::array<Case, 126> cases{{
     {"home/Nextcloud2", nothing, "inCloudFolder"},
     {"home/Dropbox.old/file", nothing, "inCloudFolder"},
     {"home/Yandex.Disk/file", nothing, "inCloudFolder"},
-    {"home/synced/work/file", nothing, "inCloudFolder"},
+    {"home/synced/papers/file", nothing, "inCloudFolder"},
     {"home/synced", nothing, "holdsCloudFolder"},
     {"home/toCloud/file", nothing, "inCloudFolder"},
     {"opened/boxed/file", nothing, "inCloudFolder"},
@@ -190,8 +190,8 @@ void makeStores(const TemporaryFolder& place) {
     place.file("home/history of others/index");
     place.file("home/projects/others/index");
     place.link("home/toBare", "bare");
-    place.file("home/synced/work/file");
-    place.link("home/Dropbox (Work)", "synced/work");
+    place.file("home/synced/papers/file");
+    place.link("home/Dropbox (Work)", "synced/papers");
 }
 
 void makeCases(const TemporaryFolder& place) {
@@ -322,11 +322,11 @@ TEST(DiskItemRemovalPolicy, RefusesEverythingWhileNothingIsKnown) {
 
 TEST(DiskItemRemovalPolicy, TakesOtherVolumesOnlyFromAFolderThatWasOpenedThere) {
     Surroundings around;
-    around.place.file("home/work/file");
+    around.place.file("home/papers/file");
     around.place.file("opened/file");
     around.facts.internalLocalVolumeIdentifiers = {"another"};
     DiskItemRemovalPolicy policy = around.policy();
-    EXPECT_EQ(told(policy, around.at("home/work/file")), "otherVolume");
+    EXPECT_EQ(told(policy, around.at("home/papers/file")), "otherVolume");
     EXPECT_EQ(told(policy, around.at("opened/file")), "");
     around.volumes.answer = std::unexpected(SystemError{EIO});
     DiskItemRemovalPolicy unknown = around.policy();

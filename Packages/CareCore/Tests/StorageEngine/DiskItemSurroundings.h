@@ -48,7 +48,7 @@ struct Surroundings {
     [[nodiscard]] DiskItemRemovalPolicy policy() const {
         return DiskItemRemovalPolicy({.home = home(),
                                       .openedFolders = {FileURL::folder(place / "opened"),
-                                                        FileURL::folder(place / "home/work")},
+                                                        FileURL::folder(place / "home/papers")},
                                       .context = context(),
                                       .volumes = volumes});
     }

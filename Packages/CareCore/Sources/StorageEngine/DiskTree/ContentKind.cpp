@@ -34,13 +34,8 @@ constexpr std::array<ContentKind, contentKindCount> kinds = [] {
     return all;
 }();
 
-struct KindExtensions {
-    ContentKind kind;
-    std::string_view extensions;
-};
-
 /// Where two kinds list one extension, the later kind has it.
-constexpr std::array<KindExtensions, 9> extensionLists{{
+constexpr std::array<ValueWords<ContentKind>, 9> extensionLists{{
     {ContentKind::image, "jpg jpeg png gif heic heif webp avif tif tiff bmp raw cr2 cr3 nef arw "
                          "dng orf rw2 raf psd ai eps svg ico icns jxl exr hdr"},
     {ContentKind::video, "mp4 mov m4v mkv avi webm wmv flv f4v mpg mpeg 3gp mts m2ts braw r3d "
@@ -65,23 +60,7 @@ constexpr std::array<KindExtensions, 9> extensionLists{{
     {ContentKind::application, "app aupreset"},
 }};
 
-constexpr std::size_t extensionCount = [] {
-    std::size_t count = 0;
-    for (const KindExtensions& list : extensionLists) count += wordCount(list.extensions);
-    return count;
-}();
-
-using ExtensionTable = LowercaseTable<ContentKind, extensionCount>;
-
-constexpr ExtensionTable byExtension = [] {
-    std::array<ExtensionTable::Row, extensionCount> rows{};
-    std::size_t at = 0;
-    for (const KindExtensions& list : extensionLists) {
-        std::string_view rest = list.extensions;
-        while (!rest.empty()) rows[at++] = {.word = takeWord(rest), .value = list.kind};
-    }
-    return ExtensionTable(rows);
-}();
+constexpr auto byExtension = lowercaseTable<extensionLists>();
 
 constexpr std::array<LowercaseTable<Listed, 33>::Row, 33> developerFolderRows{{
     {"node_modules"},

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 
 namespace tidyro {
 
@@ -85,6 +86,31 @@ struct Listed {
     const std::string_view word = list.substr(0, end);
     list = end == std::string_view::npos ? std::string_view{} : list.substr(end + 1);
     return word;
+}
+
+/// The words, in such a list, that have one value.
+template <class Value>
+struct ValueWords {
+    Value value;
+    std::string_view words;
+};
+
+/// A table of the words of all `Lists`, an array of `ValueWords`.
+template <const auto& Lists>
+[[nodiscard]] consteval auto lowercaseTable() {
+    constexpr std::size_t count = [] {
+        std::size_t words = 0;
+        for (const auto& list : Lists) words += wordCount(list.words);
+        return words;
+    }();
+    using Table = LowercaseTable<std::remove_cvref_t<decltype(Lists.front().value)>, count>;
+    std::array<typename Table::Row, count> rows{};
+    std::size_t at = 0;
+    for (const auto& list : Lists) {
+        std::string_view rest = list.words;
+        while (!rest.empty()) rows[at++] = {.word = takeWord(rest), .value = list.value};
+    }
+    return Table(rows);
 }
 
 /// A table whose words all have one value, from a list of `Count` words.
