@@ -1,13 +1,18 @@
 #include "Rooms/Find/Services/FindTextScan.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <string>
+#include <vector>
 
 #include "Rooms/Find/Services/FindPathScan.h"
 #include "Rooms/Find/Services/FindRegex.h"
+#include "Rooms/Find/Services/FindSubject.h"
 
 namespace tidyro {
 
@@ -35,14 +40,13 @@ std::vector<std::string_view> literalsOf(std::string_view pattern) {
     return literals;
 }
 
-} // namespace
-
-FindSubject FindTextScan::nameSubject(const FindIndexStorage& storage,
-                                      FindIndexStorage::Entry entry) {
+FindSubject nameSubject(const FindIndexStorage& storage, FindIndexStorage::Entry entry) {
     return {.own = storage.name(entry),
             .folded = storage.foldedName(entry),
             .isASCII = !storage.is(entry, findflag::notASCII)};
 }
+
+} // namespace
 
 void FindTextScan::keepMatching(FindEntrySet& among, const FindTextTerm& term) {
     const bool isSparse = among.size() < storage_.count() / sparse;

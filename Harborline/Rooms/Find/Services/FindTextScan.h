@@ -1,8 +1,6 @@
 #pragma once
 
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "Base/Cancellation.h"
 #include "Rooms/Find/Services/FindEntrySet.h"
@@ -28,10 +26,6 @@ class FindTextScan {
     /// Takes out of `among` those in which the term does not hold. Some may stay when it is
     /// cancelled.
     void keepMatching(FindEntrySet& among, const FindTextTerm& term);
-
-    /// The subject of a term that looks at names rather than paths.
-    [[nodiscard]] static FindSubject nameSubject(const FindIndexStorage& storage,
-                                                 FindIndexStorage::Entry entry);
 
   private:
     void keepHoldingLiterals(FindEntrySet& among, const FindTextTerm& term,
