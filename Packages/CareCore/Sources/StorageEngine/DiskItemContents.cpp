@@ -126,7 +126,9 @@ class Walk {
         if (seen.kind == ItemKind::folder) {
             // Some backups are told by two names, one in the other.
             if (isBackupByName(path::joined(folder, name))) return backupInside;
-            if (const auto found = options_.kept.refusalOfHolder(seen.identity)) return found;
+            if (const auto reason = options_.kept.reason(seen.identity)) {
+                return refusalForHolderOf(*reason);
+            }
         }
         if (LiveDataDetector::signal(lowered)) return databaseInside;
         return std::nullopt;

@@ -15,6 +15,30 @@ constexpr std::size_t mostRemembered = 100'000;
 
 } // namespace
 
+DiskItemRefusal refusalFor(KeptFolders::Reason reason) {
+    using enum DiskItemRefusal;
+    switch (reason) {
+    case KeptFolders::Reason::home: return homeElsewhere;
+    case KeptFolders::Reason::protectedPlace: return protectedPlace;
+    case KeptFolders::Reason::cloudFolder: return inCloudFolder;
+    case KeptFolders::Reason::systemPlace: return systemPlace;
+    case KeptFolders::Reason::openedFolder: return openedFolder;
+    case KeptFolders::Reason::standardFolder: return standardFolder;
+    case KeptFolders::Reason::sharedFolder: return sharedFolder;
+    case KeptFolders::Reason::unreadable: break;
+    }
+    return unreadable;
+}
+
+DiskItemRefusal refusalForHolderOf(KeptFolders::Reason reason) {
+    switch (reason) {
+    case KeptFolders::Reason::home: return DiskItemRefusal::homeFolder;
+    case KeptFolders::Reason::protectedPlace: return DiskItemRefusal::holdsProtectedPlace;
+    case KeptFolders::Reason::cloudFolder: return DiskItemRefusal::holdsCloudFolder;
+    default: return refusalFor(reason);
+    }
+}
+
 DiskItemFolders::DiskItemFolders(KeptFolders kept)
     : kept_(std::move(kept)), isSuperuser_(platform::currentUserID() == 0) {
     if (auto top = platform::FolderDescriptor::openRoot("/")) top_ = *std::move(top);
@@ -46,7 +70,7 @@ DiskItemFolders::Folder DiskItemFolders::look(std::string_view path) {
     }
     folder.seen = *seen;
     folder.isWritable = platform::isWritableFolder(folder.real) && !isClosed(*seen);
-    folder.kept = kept_.refusalInside(folder.real);
+    if (const auto reason = kept_.reasonInside(folder.real)) folder.kept = refusalFor(*reason);
     return folder;
 }
 

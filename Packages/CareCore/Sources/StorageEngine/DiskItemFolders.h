@@ -20,6 +20,11 @@ namespace tidyro {
     return platform::meansVanished(error) ? DiskItemRefusal::vanished : DiskItemRefusal::unreadable;
 }
 
+/// Why an item stays that is, or lies in, a folder that must stay.
+[[nodiscard]] DiskItemRefusal refusalFor(KeptFolders::Reason reason);
+/// Why a folder stays that holds one.
+[[nodiscard]] DiskItemRefusal refusalForHolderOf(KeptFolders::Reason reason);
+
 /// The folders that picked items lie in. What is found out about one is remembered; the folder
 /// itself is opened for each item anew, and has to be the one that was looked at.
 class DiskItemFolders {

@@ -188,13 +188,13 @@ std::string_view DiskItemPlaces::names(std::string_view path) const {
 
 /// The most important reasons come first.
 KeptFolders DiskItemPlaces::keptFolders(const Options& options) const {
-    using enum DiskItemRefusal;
+    using enum KeptFolders::Reason;
     using enum KeptFolders::Reach;
     KeptFolders kept;
-    kept.add(home_, homeElsewhere, everythingInIt);
+    kept.add(home_, home, everythingInIt);
     for (const std::string& path : untouched_) kept.add(path, protectedPlace, everythingInIt);
     for (const FileURL& folder : options.cloudFolders) {
-        kept.add(folder.path(), inCloudFolder, everythingInIt);
+        kept.add(folder.path(), cloudFolder, everythingInIt);
     }
     // What is mounted in such a folder lies elsewhere as well, and is kept there, too. Only disks
     // of the machine are asked: a server may be gone.
@@ -204,7 +204,7 @@ KeptFolders DiskItemPlaces::keptFolders(const Options& options) const {
         if (inProtected_.contains(path)) {
             kept.add(volume.mountPath, protectedPlace, everythingInIt);
         } else if (inClouds_.contains(path)) {
-            kept.add(volume.mountPath, inCloudFolder, everythingInIt);
+            kept.add(volume.mountPath, cloudFolder, everythingInIt);
         }
     }
     for (const std::string& path : SystemPlaces::paths()) {

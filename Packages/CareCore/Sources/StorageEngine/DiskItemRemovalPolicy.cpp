@@ -240,8 +240,8 @@ DiskItemRemovalPolicy::planEntry(const Question& question) {
     const auto seen = platform::fileMetadata(*parent, name.c_str());
     if (!seen) return std::unexpected(refusalFor(seen.error()));
     if (const Verdict found = byKind(*seen)) return std::unexpected(*found);
-    if (const Verdict found = folders_.kept().refusal(seen->identity, real)) {
-        return std::unexpected(*found);
+    if (const auto reason = folders_.kept().reason(seen->identity, real)) {
+        return std::unexpected(refusalFor(*reason));
     }
 
     const FileObservation observation = observer_.observation(

@@ -15,12 +15,12 @@ constexpr std::size_t mostRemembered = 100'000;
 
 } // namespace
 
-void KeptFolders::add(const std::string& path, DiskItemRefusal refusal, Reach reach) {
+void KeptFolders::add(const std::string& path, Reason reason, Reach reach) {
     std::string real = FolderResolver::resolved(path).value_or(path);
     const auto seen = platform::fileMetadata(real);
     if (!seen) return;
     folders_.try_emplace(seen->identity,
-                         Kept{.path = std::move(real), .refusal = refusal, .reach = reach});
+                         Kept{.path = std::move(real), .reason = reason, .reach = reach});
 }
 
 const KeptFolders::Kept* KeptFolders::byAnotherPath(const platform::FileIdentityKey& folder,
@@ -29,35 +29,29 @@ const KeptFolders::Kept* KeptFolders::byAnotherPath(const platform::FileIdentity
     return found == folders_.end() || found->second.path == path ? nullptr : &found->second;
 }
 
-std::optional<DiskItemRefusal> KeptFolders::refusal(const platform::FileIdentityKey& folder,
-                                                    std::string_view path) const {
+std::optional<KeptFolders::Reason> KeptFolders::reason(const platform::FileIdentityKey& folder,
+                                                       std::string_view path) const {
     const Kept* found = byAnotherPath(folder, path);
-    return found == nullptr ? std::nullopt : std::optional(found->refusal);
+    return found == nullptr ? std::nullopt : std::optional(found->reason);
 }
 
-std::optional<DiskItemRefusal>
-KeptFolders::refusalOfHolder(const platform::FileIdentityKey& folder) const {
+std::optional<KeptFolders::Reason>
+KeptFolders::reason(const platform::FileIdentityKey& folder) const {
     const auto found = folders_.find(folder);
-    if (found == folders_.end()) return std::nullopt;
-    switch (found->second.refusal) {
-    case DiskItemRefusal::homeElsewhere: return DiskItemRefusal::homeFolder;
-    case DiskItemRefusal::protectedPlace: return DiskItemRefusal::holdsProtectedPlace;
-    case DiskItemRefusal::inCloudFolder: return DiskItemRefusal::holdsCloudFolder;
-    default: return found->second.refusal;
-    }
+    return found == folders_.end() ? std::nullopt : std::optional(found->second.reason);
 }
 
-std::optional<DiskItemRefusal> KeptFolders::refusalInside(std::string_view path) {
+std::optional<KeptFolders::Reason> KeptFolders::reasonInside(std::string_view path) {
     if (path == "/") return std::nullopt;
     std::string folder(path);
     if (const auto known = known_.find(folder); known != known_.end()) return known->second;
     if (known_.size() >= mostRemembered) known_.clear();
-    auto found = refusalInside(path::parent(path));
+    auto found = reasonInside(path::parent(path));
     if (!found) {
         const auto seen = platform::fileMetadata(folder);
-        if (!seen) found = DiskItemRefusal::unreadable;
+        if (!seen) found = Reason::unreadable;
         const Kept* kept = seen ? byAnotherPath(seen->identity, path) : nullptr;
-        if (kept != nullptr && kept->reach == Reach::everythingInIt) found = kept->refusal;
+        if (kept != nullptr && kept->reach == Reach::everythingInIt) found = kept->reason;
     }
     known_.emplace(std::move(folder), found);
     return found;

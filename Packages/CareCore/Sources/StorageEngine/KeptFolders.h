@@ -8,7 +8,6 @@
 #include <unordered_map>
 
 #include "Platform/FolderReading.h"
-#include "StorageEngine/DiskItemRefusal.h"
 
 namespace tidyro {
 
@@ -17,28 +16,37 @@ namespace tidyro {
 /// down, inside such a folder, nothing on the disk tells what is above it.)
 class KeptFolders {
   public:
+    enum class Reason : std::uint8_t {
+        home,
+        protectedPlace,
+        cloudFolder,
+        systemPlace,
+        openedFolder,
+        standardFolder,
+        sharedFolder,
+        unreadable, ///< the disk does not say which folder it is
+    };
     enum class Reach : std::uint8_t {
         itself,
         everythingInIt,
     };
     /// The folder at a path, or what its link leads to; one that is not there is passed over. Of
     /// two reasons for one folder the first that was added is told.
-    void add(const std::string& path, DiskItemRefusal refusal, Reach reach);
+    void add(const std::string& path, Reason reason, Reach reach);
 
     /// Why the folder at a path without links has to stay: it is one of them by another path. None
     /// for one that has its own path, which tells the same.
-    [[nodiscard]] std::optional<DiskItemRefusal> refusal(const platform::FileIdentityKey& folder,
-                                                         std::string_view path) const;
+    [[nodiscard]] std::optional<Reason> reason(const platform::FileIdentityKey& folder,
+                                               std::string_view path) const;
     /// The same for what lies in the folder at such a path. Each folder is asked of the disk once.
-    [[nodiscard]] std::optional<DiskItemRefusal> refusalInside(std::string_view path);
-    /// Why a folder has to stay that holds this one.
-    [[nodiscard]] std::optional<DiskItemRefusal>
-    refusalOfHolder(const platform::FileIdentityKey& folder) const;
+    [[nodiscard]] std::optional<Reason> reasonInside(std::string_view path);
+    /// Why this folder has to stay, whatever its path is.
+    [[nodiscard]] std::optional<Reason> reason(const platform::FileIdentityKey& folder) const;
 
   private:
     struct Kept {
         std::string path; ///< without links
-        DiskItemRefusal refusal;
+        Reason reason;
         Reach reach;
     };
     struct Hash {
@@ -50,7 +58,7 @@ class KeptFolders {
                                             std::string_view path) const;
 
     std::unordered_map<platform::FileIdentityKey, Kept, Hash> folders_;
-    std::unordered_map<std::string, std::optional<DiskItemRefusal>> known_;
+    std::unordered_map<std::string, std::optional<Reason>> known_;
 };
 
 } // namespace tidyro
