@@ -8,13 +8,11 @@
 #include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/LiveDataDetection.h"
 #include "StorageEngine/ReviewRequiredScope.h"
+#include "StorageEngine/SystemPlaces.h"
 
 namespace tidyro {
 
 namespace {
-
-constexpr std::array<std::string_view, 4> systemProtectedRoots{"/System", "/Library",
-                                                               "/Applications", "/Users/Shared"};
 
 /// Downloads are not among them: they are rated by their category.
 constexpr std::array<std::string_view, 5> personalFolders{"desktop", "documents", "movies", "music",
@@ -96,12 +94,8 @@ CleanupCategory DeterministicSafetyPolicy::category(const FileObservation& obser
     return categoryOf(observation, LoweredPath(observation.url.path()));
 }
 
-std::span<const std::string_view> DeterministicSafetyPolicy::systemProtectedPlaces() {
-    return systemProtectedRoots;
-}
-
 bool DeterministicSafetyPolicy::isSystemProtected(const FileURL& url) {
-    return std::ranges::any_of(systemProtectedRoots, [&](std::string_view root) {
+    return std::ranges::any_of(SystemPlaces::protectedFromRules(), [&](std::string_view root) {
         return path::isInsideOrEqual(url.path(), root);
     });
 }

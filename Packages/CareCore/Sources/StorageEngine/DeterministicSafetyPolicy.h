@@ -55,9 +55,7 @@ class DeterministicSafetyPolicy {
 
     // Predicates on places, on standardised URLs.
 
-    /// Places of the operating system, or shared by all users.
-    [[nodiscard]] static std::span<const std::string_view> systemProtectedPlaces();
-    /// In one of those.
+    /// In a place of the operating system, or in one that all users share.
     [[nodiscard]] static bool isSystemProtected(const FileURL& url);
     /// Below a folder named as those in which people keep their own files, anywhere in the path.
     [[nodiscard]] static bool isPersonalProtected(const FileURL& url);

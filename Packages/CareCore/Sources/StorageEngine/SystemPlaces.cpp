@@ -5,11 +5,14 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "StorageEngine/DeterministicSafetyPolicy.h"
 
 namespace tidyro {
 
 namespace {
+
+/// A cleanup by rules leaves these alone.
+constexpr std::array<std::string_view, 4> fromRules{"/System", "/Library", "/Applications",
+                                                    "/Users/Shared"};
 
 /// Further places beside those that a cleanup by rules leaves alone. Places in which people have
 /// folders of their own are not among them (/opt, /srv, /tmp, /var/tmp), though much in them is
@@ -63,9 +66,10 @@ bool liesInOne(std::string_view path, std::span<const std::string> paths) {
 
 } // namespace
 
+std::span<const std::string_view> SystemPlaces::protectedFromRules() { return fromRules; }
+
 std::vector<std::string> SystemPlaces::paths() {
-    const auto known = DeterministicSafetyPolicy::systemProtectedPlaces();
-    std::vector<std::string> all(known.begin(), known.end());
+    std::vector<std::string> all(fromRules.begin(), fromRules.end());
     all.insert(all.end(), further.begin(), further.end());
     return all;
 }

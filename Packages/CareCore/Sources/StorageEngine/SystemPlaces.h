@@ -17,6 +17,9 @@ class SystemPlaces {
     /// theirs, the rest of the place is not.
     explicit SystemPlaces(std::span<const std::string> homes = {});
 
+    /// Those of them that no cleanup rule ever touches: the published list, which is shorter.
+    [[nodiscard]] static std::span<const std::string_view> protectedFromRules();
+
     /// As they are written, there or not.
     [[nodiscard]] static std::vector<std::string> paths();
 
