@@ -16,9 +16,6 @@ namespace {
 /// listing as a whole.
 constexpr std::size_t entriesOfAPart = 1'024;
 
-/// Open folders are counted with the tree's numbers, which are signed; they are only kept there.
-NodeNumber nodeOf(FindIndexStorage::Entry entry) { return static_cast<NodeNumber>(entry); }
-
 /// Room that costs nothing until it is written to, enough for each column to be a block of its own
 /// from the start. Small blocks would move through the memory of one thread after another as they
 /// grow, and leave holes in each.
@@ -119,8 +116,8 @@ void FindIndexWalk::takeJob(Reading& reading) {
     reading.inherited = {.flags = storage_.flags[folder],
                          .marksSystemFolders = folder == 0 && storage_.marksSystemFolders};
     reading.route.clear();
-    const NodeNumber from = openFolders_.node(reading.job.from);
-    for (Entry at = folder; nodeOf(at) != from; at = storage_.parent[at]) {
+    const Entry from = openFolders_.number(reading.job.from);
+    for (Entry at = folder; at != from; at = storage_.parent[at]) {
         reading.route.addAbove(storage_.name(at));
     }
 }
@@ -264,7 +261,7 @@ void FindIndexWalk::pushDescents(Reading& reading, Entry first) {
     const auto waiting = static_cast<std::uint32_t>(reading.descents.size());
     OpenFolders::Slot from = reading.job.from;
     if (reading.folder.isOpen() && openFolders_.hasRoom()) {
-        from = openFolders_.hold(std::move(reading.folder), nodeOf(reading.job.folder), waiting);
+        from = openFolders_.hold(std::move(reading.folder), reading.job.folder, waiting);
     } else {
         openFolders_.retain(from, waiting);
     }

@@ -110,7 +110,7 @@ void DiskTreeWalk::takeJob(Reading& reading) {
     turns_.begin(reading.turn);
     reading.from = &openFolders_.folder(reading.job.from);
     reading.route.clear();
-    const NodeNumber from = openFolders_.node(reading.job.from);
+    const auto from = static_cast<NodeNumber>(openFolders_.number(reading.job.from));
     for (NodeNumber node = reading.job.index; node != from;
          node = columns_.parent[static_cast<std::size_t>(node)]) {
         reading.route.addAbove(nameSoFar(node));
@@ -213,7 +213,8 @@ void DiskTreeWalk::pushDescents(Reading& reading, NodeNumber firstChild) {
     const auto waiting = static_cast<std::uint32_t>(descents.size());
     OpenFolders::Slot from = reading.job.from;
     if (reading.folder.isOpen() && openFolders_.hasRoom()) {
-        from = openFolders_.hold(std::move(reading.folder), reading.job.index, waiting);
+        from = openFolders_.hold(std::move(reading.folder),
+                                 static_cast<OpenFolders::Number>(reading.job.index), waiting);
     } else {
         openFolders_.retain(from, waiting);
     }

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "Platform/FolderReading.h"
-#include "StorageEngine/DiskTree/DiskTreeColumns.h"
 
 namespace tidyro {
 
@@ -20,17 +19,18 @@ namespace tidyro {
 class OpenFolders {
   public:
     using Slot = std::uint32_t;
+    using Number = std::uint32_t; ///< a folder's, in whatever the walk fills; the root's is 0
 
     /// The root's slot is 0 and stays open.
     OpenFolders(platform::FolderDescriptor root, std::size_t budget) : budget_(budget) {
-        slots_.push_back({.folder = std::move(root), .node = 0, .users = 1});
+        slots_.push_back({.folder = std::move(root), .number = 0, .users = 1});
     }
 
     [[nodiscard]] bool hasRoom() const { return slots_.size() - free_.size() <= budget_; }
 
     /// Takes a folder over for `users` waiting folders.
-    Slot hold(platform::FolderDescriptor folder, NodeNumber node, std::uint32_t users) {
-        Open open{.folder = std::move(folder), .node = node, .users = users};
+    Slot hold(platform::FolderDescriptor folder, Number number, std::uint32_t users) {
+        Open open{.folder = std::move(folder), .number = number, .users = users};
         if (free_.empty()) {
             slots_.push_back(std::move(open));
             return static_cast<Slot>(slots_.size() - 1);
@@ -54,12 +54,12 @@ class OpenFolders {
     [[nodiscard]] const platform::FolderDescriptor& folder(Slot slot) const {
         return slots_[slot].folder;
     }
-    [[nodiscard]] NodeNumber node(Slot slot) const { return slots_[slot].node; }
+    [[nodiscard]] Number number(Slot slot) const { return slots_[slot].number; }
 
   private:
     struct Open {
         platform::FolderDescriptor folder;
-        NodeNumber node;
+        Number number;
         std::uint32_t users;
     };
 
