@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "Platform/LargeBlocks.h"
+#include "Platform/Machine/LargeBlocks.h"
 #include "Rooms/Find/Services/FindIndexBuilder.h"
 
 int main(int count, char** arguments) {

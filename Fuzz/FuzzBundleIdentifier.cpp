@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "Base/Fault.h"
-#include "Platform/BundleIdentifier.h"
+#include "Platform/Processes/BundleIdentifier.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // The beginning is given, or no run would ever get past it.

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "Base/Fault.h"
-#include "Platform/DurableFile.h"
+#include "Platform/Files/DurableFile.h"
 #include "Rooms/Find/Services/FindIndexPersistence.h"
 #include "Rooms/Find/Services/FindTrees.h"
 

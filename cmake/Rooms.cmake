@@ -6,19 +6,25 @@
 #     INCLUDES Base Platform             # rooms that stand below it: nothing else links
 #     LIBRARIES utf8proc)                # from outside
 #
-# A room's sources are the .cpp files in its folder, not below it: a folder below is another room
-# or another system's body, which EXTRA names.
+# A room's sources are the .cpp files in its folder, and in those of its folders that SUBFOLDERS
+# names: any other folder below is another room, or another system's body.
 set(TIDYRO_ROOMS ${CMAKE_BINARY_DIR}/rooms.txt)
 file(WRITE ${TIDYRO_ROOMS} "")
 
-function(tidyro_room name)
-  cmake_parse_arguments(ROOM "" "FOLDER" "INCLUDES;LIBRARIES;EXTRA" ${ARGN})
-  set(folder ${TIDYRO_SOURCES}/${ROOM_FOLDER})
+# The .cpp files of a folder and of those below it that are named.
+function(tidyro_sources result folder)
   file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
-  foreach(extra IN LISTS ROOM_EXTRA)
-    file(GLOB more CONFIGURE_DEPENDS ${folder}/${extra}/*.cpp)
+  foreach(subfolder IN LISTS ARGN)
+    file(GLOB more CONFIGURE_DEPENDS ${folder}/${subfolder}/*.cpp)
     list(APPEND sources ${more})
   endforeach()
+  set(${result} ${sources} PARENT_SCOPE)
+endfunction()
+
+function(tidyro_room name)
+  cmake_parse_arguments(ROOM "" "FOLDER" "SUBFOLDERS;INCLUDES;LIBRARIES" ${ARGN})
+  set(folder ${TIDYRO_SOURCES}/${ROOM_FOLDER})
+  tidyro_sources(sources ${folder} ${ROOM_SUBFOLDERS})
   list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")  # an executable of its own
   add_library(${name} STATIC ${sources})
   target_include_directories(${name} PUBLIC ${TIDYRO_SOURCES})
@@ -33,11 +39,11 @@ endfunction()
 #
 # THREADS: they are worth running under the thread sanitizer.
 function(tidyro_tests name)
-  cmake_parse_arguments(TESTS "THREADS" "FOLDER" "USES" ${ARGN})
+  cmake_parse_arguments(TESTS "THREADS" "FOLDER" "SUBFOLDERS;USES" ${ARGN})
   if(NOT TIDYRO_TESTS)
     return()
   endif()
-  file(GLOB sources CONFIGURE_DEPENDS ${TIDYRO_TEST_SOURCES}/${TESTS_FOLDER}/*.cpp)
+  tidyro_sources(sources ${TIDYRO_TEST_SOURCES}/${TESTS_FOLDER} ${TESTS_SUBFOLDERS})
   add_executable(${name} ${sources})
   target_include_directories(${name} PRIVATE ${TIDYRO_TEST_SOURCES})
   target_link_libraries(${name} PRIVATE TidyroFlags ${TESTS_USES} TestSupport GTest::gmock

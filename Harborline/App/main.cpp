@@ -7,8 +7,8 @@
 #include "App/CommandLineMode.h"
 #include "App/ScanDiagnostics.h"
 #include "Base/Fault.h"
-#include "Platform/LargeBlocks.h"
-#include "Platform/StandardStreams.h"
+#include "Platform/Machine/LargeBlocks.h"
+#include "Platform/Terminal/StandardStreams.h"
 #include "Rooms/Duplicates/DuplicatesCommandLine.h"
 
 // Each start-up hook returns when it was not asked for, and ends the process when it was.

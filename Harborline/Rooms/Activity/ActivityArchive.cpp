@@ -7,8 +7,8 @@
 
 #include <fmt/format.h>
 
-#include "Platform/DurableFile.h"
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Files/DurableFile.h"
+#include "Platform/Folders/WellKnownFolders.h"
 
 namespace tidyro {
 

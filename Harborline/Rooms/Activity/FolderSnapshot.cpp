@@ -1,7 +1,7 @@
 #include "Rooms/Activity/FolderSnapshot.h"
 
 #include "Base/UnicodeText.h"
-#include "Platform/RandomUUID.h"
+#include "Platform/Machine/RandomUUID.h"
 
 namespace tidyro {
 

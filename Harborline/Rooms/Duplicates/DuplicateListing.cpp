@@ -7,7 +7,7 @@
 
 #include "Base/Fault.h"
 #include "Base/PathText.h"
-#include "Platform/FileMetadata.h"
+#include "Platform/Files/FileMetadata.h"
 
 namespace tidyro {
 

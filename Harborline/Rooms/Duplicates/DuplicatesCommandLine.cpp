@@ -9,9 +9,9 @@
 
 #include "Base/ArgumentText.h"
 #include "Base/UnicodeText.h"
-#include "Platform/OutputLines.h"
-#include "Platform/StandardStreams.h"
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Folders/WellKnownFolders.h"
+#include "Platform/Terminal/OutputLines.h"
+#include "Platform/Terminal/StandardStreams.h"
 #include "Rooms/Duplicates/DuplicateEngine.h"
 #include "Rooms/Duplicates/DuplicatesText.h"
 #include "Rooms/Duplicates/ProgressLine.h"

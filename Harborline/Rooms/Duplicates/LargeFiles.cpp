@@ -5,7 +5,7 @@
 #include <ranges>
 #include <utility>
 
-#include "Platform/DedicatedThread.h"
+#include "Platform/Machine/DedicatedThread.h"
 
 namespace tidyro {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Base/Cancellation.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "Rooms/Duplicates/DiskTurns.h"
 #include "Rooms/Duplicates/DuplicateListing.h"
 #include "Rooms/Duplicates/ProvenFile.h"

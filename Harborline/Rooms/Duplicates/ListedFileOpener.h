@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <optional>
 
-#include "Platform/FileContents.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Files/FileContents.h"
+#include "Platform/Folders/FolderReading.h"
 #include "Rooms/Duplicates/DuplicateListing.h"
 
 namespace tidyro {

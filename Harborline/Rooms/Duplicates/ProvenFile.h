@@ -4,8 +4,8 @@
 #include <optional>
 
 #include "Base/Timestamp.h"
-#include "Platform/FileContents.h"
-#include "Platform/SHA256.h"
+#include "Platform/Files/FileContents.h"
+#include "Platform/Machine/SHA256.h"
 #include "Rooms/Duplicates/ListedFileOpener.h"
 
 namespace tidyro {

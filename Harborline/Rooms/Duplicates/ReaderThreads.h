@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Base/Cancellation.h"
-#include "Platform/DedicatedThread.h"
+#include "Platform/Machine/DedicatedThread.h"
 
 namespace tidyro {
 

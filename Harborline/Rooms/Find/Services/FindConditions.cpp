@@ -10,7 +10,7 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Folders/WellKnownFolders.h"
 #include "Rooms/Find/Services/FindDates.h"
 #include "Rooms/Find/Services/FindFieldNames.h"
 #include "Rooms/Find/Services/FindSpan.h"

@@ -7,7 +7,7 @@
 #include <functional>
 
 #include "Base/SystemError.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "Rooms/Find/Services/FindDirectoryListing.h"
 
 namespace tidyro {

@@ -7,7 +7,7 @@
 
 #include <fmt/format.h>
 
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "Rooms/Find/Services/FindIndexWalk.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
 

@@ -7,9 +7,9 @@
 
 #include <fmt/format.h>
 
-#include "Platform/DurableFile.h"
-#include "Platform/DurableWriter.h"
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Files/DurableFile.h"
+#include "Platform/Files/DurableWriter.h"
+#include "Platform/Folders/WellKnownFolders.h"
 #include "Rooms/Find/Services/FindIndexFile.h"
 
 namespace tidyro {

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "Base/UnicodeText.h"
-#include "Platform/InputFile.h"
-#include "Platform/LargeBlocks.h"
+#include "Platform/Files/InputFile.h"
+#include "Platform/Machine/LargeBlocks.h"
 #include "Rooms/Find/Services/FindIndexFile.h"
 #include "Rooms/Find/Services/FindIndexPersistence.h"
 

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "Platform/MountPoints.h"
+#include "Platform/Mounts/MountPoints.h"
 
 namespace tidyro {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "Rooms/Find/Services/FindDirectoryReader.h"
 #include "Rooms/Find/Services/FindIndexBlock.h"
 #include "Rooms/Find/Services/FindIndexBuilder.h"

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/DedicatedThread.h"
+#include "Platform/Machine/DedicatedThread.h"
 #include "Rooms/Find/Services/BestHits.h"
 #include "Rooms/Find/Services/FindBlockFilter.h"
 #include "Rooms/Find/Services/FindQuery.h"

@@ -11,7 +11,7 @@
 #include <arm_neon.h>
 #endif
 
-#include "Platform/Processor.h"
+#include "Platform/Machine/Processor.h"
 
 namespace tidyro {
 

@@ -12,8 +12,8 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "Platform/FileMetadata.h"
-#include "Platform/Volumes.h"
+#include "Platform/Files/FileMetadata.h"
+#include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/DiskItemRefusal.h"
 #include "Support/OtherCircumstances.h"
 

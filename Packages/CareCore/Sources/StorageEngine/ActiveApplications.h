@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/RunningApplications.h"
+#include "Platform/Processes/RunningApplications.h"
 
 namespace tidyro {
 

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "Platform/FileMetadata.h"
-#include "Platform/MountPoints.h"
+#include "Platform/Files/FileMetadata.h"
+#include "Platform/Mounts/MountPoints.h"
 #include "StorageEngine/DiskTree/ContentKind.h"
 
 namespace tidyro {

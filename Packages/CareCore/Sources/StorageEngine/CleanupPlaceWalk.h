@@ -14,7 +14,7 @@
 #include "Base/FileURL.h"
 #include "CareDomain/CoverageGap.h"
 #include "CareDomain/FileObservation.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/CleanupRule.h"
 #include "StorageEngine/FileIdentity.h"
 #include "StorageEngine/RootPathIndex.h"

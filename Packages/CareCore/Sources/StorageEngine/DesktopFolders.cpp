@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "Platform/DurableFile.h"
+#include "Platform/Files/DurableFile.h"
 
 namespace tidyro {
 

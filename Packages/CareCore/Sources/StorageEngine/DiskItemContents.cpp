@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Base/PathText.h"
-#include "Platform/MountPoints.h"
+#include "Platform/Mounts/MountPoints.h"
 #include "StorageEngine/DatabaseFile.h"
 #include "StorageEngine/FolderSigns.h"
 #include "StorageEngine/FolderSurroundings.h"

@@ -6,8 +6,8 @@
 
 #include "Base/Cancellation.h"
 #include "Base/Timestamp.h"
-#include "Platform/FileMetadata.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Files/FileMetadata.h"
+#include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskItemRefusal.h"
 #include "StorageEngine/KeptFolders.h"
 

@@ -8,8 +8,8 @@
 #include <unordered_map>
 
 #include "Base/SystemError.h"
-#include "Platform/FileMetadata.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Files/FileMetadata.h"
+#include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskItemRefusal.h"
 #include "StorageEngine/KeptFolders.h"
 

@@ -5,7 +5,7 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Folders/WellKnownFolders.h"
 #include "StorageEngine/DiskTree/ContentKind.h"
 #include "StorageEngine/DiskTree/HomeFolders.h"
 #include "StorageEngine/FolderResolver.h"

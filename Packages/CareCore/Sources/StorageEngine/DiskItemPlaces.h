@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Base/FileURL.h"
-#include "Platform/Volumes.h"
+#include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/DesktopFolders.h"
 #include "StorageEngine/DiskItemRefusal.h"
 #include "StorageEngine/KeptFolders.h"

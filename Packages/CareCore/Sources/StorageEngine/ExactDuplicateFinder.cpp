@@ -10,8 +10,8 @@
 #include <fmt/format.h>
 
 #include "Base/Saturating.h"
-#include "Platform/FileContents.h"
-#include "Platform/SHA256.h"
+#include "Platform/Files/FileContents.h"
+#include "Platform/Machine/SHA256.h"
 
 namespace tidyro {
 

@@ -7,7 +7,7 @@
 #include <span>
 
 #include "Base/Fault.h"
-#include "Platform/FileContents.h"
+#include "Platform/Files/FileContents.h"
 
 namespace tidyro {
 

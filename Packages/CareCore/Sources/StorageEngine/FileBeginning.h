@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "Base/SystemError.h"
-#include "Platform/FileMetadata.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Files/FileMetadata.h"
+#include "Platform/Folders/FolderReading.h"
 
 namespace tidyro {
 

@@ -1,7 +1,7 @@
 #include "StorageEngine/FileIdentity.h"
 
 #include "Base/PathText.h"
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Folders/WellKnownFolders.h"
 
 namespace tidyro {
 

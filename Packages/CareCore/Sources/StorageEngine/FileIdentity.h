@@ -7,9 +7,9 @@
 #include "Base/FileURL.h"
 #include "Base/SystemError.h"
 #include "CareDomain/FileObservation.h"
-#include "Platform/FileMetadata.h"
-#include "Platform/FolderReading.h"
-#include "Platform/Volumes.h"
+#include "Platform/Files/FileMetadata.h"
+#include "Platform/Folders/FolderReading.h"
+#include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/FolderSurroundings.h"
 
 namespace tidyro {

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "Platform/FileMetadata.h"
+#include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/FileBeginning.h"
 
 namespace tidyro {

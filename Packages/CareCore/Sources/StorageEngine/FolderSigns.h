@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 
 namespace tidyro {
 

@@ -10,7 +10,7 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "Platform/FileMetadata.h"
+#include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/FolderSigns.h"
 
 namespace tidyro {

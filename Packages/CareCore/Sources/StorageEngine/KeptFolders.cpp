@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "Platform/FileMetadata.h"
+#include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/FolderResolver.h"
 
 namespace tidyro {

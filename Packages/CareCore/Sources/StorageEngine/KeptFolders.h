@@ -7,7 +7,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 
 namespace tidyro {
 

@@ -8,9 +8,9 @@
 
 #include "Base/FileURL.h"
 #include "Base/Timestamp.h"
-#include "Platform/RunningApplications.h"
-#include "Platform/RunningProcesses.h"
-#include "Platform/Volumes.h"
+#include "Platform/Mounts/Volumes.h"
+#include "Platform/Processes/RunningApplications.h"
+#include "Platform/Processes/RunningProcesses.h"
 #include "StorageEngine/SafetyPolicyContext.h"
 
 namespace tidyro {

@@ -3,7 +3,7 @@
 #include <array>
 #include <string_view>
 
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Folders/WellKnownFolders.h"
 
 namespace tidyro {
 

@@ -13,7 +13,7 @@
 
 #include "Base/PathText.h"
 #include "CareDomain/FileFingerprint.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/BuiltInCleanupRules.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/CleanupPlaceWalk.h"

@@ -10,7 +10,7 @@
 #include "Base/Cancellation.h"
 #include "Base/FileURL.h"
 #include "Base/Timestamp.h"
-#include "Platform/Volumes.h"
+#include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/CleanupAgeFloor.h"
 #include "StorageEngine/LocalRuntimeSafetyContextProvider.h"
 #include "StorageEngine/SmartCleanupReport.h"

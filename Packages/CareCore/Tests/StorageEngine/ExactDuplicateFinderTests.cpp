@@ -13,7 +13,7 @@
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
-#include "Platform/SHA256.h"
+#include "Platform/Machine/SHA256.h"
 #include "StorageEngine/DuplicateScan.h"
 #include "Support/TemporaryFolder.h"
 

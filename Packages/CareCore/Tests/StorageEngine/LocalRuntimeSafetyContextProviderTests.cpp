@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Platform/FileMetadata.h"
+#include "Platform/Files/FileMetadata.h"
 #include "Platform/Testing/FakeRunningApplications.h"
 #include "Platform/Testing/FakeRunningProcesses.h"
 #include "Platform/Testing/FakeVolumes.h"

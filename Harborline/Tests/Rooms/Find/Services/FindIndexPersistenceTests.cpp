@@ -17,7 +17,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Platform/DurableFile.h"
+#include "Platform/Files/DurableFile.h"
 #include "Rooms/Find/Services/FindTrees.h"
 #include "Support/OtherCircumstances.h"
 

@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Folders/WellKnownFolders.h"
 
 namespace tidyro {
 namespace {

@@ -3,7 +3,7 @@
 #include <expected>
 #include <vector>
 
-#include "Platform/RunningApplications.h"
+#include "Platform/Processes/RunningApplications.h"
 
 namespace tidyro::platform::testing {
 

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <expected>
 
-#include "Platform/RunningProcesses.h"
+#include "Platform/Processes/RunningProcesses.h"
 
 namespace tidyro::platform::testing {
 

@@ -3,7 +3,7 @@
 #include <expected>
 #include <vector>
 
-#include "Platform/Volumes.h"
+#include "Platform/Mounts/Volumes.h"
 
 namespace tidyro::platform::testing {
 

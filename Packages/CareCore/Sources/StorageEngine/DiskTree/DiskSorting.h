@@ -7,7 +7,7 @@
 
 #include "Base/FileURL.h"
 #include "Base/Timestamp.h"
-#include "Platform/WellKnownFolders.h"
+#include "Platform/Folders/WellKnownFolders.h"
 #include "StorageEngine/DiskTree/DiskGroup.h"
 #include "StorageEngine/DiskTree/DiskTree.h"
 #include "StorageEngine/DiskTree/ProjectFolderJudge.h"

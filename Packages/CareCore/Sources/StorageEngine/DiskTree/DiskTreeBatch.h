@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Base/GrowingArray.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeColumns.h"
 #include "StorageEngine/DiskTree/PlaceTree.h"
 #include "StorageEngine/DiskTree/SeenSet.h"

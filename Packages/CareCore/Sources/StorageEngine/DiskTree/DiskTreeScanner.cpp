@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeWalk.h"
 
 namespace tidyro {

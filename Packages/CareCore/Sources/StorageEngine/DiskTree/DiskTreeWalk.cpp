@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "Base/Saturating.h"
-#include "Platform/MountPoints.h"
+#include "Platform/Mounts/MountPoints.h"
 
 namespace tidyro {
 

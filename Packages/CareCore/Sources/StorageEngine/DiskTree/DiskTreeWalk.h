@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Base/SystemError.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeBatch.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
 #include "StorageEngine/DiskTree/FolderRoute.h"

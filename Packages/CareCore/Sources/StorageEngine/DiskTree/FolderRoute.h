@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Base/SystemError.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 
 namespace tidyro {
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 
 namespace tidyro {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "Base/GrowingArray.h"
-#include "Platform/FolderReading.h"
+#include "Platform/Folders/FolderReading.h"
 
 namespace tidyro {
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/DedicatedThread.h"
+#include "Platform/Machine/DedicatedThread.h"
 
 namespace tidyro {
 

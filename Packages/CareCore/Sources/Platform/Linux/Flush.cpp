@@ -1,9 +1,0 @@
-#include "Platform/Posix/Flush.h"
-
-#include <unistd.h>
-
-namespace tidyro::platform {
-
-bool flushToDisk(int descriptor) { return ::fsync(descriptor) == 0; }
-
-} // namespace tidyro::platform

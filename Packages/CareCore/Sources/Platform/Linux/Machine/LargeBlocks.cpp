@@ -1,0 +1,27 @@
+#include "Platform/Machine/LargeBlocks.h"
+
+#include <cstdint>
+
+#include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace tidyro::platform {
+
+void giveLargeBlocksBack() {
+    constexpr int smallest = 131'072;      // the allocator's own first choice
+    ::mallopt(M_MMAP_THRESHOLD, smallest); // NOLINT(concurrency-mt-unsafe): no thread runs yet
+}
+
+void fillsWholly(std::span<std::byte> block) {
+    constexpr std::size_t largePage = 2'097'152;
+    if (block.size() < largePage) return;
+    // From the page on in which it begins, with the allocator's own word before it: the kernel
+    // takes a large page only where the mapping holds all of it.
+    const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t before = reinterpret_cast<std::uintptr_t>(block.data()) % page;
+    // A kernel without large pages refuses; nothing is lost.
+    static_cast<void>(::madvise(block.data() - before, before + block.size(), MADV_HUGEPAGE));
+}
+
+} // namespace tidyro::platform

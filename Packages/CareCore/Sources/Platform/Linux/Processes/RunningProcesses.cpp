@@ -1,0 +1,224 @@
+#include "Platform/Processes/RunningProcesses.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <iterator>
+#include <span>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include <unistd.h>
+
+#include "Platform/Linux/Files/KernelText.h"
+#include "Platform/Linux/Mounts/MountNamespaces.h"
+#include "Platform/Linux/Mounts/PathAliases.h"
+#include "Platform/Linux/Processes/KernelFiles.h"
+#include "Platform/Linux/Processes/ProcessTable.h"
+#include "Platform/Machine/DedicatedThread.h"
+
+namespace tidyro::platform {
+
+namespace {
+
+/// A process by the paths that it has its files by, and where they are to be understood.
+struct Found {
+    RunningProcess process;
+    MountNamespaces::Number mountNamespace = MountNamespaces::own;
+};
+
+constexpr std::string_view deletedMark = " (deleted)";
+
+/// Takes up a path as the kernel writes it.
+void add(std::string_view path, RunningProcess& process) {
+    process.files.emplace_back(path);
+    if (path.ends_with(deletedMark)) {
+        process.files.emplace_back(path.substr(0, path.size() - deletedMark.size()));
+    }
+}
+
+void keepEachOnce(std::vector<std::string>& paths) {
+    std::ranges::sort(paths);
+    const auto repeated = std::ranges::unique(paths);
+    paths.erase(repeated.begin(), repeated.end());
+}
+
+/// Reads processes one after another; its texts keep their room from one to the next.
+class ProcessReader {
+  public:
+    /// What came of the last process.
+    enum class Outcome { read, partly, ended, failed };
+
+    explicit ProcessReader(MountNamespaces& namespaces) : namespaces_(namespaces) {}
+
+    [[nodiscard]] Outcome read(long number, Found& found);
+    [[nodiscard]] SystemError error() const { return error_; }
+
+  private:
+    void readOpenFiles(const ProcessFolder& folder, RunningProcess& process);
+    void readMappedFiles(const ProcessFolder& folder, RunningProcess& process);
+    /// Takes note of an error of one part.
+    void note(int error) {
+        if (error == 0 || meansEnded(error)) return;
+        // A path too long for the kernel to tell is too long to be opened or removed by, too.
+        if (error == ENAMETOOLONG) return;
+        if (meansForbidden(error)) {
+            isForbidden_ = true;
+        } else if (error_.code == 0) {
+            error_ = {error};
+        }
+    }
+
+    MountNamespaces& namespaces_;
+    std::string text_;
+    std::string target_;
+    bool isForbidden_ = false;
+    SystemError error_{0};
+};
+
+void ProcessReader::readOpenFiles(const ProcessFolder& folder, RunningProcess& process) {
+    const ProcessFolder descriptors(folder, "fd");
+    note(descriptors.error());
+    if (descriptors.error() != 0) return;
+    note(descriptors.eachName([&](const char* name) {
+        const int error = readKernelLink(descriptors.number(), name, target_);
+        note(error);
+        // Pipes, sockets and the like have no path. What kind of item it is would take another
+        // call, dearer than this one: a folder that is held open is in use as well, and a device
+        // does no harm.
+        if (error == 0 && target_.starts_with('/')) add(target_, process);
+    }));
+}
+
+void ProcessReader::readMappedFiles(const ProcessFolder& folder, RunningProcess& process) {
+    note(readKernelFile(folder.number(), "maps", text_));
+    std::string_view rest = text_;
+    std::string_view last; // a file is mapped in several pieces, one after another
+    while (!rest.empty()) {
+        // "7f00-7f10 r-xp 00000000 08:01 1234      /usr/lib/libc.so": no "/" before the path.
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        const std::size_t slash = line.find('/');
+        if (slash == std::string_view::npos || line[slash - 1] != ' ') continue;
+        const std::string_view path = line.substr(slash);
+        if (path == last) continue;
+        last = path;
+        // Only line breaks are escaped here, so a backslash may be one of the name's own.
+        add(path, process);
+        if (path.find('\\') != std::string_view::npos) add(withoutEscapes(path), process);
+    }
+}
+
+ProcessReader::Outcome ProcessReader::read(long number, Found& found) {
+    RunningProcess& process = found.process;
+    isForbidden_ = false;
+    const ProcessFolder folder(number);
+    if (meansEnded(folder.error())) return Outcome::ended;
+    note(folder.error());
+    if (folder.error() == 0) {
+        const int error = readKernelLink(folder.number(), "exe", target_);
+        note(error);
+        if (error == 0) {
+            if (target_.ends_with(deletedMark)) add(target_, process);
+            process.executable = target_;
+        }
+        readOpenFiles(folder, process);
+        readMappedFiles(folder, process);
+        if (!process.executable.empty() || !process.files.empty()) {
+            const auto its = namespaces_.of(number, folder);
+            if (its) {
+                found.mountNamespace = *its;
+            } else {
+                note(its.error().code);
+            }
+        }
+    }
+    keepEachOnce(process.files);
+    if (error_.code != 0) return Outcome::failed;
+    return isForbidden_ ? Outcome::partly : Outcome::read;
+}
+
+/// What one thread found, and why it stopped early.
+struct Share {
+    std::vector<Found> found;
+    std::size_t unreadable = 0;
+    SystemError error{0};
+};
+
+/// Reads the processes that no other thread has taken.
+void readShare(std::span<const long> numbers, std::atomic<std::size_t>& next,
+               MountNamespaces& namespaces, Share& share) {
+    ProcessReader reader(namespaces);
+    for (std::size_t at = next++; at < numbers.size(); at = next++) {
+        Found found{.process = {.number = numbers[at], .executable = {}, .files = {}}};
+        const ProcessReader::Outcome outcome = reader.read(numbers[at], found);
+        if (outcome == ProcessReader::Outcome::failed) {
+            share.error = reader.error();
+            return;
+        }
+        if (outcome == ProcessReader::Outcome::partly) {
+            // A table that hides even its reader's own files tells nothing.
+            if (numbers[at] == ::getpid()) {
+                share.error = {EACCES};
+                return;
+            }
+            ++share.unreadable;
+        }
+        if (found.process.executable.empty() && found.process.files.empty()) continue;
+        share.found.push_back(std::move(found));
+    }
+}
+
+/// Adds what this process calls the files whose paths are meant in one of some namespaces.
+void addOtherPaths(RunningProcess& process, std::span<const PathAliases> meant) {
+    std::vector<std::string> others;
+    for (const PathAliases& aliases : meant) {
+        if (aliases.empty()) continue; // the usual case
+        if (!process.executable.empty()) aliases.appendOthers(process.executable, others);
+        for (const std::string& file : process.files) aliases.appendOthers(file, others);
+    }
+    if (others.empty()) return;
+    std::ranges::move(others, std::back_inserter(process.files));
+    keepEachOnce(process.files);
+}
+
+} // namespace
+
+std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() const {
+    const auto numbers = processNumbers();
+    if (!numbers) return std::unexpected(numbers.error());
+    auto mounts = mountTable();
+    if (!mounts) return std::unexpected(mounts.error());
+    MountNamespaces namespaces(*std::move(mounts));
+    // The kernel does nearly all of the work, for several threads at once. Few: it is over soon.
+    const std::size_t threads = std::clamp(std::thread::hardware_concurrency(), 1U, 4U);
+    std::vector<Share> shares(threads);
+    std::atomic<std::size_t> next = 0;
+    {
+        std::vector<DedicatedThread> helpers;
+        for (std::size_t i = 1; i < threads; ++i) {
+            helpers.emplace_back("processes", Quality::userInitiated,
+                                 [&, i] { readShare(*numbers, next, namespaces, shares[i]); });
+        }
+        readShare(*numbers, next, namespaces, shares[0]);
+    }
+    const std::vector<PathAliases> known = namespaces.aliases();
+    const std::span<const PathAliases> aliases = known;
+    ProcessActivity activity;
+    for (Share& share : shares) {
+        if (share.error.code != 0) return std::unexpected(share.error);
+        activity.unreadable += share.unreadable;
+        for (Found& found : share.found) {
+            addOtherPaths(found.process, aliases.subspan(found.mountNamespace, 1));
+            activity.processes.push_back(std::move(found.process));
+        }
+    }
+    RunningProcess kernel{.number = 0, .executable = {}, .files = {}};
+    for (const std::string& file : kernelFiles()) add(file, kernel);
+    addOtherPaths(kernel, aliases); // whoever set it up may live anywhere
+    if (!kernel.files.empty()) activity.processes.push_back(std::move(kernel));
+    return activity;
+}
+
+} // namespace tidyro::platform

@@ -1,0 +1,90 @@
+#include "Platform/Files/FileMetadata.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Platform/MacOS/Files/FileMetadataOf.h"
+
+namespace tidyro::platform {
+
+namespace {
+
+constexpr std::uint32_t locks =
+    UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND | SF_RESTRICTED | SF_NOUNLINK;
+constexpr unsigned anyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+constexpr std::uint64_t bytesPerBlock = 512; // of st_blocks, whatever the file system's blocks
+
+ItemKind kindOf(mode_t mode) {
+    if (S_ISREG(mode)) return ItemKind::regularFile;
+    if (S_ISDIR(mode)) return ItemKind::folder;
+    return S_ISLNK(mode) ? ItemKind::link : ItemKind::other;
+}
+
+Timestamp moment(const timespec& time) {
+    return Timestamp::since1970(time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec));
+}
+
+std::expected<FileMetadata, SystemError> metadata(int folder, const char* name) {
+    struct stat status{};
+    if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return std::unexpected(SystemError{errno});
+    }
+    return fileMetadataOf(status);
+}
+
+/// An older system knows no look at a link's own permissions: a link is then never readable, and
+/// for anything else there is nothing to follow.
+bool mayRead(int folder, const char* name) {
+    if (::faccessat(folder, name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0) return true;
+    if (errno != EINVAL) return false;
+    const auto seen = metadata(folder, name);
+    return seen && seen->kind != ItemKind::link && ::faccessat(folder, name, R_OK, AT_EACCESS) == 0;
+}
+
+} // namespace
+
+FileMetadata fileMetadataOf(const struct stat& status) {
+    FileMetadata seen{
+        .kind = kindOf(status.st_mode),
+        .byteCount = status.st_size > 0 ? static_cast<std::uint64_t>(status.st_size) : 0,
+        .allocatedBytes = static_cast<std::uint64_t>(status.st_blocks) * bytesPerBlock,
+        .modified = moment(status.st_mtimespec),
+        .changed = moment(status.st_ctimespec),
+        .ownerUserID = status.st_uid,
+        .linkCount = status.st_nlink,
+        // Device numbers are signed here; the 32 bits are the number.
+        .identity = {.device = static_cast<std::uint32_t>(status.st_dev), .inode = status.st_ino},
+        .isDataless = (status.st_flags & SF_DATALESS) != 0,
+        .isWritableBySomebody = (status.st_mode & anyWrite) != 0,
+        .isLocked = (status.st_flags & locks) != 0,
+    };
+    // A file system without dates of creation answers 0 or -1.
+    if (status.st_birthtimespec.tv_sec > 0) seen.created = moment(status.st_birthtimespec);
+    return seen;
+}
+
+std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path) {
+    return metadata(AT_FDCWD, path.c_str());
+}
+
+std::expected<FileMetadata, SystemError> fileMetadata(const FolderDescriptor& folder,
+                                                      const char* name) {
+    return metadata(folder.number(), name);
+}
+
+bool isReadable(const std::string& path) { return mayRead(AT_FDCWD, path.c_str()); }
+
+bool isReadable(const FolderDescriptor& folder, const char* name) {
+    return mayRead(folder.number(), name);
+}
+
+bool isWritableFolder(const std::string& path) {
+    return ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+std::uint32_t currentUserID() { return ::geteuid(); }
+
+} // namespace tidyro::platform

@@ -1,9 +1,0 @@
-#include "Platform/LargeBlocks.h"
-
-namespace tidyro::platform {
-
-// Its allocator keeps large blocks apart, and its pages have one size.
-void giveLargeBlocksBack() {}
-void fillsWholly(std::span<std::byte> /*block*/) {}
-
-} // namespace tidyro::platform

@@ -1,0 +1,9 @@
+#include "Platform/Machine/LargeBlocks.h"
+
+namespace tidyro::platform {
+
+// Its allocator keeps large blocks apart, and its pages have one size.
+void giveLargeBlocksBack() {}
+void fillsWholly(std::span<std::byte> /*block*/) {}
+
+} // namespace tidyro::platform

@@ -1,8 +1,0 @@
-#include "Platform/MountPoints.h"
-
-namespace tidyro::platform {
-
-// Listing a folder tells them.
-std::set<std::string> mountPointsBelow(const FolderDescriptor& /*folder*/) { return {}; }
-
-} // namespace tidyro::platform

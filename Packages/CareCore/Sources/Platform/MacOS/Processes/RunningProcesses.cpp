@@ -1,0 +1,101 @@
+#include "Platform/Processes/RunningProcesses.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include <libproc.h>
+#include <sys/proc_info.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Platform/MacOS/Processes/ProcessTable.h"
+
+namespace tidyro::platform {
+
+namespace {
+
+/// Paths come in fixed rooms that end with a zero.
+template <std::size_t Size>
+std::string textOf(const char (&room)[Size]) {
+    return {room, ::strnlen(room, Size)};
+}
+
+/// 0, or the error; the process has ended when that is ESRCH.
+int readOpenFiles(int number, RunningProcess& process) {
+    std::vector<proc_fdinfo> descriptors(256);
+    for (;;) {
+        const int room = static_cast<int>(descriptors.size() * sizeof(proc_fdinfo));
+        errno = 0;
+        const int got = ::proc_pidinfo(number, PROC_PIDLISTFDS, 0, descriptors.data(), room);
+        if (got < 0 || (got == 0 && errno != 0)) return errno;
+        if (got < room) {
+            descriptors.resize(static_cast<std::size_t>(got) / sizeof(proc_fdinfo));
+            break;
+        }
+        descriptors.resize(descriptors.size() * 2);
+    }
+    for (const proc_fdinfo& descriptor : descriptors) {
+        if (descriptor.proc_fdtype != PROX_FDTYPE_VNODE) continue;
+        vnode_fdinfowithpath file{};
+        const int got = ::proc_pidfdinfo(number, descriptor.proc_fd, PROC_PIDFDVNODEPATHINFO, &file,
+                                         sizeof(file));
+        if (got < static_cast<int>(sizeof(file))) continue; // closed meanwhile
+        if (!S_ISREG(file.pvip.vip_vi.vi_stat.vst_mode)) continue;
+        process.files.push_back(textOf(file.pvip.vip_path));
+    }
+    return 0;
+}
+
+int readMappedFiles(int number, RunningProcess& process) {
+    std::uint64_t address = 0;
+    for (;;) {
+        proc_regionwithpathinfo region{};
+        errno = 0;
+        const int got =
+            ::proc_pidinfo(number, PROC_PIDREGIONPATHINFO, address, &region, sizeof(region));
+        if (got < static_cast<int>(sizeof(region))) {
+            // There is no region at or behind the address: the end.
+            return errno == EINVAL ? 0 : errno;
+        }
+        if (region.prp_vip.vip_path[0] == '/') {
+            std::string path = textOf(region.prp_vip.vip_path);
+            if (process.files.empty() || process.files.back() != path) {
+                process.files.push_back(std::move(path));
+            }
+        }
+        const std::uint64_t next = region.prp_prinfo.pri_address + region.prp_prinfo.pri_size;
+        if (next <= address) return 0;
+        address = next;
+    }
+}
+
+} // namespace
+
+std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() const {
+    const auto numbers = processNumbers();
+    if (!numbers) return std::unexpected(numbers.error());
+    ProcessActivity activity;
+    for (const int number : *numbers) {
+        RunningProcess process{.number = number, .executable = executableOf(number), .files = {}};
+        int error = readOpenFiles(number, process);
+        if (error == 0) error = readMappedFiles(number, process);
+        if (error != 0 && error != ESRCH && error != EPERM && error != EACCES) {
+            return std::unexpected(SystemError{error});
+        }
+        if (error == EPERM || error == EACCES) {
+            // A system that hides even its asker's own files tells nothing.
+            if (number == ::getpid()) return std::unexpected(SystemError{error});
+            ++activity.unreadable;
+        }
+        std::ranges::sort(process.files);
+        const auto repeated = std::ranges::unique(process.files);
+        process.files.erase(repeated.begin(), repeated.end());
+        if (process.executable.empty() && process.files.empty()) continue;
+        activity.processes.push_back(std::move(process));
+    }
+    return activity;
+}
+
+} // namespace tidyro::platform

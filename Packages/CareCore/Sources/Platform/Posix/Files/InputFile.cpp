@@ -1,0 +1,50 @@
+#include "Platform/Files/InputFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tidyro::platform {
+
+std::expected<InputFile, SystemError> InputFile::open(const std::string& path) {
+    const int opened = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (opened < 0) return std::unexpected(SystemError{errno});
+    InputFile file(opened, 0);
+    struct stat status{};
+    if (::fstat(opened, &status) != 0) return std::unexpected(SystemError{errno});
+    if (!S_ISREG(status.st_mode)) return std::unexpected(SystemError{EINVAL});
+    constexpr std::uint64_t blockSize = 512; // of `st_blocks` on every system
+    file.byteCount_ = static_cast<std::uint64_t>(status.st_size);
+    file.bytesOnDisk_ = static_cast<std::uint64_t>(status.st_blocks) * blockSize;
+    return file;
+}
+
+InputFile::InputFile(InputFile&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)),
+      byteCount_(other.byteCount_),
+      bytesOnDisk_(other.bytesOnDisk_) {}
+
+InputFile::~InputFile() {
+    if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+std::expected<std::size_t, SystemError> InputFile::read(std::span<std::byte> into) {
+    // Some systems refuse to read more than 2 GiB at once.
+    constexpr std::size_t most = 1UL << 30;
+    std::size_t filled = 0;
+    while (filled < into.size()) {
+        const std::span<std::byte> rest = into.subspan(filled);
+        const ssize_t got = ::read(descriptor_, rest.data(), std::min(rest.size(), most));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return std::unexpected(SystemError{errno});
+        if (got == 0) break;
+        filled += static_cast<std::size_t>(got);
+    }
+    return filled;
+}
+
+} // namespace tidyro::platform

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "Platform/Files/FileContents.h"
+
+namespace tidyro::platform {
+
+/// Opens a file for reading as `FileContents` promises it; negative with errno on failure.
+[[nodiscard]] int openQuietly(int folder, const char* name, FileContents::OwnersFirst& owners);
+
+} // namespace tidyro::platform

@@ -1,0 +1,72 @@
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "Platform/Folders/FolderReading.h"
+
+namespace tidyro::platform {
+
+namespace {
+
+// O_NONBLOCK: whatever stands in a folder's place by now, opening it must not wait.
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+
+std::expected<FolderDescriptor, SystemError> openFolder(int parent, const char* name, int flags) {
+    int opened = -1;
+    do {
+        opened = ::openat(parent, name, flags);
+    } while (opened < 0 && errno == EINTR);
+    if (opened < 0) return std::unexpected(SystemError{errno});
+    return FolderDescriptor(opened);
+}
+
+} // namespace
+
+FolderDescriptor::FolderDescriptor(FolderDescriptor&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+FolderDescriptor& FolderDescriptor::operator=(FolderDescriptor&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+}
+
+FolderDescriptor::~FolderDescriptor() {
+    if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+std::expected<FolderDescriptor, SystemError> FolderDescriptor::openRoot(const std::string& path) {
+    return openFolder(AT_FDCWD, path.c_str(), folderFlags);
+}
+
+std::expected<FolderDescriptor, SystemError> FolderDescriptor::open(const char* name) const {
+    return openFolder(descriptor_, name, folderFlags | O_NOFOLLOW);
+}
+
+bool meansVanished(SystemError error) {
+    // ESRCH: a folder of /proc whose process has ended.
+    return error.code == ENOENT || error.code == ENOTDIR || error.code == ELOOP ||
+           error.code == ESRCH || error.code == ESTALE;
+}
+
+std::size_t openFolderBudget() {
+    constexpr rlim_t keptForOthers = 64;
+    constexpr rlim_t most = 8'192;
+    // A tree deeper than this, with more than one folder at every level, is read all the same, but
+    // goes over part of its way again and again. Some systems refuse more.
+    constexpr rlim_t enough = 10'240;
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
+    if (limit.rlim_cur < enough && limit.rlim_cur < limit.rlim_max) {
+        rlimit raised = limit;
+        raised.rlim_cur = std::min(enough, limit.rlim_max);
+        if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
+    }
+    if (limit.rlim_cur <= keptForOthers) return 0;
+    return static_cast<std::size_t>(std::min((limit.rlim_cur - keptForOthers) / 2, most));
+}
+
+} // namespace tidyro::platform
