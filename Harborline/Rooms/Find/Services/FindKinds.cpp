@@ -2,9 +2,9 @@
 
 #include <array>
 
+#include "Base/LowercaseTable.h"
 #include "Base/PathText.h"
 #include "StorageEngine/DiskTree/ContentKind.h"
-#include "StorageEngine/DiskTree/LowercaseTable.h"
 
 namespace tidyro {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "Base/LowercaseTable.h"
 #include "Base/PathText.h"
-#include "StorageEngine/DiskTree/LowercaseTable.h"
 
 namespace tidyro {
 

@@ -5,10 +5,10 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "Base/LowercaseTable.h"
 #include "Base/PathText.h"
 #include "Base/Saturating.h"
 #include "StorageEngine/DiskTree/KnownPlaces.h"
-#include "StorageEngine/DiskTree/LowercaseTable.h"
 #include "StorageEngine/DiskTree/PlacePatterns.h"
 
 namespace tidyro {

@@ -5,8 +5,8 @@
 #include <string>
 #include <system_error>
 
+#include "Base/LowercaseTable.h"
 #include "Base/PathText.h"
-#include "StorageEngine/DiskTree/LowercaseTable.h"
 
 namespace tidyro {
 
