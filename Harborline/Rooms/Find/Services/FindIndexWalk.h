@@ -11,16 +11,16 @@
 #include <string>
 #include <vector>
 
+#include "FolderWalk/FolderRoute.h"
+#include "FolderWalk/OpenFolders.h"
+#include "FolderWalk/PlaceTree.h"
+#include "FolderWalk/ReadingTurns.h"
+#include "FolderWalk/WalkProgress.h"
+#include "FolderWalk/WalkThreads.h"
 #include "Platform/Folders/FolderReading.h"
 #include "Rooms/Find/Services/FindDirectoryReader.h"
 #include "Rooms/Find/Services/FindIndexBlock.h"
 #include "Rooms/Find/Services/FindIndexBuilder.h"
-#include "StorageEngine/DiskTree/FolderRoute.h"
-#include "StorageEngine/DiskTree/OpenFolders.h"
-#include "StorageEngine/DiskTree/PlaceTree.h"
-#include "StorageEngine/DiskTree/ReadingTurns.h"
-#include "StorageEngine/DiskTree/WalkProgress.h"
-#include "StorageEngine/DiskTree/WalkThreads.h"
 
 namespace tidyro {
 

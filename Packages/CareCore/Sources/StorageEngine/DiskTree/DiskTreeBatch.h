@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "Base/GrowingArray.h"
+#include "FolderWalk/PlaceTree.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeColumns.h"
-#include "StorageEngine/DiskTree/PlaceTree.h"
 #include "StorageEngine/DiskTree/SeenSet.h"
 
 namespace tidyro {

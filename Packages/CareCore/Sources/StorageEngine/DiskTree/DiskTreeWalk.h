@@ -14,14 +14,14 @@
 #include <vector>
 
 #include "Base/SystemError.h"
+#include "FolderWalk/FolderRoute.h"
+#include "FolderWalk/OpenFolders.h"
+#include "FolderWalk/ReadingTurns.h"
+#include "FolderWalk/WalkProgress.h"
+#include "FolderWalk/WalkThreads.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeBatch.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
-#include "StorageEngine/DiskTree/FolderRoute.h"
-#include "StorageEngine/DiskTree/OpenFolders.h"
-#include "StorageEngine/DiskTree/ReadingTurns.h"
-#include "StorageEngine/DiskTree/WalkProgress.h"
-#include "StorageEngine/DiskTree/WalkThreads.h"
 
 namespace tidyro {
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/WalkThreads.h"
+#include "FolderWalk/WalkThreads.h"
 
 #include <system_error>
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/PlaceTree.h"
+#include "FolderWalk/PlaceTree.h"
 
 #include "Base/PathText.h"
 

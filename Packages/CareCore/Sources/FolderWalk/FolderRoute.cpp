@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/FolderRoute.h"
+#include "FolderWalk/FolderRoute.h"
 
 #include <utility>
 
