@@ -20,8 +20,8 @@
 #include "Rooms/Find/Services/FindIndex.h"
 #include "Rooms/Find/Services/FindIndexBuilder.h"
 #include "Rooms/Find/Services/FindSearchEngine.h"
-#include "StorageEngine/DiskTree/DiskSorting.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
+#include "StorageEngine/Sorting/DiskSorting.h"
 
 namespace tidyro {
 

@@ -27,8 +27,8 @@
 #include "Rooms/Find/Services/FindIndexBuilder.h"
 #include "Rooms/Find/Services/FindIndexPersistence.h"
 #include "Rooms/Find/Services/FindSearchEngine.h"
-#include "StorageEngine/DiskTree/DiskSorting.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
+#include "StorageEngine/Sorting/DiskSorting.h"
 
 namespace tidyro {
 

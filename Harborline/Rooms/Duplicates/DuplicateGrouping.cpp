@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "StorageEngine/DiskTree/KnownPlaces.h"
+#include "StorageEngine/Sorting/KnownPlaces.h"
 
 namespace tidyro {
 

@@ -9,10 +9,10 @@
 #include "StorageEngine/DatabaseFile.h"
 #include "StorageEngine/DesktopFolders.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
-#include "StorageEngine/DiskGroupCategory.h"
 #include "StorageEngine/DiskItemContents.h"
 #include "StorageEngine/LiveDataDetection.h"
 #include "StorageEngine/RemovalConsequence.h"
+#include "StorageEngine/Sorting/DiskGroupCategory.h"
 
 namespace tidyro {
 

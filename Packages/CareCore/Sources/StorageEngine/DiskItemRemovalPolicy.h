@@ -18,10 +18,10 @@
 #include "StorageEngine/DiskItemFolders.h"
 #include "StorageEngine/DiskItemPlaces.h"
 #include "StorageEngine/DiskItemRefusal.h"
-#include "StorageEngine/DiskTree/DiskGroup.h"
-#include "StorageEngine/DiskTree/KnownPlaces.h"
 #include "StorageEngine/FileIdentity.h"
 #include "StorageEngine/SafetyPolicyContext.h"
+#include "StorageEngine/Sorting/DiskGroup.h"
+#include "StorageEngine/Sorting/KnownPlaces.h"
 
 namespace tidyro {
 

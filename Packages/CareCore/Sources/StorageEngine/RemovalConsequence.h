@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "CareDomain/CleanupCategory.h"
-#include "StorageEngine/DiskTree/DiskGroup.h"
+#include "StorageEngine/Sorting/DiskGroup.h"
 
 namespace tidyro {
 

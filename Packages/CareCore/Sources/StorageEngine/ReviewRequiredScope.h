@@ -7,7 +7,7 @@
 #include "Base/FileURL.h"
 #include "CareDomain/CleanupCategory.h"
 #include "CareDomain/RiskAssessment.h"
-#include "StorageEngine/DiskTree/DiskGroup.h"
+#include "StorageEngine/Sorting/DiskGroup.h"
 
 namespace tidyro {
 

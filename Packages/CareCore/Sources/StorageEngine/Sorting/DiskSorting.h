@@ -8,9 +8,9 @@
 #include "Base/FileURL.h"
 #include "Base/Timestamp.h"
 #include "Platform/Folders/WellKnownFolders.h"
-#include "StorageEngine/DiskTree/DiskGroup.h"
 #include "StorageEngine/DiskTree/DiskTree.h"
-#include "StorageEngine/DiskTree/ProjectFolderJudge.h"
+#include "StorageEngine/Sorting/DiskGroup.h"
+#include "StorageEngine/Sorting/ProjectFolderJudge.h"
 
 namespace tidyro {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "StorageEngine/DiskTree/DiskTree.h"
-#include "StorageEngine/DiskTree/KnownPlaces.h"
+#include "StorageEngine/Sorting/KnownPlaces.h"
 
 namespace tidyro {
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/DiskSorting.h"
+#include "StorageEngine/Sorting/DiskSorting.h"
 
 #include <cstdint>
 #include <map>

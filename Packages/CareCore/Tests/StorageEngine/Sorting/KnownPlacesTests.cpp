@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/KnownPlaces.h"
+#include "StorageEngine/Sorting/KnownPlaces.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/ProjectFolderJudge.h"
+#include "StorageEngine/Sorting/ProjectFolderJudge.h"
 
 #include <array>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/DiskSorting.h"
+#include "StorageEngine/Sorting/DiskSorting.h"
 
 #include <algorithm>
 #include <optional>
@@ -8,8 +8,8 @@
 #include "Base/LowercaseTable.h"
 #include "Base/PathText.h"
 #include "Base/Saturating.h"
-#include "StorageEngine/DiskTree/KnownPlaces.h"
-#include "StorageEngine/DiskTree/PlacePatterns.h"
+#include "StorageEngine/Sorting/KnownPlaces.h"
+#include "StorageEngine/Sorting/PlacePatterns.h"
 
 namespace tidyro {
 

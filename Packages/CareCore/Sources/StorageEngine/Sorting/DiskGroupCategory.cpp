@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskGroupCategory.h"
+#include "StorageEngine/Sorting/DiskGroupCategory.h"
 
 namespace tidyro {
 

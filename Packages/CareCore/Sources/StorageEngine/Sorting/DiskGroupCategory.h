@@ -1,7 +1,7 @@
 #pragma once
 
 #include "CareDomain/CleanupCategory.h"
-#include "StorageEngine/DiskTree/DiskGroup.h"
+#include "StorageEngine/Sorting/DiskGroup.h"
 
 namespace tidyro {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "Base/FileURL.h"
-#include "StorageEngine/DiskTree/DiskGroup.h"
+#include "StorageEngine/Sorting/DiskGroup.h"
 
 namespace tidyro {
 

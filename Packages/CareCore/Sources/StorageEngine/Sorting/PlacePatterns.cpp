@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/PlacePatterns.h"
+#include "StorageEngine/Sorting/PlacePatterns.h"
 
 #include <utility>
 
