@@ -5,7 +5,7 @@
 
 #include "Base/PathText.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
-#include "StorageEngine/FolderResolver.h"
+#include "StorageEngine/Places/FolderResolver.h"
 
 namespace tidyro {
 

@@ -17,7 +17,7 @@
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/CleanupRule.h"
 #include "StorageEngine/FileIdentity.h"
-#include "StorageEngine/RootPathIndex.h"
+#include "StorageEngine/Places/RootPathIndex.h"
 
 namespace tidyro {
 

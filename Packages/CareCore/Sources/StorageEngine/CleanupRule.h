@@ -10,7 +10,7 @@
 #include "Base/JSONCoding.h"
 #include "Base/RawValues.h"
 #include "CareDomain/CleanupCategory.h"
-#include "StorageEngine/FolderResolver.h"
+#include "StorageEngine/Places/FolderResolver.h"
 
 namespace tidyro {
 

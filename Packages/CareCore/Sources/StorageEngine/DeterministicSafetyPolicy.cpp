@@ -7,8 +7,8 @@
 #include "Base/PathText.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/Places/SystemPlaces.h"
 #include "StorageEngine/ReviewRequiredScope.h"
-#include "StorageEngine/SystemPlaces.h"
 
 namespace tidyro {
 

@@ -12,7 +12,7 @@
 #include "CareDomain/FileObservation.h"
 #include "CareDomain/RiskAssessment.h"
 #include "StorageEngine/CleanupRule.h"
-#include "StorageEngine/LoweredPath.h"
+#include "StorageEngine/Places/LoweredPath.h"
 #include "StorageEngine/SafetyPolicyContext.h"
 
 namespace tidyro {

@@ -9,7 +9,7 @@
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskItemRefusal.h"
-#include "StorageEngine/KeptFolders.h"
+#include "StorageEngine/Places/KeptFolders.h"
 
 namespace tidyro {
 

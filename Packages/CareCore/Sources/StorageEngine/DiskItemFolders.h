@@ -11,7 +11,7 @@
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskItemRefusal.h"
-#include "StorageEngine/KeptFolders.h"
+#include "StorageEngine/Places/KeptFolders.h"
 
 namespace tidyro {
 

@@ -7,8 +7,8 @@
 #include "Base/UnicodeText.h"
 #include "Platform/Folders/WellKnownFolders.h"
 #include "StorageEngine/DiskTree/ContentKind.h"
-#include "StorageEngine/DiskTree/HomeFolders.h"
-#include "StorageEngine/FolderResolver.h"
+#include "StorageEngine/Places/FolderResolver.h"
+#include "StorageEngine/Places/HomeFolders.h"
 
 namespace tidyro {
 

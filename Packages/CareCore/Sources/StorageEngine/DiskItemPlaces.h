@@ -8,12 +8,12 @@
 
 #include "Base/FileURL.h"
 #include "Platform/Mounts/Volumes.h"
-#include "StorageEngine/DesktopFolders.h"
 #include "StorageEngine/DiskItemRefusal.h"
-#include "StorageEngine/KeptFolders.h"
-#include "StorageEngine/RootPathIndex.h"
+#include "StorageEngine/Places/DesktopFolders.h"
+#include "StorageEngine/Places/KeptFolders.h"
+#include "StorageEngine/Places/RootPathIndex.h"
+#include "StorageEngine/Places/SystemPlaces.h"
 #include "StorageEngine/SafetyPolicyContext.h"
-#include "StorageEngine/SystemPlaces.h"
 
 namespace tidyro {
 

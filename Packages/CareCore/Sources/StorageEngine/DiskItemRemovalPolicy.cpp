@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "StorageEngine/CloudFolders.h"
 #include "StorageEngine/DatabaseFile.h"
-#include "StorageEngine/DesktopFolders.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "StorageEngine/DiskItemContents.h"
 #include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/Places/CloudFolders.h"
+#include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/RemovalConsequence.h"
 #include "StorageEngine/Sorting/DiskGroupCategory.h"
 

@@ -13,8 +13,8 @@
 #include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/ActiveApplications.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
-#include "StorageEngine/DesktopFolders.h"
-#include "StorageEngine/ProtectedFolders.h"
+#include "StorageEngine/Places/DesktopFolders.h"
+#include "StorageEngine/Places/ProtectedFolders.h"
 
 namespace tidyro {
 

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "Base/UnicodeText.h"
-#include "StorageEngine/LoweredPath.h"
+#include "StorageEngine/Places/LoweredPath.h"
 
 namespace tidyro {
 

@@ -8,7 +8,7 @@
 #include "Base/FileURL.h"
 #include "Base/JSONCoding.h"
 #include "Base/Record.h"
-#include "StorageEngine/RootPathIndex.h"
+#include "StorageEngine/Places/RootPathIndex.h"
 
 namespace tidyro {
 

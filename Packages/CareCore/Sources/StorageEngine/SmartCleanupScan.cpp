@@ -19,7 +19,7 @@
 #include "StorageEngine/CleanupPlaceWalk.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "StorageEngine/FileIdentity.h"
-#include "StorageEngine/FolderResolver.h"
+#include "StorageEngine/Places/FolderResolver.h"
 
 namespace tidyro {
 

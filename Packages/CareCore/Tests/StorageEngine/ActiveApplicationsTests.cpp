@@ -8,7 +8,7 @@
 #include "Base/PathText.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/KnownApplications.h"
-#include "StorageEngine/ProtectedFolders.h"
+#include "StorageEngine/Places/ProtectedFolders.h"
 
 namespace tidyro {
 namespace {

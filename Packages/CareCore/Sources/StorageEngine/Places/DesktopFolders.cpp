@@ -1,4 +1,4 @@
-#include "StorageEngine/DesktopFolders.h"
+#include "StorageEngine/Places/DesktopFolders.h"
 
 #include <algorithm>
 #include <cerrno>

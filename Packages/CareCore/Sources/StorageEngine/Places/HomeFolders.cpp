@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskTree/HomeFolders.h"
+#include "StorageEngine/Places/HomeFolders.h"
 
 #include <algorithm>
 #include <array>

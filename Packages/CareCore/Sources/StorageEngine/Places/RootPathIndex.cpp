@@ -1,4 +1,4 @@
-#include "StorageEngine/RootPathIndex.h"
+#include "StorageEngine/Places/RootPathIndex.h"
 
 #include <algorithm>
 

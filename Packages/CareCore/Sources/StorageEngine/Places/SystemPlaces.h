@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "StorageEngine/RootPathIndex.h"
+#include "StorageEngine/Places/RootPathIndex.h"
 
 namespace tidyro {
 

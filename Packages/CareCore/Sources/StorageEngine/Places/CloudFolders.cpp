@@ -1,4 +1,4 @@
-#include "StorageEngine/CloudFolders.h"
+#include "StorageEngine/Places/CloudFolders.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "Base/UnicodeText.h"
-#include "StorageEngine/DiskTree/HomeFolders.h"
+#include "StorageEngine/Places/HomeFolders.h"
 
 namespace tidyro {
 

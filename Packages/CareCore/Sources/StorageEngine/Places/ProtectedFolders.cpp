@@ -1,4 +1,4 @@
-#include "StorageEngine/ProtectedFolders.h"
+#include "StorageEngine/Places/ProtectedFolders.h"
 
 #include <array>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "StorageEngine/SystemPlaces.h"
+#include "StorageEngine/Places/SystemPlaces.h"
 
 #include <algorithm>
 #include <array>

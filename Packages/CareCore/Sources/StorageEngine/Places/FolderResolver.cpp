@@ -1,4 +1,4 @@
-#include "StorageEngine/FolderResolver.h"
+#include "StorageEngine/Places/FolderResolver.h"
 
 #include <filesystem>
 #include <system_error>

@@ -1,10 +1,10 @@
-#include "StorageEngine/KeptFolders.h"
+#include "StorageEngine/Places/KeptFolders.h"
 
 #include <utility>
 
 #include "Base/PathText.h"
 #include "Platform/Files/FileMetadata.h"
-#include "StorageEngine/FolderResolver.h"
+#include "StorageEngine/Places/FolderResolver.h"
 
 namespace tidyro {
 
