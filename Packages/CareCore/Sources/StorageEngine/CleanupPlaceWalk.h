@@ -16,7 +16,7 @@
 #include "CareDomain/FileObservation.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/CleanupRule.h"
-#include "StorageEngine/FileIdentity.h"
+#include "StorageEngine/Observation/FileIdentity.h"
 #include "StorageEngine/Places/RootPathIndex.h"
 
 namespace tidyro {

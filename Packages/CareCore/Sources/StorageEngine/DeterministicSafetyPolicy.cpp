@@ -6,7 +6,7 @@
 
 #include "Base/PathText.h"
 #include "StorageEngine/BuiltInRuleRegistry.h"
-#include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/Observation/LiveDataDetection.h"
 #include "StorageEngine/Places/SystemPlaces.h"
 #include "StorageEngine/ReviewRequiredScope.h"
 

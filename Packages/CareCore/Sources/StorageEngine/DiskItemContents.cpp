@@ -10,10 +10,10 @@
 
 #include "Base/PathText.h"
 #include "Platform/Mounts/MountPoints.h"
-#include "StorageEngine/DatabaseFile.h"
-#include "StorageEngine/FolderSigns.h"
-#include "StorageEngine/FolderSurroundings.h"
-#include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/Observation/DatabaseFile.h"
+#include "StorageEngine/Observation/FolderSigns.h"
+#include "StorageEngine/Observation/FolderSurroundings.h"
+#include "StorageEngine/Observation/LiveDataDetection.h"
 
 namespace tidyro {
 

@@ -5,10 +5,10 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "StorageEngine/DatabaseFile.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "StorageEngine/DiskItemContents.h"
-#include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/Observation/DatabaseFile.h"
+#include "StorageEngine/Observation/LiveDataDetection.h"
 #include "StorageEngine/Places/CloudFolders.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/RemovalConsequence.h"

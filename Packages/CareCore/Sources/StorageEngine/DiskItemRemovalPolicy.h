@@ -18,7 +18,7 @@
 #include "StorageEngine/DiskItemFolders.h"
 #include "StorageEngine/DiskItemPlaces.h"
 #include "StorageEngine/DiskItemRefusal.h"
-#include "StorageEngine/FileIdentity.h"
+#include "StorageEngine/Observation/FileIdentity.h"
 #include "StorageEngine/SafetyPolicyContext.h"
 #include "StorageEngine/Sorting/DiskGroup.h"
 #include "StorageEngine/Sorting/KnownPlaces.h"

@@ -18,7 +18,7 @@
 #include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/CleanupPlaceWalk.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
-#include "StorageEngine/FileIdentity.h"
+#include "StorageEngine/Observation/FileIdentity.h"
 #include "StorageEngine/Places/FolderResolver.h"
 
 namespace tidyro {

@@ -9,7 +9,7 @@
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "StorageEngine/BuiltInCleanupRules.h"
-#include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/Observation/LiveDataDetection.h"
 #include "StorageEngine/RemovalConsequence.h"
 #include "StorageEngine/ReviewRequiredScope.h"
 

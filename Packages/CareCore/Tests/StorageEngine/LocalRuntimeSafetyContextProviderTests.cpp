@@ -12,7 +12,7 @@
 #include "Platform/Testing/FakeRunningApplications.h"
 #include "Platform/Testing/FakeRunningProcesses.h"
 #include "Platform/Testing/FakeVolumes.h"
-#include "StorageEngine/FileIdentity.h"
+#include "StorageEngine/Observation/FileIdentity.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {

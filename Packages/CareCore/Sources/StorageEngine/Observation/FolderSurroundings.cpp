@@ -1,4 +1,4 @@
-#include "StorageEngine/FolderSurroundings.h"
+#include "StorageEngine/Observation/FolderSurroundings.h"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +11,7 @@
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/Files/FileMetadata.h"
-#include "StorageEngine/FolderSigns.h"
+#include "StorageEngine/Observation/FolderSigns.h"
 
 namespace tidyro {
 

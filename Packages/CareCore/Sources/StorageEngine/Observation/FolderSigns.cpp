@@ -1,9 +1,9 @@
-#include "StorageEngine/FolderSigns.h"
+#include "StorageEngine/Observation/FolderSigns.h"
 
 #include <array>
 
 #include "Platform/Files/FileMetadata.h"
-#include "StorageEngine/FileBeginning.h"
+#include "StorageEngine/Observation/FileBeginning.h"
 
 namespace tidyro {
 

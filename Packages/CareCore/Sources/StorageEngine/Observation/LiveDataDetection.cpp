@@ -1,4 +1,4 @@
-#include "StorageEngine/LiveDataDetection.h"
+#include "StorageEngine/Observation/LiveDataDetection.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "StorageEngine/FileBeginning.h"
+#include "StorageEngine/Observation/FileBeginning.h"
 
 #include <array>
 #include <cerrno>

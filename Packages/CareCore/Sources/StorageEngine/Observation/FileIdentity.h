@@ -10,7 +10,7 @@
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
 #include "Platform/Mounts/Volumes.h"
-#include "StorageEngine/FolderSurroundings.h"
+#include "StorageEngine/Observation/FolderSurroundings.h"
 
 namespace tidyro {
 

@@ -1,11 +1,11 @@
-#include "StorageEngine/DatabaseFile.h"
+#include "StorageEngine/Observation/DatabaseFile.h"
 
 #include <array>
 #include <cerrno>
 #include <string>
 #include <string_view>
 
-#include "StorageEngine/FileBeginning.h"
+#include "StorageEngine/Observation/FileBeginning.h"
 
 namespace tidyro {
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/FileIdentity.h"
+#include "StorageEngine/Observation/FileIdentity.h"
 
 #include "Base/PathText.h"
 #include "Platform/Folders/WellKnownFolders.h"
