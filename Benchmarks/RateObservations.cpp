@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "StorageEngine/BuiltInCleanupRules.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
+#include "StorageEngine/Rules/BuiltInCleanupRules.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 #include "CareDomain/CoverageGap.h"
 #include "CareDomain/FileObservation.h"
 #include "Platform/Folders/FolderReading.h"
-#include "StorageEngine/CleanupRule.h"
 #include "StorageEngine/Observation/FileIdentity.h"
 #include "StorageEngine/Places/RootPathIndex.h"
+#include "StorageEngine/Rules/CleanupRule.h"
 
 namespace tidyro {
 

@@ -5,10 +5,10 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/Observation/LiveDataDetection.h"
 #include "StorageEngine/Places/SystemPlaces.h"
-#include "StorageEngine/ReviewRequiredScope.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
+#include "StorageEngine/Rules/ReviewRequiredScope.h"
 
 namespace tidyro {
 

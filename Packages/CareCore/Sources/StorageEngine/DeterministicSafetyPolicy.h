@@ -11,8 +11,8 @@
 #include "CareDomain/CleanupCategory.h"
 #include "CareDomain/FileObservation.h"
 #include "CareDomain/RiskAssessment.h"
-#include "StorageEngine/CleanupRule.h"
 #include "StorageEngine/Places/LoweredPath.h"
+#include "StorageEngine/Rules/CleanupRule.h"
 #include "StorageEngine/SafetyPolicyContext.h"
 
 namespace tidyro {

@@ -12,9 +12,9 @@
 #include "Base/UnicodeText.h"
 #include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/ActiveApplications.h"
-#include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/Places/ProtectedFolders.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 
 namespace tidyro {
 

@@ -14,12 +14,12 @@
 #include "Base/PathText.h"
 #include "CareDomain/FileFingerprint.h"
 #include "Platform/Folders/FolderReading.h"
-#include "StorageEngine/BuiltInCleanupRules.h"
-#include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/CleanupPlaceWalk.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Observation/FileIdentity.h"
 #include "StorageEngine/Places/FolderResolver.h"
+#include "StorageEngine/Rules/BuiltInCleanupRules.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 
 namespace tidyro {
 

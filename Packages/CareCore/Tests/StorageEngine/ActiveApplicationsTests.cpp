@@ -6,9 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
-#include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/KnownApplications.h"
 #include "StorageEngine/Places/ProtectedFolders.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 
 namespace tidyro {
 namespace {

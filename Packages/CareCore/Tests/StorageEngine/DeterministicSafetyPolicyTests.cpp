@@ -8,10 +8,10 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "StorageEngine/BuiltInCleanupRules.h"
 #include "StorageEngine/Observation/LiveDataDetection.h"
 #include "StorageEngine/RemovalConsequence.h"
-#include "StorageEngine/ReviewRequiredScope.h"
+#include "StorageEngine/Rules/BuiltInCleanupRules.h"
+#include "StorageEngine/Rules/ReviewRequiredScope.h"
 
 namespace tidyro {
 namespace {

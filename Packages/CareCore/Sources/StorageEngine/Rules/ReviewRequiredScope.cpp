@@ -1,4 +1,4 @@
-#include "StorageEngine/ReviewRequiredScope.h"
+#include "StorageEngine/Rules/ReviewRequiredScope.h"
 
 #include <algorithm>
 #include <array>

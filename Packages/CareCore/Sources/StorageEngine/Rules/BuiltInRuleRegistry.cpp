@@ -1,4 +1,4 @@
-#include "StorageEngine/BuiltInRuleRegistry.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
-#include "StorageEngine/CleanupRule.h"
+#include "StorageEngine/Rules/CleanupRule.h"
 
 #include <utility>
 
 #include "Base/PathText.h"
-#include "StorageEngine/BuiltInRuleRegistry.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 
 namespace tidyro {
 

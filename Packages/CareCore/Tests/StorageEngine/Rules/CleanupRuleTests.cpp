@@ -1,13 +1,13 @@
-#include "StorageEngine/CleanupRule.h"
+#include "StorageEngine/Rules/CleanupRule.h"
 
 #include <map>
 #include <set>
 
 #include <gtest/gtest.h>
 
-#include "StorageEngine/BuiltInCleanupRules.h"
-#include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/DeterministicSafetyPolicy.h"
+#include "StorageEngine/Rules/BuiltInCleanupRules.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 #include "Support/TemporaryFolder.h"
 
 namespace tidyro {

@@ -1,4 +1,4 @@
-#include "StorageEngine/CleanupAgeFloor.h"
+#include "StorageEngine/Rules/CleanupAgeFloor.h"
 
 #include <algorithm>
 #include <array>

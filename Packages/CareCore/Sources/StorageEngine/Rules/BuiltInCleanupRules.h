@@ -3,8 +3,8 @@
 #include <vector>
 
 #include "Base/FileURL.h"
-#include "StorageEngine/CleanupAgeFloor.h"
-#include "StorageEngine/CleanupRule.h"
+#include "StorageEngine/Rules/CleanupAgeFloor.h"
+#include "StorageEngine/Rules/CleanupRule.h"
 
 namespace tidyro {
 

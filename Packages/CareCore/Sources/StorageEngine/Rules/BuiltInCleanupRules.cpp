@@ -1,11 +1,11 @@
-#include "StorageEngine/BuiltInCleanupRules.h"
+#include "StorageEngine/Rules/BuiltInCleanupRules.h"
 
 #include <filesystem>
 #include <system_error>
 
 #include "Base/PathText.h"
-#include "StorageEngine/BuiltInRuleRegistry.h"
 #include "StorageEngine/Places/FolderResolver.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 
 namespace tidyro {
 
