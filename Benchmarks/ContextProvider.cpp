@@ -20,7 +20,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "StorageEngine/LocalRuntimeSafetyContextProvider.h"
+#include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 namespace {
 

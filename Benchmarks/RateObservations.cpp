@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
+#include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 
 namespace {
 

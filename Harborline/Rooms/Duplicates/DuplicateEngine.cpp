@@ -10,7 +10,7 @@
 #include "Rooms/Duplicates/ReaderThreads.h"
 #include "Rooms/Duplicates/SampleLooks.h"
 #include "Rooms/Duplicates/SearchProgress.h"
-#include "StorageEngine/LocalRuntimeSafetyContextProvider.h"
+#include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 namespace tidyro {
 

@@ -12,7 +12,7 @@
 #include "Rooms/Duplicates/DuplicateSearchOptions.h"
 #include "StorageEngine/DiskTree/DiskTree.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
-#include "StorageEngine/SafetyPolicyContext.h"
+#include "StorageEngine/Safety/SafetyPolicyContext.h"
 
 namespace tidyro {
 

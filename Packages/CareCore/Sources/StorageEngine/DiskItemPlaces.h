@@ -13,7 +13,7 @@
 #include "StorageEngine/Places/KeptFolders.h"
 #include "StorageEngine/Places/RootPathIndex.h"
 #include "StorageEngine/Places/SystemPlaces.h"
-#include "StorageEngine/SafetyPolicyContext.h"
+#include "StorageEngine/Safety/SafetyPolicyContext.h"
 
 namespace tidyro {
 

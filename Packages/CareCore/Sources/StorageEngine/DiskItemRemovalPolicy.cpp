@@ -5,13 +5,13 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "StorageEngine/DiskItemContents.h"
 #include "StorageEngine/Observation/DatabaseFile.h"
 #include "StorageEngine/Observation/LiveDataDetection.h"
 #include "StorageEngine/Places/CloudFolders.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/RemovalConsequence.h"
+#include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Sorting/DiskGroupCategory.h"
 
 namespace tidyro {

@@ -19,7 +19,7 @@
 #include "StorageEngine/DiskItemPlaces.h"
 #include "StorageEngine/DiskItemRefusal.h"
 #include "StorageEngine/Observation/FileIdentity.h"
-#include "StorageEngine/SafetyPolicyContext.h"
+#include "StorageEngine/Safety/SafetyPolicyContext.h"
 #include "StorageEngine/Sorting/DiskGroup.h"
 #include "StorageEngine/Sorting/KnownPlaces.h"
 

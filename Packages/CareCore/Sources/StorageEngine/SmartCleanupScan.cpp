@@ -15,11 +15,11 @@
 #include "CareDomain/FileFingerprint.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/CleanupPlaceWalk.h"
-#include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Observation/FileIdentity.h"
 #include "StorageEngine/Places/FolderResolver.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
+#include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 
 namespace tidyro {
 

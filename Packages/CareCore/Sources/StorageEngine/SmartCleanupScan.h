@@ -11,8 +11,8 @@
 #include "Base/FileURL.h"
 #include "Base/Timestamp.h"
 #include "Platform/Mounts/Volumes.h"
-#include "StorageEngine/LocalRuntimeSafetyContextProvider.h"
 #include "StorageEngine/Rules/CleanupAgeFloor.h"
+#include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 #include "StorageEngine/SmartCleanupReport.h"
 
 namespace tidyro {

@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "StorageEngine/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
+#include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 #include "Support/TemporaryFolder.h"
 
 namespace tidyro {

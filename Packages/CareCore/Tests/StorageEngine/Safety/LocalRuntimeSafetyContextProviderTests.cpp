@@ -1,4 +1,4 @@
-#include "StorageEngine/LocalRuntimeSafetyContextProvider.h"
+#include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 #include <atomic>
 #include <cerrno>

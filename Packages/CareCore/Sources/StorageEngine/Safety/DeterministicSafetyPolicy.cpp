@@ -1,4 +1,4 @@
-#include "StorageEngine/DeterministicSafetyPolicy.h"
+#include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "StorageEngine/SafetyPolicyContext.h"
+#include "StorageEngine/Safety/SafetyPolicyContext.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/LocalRuntimeSafetyContextProvider.h"
+#include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -11,10 +11,10 @@
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/Files/FileMetadata.h"
-#include "StorageEngine/ActiveApplications.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/Places/ProtectedFolders.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
+#include "StorageEngine/Safety/ActiveApplications.h"
 
 namespace tidyro {
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/KnownApplications.h"
+#include "StorageEngine/Safety/KnownApplications.h"
 
 #include <array>
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/ActiveApplications.h"
+#include "StorageEngine/Safety/ActiveApplications.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "StorageEngine/KnownApplications.h"
+#include "StorageEngine/Safety/KnownApplications.h"
 
 namespace tidyro {
 

@@ -11,7 +11,7 @@
 #include "Platform/Mounts/Volumes.h"
 #include "Platform/Processes/RunningApplications.h"
 #include "Platform/Processes/RunningProcesses.h"
-#include "StorageEngine/SafetyPolicyContext.h"
+#include "StorageEngine/Safety/SafetyPolicyContext.h"
 
 namespace tidyro {
 

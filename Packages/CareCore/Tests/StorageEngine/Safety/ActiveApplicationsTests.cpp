@@ -1,4 +1,4 @@
-#include "StorageEngine/ActiveApplications.h"
+#include "StorageEngine/Safety/ActiveApplications.h"
 
 #include <algorithm>
 #include <set>
@@ -6,9 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
-#include "StorageEngine/KnownApplications.h"
 #include "StorageEngine/Places/ProtectedFolders.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
+#include "StorageEngine/Safety/KnownApplications.h"
 
 namespace tidyro {
 namespace {

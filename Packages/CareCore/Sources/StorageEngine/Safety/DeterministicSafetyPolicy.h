@@ -13,7 +13,7 @@
 #include "CareDomain/RiskAssessment.h"
 #include "StorageEngine/Places/LoweredPath.h"
 #include "StorageEngine/Rules/CleanupRule.h"
-#include "StorageEngine/SafetyPolicyContext.h"
+#include "StorageEngine/Safety/SafetyPolicyContext.h"
 
 namespace tidyro {
 
