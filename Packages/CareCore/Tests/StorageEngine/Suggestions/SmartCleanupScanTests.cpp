@@ -1,4 +1,4 @@
-#include "StorageEngine/SmartCleanupScan.h"
+#include "StorageEngine/Suggestions/SmartCleanupScan.h"
 
 #include <array>
 #include <cstdio>

@@ -13,7 +13,7 @@
 #include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/Rules/CleanupAgeFloor.h"
 #include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
-#include "StorageEngine/SmartCleanupReport.h"
+#include "StorageEngine/Suggestions/SmartCleanupReport.h"
 
 namespace tidyro {
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/CleanupPlaceWalk.h"
+#include "StorageEngine/Suggestions/CleanupPlaceWalk.h"
 
 #include <algorithm>
 #include <cerrno>

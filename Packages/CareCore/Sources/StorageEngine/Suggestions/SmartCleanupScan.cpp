@@ -1,4 +1,4 @@
-#include "StorageEngine/SmartCleanupScan.h"
+#include "StorageEngine/Suggestions/SmartCleanupScan.h"
 
 #include <algorithm>
 #include <chrono>
@@ -14,12 +14,12 @@
 #include "Base/PathText.h"
 #include "CareDomain/FileFingerprint.h"
 #include "Platform/Folders/FolderReading.h"
-#include "StorageEngine/CleanupPlaceWalk.h"
 #include "StorageEngine/Observation/FileIdentity.h"
 #include "StorageEngine/Places/FolderResolver.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
+#include "StorageEngine/Suggestions/CleanupPlaceWalk.h"
 
 namespace tidyro {
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/SmartCleanupReport.h"
+#include "StorageEngine/Suggestions/SmartCleanupReport.h"
 
 #include "Base/Saturating.h"
 
