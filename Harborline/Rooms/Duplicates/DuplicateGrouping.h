@@ -12,7 +12,7 @@
 #include "Rooms/Duplicates/DuplicateReport.h"
 #include "Rooms/Duplicates/DuplicateSearchOptions.h"
 #include "Rooms/Duplicates/ProvenFile.h"
-#include "StorageEngine/DiskItemRemovalPolicy.h"
+#include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"
 
 namespace tidyro {
 

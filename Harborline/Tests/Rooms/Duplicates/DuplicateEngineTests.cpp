@@ -14,7 +14,7 @@
 
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Mounts/Volumes.h"
-#include "StorageEngine/DiskItemRefusal.h"
+#include "StorageEngine/PickedItems/DiskItemRefusal.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {

@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskItemContents.h"
+#include "StorageEngine/PickedItems/DiskItemContents.h"
 
 #include <algorithm>
 #include <cerrno>

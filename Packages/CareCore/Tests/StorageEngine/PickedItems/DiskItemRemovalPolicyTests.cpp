@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskItemRemovalPolicy.h"
+#include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"
 
 #include <array>
 #include <cerrno>
@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "StorageEngine/DiskItemSurroundings.h"
+#include "StorageEngine/PickedItems/DiskItemSurroundings.h"
 
 namespace tidyro {
 namespace {

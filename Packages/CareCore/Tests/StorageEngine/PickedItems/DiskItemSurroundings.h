@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "Platform/Testing/FakeVolumes.h"
-#include "StorageEngine/DiskItemRemovalPolicy.h"
+#include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"
 #include "Support/TemporaryFolder.h"
 
 /// What the tests of the policy for picked items ask it about.

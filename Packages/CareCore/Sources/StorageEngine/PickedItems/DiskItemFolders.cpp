@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskItemFolders.h"
+#include "StorageEngine/PickedItems/DiskItemFolders.h"
 
 #include <filesystem>
 #include <system_error>

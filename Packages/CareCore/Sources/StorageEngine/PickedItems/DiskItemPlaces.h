@@ -8,7 +8,7 @@
 
 #include "Base/FileURL.h"
 #include "Platform/Mounts/Volumes.h"
-#include "StorageEngine/DiskItemRefusal.h"
+#include "StorageEngine/PickedItems/DiskItemRefusal.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/Places/KeptFolders.h"
 #include "StorageEngine/Places/RootPathIndex.h"

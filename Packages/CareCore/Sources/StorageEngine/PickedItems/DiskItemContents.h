@@ -8,7 +8,7 @@
 #include "Base/Timestamp.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
-#include "StorageEngine/DiskItemRefusal.h"
+#include "StorageEngine/PickedItems/DiskItemRefusal.h"
 #include "StorageEngine/Places/KeptFolders.h"
 
 namespace tidyro {

@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskItemPlaces.h"
+#include "StorageEngine/PickedItems/DiskItemPlaces.h"
 
 #include <algorithm>
 #include <set>

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "StorageEngine/DiskItemContents.h"
-#include "StorageEngine/DiskItemSurroundings.h"
+#include "StorageEngine/PickedItems/DiskItemContents.h"
+#include "StorageEngine/PickedItems/DiskItemSurroundings.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {

@@ -1,16 +1,16 @@
-#include "StorageEngine/DiskItemRemovalPolicy.h"
+#include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
 #include "Base/PathText.h"
-#include "StorageEngine/DiskItemContents.h"
 #include "StorageEngine/Observation/DatabaseFile.h"
 #include "StorageEngine/Observation/LiveDataDetection.h"
+#include "StorageEngine/PickedItems/DiskItemContents.h"
+#include "StorageEngine/PickedItems/RemovalConsequence.h"
 #include "StorageEngine/Places/CloudFolders.h"
 #include "StorageEngine/Places/DesktopFolders.h"
-#include "StorageEngine/RemovalConsequence.h"
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Sorting/DiskGroupCategory.h"
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/RemovalConsequence.h"
+#include "StorageEngine/PickedItems/RemovalConsequence.h"
 
 namespace tidyro {
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/DiskItemRefusal.h"
+#include "StorageEngine/PickedItems/DiskItemRefusal.h"
 
 #include "Base/Fault.h"
 
