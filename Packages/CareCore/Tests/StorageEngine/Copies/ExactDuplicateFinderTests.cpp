@@ -1,4 +1,4 @@
-#include "StorageEngine/ExactDuplicateFinder.h"
+#include "StorageEngine/Copies/ExactDuplicateFinder.h"
 
 #include <array>
 #include <cerrno>
@@ -14,7 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/Machine/SHA256.h"
-#include "StorageEngine/DuplicateScan.h"
+#include "StorageEngine/Copies/DuplicateScan.h"
 #include "Support/TemporaryFolder.h"
 
 namespace tidyro {

@@ -1,4 +1,4 @@
-#include "StorageEngine/DuplicateScan.h"
+#include "StorageEngine/Copies/DuplicateScan.h"
 
 #include <algorithm>
 #include <chrono>

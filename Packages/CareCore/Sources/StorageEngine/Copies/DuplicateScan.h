@@ -10,7 +10,7 @@
 #include "Base/Cancellation.h"
 #include "Base/Record.h"
 #include "CareDomain/FileObservation.h"
-#include "StorageEngine/ExactDuplicateFinder.h"
+#include "StorageEngine/Copies/ExactDuplicateFinder.h"
 
 namespace tidyro {
 

@@ -1,4 +1,4 @@
-#include "StorageEngine/ExactDuplicateFinder.h"
+#include "StorageEngine/Copies/ExactDuplicateFinder.h"
 
 #include <algorithm>
 #include <cstddef>
