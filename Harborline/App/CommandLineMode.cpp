@@ -16,7 +16,7 @@
 #include "Platform/Terminal/OutputLines.h"
 #include "Platform/Terminal/StandardStreams.h"
 #include "Rooms/Activity/ActivityArchive.h"
-#include "Rooms/Duplicates/DuplicateEngine.h"
+#include "Rooms/Duplicates/Search/DuplicateEngine.h"
 #include "Rooms/Find/Services/FindIndex.h"
 #include "Rooms/Find/Services/FindIndexBuilder.h"
 #include "Rooms/Find/Services/FindSearchEngine.h"

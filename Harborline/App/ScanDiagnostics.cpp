@@ -22,7 +22,7 @@
 #include "Platform/Terminal/OutputLines.h"
 #include "Platform/Terminal/StandardStreams.h"
 #include "Rooms/Activity/FolderSnapshot.h"
-#include "Rooms/Duplicates/DuplicateEngine.h"
+#include "Rooms/Duplicates/Search/DuplicateEngine.h"
 #include "Rooms/Find/Services/FindIndex.h"
 #include "Rooms/Find/Services/FindIndexBuilder.h"
 #include "Rooms/Find/Services/FindIndexPersistence.h"

@@ -9,7 +9,7 @@
 #include "Base/Fault.h"
 #include "Platform/Machine/LargeBlocks.h"
 #include "Platform/Terminal/StandardStreams.h"
-#include "Rooms/Duplicates/DuplicatesCommandLine.h"
+#include "Rooms/Duplicates/Report/DuplicatesCommandLine.h"
 
 // Each start-up hook returns when it was not asked for, and ends the process when it was.
 int main(int count, char** values) {

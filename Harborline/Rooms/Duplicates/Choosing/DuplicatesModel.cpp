@@ -1,0 +1,306 @@
+#include "Rooms/Duplicates/Choosing/DuplicatesModel.h"
+
+#include <algorithm>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "Base/Saturating.h"
+
+namespace tidyro {
+
+namespace {
+
+template <class Case>
+bool is(const CopyState& state) {
+    return std::holds_alternative<Case>(state.value);
+}
+
+/// The best of those that may be taken at all.
+template <class Filter>
+const DuplicateCopy* best(std::span<const DuplicateCopy> copies, KeepRule rule, Filter mayBeTaken) {
+    const DuplicateCopy* found = nullptr;
+    for (const DuplicateCopy& copy : copies) {
+        if (!mayBeTaken(copy)) continue;
+        if (found == nullptr || isBetterToKeep(copy, *found, rule)) found = &copy;
+    }
+    return found;
+}
+
+const DuplicateCopy* copyAt(std::string_view path, const DuplicateGroup& group) {
+    const auto found = std::ranges::find(group.copies, path, &DuplicateCopy::path);
+    return found == group.copies.end() ? nullptr : &*found;
+}
+
+} // namespace
+
+// The search
+
+DuplicatesModel::Screen DuplicatesModel::screen() const {
+    if (std::holds_alternative<Searching>(phase_)) return Screen::searching;
+    if (report_) return report_->groups.empty() ? Screen::nothingFound : Screen::results;
+    return isScanUnderWay_ && settings.followsScans ? Screen::waitingForScan : Screen::start;
+}
+
+DuplicateSearchOptions DuplicatesModel::options(const FileURL& home) const {
+    return {.roots = settings.folders.empty() ? std::vector{home} : settings.folders,
+            .minimumBytes = settings.minimumBytes,
+            .includeSystemVolumes = settings.includeSystemVolumes,
+            .home = home,
+            .systemVolumeRoots = settings.systemVolumeRoots};
+}
+
+bool DuplicatesModel::isUnderWay(SearchNumber search) const {
+    return search == search_ && std::holds_alternative<Searching>(phase_);
+}
+
+DuplicatesModel::SearchNumber DuplicatesModel::searchBegan() {
+    phase_ = Searching{};
+    progress_.reset();
+    // Without the record of what is gone the old report would offer the last copy of a file.
+    report_.reset();
+    keptByHand_.clear();
+    gone_.clear();
+    wasStopped_ = false;
+    search_ = SearchNumber{static_cast<std::uint64_t>(search_) + 1};
+    return search_;
+}
+
+void DuplicatesModel::progressed(SearchNumber search, DuplicateProgress progress) {
+    if (isUnderWay(search)) progress_ = std::move(progress);
+}
+
+void DuplicatesModel::finished(SearchNumber search, DuplicateReport report, CleanupQueue& queue) {
+    if (!isUnderWay(search)) return;
+    phase_ = Finished{};
+    progress_.reset();
+    report_ = std::move(report);
+    queueChanged(queue);
+}
+
+void DuplicatesModel::failedWith(SearchNumber search, std::string message) {
+    if (!isUnderWay(search)) return;
+    phase_ = Failed{std::move(message)};
+    progress_.reset();
+}
+
+void DuplicatesModel::stopped(SearchNumber search) {
+    if (!isUnderWay(search)) return;
+    phase_ = Idle{};
+    progress_.reset();
+    wasStopped_ = true;
+}
+
+// Searches that follow the scans of the disk
+
+std::optional<DuplicatesModel::AutoRun> DuplicatesModel::scanFinished(const FileURL& root,
+                                                                      Timestamp finishedAt) {
+    isScanUnderWay_ = false;
+    if (!settings.followsScans || std::holds_alternative<Searching>(phase_)) return std::nullopt;
+    AutoRun run{.root = root,
+                .scanFinishedAt = finishedAt,
+                .includeSystemVolumes = settings.includeSystemVolumes};
+    if (lastAutoRun_ == run || !keptByHand_.empty()) return std::nullopt;
+    lastAutoRun_ = run;
+    return run;
+}
+
+DuplicateSearchOptions DuplicatesModel::options(const FileURL& home, const AutoRun& run) const {
+    DuplicateSearchOptions made = options(home);
+    made.roots = {run.root};
+    made.includeSystemVolumes = run.includeSystemVolumes;
+    return made;
+}
+
+// The copy that is kept
+
+void DuplicatesModel::setKeepRule(KeepRule rule, CleanupQueue& queue) {
+    keepRule_ = rule;
+    queueChanged(queue);
+}
+
+void DuplicatesModel::setPreferredFolder(std::optional<FileURL> folder, CleanupQueue& queue) {
+    preferredFolder_ = std::move(folder);
+    queueChanged(queue);
+}
+
+const DuplicateCopy* DuplicatesModel::pick(std::span<const DuplicateCopy> copies, KeepRule rule) {
+    return best(copies, rule, [](const DuplicateCopy&) { return true; });
+}
+
+const DuplicateCopy* DuplicatesModel::keptCopy(const DuplicateGroup& of) const {
+    if (const auto chosen = keptByHand_.find(of.digest); chosen != keptByHand_.end()) {
+        const DuplicateCopy* copy = copyAt(chosen->second, of);
+        if (copy != nullptr && !covers(gone_, copy->path)) return copy;
+    }
+    const auto isThere = [&](const DuplicateCopy& copy) { return !covers(gone_, copy.path); };
+    if (keepRule_ == KeepRule::preferredFolder && preferredFolder_) {
+        const std::string inside = preferredFolder_->path() + "/";
+        const DuplicateCopy* found = best(of.copies, keepRule_, [&](const DuplicateCopy& copy) {
+            return copy.path.starts_with(inside) && isThere(copy);
+        });
+        if (found != nullptr) return found;
+    }
+    return best(of.copies, keepRule_, isThere);
+}
+
+CopyState DuplicatesModel::stateOf(const DuplicateCopy& copy, const DuplicateCopy* kept,
+                                   const PathSet& staged) const {
+    if (covers(gone_, copy.path)) return {copystate::Gone{}};
+    if (kept != nullptr && kept->path == copy.path) return {copystate::Kept{}};
+    if (covers(staged, copy.path)) return {copystate::Staged{}};
+    if (copy.heldBecause) return {copystate::Held{*copy.heldBecause}};
+    if (kept != nullptr && kept->storage == copy.storage) return {copystate::SharesStorage{}};
+    return {copystate::Extra{}};
+}
+
+CopyState DuplicatesModel::state(const DuplicateCopy& of, const DuplicateGroup& in,
+                                 const PathSet& staged) const {
+    return stateOf(of, keptCopy(in), staged);
+}
+
+std::vector<CopyState> DuplicatesModel::states(const DuplicateGroup& of,
+                                               const PathSet& staged) const {
+    const DuplicateCopy* kept = keptCopy(of);
+    std::vector<CopyState> states;
+    states.reserve(of.copies.size());
+    for (const DuplicateCopy& copy : of.copies) states.push_back(stateOf(copy, kept, staged));
+    return states;
+}
+
+std::vector<const DuplicateCopy*> DuplicatesModel::extras(const DuplicateGroup& of) const {
+    const DuplicateCopy* kept = keptCopy(of);
+    std::vector<const DuplicateCopy*> found;
+    for (const DuplicateCopy& copy : of.copies) {
+        if (is<copystate::Extra>(stateOf(copy, kept, {}))) found.push_back(&copy);
+    }
+    return found;
+}
+
+std::uint64_t DuplicatesModel::freedBytes(const DuplicateGroup& of, const PathSet& staged) const {
+    std::set<std::int64_t> going;
+    std::set<std::int64_t> staying;
+    for (const DuplicateCopy& copy : of.copies) {
+        if (covers(gone_, copy.path)) continue;
+        const bool goes = covers(staged, copy.path) && !copy.heldBecause;
+        (goes ? going : staying).insert(copy.storage);
+    }
+    const auto freed = std::ranges::count_if(
+        going, [&](std::int64_t storage) { return !staying.contains(storage); });
+    return saturatingMultiply(static_cast<std::uint64_t>(freed), of.bytesEach);
+}
+
+namespace {
+
+/// How many copies of a group are to stay on each storage. Its blocks are freed with the last one.
+class StayingCopies {
+  public:
+    StayingCopies(const DuplicateGroup& group, const PathSet& staged, const PathSet& gone)
+        : bytesEach_(group.bytesEach) {
+        for (const DuplicateCopy& copy : group.copies) {
+            const bool goes = covers(staged, copy.path) && !copy.heldBecause;
+            if (!goes && !covers(gone, copy.path)) ++count_[copy.storage];
+        }
+    }
+    /// What it frees that one of them leaves, too.
+    [[nodiscard]] std::uint64_t freedBy(const DuplicateCopy& copy) const {
+        const auto count = count_.find(copy.storage);
+        return count != count_.end() && count->second == 1 ? bytesEach_ : 0;
+    }
+    void leave(const DuplicateCopy& copy) { --count_[copy.storage]; }
+
+  private:
+    std::uint64_t bytesEach_;
+    std::map<std::int64_t, std::size_t> count_;
+};
+
+} // namespace
+
+// The cleanup queue
+
+const DuplicateGroup* DuplicatesModel::current(const DuplicateGroup& group) const {
+    if (!report_) return nullptr;
+    const auto found = std::ranges::find(report_->groups, group.digest, &DuplicateGroup::digest);
+    return found == report_->groups.end() ? nullptr : &*found;
+}
+
+bool DuplicatesModel::stage(const DuplicateCopy& copy, const DuplicateGroup& of,
+                            CleanupQueue& queue) {
+    const DuplicateGroup* group = current(of);
+    const DuplicateCopy* own = group == nullptr ? nullptr : copyAt(copy.path, *group);
+    if (own == nullptr) return false;
+    const PathSet staged = queue.staged();
+    const DuplicateCopy* kept = keptCopy(*group);
+    if (!is<copystate::Extra>(stateOf(*own, kept, staged))) return false;
+    if (covers(staged, kept->path) && !queue.unstage(kept->path)) return false;
+    return queue.stage(own->path, StayingCopies(*group, staged, gone_).freedBy(*own));
+}
+
+bool DuplicatesModel::unstage(const DuplicateCopy& copy, CleanupQueue& queue) {
+    return queue.unstage(copy.path);
+}
+
+bool DuplicatesModel::keep(const DuplicateCopy& copy, const DuplicateGroup& of,
+                           CleanupQueue& queue) {
+    const DuplicateGroup* group = current(of);
+    if (group == nullptr || copyAt(copy.path, *group) == nullptr) return false;
+    if (covers(gone_, copy.path)) return false;
+    if (covers(queue.staged(), copy.path) && !queue.unstage(copy.path)) return false;
+    keptByHand_[group->digest] = copy.path;
+    settle(*group, queue.staged(), queue);
+    return true;
+}
+
+std::size_t DuplicatesModel::stageEveryExtra(CleanupQueue& queue) {
+    if (!report_) return 0;
+    const PathSet staged = queue.staged();
+    std::size_t count = 0;
+    for (const DuplicateGroup& group : report_->groups) {
+        const DuplicateCopy* kept = keptCopy(group);
+        if (kept == nullptr) continue;
+        if (covers(staged, kept->path) && !queue.unstage(kept->path)) continue;
+        StayingCopies staying(group, staged, gone_);
+        for (const DuplicateCopy& copy : group.copies) {
+            if (!is<copystate::Extra>(stateOf(copy, kept, staged))) continue;
+            if (!queue.stage(copy.path, staying.freedBy(copy))) continue;
+            staying.leave(copy);
+            ++count;
+        }
+    }
+    return count;
+}
+
+void DuplicatesModel::removed(const PathSet& paths, CleanupQueue& queue) {
+    gone_.insert(paths.begin(), paths.end());
+    queueChanged(queue);
+}
+
+void DuplicatesModel::queueChanged(CleanupQueue& queue) const {
+    if (!report_) return;
+    const PathSet staged = queue.staged();
+    if (staged.empty()) return;
+    for (const DuplicateGroup& group : report_->groups) settle(group, staged, queue);
+}
+
+void DuplicatesModel::settle(const DuplicateGroup& group, const PathSet& staged,
+                             CleanupQueue& queue) const {
+    const DuplicateCopy* kept = keptCopy(group);
+    if (kept == nullptr) return;
+    for (const DuplicateCopy& copy : group.copies) {
+        // Going by itself it would free nothing any more.
+        if (&copy != kept && copy.storage == kept->storage && staged.contains(copy.path)) {
+            static_cast<void>(queue.unstage(copy.path));
+        }
+    }
+    if (!covers(staged, kept->path) || queue.unstage(kept->path)) return;
+    const auto isThere = [&](const DuplicateCopy& copy) { return !covers(gone_, copy.path); };
+    const bool anotherStays = std::ranges::any_of(group.copies, [&](const DuplicateCopy& copy) {
+        return isThere(copy) && !covers(staged, copy.path);
+    });
+    if (anotherStays) return;
+    for (const DuplicateCopy& copy : group.copies) {
+        if (isThere(copy) && queue.unstage(copy.path)) return;
+    }
+}
+
+} // namespace tidyro

@@ -1,0 +1,128 @@
+#include "Rooms/Duplicates/Report/DuplicatesText.h"
+
+#include <fmt/format.h>
+
+#include "Base/FileURL.h"
+#include "Base/JSONCoding.h"
+#include "Base/LocaleText.h"
+#include "Base/RoomText.h"
+#include "Base/Saturating.h"
+
+namespace tidyro {
+
+namespace {
+
+/// What may go, and what stays.
+struct Sums {
+    std::uint64_t extraCopies = 0;
+    std::uint64_t freedBytes = 0; ///< by removing all of those
+    std::uint64_t heldCopies = 0;
+};
+
+PathSet extraPaths(const DuplicateGroup& group, const DuplicatesModel& model) {
+    PathSet paths;
+    for (const DuplicateCopy* copy : model.extras(group)) paths.insert(copy->path);
+    return paths;
+}
+
+Sums sumsOf(const DuplicateReport& report, const DuplicatesModel& model) {
+    Sums sums;
+    for (const DuplicateGroup& group : report.groups) {
+        const PathSet extra = extraPaths(group, model);
+        sums.extraCopies += extra.size();
+        sums.freedBytes = saturatingAdd(sums.freedBytes, model.freedBytes(group, extra));
+        for (const DuplicateCopy& copy : group.copies) {
+            if (copy.heldBecause) ++sums.heldCopies;
+        }
+    }
+    return sums;
+}
+
+struct Word {
+    std::string operator()(const copystate::Held&) const { return "held"; }
+    std::string operator()(const copystate::Kept&) const { return "kept"; }
+    std::string operator()(const copystate::Staged&) const { return "staged"; }
+    std::string operator()(const copystate::Gone&) const { return "gone"; }
+    std::string operator()(const copystate::SharesStorage&) const { return "shares storage"; }
+    std::string operator()(const copystate::Extra&) const { return "extra"; }
+};
+
+std::uint64_t count(std::int64_t number) { return static_cast<std::uint64_t>(number); }
+
+} // namespace
+
+void writeText(const DuplicateReport& report, const DuplicatesModel& model,
+               const std::function<std::string(const std::string&)>& shown,
+               const std::function<void(std::string_view)>& write) {
+    write(fmt::format("Looked at {} of {} or more{}.\n",
+                      RoomText::counted(count(report.filesLookedAt), "file", "files"),
+                      RoomText::bytes(report.minimumBytes),
+                      report.includedSystemVolumes ? ", system volumes included" : ""));
+    if (report.deniedFolders > 0) {
+        write(fmt::format(
+            "{} closed to Tidyro and not searched.\n",
+            RoomText::counted(count(report.deniedFolders), "folder was", "folders were")));
+    }
+    for (const DuplicateGroup& group : report.groups) {
+        write(fmt::format("\n{} × {}, {} wasted  {}\n", RoomText::bytes(group.bytesEach),
+                          group.copies.size(), RoomText::bytes(group.wastedBytes()), group.digest));
+        const auto states = model.states(group, {});
+        for (std::size_t i = 0; i < group.copies.size(); ++i) {
+            const DuplicateCopy& copy = group.copies[i];
+            write(fmt::format("  {:<14}  {}\n", std::visit(Word{}, states[i].value),
+                              shown(copy.path)));
+            for (const std::string& name : copy.otherNames) {
+                write(fmt::format("  {:<14}  {}\n", "  also named", shown(name)));
+            }
+            if (copy.heldBecause) write(fmt::format("  {:<14}  {}\n", "", *copy.heldBecause));
+        }
+    }
+    const Sums sums = sumsOf(report, model);
+    write(fmt::format("\n{} of copies, {} taken by the extra copies, in {} s.\n",
+                      RoomText::counted(report.groups.size(), "set", "sets"),
+                      RoomText::bytes(report.wastedBytes()),
+                      LocaleText::current().decimal(report.duration, 2)));
+    write(fmt::format("{} may go, which frees up to {}; {} held.\n",
+                      RoomText::counted(sums.extraCopies, "copy", "copies"),
+                      RoomText::bytes(sums.freedBytes),
+                      RoomText::counted(sums.heldCopies, "copy is", "copies are")));
+    if (report.cloneOnlyGroups > 0) {
+        write(fmt::format("{} all their storage, so that removing any would free nothing.\n",
+                          RoomText::counted(count(report.cloneOnlyGroups),
+                                            "further set of copies shares",
+                                            "further sets of copies share")));
+    }
+    if (report.hardLinkedFiles > 0) {
+        write(fmt::format(
+            "{} a further name of a file and counted once.\n",
+            RoomText::counted(count(report.hardLinkedFiles), "path is", "paths are each")));
+    }
+}
+
+JSON documentOf(const DuplicateReport& report, const DuplicatesModel& model) {
+    JSON document = toJSON(report);
+    JSON& groups = document["groups"];
+    for (std::size_t g = 0; g < report.groups.size(); ++g) {
+        const DuplicateGroup& group = report.groups[g];
+        groups[g]["storageCount"] = group.storageCount();
+        groups[g]["wastedBytes"] = group.wastedBytes();
+        const auto states = model.states(group, {});
+        for (std::size_t c = 0; c < group.copies.size(); ++c) {
+            JSON& copy = groups[g]["copies"][c];
+            copy["url"] = toJSON(FileURL::file(group.copies[c].path));
+            copy["otherURLs"] = JSON::array();
+            for (const std::string& name : group.copies[c].otherNames) {
+                copy["otherURLs"].push_back(toJSON(FileURL::file(name)));
+            }
+            copy["state"] = toJSON(states[c]);
+        }
+    }
+    const Sums sums = sumsOf(report, model);
+    document["wastedBytes"] = report.wastedBytes();
+    document["extraCopies"] = sums.extraCopies;
+    document["freedBytes"] = sums.freedBytes;
+    document["heldCopies"] = sums.heldCopies;
+    return document;
+}
+
+} // namespace tidyro

@@ -1,0 +1,149 @@
+#include "Rooms/Duplicates/Search/DuplicateEngine.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "Rooms/Duplicates/Search/DuplicateGrouping.h"
+#include "Rooms/Duplicates/Search/DuplicateListing.h"
+#include "Rooms/Duplicates/Search/DuplicateProving.h"
+#include "Rooms/Duplicates/Search/ReaderThreads.h"
+#include "Rooms/Duplicates/Search/SampleLooks.h"
+#include "Rooms/Duplicates/Search/SearchProgress.h"
+#include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
+
+namespace tidyro {
+
+namespace {
+
+/// Readers of small files at once. More did not make the disks that were tried any faster.
+constexpr std::size_t mostReaders = 16;
+
+class Search {
+  public:
+    Search(const DuplicateSearchOptions& options, const DuplicateEngine::Settings& settings,
+           const DuplicateEngine::ProgressHandler& progress, const CancelToken& cancel)
+        : options_(options),
+          settings_(settings),
+          progress_(progress, settings.progressInterval),
+          cancel_(cancel),
+          threads_({.first = processorCount(),
+                    .most = std::max(mostReaders, processorCount()),
+                    .cancel = cancel}),
+          largeFileThreads_(
+              {.first = processorCount(), .most = processorCount() + 1, .cancel = cancel}) {}
+
+    [[nodiscard]] std::expected<DuplicateReport, DuplicateEngine::Error>
+    run(const DiskTree* scanned) {
+        if (auto listed = list(scanned); !listed) return std::unexpected(listed.error());
+        if (settings_.afterListing) settings_.afterListing();
+        const Timestamp startedAt = Timestamp::now();
+        const auto agreeing = SampleLooks(listing_, threads_, progress_).agreeing();
+        if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
+
+        DuplicateGrouping::Groups found;
+        if (!agreeing.empty()) {
+            auto proven = DuplicateProving(listing_, progress_, cancel_)
+                              .run(agreeing, threads_, largeFileThreads_);
+            if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
+            // Only now: a look at what is in use would have met the files that were open here.
+            found = grouped(std::move(proven), runtimeContext(), startedAt);
+            if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
+        }
+        if (const auto shortage = listing_.shortage()) {
+            return std::unexpected(DiskTreeScanner::Unreadable{
+                .url = listing_.files().empty() ? options_.home : listing_.rootURL(),
+                .error = *shortage});
+        }
+        return DuplicateReport{
+            .groups = std::move(found.groups),
+            .filesLookedAt = std::ssize(listing_.files()),
+            .hardLinkedFiles = found.furtherNames,
+            .cloneOnlyGroups = found.cloneOnlyGroups,
+            .minimumBytes = options_.minimumBytes,
+            .roots = options_.roots,
+            .includedSystemVolumes = options_.includeSystemVolumes,
+            .duration =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count(),
+            .finishedAt = Timestamp::now(),
+            .deniedFolders = listing_.deniedFolders()};
+    }
+
+  private:
+    [[nodiscard]] std::expected<void, DuplicateEngine::Error> list(const DiskTree* scanned) {
+        progress_.begin(DuplicateProgress::Phase::listing, 0, 0);
+        if (scanned != nullptr) {
+            listing_.add(*scanned, options_);
+        } else if (const auto read = listAll(options_.roots, false); !read) {
+            return read;
+        }
+        if (options_.includeSystemVolumes) {
+            if (const auto read = listAll(options_.systemVolumeRoots, true); !read) return read;
+        }
+        if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
+        return {};
+    }
+
+    [[nodiscard]] std::expected<void, DuplicateEngine::Error> listAll(std::vector<FileURL> roots,
+                                                                      bool mayBeMissing) {
+        // The outer ones first: one that lies in another was listed with that, unless something
+        // is mounted there or the way to it is closed.
+        std::ranges::sort(roots, {}, [](const FileURL& root) { return root.path().size(); });
+        for (const FileURL& root : roots) {
+            if (listing_.holds(root)) continue;
+            const auto read = listing_.read(
+                root, mayBeMissing, options_,
+                [&](const std::string& folder) { progress_.add(0, 0, [&] { return folder; }); },
+                cancel_);
+            if (!read) return std::unexpected(read.error());
+        }
+        return {};
+    }
+
+    [[nodiscard]] std::shared_ptr<const SafetyPolicyContext> runtimeContext() const {
+        if (settings_.context) return settings_.context();
+        return LocalRuntimeSafetyContextProvider(options_.home).freshContext();
+    }
+
+    [[nodiscard]] DuplicateGrouping::Groups
+    grouped(DuplicateProving::Result proven, std::shared_ptr<const SafetyPolicyContext> context,
+            Timestamp startedAt) const {
+        const platform::LiveVolumes volumes;
+        DiskItemRemovalPolicy policy({.home = options_.home,
+                                      .openedFolders = options_.roots,
+                                      .context = std::move(context),
+                                      .volumes = volumes});
+        return DuplicateGrouping({.listing = listing_,
+                                  .search = options_,
+                                  .policy = policy,
+                                  .startedAt = startedAt,
+                                  .cancel = cancel_})
+            .groups(std::move(proven));
+    }
+
+    const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+    const DuplicateSearchOptions& options_;
+    const DuplicateEngine::Settings& settings_;
+    SearchProgress progress_;
+    const CancelToken& cancel_;
+    ReaderThreads threads_;
+    ReaderThreads largeFileThreads_; ///< one more than work: it reads while the others hash
+    DuplicateListing listing_;
+};
+
+} // namespace
+
+std::string DuplicateEngine::description(const Error& error) {
+    if (std::holds_alternative<CancellationError>(error)) {
+        return "The search for duplicates was cancelled.";
+    }
+    return DiskTreeScanner::description(error);
+}
+
+std::expected<DuplicateReport, DuplicateEngine::Error>
+DuplicateEngine::run(const DuplicateSearchOptions& options, const DiskTree* scanned,
+                     const ProgressHandler& progress, const CancelToken& cancel) const {
+    return Search(options, settings_, progress, cancel).run(scanned);
+}
+
+} // namespace tidyro

@@ -1,0 +1,40 @@
+#include "Rooms/Duplicates/Search/ProvenFile.h"
+
+namespace tidyro {
+
+namespace {
+
+bool isUnchanged(const platform::FileMetadata& before, const platform::FileMetadata& after) {
+    return after.kind == before.kind && after.identity == before.identity &&
+           after.byteCount == before.byteCount && after.modified == before.modified &&
+           after.changed == before.changed;
+}
+
+} // namespace
+
+bool isUnchanged(const ProvenFile& file, const platform::FileMetadata& seen) {
+    return seen.kind == platform::ItemKind::regularFile && seen.identity == file.identity &&
+           seen.byteCount == file.bytes && seen.modified == file.modified &&
+           seen.changed == file.changed;
+}
+
+std::optional<ProvenFile> proven(std::uint32_t file, const ListedFileOpener::Opened& opened,
+                                 const platform::SHA256::Digest& digest) {
+    const auto after = opened.contents.metadata();
+    if (!after || !isUnchanged(opened.seen, *after)) return std::nullopt;
+    const std::optional<Timestamp> modified = after->modified;
+    if (!modified) return std::nullopt;
+    std::optional<platform::FileExtent> extent;
+    if (opened.mayShareBlocks) extent = opened.contents.extent(*after);
+    return ProvenFile{.file = file,
+                      .bytes = after->byteCount,
+                      .identity = after->identity,
+                      .digest = digest,
+                      .modified = *modified,
+                      .changed = after->changed,
+                      .created = after->created,
+                      .linkCount = after->linkCount,
+                      .extent = extent};
+}
+
+} // namespace tidyro
