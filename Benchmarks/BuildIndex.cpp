@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "Platform/Machine/LargeBlocks.h"
-#include "Rooms/Find/Services/FindIndexBuilder.h"
+#include "Rooms/Find/Services/Building/FindIndexBuilder.h"
 
 int main(int count, char** arguments) {
     if (count < 2) {

@@ -19,10 +19,10 @@
 #include <utility>
 #include <vector>
 
-#include "Rooms/Find/Services/FindIndex.h"
-#include "Rooms/Find/Services/FindIndexBuilder.h"
-#include "Rooms/Find/Services/FindIndexChildren.h"
-#include "Rooms/Find/Services/FindSearchEngine.h"
+#include "Rooms/Find/Services/Building/FindIndexBuilder.h"
+#include "Rooms/Find/Services/Index/FindIndex.h"
+#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Search/FindSearchEngine.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 
 #include "Base/Fault.h"
 #include "Platform/Files/DurableFile.h"
-#include "Rooms/Find/Services/FindIndexPersistence.h"
-#include "Rooms/Find/Services/FindTrees.h"
+#include "Rooms/Find/Services/Index/FindTrees.h"
+#include "Rooms/Find/Services/Saving/FindIndexPersistence.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 
 #include "Base/Fault.h"
 #include "Base/Timestamp.h"
-#include "Rooms/Find/Services/FindQuery.h"
-#include "Rooms/Find/Services/FindQueryMatcher.h"
+#include "Rooms/Find/Services/Matching/FindQueryMatcher.h"
+#include "Rooms/Find/Services/Query/FindQuery.h"
 
 namespace {
 

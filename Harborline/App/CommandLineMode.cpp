@@ -17,9 +17,9 @@
 #include "Platform/Terminal/StandardStreams.h"
 #include "Rooms/Activity/ActivityArchive.h"
 #include "Rooms/Duplicates/Search/DuplicateEngine.h"
-#include "Rooms/Find/Services/FindIndex.h"
-#include "Rooms/Find/Services/FindIndexBuilder.h"
-#include "Rooms/Find/Services/FindSearchEngine.h"
+#include "Rooms/Find/Services/Building/FindIndexBuilder.h"
+#include "Rooms/Find/Services/Index/FindIndex.h"
+#include "Rooms/Find/Services/Search/FindSearchEngine.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
 #include "StorageEngine/Sorting/DiskSorting.h"
 

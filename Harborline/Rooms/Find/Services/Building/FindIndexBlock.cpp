@@ -1,0 +1,117 @@
+#include "Rooms/Find/Services/Building/FindIndexBlock.h"
+
+#include <limits>
+
+namespace tidyro {
+
+using Entry = FindIndexStorage::Entry;
+
+namespace {
+
+/// Copies what stands behind a column's first `own` elements. A column that one huge folder blew
+/// up goes back to the system at once: two full sets of columns must not stand side by side.
+/// Whether it did.
+template <class T>
+bool moveColumn(GrowingArray<T>& target, GrowingArray<T>& column, std::size_t own) {
+    constexpr std::size_t keptBetweenFolders = 65'536;
+    target.append(column.span().subspan(own));
+    if (column.capacityBytes() <= keptBetweenFolders) return false;
+    column.release();
+    return true;
+}
+
+/// The same for offsets: they begin where the target's end.
+void moveOffsets(GrowingArray<std::uint32_t>& target, const GrowingArray<std::uint32_t>& column) {
+    constexpr std::size_t own = 2; // where the folder's own name begins and ends
+    const std::uint32_t shift = target[target.size() - 1] - column[own - 1];
+    const std::size_t before = target.size();
+    target.append(column.span().subspan(own));
+    for (std::size_t i = before; i < target.size(); ++i) target[i] += shift;
+}
+
+bool fitsBehind(std::size_t bytes, std::size_t more) {
+    return more <= std::numeric_limits<std::uint32_t>::max() - bytes;
+}
+
+} // namespace
+
+FindIndexStorage FindIndexBlock::emptied() {
+    FindIndexStorage storage("/", false);
+    storage.appendRoot("/", 0);
+    return storage;
+}
+
+void FindIndexBlock::begin(Folder folder) {
+    prepared_.names.resize(prepared_.nameStart[1]);
+    prepared_.foldedNames.resize(prepared_.foldedStart[1]);
+    prepared_.nameStart.resize(2);
+    prepared_.foldedStart.resize(2);
+    prepared_.parent.resize(1);
+    prepared_.size32.resize(1);
+    prepared_.mtime.resize(1);
+    prepared_.flags.resize(1);
+    prepared_.kind.resize(1);
+    prepared_.depth.resize(1);
+    prepared_.firstChild.resize(1);
+    prepared_.foldedEntries.resize(1);
+    prepared_.foldedThrough = 1;
+    prepared_.bigSizes.clear();
+    overflows_ = false;
+    prepared_.flags[0] = folder.flags;
+    prepared_.marksSystemFolders = folder.marksSystemFolders;
+}
+
+void FindIndexBlock::add(const FindDirectoryListing& listing) {
+    if (listing.count() == 0) return;
+    overflows_ = overflows_ || !prepared_.hasRoomFor(listing);
+    if (overflows_) return;
+    // All parts become one block: only the last entry of the last part ends it.
+    if (count() > 0) {
+        prepared_.kind[count()] &= static_cast<std::uint8_t>(~findkind::lastOfBlock);
+    }
+    prepared_.firstChild[0] = FindIndexStorage::none;
+    prepared_.appendBlock(0, listing);
+}
+
+bool FindIndexBlock::fits(const FindIndexStorage& storage) const {
+    return !overflows_ && count() < FindIndexStorage::none - storage.count() &&
+           fitsBehind(storage.names.size(), prepared_.names.size() - prepared_.nameStart[1]) &&
+           fitsBehind(storage.foldedNames.size(),
+                      prepared_.foldedNames.size() - prepared_.foldedStart[1]);
+}
+
+Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
+    const std::uint32_t added = count();
+    if (added == 0) return FindIndexStorage::none;
+    const Entry first = storage.count();
+    const std::uint8_t above = storage.depth[folder];
+    const std::uint8_t depth =
+        above == FindIndexStorage::deepest ? above : static_cast<std::uint8_t>(above + 1);
+    storage.firstChild[folder] = first;
+    for (const auto& [entry, size] : prepared_.bigSizes) {
+        storage.bigSizes.emplace_hint(storage.bigSizes.end(), first + entry - 1, size);
+    }
+    storage.parent.append(added, folder);
+    storage.firstChild.append(added, FindIndexStorage::none);
+    storage.depth.append(added, depth);
+    moveOffsets(storage.nameStart, prepared_.nameStart);
+    moveOffsets(storage.foldedStart, prepared_.foldedStart);
+    storage.foldedEntries.reserveMore(added);
+    for (Entry entry = first; entry < first + added; ++entry) storage.foldedEntries.push(entry);
+    storage.foldedThrough = first + added;
+
+    bool isTornApart = false;
+    const auto move = [&](auto& target, auto& column, std::size_t own) {
+        isTornApart |= moveColumn(target, column, own);
+    };
+    move(storage.size32, prepared_.size32, 1);
+    move(storage.mtime, prepared_.mtime, 1);
+    move(storage.flags, prepared_.flags, 1);
+    move(storage.kind, prepared_.kind, 1);
+    move(storage.names, prepared_.names, prepared_.nameStart[1]);
+    move(storage.foldedNames, prepared_.foldedNames, prepared_.foldedStart[1]);
+    if (isTornApart) prepared_ = emptied();
+    return first;
+}
+
+} // namespace tidyro

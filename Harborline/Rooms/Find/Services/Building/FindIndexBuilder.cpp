@@ -1,0 +1,58 @@
+#include "Rooms/Find/Services/Building/FindIndexBuilder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <stop_token>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Platform/Folders/FolderReading.h"
+#include "Rooms/Find/Services/Building/FindIndexWalk.h"
+#include "StorageEngine/DiskTree/DiskTreeScanner.h"
+
+namespace tidyro {
+
+namespace {
+
+struct Describe {
+    std::string operator()(FindIndexBuilder::NotADirectory /*error*/) const {
+        return "This is not a folder.";
+    }
+    std::string operator()(const FindIndexBuilder::Unreadable& error) const {
+        return fmt::format("The folder could not be read ({}).", error.error.description());
+    }
+    std::string operator()(FindIndexBuilder::TooLarge /*error*/) const {
+        return "There are more names than an index holds.";
+    }
+    std::string operator()(const CancellationError& /*error*/) const {
+        return "The building of the index was cancelled.";
+    }
+};
+
+} // namespace
+
+std::string FindIndexBuilder::description(const Error& error) {
+    return std::visit(Describe{}, error);
+}
+
+std::expected<FindIndexStorage, FindIndexBuilder::Error>
+FindIndexBuilder::run(const ProgressHandler& progress, const CancelToken& cancel) const {
+    auto root = platform::FolderDescriptor::openRoot(options_.rootPath);
+    if (!root && root.error().code == ENOTDIR) return std::unexpected(NotADirectory{});
+    if (!root) return std::unexpected(Unreadable{root.error()});
+
+    // What suits the machine does not depend on what is kept of the folders.
+    const DiskTreeScanner scanner =
+        options_.workerCount < 1 ? DiskTreeScanner() : DiskTreeScanner(options_.workerCount);
+    FindIndexWalk walk(
+        {.asked = options_,
+         .root = std::move(*root),
+         .workerCount = static_cast<std::size_t>(scanner.workerCount),
+         .standInCount = static_cast<std::size_t>(std::max<std::int64_t>(scanner.standInCount, 0)),
+         .progress = progress});
+    const std::stop_callback cancelling(cancel, [&walk] { walk.cancel(); });
+    return walk.run();
+}
+
+} // namespace tidyro

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "Base/Timestamp.h"
+#include "Rooms/Find/Services/Index/FindEntrySet.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
+#include "Rooms/Find/Services/Index/FindScope.h"
+
+namespace tidyro {
+
+/// What is saved beside an index.
+struct FindIndexMetadata {
+    std::uint64_t lastEventID = 0; ///< of the file system's events up to which it is current
+    Timestamp builtAt;
+    Timestamp savedAt;
+    bool operator==(const FindIndexMetadata&) const = default;
+};
+
+/// What people are told of an index.
+struct FindIndexSummary {
+    std::int64_t itemCount;
+    std::int64_t unreadableFolderCount;
+    Timestamp builtAt;
+    Timestamp updatedAt;
+    bool operator==(const FindIndexSummary&) const = default;
+};
+
+/// The index that searches use and live updates change. Any thread may call.
+///
+/// A search takes the storage as it is and keeps it: a change is made to a copy, which then takes
+/// its place. So nobody waits for anybody longer than it takes to copy a pointer.
+class FindIndex {
+  public:
+    using Storage = std::shared_ptr<const FindIndexStorage>; ///< null before the first
+
+    [[nodiscard]] Storage storage() const;
+    [[nodiscard]] FindIndexMetadata metadata() const;
+    [[nodiscard]] FindIndexSummary summary() const;
+    /// Another one, and a larger, whenever the numbers of entries mean something else; that of no
+    /// other index. 0 before the first storage.
+    [[nodiscard]] std::uint64_t generation() const;
+    /// Counts every change.
+    [[nodiscard]] std::uint64_t revision() const;
+
+    /// A new index: numbers of entries mean something else from here on.
+    void replace(FindIndexStorage storage, FindIndexMetadata metadata);
+    /// The same index after live updates, in which entries that stay keep their numbers.
+    void update(FindIndexStorage storage, FindIndexMetadata metadata);
+
+    /// What takes part in a search of this scope: deleted entries, what lies in them and the root
+    /// never do. Remembered for the last scope and revision.
+    [[nodiscard]] std::shared_ptr<const FindEntrySet> mask(const Storage& of,
+                                                           FindScope scope) const;
+
+  private:
+    void exchange(FindIndexStorage storage, FindIndexMetadata metadata, bool isNew);
+
+    struct CachedMask {
+        Storage storage;
+        FindScope scope;
+        std::shared_ptr<const FindEntrySet> mask;
+    };
+
+    mutable std::mutex lock_; ///< held for a few copies only
+    Storage storage_;
+    FindIndexMetadata metadataValue_;
+    std::uint64_t generationValue_ = 0;
+    std::uint64_t revisionValue_ = 0;
+    mutable std::mutex maskLock_;
+    mutable std::optional<CachedMask> maskCache_;
+};
+
+} // namespace tidyro

@@ -1,0 +1,40 @@
+// Leaving behind what was deleted.
+#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+
+namespace tidyro {
+
+/// Folder by folder from the top: what is deleted is never come to, nor is what lies in it. The
+/// children of a folder, its block and those that came later, become one block.
+FindIndexStorage FindIndexStorage::compacted() const {
+    FindIndexStorage made(rootPath, marksSystemFolders);
+    made.deniedCount = deniedCount;
+    std::vector<Entry> kept; // by the new number
+    const auto keep = [&](Entry entry, Entry folder) {
+        kept.push_back(entry);
+        made.names.append(name(entry));
+        made.nameStart.push(static_cast<std::uint32_t>(made.names.size()));
+        made.parent.push(folder);
+        made.size32.push(0);
+        made.setSize(size(entry), made.count() - 1);
+        made.mtime.push(mtime[entry]);
+        made.flags.push(flags[entry]);
+        made.kind.push(static_cast<std::uint8_t>(kind[entry] & ~findkind::lastOfBlock));
+        made.depth.push(depth[entry]);
+        made.firstChild.push(none);
+    };
+    if (count() != 0 && !is(0, findflag::deleted)) keep(0, none);
+    for (Entry folder = 0; folder < made.count(); ++folder) {
+        const Entry first = made.count();
+        visitChildren(*this, kept[folder], [&](Entry child) {
+            if (!is(child, findflag::deleted)) keep(child, folder);
+            return true;
+        });
+        if (made.count() == first) continue;
+        made.firstChild[folder] = first;
+        made.kind[made.count() - 1] |= findkind::lastOfBlock;
+    }
+    made.extendFolded();
+    return made;
+}
+
+} // namespace tidyro

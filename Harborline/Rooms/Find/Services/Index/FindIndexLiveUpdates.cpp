@@ -1,0 +1,141 @@
+// What changes while the index is in use.
+#include <unordered_map>
+#include <vector>
+
+#include "Base/Saturating.h"
+#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+
+namespace tidyro {
+
+namespace {
+
+/// The entries of a listing by name, each name once: a folder that changes while it is read may
+/// tell one twice.
+class ListedNames {
+  public:
+    explicit ListedNames(const FindDirectoryListing& listing) : isDone_(listing.count(), false) {
+        byName_.reserve(listing.count());
+        for (std::size_t i = 0; i < listing.count(); ++i) {
+            if (!byName_.emplace(listing.name(i), i).second) isDone_[i] = true;
+        }
+    }
+    /// The place of a name that an entry may go on with; it is given once.
+    [[nodiscard]] std::optional<std::size_t> take(std::string_view name, bool isDirectory,
+                                                  const FindDirectoryListing& listing) {
+        const auto found = byName_.find(name);
+        if (found == byName_.end()) return std::nullopt;
+        const std::size_t at = found->second;
+        const bool isListedDirectory = listing.types[at] == FindObjectType::directory;
+        if (isDone_[at] || isListedDirectory != isDirectory) return std::nullopt;
+        isDone_[at] = true;
+        return at;
+    }
+    [[nodiscard]] bool isDone(std::size_t at) const { return isDone_[at]; }
+
+  private:
+    std::unordered_map<std::string_view, std::size_t> byName_;
+    std::vector<bool> isDone_;
+};
+
+FindDirectoryListing remaining(const FindDirectoryListing& listing, const ListedNames& names) {
+    FindDirectoryListing left;
+    for (std::size_t i = 0; i < listing.count(); ++i) {
+        if (!names.isDone(i)) left.append(listing.entry(i));
+    }
+    return left;
+}
+
+std::uint64_t totalSize(const FindDirectoryListing& listing) {
+    std::uint64_t sum = 0;
+    for (std::size_t i = 0; i < listing.count(); ++i) {
+        if (listing.types[i] != FindObjectType::directory) {
+            sum = saturatingAdd(sum, listing.sizes[i]);
+        }
+    }
+    return sum;
+}
+
+} // namespace
+
+void FindIndexStorage::markDeleted(Entry entry) {
+    if (is(entry, findflag::deleted)) return;
+    flags[entry] |= findflag::deleted;
+    ++deletedCount;
+    changeAncestors(entry, false, size(entry));
+}
+
+FindIndexStorage::Entry FindIndexStorage::appendLooseChildren(Entry folder,
+                                                              const FindDirectoryListing& listing) {
+    const Entry first = appendEntries(folder, listing);
+    if (first == none) return none;
+    std::vector<Entry>& later = extraChildren[folder];
+    for (Entry child = first; child < count(); ++child) later.push_back(child);
+    changeAncestors(first, true, totalSize(listing));
+    return first;
+}
+
+void FindIndexStorage::setHiddenItself(Entry entry, bool isHidden) {
+    const auto bit = static_cast<std::uint8_t>(isHidden ? findkind::hiddenItself : 0);
+    kind[entry] = static_cast<std::uint8_t>((kind[entry] & ~findkind::hiddenItself) | bit);
+    std::vector<Entry> changed{entry};
+    while (!changed.empty()) {
+        const Entry at = changed.back();
+        changed.pop_back();
+        const bool hides = (kind[at] & findkind::hiddenItself) != 0 ||
+                           (parent[at] != none && is(parent[at], findflag::hidden));
+        if (hides == is(at, findflag::hidden)) continue; // so is what it holds
+        flags[at] ^= findflag::hidden;
+        visitChildren(*this, at, [&](Entry child) {
+            changed.push_back(child);
+            return true;
+        });
+    }
+}
+
+void FindIndexStorage::takeListed(Entry entry, const FindDirectoryListing& listing,
+                                  std::size_t at) {
+    mtime[entry] = listing.mtimes[at];
+    const bool isHidden = listing.name(at).starts_with('.') ||
+                          (listing.bsdFlags[at] & FindDirectoryListing::hiddenFlag) != 0;
+    if (isHidden != ((kind[entry] & findkind::hiddenItself) != 0)) {
+        setHiddenItself(entry, isHidden);
+    }
+    if (is(entry, findflag::directory)) return;
+    const bool isLink = listing.types[at] == FindObjectType::symlink;
+    if (isLink != is(entry, findflag::symlink)) flags[entry] ^= findflag::symlink;
+    const std::uint64_t before = size(entry);
+    const std::uint64_t now = listing.sizes[at];
+    setSize(now, entry);
+    changeAncestors(entry, now > before, now > before ? now - before : before - now);
+}
+
+std::vector<FindIndexStorage::Entry>
+FindIndexStorage::replaceChildren(Entry of, const FindDirectoryListing& with) {
+    ListedNames listed(with);
+    flags[of] &= static_cast<std::uint8_t>(~findflag::unread);
+    for (const Entry child : children(of)) {
+        if (is(child, findflag::deleted)) continue;
+        if (const auto at = listed.take(name(child), is(child, findflag::directory), with)) {
+            takeListed(child, with, *at);
+        } else {
+            markDeleted(child);
+        }
+    }
+    const FindDirectoryListing left = remaining(with, listed);
+    Entry first = none;
+    if (firstChild[of] == none) {
+        first = appendBlock(of, left);
+        if (first != none) changeAncestors(first, true, totalSize(left));
+    } else {
+        first = appendLooseChildren(of, left);
+    }
+    std::vector<Entry> folders;
+    for (std::size_t i = 0; i < left.count(); ++i) {
+        if (left.types[i] == FindObjectType::directory && !left.mountPoints[i]) {
+            folders.push_back(first + static_cast<Entry>(i));
+        }
+    }
+    return folders;
+}
+
+} // namespace tidyro

@@ -1,0 +1,142 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Base/GrowingArray.h"
+#include "Rooms/Find/Services/Index/FindDirectoryListing.h"
+#include "Rooms/Find/Services/Index/FindEntryFlags.h"
+#include "Rooms/Find/Services/Index/FindKinds.h"
+
+namespace tidyro {
+
+/// Every name below a root, as a structure of arrays: 31 bytes an entry and its name twice, as it
+/// is and folded for searching.
+///
+///     FindIndexStorage storage("/home/ada");
+///     const auto root = storage.appendRoot("/home/ada", mtime);
+///     const auto first = storage.appendBlock(root, listing);
+///     storage.path(first)
+///
+/// An entry is a number. Folders come before what they hold; the children of a folder that were
+/// appended together stand side by side, and the last of them says so. Only one thread changes a
+/// storage, and nobody reads it meanwhile.
+class FindIndexStorage {
+  public:
+    using Entry = std::uint32_t;
+    static constexpr Entry none = 0xFFFFFFFF; ///< no parent, no child, no entry
+    static constexpr std::uint32_t bigSize = 0xFFFFFFFF;
+    static constexpr std::uint8_t deepest = 255;
+
+    /// A "/" at the end of a longer path goes. Absent, the folders of the system are marked exactly
+    /// when the root is "/".
+    explicit FindIndexStorage(std::string rootPath,
+                              std::optional<bool> marksSystemFolders = std::nullopt);
+
+    // The stored form; see FindIndexPersistence for its file.
+    std::string rootPath;
+    bool marksSystemFolders;
+    GrowingArray<char> names; ///< of all entries, without separators
+    GrowingArray<std::uint32_t>
+        nameStart;                      ///< offsets into `names`, one more than there are entries
+    GrowingArray<std::uint32_t> parent; ///< `none` for the root; below the entry's own number
+    GrowingArray<std::uint32_t> size32; ///< bytes; `bigSize`: see `bigSizes`
+    std::map<Entry, std::uint64_t> bigSizes;
+    GrowingArray<std::uint32_t> mtime;      ///< whole seconds since 1970
+    GrowingArray<std::uint8_t> flags;       ///< `findflag`
+    GrowingArray<std::uint8_t> kind;        ///< the category, and `findkind`
+    GrowingArray<std::uint8_t> depth;       ///< below the root, at most `deepest`
+    GrowingArray<std::uint32_t> firstChild; ///< `none` where nothing was appended
+    /// Children that came later, outside the folder's block.
+    std::map<Entry, std::vector<Entry>> extraChildren;
+    std::int64_t deletedCount = 0; ///< marked and not yet compacted away
+    std::int64_t deniedCount = 0;  ///< folders that could not be read
+
+    // Derived: the names as a search sees them, in the order of the entries.
+    GrowingArray<std::uint32_t> foldedEntries; ///< the entry of each folded name
+    GrowingArray<std::uint32_t> foldedStart;   ///< offsets into `foldedNames`, one more
+    GrowingArray<char> foldedNames;
+    std::uint32_t foldedThrough = 0; ///< entries below it are in the table
+
+    [[nodiscard]] Entry count() const { return static_cast<Entry>(parent.size()); }
+
+    // Building. Sizes of folders are made at the end; more than there is room for is a fault.
+
+    /// Whether a listing fits: numbers and offsets have 32 bits.
+    [[nodiscard]] bool hasRoomFor(const FindDirectoryListing& listing) const;
+    /// The root is never hidden, a package or the system's, whatever its name: it was asked for.
+    Entry appendRoot(std::string_view path, std::uint32_t modified);
+    /// All entries of a folder's listing; their first, or `none` for an empty one. A folder has one
+    /// block.
+    Entry appendBlock(Entry folder, const FindDirectoryListing& listing);
+    /// Makes the sizes of all folders the sums of what they hold, what is deleted left out.
+    void aggregateFolderSizes();
+    /// Brings the folded names up to date with what was appended.
+    void extendFolded();
+
+    // One entry
+
+    [[nodiscard]] std::pair<std::uint32_t, std::uint32_t> nameRange(Entry entry) const {
+        return {nameStart[entry], nameStart[entry + 1]};
+    }
+    [[nodiscard]] std::string_view name(Entry entry) const {
+        return {names.data() + nameStart[entry], nameStart[entry + 1] - nameStart[entry]};
+    }
+    /// Its entry for each folded name; every entry has one, in its own order.
+    [[nodiscard]] std::string_view foldedName(Entry entry) const {
+        return {foldedNames.data() + foldedStart[entry],
+                foldedStart[entry + 1] - foldedStart[entry]};
+    }
+    [[nodiscard]] bool is(Entry entry, std::uint8_t flag) const {
+        return (flags[entry] & flag) != 0;
+    }
+    [[nodiscard]] FindCategory category(Entry entry) const {
+        return static_cast<FindCategory>(kind[entry] & findkind::categoryMask);
+    }
+    [[nodiscard]] std::uint64_t size(Entry entry) const;
+    void setSize(std::uint64_t size, Entry of);
+    [[nodiscard]] std::string path(Entry entry) const;
+    [[nodiscard]] bool isDeletedOrInside(Entry entry) const;
+
+    // Its surroundings
+
+    [[nodiscard]] std::optional<Entry> lookup(std::string_view path) const;
+    [[nodiscard]] std::optional<Entry> child(Entry folder, std::string_view named) const;
+    /// Its block, then those that came later; deleted ones among them.
+    [[nodiscard]] std::vector<Entry> children(Entry of) const;
+    /// A change of one entry's size, already made, reaches every folder above it; not beyond a
+    /// deleted one, which counts no more. Sizes stay within 0 and the largest number.
+    void addToAncestors(Entry of, std::int64_t delta);
+
+    // Live updates. Sizes of folders follow at once. What is listed has to have room here as well.
+
+    /// Marks an entry; its bytes leave the folders above. Once for an entry.
+    void markDeleted(Entry entry);
+    /// Appends children to a folder, outside its block. Their first, or `none`.
+    Entry appendLooseChildren(Entry folder, const FindDirectoryListing& listing);
+    /// Makes a folder hold what a fresh listing says: what is not in it any more is deleted, what
+    /// changed takes its new size and date, what is new is appended. What an entry that stays holds
+    /// is left alone; one that became a folder or ceased to be one is new. The entries that are new
+    /// folders, whose contents are not known yet; what is mounted from elsewhere is not among them.
+    std::vector<Entry> replaceChildren(Entry of, const FindDirectoryListing& with);
+    /// A copy without what is deleted or inside something deleted. Numbers change.
+    [[nodiscard]] FindIndexStorage compacted() const;
+
+    /// The eleven names of the system's folders at the top of a disk.
+    [[nodiscard]] static bool isSystemTopLevelName(std::string_view name);
+
+  private:
+    Entry appendEntries(Entry folder, const FindDirectoryListing& listing);
+    void foldPlainNames(Entry from, Entry to);
+    void changeAncestors(Entry of, bool grow, std::uint64_t by);
+    void takeListed(Entry entry, const FindDirectoryListing& listing, std::size_t at);
+    void setHiddenItself(Entry entry, bool isHidden);
+};
+
+} // namespace tidyro

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "Base/Cancellation.h"
+#include "Base/GrowingArray.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
+
+namespace tidyro {
+
+/// What lets a search pass over most names unread: for each block of 64 names the groups of three
+/// bytes that stand in them, for each letter, digit and common sign the names that have it, and the
+/// first byte of each name. About 22 bytes an entry.
+///
+/// Groups share 8,192 numbers. Each number has a bit for every block, side by side, so that a
+/// question reads a few short runs of memory however large the index is.
+///
+/// Covers whole stretches of 64 blocks that the storage had when it was made, and stays good while
+/// the storage only grows: names never change.
+class FindBlockFilter {
+  public:
+    static constexpr std::size_t blockSize = 64; ///< names; a word of a mask
+
+    /// None of it is done once it is cancelled, and then nothing is covered.
+    FindBlockFilter(const FindIndexStorage& storage, const CancelToken& cancel);
+
+    /// Entries below this are covered; a multiple of `blockSize`.
+    [[nodiscard]] std::uint32_t covered() const { return covered_; }
+
+    /// A bit for each block of the covered entries, 64 in a word: whether it may hold the needle.
+    /// Needles of fewer than three bytes may be anywhere.
+    [[nodiscard]] std::vector<std::uint64_t> blocksThatMayHold(std::string_view needle) const;
+
+    /// A bit an entry: whether its folded name holds the letter, digit or sign. Null for other
+    /// bytes.
+    [[nodiscard]] const std::uint64_t* namesWith(char byte) const;
+    /// A bit for each of the 64 entries of a block: whether its folded name begins with the byte.
+    [[nodiscard]] std::uint64_t beginningWith(char byte, std::size_t block) const;
+
+  private:
+    static constexpr std::size_t numbers = 8'192;
+    static constexpr std::size_t stretch = 64; ///< blocks whose bits lie in one word
+    static constexpr std::size_t letters = 40; ///< a to z, 0 to 9, and what parts words
+
+    struct Stretch;
+
+    [[nodiscard]] static std::size_t numberOf(std::uint32_t group) {
+        constexpr std::uint32_t mixing = 0x9E3779B1; // the golden ratio in 32 bits
+        return group * mixing >> 19U;
+    }
+    void readBlock(const FindIndexStorage& storage, std::size_t block, Stretch& into);
+    void take(const Stretch& blocks, std::size_t at);
+
+    std::uint32_t covered_ = 0;
+    std::size_t stretches_ = 0;
+    std::vector<std::uint64_t> groups_; ///< for each number the words of all stretches
+    std::array<std::vector<std::uint64_t>, letters> letters_;
+    std::vector<char> firstBytes_;
+};
+
+} // namespace tidyro

@@ -1,0 +1,133 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "Base/Cancellation.h"
+#include "Rooms/Find/Services/Index/FindEntrySet.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
+#include "Rooms/Find/Services/Matching/FindBlockFilter.h"
+#include "Rooms/Find/Services/Matching/NeedleFinder.h"
+
+namespace tidyro {
+
+/// Looks for a needle in all folded names at once. They are one run of bytes in the order of the
+/// entries, which is searched from end to end; blocks that cannot hold the needle are passed over.
+class FindNameScan {
+  public:
+    using Entry = FindIndexStorage::Entry;
+
+    /// The filter may be null: none is ready. All outlive it.
+    FindNameScan(const FindIndexStorage& storage, const FindBlockFilter* filter,
+                 const CancelToken& cancel)
+        : storage_(storage), filter_(filter), cancel_(cancel) {}
+
+    /// The entries whose folded name holds the needle, which is not empty. Some of them when it was
+    /// cancelled meanwhile.
+    [[nodiscard]] FindEntrySet holding(std::string_view needle) const;
+
+    /// The entries whose own name may hold the bytes: all that do, and others. ASCII letters stand
+    /// in the folded name wherever they stand in the name, so the longest run of them is looked
+    /// for.
+    [[nodiscard]] FindEntrySet mayHoldOwn(std::string_view bytes) const;
+
+    /// Calls `visit(entry, at)` for each place in `foldedNames` where the needle stands within a
+    /// name, in order. False: it was cancelled before the end.
+    template <class Visit>
+    bool forEachPlace(const NeedleFinder& finder, const Visit& visit) const {
+        return forEachPlace(finder, 0, visit);
+    }
+    /// The same for the entries from `first` on: 0, or where what the filter covers ends.
+    template <class Visit>
+    bool forEachPlace(const NeedleFinder& finder, Entry first, const Visit& visit) const;
+
+  private:
+    /// Between two looks whether it was cancelled.
+    static constexpr Entry entriesAtOnce = 16'384;
+
+    template <class Visit>
+    void visitPlaces(const NeedleFinder& finder, Entry from, Entry to, const Visit& visit) const;
+
+    /// The entry in whose name a place lies, which is at or behind `entry` and before `end`.
+    [[nodiscard]] Entry entryAt(std::uint32_t place, Entry entry, Entry end) const;
+
+    const FindIndexStorage& storage_;
+    const FindBlockFilter* filter_;
+    const CancelToken& cancel_;
+};
+
+template <class Visit>
+bool FindNameScan::forEachPlace(const NeedleFinder& finder, Entry first, const Visit& visit) const {
+    constexpr auto blockSize = static_cast<Entry>(FindBlockFilter::blockSize);
+    const Entry count = storage_.count();
+    Entry from = first;
+    if (filter_ != nullptr && from < filter_->covered()) {
+        const std::vector<std::uint64_t> blocks = filter_->blocksThatMayHold(finder.needle());
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            if (cancel_.stop_requested()) return false;
+            // Blocks side by side are gone through in one go.
+            const auto base = static_cast<Entry>(i * FindEntrySet::wordBits);
+            for (std::uint64_t left = blocks[i]; left != 0;) {
+                const auto begin = static_cast<unsigned>(std::countr_zero(left));
+                const auto length = static_cast<unsigned>(std::countr_one(left >> begin));
+                visitPlaces(finder, (base + begin) * blockSize, (base + begin + length) * blockSize,
+                            visit);
+                left &= begin + length == FindEntrySet::wordBits
+                            ? 0
+                            : ~std::uint64_t{0} << (begin + length);
+            }
+        }
+        from = filter_->covered();
+    }
+    while (from < count) {
+        if (cancel_.stop_requested()) return false;
+        const Entry to = from + std::min(entriesAtOnce, count - from);
+        visitPlaces(finder, from, to, visit);
+        from = to;
+    }
+    return true;
+}
+
+inline FindNameScan::Entry FindNameScan::entryAt(std::uint32_t place, Entry entry,
+                                                 Entry end) const {
+    constexpr Entry far = 64;
+    constexpr Entry few = 8; // compared at once, without a branch that nobody can predict
+    const std::uint32_t* starts = storage_.foldedStart.data();
+    if (end - entry > far && starts[entry + far] <= place) {
+        return static_cast<Entry>(std::upper_bound(starts + entry, starts + end, place) - starts) -
+               1;
+    }
+    while (end - entry > few) {
+        Entry passed = 0;
+        for (Entry i = 1; i <= few; ++i) passed += starts[entry + i] <= place ? 1 : 0;
+        entry += passed;
+        if (passed < few) return entry;
+    }
+    while (starts[entry + 1] <= place) ++entry;
+    return entry;
+}
+
+template <class Visit>
+void FindNameScan::visitPlaces(const NeedleFinder& finder, Entry from, Entry to,
+                               const Visit& visit) const {
+    std::array<std::uint32_t, 256> places{};
+    const std::uint32_t* starts = storage_.foldedStart.data();
+    const std::string_view text(storage_.foldedNames.data(), starts[to]);
+    const std::size_t length = finder.needle().size();
+    Entry entry = from;
+    for (std::size_t at = starts[from]; at < text.size();) {
+        const std::size_t found = finder.findSome(text, at, places);
+        for (std::size_t i = 0; i < found; ++i) {
+            const std::uint32_t place = places[i];
+            entry = entryAt(place, entry, to);
+            if (place + length <= starts[entry + 1]) visit(entry, place);
+        }
+    }
+}
+
+} // namespace tidyro

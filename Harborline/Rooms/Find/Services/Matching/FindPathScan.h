@@ -1,0 +1,46 @@
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "Rooms/Find/Services/Index/FindEntrySet.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
+#include "Rooms/Find/Services/Matching/FindNameScan.h"
+
+namespace tidyro {
+
+/// Looks for a text in all paths at once, those below the root with a "/" before each component,
+/// without writing a single one. "lib/python" ends in names that begin with "python" and lie in a
+/// folder whose name ends with "lib"; whatever lies in one of these has it in its path as well.
+class FindPathScan {
+  public:
+    using Entry = FindIndexStorage::Entry;
+
+    struct Options {
+        bool fromRoot = false; ///< the path has to begin with the text, which begins with a "/"
+        bool inOwn = false;    ///< the bytes of the names are meant, not the folded names
+    };
+    /// Both outlive it.
+    FindPathScan(const FindIndexStorage& storage, const FindNameScan& names, const Options& options)
+        : storage_(storage), names_(names), options_(options) {}
+
+    /// The entries whose path holds the text, which is not empty.
+    [[nodiscard]] FindEntrySet holding(std::string_view text) const;
+
+  private:
+    [[nodiscard]] std::string_view component(Entry entry) const {
+        return options_.inOwn ? storage_.name(entry) : storage_.foldedName(entry);
+    }
+    [[nodiscard]] FindEntrySet mayHold(std::string_view text) const;
+    [[nodiscard]] FindEntrySet inNames(std::string_view text) const;
+    [[nodiscard]] FindEntrySet withoutLetters() const;
+    [[nodiscard]] FindEntrySet insideFolders(std::span<const std::string_view> above) const;
+    [[nodiscard]] bool endsWith(Entry folder, std::span<const std::string_view> above) const;
+    void addContents(FindEntrySet& of) const;
+
+    const FindIndexStorage& storage_;
+    const FindNameScan& names_;
+    Options options_;
+};
+
+} // namespace tidyro

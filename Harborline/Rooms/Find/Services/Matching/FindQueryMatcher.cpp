@@ -1,0 +1,233 @@
+#include "Rooms/Find/Services/Matching/FindQueryMatcher.h"
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Matching/FindFolderSet.h"
+#include "Rooms/Find/Services/Matching/FindNameScan.h"
+#include "Rooms/Find/Services/Matching/FindTextScan.h"
+
+namespace tidyro {
+
+namespace {
+
+using Kind = FindQueryNode::Kind;
+using Entry = FindIndexStorage::Entry;
+
+/// What names are ranked by: the first text that stands for itself, of alternatives each one's.
+void collectRanking(const FindQueryNode& node, std::vector<std::string_view>& texts) {
+    switch (node.kind) {
+    case Kind::text: {
+        const FindTextTerm& term = node.text;
+        const bool isPlain = term.mode != FindTextMode::glob && term.mode != FindTextMode::regex;
+        if (isPlain && !term.inPath && !term.folded.empty()) texts.push_back(term.folded);
+        break;
+    }
+    case Kind::all:
+        for (std::size_t i = 0; i < node.children.size() && texts.empty(); ++i) {
+            collectRanking(node.children[i], texts);
+        }
+        break;
+    case Kind::any:
+        for (const FindQueryNode& child : node.children) {
+            std::vector<std::string_view> own;
+            collectRanking(child, own);
+            texts.insert(texts.end(), own.begin(), own.end());
+        }
+        break;
+    default: break;
+    }
+}
+
+bool hasExtension(std::string_view name, const std::vector<std::string>& extensions) {
+    for (std::size_t stop = name.find('.', 1); stop != std::string_view::npos;
+         stop = name.find('.', stop + 1)) {
+        if (std::ranges::binary_search(extensions, name.substr(stop + 1), std::less<>())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// How much it costs to find out about an entry, from a look at one number to running an
+/// expression.
+enum class Cost : std::uint8_t { number, name, folders, path, expression };
+
+Cost costOf(const FindQueryNode& node) {
+    switch (node.kind) {
+    case Kind::kind:
+    case Kind::size:
+    case Kind::date:
+    case Kind::depth:
+    case Kind::hidden:
+    case Kind::system: return Cost::number;
+    case Kind::ext:
+    case Kind::empty: return Cost::name;
+    case Kind::folder:
+    case Kind::parent: return Cost::folders;
+    case Kind::text:
+        if (node.text.mode == FindTextMode::regex) return Cost::expression;
+        return node.text.inPath ? Cost::path : Cost::name;
+    case Kind::all:
+    case Kind::any:
+    case Kind::none: break;
+    }
+    Cost most = Cost::number;
+    for (const FindQueryNode& child : node.children) most = std::max(most, costOf(child));
+    return most;
+}
+
+} // namespace
+
+struct FindQueryMatcher::Body {
+    Body(const FindIndexStorage& index, const FindQuery& query, const FindBlockFilter* filter,
+         CancelToken token)
+        : storage(index),
+          root(query.root),
+          cancel(std::move(token)),
+          names(index, filter, cancel),
+          texts(index, names, cancel) {
+        collectRanking(root, ranking);
+        std::ranges::sort(ranking);
+        const auto repeated = std::ranges::unique(ranking);
+        ranking.erase(repeated.begin(), repeated.end());
+    }
+
+    const FindIndexStorage& storage;
+    const FindQueryNode& root;
+    CancelToken cancel;
+    FindNameScan names;
+    FindTextScan texts;
+    std::vector<std::string_view> ranking;
+
+    void keepMatching(FindEntrySet& among, const FindQueryNode& node) {
+        if (cancel.stop_requested()) return;
+        switch (node.kind) {
+        case Kind::all: return keepAll(among, node);
+        case Kind::any: return keepAny(among, node);
+        case Kind::none: {
+            FindEntrySet denied = among;
+            keepMatching(denied, node.children.front());
+            return among.remove(denied);
+        }
+        case Kind::text: return texts.keepMatching(among, node.text);
+        case Kind::ext: return keepWithExtension(among, node);
+        case Kind::kind: return among.keepWhere([&](Entry entry) { return isOfKind(node, entry); });
+        case Kind::size:
+            return keepBetween(among, node, [&](Entry entry) { return storage.size(entry); });
+        case Kind::date:
+            return keepBetween(among, node, [&](Entry entry) { return storage.mtime[entry]; });
+        case Kind::depth:
+            return keepBetween(among, node, [&](Entry entry) { return storage.depth[entry]; });
+        case Kind::empty: return among.keepWhere([&](Entry entry) { return isEmpty(entry); });
+        case Kind::hidden: return keepFlagged(among, findflag::hidden);
+        case Kind::system: return keepFlagged(among, findflag::system);
+        case Kind::folder:
+        case Kind::parent: {
+            FindFolderSet folders(storage, node.names.front());
+            if (node.kind == Kind::folder) folders.addContents();
+            return among.keepWhere([&](Entry entry) { return folders.has(storage.parent[entry]); });
+        }
+        }
+    }
+
+    void keepAll(FindEntrySet& among, const FindQueryNode& node) {
+        std::vector<std::pair<Cost, std::size_t>> order;
+        order.reserve(node.children.size());
+        for (std::size_t i = 0; i < node.children.size(); ++i) {
+            order.emplace_back(costOf(node.children[i]), i);
+        }
+        std::ranges::sort(order);
+        for (const auto& [cost, place] : order) {
+            if (among.isEmpty()) return;
+            keepMatching(among, node.children[place]);
+        }
+    }
+
+    void keepAny(FindEntrySet& among, const FindQueryNode& node) {
+        FindEntrySet left = std::move(among);
+        among = FindEntrySet(storage.count());
+        for (const FindQueryNode& child : node.children) {
+            if (left.isEmpty() || cancel.stop_requested()) return;
+            FindEntrySet matching = left;
+            keepMatching(matching, child);
+            among.add(matching);
+            left.remove(matching);
+        }
+    }
+
+    template <class Number>
+    static void keepBetween(FindEntrySet& among, const FindQueryNode& node, const Number& number) {
+        among.keepWhere([&](Entry entry) {
+            const std::uint64_t value = number(entry);
+            return value >= node.least && value <= node.most;
+        });
+    }
+
+    void keepFlagged(FindEntrySet& among, std::uint8_t flag) const {
+        among.keepWhere([&](Entry entry) { return storage.is(entry, flag); });
+    }
+
+    void keepWithExtension(FindEntrySet& among, const FindQueryNode& node) const {
+        // Looking for each in all names costs as much as looking at each name once for all.
+        constexpr std::size_t few = 8;
+        if (node.names.size() <= few) {
+            FindEntrySet candidates(storage.count());
+            for (const std::string& name : node.names) candidates.add(names.holding("." + name));
+            among.keepThoseIn(candidates);
+        }
+        among.keepWhere(
+            [&](Entry entry) { return hasExtension(storage.foldedName(entry), node.names); });
+    }
+
+    [[nodiscard]] bool isEmpty(Entry entry) const {
+        if (!storage.is(entry, findflag::directory)) return storage.size(entry) == 0;
+        if (storage.is(entry, findflag::unread)) return false;
+        bool isFilled = false;
+        visitChildren(storage, entry, [&](Entry child) {
+            isFilled = !storage.is(child, findflag::deleted);
+            return !isFilled;
+        });
+        return !isFilled;
+    }
+
+    [[nodiscard]] bool isOfKind(const FindQueryNode& node, Entry entry) const {
+        const bool isFolder = storage.is(entry, findflag::directory);
+        if (isFolder ? node.takesFolders : node.takesFiles) return true;
+        return std::ranges::find(node.categories, storage.category(entry)) != node.categories.end();
+    }
+};
+
+FindQueryMatcher::FindQueryMatcher(const FindIndexStorage& storage, const FindQuery& query,
+                                   const FindBlockFilter* filter, CancelToken cancel)
+    : body_(std::make_unique<Body>(storage, query, filter, std::move(cancel))) {}
+
+FindQueryMatcher::~FindQueryMatcher() = default;
+
+FindEntrySet FindQueryMatcher::matches(FindEntrySet among) const {
+    body_->keepMatching(among, body_->root);
+    return among;
+}
+
+FindNameRank FindQueryMatcher::bestPossibleRank(std::uint32_t entry) const {
+    if (body_->ranking.empty()) return FindNameRank::anywhere;
+    const std::string_view name = body_->storage.foldedName(entry);
+    const bool mayBegin = std::ranges::any_of(
+        body_->ranking, [name](std::string_view text) { return name.starts_with(text); });
+    return mayBegin ? FindNameRank::wholeName : FindNameRank::word;
+}
+
+FindNameRank FindQueryMatcher::rank(std::uint32_t entry) const {
+    auto best = FindNameRank::anywhere;
+    for (const std::string_view text : body_->ranking) {
+        best = std::min(best, nameRank(body_->storage, entry, text));
+    }
+    return best;
+}
+
+} // namespace tidyro

@@ -1,0 +1,61 @@
+#include "Rooms/Find/Services/Matching/FindTextTest.h"
+
+#include <algorithm>
+
+#include "Base/PathText.h"
+#include "Base/UnicodeText.h"
+#include "Rooms/Find/Services/Matching/FindWordBoundaries.h"
+
+namespace tidyro {
+
+FindTextTest::FindTextTest(const FindTextTerm& term, std::string_view rootPath)
+    : term_(term), needle_(term.matchesCase ? term.text : term.folded), glob_("") {
+    if (term.inPath) adaptToPaths(rootPath);
+    if (term.mode == FindTextMode::glob) glob_ = FindGlob(needle_);
+}
+
+void FindTextTest::adaptToPaths(std::string_view root) {
+    const std::string start = term_.matchesCase ? std::string(root) : searchFolded(root);
+    if (start != "/" && needle_.starts_with('/') && path::isInsideOrEqual(needle_, start)) {
+        standsAtBeginning_ = true;
+        needle_.erase(0, start.size());
+        if (needle_.empty()) needle_ = "/";
+    }
+    if (term_.mode == FindTextMode::exact) {
+        if (!needle_.starts_with('/')) needle_.insert(0, 1, '/');
+        if (needle_.size() > 1 && needle_.ends_with('/')) needle_.pop_back();
+    }
+    if (term_.mode == FindTextMode::glob && !standsAtBeginning_) {
+        needle_.insert(0, needle_.starts_with('/') || needle_.starts_with('*') ? "*" : "*/");
+    }
+}
+
+bool FindTextTest::holds(const FindSubject& subject) const {
+    const std::string_view text = term_.matchesCase ? subject.own : subject.folded;
+    switch (term_.mode) {
+    case FindTextMode::contains: return standsIn(text);
+    case FindTextMode::word: return standsAsWord(subject, text);
+    case FindTextMode::exact: return text == needle_;
+    case FindTextMode::glob: return glob_.matches(text);
+    case FindTextMode::regex: return term_.regex->isIn(subject.own.substr(term_.inPath ? 1 : 0));
+    }
+    return false;
+}
+
+bool FindTextTest::standsIn(std::string_view text) const {
+    return standsAtBeginning_ ? text.starts_with(needle_)
+                              : text.find(needle_) != std::string_view::npos;
+}
+
+bool FindTextTest::standsAsWord(const FindSubject& subject, std::string_view text) const {
+    std::size_t at = text.find(needle_);
+    if (at == std::string_view::npos) return false;
+    const FindWordBoundaries boundaries(subject, term_.matchesCase);
+    for (; at != std::string_view::npos; at = text.find(needle_, at + 1)) {
+        if (standsAtBeginning_ && at != 0) return false;
+        if (boundaries.isAt(at) && boundaries.isAt(at + needle_.size())) return true;
+    }
+    return false;
+}
+
+} // namespace tidyro

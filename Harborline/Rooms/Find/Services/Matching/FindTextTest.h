@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "Rooms/Find/Services/Matching/FindGlob.h"
+#include "Rooms/Find/Services/Matching/FindSubject.h"
+#include "Rooms/Find/Services/Query/FindQuery.h"
+
+namespace tidyro {
+
+/// Whether a text stands in names or paths as a term of a query asks. The term outlives it.
+///
+/// In paths: a text that begins with the path of the root itself stands for the beginning of the
+/// path below it; a glob has to match from the beginning of a component to the end; `exact` is the
+/// whole path below the root, with or without a "/" around it; a regular expression sees the path
+/// without the "/" before it.
+class FindTextTest {
+  public:
+    FindTextTest(const FindTextTerm& term, std::string_view rootPath);
+
+    [[nodiscard]] bool holds(const FindSubject& subject) const;
+
+    /// What is looked for, as it is compared; for a glob its pattern.
+    [[nodiscard]] const std::string& needle() const { return needle_; }
+    /// Only at the beginning of a path.
+    [[nodiscard]] bool standsAtBeginning() const { return standsAtBeginning_; }
+
+  private:
+    void adaptToPaths(std::string_view root);
+    [[nodiscard]] bool standsIn(std::string_view text) const;
+    [[nodiscard]] bool standsAsWord(const FindSubject& subject, std::string_view text) const;
+
+    const FindTextTerm& term_;
+    std::string needle_;
+    FindGlob glob_; ///< of the needle, when the mode is `glob`
+    bool standsAtBeginning_ = false;
+};
+
+} // namespace tidyro

@@ -1,0 +1,295 @@
+#include "Rooms/Find/Services/Query/FindConditions.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Base/PathText.h"
+#include "Base/UnicodeText.h"
+#include "Platform/Folders/WellKnownFolders.h"
+#include "Rooms/Find/Services/Query/FindDates.h"
+#include "Rooms/Find/Services/Query/FindFieldNames.h"
+#include "Rooms/Find/Services/Query/FindSpan.h"
+
+namespace tidyro {
+
+namespace {
+
+using Kind = FindQueryNode::Kind;
+using Condition = std::optional<FindQueryNode>;
+
+/// Expressions and folders take memory of their own while a query is answered; a text of a hundred
+/// thousand characters could ask for gigabytes.
+constexpr std::size_t mostCostly = 32;
+/// Each may be looked for in all names; what people type has a handful.
+constexpr std::size_t mostWords = 256;
+
+/// How a text matches, as the fields before it say.
+struct TextManner {
+    FindTextMode mode = FindTextMode::contains;
+    bool matchesCase = false;
+    bool inPath = false;
+};
+
+FindQueryNode textCondition(std::string_view text, TextManner manner) {
+    FindTextTerm term{.text = std::string(text),
+                      .folded = searchFolded(text),
+                      .mode = manner.mode,
+                      .matchesCase = manner.matchesCase,
+                      .inPath = manner.inPath};
+    const bool isGlob = text.find_first_of("*?") != std::string_view::npos;
+    if (isGlob && term.mode == FindTextMode::contains) term.mode = FindTextMode::glob;
+    if (text.find('/') != std::string_view::npos) term.inPath = true;
+    // Of nothing but marks folding leaves nothing, which would stand in every name.
+    if (term.folded.empty()) term.matchesCase = true;
+    return FindQueryNode{.kind = Kind::text, .text = std::move(term)};
+}
+
+Condition expressionCondition(std::string_view text, TextManner manner) {
+    auto regex = FindRegex::compiled(text, manner.matchesCase);
+    if (regex == nullptr) return std::nullopt;
+    return FindQueryNode{.kind = Kind::text,
+                         .text = {.text = std::string(text),
+                                  .mode = FindTextMode::regex,
+                                  .matchesCase = manner.matchesCase,
+                                  .inPath = manner.inPath,
+                                  .regex = std::move(regex)}};
+}
+
+/// Fields before a text may stand before one another; the last that names a mode counts.
+TextManner textManner(std::string_view& value, std::size_t unquoted) {
+    const std::size_t whole = value.size();
+    TextManner manner;
+    while (manner.mode != FindTextMode::regex) {
+        const std::size_t colon = value.find(':');
+        if (colon == std::string_view::npos || whole - value.size() + colon >= unquoted) break;
+        const std::string_view field = value.substr(0, colon);
+        if (!isTextFieldName(field)) break;
+        if (isFieldName(field, "case")) manner.matchesCase = true;
+        if (isFieldName(field, "path")) manner.inPath = true;
+        if (isFieldName(field, "word")) manner.mode = FindTextMode::word;
+        if (isFieldName(field, "exact")) manner.mode = FindTextMode::exact;
+        if (isFieldName(field, "regex")) manner.mode = FindTextMode::regex;
+        value.remove_prefix(colon + 1);
+    }
+    return manner;
+}
+
+/// The parts of a list; empty ones left out.
+std::vector<std::string_view> listed(std::string_view value) {
+    std::vector<std::string_view> parts;
+    while (!value.empty()) {
+        const std::size_t end = std::min(value.find_first_of(";,"), value.size());
+        if (end > 0) parts.push_back(value.substr(0, end));
+        value.remove_prefix(std::min(end + 1, value.size()));
+    }
+    return parts;
+}
+
+Condition extensionCondition(std::string_view value) {
+    FindQueryNode node{.kind = Kind::ext};
+    for (std::string_view extension : listed(value)) {
+        if (extension.starts_with('.')) extension.remove_prefix(1);
+        std::string folded = searchFolded(extension);
+        if (!folded.empty()) node.names.push_back(std::move(folded));
+    }
+    if (node.names.empty()) return std::nullopt;
+    std::ranges::sort(node.names);
+    const auto repeated = std::ranges::unique(node.names);
+    node.names.erase(repeated.begin(), repeated.end());
+    return node;
+}
+
+struct KindName {
+    std::string_view text; ///< in the singular
+    FindCategory category;
+};
+
+/// What people call the categories beside their own names.
+constexpr std::array<KindName, 12> otherKindNames{{{"doc", FindCategory::document},
+                                                   {"picture", FindCategory::image},
+                                                   {"photo", FindCategory::image},
+                                                   {"movie", FindCategory::video},
+                                                   {"film", FindCategory::video},
+                                                   {"music", FindCategory::audio},
+                                                   {"song", FindCategory::audio},
+                                                   {"sound", FindCategory::audio},
+                                                   {"source", FindCategory::code},
+                                                   {"application", FindCategory::app},
+                                                   {"program", FindCategory::app},
+                                                   {"directory", FindCategory::folder}}};
+
+std::optional<FindCategory> categoryNamed(std::string_view name) {
+    if (const auto category = fromRawValue<FindCategory>(name)) return category;
+    const auto* other = std::ranges::find(otherKindNames, name, &KindName::text);
+    if (other != otherKindNames.end()) return other->category;
+    return std::nullopt;
+}
+
+/// "images" is "image", "directories" "directory".
+std::string singular(std::string_view name) {
+    if (name.ends_with("ies")) return std::string(name.substr(0, name.size() - 3)) + "y";
+    return std::string(name.substr(0, name.size() - (name.ends_with('s') ? 1 : 0)));
+}
+
+Condition kindCondition(std::string_view value) {
+    FindQueryNode node{.kind = Kind::kind};
+    const std::string lower = lowercased(value);
+    const auto parts = listed(lower);
+    if (parts.empty()) return std::nullopt;
+    for (const std::string_view name : parts) {
+        auto category = categoryNamed(name);
+        if (!category) category = categoryNamed(singular(name));
+        if (name == "file" || name == "files") {
+            node.takesFiles = true;
+        } else if (!category) {
+            return std::nullopt;
+        } else if (*category == FindCategory::folder) {
+            node.takesFolders = true;
+        } else if (std::ranges::find(node.categories, *category) == node.categories.end()) {
+            node.categories.push_back(*category);
+        }
+    }
+    return node;
+}
+
+/// Sizes, dates and depths are never below 0.
+Condition spanCondition(Kind kind, std::optional<FindSpan> span) {
+    if (!span) return std::nullopt;
+    FindQueryNode node{.kind = kind};
+    if (span->most < 0 || span->least > span->most) {
+        node.least = 1;
+        node.most = 0;
+        return node;
+    }
+    node.least = static_cast<std::uint64_t>(std::max<std::int64_t>(span->least, 0));
+    if (span->most != FindSpan::highest) node.most = static_cast<std::uint64_t>(span->most);
+    return node;
+}
+
+Condition folderCondition(Kind kind, std::string_view value) {
+    if (value.empty()) return std::nullopt;
+    const bool isInHome = value == "~" || value.starts_with("~/");
+    const std::string path = isInHome ? platform::homeFolder().path() + std::string(value.substr(1))
+                                      : std::string(value);
+    return FindQueryNode{.kind = kind, .names = {path::standardized(path)}};
+}
+
+Condition factCondition(Kind kind, std::string_view value) {
+    FindQueryNode fact{.kind = kind};
+    if (value.empty() || isFieldName(value, "yes") || isFieldName(value, "true")) return fact;
+    if (!isFieldName(value, "no") && !isFieldName(value, "false")) return std::nullopt;
+    return FindQueryNode{.kind = Kind::none, .children = {fact}};
+}
+
+struct Field {
+    std::string_view name;
+    std::string_view takes; ///< for people
+    Condition (*read)(std::string_view value, Timestamp now);
+    bool isCostly = false;
+};
+
+constexpr std::array<Field, 10> fields{{
+    {"ext", "extensions such as jpg;png",
+     [](std::string_view value, Timestamp) { return extensionCondition(value); }},
+    {"kind", "a kind such as image, document or folder",
+     [](std::string_view value, Timestamp) { return kindCondition(value); }},
+    {"size", "a size such as >10mb or 1gb..2gb",
+     [](std::string_view value, Timestamp) { return spanCondition(Kind::size, sizeSpan(value)); }},
+    {"dm", "a date such as today, 2026-11 or >2026-01-15",
+     [](std::string_view value, Timestamp now) {
+         return spanCondition(Kind::date, dateSpan(value, now));
+     }},
+    {"depth", "a depth such as 2, <3 or 1..4",
+     [](std::string_view value, Timestamp) {
+         return spanCondition(Kind::depth, depthSpan(value));
+     }},
+    {"in", "a folder",
+     [](std::string_view value, Timestamp) { return folderCondition(Kind::folder, value); }, true},
+    {"parent", "a folder",
+     [](std::string_view value, Timestamp) { return folderCondition(Kind::parent, value); }, true},
+    {"empty", "yes or no",
+     [](std::string_view value, Timestamp) { return factCondition(Kind::empty, value); }},
+    {"hidden", "yes or no",
+     [](std::string_view value, Timestamp) { return factCondition(Kind::hidden, value); }},
+    {"system", "yes or no",
+     [](std::string_view value, Timestamp) { return factCondition(Kind::system, value); }},
+}};
+
+/// A word as it stands in a sentence: short, and harmless to a terminal.
+std::string quoted(std::string_view text) {
+    constexpr std::size_t most = 40;
+    if (text.size() <= most) return terminalSafe(text);
+    std::size_t end = most;
+    while (end > 0 && (text[end] & 0xC0) == 0x80) --end;
+    return terminalSafe(text.substr(0, end)) + "...";
+}
+
+} // namespace
+
+Condition FindConditions::condition(const FindQueryToken& word) {
+    if (wordCount_ == mostWords) {
+        if (!problem_) {
+            problem_ = fmt::format("More than {} words are too many; the others were passed over.",
+                                   mostWords);
+        }
+        return std::nullopt;
+    }
+    ++wordCount_;
+    if (auto condition = fieldCondition(word)) return condition;
+    return textCondition(word.text, {});
+}
+
+Condition FindConditions::fieldCondition(const FindQueryToken& word) {
+    const std::size_t colon = word.text.find(':');
+    if (colon == std::string::npos || colon >= word.unquoted) return std::nullopt;
+    const std::string_view name = std::string_view(word.text).substr(0, colon);
+    std::string_view value = std::string_view(word.text).substr(colon + 1);
+    std::string_view asked = name;
+    std::string_view takes = "a text behind it";
+    Condition condition;
+    if (isTextFieldName(name)) {
+        value = word.text;
+        const TextManner manner = textManner(value, word.unquoted);
+        const bool isExpression = manner.mode == FindTextMode::regex;
+        if (isExpression && !canAffordMore()) return std::nullopt;
+        if (isExpression) {
+            asked = "regex";
+            takes = "a regular expression that is not too large";
+        }
+        if (!value.empty()) {
+            condition =
+                isExpression ? expressionCondition(value, manner) : textCondition(value, manner);
+        }
+        if (isExpression && condition) ++costlyCount_;
+    } else {
+        const auto* field = std::ranges::find_if(
+            fields, [name](const Field& known) { return isFieldName(name, known.name); });
+        if (field == fields.end()) return std::nullopt;
+        if (field->isCostly && !canAffordMore()) return std::nullopt;
+        takes = field->takes;
+        condition = field->read(value, now_);
+        if (field->isCostly && condition) ++costlyCount_;
+    }
+    if (!condition && !problem_) {
+        problem_ = fmt::format("\"{}\" was taken for a word; {}: takes {}.", quoted(word.text),
+                               lowercased(asked), takes);
+    }
+    return condition;
+}
+
+bool FindConditions::canAffordMore() {
+    if (costlyCount_ < mostCostly) return true;
+    if (!problem_) {
+        problem_ = fmt::format("More than {} folders and regular expressions are too many; the "
+                               "others were taken for words.",
+                               mostCostly);
+    }
+    return false;
+}
+
+} // namespace tidyro

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "Base/Timestamp.h"
+#include "Rooms/Find/Services/Query/FindQuery.h"
+#include "Rooms/Find/Services/Query/FindQueryTokens.h"
+
+namespace tidyro {
+
+/// Makes conditions of the words of one query: "report" asks for a text, "size:>1mb" for a size.
+class FindConditions {
+  public:
+    explicit FindConditions(Timestamp now) : now_(now) {}
+
+    /// A field with a value that it does not take is a word like any other. None for one more word
+    /// where there are very many.
+    [[nodiscard]] std::optional<FindQueryNode> condition(const FindQueryToken& word);
+    /// Of the first word that was not taken as it was meant; one sentence for people.
+    [[nodiscard]] const std::optional<std::string>& problem() const { return problem_; }
+
+  private:
+    [[nodiscard]] std::optional<FindQueryNode> fieldCondition(const FindQueryToken& word);
+    /// Whether one more folder or regular expression may be asked for.
+    [[nodiscard]] bool canAffordMore();
+
+    Timestamp now_;
+    std::size_t wordCount_ = 0;
+    std::size_t costlyCount_ = 0;
+    std::optional<std::string> problem_;
+};
+
+} // namespace tidyro

@@ -1,0 +1,123 @@
+#include <utility>
+
+#include "Rooms/Find/Services/Query/FindConditions.h"
+#include "Rooms/Find/Services/Query/FindQuery.h"
+#include "Rooms/Find/Services/Query/FindQueryTokens.h"
+
+namespace tidyro {
+
+namespace {
+
+using Kind = FindQueryNode::Kind;
+using Token = FindQueryToken::Kind;
+
+/// Several nodes as one; of no nodes there is nothing.
+std::optional<FindQueryNode> joined(Kind kind, std::vector<FindQueryNode> nodes) {
+    if (nodes.empty()) return std::nullopt;
+    if (nodes.size() == 1) return std::move(nodes.front());
+    return FindQueryNode{.kind = kind, .children = std::move(nodes)};
+}
+
+void flatten(FindQueryNode& node);
+
+void collect(Kind kind, std::vector<FindQueryNode>& from, std::vector<FindQueryNode>& into) {
+    for (FindQueryNode& node : from) {
+        if (node.kind == kind) {
+            collect(kind, node.children, into);
+        } else {
+            flatten(node);
+            into.push_back(std::move(node));
+        }
+    }
+}
+
+/// Takes apart what is in something of its own kind, so that nothing nests without need. Done at
+/// the end, from outside to inside: each node moves once, however deep the brackets are.
+void flatten(FindQueryNode& node) {
+    std::vector<FindQueryNode> children;
+    children.reserve(node.children.size());
+    collect(node.kind, node.children, children);
+    node.children = std::move(children);
+}
+
+/// By descent: the tokens bound its depth.
+class Parser {
+  public:
+    Parser(std::vector<FindQueryToken> tokens, Timestamp now)
+        : tokens_(std::move(tokens)), conditions_(now) {}
+
+    FindQuery read() {
+        FindQuery query{.root{.kind = Kind::all}};
+        auto whole = alternatives();
+        if (whole && whole->kind == Kind::all) {
+            query.root = *std::move(whole);
+        } else if (whole) {
+            query.root.children.push_back(*std::move(whole));
+        }
+        flatten(query.root);
+        query.problem = conditions_.problem();
+        return query;
+    }
+
+  private:
+    [[nodiscard]] bool isAt(Token kind) const {
+        return at_ < tokens_.size() && tokens_[at_].kind == kind;
+    }
+
+    std::optional<FindQueryNode> alternatives() {
+        std::vector<FindQueryNode> nodes;
+        do {
+            if (auto node = sideBySide()) nodes.push_back(*std::move(node));
+        } while (isAt(Token::either) && ++at_ > 0);
+        return joined(Kind::any, std::move(nodes));
+    }
+
+    std::optional<FindQueryNode> sideBySide() {
+        std::vector<FindQueryNode> nodes;
+        while (at_ < tokens_.size() && !isAt(Token::either) && !isAt(Token::close)) {
+            if (isAt(Token::both)) {
+                ++at_;
+            } else if (auto node = operand()) {
+                nodes.push_back(*std::move(node));
+            }
+        }
+        return joined(Kind::all, std::move(nodes));
+    }
+
+    std::optional<FindQueryNode> operand() {
+        bool isDenied = false;
+        for (; isAt(Token::denial); ++at_) isDenied = !isDenied;
+        auto node = bracketOrWord();
+        if (!node || !isDenied) return node;
+        if (node->kind == Kind::none) return std::move(node->children.front());
+        FindQueryNode denied{.kind = Kind::none};
+        denied.children.push_back(*std::move(node));
+        return denied;
+    }
+
+    std::optional<FindQueryNode> bracketOrWord() {
+        if (at_ == tokens_.size()) return std::nullopt;
+        const FindQueryToken& token = tokens_[at_];
+        if (token.kind != Token::word && token.kind != Token::open) return std::nullopt;
+        ++at_;
+        if (token.kind == Token::word) return conditions_.condition(token);
+        auto inner = alternatives();
+        ++at_; // the other bracket
+        return inner;
+    }
+
+    std::vector<FindQueryToken> tokens_;
+    FindConditions conditions_;
+    std::size_t at_ = 0;
+};
+
+} // namespace
+
+FindQuery parsedFindQuery(std::string_view text, Timestamp now) {
+    FindQueryTokens read = findQueryTokens(text);
+    FindQuery query = Parser(std::move(read.tokens), now).read();
+    if (read.problem) query.problem = std::move(read.problem);
+    return query;
+}
+
+} // namespace tidyro

@@ -1,0 +1,149 @@
+#include "Rooms/Find/Services/Saving/FindIndexPersistence.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "Platform/Files/DurableFile.h"
+#include "Platform/Files/DurableWriter.h"
+#include "Platform/Folders/WellKnownFolders.h"
+#include "Rooms/Find/Services/Saving/FindIndexFile.h"
+
+namespace tidyro {
+
+namespace {
+
+using Error = FindIndexPersistenceError;
+
+struct Describe {
+    std::string operator()(const Error::UnsupportedVersion& found) const {
+        return fmt::format("The index is of version {}, which this program does not know.",
+                           found.version);
+    }
+    std::string operator()(const Error::Inconsistent& found) const {
+        return fmt::format("The index is damaged ({}).", found.reason);
+    }
+    std::string operator()(const Error::WriteFailed& found) const {
+        return fmt::format("The index could not be saved ({}).", found.error.description());
+    }
+    std::string operator()(Error::Unreadable /*error*/) const {
+        return "The index could not be read.";
+    }
+    std::string operator()(Error::NotAnIndex /*error*/) const {
+        return "The file is not an index.";
+    }
+    std::string operator()(Error::Truncated /*error*/) const { return "The index is cut short."; }
+};
+
+/// Counts what it writes, and remembers the first failure.
+class IndexWriter {
+  public:
+    explicit IndexWriter(platform::DurableWriter writer) : writer_(std::move(writer)) {}
+
+    template <class T>
+    void array(std::span<const T> values) {
+        bytes(std::as_bytes(values));
+        constexpr std::array<std::byte, FindIndexFileHead::alignment> zeros{};
+        bytes(std::span(zeros).first((0 - written_) % zeros.size()));
+    }
+    void bytes(std::span<const std::byte> bytes) {
+        if (result_) result_ = writer_.append(bytes);
+        written_ += bytes.size();
+    }
+    [[nodiscard]] std::expected<void, SystemError> commit() {
+        return result_ ? writer_.commit() : result_;
+    }
+
+  private:
+    platform::DurableWriter writer_;
+    std::expected<void, SystemError> result_;
+    std::uint64_t written_ = 0;
+};
+
+/// The tables beside the columns, as columns.
+struct Pairs {
+    std::vector<std::uint32_t> bigSizeKeys;
+    std::vector<std::uint64_t> bigSizeValues;
+    std::vector<std::uint32_t> extraChildFolders;
+    std::vector<std::uint32_t> extraChildren;
+
+    explicit Pairs(const FindIndexStorage& storage) {
+        for (const auto& [entry, size] : storage.bigSizes) {
+            bigSizeKeys.push_back(entry);
+            bigSizeValues.push_back(size);
+        }
+        for (const auto& [folder, children] : storage.extraChildren) {
+            extraChildFolders.insert(extraChildFolders.end(), children.size(), folder);
+            extraChildren.insert(extraChildren.end(), children.begin(), children.end());
+        }
+    }
+};
+
+FindIndexFileHead head(const FindIndexStorage& storage, const FindIndexMetadata& metadata,
+                       const Pairs& pairs) {
+    const auto counted = [](std::int64_t count) {
+        return static_cast<std::uint64_t>(std::max(count, std::int64_t{0}));
+    };
+    return {.entryCount = storage.count(),
+            .nameByteCount = storage.names.size(),
+            .bigSizeCount = pairs.bigSizeKeys.size(),
+            .extraChildCount = pairs.extraChildren.size(),
+            .lastEventID = metadata.lastEventID,
+            .builtAt = metadata.builtAt.secondsSince1970(),
+            .savedAt = metadata.savedAt.secondsSince1970(),
+            .deniedCount = counted(storage.deniedCount),
+            .deletedCount = counted(storage.deletedCount),
+            .marksSystemFolders = storage.marksSystemFolders ? 1U : 0U,
+            .rootPathLength = storage.rootPath.size()};
+}
+
+std::expected<void, SystemError> save(const FindIndexStorage& storage,
+                                      const FindIndexMetadata& metadata, const FileURL& url) {
+    if (auto made = platform::makePrivateFolder(url.parent().path()); !made) return made;
+    auto opened =
+        platform::DurableWriter::open(url.path(), platform::DurableWriter::Sibling::shared);
+    if (!opened) return std::unexpected(opened.error());
+    IndexWriter writer(*std::move(opened));
+
+    const Pairs pairs(storage);
+    const FindIndexFileHead first = head(storage, metadata, pairs);
+    writer.bytes(std::as_bytes(std::span(FindIndexFileHead::magic)));
+    writer.bytes(std::as_bytes(std::span(&first, 1)));
+    writer.array(std::span<const char>(storage.rootPath));
+    writer.array(storage.names.span());
+    writer.array(storage.nameStart.span());
+    writer.array(storage.parent.span());
+    writer.array(storage.size32.span());
+    writer.array(storage.mtime.span());
+    writer.array(storage.flags.span());
+    writer.array(storage.kind.span());
+    writer.array(storage.depth.span());
+    writer.array(storage.firstChild.span());
+    writer.array(std::span<const std::uint32_t>(pairs.bigSizeKeys));
+    writer.array(std::span<const std::uint64_t>(pairs.bigSizeValues));
+    writer.array(std::span<const std::uint32_t>(pairs.extraChildFolders));
+    writer.array(std::span<const std::uint32_t>(pairs.extraChildren));
+    writer.bytes(std::as_bytes(std::span(FindIndexFileHead::trailer)));
+    return writer.commit();
+}
+
+} // namespace
+
+std::string FindIndexPersistenceError::description() const { return std::visit(Describe{}, kind); }
+
+FileURL FindIndexPersistence::defaultURL() {
+    return platform::applicationSupportFolder().appending("Harborline/Find/name-index-v1.bin");
+}
+
+std::expected<void, Error> FindIndexPersistence::write(const FindIndexStorage& storage,
+                                                       const Metadata& metadata,
+                                                       const FileURL& url) {
+    const auto saved = save(storage, metadata, url);
+    if (!saved) return std::unexpected(Error{Error::WriteFailed{saved.error()}});
+    return {};
+}
+
+} // namespace tidyro

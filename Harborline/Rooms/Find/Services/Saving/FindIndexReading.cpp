@@ -1,0 +1,216 @@
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "Base/UnicodeText.h"
+#include "Platform/Files/InputFile.h"
+#include "Platform/Machine/LargeBlocks.h"
+#include "Rooms/Find/Services/Saving/FindIndexFile.h"
+#include "Rooms/Find/Services/Saving/FindIndexPersistence.h"
+
+namespace tidyro {
+
+namespace {
+
+using Error = FindIndexPersistenceError;
+using Head = FindIndexFileHead;
+
+std::unexpected<Error> inconsistent(const char* reason) {
+    return std::unexpected(Error{Error::Inconsistent{reason}});
+}
+std::unexpected<Error> truncated() { return std::unexpected(Error{Error::Truncated{}}); }
+
+/// Room for a column that is then filled from end to end.
+template <class T>
+void makeRoom(GrowingArray<T>& column, std::size_t count) {
+    column.reserveMore(count);
+    const std::span room(column.data(), column.capacityBytes() / sizeof(T));
+    platform::fillsWholly(std::as_writable_bytes(room));
+}
+
+/// Reads on and on; after the first failure nothing.
+class IndexReader {
+  public:
+    explicit IndexReader(const FindIndexPersistence::Next& next) : next_(next) {}
+
+    [[nodiscard]] const std::expected<void, Error>& result() const { return result_; }
+
+    void bytes(std::span<std::byte> into) {
+        if (!result_) return;
+        const auto got = next_(into);
+        if (!got) {
+            result_ = std::unexpected(Error{Error::Unreadable{}});
+        } else if (*got != into.size()) {
+            result_ = truncated(); // it was cut while it was read
+        }
+        read_ += into.size();
+    }
+    void align() {
+        std::array<std::byte, Head::alignment> zeros{};
+        bytes(std::span(zeros).first((0 - read_) % zeros.size()));
+    }
+    /// The file was found to hold as much.
+    template <class T>
+    void column(GrowingArray<T>& column, std::uint64_t count) {
+        column.clear();
+        makeRoom(column, count);
+        if (count == 0 || !result_) return;
+        bytes(std::as_writable_bytes(std::span(column.appendUnset(count), count)));
+        align();
+    }
+
+  private:
+    const FindIndexPersistence::Next& next_;
+    std::expected<void, Error> result_;
+    std::uint64_t read_ = 0;
+};
+
+/// What stands before the columns, as far as it can be judged by itself.
+std::expected<Head, Error> readHead(IndexReader& reader, std::uint64_t byteCount) {
+    std::array<char, Head::magic.size()> magic{};
+    const std::size_t there = std::min<std::uint64_t>(byteCount, magic.size());
+    reader.bytes(std::as_writable_bytes(std::span(magic).first(there)));
+    if (!reader.result()) return std::unexpected(reader.result().error());
+    if (std::string_view(magic.data(), there) != Head::magic.substr(0, there)) {
+        return std::unexpected(Error{Error::NotAnIndex{}});
+    }
+    Head head{};
+    const auto bytes = std::as_writable_bytes(std::span(&head, 1));
+    if (byteCount < magic.size() + sizeof(head.version)) return truncated();
+    reader.bytes(bytes.first(sizeof(head.version)));
+    if (reader.result() && head.version != Head::knownVersion) {
+        return std::unexpected(Error{Error::UnsupportedVersion{head.version}});
+    }
+    if (byteCount < magic.size() + sizeof(head)) return truncated();
+    reader.bytes(bytes.subspan(sizeof(head.version)));
+    if (!reader.result()) return std::unexpected(reader.result().error());
+
+    const std::uint64_t expected = head.fileByteCount();
+    if (expected > byteCount) return truncated();
+    // A file may be long and take nothing on the disk: no room is made for what cannot be.
+    if (head.nameByteCount > 0xFFFFFFFF) return inconsistent("name offsets");
+    if (head.extraChildCount > head.entryCount) return inconsistent("extra children");
+    if (head.bigSizeCount > head.entryCount) return inconsistent("sizes");
+    // Far more than people have, and dates can still be made of it.
+    constexpr double farthest = 253'402'300'799; // the end of the year 9999
+    const bool areDates = std::abs(head.builtAt) <= farthest && std::abs(head.savedAt) <= farthest;
+    constexpr std::uint64_t longestRoot = 65'536; // systems take paths of a few thousand bytes
+    if (expected != byteCount || !areDates || head.entryCount >= FindIndexStorage::none ||
+        head.entryCount > head.nameByteCount + 1 || head.rootPathLength > longestRoot ||
+        head.deletedCount > head.entryCount || head.deniedCount > INT64_MAX ||
+        head.marksSystemFolders > 1) {
+        return inconsistent("structure");
+    }
+    return head;
+}
+
+std::expected<void, Error> takeBigSizes(FindIndexStorage& storage,
+                                        const GrowingArray<std::uint32_t>& entries,
+                                        const GrowingArray<std::uint64_t>& sizes) {
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (i > 0 && entries[i - 1] >= entries[i]) return inconsistent("sizes");
+        storage.bigSizes.emplace_hint(storage.bigSizes.end(), entries[i], sizes[i]);
+    }
+    return {};
+}
+
+std::expected<void, Error> takeExtraChildren(FindIndexStorage& storage,
+                                             const GrowingArray<std::uint32_t>& folders,
+                                             const GrowingArray<std::uint32_t>& children) {
+    auto last = storage.extraChildren.end();
+    for (std::size_t i = 0; i < folders.size(); ++i) {
+        if (i > 0 && folders[i - 1] > folders[i]) return inconsistent("extra children");
+        if (i == 0 || folders[i - 1] != folders[i]) {
+            last = storage.extraChildren.emplace_hint(storage.extraChildren.end(), folders[i],
+                                                      std::vector<std::uint32_t>{});
+        }
+        last->second.push_back(children[i]);
+    }
+    return {};
+}
+
+/// Folding may make three bytes of one that is no text, and offsets have 32 bits. Only an index so
+/// large that it might not fit is folded once more to know.
+bool hasRoomToFold(const FindIndexStorage& storage) {
+    constexpr std::uint64_t most = 0xFFFFFFFF;
+    if (storage.names.size() <= most / 3) return true;
+    std::uint64_t bytes = 0;
+    for (FindIndexStorage::Entry entry = 0; entry < storage.count(); ++entry) {
+        const std::string_view name = storage.name(entry);
+        bytes += storage.is(entry, findflag::notASCII) ? searchFolded(name).size() : name.size();
+    }
+    return bytes <= most;
+}
+
+} // namespace
+
+std::expected<FindIndexPersistence::Opened, Error>
+FindIndexPersistence::read(std::uint64_t byteCount, const Next& next) {
+    IndexReader reader(next);
+    const auto head = readHead(reader, byteCount);
+    if (!head) return std::unexpected(head.error());
+
+    std::string rootPath(head->rootPathLength, '\0');
+    reader.bytes(std::as_writable_bytes(std::span(rootPath)));
+    reader.align();
+    Opened opened{.storage = FindIndexStorage(std::move(rootPath), head->marksSystemFolders == 1),
+                  .metadata = {.lastEventID = head->lastEventID,
+                               .builtAt = Timestamp::since1970(head->builtAt),
+                               .savedAt = Timestamp::since1970(head->savedAt)}};
+    FindIndexStorage& storage = opened.storage;
+    storage.deniedCount = static_cast<std::int64_t>(head->deniedCount);
+    storage.deletedCount = static_cast<std::int64_t>(head->deletedCount);
+    reader.column(storage.names, head->nameByteCount);
+    reader.column(storage.nameStart, head->entryCount + 1);
+    reader.column(storage.parent, head->entryCount);
+    reader.column(storage.size32, head->entryCount);
+    reader.column(storage.mtime, head->entryCount);
+    reader.column(storage.flags, head->entryCount);
+    reader.column(storage.kind, head->entryCount);
+    reader.column(storage.depth, head->entryCount);
+    reader.column(storage.firstChild, head->entryCount);
+    GrowingArray<std::uint32_t> bigEntries;
+    GrowingArray<std::uint64_t> bigSizes;
+    GrowingArray<std::uint32_t> folders;
+    GrowingArray<std::uint32_t> children;
+    reader.column(bigEntries, head->bigSizeCount);
+    reader.column(bigSizes, head->bigSizeCount);
+    reader.column(folders, head->extraChildCount);
+    reader.column(children, head->extraChildCount);
+    std::array<char, Head::trailer.size()> trailer{};
+    reader.bytes(std::as_writable_bytes(std::span(trailer)));
+    if (!reader.result()) return std::unexpected(reader.result().error());
+    if (std::string_view(trailer.data(), trailer.size()) != Head::trailer) return truncated();
+
+    if (auto taken = takeBigSizes(storage, bigEntries, bigSizes); !taken) {
+        return std::unexpected(taken.error());
+    }
+    if (auto taken = takeExtraChildren(storage, folders, children); !taken) {
+        return std::unexpected(taken.error());
+    }
+    if (auto valid = validate(storage); !valid) return std::unexpected(valid.error());
+    if (!hasRoomToFold(storage)) return inconsistent("name offsets");
+    makeRoom(storage.foldedNames, storage.names.size());
+    makeRoom(storage.foldedStart, storage.count());
+    makeRoom(storage.foldedEntries, storage.count());
+    storage.extendFolded();
+    return opened;
+}
+
+std::expected<FindIndexPersistence::Opened, Error> FindIndexPersistence::read(const FileURL& url) {
+    auto file = platform::InputFile::open(url.path());
+    if (!file) return std::unexpected(Error{Error::Unreadable{}});
+    // A file that is long and takes nothing is a hole, which would fill the memory with zeros.
+    // Names are never compressed so far.
+    constexpr std::uint64_t smallest = 1'048'576;
+    constexpr std::uint64_t mostCompressed = 64;
+    if (file->byteCount() > smallest && file->byteCount() / mostCompressed > file->bytesOnDisk()) {
+        return inconsistent("structure");
+    }
+    return read(file->byteCount(), [&](std::span<std::byte> into) { return file->read(into); });
+}
+
+} // namespace tidyro

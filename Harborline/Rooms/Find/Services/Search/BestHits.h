@@ -1,0 +1,67 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
+#include "Rooms/Find/Services/Matching/FindNameRank.h"
+
+namespace tidyro {
+
+/// Keeps the best of very many hits in little memory: by rank, then what lies less deep, then the
+/// shorter name, then what was modified later, then by path. Which they are does not depend on the
+/// order in which they come.
+class BestHits {
+  public:
+    BestHits(const FindIndexStorage& storage, std::size_t limit);
+
+    /// True when a hit of this rank can no longer be among the best: it need not be offered.
+    [[nodiscard]] bool isOut(FindNameRank rank) const { return isFull_ && keyOf(rank) > worst_; }
+    /// The same of one entry, by what is quickly known of it.
+    [[nodiscard]] bool isOut(std::uint32_t entry, FindNameRank rank) const {
+        if (!isFull_) return false;
+        if (isOut(rank)) return true;
+        // Mostly the depth tells, and the length need not be read from memory.
+        const std::uint64_t shortest = shortestKeyOf(entry, rank);
+        const std::uint64_t worst = worst_ >> lowerKeyBits;
+        return limit_ == 0 || shortest > worst || shortest + lengthOf(entry) > worst;
+    }
+    void offer(std::uint32_t entry, FindNameRank rank);
+    /// The best first. Leaves nothing behind.
+    [[nodiscard]] std::vector<std::uint32_t> take();
+
+  private:
+    struct Hit {
+        std::uint64_t key;
+        std::uint32_t entry;
+    };
+    [[nodiscard]] static constexpr std::uint64_t keyOf(FindNameRank rank) {
+        return static_cast<std::uint64_t>(rank) << 56U;
+    }
+    static constexpr unsigned lowerKeyBits = 32; ///< the date
+    [[nodiscard]] std::uint64_t shortestKeyOf(std::uint32_t entry, FindNameRank rank) const {
+        return static_cast<std::uint64_t>(rank) << 24U | std::uint64_t{storage_->depth[entry]}
+                                                             << 16U;
+    }
+    [[nodiscard]] std::uint64_t lengthOf(std::uint32_t entry) const {
+        constexpr std::uint32_t longest = 0xFFFF;
+        const auto [begin, end] = storage_->nameRange(entry);
+        return std::min(end - begin, longest);
+    }
+    [[nodiscard]] std::uint64_t keyOf(std::uint32_t entry, FindNameRank rank) const;
+    [[nodiscard]] bool isBetter(const Hit& a, const Hit& b) const;
+
+    const FindIndexStorage* storage_;
+    std::size_t limit_;
+    std::vector<Hit> hits_; ///< a heap, the worst on top, once it is full
+    bool isFull_ = false;
+    std::uint64_t worst_ = 0;
+};
+
+/// Whether the path of one entry comes before that of another, byte by byte.
+[[nodiscard]] bool comesBeforeByPath(const FindIndexStorage& storage, std::uint32_t a,
+                                     std::uint32_t b);
+
+} // namespace tidyro

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "Base/Cancellation.h"
+#include "Base/Timestamp.h"
+#include "Rooms/Find/Services/Index/FindIndex.h"
+#include "Rooms/Find/Services/Index/FindScope.h"
+#include "Rooms/Find/Services/Search/FindSearchResult.h"
+
+namespace tidyro {
+
+/// Answers queries over an index, one for each key that a person presses.
+///
+///     FindSearchEngine engine;
+///     const auto found = engine.search("readme", {.in = index, .limit = 500, .now = now});
+///
+/// The same index, query and moment give the same hits in the same order: the whole name, then the
+/// name without its extension, then names that begin with it, then words in names that do, then
+/// anywhere; within one of these what lies less deep, then the shorter name, then what was modified
+/// later, then by path.
+///
+/// An engine remembers what helps the next query and is used by one thread at a time; the index may
+/// change meanwhile, a search goes on with what it began with.
+class FindSearchEngine {
+  public:
+    struct Question {
+        const FindIndex& in;
+        FindScope scopeMask = {};
+        /// Of the index whose numbers the hits are meant to be: a search for one that has been
+        /// replaced meanwhile ends at once, as cancelled. Absent: whichever there is.
+        std::optional<std::uint64_t> generation = std::nullopt;
+        std::size_t limit = 500;
+        Timestamp now;
+        CancelToken cancel = {};
+    };
+
+    FindSearchEngine();
+    ~FindSearchEngine();
+    FindSearchEngine(const FindSearchEngine&) = delete;
+    FindSearchEngine& operator=(const FindSearchEngine&) = delete;
+
+    /// Begins to make ready, beside the caller, what lets searches of this index pass over most
+    /// names; with it a letter takes 1 ms in a million names rather than 10. For whoever waits for
+    /// a person to type: otherwise the second search begins it. Takes 23 bytes an entry.
+    void prepare(const FindIndex& index);
+
+    [[nodiscard]] FindSearchResult search(std::string_view query, const Question& question);
+
+  private:
+    struct Memory;
+    std::unique_ptr<Memory> memory_;
+};
+
+} // namespace tidyro

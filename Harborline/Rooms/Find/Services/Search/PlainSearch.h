@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Base/Cancellation.h"
+#include "Rooms/Find/Services/Index/FindEntrySet.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
+#include "Rooms/Find/Services/Matching/FindBlockFilter.h"
+#include "Rooms/Find/Services/Matching/NeedleFinder.h"
+#include "Rooms/Find/Services/Search/BestHits.h"
+
+namespace tidyro {
+
+/// The search that is made on almost every key: names that hold some words, all of them, anywhere.
+///
+/// The rarest word is looked for in all names, and what it stands in is a match when the others
+/// stand there as well. How well a match fits is only asked of those that may be among the best.
+class PlainSearch {
+  public:
+    struct Options {
+        const FindIndexStorage& storage;
+        const FindEntrySet& mask;           ///< what takes part
+        const FindBlockFilter* filter;      ///< null: none is ready
+        std::span<const std::string> words; ///< folded, not empty; ranks go by the first
+        std::size_t limit;
+        CancelToken cancel;
+        /// Numbers of matches up to this many are kept for the next query.
+        std::size_t mostRemembered;
+    };
+    explicit PlainSearch(const Options& options);
+
+    void run();
+    /// Of these entries only, which are all that can match.
+    void runOver(std::span<const std::uint32_t> entries);
+
+    [[nodiscard]] std::uint64_t matchCount() const { return matchCount_; }
+    [[nodiscard]] bool wasCancelled() const { return wasCancelled_; }
+    [[nodiscard]] std::vector<std::uint32_t> takeHits() { return best_.take(); }
+    /// All matches in the order of the entries; empty when there were too many to remember.
+    [[nodiscard]] std::vector<std::uint32_t> takeMatches() { return std::move(matches_); }
+    [[nodiscard]] bool remembersMatches() const { return remembers_; }
+
+  private:
+    static constexpr std::uint32_t none = FindIndexStorage::none;
+
+    void runByLetters();
+    void takePlace(std::uint32_t entry, std::uint32_t at);
+    void closeEntry();
+    [[nodiscard]] bool hasOtherWords(std::uint32_t entry) const;
+    void remember(std::uint32_t entry);
+
+    Options options_;
+    const FindIndexStorage& storage_;
+    NeedleFinder finder_; ///< of the word that is looked for
+    bool ranksByFinder_;  ///< the first word is that one
+    std::vector<std::string_view> others_;
+    BestHits best_;
+    std::uint64_t matchCount_ = 0;
+    bool wasCancelled_ = false;
+    bool remembers_ = true;
+    std::vector<std::uint32_t> matches_;
+    // The entry whose places are being told, and what is known of it
+    std::uint32_t entry_ = none;
+    bool isWanted_ = false; ///< it may be among the best
+    FindNameRank rank_ = FindNameRank::anywhere;
+};
+
+} // namespace tidyro

@@ -1,0 +1,266 @@
+#include "Rooms/Find/Services/Search/NaiveFind.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <tuple>
+#include <utility>
+
+#include <re2/re2.h>
+
+#include "Base/UnicodeText.h"
+
+namespace tidyro::testing {
+
+namespace {
+
+using Kind = FindQueryNode::Kind;
+
+std::vector<std::string> foldedComponents(std::string_view path) {
+    std::vector<std::string> components;
+    std::string component;
+    for (const char byte : std::string(path) + "/") {
+        if (byte != '/') {
+            component += byte;
+            continue;
+        }
+        if (!component.empty() && component != ".") components.push_back(searchFolded(component));
+        component.clear();
+    }
+    return components;
+}
+
+bool endsWith(const std::vector<std::string>& path, const std::vector<std::string>& end) {
+    return path.size() >= end.size() && std::equal(end.rbegin(), end.rend(), path.rbegin());
+}
+
+std::string extensionOf(const std::string& name) {
+    const std::size_t stop = name.rfind('.');
+    return stop == std::string::npos || stop == 0 ? "" : name.substr(stop + 1);
+}
+
+bool isASCII(const std::string& text) {
+    return std::ranges::all_of(text, [](unsigned char byte) { return byte < 0x80; });
+}
+
+/// 0 for the best; see `FindNameRank`.
+unsigned rankOf(const std::string& own, const std::string& folded, const std::string& needle) {
+    const auto isLetterOrDigit = [](unsigned char byte) {
+        return byte >= 0x80 || (byte >= 'a' && byte <= 'z') || (byte >= '0' && byte <= '9');
+    };
+    const auto isSmall = [](char byte) { return byte >= 'a' && byte <= 'z'; };
+    const auto isCapital = [](char byte) { return byte >= 'A' && byte <= 'Z'; };
+    if (folded == needle) return 0;
+    const std::string extension = extensionOf(folded);
+    if (!extension.empty() && folded == needle + "." + extension) return 1;
+    if (folded.starts_with(needle)) return 2;
+    for (std::size_t at = 1; at < folded.size(); ++at) {
+        if (folded.compare(at, needle.size(), needle) != 0) continue;
+        if (!isLetterOrDigit(static_cast<unsigned char>(folded[at - 1]))) return 3;
+        if (isASCII(own) && isSmall(own[at - 1]) && isCapital(own[at])) return 3;
+    }
+    return 4;
+}
+
+/// The texts that names are ranked by.
+std::vector<std::string> rankingTexts(const FindQueryNode& node) {
+    const FindTextTerm& term = node.text;
+    if (node.kind == Kind::text && !term.inPath && term.mode != FindTextMode::glob &&
+        term.mode != FindTextMode::regex && !term.folded.empty()) {
+        return {term.folded};
+    }
+    std::vector<std::string> texts;
+    for (const FindQueryNode& child : node.children) {
+        const auto more = rankingTexts(child);
+        const bool isWanted = node.kind == Kind::any || (node.kind == Kind::all && texts.empty());
+        if (isWanted) texts.insert(texts.end(), more.begin(), more.end());
+    }
+    return texts;
+}
+
+} // namespace
+
+/// One query, asked of one entry after another.
+struct NaiveFind::Search {
+    const NaiveFind& in;
+    const FindIndexStorage& storage;
+    std::map<const FindQueryNode*, std::unique_ptr<RE2>> expressions = {};
+    std::map<const FindQueryNode*, std::vector<std::string>> folders = {};
+
+    bool holds(const FindQueryNode& node, std::uint32_t entry) {
+        const Thing& thing = in.things_[entry];
+        const bool isFolder = storage.is(entry, findflag::directory);
+        const auto isBetween = [&node](std::uint64_t value) {
+            return node.least <= value && value <= node.most;
+        };
+        const auto holdsToo = [&](const FindQueryNode& child) { return holds(child, entry); };
+        switch (node.kind) {
+        case Kind::all: return std::ranges::all_of(node.children, holdsToo);
+        case Kind::any: return std::ranges::any_of(node.children, holdsToo);
+        case Kind::none: return !holds(node.children.at(0), entry);
+        case Kind::text: return textHolds(node, thing);
+        case Kind::ext:
+            return std::ranges::any_of(node.names, [&](const std::string& extension) {
+                const std::string& name = thing.name.folded;
+                return name.ends_with("." + extension) && name.size() > extension.size() + 1;
+            });
+        case Kind::kind:
+            return (isFolder ? node.takesFolders : node.takesFiles) ||
+                   std::ranges::count(node.categories, storage.category(entry)) > 0;
+        case Kind::size: return isBetween(storage.size(entry));
+        case Kind::date: return isBetween(storage.mtime[entry]);
+        case Kind::depth: return isBetween(std::min<std::size_t>(thing.above.size(), 255));
+        case Kind::empty:
+            return isFolder ? !thing.isFilled && !storage.is(entry, findflag::unread)
+                            : storage.size(entry) == 0;
+        case Kind::hidden: return thing.isHidden;
+        case Kind::system: return thing.isSystem;
+        case Kind::folder:
+            return std::ranges::any_of(thing.above, [&](auto at) { return isMeant(node, at); }) ||
+                   holdsRoot(node);
+        case Kind::parent: return isMeant(node, thing.above.front());
+        }
+        return false;
+    }
+
+    const std::vector<std::string>& wanted(const FindQueryNode& node) {
+        auto [at, isNew] = folders.try_emplace(&node);
+        if (isNew) at->second = foldedComponents(node.names.at(0));
+        return at->second;
+    }
+    bool isMeant(const FindQueryNode& node, std::uint32_t folder) {
+        const auto& path = wanted(node);
+        const auto& components = in.things_[folder].components;
+        if (node.names.at(0).starts_with('/')) return components == path;
+        return path.empty() ? folder == 0 : endsWith(components, path);
+    }
+    bool holdsRoot(const FindQueryNode& node) {
+        const auto& path = wanted(node);
+        const auto& root = in.things_[0].components;
+        return node.names.at(0).starts_with('/') && path.size() <= root.size() &&
+               std::equal(path.begin(), path.end(), root.begin());
+    }
+
+    bool textHolds(const FindQueryNode& node, const Thing& thing) {
+        const FindTextTerm& term = node.text;
+        const Text& where = term.inPath ? thing.path : thing.name;
+        const std::string& text = term.matchesCase ? where.own : where.folded;
+        std::string needle = term.matchesCase ? term.text : term.folded;
+        if (term.mode == FindTextMode::regex) return expressionHolds(node, where.own);
+        // A text that begins with the root's own path is fixed to the beginning.
+        bool isFixed = false;
+        const std::string& root = storage.rootPath;
+        const std::string start = term.matchesCase ? root : searchFolded(root);
+        if (term.inPath && root != "/" && (needle + "/").starts_with(start + "/")) {
+            isFixed = true;
+            needle = needle.size() > start.size() ? needle.substr(start.size()) : "/";
+        }
+        switch (term.mode) {
+        case FindTextMode::contains:
+            return isFixed ? text.starts_with(needle) : text.find(needle) != std::string::npos;
+        case FindTextMode::word:
+            return naiveWord(needle, {.own = where.own,
+                                      .folded = where.folded,
+                                      .inOwn = term.matchesCase,
+                                      .atBeginning = isFixed});
+        case FindTextMode::exact: {
+            if (!term.inPath) return text == needle;
+            if (needle.starts_with('/')) needle.erase(0, 1);
+            if (needle.ends_with('/')) needle.pop_back();
+            return text == "/" + needle;
+        }
+        case FindTextMode::glob: return globHolds(needle, text, term.inPath, isFixed);
+        case FindTextMode::regex: break;
+        }
+        return false;
+    }
+
+    static bool globHolds(const std::string& pattern, const std::string& text, bool inPath,
+                          bool isFixed) {
+        if (!inPath || isFixed || pattern.starts_with('*')) return naiveGlob(pattern, text);
+        // From the beginning of some component, with or without the "/" before it.
+        const bool isWithSlash = pattern.starts_with('/');
+        for (std::size_t at = 0; at < text.size(); ++at) {
+            if (text[at] != '/') continue;
+            if (naiveGlob(pattern, text.substr(at + (isWithSlash ? 0 : 1)))) return true;
+        }
+        return false;
+    }
+
+    bool expressionHolds(const FindQueryNode& node, const std::string& own) {
+        auto& expression = expressions[&node];
+        if (expression == nullptr) {
+            RE2::Options options(RE2::Quiet);
+            options.set_case_sensitive(node.text.matchesCase);
+            expression = std::make_unique<RE2>(node.text.text, options);
+        }
+        const std::string text = repairedUTF8(own.substr(node.text.inPath ? 1 : 0));
+        return RE2::PartialMatch(text, *expression);
+    }
+};
+
+NaiveFind::NaiveFind(const FindIndexStorage& storage) : storage_(storage) {
+    for (std::uint32_t entry = 0; entry < storage.count(); ++entry) {
+        things_.push_back(thing(entry));
+        if (entry > 0 && !storage.is(entry, findflag::deleted)) {
+            things_[storage.parent[entry]].isFilled = true;
+        }
+    }
+}
+
+NaiveFind::Thing NaiveFind::thing(std::uint32_t entry) const {
+    Thing thing{
+        .name = {.own = std::string(storage_.name(entry)), .folded = ""}, .path = {}, .above = {}};
+    thing.name.folded = searchFolded(thing.name.own);
+    if (storage_.is(entry, findflag::directory)) {
+        thing.components = foldedComponents(storage_.path(entry));
+    }
+    for (std::uint32_t at = entry; at != 0; at = storage_.parent[at]) {
+        const std::string name(storage_.name(at));
+        thing.path.own.insert(0, "/" + name);
+        thing.path.folded.insert(0, "/" + searchFolded(name));
+        thing.above.push_back(storage_.parent[at]);
+        thing.isGone = thing.isGone || storage_.is(at, findflag::deleted);
+        thing.isHidden = thing.isHidden || (storage_.kind[at] & findkind::hiddenItself) != 0;
+        const bool isFolder = storage_.is(at, findflag::directory);
+        thing.isSystem = isFolder && storage_.parent[at] == 0 && storage_.marksSystemFolders &&
+                         FindIndexStorage::isSystemTopLevelName(name);
+        const bool isPackage = isFolder && FindExtensions::isPackage(name);
+        thing.isInPackage = thing.isInPackage || (at != entry && isPackage);
+    }
+    return thing;
+}
+
+FindSearchResult NaiveFind::search(std::string_view query, const Question& question) const {
+    const FindQuery read = parsedFindQuery(query, question.now);
+    const std::vector<std::string> texts = rankingTexts(read.root);
+    Search search{.in = *this, .storage = storage_};
+    // Rank, depth, length of the name, the later date, the path.
+    using Key = std::tuple<unsigned, std::size_t, std::size_t, std::int64_t, std::string>;
+    std::vector<std::pair<Key, std::uint32_t>> found;
+    for (std::uint32_t entry = 1; entry < things_.size(); ++entry) {
+        const Thing& thing = things_[entry];
+        const FindScope& scope = question.scope;
+        if (thing.isGone || (thing.isHidden && !scope.hidden) ||
+            (thing.isSystem && !scope.system) || (thing.isInPackage && !scope.packageContents) ||
+            !search.holds(read.root, entry)) {
+            continue;
+        }
+        unsigned rank = 4;
+        for (const std::string& text : texts) {
+            rank = std::min(rank, rankOf(thing.name.own, thing.name.folded, text));
+        }
+        found.emplace_back(Key{rank, std::min<std::size_t>(thing.above.size(), 255),
+                               thing.name.own.size(), -std::int64_t{storage_.mtime[entry]},
+                               thing.path.own},
+                           entry);
+    }
+    std::ranges::sort(found);
+    FindSearchResult result{.matchCount = found.size(), .problem = read.problem};
+    for (std::size_t i = 0; i < found.size() && i < question.limit; ++i) {
+        result.hits.push_back(found[i].second);
+    }
+    return result;
+}
+
+} // namespace tidyro::testing
