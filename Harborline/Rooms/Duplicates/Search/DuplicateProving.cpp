@@ -17,7 +17,7 @@ namespace {
 class ManyNamed {
   public:
     /// False for a file that was met before.
-    bool isFirst(const platform::FileIdentityKey& identity) {
+    bool isFirst(const platform::ItemIdentity& identity) {
         const std::scoped_lock lock(mutex_);
         return met_.insert({identity.device, identity.inode}).second;
     }

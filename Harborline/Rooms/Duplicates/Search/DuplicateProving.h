@@ -15,7 +15,7 @@ namespace tidyro {
 /// Another name of a file that was read by its first one, or was not worth reading.
 struct FurtherName {
     std::uint32_t file; ///< in the listing
-    platform::FileIdentityKey identity;
+    platform::ItemIdentity identity;
 };
 
 /// Proves which of the files that agree in their beginning are copies. Files up to `wholeBelow` are

@@ -19,7 +19,7 @@ namespace tidyro {
 struct LargeFile {
     std::uint64_t bytes;
     std::uint64_t hash; ///< of both ends
-    platform::FileIdentityKey identity;
+    platform::ItemIdentity identity;
     std::uint32_t file; ///< in the listing
 
     [[nodiscard]] bool agreesWith(const LargeFile& other) const {

@@ -14,7 +14,7 @@ namespace tidyro {
 struct ProvenFile {
     std::uint32_t file; ///< in the listing
     std::uint64_t bytes;
-    platform::FileIdentityKey identity;
+    platform::ItemIdentity identity;
     platform::SHA256::Digest digest;
     Timestamp modified;
     std::optional<Timestamp> changed;

@@ -46,7 +46,7 @@ class DurableWriter {
 
     std::string path_;
     std::string sibling_;
-    int descriptor_; ///< negative: there is no sibling (any more)
+    int fd_; ///< negative: there is no sibling (any more)
     std::vector<std::byte> gathered_;
 };
 

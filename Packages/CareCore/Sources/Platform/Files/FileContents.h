@@ -67,9 +67,9 @@ class FileContents {
     [[nodiscard]] std::optional<FileExtent> extent(const FileMetadata& seen) const;
 
   private:
-    explicit FileContents(int descriptor) noexcept : descriptor_(descriptor) {}
+    explicit FileContents(int descriptor) noexcept : fd_(descriptor) {}
 
-    int descriptor_;
+    int fd_;
     bool passesCache_ = true; ///< the system itself reads past its cache
 };
 

@@ -32,7 +32,7 @@ struct FileMetadata {
     std::optional<Timestamp> changed = std::nullopt;
     std::uint32_t ownerUserID;
     std::uint64_t linkCount; ///< hard links
-    FileIdentityKey identity;
+    ItemIdentity identity;
     /// The mount through which the item was seen, as `Volume::mount` numbers them. None where the
     /// system does not say; the device is then what tells the volume.
     std::optional<std::uint64_t> mount = std::nullopt;

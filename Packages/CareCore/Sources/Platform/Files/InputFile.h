@@ -31,10 +31,9 @@ class InputFile {
     [[nodiscard]] std::expected<std::size_t, SystemError> read(std::span<std::byte> into);
 
   private:
-    InputFile(int descriptor, std::uint64_t byteCount)
-        : descriptor_(descriptor), byteCount_(byteCount) {}
+    InputFile(int descriptor, std::uint64_t byteCount) : fd_(descriptor), byteCount_(byteCount) {}
 
-    int descriptor_;
+    int fd_;
     std::uint64_t byteCount_;
     std::uint64_t bytesOnDisk_ = 0;
 };

@@ -42,10 +42,10 @@ struct EntryTraits {
 };
 
 /// Two names with the same identity are one file.
-struct FileIdentityKey {
+struct ItemIdentity {
     std::uint64_t device;
     std::uint64_t inode;
-    bool operator==(const FileIdentityKey&) const = default;
+    bool operator==(const ItemIdentity&) const = default;
 };
 
 /// One entry of a folder. On Linux a folder's own facts are not among them: they are cheaper from
@@ -60,14 +60,14 @@ struct FolderEntry {
     std::uint32_t accessed = 0;      ///< likewise
     std::uint64_t logicalSize = 0;   ///< bytes; 0 for folders
     std::uint64_t allocatedSize = 0; ///< bytes on disk; 0 for folders
-    FileIdentityKey identity{};
+    ItemIdentity identity{};
     /// Files with the same family share their blocks; 0 for none. Within one device.
     std::uint64_t cloneFamily = 0;
 };
 
 /// A folder's own facts.
 struct FolderFacts {
-    FileIdentityKey identity;
+    ItemIdentity identity;
     EntryTraits traits;
     std::uint32_t modified;
     std::uint32_t accessed;
@@ -77,7 +77,7 @@ struct FolderFacts {
 class FolderDescriptor {
   public:
     FolderDescriptor() = default;
-    explicit FolderDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+    explicit FolderDescriptor(int fd) noexcept : fd_(fd) {}
     FolderDescriptor(FolderDescriptor&& other) noexcept;
     FolderDescriptor& operator=(FolderDescriptor&& other) noexcept;
     ~FolderDescriptor();
@@ -98,11 +98,11 @@ class FolderDescriptor {
     /// The facts of a folder inside this one, without opening it or following a link.
     [[nodiscard]] std::expected<FolderFacts, SystemError> facts(const char* name) const;
 
-    [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
-    [[nodiscard]] int number() const noexcept { return descriptor_; }
+    [[nodiscard]] bool isOpen() const noexcept { return fd_ >= 0; }
+    [[nodiscard]] int fd() const noexcept { return fd_; }
 
   private:
-    int descriptor_ = -1;
+    int fd_ = -1;
 };
 
 /// Whether files of this folder's volume may share blocks with one another.

@@ -17,7 +17,7 @@ struct Volume {
     /// What tells this mount from the others: the kernel's number of it on Linux, the device on
     /// macOS. Good until something is mounted or unmounted.
     std::uint64_t mount;
-    /// The device of the items on it, as `FileIdentityKey` has it.
+    /// The device of the items on it, as `ItemIdentity` has it.
     std::uint64_t device;
     /// False for a file system whose items have devices of their own, such as btrfs with its
     /// subvolumes: its items are told by their mount only.

@@ -12,7 +12,7 @@
 namespace tidyro::platform {
 
 struct RunningProcess {
-    std::int64_t number; ///< 0 for what the system's kernel itself has in use
+    std::int64_t pid; ///< 0 for what the system's kernel itself has in use
     /// Absolute path; empty for what runs no file, and where only the path may not be told.
     std::string executable;
     /// Absolute paths of the files that it has open or mapped, each once; open folders and devices

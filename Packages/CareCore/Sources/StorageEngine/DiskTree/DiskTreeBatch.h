@@ -57,7 +57,7 @@ class DiskTreeBatch {
   private:
     struct Shared {
         std::size_t slot;
-        platform::FileIdentityKey key;
+        platform::ItemIdentity key;
     };
 
     void addFolder(const platform::FolderEntry& entry, const EntrySurroundings& surroundings,

@@ -14,10 +14,10 @@ class SeenSet {
   public:
     /// True when the key is met for the first time. The key of all zeros stands for an empty slot
     /// and counts as met.
-    bool insert(platform::FileIdentityKey key) {
+    bool insert(platform::ItemIdentity key) {
         if (key == empty) return false;
         if ((count_ + 1) * 4 > slots_.size() * 3) grow();
-        platform::FileIdentityKey& slot = slotFor(key);
+        platform::ItemIdentity& slot = slotFor(key);
         if (slot == key) return false;
         slot = key;
         ++count_;
@@ -25,9 +25,9 @@ class SeenSet {
     }
 
   private:
-    static constexpr platform::FileIdentityKey empty{};
+    static constexpr platform::ItemIdentity empty{};
 
-    platform::FileIdentityKey& slotFor(platform::FileIdentityKey key) {
+    platform::ItemIdentity& slotFor(platform::ItemIdentity key) {
         const std::size_t mask = slots_.size() - 1;
         std::uint64_t hash = (key.inode ^ key.device << 40) * 0x9E3779B97F4A7C15U;
         hash ^= hash >> 32;
@@ -36,15 +36,15 @@ class SeenSet {
         return slots_[at];
     }
     void grow() {
-        GrowingArray<platform::FileIdentityKey> old = std::move(slots_);
+        GrowingArray<platform::ItemIdentity> old = std::move(slots_);
         slots_ = {};
         slots_.resize(old.empty() ? 1'024 : old.size() * 2);
-        for (const platform::FileIdentityKey& key : old) {
+        for (const platform::ItemIdentity& key : old) {
             if (!(key == empty)) slotFor(key) = key;
         }
     }
 
-    GrowingArray<platform::FileIdentityKey> slots_; ///< a power of two of them
+    GrowingArray<platform::ItemIdentity> slots_; ///< a power of two of them
     std::size_t count_ = 0;
 };
 

@@ -14,6 +14,7 @@
 #include "StorageEngine/Observation/FolderSigns.h"
 #include "StorageEngine/Observation/FolderSurroundings.h"
 #include "StorageEngine/Observation/LiveDataDetection.h"
+#include "StorageEngine/PickedItems/DiskItemFolders.h"
 
 namespace tidyro {
 

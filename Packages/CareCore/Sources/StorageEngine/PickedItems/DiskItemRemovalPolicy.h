@@ -15,7 +15,7 @@
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
 #include "Platform/Mounts/Volumes.h"
-#include "StorageEngine/Observation/FileIdentity.h"
+#include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/PickedItems/DiskItemFolders.h"
 #include "StorageEngine/PickedItems/DiskItemPlaces.h"
 #include "StorageEngine/PickedItems/DiskItemRefusal.h"

@@ -23,20 +23,19 @@ void KeptFolders::add(const std::string& path, Reason reason, Reach reach) {
                          Kept{.path = std::move(real), .reason = reason, .reach = reach});
 }
 
-const KeptFolders::Kept* KeptFolders::byAnotherPath(const platform::FileIdentityKey& folder,
+const KeptFolders::Kept* KeptFolders::byAnotherPath(const platform::ItemIdentity& folder,
                                                     std::string_view path) const {
     const auto found = folders_.find(folder);
     return found == folders_.end() || found->second.path == path ? nullptr : &found->second;
 }
 
-std::optional<KeptFolders::Reason> KeptFolders::reason(const platform::FileIdentityKey& folder,
+std::optional<KeptFolders::Reason> KeptFolders::reason(const platform::ItemIdentity& folder,
                                                        std::string_view path) const {
     const Kept* found = byAnotherPath(folder, path);
     return found == nullptr ? std::nullopt : std::optional(found->reason);
 }
 
-std::optional<KeptFolders::Reason>
-KeptFolders::reason(const platform::FileIdentityKey& folder) const {
+std::optional<KeptFolders::Reason> KeptFolders::reason(const platform::ItemIdentity& folder) const {
     const auto found = folders_.find(folder);
     return found == folders_.end() ? std::nullopt : std::optional(found->second.reason);
 }

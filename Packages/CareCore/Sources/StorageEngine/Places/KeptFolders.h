@@ -36,12 +36,12 @@ class KeptFolders {
 
     /// Why the folder at a path without links has to stay: it is one of them by another path. None
     /// for one that has its own path, which tells the same.
-    [[nodiscard]] std::optional<Reason> reason(const platform::FileIdentityKey& folder,
+    [[nodiscard]] std::optional<Reason> reason(const platform::ItemIdentity& folder,
                                                std::string_view path) const;
     /// The same for what lies in the folder at such a path. Each folder is asked of the disk once.
     [[nodiscard]] std::optional<Reason> reasonInside(std::string_view path);
     /// Why this folder has to stay, whatever its path is.
-    [[nodiscard]] std::optional<Reason> reason(const platform::FileIdentityKey& folder) const;
+    [[nodiscard]] std::optional<Reason> reason(const platform::ItemIdentity& folder) const;
 
   private:
     struct Kept {
@@ -50,14 +50,14 @@ class KeptFolders {
         Reach reach;
     };
     struct Hash {
-        std::size_t operator()(const platform::FileIdentityKey& key) const {
+        std::size_t operator()(const platform::ItemIdentity& key) const {
             return std::hash<std::uint64_t>{}(key.inode ^ (key.device << 32U));
         }
     };
-    [[nodiscard]] const Kept* byAnotherPath(const platform::FileIdentityKey& folder,
+    [[nodiscard]] const Kept* byAnotherPath(const platform::ItemIdentity& folder,
                                             std::string_view path) const;
 
-    std::unordered_map<platform::FileIdentityKey, Kept, Hash> folders_;
+    std::unordered_map<platform::ItemIdentity, Kept, Hash> folders_;
     std::unordered_map<std::string, std::optional<Reason>> known_;
 };
 

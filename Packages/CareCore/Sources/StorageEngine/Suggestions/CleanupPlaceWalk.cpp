@@ -155,7 +155,7 @@ bool CleanupPlaceWalk::take(Level& level, const platform::FolderEntry& entry) {
                           .identity = entry.identity});
 }
 
-bool CleanupPlaceWalk::isPlaceOfAnother(const platform::FileIdentityKey& identity) const {
+bool CleanupPlaceWalk::isPlaceOfAnother(const platform::ItemIdentity& identity) const {
     return std::ranges::any_of(
         options_.places, [&](const CleanupPlace& place) { return place.identity == identity; });
 }

@@ -15,7 +15,7 @@
 #include "CareDomain/CoverageGap.h"
 #include "CareDomain/FileObservation.h"
 #include "Platform/Folders/FolderReading.h"
-#include "StorageEngine/Observation/FileIdentity.h"
+#include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Places/RootPathIndex.h"
 #include "StorageEngine/Rules/CleanupRule.h"
 
@@ -26,7 +26,7 @@ namespace tidyro {
 struct CleanupPlace {
     const CleanupRule* rule;
     platform::FolderDescriptor folder;
-    platform::FileIdentityKey identity;
+    platform::ItemIdentity identity;
 
     /// None where the folder is gone by now; a gap where it may not be opened, or lies behind a
     /// link: what a link leads to may be anybody's.
@@ -44,7 +44,7 @@ class CleanupPlaceWalk {
     struct Found {
         FileObservation observation;
         std::uint64_t allocatedBytes;
-        platform::FileIdentityKey identity;
+        platform::ItemIdentity identity;
     };
     struct Options {
         /// All places of the scan, and the paths of all rules' roots, open or not: those that are
@@ -77,7 +77,7 @@ class CleanupPlaceWalk {
     [[nodiscard]] bool list(Level& level);
     [[nodiscard]] bool take(Level& level, const platform::FolderEntry& entry);
     [[nodiscard]] std::optional<Level> opened(const Level& level, const std::string& name);
-    [[nodiscard]] bool isPlaceOfAnother(const platform::FileIdentityKey& identity) const;
+    [[nodiscard]] bool isPlaceOfAnother(const platform::ItemIdentity& identity) const;
     void gap(const FileURL& url, CoverageGapReason reason, std::string_view what) const;
 
     const CleanupPlace& place_;

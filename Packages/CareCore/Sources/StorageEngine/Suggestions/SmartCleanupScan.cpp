@@ -14,7 +14,7 @@
 #include "Base/PathText.h"
 #include "CareDomain/FileFingerprint.h"
 #include "Platform/Folders/FolderReading.h"
-#include "StorageEngine/Observation/FileIdentity.h"
+#include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Places/FolderResolver.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
@@ -48,14 +48,14 @@ void waitFor(double seconds, const CancelToken& cancel) {
 struct Kept {
     FileObservation observation;
     std::uint64_t allocatedBytes;
-    platform::FileIdentityKey identity;
+    platform::ItemIdentity identity;
 };
 
 /// Files with several names, of which none is freed before the last is gone.
 class Names {
   public:
     /// True when this was the last name that the file has.
-    bool isLast(const platform::FileIdentityKey& file, std::uint64_t linkCount) {
+    bool isLast(const platform::ItemIdentity& file, std::uint64_t linkCount) {
         if (linkCount < 2) return true;
         return ++met_[{file.device, file.inode}] == linkCount;
     }

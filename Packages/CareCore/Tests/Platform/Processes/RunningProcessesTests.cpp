@@ -39,8 +39,8 @@ class OtherProcess {
         std::array<int, 2> ready{};
         EXPECT_EQ(::pipe(ready.data()), 0);
         EXPECT_EQ(::fcntl(ready[1], F_SETFD, FD_CLOEXEC), 0);
-        number_ = ::fork();
-        if (number_ == 0) {
+        pid_ = ::fork();
+        if (pid_ == 0) {
             work();
             ::close(ready[1]); // what becomes another program closes it by that
             for (;;) ::pause();
@@ -51,22 +51,22 @@ class OtherProcess {
         ::close(ready[0]);
     }
     ~OtherProcess() {
-        ::kill(number_, SIGKILL);
-        ::waitpid(number_, nullptr, 0);
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
     }
     OtherProcess(const OtherProcess&) = delete;
     OtherProcess& operator=(const OtherProcess&) = delete;
 
-    [[nodiscard]] long number() const { return number_; }
+    [[nodiscard]] long pid() const { return pid_; }
     /// Whether `work` gave up.
     [[nodiscard]] bool hasEnded() const {
         siginfo_t ended{};
-        ::waitid(P_PID, static_cast<id_t>(number_), &ended, WEXITED | WNOHANG | WNOWAIT);
-        return ended.si_pid == number_;
+        ::waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
+        return ended.si_pid == pid_;
     }
 
   private:
-    pid_t number_;
+    pid_t pid_;
 };
 
 const RunningProcess* find(const ProcessActivity& activity, long number) {
@@ -105,7 +105,7 @@ TEST(RunningProcesses, HaveFilesOpenMappedAndRunning) {
 
     const auto activity = LiveRunningProcesses().activity();
     ASSERT_TRUE(activity);
-    const RunningProcess* holding = find(*activity, holder.number());
+    const RunningProcess* holding = find(*activity, holder.pid());
     ASSERT_NE(holding, nullptr);
     for (const char* name : {"open", "two\nlines \\012", "mapped\nfile", "gone"}) {
         EXPECT_TRUE(has(*holding, place / name)) << name;
@@ -113,7 +113,7 @@ TEST(RunningProcesses, HaveFilesOpenMappedAndRunning) {
     EXPECT_FALSE(has(*holding, place / "closed"));
     EXPECT_EQ(std::ranges::adjacent_find(holding->files), holding->files.end());
 
-    const RunningProcess* running = find(*activity, runner.number());
+    const RunningProcess* running = find(*activity, runner.pid());
     ASSERT_NE(running, nullptr);
     EXPECT_EQ(running->executable, program);
     EXPECT_TRUE(has(*running, program)) << "a program is mapped as well";
@@ -148,7 +148,7 @@ TEST(RunningProcesses, CountThoseThatMayNotBeRead) {
         const auto activity = LiveRunningProcesses().activity();
         if (!activity) return activity.error().description();
         if (activity->unreadable == 0) return "nothing counted";
-        if (find(*activity, secret.number()) != nullptr) return "read what may not be read";
+        if (find(*activity, secret.pid()) != nullptr) return "read what may not be read";
         if (find(*activity, ::getpid()) == nullptr) return "not even this one";
         const auto running = LiveRunningApplications().running();
         if (!running) return running.error().description();
@@ -200,7 +200,7 @@ TEST(RunningProcesses, NameFilesAsTheyAreNamedHere) {
         if (holder.hasEnded()) GTEST_SKIP() << "this process may not mount";
         const auto activity = LiveRunningProcesses().activity();
         ASSERT_TRUE(activity);
-        const RunningProcess* holding = find(*activity, holder.number());
+        const RunningProcess* holding = find(*activity, holder.pid());
         ASSERT_NE(holding, nullptr);
         for (const char* name : {"home/held", "home/gone", "home/before", "container/data/held"}) {
             EXPECT_TRUE(has(*holding, place / name)) << name << ", shut in: " << isShutIn;
@@ -226,7 +226,7 @@ TEST(RunningProcesses, NameFilesByEveryMountOfTheirFolder) {
         const auto activity = LiveRunningProcesses().activity();
         if (!activity) return activity.error().description();
         const RunningProcess* self = find(*activity, ::getpid());
-        const RunningProcess* running = find(*activity, runner.number());
+        const RunningProcess* running = find(*activity, runner.pid());
         if (self == nullptr || running == nullptr) return "the processes";
         for (const char* name : {"home/one", "alias/one", "home/two", "alias/two"}) {
             if (!has(*self, place / name)) return name;

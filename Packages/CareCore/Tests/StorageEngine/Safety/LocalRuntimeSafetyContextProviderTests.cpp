@@ -12,7 +12,7 @@
 #include "Platform/Testing/FakeRunningApplications.h"
 #include "Platform/Testing/FakeRunningProcesses.h"
 #include "Platform/Testing/FakeVolumes.h"
-#include "StorageEngine/Observation/FileIdentity.h"
+#include "StorageEngine/Observation/FileObserver.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {
@@ -45,8 +45,8 @@ struct FakeMachine {
         applications.answer = std::vector<platform::RunningApplication>{
             {.bundleIdentifier = {}, .executable = "/usr/bin/cargo", .name = "cargo"}};
         processes.answer = ProcessActivity{
-            .processes = {{.number = 1, .executable = "/bin/a", .files = {"/x", "/lib"}},
-                          {.number = 2, .executable = "/bin/b", .files = {"/lib"}}},
+            .processes = {{.pid = 1, .executable = "/bin/a", .files = {"/x", "/lib"}},
+                          {.pid = 2, .executable = "/bin/b", .files = {"/lib"}}},
             .unreadable = 7};
     }
     LocalRuntimeSafetyContextProvider provider() {
@@ -181,7 +181,7 @@ TEST(LocalRuntimeSafetyContextProvider, KnowsFilesByTheNamesThatScansUse) {
     machine.place.link("ada", machine.place / "disk/home");
     machine.home = FileURL::folder(machine.place / "ada");
     machine.processes.answer->processes = {
-        {.number = 1,
+        {.pid = 1,
          .executable = {},
          .files = {machine.place / "disk/home/data/open", machine.place / "disk/npm/_cacache/x"}}};
     const auto context = machine.provider().context();

@@ -64,10 +64,10 @@ int openQuietly(int folder, const char* name, FileContents::OwnersFirst& owners)
 }
 
 std::expected<FileMetadata, SystemError> FileContents::metadata() const {
-    return fileMetadataAt(descriptor_, "", AT_EMPTY_PATH);
+    return fileMetadataAt(fd_, "", AT_EMPTY_PATH);
 }
 
-void FileContents::expectSingleReads() { ::posix_fadvise(descriptor_, 0, 0, POSIX_FADV_RANDOM); }
+void FileContents::expectSingleReads() { ::posix_fadvise(fd_, 0, 0, POSIX_FADV_RANDOM); }
 
 std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
                                                            std::span<std::byte> into) {
@@ -76,7 +76,7 @@ std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
         const auto rest = into.subspan(done);
         ssize_t count = -1;
         if (passesCache_) {
-            count = readOnce(descriptor_, rest, offset + done, RWF_DONTCACHE);
+            count = readOnce(fd_, rest, offset + done, RWF_DONTCACHE);
             if (count < 0 && (errno == EOPNOTSUPP || errno == EINVAL)) {
                 passesCache_ = false;
                 // What the system read ahead would look as if it had been in memory before.
@@ -85,8 +85,7 @@ std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
             }
         } else {
             constexpr std::size_t piece = 262'144;
-            count =
-                readAndForget(descriptor_, rest.first(std::min(rest.size(), piece)), offset + done);
+            count = readAndForget(fd_, rest.first(std::min(rest.size(), piece)), offset + done);
         }
         if (count < 0) return std::unexpected(SystemError{errno});
         if (count == 0) break;
@@ -170,9 +169,9 @@ std::optional<fiemap_extent> lastExtent(Extents& extents, std::uint64_t byteCoun
 
 std::optional<FileExtent> FileContents::extent(const FileMetadata& seen) const {
     if (seen.byteCount == 0) return std::nullopt;
-    Extents extents(descriptor_);
+    Extents extents(fd_);
     if (!extents.ask(0, seen.byteCount)) return std::nullopt;
-    const std::uint64_t fileSystem = fileSystemNumber(descriptor_, seen.identity.device);
+    const std::uint64_t fileSystem = fileSystemNumber(fd_, seen.identity.device);
     if (extents.found().empty()) {
         return FileExtent{.fileSystem = fileSystem, .first = -1, .last = -1};
     }
@@ -188,7 +187,7 @@ std::optional<FileExtent> FileContents::extent(const FileMetadata& seen) const {
 }
 
 bool mayShareBlocks(const FolderDescriptor& folder) {
-    return std::ranges::find(neverSharing, fileSystemType(folder.number())) == neverSharing.end();
+    return std::ranges::find(neverSharing, fileSystemType(folder.fd())) == neverSharing.end();
 }
 
 } // namespace tidyro::platform

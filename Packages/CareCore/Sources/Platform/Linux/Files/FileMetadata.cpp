@@ -68,7 +68,7 @@ std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path) {
 
 std::expected<FileMetadata, SystemError> fileMetadata(const FolderDescriptor& folder,
                                                       const char* name) {
-    return fileMetadataAt(folder.number(), name, 0);
+    return fileMetadataAt(folder.fd(), name, 0);
 }
 
 bool isReadable(const std::string& path) {
@@ -76,7 +76,7 @@ bool isReadable(const std::string& path) {
 }
 
 bool isReadable(const FolderDescriptor& folder, const char* name) {
-    return ::faccessat(folder.number(), name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
+    return ::faccessat(folder.fd(), name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 bool isWritableFolder(const std::string& path) {

@@ -37,7 +37,7 @@ constexpr unsigned wanted =
     STATX_TYPE | STATX_NLINK | STATX_MTIME | STATX_ATIME | STATX_INO | STATX_SIZE | STATX_BLOCKS;
 constexpr std::uint64_t bytesPerBlock = 512; // of stx_blocks, whatever the file system's blocks
 
-FileIdentityKey identityOf(const struct statx& status) {
+ItemIdentity identityOf(const struct statx& status) {
     return {.device = makedev(status.stx_dev_major, status.stx_dev_minor), .inode = status.stx_ino};
 }
 
@@ -73,25 +73,25 @@ FolderDescriptor::openBelow(const std::string& relativePath) const {
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
     long opened = -1;
     do {
-        opened = ::syscall(SYS_openat2, descriptor_, relativePath.c_str(), &how, sizeof how);
+        opened = ::syscall(SYS_openat2, fd_, relativePath.c_str(), &how, sizeof how);
     } while (opened < 0 && (errno == EINTR || errno == EAGAIN)); // again: something was renamed
     if (opened < 0) return std::unexpected(SystemError{errno});
     return FolderDescriptor(static_cast<int>(opened));
 }
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts() const {
-    return factsOf(descriptor_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC);
+    return factsOf(fd_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC);
 }
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts(const char* name) const {
-    return factsOf(descriptor_, name, lookAtTheNameOnly);
+    return factsOf(fd_, name, lookAtTheNameOnly);
 }
 
 bool sharesBlocks(const FolderDescriptor& folder) {
     constexpr std::array<std::uint32_t, 3> sharing{0x9123683E /* btrfs */, 0x58465342 /* XFS */,
                                                    0xCA451A4E /* bcachefs */};
     struct statfs volume{};
-    if (::fstatfs(folder.number(), &volume) != 0) return false;
+    if (::fstatfs(folder.fd(), &volume) != 0) return false;
     for (const std::uint32_t magic : sharing) {
         if (static_cast<std::uint32_t>(volume.f_type) == magic) return true;
     }
@@ -115,7 +115,7 @@ FolderLister::FolderLister(Options options)
 FolderLister::~FolderLister() = default;
 
 void FolderLister::begin(const FolderDescriptor& folder) {
-    body_->folder = folder.number();
+    body_->folder = folder.fd();
     body_->filled = 0;
     body_->at = 0;
     error_ = {0};

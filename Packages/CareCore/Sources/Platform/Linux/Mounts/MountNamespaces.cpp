@@ -24,22 +24,22 @@ MountNamespaces::MountNamespaces(std::vector<MountTableEntry> mounts) {
 }
 
 std::expected<MountNamespaces::Number, SystemError>
-MountNamespaces::of(long number, const ProcessFolder& process) {
+MountNamespaces::namespaceOf(long pid, const ProcessFolder& process) {
     std::string name;
     // Whoever may read of a process's files may read this as well, unless something guards just
     // this. Then the process is taken to live alone: its table, which is open to all, says what
     // its paths mean.
-    if (readKernelLink(process.number(), "ns/mnt", name) != 0) name = std::to_string(number);
+    if (readKernelLink(process.fd(), "ns/mnt", name) != 0) name = std::to_string(pid);
     if (name == ownName_) return own;
     std::string root;
-    if (readKernelLink(process.number(), "root", root) != 0) root = "/";
+    if (readKernelLink(process.fd(), "root", root) != 0) root = "/";
 
     const std::scoped_lock lock(mutex_);
     const auto [known, isNew] = numbers_.try_emplace(std::move(name), namespaces_.size());
     if (isNew) namespaces_.emplace_back();
     Namespace& found = namespaces_[known->second];
     if (found.roots.contains(root)) return known->second;
-    auto mounts = mountTableOf(process.number());
+    auto mounts = mountTableOf(process.fd());
     if (!mounts) return std::unexpected(mounts.error());
     for (MountTableEntry& mount : *mounts) {
         mount.path = seenFromOutside(std::move(mount.path), root);

@@ -31,7 +31,8 @@ class MountNamespaces {
     explicit MountNamespaces(std::vector<MountTableEntry> mounts);
 
     /// The namespace of a process; its mounts are read when it is new. Any thread may ask.
-    [[nodiscard]] std::expected<Number, SystemError> of(long number, const ProcessFolder& process);
+    [[nodiscard]] std::expected<Number, SystemError> namespaceOf(long pid,
+                                                                 const ProcessFolder& process);
 
     /// What the paths that processes of each namespace have are called in this process's, in the
     /// order of the numbers; when all processes have been asked for.

@@ -12,7 +12,7 @@ std::set<std::string> mountPointsBelow(const FolderDescriptor& folder) {
     // The kernel's own name of the folder: its table has no links in its paths.
     std::error_code failed;
     const std::string root =
-        std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(folder.number()), failed)
+        std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(folder.fd()), failed)
             .string();
     const auto mounts = mountTable();
     std::set<std::string> places;

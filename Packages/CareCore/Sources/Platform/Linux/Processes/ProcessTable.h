@@ -10,9 +10,9 @@
 
 namespace tidyro::platform {
 
-/// The numbers of all processes that this one can see, itself among them: a table without it is
+/// The pids of all processes that this one can see, itself among them: a table without it is
 /// another one's, or none, and an error.
-[[nodiscard]] std::expected<std::vector<long>, SystemError> processNumbers();
+[[nodiscard]] std::expected<std::vector<long>, SystemError> processIDs();
 
 /// Whether an error of reading about a process means that it has ended; a zombie has, and a thread
 /// of the kernel never had files.
@@ -23,7 +23,7 @@ namespace tidyro::platform {
 /// An open folder of /proc; closed by its owner's lifetime.
 class ProcessFolder {
   public:
-    explicit ProcessFolder(long process);
+    explicit ProcessFolder(long pid);
     /// A folder inside it.
     ProcessFolder(const ProcessFolder& parent, const char* name);
     ~ProcessFolder();
@@ -31,13 +31,13 @@ class ProcessFolder {
     ProcessFolder& operator=(const ProcessFolder&) = delete;
 
     [[nodiscard]] int error() const { return error_; } ///< of opening; 0 when it is open
-    [[nodiscard]] int number() const { return descriptor_; }
+    [[nodiscard]] int fd() const { return fd_; }
 
     /// Calls `use` with each name but "." and ".."; 0, or the error that ended it.
     [[nodiscard]] int eachName(const std::function<void(const char* name)>& use) const;
 
   private:
-    int descriptor_;
+    int fd_;
     int error_;
 };
 

@@ -29,23 +29,23 @@ bool isKernelThread(std::string_view status) {
 
 std::expected<std::vector<RunningApplication>, SystemError>
 LiveRunningApplications::running() const {
-    const auto numbers = processNumbers();
-    if (!numbers) return std::unexpected(numbers.error());
+    const auto pids = processIDs();
+    if (!pids) return std::unexpected(pids.error());
     std::vector<RunningApplication> applications;
-    applications.reserve(numbers->size());
+    applications.reserve(pids->size());
     std::string text;
-    for (const long number : *numbers) {
-        const ProcessFolder folder(number);
+    for (const long pid : *pids) {
+        const ProcessFolder folder(pid);
         // Other people's folders may be closed (hidepid): then not even a name is told.
         if (meansEnded(folder.error()) || meansForbidden(folder.error())) continue;
         RunningApplication application;
         int error = folder.error();
-        if (error == 0) error = readKernelLink(folder.number(), "exe", application.executable);
+        if (error == 0) error = readKernelLink(folder.fd(), "exe", application.executable);
         if (meansEnded(error)) continue; // or a thread of the kernel
         // Its files may be hidden, its name is not.
-        if (meansForbidden(error)) error = readKernelFile(folder.number(), "stat", text);
+        if (meansForbidden(error)) error = readKernelFile(folder.fd(), "stat", text);
         if (error == 0 && application.executable.empty() && isKernelThread(text)) continue;
-        if (error == 0) error = readKernelFile(folder.number(), "comm", text);
+        if (error == 0) error = readKernelFile(folder.fd(), "comm", text);
         if (meansEnded(error)) continue;
         if (error != 0) return std::unexpected(SystemError{error});
         while (text.ends_with('\n')) text.pop_back();

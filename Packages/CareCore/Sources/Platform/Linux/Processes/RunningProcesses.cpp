@@ -52,7 +52,7 @@ class ProcessReader {
 
     explicit ProcessReader(MountNamespaces& namespaces) : namespaces_(namespaces) {}
 
-    [[nodiscard]] Outcome read(long number, Found& found);
+    [[nodiscard]] Outcome read(long pid, Found& found);
     [[nodiscard]] SystemError error() const { return error_; }
 
   private:
@@ -82,7 +82,7 @@ void ProcessReader::readOpenFiles(const ProcessFolder& folder, RunningProcess& p
     note(descriptors.error());
     if (descriptors.error() != 0) return;
     note(descriptors.eachName([&](const char* name) {
-        const int error = readKernelLink(descriptors.number(), name, target_);
+        const int error = readKernelLink(descriptors.fd(), name, target_);
         note(error);
         // Pipes, sockets and the like have no path. What kind of item it is would take another
         // call, dearer than this one: a folder that is held open is in use as well, and a device
@@ -92,7 +92,7 @@ void ProcessReader::readOpenFiles(const ProcessFolder& folder, RunningProcess& p
 }
 
 void ProcessReader::readMappedFiles(const ProcessFolder& folder, RunningProcess& process) {
-    note(readKernelFile(folder.number(), "maps", text_));
+    note(readKernelFile(folder.fd(), "maps", text_));
     std::string_view rest = text_;
     std::string_view last; // a file is mapped in several pieces, one after another
     while (!rest.empty()) {
@@ -110,14 +110,14 @@ void ProcessReader::readMappedFiles(const ProcessFolder& folder, RunningProcess&
     }
 }
 
-ProcessReader::Outcome ProcessReader::read(long number, Found& found) {
+ProcessReader::Outcome ProcessReader::read(long pid, Found& found) {
     RunningProcess& process = found.process;
     isForbidden_ = false;
-    const ProcessFolder folder(number);
+    const ProcessFolder folder(pid);
     if (meansEnded(folder.error())) return Outcome::ended;
     note(folder.error());
     if (folder.error() == 0) {
-        const int error = readKernelLink(folder.number(), "exe", target_);
+        const int error = readKernelLink(folder.fd(), "exe", target_);
         note(error);
         if (error == 0) {
             if (target_.ends_with(deletedMark)) add(target_, process);
@@ -126,7 +126,7 @@ ProcessReader::Outcome ProcessReader::read(long number, Found& found) {
         readOpenFiles(folder, process);
         readMappedFiles(folder, process);
         if (!process.executable.empty() || !process.files.empty()) {
-            const auto its = namespaces_.of(number, folder);
+            const auto its = namespaces_.namespaceOf(pid, folder);
             if (its) {
                 found.mountNamespace = *its;
             } else {
@@ -147,19 +147,19 @@ struct Share {
 };
 
 /// Reads the processes that no other thread has taken.
-void readShare(std::span<const long> numbers, std::atomic<std::size_t>& next,
+void readShare(std::span<const long> pids, std::atomic<std::size_t>& next,
                MountNamespaces& namespaces, Share& share) {
     ProcessReader reader(namespaces);
-    for (std::size_t at = next++; at < numbers.size(); at = next++) {
-        Found found{.process = {.number = numbers[at], .executable = {}, .files = {}}};
-        const ProcessReader::Outcome outcome = reader.read(numbers[at], found);
+    for (std::size_t at = next++; at < pids.size(); at = next++) {
+        Found found{.process = {.pid = pids[at], .executable = {}, .files = {}}};
+        const ProcessReader::Outcome outcome = reader.read(pids[at], found);
         if (outcome == ProcessReader::Outcome::failed) {
             share.error = reader.error();
             return;
         }
         if (outcome == ProcessReader::Outcome::partly) {
             // A table that hides even its reader's own files tells nothing.
-            if (numbers[at] == ::getpid()) {
+            if (pids[at] == ::getpid()) {
                 share.error = {EACCES};
                 return;
             }
@@ -186,8 +186,8 @@ void addOtherPaths(RunningProcess& process, std::span<const PathAliases> meant) 
 } // namespace
 
 std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() const {
-    const auto numbers = processNumbers();
-    if (!numbers) return std::unexpected(numbers.error());
+    const auto pids = processIDs();
+    if (!pids) return std::unexpected(pids.error());
     auto mounts = mountTable();
     if (!mounts) return std::unexpected(mounts.error());
     MountNamespaces namespaces(*std::move(mounts));
@@ -199,9 +199,9 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
         std::vector<DedicatedThread> helpers;
         for (std::size_t i = 1; i < threads; ++i) {
             helpers.emplace_back("processes", Quality::userInitiated,
-                                 [&, i] { readShare(*numbers, next, namespaces, shares[i]); });
+                                 [&, i] { readShare(*pids, next, namespaces, shares[i]); });
         }
-        readShare(*numbers, next, namespaces, shares[0]);
+        readShare(*pids, next, namespaces, shares[0]);
     }
     const std::vector<PathAliases> known = namespaces.aliases();
     const std::span<const PathAliases> aliases = known;
@@ -214,7 +214,7 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
             activity.processes.push_back(std::move(found.process));
         }
     }
-    RunningProcess kernel{.number = 0, .executable = {}, .files = {}};
+    RunningProcess kernel{.pid = 0, .executable = {}, .files = {}};
     for (const std::string& file : kernelFiles()) add(file, kernel);
     addOtherPaths(kernel, aliases); // whoever set it up may live anywhere
     if (!kernel.files.empty()) activity.processes.push_back(std::move(kernel));

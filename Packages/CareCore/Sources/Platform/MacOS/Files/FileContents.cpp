@@ -25,20 +25,19 @@ int openQuietly(int folder, const char* name, FileContents::OwnersFirst&) {
 
 std::expected<FileMetadata, SystemError> FileContents::metadata() const {
     struct stat status{};
-    if (::fstat(descriptor_, &status) != 0) return std::unexpected(SystemError{errno});
+    if (::fstat(fd_, &status) != 0) return std::unexpected(SystemError{errno});
     return fileMetadataOf(status);
 }
 
-void FileContents::expectSingleReads() { ::fcntl(descriptor_, F_RDAHEAD, 0); }
+void FileContents::expectSingleReads() { ::fcntl(fd_, F_RDAHEAD, 0); }
 
 std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
                                                            std::span<std::byte> into) {
     constexpr std::size_t most = std::numeric_limits<int>::max(); // of one call
     std::size_t done = 0;
     while (done < into.size()) {
-        const ssize_t count =
-            ::pread(descriptor_, into.data() + done, std::min(into.size() - done, most),
-                    static_cast<off_t>(offset + done));
+        const ssize_t count = ::pread(fd_, into.data() + done, std::min(into.size() - done, most),
+                                      static_cast<off_t>(offset + done));
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return std::unexpected(SystemError{errno});
         if (count == 0) break;
@@ -61,8 +60,8 @@ std::optional<std::int64_t> placeOf(int file, std::uint64_t offset) {
 
 std::optional<FileExtent> FileContents::extent(const FileMetadata& seen) const {
     if (seen.byteCount == 0) return std::nullopt;
-    const auto first = placeOf(descriptor_, 0);
-    const auto last = first ? placeOf(descriptor_, seen.byteCount - 1) : std::nullopt;
+    const auto first = placeOf(fd_, 0);
+    const auto last = first ? placeOf(fd_, seen.byteCount - 1) : std::nullopt;
     if (!last) return std::nullopt;
     return FileExtent{.fileSystem = seen.identity.device, .first = *first, .last = *last};
 }

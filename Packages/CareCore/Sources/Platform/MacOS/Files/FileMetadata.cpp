@@ -72,13 +72,13 @@ std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path) {
 
 std::expected<FileMetadata, SystemError> fileMetadata(const FolderDescriptor& folder,
                                                       const char* name) {
-    return metadata(folder.number(), name);
+    return metadata(folder.fd(), name);
 }
 
 bool isReadable(const std::string& path) { return mayRead(AT_FDCWD, path.c_str()); }
 
 bool isReadable(const FolderDescriptor& folder, const char* name) {
-    return mayRead(folder.number(), name);
+    return mayRead(folder.fd(), name);
 }
 
 bool isWritableFolder(const std::string& path) {

@@ -161,7 +161,7 @@ std::optional<Record> readRecord(std::span<const std::byte> bytes) {
     return record;
 }
 
-FileIdentityKey identityOf(const Record& record) {
+ItemIdentity identityOf(const Record& record) {
     // Device numbers are signed here; the 32 bits are the number.
     return {.device = static_cast<std::uint32_t>(record.device), .inode = record.fileID};
 }
@@ -219,7 +219,7 @@ std::expected<FolderDescriptor, SystemError>
 FolderDescriptor::openBelow(const std::string& relativePath) const {
     int opened = -1;
     do {
-        opened = ::openat(descriptor_, relativePath.c_str(),
+        opened = ::openat(fd_, relativePath.c_str(),
                           O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW_ANY);
     } while (opened < 0 && errno == EINTR);
     if (opened < 0) return std::unexpected(SystemError{errno});
@@ -228,20 +228,19 @@ FolderDescriptor::openBelow(const std::string& relativePath) const {
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts() const {
     return factsBy([this](attrlist* wanted, void* bytes, std::size_t size) {
-        return ::fgetattrlist(descriptor_, wanted, bytes, size, 0);
+        return ::fgetattrlist(fd_, wanted, bytes, size, 0);
     });
 }
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts(const char* name) const {
     return factsBy([this, name](attrlist* wanted, void* bytes, std::size_t size) {
-        return ::getattrlistat(descriptor_, name, wanted, bytes, size, FSOPT_NOFOLLOW);
+        return ::getattrlistat(fd_, name, wanted, bytes, size, FSOPT_NOFOLLOW);
     });
 }
 
 bool sharesBlocks(const FolderDescriptor& folder) {
     struct statfs volume{};
-    return ::fstatfs(folder.number(), &volume) == 0 &&
-           std::string_view(volume.f_fstypename) == "apfs";
+    return ::fstatfs(folder.fd(), &volume) == 0 && std::string_view(volume.f_fstypename) == "apfs";
 }
 
 struct FolderLister::Body {
@@ -273,7 +272,7 @@ FolderLister::FolderLister(Options options)
 FolderLister::~FolderLister() = default;
 
 void FolderLister::begin(const FolderDescriptor& folder) {
-    body_->folder = folder.number();
+    body_->folder = folder.fd();
     body_->wanted = wantedOfEntries(options_.tellsClones);
     body_->at = 0;
     body_->left = 0;

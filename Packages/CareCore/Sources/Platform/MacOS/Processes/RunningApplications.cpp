@@ -40,15 +40,15 @@ std::vector<std::string> packagesOf(const std::string& executable) {
 
 std::expected<std::vector<RunningApplication>, SystemError>
 LiveRunningApplications::running() const {
-    const auto numbers = processNumbers();
-    if (!numbers) return std::unexpected(numbers.error());
+    const auto pids = processIDs();
+    if (!pids) return std::unexpected(pids.error());
     std::map<std::string, std::optional<std::string>> known;
     std::vector<RunningApplication> applications;
-    for (const int number : *numbers) {
+    for (const int pid : *pids) {
         RunningApplication application;
-        application.executable = executableOf(number);
+        application.executable = executableOf(pid);
         std::array<char, 256> name{};
-        if (::proc_name(number, name.data(), name.size()) > 0) application.name = name.data();
+        if (::proc_name(pid, name.data(), name.size()) > 0) application.name = name.data();
         if (application.executable.empty() && application.name.empty()) continue; // ended
         for (const std::string& package : packagesOf(application.executable)) {
             auto found = known.find(package);

@@ -23,12 +23,12 @@ std::string textOf(const char (&room)[Size]) {
 }
 
 /// 0, or the error; the process has ended when that is ESRCH.
-int readOpenFiles(int number, RunningProcess& process) {
+int readOpenFiles(int pid, RunningProcess& process) {
     std::vector<proc_fdinfo> descriptors(256);
     for (;;) {
         const int room = static_cast<int>(descriptors.size() * sizeof(proc_fdinfo));
         errno = 0;
-        const int got = ::proc_pidinfo(number, PROC_PIDLISTFDS, 0, descriptors.data(), room);
+        const int got = ::proc_pidinfo(pid, PROC_PIDLISTFDS, 0, descriptors.data(), room);
         if (got < 0 || (got == 0 && errno != 0)) return errno;
         if (got < room) {
             descriptors.resize(static_cast<std::size_t>(got) / sizeof(proc_fdinfo));
@@ -39,8 +39,8 @@ int readOpenFiles(int number, RunningProcess& process) {
     for (const proc_fdinfo& descriptor : descriptors) {
         if (descriptor.proc_fdtype != PROX_FDTYPE_VNODE) continue;
         vnode_fdinfowithpath file{};
-        const int got = ::proc_pidfdinfo(number, descriptor.proc_fd, PROC_PIDFDVNODEPATHINFO, &file,
-                                         sizeof(file));
+        const int got =
+            ::proc_pidfdinfo(pid, descriptor.proc_fd, PROC_PIDFDVNODEPATHINFO, &file, sizeof(file));
         if (got < static_cast<int>(sizeof(file))) continue; // closed meanwhile
         if (!S_ISREG(file.pvip.vip_vi.vi_stat.vst_mode)) continue;
         process.files.push_back(textOf(file.pvip.vip_path));
@@ -48,13 +48,13 @@ int readOpenFiles(int number, RunningProcess& process) {
     return 0;
 }
 
-int readMappedFiles(int number, RunningProcess& process) {
+int readMappedFiles(int pid, RunningProcess& process) {
     std::uint64_t address = 0;
     for (;;) {
         proc_regionwithpathinfo region{};
         errno = 0;
         const int got =
-            ::proc_pidinfo(number, PROC_PIDREGIONPATHINFO, address, &region, sizeof(region));
+            ::proc_pidinfo(pid, PROC_PIDREGIONPATHINFO, address, &region, sizeof(region));
         if (got < static_cast<int>(sizeof(region))) {
             // There is no region at or behind the address: the end.
             return errno == EINVAL ? 0 : errno;
@@ -74,19 +74,19 @@ int readMappedFiles(int number, RunningProcess& process) {
 } // namespace
 
 std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() const {
-    const auto numbers = processNumbers();
-    if (!numbers) return std::unexpected(numbers.error());
+    const auto pids = processIDs();
+    if (!pids) return std::unexpected(pids.error());
     ProcessActivity activity;
-    for (const int number : *numbers) {
-        RunningProcess process{.number = number, .executable = executableOf(number), .files = {}};
-        int error = readOpenFiles(number, process);
-        if (error == 0) error = readMappedFiles(number, process);
+    for (const int pid : *pids) {
+        RunningProcess process{.pid = pid, .executable = executableOf(pid), .files = {}};
+        int error = readOpenFiles(pid, process);
+        if (error == 0) error = readMappedFiles(pid, process);
         if (error != 0 && error != ESRCH && error != EPERM && error != EACCES) {
             return std::unexpected(SystemError{error});
         }
         if (error == EPERM || error == EACCES) {
             // A system that hides even its asker's own files tells nothing.
-            if (number == ::getpid()) return std::unexpected(SystemError{error});
+            if (pid == ::getpid()) return std::unexpected(SystemError{error});
             ++activity.unreadable;
         }
         std::ranges::sort(process.files);

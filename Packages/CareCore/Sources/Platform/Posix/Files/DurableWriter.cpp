@@ -107,39 +107,39 @@ std::expected<DurableWriter, SystemError> DurableWriter::open(const std::string&
 }
 
 DurableWriter::DurableWriter(std::string path, std::string sibling, int descriptor)
-    : path_(std::move(path)), sibling_(std::move(sibling)), descriptor_(descriptor) {}
+    : path_(std::move(path)), sibling_(std::move(sibling)), fd_(descriptor) {}
 
 DurableWriter::DurableWriter(DurableWriter&& other) noexcept
     : path_(std::move(other.path_)),
       sibling_(std::move(other.sibling_)),
-      descriptor_(std::exchange(other.descriptor_, -1)),
+      fd_(std::exchange(other.fd_, -1)),
       gathered_(std::move(other.gathered_)) {}
 
 DurableWriter::~DurableWriter() {
-    if (descriptor_ < 0) return;
+    if (fd_ < 0) return;
     ::unlink(sibling_.c_str()); // while it is locked, so that it is nobody else's
-    ::close(descriptor_);
+    ::close(fd_);
 }
 
 std::expected<void, SystemError> DurableWriter::append(std::span<const std::byte> bytes) {
     const bool isLarge = bytes.size() >= largePiece;
     if (!isLarge) gathered_.insert(gathered_.end(), bytes.begin(), bytes.end());
     if (isLarge || gathered_.size() >= bufferBytes) {
-        if (!writesAll(descriptor_, gathered_)) return std::unexpected(SystemError{errno});
+        if (!writesAll(fd_, gathered_)) return std::unexpected(SystemError{errno});
         gathered_.clear();
-        if (isLarge && !writesAll(descriptor_, bytes)) return std::unexpected(SystemError{errno});
+        if (isLarge && !writesAll(fd_, bytes)) return std::unexpected(SystemError{errno});
     }
     return {};
 }
 
 std::expected<void, SystemError> DurableWriter::commit() {
-    if (!writesAll(descriptor_, gathered_) || !flushToDisk(descriptor_) ||
+    if (!writesAll(fd_, gathered_) || !flushToDisk(fd_) ||
         ::rename(sibling_.c_str(), path_.c_str()) != 0) {
         return std::unexpected(SystemError{errno});
     }
     // The lock goes with the descriptor, after the name has gone. What was flushed is on the disk;
     // closing has nothing left to fail with.
-    ::close(std::exchange(descriptor_, -1));
+    ::close(std::exchange(fd_, -1));
     return flushFolder(std::string(path::parent(path_)));
 }
 

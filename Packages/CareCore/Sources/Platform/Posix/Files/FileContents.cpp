@@ -12,7 +12,7 @@ namespace tidyro::platform {
 
 std::expected<FileContents, SystemError> FileContents::open(const FolderDescriptor& folder,
                                                             const char* name, OwnersFirst& owners) {
-    const int opened = openQuietly(folder.number(), name, owners);
+    const int opened = openQuietly(folder.fd(), name, owners);
     if (opened < 0) return std::unexpected(SystemError{errno});
     return FileContents(opened);
 }
@@ -25,16 +25,16 @@ std::expected<FileContents, SystemError> FileContents::open(const std::string& p
 }
 
 FileContents::FileContents(FileContents&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)), passesCache_(other.passesCache_) {}
+    : fd_(std::exchange(other.fd_, -1)), passesCache_(other.passesCache_) {}
 
 FileContents& FileContents::operator=(FileContents&& other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
+    std::swap(fd_, other.fd_);
     std::swap(passesCache_, other.passesCache_);
     return *this;
 }
 
 FileContents::~FileContents() {
-    if (descriptor_ >= 0) ::close(descriptor_);
+    if (fd_ >= 0) ::close(fd_);
 }
 
 } // namespace tidyro::platform

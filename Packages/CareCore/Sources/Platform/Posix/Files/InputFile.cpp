@@ -24,12 +24,12 @@ std::expected<InputFile, SystemError> InputFile::open(const std::string& path) {
 }
 
 InputFile::InputFile(InputFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)),
+    : fd_(std::exchange(other.fd_, -1)),
       byteCount_(other.byteCount_),
       bytesOnDisk_(other.bytesOnDisk_) {}
 
 InputFile::~InputFile() {
-    if (descriptor_ >= 0) ::close(descriptor_);
+    if (fd_ >= 0) ::close(fd_);
 }
 
 std::expected<std::size_t, SystemError> InputFile::read(std::span<std::byte> into) {
@@ -38,7 +38,7 @@ std::expected<std::size_t, SystemError> InputFile::read(std::span<std::byte> int
     std::size_t filled = 0;
     while (filled < into.size()) {
         const std::span<std::byte> rest = into.subspan(filled);
-        const ssize_t got = ::read(descriptor_, rest.data(), std::min(rest.size(), most));
+        const ssize_t got = ::read(fd_, rest.data(), std::min(rest.size(), most));
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return std::unexpected(SystemError{errno});
         if (got == 0) break;

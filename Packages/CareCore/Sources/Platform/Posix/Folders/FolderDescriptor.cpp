@@ -27,15 +27,15 @@ std::expected<FolderDescriptor, SystemError> openFolder(int parent, const char* 
 } // namespace
 
 FolderDescriptor::FolderDescriptor(FolderDescriptor&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    : fd_(std::exchange(other.fd_, -1)) {}
 
 FolderDescriptor& FolderDescriptor::operator=(FolderDescriptor&& other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
+    std::swap(fd_, other.fd_);
     return *this;
 }
 
 FolderDescriptor::~FolderDescriptor() {
-    if (descriptor_ >= 0) ::close(descriptor_);
+    if (fd_ >= 0) ::close(fd_);
 }
 
 std::expected<FolderDescriptor, SystemError> FolderDescriptor::openRoot(const std::string& path) {
@@ -43,7 +43,7 @@ std::expected<FolderDescriptor, SystemError> FolderDescriptor::openRoot(const st
 }
 
 std::expected<FolderDescriptor, SystemError> FolderDescriptor::open(const char* name) const {
-    return openFolder(descriptor_, name, folderFlags | O_NOFOLLOW);
+    return openFolder(fd_, name, folderFlags | O_NOFOLLOW);
 }
 
 bool meansVanished(SystemError error) {

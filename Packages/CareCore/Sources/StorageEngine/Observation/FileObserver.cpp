@@ -1,4 +1,4 @@
-#include "StorageEngine/Observation/FileIdentity.h"
+#include "StorageEngine/Observation/FileObserver.h"
 
 #include "Base/PathText.h"
 #include "Platform/Folders/WellKnownFolders.h"
