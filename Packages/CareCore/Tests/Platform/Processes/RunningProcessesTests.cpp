@@ -70,7 +70,7 @@ class OtherProcess {
 };
 
 const RunningProcess* find(const ProcessActivity& activity, long number) {
-    const auto found = std::ranges::find(activity.processes, number, &RunningProcess::number);
+    const auto found = std::ranges::find(activity.processes, number, &RunningProcess::pid);
     return found == activity.processes.end() ? nullptr : &*found;
 }
 
