@@ -67,6 +67,10 @@ struct FileMetadata {
 /// sticky folder lets go only of what is the user's own is not part of it, nor is a lock.
 [[nodiscard]] bool isWritableFolder(const std::string& path);
 
+/// The path with every link in it resolved. ENOENT when nothing is there. `FolderResolver` also
+/// resolves paths whose end does not exist yet.
+[[nodiscard]] std::expected<std::string, SystemError> realPath(const std::string& path);
+
 /// The user in whose name this process acts.
 [[nodiscard]] std::uint32_t currentUserID();
 

@@ -48,13 +48,6 @@ bool hasRepository(const std::string& folder) {
     return seen || seen.error().code != ENOENT;
 }
 
-std::optional<std::string> realPath(const std::string& path) {
-    std::error_code failed;
-    const std::filesystem::path real = std::filesystem::canonical(path, failed);
-    if (failed) return std::nullopt;
-    return real.string();
-}
-
 FolderSurroundings either(FolderSurroundings a, FolderSurroundings b) {
     return {.isInProjectRepository = a.isInProjectRepository || b.isInProjectRepository,
             .isInBackup = a.isInBackup || b.isInBackup,
@@ -85,7 +78,7 @@ bool isBackupByName(std::string_view path) {
 }
 
 FolderSurroundingsJudge::FolderSurroundingsJudge(const FileURL& home)
-    : home_(home.path()), realHome_(realPath(home_).value_or(home_)) {}
+    : home_(home.path()), realHome_(platform::realPath(home_).value_or(home_)) {}
 
 /// Goes up to the nearest folder that is known, and down again.
 FolderSurroundings FolderSurroundingsJudge::byDisk(std::string_view folder) {
@@ -120,7 +113,7 @@ FolderSurroundings FolderSurroundingsJudge::surroundings(const std::string& fold
         read_.clear();
     }
     FolderSurroundings found = inDoubt;
-    if (const auto real = realPath(folder)) {
+    if (const auto real = platform::realPath(folder)) {
         found = byDisk(folder);
         if (*real != folder) found = either(found, byDisk(*real));
         found.isInBackup = found.isInBackup || isBackupByName(folder) || isBackupByName(*real);

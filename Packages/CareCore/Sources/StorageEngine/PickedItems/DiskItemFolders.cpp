@@ -1,7 +1,5 @@
 #include "StorageEngine/PickedItems/DiskItemFolders.h"
 
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "Base/PathText.h"
@@ -52,12 +50,12 @@ DiskItemFolders::openReal(std::string_view path) const {
 
 DiskItemFolders::Folder DiskItemFolders::look(std::string_view path) {
     Folder folder{};
-    std::error_code failed;
-    folder.real = std::filesystem::canonical(path, failed).string();
-    if (failed) {
-        folder.refusal = refusalFor(SystemError{failed.value()});
+    auto real = platform::realPath(std::string(path));
+    if (!real) {
+        folder.refusal = refusalFor(real.error());
         return folder;
     }
+    folder.real = *std::move(real);
     const auto opened = openReal(folder.real);
     if (!opened) {
         folder.refusal = refusalFor(opened.error());

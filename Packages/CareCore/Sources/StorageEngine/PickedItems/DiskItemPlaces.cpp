@@ -32,20 +32,20 @@ bool isTrashName(std::string_view name) {
     return whole.starts_with(".trash-") && whole.find_first_not_of("0123456789", 7) == whole.npos;
 }
 
-std::string realPath(const std::string& path) {
+std::string resolvedOrAsWritten(const std::string& path) {
     return FolderResolver::resolved(path).value_or(path);
 }
 
 } // namespace
 
 DiskItemPlaces::DiskItemPlaces(const Options& options)
-    : home_(options.home.path()), realHome_(realPath(home_)) {
+    : home_(options.home.path()), realHome_(resolvedOrAsWritten(home_)) {
     add(homes_, home_);
     chosen_ = {home_, realHome_};
     realChosen_ = {realHome_};
     for (const FileURL& folder : options.openedFolders) {
         add(opened_, folder.path());
-        realChosen_.push_back(realPath(folder.path()));
+        realChosen_.push_back(resolvedOrAsWritten(folder.path()));
         chosen_.insert(chosen_.end(), {folder.path(), realChosen_.back()});
     }
     addHomeFolders(options);
@@ -58,7 +58,7 @@ DiskItemPlaces::DiskItemPlaces(const Options& options)
 void DiskItemPlaces::add(Folders& folders, std::string_view path) const {
     const std::string written(path);
     folders.push_back(folded(written));
-    std::string real = folded(realPath(written));
+    std::string real = folded(resolvedOrAsWritten(written));
     if (real != folders.back()) folders.push_back(std::move(real));
 }
 

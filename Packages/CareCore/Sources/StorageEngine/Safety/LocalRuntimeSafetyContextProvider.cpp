@@ -1,10 +1,8 @@
 #include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <set>
 #include <string>
-#include <system_error>
 #include <unordered_set>
 #include <utility>
 
@@ -27,14 +25,6 @@ LocalRuntimeSafetyContextProvider::Machine runningSystem() {
     static const platform::LiveRunningProcesses processes;
     static const platform::LiveRunningApplications applications;
     return {.volumes = volumes, .processes = processes, .applications = applications};
-}
-
-/// Where the links in a path lead; none when nothing is there.
-std::optional<std::string> realPath(const std::string& path) {
-    std::error_code failed;
-    const std::filesystem::path real = std::filesystem::canonical(path, failed);
-    if (failed) return std::nullopt;
-    return real.string();
 }
 
 /// The system tells of files by their real paths; scans go by the paths that places have in the
@@ -66,7 +56,7 @@ class WrittenNames {
         std::string written;
     };
     void add(const std::string& written) {
-        auto real = realPath(written);
+        auto real = platform::realPath(written);
         if (real && *real != written) places_.push_back({*std::move(real), written});
     }
     std::vector<Place> places_;
@@ -99,7 +89,7 @@ PathSet internalVolumes(const std::vector<platform::Volume>& volumes) {
 /// has its place there.
 std::vector<FileURL> secondPlaces(const std::vector<platform::Volume>& volumes,
                                   const FileURL& home) {
-    const std::string realHome = realPath(home.path()).value_or(home.path());
+    const std::string realHome = platform::realPath(home.path()).value_or(home.path());
     std::vector<std::string> paths;
     for (const platform::Volume& volume : volumes) {
         const bool isBelow =
@@ -136,7 +126,7 @@ PathSet pathsInUse(platform::ProcessActivity activity, const FileURL& home) {
 std::vector<FileURL> withRealPlaces(std::vector<FileURL> folders) {
     const std::size_t given = folders.size();
     for (std::size_t i = 0; i < given; ++i) {
-        const auto real = realPath(folders[i].path());
+        const auto real = platform::realPath(folders[i].path());
         if (real && *real != folders[i].path()) folders.push_back(FileURL::folder(*real));
     }
     return folders;

@@ -79,10 +79,4 @@ bool isReadable(const FolderDescriptor& folder, const char* name) {
     return ::faccessat(folder.fd(), name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-bool isWritableFolder(const std::string& path) {
-    return ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
-}
-
-std::uint32_t currentUserID() { return ::geteuid(); }
-
 } // namespace tidyro::platform

@@ -17,6 +17,7 @@
 #include "Base/PathText.h"
 #include "Base/UUID.h"
 #include "Base/UnicodeText.h"
+#include "Platform/Files/FileMetadata.h"
 #include "Platform/Linux/Files/KernelText.h"
 
 namespace tidyro::platform {
@@ -40,12 +41,6 @@ std::optional<std::vector<std::string>> namesIn(const std::string& folder) {
 bool exists(const std::string& path) {
     std::error_code failed;
     return fs::exists(path, failed);
-}
-
-std::string realPath(const std::string& path) {
-    std::error_code failed;
-    const fs::path real = fs::canonical(path, failed);
-    return failed ? std::string() : real.string();
 }
 
 /// A namespace of NVMe disks that may be reached in several ways has a folder of its own; the
@@ -103,18 +98,20 @@ bool BlockDevices::isInternalFolder(const std::string& folder, int depth) const 
     const auto below = namesIn(folder + "/slaves");
     if (!below || below->empty()) return false;
     return std::ranges::all_of(*below, [&](const std::string& name) {
-        return isInternalFolder(realPath(folder + "/slaves/" + name), depth + 1);
+        return isInternalFolder(realPath(folder + "/slaves/" + name).value_or(""), depth + 1);
     });
 }
 
 bool BlockDevices::isInternal(std::uint32_t major, std::uint32_t minor) const {
     return isInternalFolder(
-        realPath(sys_ + "/dev/block/" + std::to_string(major) + ":" + std::to_string(minor)), 0);
+        realPath(sys_ + "/dev/block/" + std::to_string(major) + ":" + std::to_string(minor))
+            .value_or(""),
+        0);
 }
 
 bool BlockDevices::isInternalBtrfs(const std::string& device) const {
     // Mounted by a name that leads to it, as logical volumes are; listed by the kernel's own.
-    const std::string name(path::lastComponent(realPath(device)));
+    const std::string name(path::lastComponent(realPath(device).value_or("")));
     const auto fileSystems = namesIn(sys_ + "/fs/btrfs");
     if (name.empty() || !fileSystems) return false;
     for (const std::string& fileSystem : *fileSystems) {
@@ -124,7 +121,7 @@ bool BlockDevices::isInternalBtrfs(const std::string& device) const {
         if (!names) return false;
         if (std::ranges::find(*names, name) == names->end()) continue;
         return std::ranges::all_of(*names, [&](const std::string& one) {
-            return isInternalFolder(realPath(path::joined(devices, one)), 0);
+            return isInternalFolder(realPath(path::joined(devices, one)).value_or(""), 0);
         });
     }
     return false;

@@ -81,10 +81,4 @@ bool isReadable(const FolderDescriptor& folder, const char* name) {
     return mayRead(folder.fd(), name);
 }
 
-bool isWritableFolder(const std::string& path) {
-    return ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
-}
-
-std::uint32_t currentUserID() { return ::geteuid(); }
-
 } // namespace tidyro::platform
