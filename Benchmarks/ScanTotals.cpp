@@ -15,8 +15,8 @@ int main(int count, char** arguments) {
     }
     constexpr auto root = tidyro::DiskTree::root;
     std::printf("%u %u %llu %llu %lld %.1f\n", tree->fileCount(root), tree->folderCount(root),
-                static_cast<unsigned long long>(tree->size(root, false)),
-                static_cast<unsigned long long>(tree->size(root, true)),
+                static_cast<unsigned long long>(tree->size(root, {.onDisk = false})),
+                static_cast<unsigned long long>(tree->size(root, {.onDisk = true})),
                 static_cast<long long>(tree->deniedCount()),
                 static_cast<double>(tree->columns().nameBytes.size()) /
                     static_cast<double>(tree->count()));

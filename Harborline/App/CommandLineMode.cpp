@@ -95,8 +95,8 @@ class Run : private TextOutput {
         line("Read {}: {} in {}, {} on disk ({} of data), in {} s.", shown(tree->path(root)),
              RoomText::counted(tree->fileCount(root), "file", "files"),
              RoomText::counted(tree->folderCount(root), "folder", "folders"),
-             RoomText::bytes(tree->size(root, true)), RoomText::bytes(tree->size(root, false)),
-             decimal(seconds, 2));
+             RoomText::bytes(tree->size(root, {.onDisk = true})),
+             RoomText::bytes(tree->size(root, {.onDisk = false})), decimal(seconds, 2));
         if (tree->deniedCount() > 0) {
             const auto denied = static_cast<std::uint64_t>(tree->deniedCount());
             line("{} closed to Tidyro and not measured.",
@@ -160,7 +160,7 @@ class Run : private TextOutput {
         line("Largest {}, ranked in {} s:", found.size(), decimal(watch.seconds(), 3));
         std::size_t rank = 0;
         for (const NodeNumber node : found) {
-            line("{:>3}  {:>9}  {}", ++rank, RoomText::bytes(tree.size(node, true)),
+            line("{:>3}  {:>9}  {}", ++rank, RoomText::bytes(tree.size(node, {.onDisk = true})),
                  shown(tree.path(node)));
         }
     }

@@ -15,7 +15,7 @@ FolderSnapshot FolderSnapshot::of(const DiskTree& tree, const Options& options) 
                             .folders = {}};
     const auto keep = [&](NodeNumber folder) {
         snapshot.folders.push_back({.url = tree.url(folder),
-                                    .byteCount = tree.size(folder, options.onDisk),
+                                    .byteCount = tree.size(folder, {.onDisk = options.onDisk}),
                                     .fileCount = tree.fileCount(folder)});
     };
     keep(top);
@@ -27,7 +27,7 @@ FolderSnapshot FolderSnapshot::of(const DiskTree& tree, const Options& options) 
          tree.largestFolders({.under = top,
                               .limit = static_cast<std::int64_t>(options.maximumEntries - 1),
                               .onDisk = options.onDisk})) {
-        if (tree.size(folder, options.onDisk) < options.minimumBytes) break;
+        if (tree.size(folder, {.onDisk = options.onDisk}) < options.minimumBytes) break;
         pathBytes += tree.path(folder).size();
         if (pathBytes > options.maximumPathBytes) break;
         keep(folder);

@@ -25,9 +25,9 @@ std::set<NodeNumber> nodesAt(const DiskTree& tree, const std::set<std::string>& 
 
 /// A further name of a file has no bytes in a tree, which counts them at the first one.
 std::uint64_t sizeOf(const DiskTree& tree, NodeNumber node, Flags flags) {
-    if (!flags.contains(Flags::extraHardLink)) return tree.size(node, false);
+    if (!flags.contains(Flags::extraHardLink)) return tree.size(node, {.onDisk = false});
     const auto seen = platform::fileMetadata(tree.path(node));
-    return seen ? seen->byteCount : tree.size(node, false);
+    return seen ? seen->byteCount : tree.size(node, {.onDisk = false});
 }
 
 bool liesInPackage(std::string_view path) {

@@ -26,8 +26,8 @@ std::size_t DiskTree::at(NodeNumber node) const {
     return static_cast<std::size_t>(node);
 }
 
-std::uint64_t DiskTree::size(NodeNumber node, bool onDisk) const {
-    return (onDisk ? columns_.allocatedSize : columns_.logicalSize)[at(node)];
+std::uint64_t DiskTree::size(NodeNumber node, Measure measure) const {
+    return sizes(measure)[at(node)];
 }
 
 std::string_view DiskTree::nameBytes(NodeNumber node) const {
@@ -84,18 +84,18 @@ std::vector<NodeNumber> DiskTree::ancestors(NodeNumber node) const {
     return chain;
 }
 
-std::vector<NodeNumber> DiskTree::sortedChildren(NodeNumber node, bool onDisk) const {
+std::vector<NodeNumber> DiskTree::sortedChildren(NodeNumber node, Measure measure) const {
     const auto range = children(node);
     std::vector<NodeNumber> sorted(range.begin(), range.end());
     std::ranges::sort(sorted, std::ranges::greater{},
-                      [&](NodeNumber child) { return size(child, onDisk); });
+                      [&](NodeNumber child) { return size(child, measure); });
     return sorted;
 }
 
-double DiskTree::shareOfParent(NodeNumber node, bool onDisk) const {
+double DiskTree::shareOfParent(NodeNumber node, Measure measure) const {
     const NodeNumber above = parent(node);
-    if (above < 0 || size(above, onDisk) == 0) return 0;
-    return static_cast<double>(size(node, onDisk)) / static_cast<double>(size(above, onDisk));
+    if (above < 0 || size(above, measure) == 0) return 0;
+    return static_cast<double>(size(node, measure)) / static_cast<double>(size(above, measure));
 }
 
 std::optional<NodeNumber> DiskTree::child(NodeNumber folder, std::string_view name) const {
@@ -118,9 +118,9 @@ std::optional<NodeNumber> DiskTree::index(std::string_view path) const {
     return node;
 }
 
-void DiskTree::forEachDescendant(NodeNumber node, bool includingSelf,
+void DiskTree::forEachDescendant(NodeNumber node, Visit visit,
                                  const std::function<void(NodeNumber)>& body) const {
-    if (includingSelf) body(node);
+    if (visit.includingSelf) body(node);
     std::vector<NodeNumber> folders{node};
     while (!folders.empty()) {
         const NodeNumber folder = folders.back();

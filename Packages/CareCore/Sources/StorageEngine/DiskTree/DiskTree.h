@@ -22,7 +22,7 @@ namespace tidyro {
 /// with its sizes, dates, kind and flags.
 ///
 ///     for (const NodeNumber node : tree.largestFiles({.limit = 10, .onDisk = true})) {
-///         use(tree.path(node), tree.size(node, true));
+///         use(tree.path(node), tree.size(node, {.onDisk = true}));
 ///     }
 ///
 /// A disk holds millions of items, so the tree is a set of parallel columns and an item is a
@@ -54,9 +54,14 @@ class DiskTree {
     /// Folders that could not be read.
     [[nodiscard]] std::int64_t deniedCount() const noexcept { return columns_.deniedCount; }
 
+    /// Which sizes a query goes by.
+    struct Measure {
+        bool onDisk; ///< true: allocated bytes, false: logical ones
+    };
+
     // One node -------------------------------------------------------------------------------
 
-    [[nodiscard]] std::uint64_t size(NodeNumber node, bool onDisk) const;
+    [[nodiscard]] std::uint64_t size(NodeNumber node, Measure measure) const;
     [[nodiscard]] ContentKind kind(NodeNumber node) const { return columns_.kind[at(node)]; }
     [[nodiscard]] Flags flags(NodeNumber node) const { return columns_.flags[at(node)]; }
     [[nodiscard]] bool isDirectory(NodeNumber node) const {
@@ -89,15 +94,18 @@ class DiskTree {
     /// The chain of parents up to the root, nearest first.
     [[nodiscard]] std::vector<NodeNumber> ancestors(NodeNumber node) const;
     /// Children by size, largest first; equal sizes in no particular order.
-    [[nodiscard]] std::vector<NodeNumber> sortedChildren(NodeNumber node, bool onDisk) const;
+    [[nodiscard]] std::vector<NodeNumber> sortedChildren(NodeNumber node, Measure measure) const;
     /// Size divided by the parent's; 0 for the root and below a parent of size 0.
-    [[nodiscard]] double shareOfParent(NodeNumber node, bool onDisk) const;
+    [[nodiscard]] double shareOfParent(NodeNumber node, Measure measure) const;
     /// The node of an absolute path, none when the path is not in the tree.
     [[nodiscard]] std::optional<NodeNumber> index(std::string_view path) const;
     /// The child of this name.
     [[nodiscard]] std::optional<NodeNumber> child(NodeNumber folder, std::string_view name) const;
+    struct Visit {
+        bool includingSelf;
+    };
     /// Visits every node of the subtree once, those that were moved away too.
-    void forEachDescendant(NodeNumber node, bool includingSelf,
+    void forEachDescendant(NodeNumber node, Visit visit,
                            const std::function<void(NodeNumber)>& body) const;
     /// Whether the node's folder or one above it, but none above `below`, holds a ".git". False
     /// for a number that is no node.
@@ -128,13 +136,13 @@ class DiskTree {
 
     /// Bytes of files by kind, indexed by the kind's raw value.
     [[nodiscard]] std::array<std::uint64_t, contentKindCount> bytesByKind(NodeNumber under,
-                                                                          bool onDisk) const;
+                                                                          Measure measure) const;
     /// What is missing from logical to allocated in the files that the file system compressed.
     [[nodiscard]] std::uint64_t compressionSavings(NodeNumber node) const;
     /// What further clones would have allocated, had each blocks of its own (whole 4 KiB blocks).
     [[nodiscard]] std::uint64_t cloneSavings(NodeNumber node) const;
     [[nodiscard]] bool hasSharedStorage() const;
-    [[nodiscard]] std::uint64_t sharedStorageBytes(NodeNumber node, bool onDisk) const;
+    [[nodiscard]] std::uint64_t sharedStorageBytes(NodeNumber node, Measure measure) const;
 
     // Other trees ------------------------------------------------------------------------------
 
@@ -157,6 +165,9 @@ class DiskTree {
 
   private:
     [[nodiscard]] std::size_t at(NodeNumber node) const;
+    [[nodiscard]] const GrowingArray<std::uint64_t>& sizes(Measure measure) const {
+        return measure.onDisk ? columns_.allocatedSize : columns_.logicalSize;
+    }
     /// Whether it was moved away, by itself or with a folder above it.
     [[nodiscard]] bool isGone(NodeNumber node) const;
     template <class Body>

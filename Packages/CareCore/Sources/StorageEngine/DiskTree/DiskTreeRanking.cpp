@@ -78,10 +78,10 @@ void DiskTree::forEachPresent(NodeNumber node, Body body) const {
 template <class AcceptNode>
 std::vector<NodeNumber> DiskTree::largest(const Ranking& ranking, AcceptNode accept) const {
     if (ranking.limit < 1) return {};
-    const auto& sizes = ranking.onDisk ? columns_.allocatedSize : columns_.logicalSize;
+    const auto& bytes = sizes({.onDisk = ranking.onDisk});
     LargestNodes found(static_cast<std::size_t>(ranking.limit));
     forEachPresent(ranking.under, [&](NodeNumber node, std::size_t i) {
-        if (found.wants(sizes[i]) && accept(node, i)) found.offer(sizes[i], node);
+        if (found.wants(bytes[i]) && accept(node, i)) found.offer(bytes[i], node);
     });
     return std::move(found).sorted();
 }
@@ -100,9 +100,9 @@ std::vector<NodeNumber> DiskTree::largestFolders(const Ranking& ranking) const {
 
 std::vector<NodeNumber> DiskTree::untouchedFiles(const Ranking& ranking, std::uint32_t since,
                                                  std::uint64_t minimumBytes) const {
-    const auto& sizes = ranking.onDisk ? columns_.allocatedSize : columns_.logicalSize;
+    const auto& bytes = sizes({.onDisk = ranking.onDisk});
     return largest(ranking, [&](NodeNumber node, std::size_t i) {
-        return !columns_.flags[i].contains(Flags::directory) && sizes[i] >= minimumBytes &&
+        return !columns_.flags[i].contains(Flags::directory) && bytes[i] >= minimumBytes &&
                lastUsedSeconds(node) < since;
     });
 }
@@ -115,13 +115,13 @@ std::vector<NodeNumber> DiskTree::matching(std::string_view name, const Ranking&
 }
 
 std::array<std::uint64_t, contentKindCount> DiskTree::bytesByKind(NodeNumber under,
-                                                                  bool onDisk) const {
-    const auto& sizes = onDisk ? columns_.allocatedSize : columns_.logicalSize;
+                                                                  Measure measure) const {
+    const auto& column = sizes(measure);
     std::array<std::uint64_t, contentKindCount> bytes{};
     const auto add = [&](NodeNumber, std::size_t i) {
         if (columns_.flags[i].contains(Flags::directory)) return;
         std::uint64_t& total = bytes[static_cast<std::size_t>(columns_.kind[i])];
-        total = saturatingAdd(total, sizes[i]);
+        total = saturatingAdd(total, column[i]);
     };
     if (!isGone(under)) add(under, at(under));
     forEachPresent(under, add);
@@ -161,10 +161,10 @@ bool DiskTree::hasSharedStorage() const {
                                [](Flags flags) { return flags.contains(Flags::sharedStorage); });
 }
 
-std::uint64_t DiskTree::sharedStorageBytes(NodeNumber node, bool onDisk) const {
-    const auto& sizes = onDisk ? columns_.allocatedSize : columns_.logicalSize;
+std::uint64_t DiskTree::sharedStorageBytes(NodeNumber node, Measure measure) const {
+    const auto& bytes = sizes(measure);
     return summed(node, [&](std::size_t i) -> std::uint64_t {
-        return columns_.flags[i].contains(Flags::sharedStorage) ? sizes[i] : 0;
+        return columns_.flags[i].contains(Flags::sharedStorage) ? bytes[i] : 0;
     });
 }
 

@@ -97,7 +97,7 @@ class Placing {
     }
 
     [[nodiscard]] bool isLargeAndUnused(NodeNumber node, DiskTree::Flags flags) const {
-        return tree_.size(node, true) >= largeFileBytes &&
+        return tree_.size(node, {.onDisk = true}) >= largeFileBytes &&
                !flags.contains(DiskTree::Flags::symlink) &&
                tree_.lastUsedSeconds(node) <= unusedSince_;
     }
@@ -149,7 +149,7 @@ class Placing {
     /// folders: of folders only the modification counts.
     [[nodiscard]] std::uint32_t lastUsedInside(NodeNumber node) const {
         std::uint32_t latest = 0;
-        tree_.forEachDescendant(node, true, [&](NodeNumber inside) {
+        tree_.forEachDescendant(node, {.includingSelf = true}, [&](NodeNumber inside) {
             const std::uint32_t used =
                 tree_.isDirectory(inside)
                     ? tree_.columns().modified[static_cast<std::size_t>(inside)]
@@ -181,7 +181,7 @@ DiskSorting::DiskSorting(const DiskTree& tree, const ProjectFolderJudge& judge,
     Placing(tree, judge, options).run([&](DiskGroup group, NodeNumber node) {
         const auto i = static_cast<std::size_t>(group);
         items_[i].push_back(node);
-        bytes_[i] = saturatingAdd(bytes_[i], tree.size(node, true));
+        bytes_[i] = saturatingAdd(bytes_[i], tree.size(node, {.onDisk = true}));
     });
 }
 

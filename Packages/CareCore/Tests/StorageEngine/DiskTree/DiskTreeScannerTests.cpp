@@ -33,14 +33,14 @@ DiskTree scanned(const std::string& path, const DiskTreeScanner& scanner = DiskT
 /// Every node's path below the root, with what is told of it.
 std::map<std::string, std::string> facts(const DiskTree& tree) {
     std::map<std::string, std::string> all;
-    tree.forEachDescendant(DiskTree::root, true, [&](NodeNumber node) {
+    tree.forEachDescendant(DiskTree::root, {.includingSelf = true}, [&](NodeNumber node) {
         const bool isFolder = tree.isDirectory(node);
-        all[tree.path(node)] =
-            fmt::format("{} {} {} {} {}", tree.size(node, false), tree.size(node, true),
-                        tree.fileCount(node), tree.folderCount(node),
-                        isFolder                                    ? "folder"
-                        : tree.flags(node).contains(Flags::symlink) ? "link"
-                                                                    : "file");
+        all[tree.path(node)] = fmt::format("{} {} {} {} {}", tree.size(node, {.onDisk = false}),
+                                           tree.size(node, {.onDisk = true}), tree.fileCount(node),
+                                           tree.folderCount(node),
+                                           isFolder                                    ? "folder"
+                                           : tree.flags(node).contains(Flags::symlink) ? "link"
+                                                                                       : "file");
     });
     return all;
 }
@@ -116,7 +116,9 @@ TEST(DiskTreeScanner, AgreesWithAPlainCountWhateverTheNumberOfWorkers) {
         // Which of two hard links counts is not settled; the one that counts does so once.
         const std::string first = place / "linked/first";
         const std::string second = place / "linked/second";
-        if (tree.size(*tree.index(first), false) == 0) std::swap(found[first], found[second]);
+        if (tree.size(*tree.index(first), {.onDisk = false}) == 0) {
+            std::swap(found[first], found[second]);
+        }
         if (naive.all[first].starts_with("0 ")) std::swap(naive.all[first], naive.all[second]);
         EXPECT_EQ(found, naive.all);
         EXPECT_NE(has(tree, first, Flags::extraHardLink), has(tree, second, Flags::extraHardLink));
@@ -193,7 +195,7 @@ TEST(DiskTreeScanner, CountsFoldersThatAreClosed) {
     const std::string told = testing::asOrdinaryUser([&] {
         const DiskTree tree = scanned(place.path());
         std::string text = fmt::format("{} denied, {} bytes;", tree.deniedCount(),
-                                       tree.size(DiskTree::root, false));
+                                       tree.size(DiskTree::root, {.onDisk = false}));
         for (const char* name : {"open", "closed", "listed only", "searched only"}) {
             const NodeNumber node = *tree.index(place / name);
             text += fmt::format(" {}:{}{}", name, tree.children(node).size(),
@@ -308,12 +310,12 @@ TEST(DiskTreeScanner, LeavesOutWhatVanishesMeanwhile) {
     const DiskTree tree = scanned(place.path(), scanner);
     EXPECT_EQ(tree.fileCount(0), 20U);
     EXPECT_EQ(tree.folderCount(0), 41U);
-    EXPECT_EQ(tree.size(0, false), 40U);
+    EXPECT_EQ(tree.size(0, {.onDisk = false}), 40U);
     EXPECT_EQ(tree.deniedCount(), 0);
     EXPECT_FALSE(tree.index(place / "03"));
     EXPECT_EQ(tree.path(*tree.index(place / "29/inside/file")), place / "29/inside/file");
     std::set<NodeNumber> visited;
-    tree.forEachDescendant(0, true, [&](NodeNumber node) {
+    tree.forEachDescendant(0, {.includingSelf = true}, [&](NodeNumber node) {
         EXPECT_TRUE(visited.insert(node).second);
         for (const NodeNumber child : tree.children(node)) EXPECT_EQ(tree.parent(child), node);
     });
@@ -370,7 +372,8 @@ TEST(DiskTreeScanner, StaysOnTheVolumeOfItsRoot) {
             return std::string("no mount");
         }
         const DiskTree tree = scanned(place / "tree");
-        return fmt::format("{} nodes, {} bytes, {} {}", tree.count(), tree.size(0, false),
+        return fmt::format("{} nodes, {} bytes, {} {}", tree.count(),
+                           tree.size(0, {.onDisk = false}),
                            has(tree, place / "tree/mounted", Flags::mountPoint),
                            has(tree, place / "tree/mounted file", Flags::mountPoint));
     });
@@ -426,8 +429,8 @@ TEST_P(SharedBlocks, CountOnce) {
     EXPECT_FALSE(flag("small", Flags::sharedStorage)) << "below the size that is looked at";
     const NodeNumber extra =
         *tree.index(place / (flag("original", Flags::extraClone) ? "original" : "copies/clone"));
-    EXPECT_EQ(tree.size(extra, true), 0U);
-    EXPECT_EQ(tree.size(extra, false), 1'000'000U);
+    EXPECT_EQ(tree.size(extra, {.onDisk = true}), 0U);
+    EXPECT_EQ(tree.size(extra, {.onDisk = false}), 1'000'000U);
     EXPECT_EQ(tree.cloneSavings(DiskTree::root), 1'003'520U);
     EXPECT_TRUE(tree.hasSharedStorage());
 }

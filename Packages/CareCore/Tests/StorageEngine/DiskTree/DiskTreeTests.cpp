@@ -69,11 +69,11 @@ void expectTotals(const DiskTree& tree, NodeNumber node, const Model& model) {
     SCOPED_TRACE(path);
     EXPECT_EQ(tree.index(path), node);
     EXPECT_NE(tree.isDirectory(node), model.files.contains(path));
-    EXPECT_EQ(tree.size(node, false), logical);
-    EXPECT_EQ(tree.size(node, true), allocated);
+    EXPECT_EQ(tree.size(node, {.onDisk = false}), logical);
+    EXPECT_EQ(tree.size(node, {.onDisk = true}), allocated);
     EXPECT_EQ(tree.fileCount(node), files);
     EXPECT_EQ(tree.folderCount(node), std::ranges::count_if(model.folders, isBelow));
-    const auto byKind = tree.bytesByKind(node, false);
+    const auto byKind = tree.bytesByKind(node, {.onDisk = false});
     EXPECT_EQ(byKind[static_cast<std::size_t>(ContentKind::image)], images);
     EXPECT_EQ(byKind[static_cast<std::size_t>(ContentKind::cachesAndLogs)], logical - images);
 }
@@ -87,7 +87,8 @@ void expectRankings(const DiskTree& tree, NodeNumber under) {
             const bool isFile = !tree.isDirectory(node);
             (isFile ? files : folders).insert(node);
             if (tree.name(node).find("F1") != std::string::npos) named.insert(node);
-            if (isFile && tree.lastUsedSeconds(node) < 5 && tree.size(node, true) >= 8'192) {
+            if (isFile && tree.lastUsedSeconds(node) < 5 &&
+                tree.size(node, {.onDisk = true}) >= 8'192) {
                 untouched.insert(node);
             }
             collect(node);
@@ -96,8 +97,8 @@ void expectRankings(const DiskTree& tree, NodeNumber under) {
     collect(under);
     const auto expect = [&](const Nodes& found, const std::set<NodeNumber>& accepted, int limit) {
         std::vector<std::uint64_t> naive, sizes;
-        for (const NodeNumber node : accepted) naive.push_back(tree.size(node, true));
-        for (const NodeNumber node : found) sizes.push_back(tree.size(node, true));
+        for (const NodeNumber node : accepted) naive.push_back(tree.size(node, {.onDisk = true}));
+        for (const NodeNumber node : found) sizes.push_back(tree.size(node, {.onDisk = true}));
         std::ranges::sort(naive, std::ranges::greater{});
         naive.resize(std::min(naive.size(), static_cast<std::size_t>(std::max(limit, 0))));
         EXPECT_EQ(sizes, naive) << "limit " << limit;
@@ -153,12 +154,12 @@ TEST(DiskTree, AgreesWithNaiveVersions) {
 TEST(DiskTree, TotalsStopAtTheEndsOfTheirRange) {
     constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
     const DiskTree tree = DiskTree::example(FileURL::folder("/r"), {{"d/a", largest}, {"d/b", 5}});
-    EXPECT_EQ(tree.size(DiskTree::root, false), largest);
-    EXPECT_EQ(tree.bytesByKind(DiskTree::root, true)[0], largest);
+    EXPECT_EQ(tree.size(DiskTree::root, {.onDisk = false}), largest);
+    EXPECT_EQ(tree.bytesByKind(DiskTree::root, {.onDisk = true})[0], largest);
     const DiskTree left = tree.removing({"/r/d/a", "/r/d/b"});
-    EXPECT_EQ(left.size(DiskTree::root, false), 0U);
+    EXPECT_EQ(left.size(DiskTree::root, {.onDisk = false}), 0U);
     EXPECT_EQ(left.folderCount(DiskTree::root), 1U);
-    EXPECT_EQ(left.shareOfParent(nodeAt(left, "/r/d"), true), 0);
+    EXPECT_EQ(left.shareOfParent(nodeAt(left, "/r/d"), {.onDisk = true}), 0);
 }
 
 TEST(DiskTree, LeavesOutWhatWentWithAFolder) {
@@ -166,7 +167,9 @@ TEST(DiskTree, LeavesOutWhatWentWithAFolder) {
         DiskTree::example(FileURL::folder("/r"), {{"d/a.log", 5}}).removing({"/r/d"});
     for (const std::string_view path : {"/r", "/r/d", "/r/d/a.log"}) {
         const NodeNumber under = nodeAt(tree, path);
-        EXPECT_EQ(tree.bytesByKind(under, false), decltype(tree.bytesByKind(0, false)){}) << path;
+        EXPECT_EQ(tree.bytesByKind(under, {.onDisk = false}),
+                  decltype(tree.bytesByKind(0, {.onDisk = false})){})
+            << path;
         EXPECT_EQ(tree.largestFiles({.under = under, .limit = 9, .onDisk = false}), Nodes())
             << path;
     }
@@ -197,10 +200,10 @@ TEST(DiskTree, AnswersForOneNode) {
                                                   {"/r/x.app/c.PNG", 20, 20, early}});
     const NodeNumber a = nodeAt(tree, "/r/a"), b = nodeAt(tree, "/r/b"),
                      app = nodeAt(tree, "/r/x.app"), c = nodeAt(tree, "/r/x.app/c.PNG");
-    EXPECT_EQ(tree.sortedChildren(DiskTree::root, false), (Nodes{a, app, b}));
-    EXPECT_EQ(tree.sortedChildren(DiskTree::root, true), (Nodes{app, b, a}));
-    EXPECT_EQ(tree.shareOfParent(a, false), 0.5);
-    EXPECT_EQ(tree.shareOfParent(DiskTree::root, false), 0);
+    EXPECT_EQ(tree.sortedChildren(DiskTree::root, {.onDisk = false}), (Nodes{a, app, b}));
+    EXPECT_EQ(tree.sortedChildren(DiskTree::root, {.onDisk = true}), (Nodes{app, b, a}));
+    EXPECT_EQ(tree.shareOfParent(a, {.onDisk = false}), 0.5);
+    EXPECT_EQ(tree.shareOfParent(DiskTree::root, {.onDisk = false}), 0);
     EXPECT_EQ(tree.ancestors(c), (Nodes{app, DiskTree::root}));
     EXPECT_EQ(tree.flags(app).rawValue(), Flags::directory | Flags::package);
     EXPECT_EQ(tree.kind(c), ContentKind::application);
@@ -242,8 +245,8 @@ TEST(DiskTree, CountsWhatSharingAndCompressionSave) {
     EXPECT_TRUE(tree.hasSharedStorage());
     EXPECT_EQ(tree.compressionSavings(DiskTree::root), 5'000U - 4'096U);
     EXPECT_EQ(tree.cloneSavings(DiskTree::root), 8'192U + 4'096U);
-    EXPECT_EQ(tree.sharedStorageBytes(DiskTree::root, false), 5'003U);
-    EXPECT_EQ(tree.sharedStorageBytes(nodeAt(tree, "/r/2 first"), true), 3U);
+    EXPECT_EQ(tree.sharedStorageBytes(DiskTree::root, {.onDisk = false}), 5'003U);
+    EXPECT_EQ(tree.sharedStorageBytes(nodeAt(tree, "/r/2 first"), {.onDisk = true}), 3U);
 }
 
 TEST(DiskTree, GoesDeepWithoutRecursion) {
@@ -253,17 +256,19 @@ TEST(DiskTree, GoesDeepWithoutRecursion) {
     const DiskTree tree = DiskTree::example(FileURL::folder("/r"), {{path, 3}});
     EXPECT_EQ(tree.largestFiles({.limit = 2, .onDisk = true}), Nodes{nodeAt(tree, path)});
     NodeNumber visited = 0;
-    tree.forEachDescendant(DiskTree::root, true, [&](NodeNumber) { ++visited; });
+    tree.forEachDescendant(DiskTree::root, {.includingSelf = true}, [&](NodeNumber) { ++visited; });
     EXPECT_EQ(visited, tree.count());
-    EXPECT_EQ(tree.removing({path}).size(DiskTree::root, true), 0U);
+    EXPECT_EQ(tree.removing({path}).size(DiskTree::root, {.onDisk = true}), 0U);
 }
 
 TEST(DiskTreeDeathTest, StopsOnANumberThatIsNoNode) {
     const DiskTree tree = DiskTree::example(FileURL::folder("/r"), {{"a", 1}});
     for (const NodeNumber node : {-1, std::numeric_limits<NodeNumber>::min(), tree.count()}) {
-        EXPECT_DEATH(static_cast<void>(tree.size(node, true)), "not in its tree");
+        EXPECT_DEATH(static_cast<void>(tree.size(node, {.onDisk = true})), "not in its tree");
         EXPECT_DEATH(static_cast<void>(tree.path(node)), "not in its tree");
-        EXPECT_DEATH(static_cast<void>(tree.largestFolders({node, 1, true})), "not in its tree");
+        EXPECT_DEATH(
+            static_cast<void>(tree.largestFolders({.under = node, .limit = 1, .onDisk = true})),
+            "not in its tree");
     }
     DiskTree::Columns uneven = tree.columns();
     uneven.kind.push(ContentKind::other);

@@ -70,7 +70,7 @@ Placed sorted(const DiskTree& tree, const ProjectFolderJudge& judge = FakeJudge(
         for (const NodeNumber node : sorting.items(group)) {
             const std::string path = shortened(tree.path(node));
             EXPECT_TRUE(placed[rawValue(group)].insert(path).second) << path;
-            bytes += tree.size(node, true);
+            bytes += tree.size(node, {.onDisk = true});
         }
         EXPECT_EQ(sorting.bytes(group), bytes);
     }
