@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "Base/FileURL.h"
-#include "StorageEngine/Places/LoweredPath.h"
+#include "Base/LoweredPath.h"
 
 namespace tidyro {
 

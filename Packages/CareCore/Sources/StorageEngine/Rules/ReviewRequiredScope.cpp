@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "Base/LoweredPath.h"
 #include "Base/UnicodeText.h"
-#include "StorageEngine/Places/LoweredPath.h"
 
 namespace tidyro {
 

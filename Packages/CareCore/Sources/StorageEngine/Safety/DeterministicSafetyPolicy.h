@@ -6,12 +6,12 @@
 #include <string_view>
 
 #include "Base/FileURL.h"
+#include "Base/LoweredPath.h"
 #include "Base/Timestamp.h"
 #include "CareDomain/CleanupCandidate.h"
 #include "CareDomain/CleanupCategory.h"
 #include "CareDomain/FileObservation.h"
 #include "CareDomain/RiskAssessment.h"
-#include "StorageEngine/Places/LoweredPath.h"
 #include "StorageEngine/Rules/CleanupRule.h"
 #include "StorageEngine/Safety/SafetyPolicyContext.h"
 
