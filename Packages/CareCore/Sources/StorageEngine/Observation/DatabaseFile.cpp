@@ -9,9 +9,9 @@
 
 namespace tidyro {
 
-std::expected<bool, SystemError> DatabaseFile::isOne(const platform::FolderDescriptor& folder,
-                                                     const char* name,
-                                                     const platform::FileMetadata& seen) {
+std::expected<bool, SystemError> DatabaseFile::isDatabase(const platform::FolderDescriptor& folder,
+                                                          const char* name,
+                                                          const platform::FileMetadata& seen) {
     constexpr std::string_view beginning{"SQLite format 3\0", 16};
     return fileBeginsWith(folder, name, seen, beginning);
 }

@@ -15,8 +15,8 @@ namespace tidyro {
 struct DatabaseFile {
     /// Whether the regular file begins as a database does.
     [[nodiscard]] static std::expected<bool, SystemError>
-    isOne(const platform::FolderDescriptor& folder, const char* name,
-          const platform::FileMetadata& seen);
+    isDatabase(const platform::FolderDescriptor& folder, const char* name,
+               const platform::FileMetadata& seen);
 
     /// Whether a journal lies beside the file: the database is in use, or was not closed properly,
     /// and what was written last is in the journal.
@@ -26,7 +26,7 @@ struct DatabaseFile {
     /// Whether a file of this length is worth opening where there are very many of them. A database
     /// is made of pages whose lengths are powers of two from 512 on, so of ordinary files one in
     /// hundreds is opened. One that a crash cut short within a page has its journal beside it.
-    [[nodiscard]] static constexpr bool hasLengthOfOne(std::uint64_t byteCount) {
+    [[nodiscard]] static constexpr bool hasDatabaseLength(std::uint64_t byteCount) {
         constexpr std::uint64_t smallestPage = 512;
         return byteCount > 0 && byteCount % smallestPage == 0;
     }

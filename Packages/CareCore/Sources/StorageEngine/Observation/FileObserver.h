@@ -59,7 +59,7 @@ class FileObserver {
                                        bool isReadable);
 
     std::vector<platform::Volume> volumes_;
-    FolderSurroundingsJudge judge_;
+    FolderSurroundingsFinder judge_;
 };
 
 } // namespace tidyro

@@ -21,7 +21,7 @@ constexpr FolderSurroundings inDoubt{
     .isInProjectRepository = true, .isInBackup = true, .isInDatabase = true, .isInHistory = true};
 
 /// Scans of very many folders must not remember them all.
-constexpr std::size_t mostRemembered = 100'000;
+constexpr std::size_t maxRememberedFolders = 100'000;
 
 /// What a folder is by what lies in it, nothing above it considered.
 FolderSurroundings byFiles(const std::string& folder) {
@@ -77,11 +77,11 @@ bool isBackupByName(std::string_view path) {
     return false;
 }
 
-FolderSurroundingsJudge::FolderSurroundingsJudge(const FileURL& home)
+FolderSurroundingsFinder::FolderSurroundingsFinder(const FileURL& home)
     : home_(home.path()), realHome_(platform::realPath(home_).value_or(home_)) {}
 
 /// Goes up to the nearest folder that is known, and down again.
-FolderSurroundings FolderSurroundingsJudge::byDisk(std::string_view folder) {
+FolderSurroundings FolderSurroundingsFinder::byDisk(std::string_view folder) {
     const bool isInHome =
         path::isInsideOrEqual(folder, home_) || path::isInsideOrEqual(folder, realHome_);
     const auto isHome = [&](std::string_view at) { return at == home_ || at == realHome_; };
@@ -106,9 +106,9 @@ FolderSurroundings FolderSurroundingsJudge::byDisk(std::string_view folder) {
     return found;
 }
 
-FolderSurroundings FolderSurroundingsJudge::surroundings(const std::string& folder) {
+FolderSurroundings FolderSurroundingsFinder::surroundings(const std::string& folder) {
     if (const auto known = answers_.find(folder); known != answers_.end()) return known->second;
-    if (answers_.size() >= mostRemembered || read_.size() >= mostRemembered) {
+    if (answers_.size() >= maxRememberedFolders || read_.size() >= maxRememberedFolders) {
         answers_.clear();
         read_.clear();
     }

@@ -32,9 +32,9 @@ struct FolderSurroundings {
 ///
 /// Both the path as it is written and the place where its links lead count. What cannot be read is
 /// taken for all of it. Used by one thread.
-class FolderSurroundingsJudge {
+class FolderSurroundingsFinder {
   public:
-    explicit FolderSurroundingsJudge(const FileURL& home);
+    explicit FolderSurroundingsFinder(const FileURL& home);
 
     /// The path is absolute and standardised.
     [[nodiscard]] FolderSurroundings surroundings(const std::string& folder);

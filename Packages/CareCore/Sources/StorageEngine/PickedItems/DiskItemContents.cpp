@@ -137,10 +137,11 @@ class Walk {
 
     static Verdict byBeginning(const FolderDescriptor& folder, const std::string& name,
                                const platform::FileMetadata& seen) {
-        if (seen.kind != ItemKind::regularFile || !DatabaseFile::hasLengthOfOne(seen.byteCount)) {
+        if (seen.kind != ItemKind::regularFile ||
+            !DatabaseFile::hasDatabaseLength(seen.byteCount)) {
             return std::nullopt;
         }
-        const auto is = DatabaseFile::isOne(folder, name.c_str(), seen);
+        const auto is = DatabaseFile::isDatabase(folder, name.c_str(), seen);
         if (!is) return unlessVanished(is.error());
         return *is ? Verdict(databaseInside) : std::nullopt;
     }

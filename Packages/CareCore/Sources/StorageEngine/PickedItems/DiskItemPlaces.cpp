@@ -122,7 +122,7 @@ std::optional<DiskItemRefusal> DiskItemPlaces::byFolders(const std::string& fold
         }
     }
     if (holdsOne(folded, clouds_)) return holdsCloudFolder;
-    if (system_.concern(folded)) return systemPlace;
+    if (system_.isTouchedBy(folded)) return systemPlace;
     if (inProtected_.contains(folded)) return protectedPlace;
     if (holdsOne(folded, protected_)) return holdsProtectedPlace;
     return std::nullopt;

@@ -9,10 +9,10 @@
 #include "StorageEngine/Observation/LiveDataDetection.h"
 #include "StorageEngine/PickedItems/DiskItemContents.h"
 #include "StorageEngine/PickedItems/RemovalConsequence.h"
-#include "StorageEngine/Places/CloudFolders.h"
 #include "StorageEngine/Places/DesktopFolders.h"
+#include "StorageEngine/Places/HomeFolders.h"
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
-#include "StorageEngine/Sorting/DiskGroupCategory.h"
+#include "StorageEngine/Sorting/DiskGroup.h"
 
 namespace tidyro {
 
@@ -38,10 +38,10 @@ DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
     : context_(std::move(options.context)),
       home_(std::move(options.home)),
       observer_(home_, options.volumes) {
-    const auto desktop = DesktopFolders::of(home_);
+    const auto desktop = DesktopFolders::read(home_);
     if (!desktop) unknown_ = desktopListUnreadable; // for which there is no context either
     if (!desktop || context_ == nullptr) return;
-    const auto clouds = cloudFolders(home_);
+    const auto clouds = HomeFolders::findCloudFolders(home_);
     if (!clouds) unknown_ = homeUnreadable;
     if (!clouds) return;
     const auto volumes = options.volumes.mounted().value_or(std::vector<platform::Volume>{});
@@ -142,8 +142,8 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byDatabase(const Look& loo
     const auto hasJournal = DatabaseFile::hasJournal(look.parent, look.name.c_str());
     if (!hasJournal) return refusalFor(hasJournal.error());
     if (*hasJournal) return liveDatabase;
-    if (!DatabaseFile::hasLengthOfOne(look.seen.byteCount)) return std::nullopt;
-    const auto is = DatabaseFile::isOne(look.parent, look.name.c_str(), look.seen);
+    if (!DatabaseFile::hasDatabaseLength(look.seen.byteCount)) return std::nullopt;
+    const auto is = DatabaseFile::isDatabase(look.parent, look.name.c_str(), look.seen);
     if (!is) return refusalFor(is.error());
     return *is ? Verdict(liveDatabase) : std::nullopt;
 }
@@ -197,7 +197,7 @@ CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look,
     if (!group && look.realPlace != nullptr) group = look.realPlace->group;
     if (look.place != nullptr && !question.group) group = look.place->group;
     const CleanupCategory category =
-        group ? categoryOf(*group) : DeterministicSafetyPolicy::category(observation);
+        group ? cleanupCategory(*group) : DeterministicSafetyPolicy::category(observation);
     EvidenceCodes codes{EvidenceCode::userReviewRequired, EvidenceCode::currentUserOwned,
                         EvidenceCode::inactive};
     if (look.isInternal) codes.insert(EvidenceCode::internalLocalVolume);

@@ -14,8 +14,8 @@ namespace {
 
 /// A desktop writes a dozen lines. Each folder is looked up on the disk, so a list of very many
 /// would hold everything up.
-constexpr std::size_t mostFolders = 100;
-constexpr std::size_t mostBytes = 100'000;
+constexpr std::size_t maxListedFolders = 100;
+constexpr std::size_t maxListBytes = 100'000;
 
 constexpr std::string_view blanks = " \t\r";
 
@@ -57,7 +57,7 @@ std::optional<std::string> pathIn(std::string_view text, const FileURL& home) {
 
 } // namespace
 
-std::optional<DesktopFolders> DesktopFolders::inList(std::string_view list, const FileURL& home) {
+std::optional<DesktopFolders> DesktopFolders::parse(std::string_view list, const FileURL& home) {
     DesktopFolders found;
     std::size_t count = 0;
     while (!list.empty()) {
@@ -69,7 +69,7 @@ std::optional<DesktopFolders> DesktopFolders::inList(std::string_view list, cons
         if (!line.starts_with("XDG_") || sign == std::string_view::npos) return std::nullopt;
         const std::string_view name = trimmed(line.substr(0, sign));
         if (!name.ends_with("_DIR")) continue;
-        if (++count > mostFolders) return std::nullopt;
+        if (++count > maxListedFolders) return std::nullopt;
         const auto path = pathIn(trimmed(line.substr(sign + 1)), home);
         if (!path) return std::nullopt;
         FileURL folder = FileURL::folder(*path);
@@ -80,10 +80,10 @@ std::optional<DesktopFolders> DesktopFolders::inList(std::string_view list, cons
     return found;
 }
 
-std::optional<DesktopFolders> DesktopFolders::of(const FileURL& home) {
+std::optional<DesktopFolders> DesktopFolders::read(const FileURL& home) {
     const auto list =
-        platform::readWholeFile(home.appending(".config/user-dirs.dirs").path(), mostBytes);
-    if (list) return inList(*list, home);
+        platform::readWholeFile(home.appending(".config/user-dirs.dirs").path(), maxListBytes);
+    if (list) return parse(*list, home);
     if (list.error().code == ENOENT || list.error().code == ENOTDIR) return DesktopFolders{};
     return std::nullopt;
 }

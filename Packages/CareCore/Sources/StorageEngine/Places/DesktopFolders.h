@@ -21,9 +21,9 @@ struct DesktopFolders {
     std::vector<FileURL> downloads;
 
     /// Empty for a home without a list, none when the list cannot be read.
-    [[nodiscard]] static std::optional<DesktopFolders> of(const FileURL& home);
-    [[nodiscard]] static std::optional<DesktopFolders> inList(std::string_view list,
-                                                              const FileURL& home);
+    [[nodiscard]] static std::optional<DesktopFolders> read(const FileURL& home);
+    [[nodiscard]] static std::optional<DesktopFolders> parse(std::string_view list,
+                                                             const FileURL& home);
 };
 
 } // namespace tidyro

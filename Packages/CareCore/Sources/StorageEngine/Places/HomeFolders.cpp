@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <filesystem>
 #include <string>
-#include <vector>
+#include <system_error>
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
+#include "Platform/Folders/WellKnownFolders.h"
 
 namespace tidyro {
 
@@ -101,6 +104,23 @@ constexpr std::array<std::string_view, 28> clouds{
 /// Those that are words as well: "sync.sh" and "Box-2" need not be a cloud's.
 constexpr std::array<std::string_view, 3> words{"box", "mega", "sync"};
 
+constexpr std::array<std::string_view, 14> protectedPlaces{
+    ".ssh",
+    ".gnupg",
+    ".pki",
+    ".password-store",
+    ".local/share/keyrings",
+    ".local/share/kwalletd",
+    "Library/Keychains",
+    "Library/Mobile Documents",
+    "Library/CloudStorage",
+    "Library/Mail",
+    "Library/Messages",
+    "Library/Application Support/MobileSync",
+    "Library/Application Support/AddressBook",
+    "Library/Calendars",
+};
+
 const std::vector<std::string>& foldedClouds() {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
@@ -131,6 +151,32 @@ bool HomeFolders::isInCloudFolder(std::string_view foldedBelowHome) {
         return beginnings.find(added.front()) != std::string_view::npos &&
                std::ranges::find(words, cloud) == words.end();
     });
+}
+
+std::optional<std::vector<FileURL>> HomeFolders::findCloudFolders(const FileURL& home) {
+    std::vector<FileURL> folders;
+    for (const std::string_view name : clouds) {
+        folders.push_back(home.appendingFolder(name));
+    }
+    std::error_code failed;
+    for (std::filesystem::directory_iterator at(home.path(), failed), end; !failed && at != end;
+         at.increment(failed)) {
+        const std::string name = at->path().filename().string();
+        if (isInCloudFolder(folded(name))) {
+            folders.push_back(home.appendingFolder(name));
+        }
+    }
+    if (failed && failed.value() != ENOENT) return std::nullopt;
+    return folders;
+}
+
+std::vector<FileURL> HomeFolders::protectedFolders(const FileURL& home) {
+    std::vector<FileURL> folders;
+    folders.reserve(protectedPlaces.size() + 1);
+    for (const std::string_view folder : protectedPlaces)
+        folders.push_back(home.appendingFolder(folder));
+    folders.push_back(platform::applicationSupportFolder().appendingFolder("Harborline"));
+    return folders;
 }
 
 } // namespace tidyro

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
+
+#include "Base/FileURL.h"
 
 namespace tidyro {
 
@@ -20,10 +24,19 @@ struct HomeFolders {
     /// Folders that are kept in step with a cloud: what goes here goes everywhere.
     [[nodiscard]] static std::span<const std::string_view> cloudFolders();
 
+    /// Those of this home, there or not, and the folders of it whose names an account or a person
+    /// added to. Some of them are links. None when the home cannot be read: it may have any then.
+    [[nodiscard]] static std::optional<std::vector<FileURL>> findCloudFolders(const FileURL& home);
+
     /// Whether a path below the home, folded, is or lies in a cloud folder. Accounts add to the
     /// names: "OneDrive - Company", "Dropbox (Personal)", "Company Dropbox", "Nextcloud2". What was
     /// set aside by a new name may be kept in step all the same: "Dropbox.old".
     [[nodiscard]] static bool isInCloudFolder(std::string_view foldedBelowHome);
+
+    /// Folders of a home in which nothing is ever touched, neither by a rule nor because a person
+    /// picked it: keys and passwords, cloud folders, mail and messages, and this program's own
+    /// files.
+    [[nodiscard]] static std::vector<FileURL> protectedFolders(const FileURL& home);
 };
 
 } // namespace tidyro

@@ -11,7 +11,7 @@ namespace tidyro {
 namespace {
 
 /// A selection from very many folders must not remember them all.
-constexpr std::size_t mostRemembered = 100'000;
+constexpr std::size_t maxRememberedFolders = 100'000;
 
 } // namespace
 
@@ -44,7 +44,7 @@ std::optional<KeptFolders::Reason> KeptFolders::reasonInside(std::string_view pa
     if (path == "/") return std::nullopt;
     std::string folder(path);
     if (const auto known = known_.find(folder); known != known_.end()) return known->second;
-    if (known_.size() >= mostRemembered) known_.clear();
+    if (known_.size() >= maxRememberedFolders) known_.clear();
     auto found = reasonInside(path::parent(path));
     if (!found) {
         const auto seen = platform::fileMetadata(folder);

@@ -86,7 +86,7 @@ SystemPlaces::SystemPlaces(std::span<const std::string> homes)
     aroundHomes_ = RootPathIndex(around);
 }
 
-bool SystemPlaces::concern(std::string_view path) const {
+bool SystemPlaces::isTouchedBy(std::string_view path) const {
     if (path.starts_with(disksOfPeople)) return false;
     if (index_.contains(path) || holdsOne(path, places_)) return true;
     if (liesInOne(path, homes_)) return false;

@@ -25,7 +25,7 @@ class SystemPlaces {
 
     /// Whether the path is a place, lies in one or holds one, or stands at the very top of the
     /// disk, where only systems put anything.
-    [[nodiscard]] bool concern(std::string_view path) const;
+    [[nodiscard]] bool isTouchedBy(std::string_view path) const;
 
   private:
     std::vector<std::string> homes_;

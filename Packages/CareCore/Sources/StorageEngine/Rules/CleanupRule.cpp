@@ -41,10 +41,10 @@ bool CleanupRule::grantsSafeCleanupAuthority(const FileURL& url, FolderResolver&
     if (options_.authority != Authority::builtIn || !matches(url.path()) || !resolvedRoot_) {
         return false;
     }
-    if (url.path() == rootPath()) return folders.leadsTo(rootPath(), resolvedRoot_->path());
+    if (url.path() == rootPath()) return folders.doesLeadTo(rootPath(), resolvedRoot_->path());
     const std::string_view folder = path::parent(url.path());
-    return folders.leadsTo(folder,
-                           folder == rootPath() ? resolvedRoot_->path() : expectedPlace(folder));
+    return folders.doesLeadTo(folder,
+                              folder == rootPath() ? resolvedRoot_->path() : expectedPlace(folder));
 }
 
 bool CleanupRule::operator==(const CleanupRule& other) const {

@@ -10,7 +10,7 @@
 #include "Base/UnicodeText.h"
 #include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/Places/DesktopFolders.h"
-#include "StorageEngine/Places/ProtectedFolders.h"
+#include "StorageEngine/Places/HomeFolders.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 #include "StorageEngine/Safety/ActiveApplications.h"
 
@@ -158,7 +158,7 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
     if (!volumes) return std::nullopt;
     const auto applications = machine_.applications.running();
     if (!applications) return std::nullopt;
-    const auto desktop = DesktopFolders::of(home_);
+    const auto desktop = DesktopFolders::read(home_);
     if (!desktop) return std::nullopt;
     // Last, so that what is in use is the youngest of it all.
     auto activity = machine_.processes.activity();
@@ -168,7 +168,7 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
     for (const std::string& folder : ActiveApplications::dataFolders(*applications)) {
         activeRoots.push_back(home_.appendingFolder(folder));
     }
-    std::vector<FileURL> kept = protectedFolders(home_);
+    std::vector<FileURL> kept = HomeFolders::protectedFolders(home_);
     kept.insert(kept.end(), options_.protectedRoots.begin(), options_.protectedRoots.end());
     kept = withRealPlaces(std::move(kept));
     std::vector<FileURL> choosable = desktop->personal;

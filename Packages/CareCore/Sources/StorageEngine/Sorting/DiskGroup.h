@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "Base/RawValues.h"
+#include "CareDomain/CleanupCategory.h"
 
 namespace tidyro {
 
@@ -52,6 +53,23 @@ constexpr RawValueTable<DiskGroup, diskGroupCount> rawValues(RawValueTag<DiskGro
     case DiskGroup::largeFiles: return "Large files not used for a year";
     }
     return {};
+}
+
+/// What a plan calls the items of a group.
+[[nodiscard]] constexpr CleanupCategory cleanupCategory(DiskGroup group) {
+    switch (group) {
+    case DiskGroup::projectFolders: return CleanupCategory::generatedWork;
+    case DiskGroup::appleDeveloper:
+    case DiskGroup::packageCaches:
+    case DiskGroup::applicationCaches:
+    case DiskGroup::sandboxedCaches: return CleanupCategory::regenerableCache;
+    case DiskGroup::logs: return CleanupCategory::expiredLog;
+    case DiskGroup::oldDownloads:
+    case DiskGroup::installers: return CleanupCategory::download;
+    case DiskGroup::largeFiles: return CleanupCategory::largeFile;
+    case DiskGroup::trash: break;
+    }
+    return CleanupCategory::unknown;
 }
 
 } // namespace tidyro

@@ -76,7 +76,7 @@ class Placing {
         const auto known = isExpected ? expected_.find(node) : expected_.end();
         if (known != expected_.end() && known->second == DiskGroup::trash) return DiskGroup::trash;
         if (isFolder && ProjectFolderJudge::mayBeGenerated(tree_.nameBytes(node)) &&
-            judge_.confirms(tree_, node)) {
+            judge_.isGenerated(tree_, node)) {
             return DiskGroup::projectFolders;
         }
         if (known != expected_.end()) return known->second;

@@ -97,7 +97,7 @@ bool diskHolds(const std::string& folder, ProjectFiles files) {
 
 class LiveJudge final : public ProjectFolderJudge {
   public:
-    [[nodiscard]] bool confirms(const DiskTree& tree, NodeNumber folder) const override {
+    [[nodiscard]] bool isGenerated(const DiskTree& tree, NodeNumber folder) const override {
         const auto files = generatedFolders.find(tree.nameBytes(folder));
         if (!files) return false;
         if (folder != DiskTree::root && !treeHolds(tree, folder, *files)) return false;

@@ -16,7 +16,7 @@ class ProjectFolderJudge {
     virtual ~ProjectFolderJudge() = default;
 
     /// Whether the tree's folder is generated. Asked only for `mayBeGenerated` names.
-    [[nodiscard]] virtual bool confirms(const DiskTree& tree, NodeNumber folder) const = 0;
+    [[nodiscard]] virtual bool isGenerated(const DiskTree& tree, NodeNumber folder) const = 0;
 
     /// Whether some tool generates folders of this name; compared without case. Quick.
     [[nodiscard]] static bool mayBeGenerated(std::string_view name);

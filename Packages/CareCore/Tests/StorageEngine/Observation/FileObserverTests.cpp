@@ -188,7 +188,7 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
     place.permissions("home/shut", 0755);
 
     // A folder that went between the look at the file and the look around it.
-    FolderSurroundingsJudge judge(FileURL::folder(place / "home"));
+    FolderSurroundingsFinder judge(FileURL::folder(place / "home"));
     EXPECT_EQ(judge.surroundings(place / "home/none"),
               (FolderSurroundings{.isInProjectRepository = true,
                                   .isInBackup = true,

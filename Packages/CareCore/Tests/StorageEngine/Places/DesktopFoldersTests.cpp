@@ -10,18 +10,18 @@ namespace {
 const FileURL home = FileURL::folder("/home/ada");
 
 TEST(DesktopFolders, ReadsWhatDesktopsWrite) {
-    const auto found = DesktopFolders::inList("# made by the desktop\n"
-                                              "XDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n"
-                                              "  XDG_MUSIC_DIR = \"${HOME}/a \\\"b\\\"\" # loud\r\n"
-                                              "XDG_DOWNLOAD_DIR=\"$HOME/Herunter/\"\n"
-                                              "XDG_TEMPLATES_DIR=\"$HOME/\"\n"
-                                              "XDG_DESKTOP_DIR=\"$HOME\"\n"
-                                              "XDG_PUBLICSHARE_DIR=\"\"\n"
-                                              "XDG_VIDEOS_DIR=\"/home\"\n"
-                                              "XDG_SOMETHING_ELSE=yes\n"
-                                              "LANG=C\n"
-                                              "XDG_PICTURES_DIR=\"/data/Bilder\"",
-                                              home);
+    const auto found = DesktopFolders::parse("# made by the desktop\n"
+                                             "XDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n"
+                                             "  XDG_MUSIC_DIR = \"${HOME}/a \\\"b\\\"\" # loud\r\n"
+                                             "XDG_DOWNLOAD_DIR=\"$HOME/Herunter/\"\n"
+                                             "XDG_TEMPLATES_DIR=\"$HOME/\"\n"
+                                             "XDG_DESKTOP_DIR=\"$HOME\"\n"
+                                             "XDG_PUBLICSHARE_DIR=\"\"\n"
+                                             "XDG_VIDEOS_DIR=\"/home\"\n"
+                                             "XDG_SOMETHING_ELSE=yes\n"
+                                             "LANG=C\n"
+                                             "XDG_PICTURES_DIR=\"/data/Bilder\"",
+                                             home);
     ASSERT_TRUE(found);
     EXPECT_EQ(found->personal,
               (std::vector{FileURL::folder("/home/ada/Dokumente"),
@@ -37,12 +37,12 @@ TEST(DesktopFolders, KnowsNothingByALineThatItCannotRead) {
           "XDG_MUSIC_DIR=\"Musik\"", "XDG_MUSIC_DIR=\"~/Musik\"", "XDG_MUSIC_DIR=\"$HOMES/Musik\"",
           "XDG_MUSIC_DIR=\"$HOME/$MINE\"", "XDG_MUSIC_DIR=\"$HOME/`mine`\"",
           "export XDG_MUSIC_DIR=\"$HOME/Musik\"", ": ; XDG_MUSIC_DIR=\"$HOME/Musik\""}) {
-        EXPECT_FALSE(DesktopFolders::inList(line, home)) << line;
+        EXPECT_FALSE(DesktopFolders::parse(line, home)) << line;
     }
     std::string many;
     for (int i = 0; i < 101; ++i) many += "XDG_" + std::to_string(i) + "_DIR=\"$HOME/a\"\n";
-    EXPECT_FALSE(DesktopFolders::inList(many, home)) << "each costs looks at the disk";
-    EXPECT_TRUE(DesktopFolders::inList(many.substr(many.find('\n') + 1), home));
+    EXPECT_FALSE(DesktopFolders::parse(many, home)) << "each costs looks at the disk";
+    EXPECT_TRUE(DesktopFolders::parse(many.substr(many.find('\n') + 1), home));
 }
 
 } // namespace

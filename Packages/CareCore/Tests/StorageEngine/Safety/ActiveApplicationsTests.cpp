@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
-#include "StorageEngine/Places/ProtectedFolders.h"
+#include "StorageEngine/Places/HomeFolders.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 #include "StorageEngine/Safety/KnownApplications.h"
 
@@ -103,7 +103,7 @@ TEST(ProtectedFolders, LeaveCachesAlone) {
     const FileURL home = FileURL::folder("/home/ada");
     for (const CleanupRuleSpec& rule : BuiltInRuleRegistry::allSpecs()) {
         const std::string place = home.appendingFolder(rule.relativePath).path();
-        for (const FileURL& folder : protectedFolders(home)) {
+        for (const FileURL& folder : HomeFolders::protectedFolders(home)) {
             EXPECT_FALSE(path::isInsideOrEqual(place, folder.path())) << rule.id;
         }
     }

@@ -35,7 +35,7 @@ std::string shortened(const std::string& path) {
 class FakeJudge final : public ProjectFolderJudge {
   public:
     explicit FakeJudge(std::set<std::string> generated = {}) : generated_(std::move(generated)) {}
-    [[nodiscard]] bool confirms(const DiskTree& tree, NodeNumber folder) const override {
+    [[nodiscard]] bool isGenerated(const DiskTree& tree, NodeNumber folder) const override {
         EXPECT_TRUE(mayBeGenerated(tree.name(folder))) << tree.path(folder);
         return generated_.contains(shortened(tree.path(folder)));
     }
