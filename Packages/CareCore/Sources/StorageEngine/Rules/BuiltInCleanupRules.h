@@ -9,13 +9,18 @@
 namespace tidyro {
 
 /// The shipped rules bound to a home, in the registry's order, with the person's age floor applied.
-/// One whose folder is reached from the home through a link grants nothing.
+/// A rule grants nothing when its folder is reached from the home through a link. Making the rules
+/// asks the disk where their folders really lie.
+///
+///     for (const CleanupRule& location : BuiltInCleanupRules::scannableLocations(home)) {
+///         roots.push_back(location.rootPath());
+///     }
 struct BuiltInCleanupRules {
-    /// All 89, whether their folders exist or not.
+    /// All of them, whether their folders exist or not.
     [[nodiscard]] static std::vector<CleanupRule>
     allLocations(const FileURL& home, CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended);
 
-    /// Those whose root is a folder, or may be one that is closed to us, for a scan to walk.
+    /// Those that a scan walks: their root is a folder, or the system does not say what it is.
     [[nodiscard]] static std::vector<CleanupRule>
     scannableLocations(const FileURL& home,
                        CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended);

@@ -24,11 +24,13 @@ struct CleanupRuleGroup {
     std::span<const CleanupRuleSpec> specs;
 };
 
-/// The shipped rules. All of them name material that its owner builds again when it is missing.
+/// The shipped rules, before they are bound to a home: `BuiltInCleanupRules` binds them. Each names
+/// material that its owner builds again when it is missing. The tables are constant, so any thread
+/// may read them.
 struct BuiltInRuleRegistry {
     /// The seven groups with their rows, in the order in which rules are tried and listed.
     [[nodiscard]] static std::span<const CleanupRuleGroup> groupedSpecs();
-    /// All 89 rows in group order.
+    /// All rows in group order.
     [[nodiscard]] static std::span<const CleanupRuleSpec> allSpecs();
     [[nodiscard]] static const CleanupRuleSpec* spec(std::string_view id);
 
@@ -42,10 +44,10 @@ struct BuiltInRuleRegistry {
     /// ("cargo-registry-cache" is "Cargo registry cache").
     [[nodiscard]] static std::string title(std::string_view id);
 
-    /// Whether a path is or lies in a folder that holds a cache inside an application's support
-    /// folder: below "/Library/Application Support/", a folder after the application's own has a
-    /// name such as "GPUCache". The path is lower-cased. The last name of a file's path is no
-    /// folder's.
+    /// Whether a path is, or lies in, a cache that an application keeps among its support files.
+    /// Such a cache is a folder with a name like "GPUCache" anywhere inside the application's own
+    /// folder in "/Library/Application Support". The path is lower-cased; `isFolder` says whether
+    /// a folder lies there.
     [[nodiscard]] static bool isApplicationSupportCache(std::string_view loweredPath,
                                                         bool isFolder);
 };

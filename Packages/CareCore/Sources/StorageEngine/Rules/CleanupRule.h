@@ -22,15 +22,17 @@ constexpr RawValueTable<CleanupRuleTrust, 2> rawValues(RawValueTag<CleanupRuleTr
     return {{{{verifiedBuiltIn, "verifiedBuiltIn"}, {unverified, "unverified"}}}};
 }
 
-/// A cleanup rule bound to a real folder.
+/// A cleanup rule bound to a real folder: items in it may be offered without asking.
 ///
-///     const CleanupRule rule({.id = "npm-cache", .rootURL = home.appendingFolder(".npm/_cacache"),
+///     const CleanupRule rule({.id = "npm-cache",
+///                             .rootURL = home.appendingFolder(".npm/_cacache"),
 ///                             .category = CleanupCategory::regenerableCache,
-///                             .minimumAge = 30 * 86'400.0, .isRegenerable = true});
-///     rule.grantsSafeCleanupAuthority(file)
+///                             .minimumAge = 30 * 86'400.0,
+///                             .isRegenerable = true});
+///     const bool isGranted = rule.grantsSafeCleanupAuthority(file);
 ///
-/// What every test needs of the root is derived once, when the rule is made or read, so that
-/// matching compares texts only. Where the root really lies is settled then, too.
+/// Making or reading a rule asks the disk once where its root really lies. From then on matching
+/// compares texts only. A rule does not change, so any thread may ask it.
 class CleanupRule {
   public:
     enum class Authority : std::uint8_t { builtIn, unverified };
@@ -44,8 +46,8 @@ class CleanupRule {
         bool alwaysNeedsReview = false;
         Authority authority = Authority::builtIn;
         /// Where the root lies when no link leads away from it. A rule whose root really lies
-        /// elsewhere grants nothing: what a cache's name leads to may be anybody's. Absent, the
-        /// root may be reached through links.
+        /// elsewhere grants nothing, because a link by a cache's name may lead to anybody's files.
+        /// When this is absent, links may lead to the root.
         std::optional<std::string> expectedRoot = std::nullopt;
     };
     explicit CleanupRule(Options options);
@@ -62,26 +64,25 @@ class CleanupRule {
     [[nodiscard]] const std::string& rootPrefix() const { return rootPrefix_; }
     /// How many components the root has.
     [[nodiscard]] std::size_t rootDepth() const { return rootDepth_; }
-    /// The root with its links resolved; none when that could not be found out or is not where it
-    /// is expected, and then the rule grants nothing.
+    /// The root with its links resolved. None when the system does not say where it lies, or when
+    /// that is not the expected place; the rule then grants nothing.
     [[nodiscard]] const std::optional<FileURL>& resolvedRootURL() const { return resolvedRoot_; }
 
     /// Whether a standardised path is the root or lies below it, by its text.
     [[nodiscard]] bool matches(std::string_view path) const;
 
-    /// Whether the rule may let the item be cleaned without asking: only a rule of ours, and only
-    /// when the item really lies where its path says it does below the rule's real root. What is
-    /// reached through a link that leads elsewhere is refused. Asks the disk.
+    /// Whether the rule lets the item be cleaned without asking. Only a built-in rule does, and
+    /// only when no link on the way from the root to the item leads elsewhere. Asks the disk.
     [[nodiscard]] bool grantsSafeCleanupAuthority(const FileURL& url) const;
-    /// The same for an item that was seen to be no link itself: only its folder is resolved, and
-    /// through `folders`, which remembers.
+    /// The same for an item that is known to be no link itself. Only its folder is resolved, by
+    /// `folders`, which remembers.
     [[nodiscard]] bool grantsSafeCleanupAuthority(const FileURL& url,
                                                   FolderResolver& folders) const;
 
     bool operator==(const CleanupRule& other) const;
 
   private:
-    /// Where the item at a matching path lies if no link leads away.
+    /// Where the item at a matching path lies when no link leads away.
     [[nodiscard]] std::string expectedPlace(std::string_view path) const;
 
     Options options_;
@@ -91,8 +92,8 @@ class CleanupRule {
 };
 
 /// Keys: "id", "rootURL", "category", "minimumAge", "isRegenerable", "trust". Whether a rule always
-/// needs review is not written: it is the registry's to say, and of a rule that the registry does
-/// not know it is assumed.
+/// needs review is not written, so that no file can take it back: the registry says it, and a rule
+/// that the registry does not know always needs review.
 template <>
 struct JSONCoder<CleanupRule> {
     static JSON encode(const CleanupRule& rule);

@@ -38,11 +38,8 @@ bool isInsideOrEqual(std::string_view path, std::string_view folder) {
 } // namespace
 
 bool ReviewRequiredScope::touchesReviewRoot(std::string_view path, std::string_view homePrefix) {
-    return loweredTouchesReviewRoot(LoweredPath(path).text(), homePrefix);
-}
-
-bool ReviewRequiredScope::loweredTouchesReviewRoot(std::string_view loweredPath,
-                                                   std::string_view homePrefix) {
+    const LoweredPath lowered(path);
+    const std::string_view loweredPath = lowered.text();
     const std::string_view home = homePrefix.substr(0, homePrefix.size() - 1);
     if (loweredPath == "/" || isInsideOrEqual(home, loweredPath)) return true;
     if (!loweredPath.starts_with(homePrefix)) return false;

@@ -16,12 +16,9 @@ namespace tidyro {
 /// what people or their tools made rather than fetched.
 struct ReviewRequiredScope {
     /// Whether a path is, lies in or holds a review root. The path is absolute and standardised;
-    /// `homePrefix` is the home's path, lower-cased, with a "/" at its end. The home itself and
-    /// the folders above it hold them all.
+    /// `homePrefix` comes from `loweredHomePrefix`. The home itself and the folders above it hold
+    /// every review root.
     [[nodiscard]] static bool touchesReviewRoot(std::string_view path, std::string_view homePrefix);
-    /// The same for a path that is lower-cased already.
-    [[nodiscard]] static bool loweredTouchesReviewRoot(std::string_view loweredPath,
-                                                       std::string_view homePrefix);
 
     /// Whether an item needs review whatever else is known: by its place, its category
     /// (`archivedConversation`, `generatedWork`, `applicationData`) or its disk group
@@ -30,8 +27,8 @@ struct ReviewRequiredScope {
                                           const FileURL& home,
                                           std::optional<DiskGroup> group = std::nullopt);
 
-    /// The assessment, no safer than `reviewCarefully`: its reasons and its summary stay, and say
-    /// that a person has to look.
+    /// The assessment with the tier `reviewCarefully`. Its reasons and its summary stay, and say in
+    /// addition that a person has to look.
     [[nodiscard]] static RiskAssessment downgraded(const RiskAssessment& assessment);
 
     /// The assessment, downgraded when it is safe and the item needs review; otherwise unchanged.
@@ -40,7 +37,7 @@ struct ReviewRequiredScope {
                                                std::optional<DiskGroup> group = std::nullopt);
 };
 
-/// The home's path as `touchesReviewRoot` takes it.
+/// The home's path as `touchesReviewRoot` takes it: lower-cased, with a "/" at its end.
 [[nodiscard]] std::string loweredHomePrefix(const FileURL& home);
 
 } // namespace tidyro

@@ -2,6 +2,8 @@
 
 #include <map>
 #include <set>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -144,6 +146,25 @@ TEST(CleanupRule, GrantsAuthorityOnlyWhereTheItemReallyLies) {
         granted(ruleAt(FileURL::folder(place / "caches"), CleanupRule::Authority::unverified),
                 "caches/app/file"));
     EXPECT_EQ(ruleAt(FileURL::folder(place / "caches/")).rootPrefix(), rule.rootPrefix());
+}
+
+TEST(CleanupRule, IsUsedAsTheHeadersShow) {
+    const TemporaryFolder place;
+    place.file(".npm/_cacache/index/x", "x");
+    const FileURL home = FileURL::folder(place.path());
+    const FileURL file = home.appending(".npm/_cacache/index/x");
+    const CleanupRule rule({.id = "npm-cache",
+                            .rootURL = home.appendingFolder(".npm/_cacache"),
+                            .category = CleanupCategory::regenerableCache,
+                            .minimumAge = 30 * 86'400.0,
+                            .isRegenerable = true});
+    const bool isGranted = rule.grantsSafeCleanupAuthority(file);
+    EXPECT_TRUE(isGranted);
+    std::vector<std::string> roots;
+    for (const CleanupRule& location : BuiltInCleanupRules::scannableLocations(home)) {
+        roots.push_back(location.rootPath());
+    }
+    EXPECT_EQ(roots, std::vector{rule.rootPath()});
 }
 
 TEST(CleanupRule, ReadsBackNoMoreTrustingThanItWas) {
