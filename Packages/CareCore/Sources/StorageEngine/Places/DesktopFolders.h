@@ -8,19 +8,20 @@
 
 namespace tidyro {
 
-/// The folders in which a person's desktop keeps documents, music, pictures and the like, whatever
-/// those are called in the person's language: what ".config/user-dirs.dirs" in the home names.
+/// The folders in which a person's desktop keeps documents, music, pictures and the like. Their
+/// names are in the person's language, and ".config/user-dirs.dirs" in the home lists them:
 ///
 ///     XDG_MUSIC_DIR="$HOME/Musik"
 ///
-/// A name for the home itself, or for a folder that holds it, is how a desktop says that it has
-/// none. A list that is there and that no desktop can have meant, or only a shell can work out,
-/// tells nothing: what it would have named must not be taken for an ordinary folder.
+/// A desktop names the home itself, or a folder that holds it, to say that it has no such folder;
+/// those are left out. A line that no desktop writes, or that only a shell could work out, makes
+/// the whole list unknown: a folder that it was to name must not pass for an ordinary one.
 struct DesktopFolders {
     std::vector<FileURL> personal;
     std::vector<FileURL> downloads;
 
-    /// Empty for a home without a list, none when the list cannot be read.
+    /// Reads the list of a home. Empty for a home without one, none when it cannot be read or
+    /// understood.
     [[nodiscard]] static std::optional<DesktopFolders> read(const FileURL& home);
     [[nodiscard]] static std::optional<DesktopFolders> parse(std::string_view list,
                                                              const FileURL& home);

@@ -8,13 +8,13 @@
 
 namespace tidyro {
 
-/// Where paths really lead. Resolving asks the disk once a component, so a scan that rates many
-/// files asks through one of these, which remembers folders; whoever is about to touch a file uses
-/// a fresh one. Used by one thread.
+/// Resolves the links in paths. That asks the disk once for each component, so a scan that rates
+/// many files keeps one resolver, which remembers folders. Whoever is about to touch a file uses a
+/// fresh one. Used by one thread.
 class FolderResolver {
   public:
-    /// The path with the links in it resolved, standardised; the part that does not exist stays as
-    /// it is written. None when the system does not say.
+    /// The path with its links resolved, standardised. The end of the path need not exist: that
+    /// part stays as it is written. None when the system does not say.
     [[nodiscard]] static std::optional<std::string> resolved(const std::string& path);
 
     /// Whether the folder at `path` really lies at `expected`; both are standardised.

@@ -15,11 +15,11 @@ namespace tidyro {
 
 namespace {
 
-constexpr std::array<std::string_view, 12> standard{
+constexpr std::array<std::string_view, 12> standardFolders{
     "Desktop", "Documents", "Downloads", "Movies",       "Music",  "Pictures",
     "Public",  "Library",   "Sites",     "Applications", "Videos", "Templates"};
 
-constexpr std::array<std::string_view, 48> neverChosen{
+constexpr std::array<std::string_view, 48> neverChosenRoots{
     ".config",
     ".config/autostart",
     ".config/systemd",
@@ -70,7 +70,7 @@ constexpr std::array<std::string_view, 48> neverChosen{
     "Library/Services",
 };
 
-constexpr std::array<std::string_view, 28> clouds{
+constexpr std::array<std::string_view, 28> cloudNames{
     "Library/Mobile Documents",
     "Library/CloudStorage",
     "iCloud Drive (Archive)",
@@ -101,8 +101,8 @@ constexpr std::array<std::string_view, 28> clouds{
     "Koofr",
 };
 
-/// Those that are words as well: "sync.sh" and "Box-2" need not be a cloud's.
-constexpr std::array<std::string_view, 3> words{"box", "mega", "sync"};
+/// Cloud folders whose names are words as well: "sync.sh" and "Box-2" need not be a cloud's.
+constexpr std::array<std::string_view, 3> ambiguousClouds{"box", "mega", "sync"};
 
 constexpr std::array<std::string_view, 14> protectedPlaces{
     ".ssh",
@@ -124,8 +124,8 @@ constexpr std::array<std::string_view, 14> protectedPlaces{
 const std::vector<std::string>& foldedClouds() {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
-        all.reserve(std::size(clouds));
-        for (const std::string_view name : clouds) all.push_back(folded(name));
+        all.reserve(std::size(cloudNames));
+        for (const std::string_view name : cloudNames) all.push_back(folded(name));
         return all;
     }();
     return names;
@@ -133,11 +133,11 @@ const std::vector<std::string>& foldedClouds() {
 
 } // namespace
 
-std::span<const std::string_view> HomeFolders::standardHomeFolders() { return standard; }
+std::span<const std::string_view> HomeFolders::standardHomeFolders() { return standardFolders; }
 
-std::span<const std::string_view> HomeFolders::neverChosenHomeRoots() { return neverChosen; }
+std::span<const std::string_view> HomeFolders::neverChosenHomeRoots() { return neverChosenRoots; }
 
-std::span<const std::string_view> HomeFolders::cloudFolders() { return clouds; }
+std::span<const std::string_view> HomeFolders::cloudFolders() { return cloudNames; }
 
 bool HomeFolders::isInCloudFolder(std::string_view foldedBelowHome) {
     const std::string_view first = foldedBelowHome.substr(0, foldedBelowHome.find('/'));
@@ -149,13 +149,13 @@ bool HomeFolders::isInCloudFolder(std::string_view foldedBelowHome) {
         if (added.starts_with(" - ") || added.starts_with(" (")) return true;
         constexpr std::string_view beginnings = "-._0123456789";
         return beginnings.find(added.front()) != std::string_view::npos &&
-               std::ranges::find(words, cloud) == words.end();
+               std::ranges::find(ambiguousClouds, cloud) == ambiguousClouds.end();
     });
 }
 
 std::optional<std::vector<FileURL>> HomeFolders::findCloudFolders(const FileURL& home) {
     std::vector<FileURL> folders;
-    for (const std::string_view name : clouds) {
+    for (const std::string_view name : cloudNames) {
         folders.push_back(home.appendingFolder(name));
     }
     std::error_code failed;

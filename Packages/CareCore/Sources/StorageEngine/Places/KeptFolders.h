@@ -11,9 +11,10 @@
 
 namespace tidyro {
 
-/// Folders that must stay, told by what they are and not by their paths: where a folder is mounted
-/// a second time it has another path and is the same folder. (Where the second mount begins further
-/// down, inside such a folder, nothing on the disk tells what is above it.)
+/// Folders that must stay, known by their identities. A folder that is mounted a second time has
+/// another path there and is still the same folder, so comparing paths would let it go. A second
+/// mount that begins inside such a folder is not recognised: nothing on the disk tells what lies
+/// above it there. Used by one thread.
 class KeptFolders {
   public:
     enum class Reason : std::uint8_t {
@@ -30,22 +31,23 @@ class KeptFolders {
         itself,
         everythingInIt,
     };
-    /// The folder at a path, or what its link leads to; one that is not there is passed over. Of
-    /// two reasons for one folder the first that was added is told.
+    /// Adds the folder at a path, or the one that its link leads to. Nothing is added where there
+    /// is no folder. A folder that was added before keeps its first reason.
     void add(const std::string& path, Reason reason, Reach reach);
 
-    /// Why the folder at a path without links has to stay: it is one of them by another path. None
-    /// for one that has its own path, which tells the same.
+    /// Why the folder at a real path has to stay, when it is one of them and lies here a second
+    /// time. None at its first place, which whoever compares paths knows.
     [[nodiscard]] std::optional<Reason> reason(const platform::ItemIdentity& folder,
                                                std::string_view path) const;
-    /// The same for what lies in the folder at such a path. Each folder is asked of the disk once.
+    /// The same for what lies in the folder at a real path. Asks the disk once for each folder and
+    /// remembers the answer.
     [[nodiscard]] std::optional<Reason> reasonInside(std::string_view path);
-    /// Why this folder has to stay, whatever its path is.
+    /// Why this folder has to stay, by whatever path it was reached.
     [[nodiscard]] std::optional<Reason> reason(const platform::ItemIdentity& folder) const;
 
   private:
     struct Kept {
-        std::string path; ///< without links
+        std::string path; ///< the real one
         Reason reason;
         Reach reach;
     };

@@ -7,12 +7,12 @@
 
 namespace tidyro {
 
-/// Answers whether a path is one of many roots or lies inside one, component by component, in a
-/// handful of comparisons however many roots there are. Standardised absolute paths only.
+/// Answers whether a path is one of many roots or lies inside one, component by component. It takes
+/// a handful of comparisons however many roots there are. All paths are absolute and standardised.
 ///
-/// Roots inside other roots add nothing and are dropped. What is left is kept in an order in which
-/// "/" comes before every other byte, so that a root stands directly before all that lies in it:
-/// the one root a path can lie in is the last that does not come after it.
+/// Roots inside other roots add nothing and are dropped. The others are sorted with "/" before
+/// every other byte: in this order everything that lies in a root comes directly after it, so the
+/// last root that does not come after a path is the only one that the path can lie in.
 class RootPathIndex {
   public:
     RootPathIndex() = default;

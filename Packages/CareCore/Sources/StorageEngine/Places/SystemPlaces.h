@@ -9,22 +9,29 @@
 
 namespace tidyro {
 
-/// The places of the operating system, and what is shared by everybody who uses it: nothing there
-/// is for one person to remove. Paths are folded.
+/// The places of the operating system, and those that all its users share: nothing there is for one
+/// person to remove. Ask with folded paths.
+///
+///     const SystemPlaces places(std::vector{folded("/home/ada")});
+///     const bool isSystem = places.isTouchedBy(folded("/usr/lib/os-release"));
+///
+/// It does not change, so any thread may ask it.
 class SystemPlaces {
   public:
-    /// Some accounts have their home in such a place ("/var/lib/builder"): what lies in the home is
-    /// theirs, the rest of the place is not.
+    /// `homes` are the folded paths of a person's home. Some accounts have theirs in a place of the
+    /// system ("/var/lib/builder"): what lies in the home is the person's, the rest of the place
+    /// is not.
     explicit SystemPlaces(std::span<const std::string> homes = {});
 
-    /// Those of them that no cleanup rule ever touches: the published list, which is shorter.
+    /// Those that no cleanup rule ever touches. The list is short and has to stay as it is: what a
+    /// rule may clean follows from it.
     [[nodiscard]] static std::span<const std::string_view> protectedFromRules();
 
-    /// As they are written, there or not.
+    /// All of them as they are written, whether they exist or not.
     [[nodiscard]] static std::vector<std::string> paths();
 
-    /// Whether the path is a place, lies in one or holds one, or stands at the very top of the
-    /// disk, where only systems put anything.
+    /// Whether the path is such a place, lies in one or holds one. The top of the disk counts too,
+    /// because only systems put anything there.
     [[nodiscard]] bool isTouchedBy(std::string_view path) const;
 
   private:

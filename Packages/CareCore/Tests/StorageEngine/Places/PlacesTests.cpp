@@ -1,8 +1,12 @@
-#include "StorageEngine/Places/DesktopFolders.h"
-
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
+
+#include "Base/UnicodeText.h"
+#include "StorageEngine/Places/DesktopFolders.h"
+#include "StorageEngine/Places/HomeFolders.h"
+#include "StorageEngine/Places/SystemPlaces.h"
 
 namespace tidyro {
 namespace {
@@ -43,6 +47,24 @@ TEST(DesktopFolders, KnowsNothingByALineThatItCannotRead) {
     for (int i = 0; i < 101; ++i) many += "XDG_" + std::to_string(i) + "_DIR=\"$HOME/a\"\n";
     EXPECT_FALSE(DesktopFolders::parse(many, home)) << "each costs looks at the disk";
     EXPECT_TRUE(DesktopFolders::parse(many.substr(many.find('\n') + 1), home));
+}
+
+TEST(HomeFolders, AreAskedAsTheHeaderShows) {
+    std::vector<std::string> kept;
+    for (const FileURL& folder : HomeFolders::protectedFolders(home)) {
+        kept.push_back(folder.path());
+    }
+    const bool isSynced = HomeFolders::isInCloudFolder(folded("Dropbox/letter.txt"));
+    EXPECT_EQ(kept.front(), "/home/ada/.ssh");
+    EXPECT_TRUE(isSynced);
+    EXPECT_FALSE(HomeFolders::isInCloudFolder(folded("sync.sh")));
+}
+
+TEST(SystemPlaces, AreAskedAsTheHeaderShows) {
+    const SystemPlaces places(std::vector{folded("/home/ada")});
+    const bool isSystem = places.isTouchedBy(folded("/usr/lib/os-release"));
+    EXPECT_TRUE(isSystem);
+    EXPECT_FALSE(places.isTouchedBy(folded("/home/ada/usr/lib")));
 }
 
 } // namespace
