@@ -9,9 +9,9 @@
 
 namespace tidyro {
 
-/// Databases that no name tells of ("History", "places.kdbx"): SQLite's, by how their files begin
-/// and by what lies beside them. Errors are those of reading; a file that cannot be read may be a
-/// database.
+/// Recognises SQLite databases whose names do not say so ("History", "places.kdbx"): by how their
+/// files begin, and by the journals beside them. An error means that the file could not be read;
+/// it may be a database then.
 struct DatabaseFile {
     /// Whether the regular file begins as a database does.
     [[nodiscard]] static std::expected<bool, SystemError>
@@ -23,9 +23,10 @@ struct DatabaseFile {
     [[nodiscard]] static std::expected<bool, SystemError>
     hasJournal(const platform::FolderDescriptor& folder, const char* name);
 
-    /// Whether a file of this length is worth opening where there are very many of them. A database
-    /// is made of pages whose lengths are powers of two from 512 on, so of ordinary files one in
-    /// hundreds is opened. One that a crash cut short within a page has its journal beside it.
+    /// Whether a file of this length may be a database. Opening every file of a large folder would
+    /// take too long, and this leaves one ordinary file in hundreds: a database is made of pages,
+    /// whose lengths are powers of two from 512 on. A database that a crash cut short within a page
+    /// has a journal beside it.
     [[nodiscard]] static constexpr bool hasDatabaseLength(std::uint64_t byteCount) {
         constexpr std::uint64_t smallestPage = 512;
         return byteCount > 0 && byteCount % smallestPage == 0;

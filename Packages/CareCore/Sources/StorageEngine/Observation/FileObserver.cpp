@@ -30,13 +30,13 @@ FileIdentity::observation(const FileURL& at, const FileURL& home,
 }
 
 FileObserver::FileObserver(const FileURL& home, const platform::Volumes& volumes)
-    : volumes_(volumes.mounted().value_or(std::vector<platform::Volume>{})), judge_(home) {}
+    : volumes_(volumes.mounted().value_or(std::vector<platform::Volume>{})), surroundings_(home) {}
 
-FileObservation FileObserver::made(const platform::FileMetadata& seen, const FileURL& url,
-                                   bool isReadable) {
+FileObservation FileObserver::assemble(const platform::FileMetadata& seen, const FileURL& url,
+                                       bool isReadable) {
     const bool isFolder = seen.kind == platform::ItemKind::folder;
     const FolderSurroundings around =
-        judge_.surroundings(isFolder ? url.path() : std::string(path::parent(url.path())));
+        surroundings_.surroundings(isFolder ? url.path() : std::string(path::parent(url.path())));
     const platform::Volume* volume = platform::volumeOf(seen, volumes_);
     FileObservation observation{
         .id = {.rawValue = url.text()},
@@ -61,13 +61,13 @@ FileObservation FileObserver::made(const platform::FileMetadata& seen, const Fil
 std::expected<FileObservation, SystemError> FileObserver::observation(const FileURL& at) {
     const auto seen = platform::fileMetadata(at.path());
     if (!seen) return std::unexpected(seen.error());
-    return made(*seen, at, platform::isReadable(at.path()));
+    return assemble(*seen, at, platform::isReadable(at.path()));
 }
 
 FileObservation FileObserver::observation(const platform::FolderDescriptor& folder,
                                           const FileURL& at, const platform::FileMetadata& seen) {
     const std::string name(at.lastComponent());
-    return made(seen, at, platform::isReadable(folder, name.c_str()));
+    return assemble(seen, at, platform::isReadable(folder, name.c_str()));
 }
 
 std::expected<FileObservation, SystemError>
@@ -75,10 +75,10 @@ FileObserver::observation(const platform::FolderDescriptor& folder, const FileUR
                           const char* name) {
     const auto seen = platform::fileMetadata(folder, name);
     if (!seen) return std::unexpected(seen.error());
-    return made(*seen,
-                seen->kind == platform::ItemKind::folder ? url.appendingFolder(name)
-                                                         : url.appending(name),
-                platform::isReadable(folder, name));
+    return assemble(*seen,
+                    seen->kind == platform::ItemKind::folder ? url.appendingFolder(name)
+                                                             : url.appending(name),
+                    platform::isReadable(folder, name));
 }
 
 } // namespace tidyro

@@ -14,7 +14,7 @@
 
 namespace tidyro {
 
-/// One fresh look at one item, for whoever is about to decide over it.
+/// One fresh look at one item, for whoever is about to decide whether it may go.
 struct FileIdentity {
     /// A link is not followed. The volumes are read and the folders above are asked anew each
     /// time; a scan uses a `FileObserver`.
@@ -24,42 +24,45 @@ struct FileIdentity {
     observation(const FileURL& at, const FileURL& home, const platform::Volumes& volumes);
 };
 
-/// The looks of one scan: what does not change from file to file (the mounted volumes, whether a
-/// folder belongs to a project repository or a backup) is found out once and remembered.
+/// Observes the items of one scan. What many of them share is found out once and remembered: the
+/// mounted volumes, and whether a folder belongs to a project repository or a backup.
 ///
 ///     FileObserver observer(home, platform::LiveVolumes());
-///     const auto seen = observer.observation(folder, folderURL, "entry");
+///     const auto seen = observer.observation(home.appending("notes.txt"));
+///     if (!seen) return seen.error().description();
+///     return std::to_string(seen->byteCount) + " bytes";
 ///
-/// An item on a volume that was not mounted when the observer was made has no volume identifier,
-/// and so has every item when the volumes cannot be read: no identifier is protection. Used by one
-/// thread.
+/// The volumes are read when the observer is made. An item on a volume that was mounted later has
+/// no volume identifier, nor has any item when the volumes could not be read; the policy protects
+/// items without one. Used by one thread.
 class FileObserver {
   public:
     FileObserver(const FileURL& home, const platform::Volumes& volumes);
 
     [[nodiscard]] std::expected<FileObservation, SystemError> observation(const FileURL& at);
 
-    /// The same from what the system said a moment ago of the item, which lies in an open folder.
+    /// The same without asking the system again: `seen` is what it said a moment ago of the item
+    /// at `at`, which lies in the open folder.
     [[nodiscard]] FileObservation observation(const platform::FolderDescriptor& folder,
                                               const FileURL& at,
                                               const platform::FileMetadata& seen);
 
-    /// A name in a folder that is open; `url` is the folder's place. However deep that is, the
-    /// look itself does not need its path.
+    /// The same for a name in an open folder, which lies at `url`. The item is reached through the
+    /// open folder, so its path may be longer than the system takes.
     [[nodiscard]] std::expected<FileObservation, SystemError>
     observation(const platform::FolderDescriptor& folder, const FileURL& url, const char* name);
 
-    /// What a folder's items belong to.
+    /// What the folder, and those above it, say of its items.
     [[nodiscard]] FolderSurroundings surroundings(const std::string& folder) {
-        return judge_.surroundings(folder);
+        return surroundings_.surroundings(folder);
     }
 
   private:
-    [[nodiscard]] FileObservation made(const platform::FileMetadata& seen, const FileURL& url,
-                                       bool isReadable);
+    [[nodiscard]] FileObservation assemble(const platform::FileMetadata& seen, const FileURL& url,
+                                           bool isReadable);
 
     std::vector<platform::Volume> volumes_;
-    FolderSurroundingsFinder judge_;
+    FolderSurroundingsFinder surroundings_;
 };
 
 } // namespace tidyro

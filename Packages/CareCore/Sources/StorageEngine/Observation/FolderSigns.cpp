@@ -35,7 +35,7 @@ struct NamedSign {
     std::string_view name;
     Sign sign;
 };
-constexpr std::array<NamedSign, 23> names{{
+constexpr std::array<NamedSign, 23> signNames{{
     {"config", Sign::config},
     {"data", Sign::data},
     {"keys", Sign::keys},
@@ -60,7 +60,7 @@ constexpr std::array<NamedSign, 23> names{{
     {"index", Sign::usedElsewhere}, // of the files that are checked out
     {"worktrees", Sign::usedElsewhere},
 }};
-constexpr std::array<NamedSign, 4> beginnings{{
+constexpr std::array<NamedSign, 4> signBeginnings{{
     {"duplicity-full", Sign::onlyOfBackups},
     {"duplicity-inc", Sign::onlyOfBackups},
     {"duplicity-new-signatures", Sign::onlyOfBackups},
@@ -70,32 +70,32 @@ constexpr std::array<NamedSign, 4> beginnings{{
 } // namespace
 
 void FolderSigns::add(std::string_view loweredName) {
-    for (const NamedSign& sign : names) {
+    for (const NamedSign& sign : signNames) {
         if (loweredName == sign.name) bits_ |= static_cast<std::uint32_t>(sign.sign);
     }
-    for (const NamedSign& sign : beginnings) {
+    for (const NamedSign& sign : signBeginnings) {
         if (loweredName.starts_with(sign.name)) bits_ |= static_cast<std::uint32_t>(sign.sign);
     }
 }
 
 bool FolderSigns::isBackup() const {
-    const bool isRestic = have(Sign::config, Sign::data, Sign::keys, Sign::snapshots);
-    const bool isTimeshift = have(Sign::infoJSON, Sign::localhost);
-    const bool isSnapper = have(Sign::infoXML, Sign::snapshot);
-    const bool isPhone = have(Sign::phoneManifest, Sign::phoneStatus);
-    return have(Sign::onlyOfBackups) || isRestic || isTimeshift || isSnapper || isPhone;
+    const bool isRestic = hasAll(Sign::config, Sign::data, Sign::keys, Sign::snapshots);
+    const bool isTimeshift = hasAll(Sign::infoJSON, Sign::localhost);
+    const bool isSnapper = hasAll(Sign::infoXML, Sign::snapshot);
+    const bool isPhone = hasAll(Sign::phoneManifest, Sign::phoneStatus);
+    return hasAll(Sign::onlyOfBackups) || isRestic || isTimeshift || isSnapper || isPhone;
 }
 
-bool FolderSigns::mayBeBorg() const { return have(Sign::config, Sign::data); }
+bool FolderSigns::mayBeBorg() const { return hasAll(Sign::config, Sign::data); }
 
 bool FolderSigns::isDatabase() const {
-    return have(Sign::onlyOfDatabases) || have(Sign::current, Sign::manifest);
+    return hasAll(Sign::onlyOfDatabases) || hasAll(Sign::current, Sign::manifest);
 }
 
-bool FolderSigns::isRepository() const { return have(Sign::head, Sign::objects, Sign::refs); }
+bool FolderSigns::isRepository() const { return hasAll(Sign::head, Sign::objects, Sign::refs); }
 
 bool FolderSigns::isRepositoryOfOtherFolder() const {
-    return isRepository() && have(Sign::usedElsewhere);
+    return isRepository() && hasAll(Sign::usedElsewhere);
 }
 
 bool isBorgRepository(const platform::FolderDescriptor& folder) {

@@ -7,7 +7,8 @@
 
 namespace tidyro {
 
-/// What a folder is the top of, told by the names of what lies in it.
+/// Recognises the top of a backup, of a database or of a git repository by the names in the folder.
+/// Add every name first, then ask.
 ///
 ///     FolderSigns signs;
 ///     for (const std::string& name : names) signs.add(lowercased(name));
@@ -19,18 +20,19 @@ class FolderSigns {
     /// A backup of Time Machine or of a phone, one made by restic or duplicity, or a snapshot of
     /// Timeshift or snapper.
     [[nodiscard]] bool isBackup() const;
-    /// Perhaps a borg repository, whose names are nothing special (`isBorgRepository`).
+    /// Perhaps a borg repository. Its names are nothing special, so `isBorgRepository` has to look
+    /// into the folder.
     [[nodiscard]] bool mayBeBorg() const;
-    /// A database that is a folder of files, none of which says so by its own name.
+    /// A database that is made of several files, whose own names do not say so.
     [[nodiscard]] bool isDatabase() const;
-    /// A git repository itself, without a project's files around it.
+    /// The store of a git repository, such as a ".git": its files are the history of a project.
     [[nodiscard]] bool isRepository() const;
-    /// One that keeps the history of files that lie elsewhere.
+    /// Such a store that has an index or worktrees: the project's own files lie elsewhere.
     [[nodiscard]] bool isRepositoryOfOtherFolder() const;
 
   private:
     template <class... Wanted>
-    [[nodiscard]] bool have(Wanted... wanted) const {
+    [[nodiscard]] bool hasAll(Wanted... wanted) const {
         return ((bits_ & static_cast<std::uint32_t>(wanted)) && ...);
     }
 

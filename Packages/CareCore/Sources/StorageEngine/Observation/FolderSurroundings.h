@@ -8,30 +8,32 @@
 
 namespace tidyro {
 
-/// What a folder's items belong to, by where the folder lies.
+/// What a folder and the folders above it say of the items in it.
 struct FolderSurroundings {
-    /// There is a ".git" in the folder or in one above it, below the home; for a folder that is
-    /// not in the home, in any above it. A ".git" of the home itself does not count: people keep
-    /// their settings in one, and everything they own would be a project.
+    /// There is a ".git" in the folder or in one above it. For a folder in the home only those
+    /// below the home count: people keep their settings in a ".git" of the home itself, and with
+    /// it everything they own would be a project.
     bool isInProjectRepository;
-    /// In a backup: of Time Machine, of a phone, made by restic, borg or duplicity, or a snapshot
-    /// of Timeshift or snapper. Told by names, and by the files that such a store is made of, at
-    /// the home, below it, and for a folder that is not in the home anywhere above it.
+    /// The folder or one above it is a backup of Time Machine or of a phone, one made by restic,
+    /// borg or duplicity, or a snapshot of Timeshift or snapper. Its path says so, or the files
+    /// that such a store is made of. For a folder in the home nobody looks above the home for
+    /// those files.
     bool isInBackup;
     /// The folder or one above it is a database that is made of files.
     bool isInDatabase;
-    /// The folder or one above it, below the home, is a git repository itself: what lies in it is
-    /// the history of a project and not its files.
+    /// The folder or one above it is the store of a git repository, which holds the history of a
+    /// project and not its files. The home itself does not count.
     bool isInHistory;
 
     bool operator==(const FolderSurroundings&) const = default;
 };
 
-/// Finds out the surroundings of folders, and remembers them: a scan asks the disk once a folder.
-/// What it remembers is as old as it is, so who is about to touch something takes a new one.
+/// Finds out the surroundings of folders and remembers them, so that a scan asks the disk once for
+/// each folder. It does not notice later changes: whoever is about to touch something takes a new
+/// one.
 ///
-/// Both the path as it is written and the place where its links lead count. What cannot be read is
-/// taken for all of it. Used by one thread.
+/// The folders above both the written path and the real path count. A folder that cannot be read
+/// counts as repository, backup, database and history at once. Used by one thread.
 class FolderSurroundingsFinder {
   public:
     explicit FolderSurroundingsFinder(const FileURL& home);

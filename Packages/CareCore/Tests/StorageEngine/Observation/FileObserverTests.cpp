@@ -71,6 +71,19 @@ TEST(FileIdentity, ObservesAnItemAsItIs) {
     EXPECT_TRUE(FileIdentity::observation(url)->volumeIdentifier) << "the running system's own";
 }
 
+TEST(FileObserver, IsUsedAsItsHeaderShows) {
+    const auto size = [](const FileURL& home) -> std::string {
+        FileObserver observer(home, platform::LiveVolumes());
+        const auto seen = observer.observation(home.appending("notes.txt"));
+        if (!seen) return seen.error().description();
+        return std::to_string(seen->byteCount) + " bytes";
+    };
+    const TemporaryFolder home;
+    home.file("notes.txt", "12345");
+    EXPECT_EQ(size(FileURL::folder(home.path())), "5 bytes");
+    EXPECT_EQ(size(FileURL::folder(home / "no")), SystemError{ENOENT}.description());
+}
+
 /// A home with one of each, and what is to be found of the file in it: 'r' in a repository, 'b' in
 /// a backup.
 struct Case {
