@@ -8,8 +8,8 @@
 
 namespace tidyro {
 
-/// What Cleanup sorts the items of a disk into. The order is fixed: an item belongs to the first
-/// group that takes it, and results are listed in it.
+/// The groups into which Cleanup sorts the items of a disk. Their order is fixed: an item belongs
+/// to the first group that takes it, and results are listed in this order.
 enum class DiskGroup : std::uint8_t {
     trash,
     projectFolders,

@@ -15,9 +15,8 @@ namespace tidyro {
 
 namespace {
 
-constexpr double day = 86'400;
-constexpr double oldDownloadAge = 90 * day;
-constexpr double unusedAge = 365 * day;
+constexpr double oldDownloadAge = 90 * 86'400.0; // seconds
+constexpr double unusedAge = 365 * 86'400.0;
 constexpr std::uint64_t largeFileBytes = 1'000'000'000;
 
 /// Packages that install something, beside the disk images.
@@ -41,46 +40,50 @@ class Placing {
         findDownloads();
     }
 
-    template <class Place>
-    void run(Place place) const {
-        struct Waiting {
-            NodeNumber folder;
-            bool inDownloads;
-        };
-        std::vector<Waiting> folders;
-        const auto visit = [&](NodeNumber node, bool inDownloads, bool isExpected) {
-            const DiskTree::Flags flags = tree_.flags(node);
+    /// Calls `found` with each item and its group.
+    template <class Found>
+    void run(Found found) const {
+        std::vector<Visit> folders;
+        const auto place = [&](const Visit& visit) {
+            const DiskTree::Flags flags = tree_.flags(visit.node);
             if (flags.contains(DiskTree::Flags::movedAway)) return;
-            if (const auto group = groupOf(node, flags, inDownloads, isExpected)) {
-                place(*group, node);
-            } else if (tree_.children(node).begin() != tree_.children(node).end()) {
-                folders.push_back({node, inDownloads || node == downloads_});
+            if (const auto group = groupOf(visit, flags)) {
+                found(*group, visit.node);
+            } else if (tree_.children(visit.node).begin() != tree_.children(visit.node).end()) {
+                folders.push_back(visit);
             }
         };
-        visit(DiskTree::root, rootIsInDownloads_, true);
+        place({.node = DiskTree::root, .isInDownloads = isRootInDownloads_, .mayBeExpected = true});
         while (!folders.empty()) {
-            const auto [folder, inDownloads] = folders.back();
+            const Visit folder = folders.back();
             folders.pop_back();
-            const bool isExpected = expectingFolders_.contains(folder);
-            for (const NodeNumber child : tree_.children(folder)) {
-                visit(child, inDownloads, isExpected);
+            const bool isInDownloads = folder.isInDownloads || folder.node == downloads_;
+            const bool mayBeExpected = expectingFolders_.contains(folder.node);
+            for (const NodeNumber child : tree_.children(folder.node)) {
+                place({child, isInDownloads, mayBeExpected});
             }
         }
     }
 
   private:
-    /// `isExpected`: its folder holds items of known places, so it is worth a look-up.
-    [[nodiscard]] std::optional<DiskGroup> groupOf(NodeNumber node, DiskTree::Flags flags,
-                                                   bool inDownloads, bool isExpected) const {
+    struct Visit {
+        NodeNumber node;
+        bool isInDownloads;
+        bool mayBeExpected; ///< its folder holds items of known places, so look it up
+    };
+
+    [[nodiscard]] std::optional<DiskGroup> groupOf(const Visit& visit,
+                                                   DiskTree::Flags flags) const {
+        const NodeNumber node = visit.node;
         const bool isFolder = flags.contains(DiskTree::Flags::directory);
-        const auto known = isExpected ? expected_.find(node) : expected_.end();
+        const auto known = visit.mayBeExpected ? expected_.find(node) : expected_.end();
         if (known != expected_.end() && known->second == DiskGroup::trash) return DiskGroup::trash;
         if (isFolder && ProjectFolderJudge::mayBeGenerated(tree_.nameBytes(node)) &&
             judge_.isGenerated(tree_, node)) {
             return DiskGroup::projectFolders;
         }
         if (known != expected_.end()) return known->second;
-        if (inDownloads && isInstaller(node, flags)) return DiskGroup::installers;
+        if (visit.isInDownloads && isInstaller(node, flags)) return DiskGroup::installers;
         if (!isFolder && isLargeAndUnused(node, flags)) return DiskGroup::largeFiles;
         return std::nullopt;
     }
@@ -130,7 +133,7 @@ class Placing {
     void findDownloads() {
         const std::string path = options_.home.appendingFolder("Downloads").path();
         downloads_ = tree_.index(path).value_or(-1);
-        rootIsInDownloads_ = downloads_ < 0 && path::isInsideOrEqual(tree_.rootURL().path(), path);
+        isRootInDownloads_ = downloads_ < 0 && path::isInsideOrEqual(tree_.rootURL().path(), path);
         const std::uint32_t oldSince = secondsBefore(options_.now, oldDownloadAge);
         PlacePatterns(tree_, options_.home.path())
             .forEachItem("Downloads", KnownPlace::Unit::eachChild, [&](NodeNumber child) {
@@ -166,7 +169,7 @@ class Placing {
     std::unordered_map<NodeNumber, DiskGroup> expected_;
     std::unordered_set<NodeNumber> expectingFolders_;
     NodeNumber downloads_ = -1;
-    bool rootIsInDownloads_ = false;
+    bool isRootInDownloads_ = false;
 };
 
 } // namespace

@@ -14,15 +14,18 @@
 
 namespace tidyro {
 
-/// The items of a tree that Cleanup knows something about, sorted into its groups.
+/// Sorts the items of a tree into the groups of Cleanup.
 ///
 ///     const auto options = DiskSorting::Options::current();
 ///     const DiskSorting sorting(tree, ProjectFolderJudge::live(), options);
-///     sorting.items(DiskGroup::trash).size();
-///     sorting.bytes(DiskGroup::trash);
+///     for (const DiskGroup group : allCases<DiskGroup>()) {
+///         report += std::string(title(group)) + ": " + RoomText::bytes(sorting.bytes(group)) +
+///         "\n";
+///     }
 ///
-/// Going down from the root, an item is placed in the first group that takes it and counted once;
-/// nothing inside a placed item is placed again, and nothing that was moved away is placed at all.
+/// The sorting goes down from the root and places an item in the first group that takes it. Nothing
+/// inside a placed item is placed again, so each byte counts once, and nothing that was moved away
+/// is placed at all. The result holds node numbers of the tree and does not keep the tree.
 class DiskSorting {
   public:
     struct Options {

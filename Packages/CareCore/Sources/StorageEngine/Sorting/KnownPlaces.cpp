@@ -34,7 +34,7 @@ constexpr std::array<std::string_view, 1> compilationCache{"CompilationCache.noi
 /// The list of the simulators; without it all of them are lost.
 constexpr std::array<std::string_view, 1> deviceSet{"device_set.plist"};
 
-constexpr std::array<KnownPlace, 34> places{{
+constexpr std::array<KnownPlace, 34> knownPlaces{{
     {"caches", "Library/Caches", eachChild, applicationCaches, tenMinutes, systemCaches},
     {"sandboxed-caches", "Library/Containers/*/Data/Library/Caches", eachChild, sandboxedCaches,
      tenMinutes, systemCaches},
@@ -84,9 +84,10 @@ constexpr auto componentCount(std::string_view pattern) {
 
 constexpr auto starCount(std::string_view pattern) { return std::ranges::count(pattern, '*'); }
 
-std::array<const KnownPlace*, places.size()> sortedBySpecificity() {
-    std::array<const KnownPlace*, places.size()> sorted{};
-    std::ranges::transform(places, sorted.begin(), [](const KnownPlace& place) { return &place; });
+std::array<const KnownPlace*, knownPlaces.size()> sortedBySpecificity() {
+    std::array<const KnownPlace*, knownPlaces.size()> sorted{};
+    std::ranges::transform(knownPlaces, sorted.begin(),
+                           [](const KnownPlace& place) { return &place; });
     std::ranges::sort(sorted, [](const KnownPlace* a, const KnownPlace* b) {
         const auto more = componentCount(a->pattern) - componentCount(b->pattern);
         if (more != 0) return more > 0;
@@ -96,12 +97,12 @@ std::array<const KnownPlace*, places.size()> sortedBySpecificity() {
     return sorted;
 }
 
-/// Whether the place takes a path given as its components below the home.
-bool takes(const KnownPlace& place, std::span<const std::string_view> path) {
+/// Whether a path, given as its components below the home, is an item of the place or lies in one.
+bool isInPlace(const KnownPlace& place, std::span<const std::string_view> path) {
     const auto pattern = path::components(place.pattern);
     if (path.size() < pattern.size()) return false;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
-        if (!patternTakes(pattern[i], path[i])) return false;
+        if (!isPatternMatch(pattern[i], path[i])) return false;
     }
     if (place.unit == wholePlace) return true;
     return path.size() > pattern.size() && !isExcludedChild(place, path[pattern.size()]);
@@ -114,7 +115,7 @@ bool isExcludedChild(const KnownPlace& place, std::string_view name) {
            std::ranges::find(finderFiles, name) != finderFiles.end();
 }
 
-std::span<const KnownPlace> KnownPlaces::all() { return places; }
+std::span<const KnownPlace> KnownPlaces::all() { return knownPlaces; }
 
 std::span<const KnownPlace* const> KnownPlaces::mostSpecificFirst() {
     static const auto sorted = sortedBySpecificity();
@@ -122,8 +123,8 @@ std::span<const KnownPlace* const> KnownPlaces::mostSpecificFirst() {
 }
 
 const KnownPlace* KnownPlaces::place(std::string_view id) {
-    const auto found = std::ranges::find(places, id, &KnownPlace::id);
-    return found == places.end() ? nullptr : &*found;
+    const auto found = std::ranges::find(knownPlaces, id, &KnownPlace::id);
+    return found == knownPlaces.end() ? nullptr : &*found;
 }
 
 const KnownPlace* KnownPlaces::place(std::string_view path, const FileURL& home) {
@@ -131,7 +132,7 @@ const KnownPlace* KnownPlaces::place(std::string_view path, const FileURL& home)
     if (!path::isInsideOrEqual(wanted, home.path())) return nullptr;
     const auto components = path::components(path::below(wanted, home.path()));
     for (const KnownPlace* place : mostSpecificFirst()) {
-        if (takes(*place, components)) return place;
+        if (isInPlace(*place, components)) return place;
     }
     return nullptr;
 }

@@ -10,8 +10,8 @@
 
 namespace tidyro {
 
-/// A place under the home whose contents are recognised: a cache, a log folder, a store that its
-/// owner fills again.
+/// A folder below the home whose contents are recognised: a cache, a log folder, or a store that
+/// its owner fills again.
 struct KnownPlace {
     /// Whether the place is one item, or each of its children is one.
     enum class Unit { wholePlace, eachChild };
@@ -25,13 +25,14 @@ struct KnownPlace {
     std::span<const std::string_view> excludedChildren = {};
 };
 
-/// The known places.
+/// The table of known places. Names are compared as they are written.
 ///
-///     KnownPlaces::place("/home/ada/.cache/pip/http/5/2", home)->id   // "pip-cache-dot"
+///     const KnownPlace* place = KnownPlaces::place("/home/ada/.cache/pip/http/5/2", home);
+///     if (place != nullptr) return place->id; // "pip-cache-dot"
 ///
-/// Names are compared as they are written.
+/// The table is constant: any thread may read it, and pointers into it stay valid.
 struct KnownPlaces {
-    /// All 34, in the order in which they are listed to people.
+    /// All of them, in the order in which they are listed to people.
     [[nodiscard]] static std::span<const KnownPlace> all();
     /// The same, the most specific pattern first: more components before fewer, a written name
     /// before a "*". Among equals the order of `all`.
@@ -39,13 +40,13 @@ struct KnownPlaces {
 
     [[nodiscard]] static const KnownPlace* place(std::string_view id);
 
-    /// The most specific place that the path is or lies in; none where there is none. For places
-    /// of `eachChild` the place itself and its excluded children belong to none.
+    /// The most specific place that the path is or lies in, null where there is none. A place of
+    /// `eachChild` has neither its own folder nor its excluded children.
     [[nodiscard]] static const KnownPlace* place(std::string_view path, const FileURL& home);
 };
 
-/// Whether one component of a pattern takes a name.
-[[nodiscard]] constexpr bool patternTakes(std::string_view component, std::string_view name) {
+/// Whether one component of a pattern stands for a name.
+[[nodiscard]] constexpr bool isPatternMatch(std::string_view component, std::string_view name) {
     return component == "*" || component == name;
 }
 

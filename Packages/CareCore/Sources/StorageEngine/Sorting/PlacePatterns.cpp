@@ -22,7 +22,7 @@ void PlacePatterns::forEachItem(std::string_view pattern, KnownPlace::Unit unit,
     // A root inside the base has part of the way behind it.
     std::size_t behind = 0;
     while (behind < inside_->size() && behind < components.size()) {
-        if (!patternTakes(components[behind], (*inside_)[behind])) return;
+        if (!isPatternMatch(components[behind], (*inside_)[behind])) return;
         ++behind;
     }
     if (behind == inside_->size()) {
@@ -40,7 +40,7 @@ void PlacePatterns::descend(NodeNumber from, std::span<const std::string_view> p
         std::vector<NodeNumber> next;
         for (const NodeNumber folder : here) {
             for (const NodeNumber child : tree_.children(folder)) {
-                if (tree_.isDirectory(child) && patternTakes(component, tree_.nameBytes(child))) {
+                if (tree_.isDirectory(child) && isPatternMatch(component, tree_.nameBytes(child))) {
                     next.push_back(child);
                 }
             }

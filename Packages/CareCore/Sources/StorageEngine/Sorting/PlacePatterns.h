@@ -10,14 +10,15 @@
 
 namespace tidyro {
 
-/// Where patterns of places below one folder (the home, the top of a volume) meet a tree, whether
-/// the tree holds that folder, is it, or lies somewhere inside it.
+/// Finds in a tree the items of places. A place is a pattern below a base folder, which is the home
+/// or the top of a volume. The tree may hold the base, begin at it, or begin somewhere inside it.
+/// Keeps a reference to the tree.
 class PlacePatterns {
   public:
     PlacePatterns(const DiskTree& tree, std::string_view base);
 
-    /// Calls `found` with each folder of the tree at the pattern (whole place) or with each child
-    /// of such folders (each child). A root that is itself such a place or child counts.
+    /// Calls `found` with each folder of the tree that the pattern stands for or, with `eachChild`,
+    /// with each child of these folders. The root of the tree may be such a folder or child.
     void forEachItem(std::string_view pattern, KnownPlace::Unit unit,
                      const std::function<void(NodeNumber)>& found) const;
 

@@ -16,27 +16,28 @@ namespace {
 /// for any name with the ending.
 using ProjectFiles = std::string_view;
 
-constexpr ProjectFiles node = "package.json";
-constexpr ProjectFiles python =
+constexpr ProjectFiles nodeFiles = "package.json";
+constexpr ProjectFiles pythonFiles =
     "pyproject.toml setup.py setup.cfg requirements.txt Pipfile tox.ini";
-constexpr ProjectFiles gradle = "build.gradle build.gradle.kts settings.gradle settings.gradle.kts";
+constexpr ProjectFiles gradleFiles =
+    "build.gradle build.gradle.kts settings.gradle settings.gradle.kts";
 
-using Table = LowercaseTable<ProjectFiles, 34>;
+using GeneratedFolders = LowercaseTable<ProjectFiles, 34>;
 
-constexpr std::array<Table::Row, 34> rows{{
-    {"node_modules", node},
-    {".next", node},
-    {".nuxt", node},
-    {".turbo", node},
-    {".parcel-cache", node},
-    {".svelte-kit", node},
-    {".angular", node},
+constexpr std::array<GeneratedFolders::Row, 34> generatedFolderRows{{
+    {"node_modules", nodeFiles},
+    {".next", nodeFiles},
+    {".nuxt", nodeFiles},
+    {".turbo", nodeFiles},
+    {".parcel-cache", nodeFiles},
+    {".svelte-kit", nodeFiles},
+    {".angular", nodeFiles},
     {"target", "Cargo.toml pom.xml build.sbt"},
     {"build", "build.gradle build.gradle.kts settings.gradle settings.gradle.kts CMakeLists.txt "
               "package.json pyproject.toml setup.py meson.build pubspec.yaml"},
     {"cmake-build-debug", "CMakeLists.txt"},
     {"cmake-build-release", "CMakeLists.txt"},
-    {".gradle", gradle},
+    {".gradle", gradleFiles},
     {".build", "Package.swift"},
     {"pods", "Podfile"},
     {"deriveddata", "*.xcodeproj *.xcworkspace Package.swift"},
@@ -44,14 +45,14 @@ constexpr std::array<Table::Row, 34> rows{{
     {".zig-cache", "build.zig"},
     {"zig-cache", "build.zig"},
     {"zig-out", "build.zig"},
-    {".venv", python},
-    {"venv", python},
-    {".tox", python},
+    {".venv", pythonFiles},
+    {"venv", pythonFiles},
+    {".tox", pythonFiles},
     {".nox", "noxfile.py"},
-    {".mypy_cache", python},
-    {".pytest_cache", python},
-    {".ruff_cache", python},
-    {"__pycache__", python},
+    {".mypy_cache", pythonFiles},
+    {".pytest_cache", pythonFiles},
+    {".ruff_cache", pythonFiles},
+    {"__pycache__", pythonFiles},
     {"obj", "*.csproj *.fsproj *.vbproj"},
     {"_build", "mix.exs dune-project rebar.config"},
     {".stack-work", "stack.yaml"},
@@ -61,35 +62,35 @@ constexpr std::array<Table::Row, 34> rows{{
     {"bazel-out", "MODULE.bazel WORKSPACE WORKSPACE.bazel"},
 }};
 
-constexpr Table generatedFolders(rows);
+constexpr GeneratedFolders generatedFolders(generatedFolderRows);
 
-bool fileTakes(std::string_view file, std::string_view name) {
+bool isProjectFile(std::string_view file, std::string_view name) {
     if (!file.starts_with('*')) return name == file;
     file.remove_prefix(1);
     return name.size() > file.size() && name.ends_with(file);
 }
 
-bool confirmedBy(ProjectFiles files, std::string_view name) {
+bool isAnyProjectFile(ProjectFiles files, std::string_view name) {
     while (!files.empty()) {
-        if (fileTakes(takeWord(files), name)) return true;
+        if (isProjectFile(takeWord(files), name)) return true;
     }
     return false;
 }
 
-/// The project file beside a folder of the tree that is not its root.
-bool treeHolds(const DiskTree& tree, NodeNumber folder, ProjectFiles files) {
+/// Whether the tree holds a project file beside a folder, which is not its root.
+bool hasProjectFileInTree(const DiskTree& tree, NodeNumber folder, ProjectFiles files) {
     for (const NodeNumber beside : tree.children(tree.parent(folder))) {
-        if (beside != folder && confirmedBy(files, tree.nameBytes(beside))) return true;
+        if (beside != folder && isAnyProjectFile(files, tree.nameBytes(beside))) return true;
     }
     return false;
 }
 
-/// The same on the disk. What confirms may be a folder too ("App.xcodeproj").
-bool diskHolds(const std::string& folder, ProjectFiles files) {
+/// The same on the disk. A project file may be a folder too ("App.xcodeproj").
+bool hasProjectFileOnDisk(const std::string& folder, ProjectFiles files) {
     std::error_code failed;
     std::filesystem::directory_iterator entries(std::string(path::parent(folder)), failed);
     while (!failed && entries != std::filesystem::directory_iterator()) {
-        if (confirmedBy(files, entries->path().filename().string())) return true;
+        if (isAnyProjectFile(files, entries->path().filename().string())) return true;
         entries.increment(failed);
     }
     return false;
@@ -100,8 +101,8 @@ class LiveJudge final : public ProjectFolderJudge {
     [[nodiscard]] bool isGenerated(const DiskTree& tree, NodeNumber folder) const override {
         const auto files = generatedFolders.find(tree.nameBytes(folder));
         if (!files) return false;
-        if (folder != DiskTree::root && !treeHolds(tree, folder, *files)) return false;
-        return diskHolds(tree.path(folder), *files);
+        if (folder != DiskTree::root && !hasProjectFileInTree(tree, folder, *files)) return false;
+        return hasProjectFileOnDisk(tree.path(folder), *files);
     }
 };
 

@@ -15,15 +15,16 @@ class ProjectFolderJudge {
     ProjectFolderJudge& operator=(const ProjectFolderJudge&) = delete;
     virtual ~ProjectFolderJudge() = default;
 
-    /// Whether the tree's folder is generated. Asked only for `mayBeGenerated` names.
+    /// Whether the tree's folder is generated. Ask only for names that `mayBeGenerated`.
     [[nodiscard]] virtual bool isGenerated(const DiskTree& tree, NodeNumber folder) const = 0;
 
     /// Whether some tool generates folders of this name; compared without case. Quick.
     [[nodiscard]] static bool mayBeGenerated(std::string_view name);
 
-    /// The judge that wants the project file beside the folder, in the tree and still on the disk.
-    /// The tree goes first: a system holds thousands of "__pycache__" with no project around them,
-    /// and looking for each of their files on the disk takes longer than all the rest of a sorting.
+    /// The judge that looks for the project file beside the folder, in the tree and then on the
+    /// disk, where it must still be. The tree comes first because a system holds thousands of
+    /// "__pycache__" with no project around them: looking for each of their files on the disk would
+    /// take longer than all the rest of a sorting.
     [[nodiscard]] static const ProjectFolderJudge& live();
 };
 

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
+#include "Base/RoomText.h"
 
 namespace tidyro {
 namespace {
@@ -191,6 +192,18 @@ TEST(DiskSorting, PlacesNothingThatWasMovedAway) {
     EXPECT_EQ(sorted(tree.removing({expanded("~/Documents"), expanded("~/Library/Caches/pip/1")}),
                      diskJudge),
               expected);
+}
+
+TEST(DiskSorting, ReportsAsTheHeaderShows) {
+    const std::string trash = platform::trashPlaces().home.path();
+    const DiskTree tree = DiskTree::example(FileURL(), {{trash + "/thrown away", 5}});
+    std::string report;
+    const auto options = DiskSorting::Options::current();
+    const DiskSorting sorting(tree, ProjectFolderJudge::live(), options);
+    for (const DiskGroup group : allCases<DiskGroup>()) {
+        report += std::string(title(group)) + ": " + RoomText::bytes(sorting.bytes(group)) + "\n";
+    }
+    EXPECT_TRUE(report.starts_with("Trash: 5 bytes\nGenerated project folders: Zero KB\n"));
 }
 
 TEST(DiskSorting, CountsAgesAndSizesToTheSecondAndTheByte) {
