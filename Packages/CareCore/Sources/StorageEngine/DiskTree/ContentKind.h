@@ -7,8 +7,8 @@
 
 namespace tidyro {
 
-/// What kind of data an item of the disk holds, told from its extension or from the folders around
-/// it. The raw values are stored and do not change.
+/// What kind of data an item of the disk holds. Its extension says so, or a folder that it lies in.
+/// The raw values are stored and do not change.
 enum class ContentKind : std::uint8_t {
     other = 0,
     application = 1,
@@ -37,14 +37,14 @@ constexpr std::size_t contentKindCount = 11;
 /// The kind of a file from the extension of its name.
 [[nodiscard]] ContentKind contentKindForFile(std::string_view name);
 
-/// What a folder imposes on everything inside it. A parent's context holds for its whole subtree,
-/// so it wins over the folder's own name. `isTopLevelSystem`: the folder is one of
-/// `isSystemTopLevelFolder` at the top of the startup disk.
+/// The kind that a folder imposes on everything inside it, none when it imposes nothing. A parent's
+/// context holds for its whole subtree, so it wins over the folder's own name. `isTopLevelSystem`
+/// says that the folder lies at the top of the startup disk and is an `isSystemTopLevelFolder`.
 [[nodiscard]] std::optional<ContentKind>
 contentKindContext(std::string_view folderName, std::optional<ContentKind> parentContext,
                    bool isTopLevelSystem);
 
-/// The context that the folder at an absolute path and those above it impose.
+/// The kind that the folder at an absolute path imposes, with all folders above it considered.
 [[nodiscard]] std::optional<ContentKind> contentKindContextOfPath(std::string_view path);
 
 /// The names of the system's own folders at the top of the startup disk, compared as written.

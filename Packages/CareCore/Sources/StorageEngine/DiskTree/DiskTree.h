@@ -21,25 +21,26 @@ namespace tidyro {
 /// The result of reading one folder or volume: every file, folder, package and link below a root
 /// with its sizes, dates, kind and flags.
 ///
+///     std::string list;
 ///     for (const NodeNumber node : tree.largestFiles({.limit = 10, .onDisk = true})) {
-///         use(tree.path(node), tree.size(node, {.onDisk = true}));
+///         list += RoomText::bytes(tree.size(node, {.onDisk = true})) + " ";
+///         list += tree.path(node) + "\n";
 ///     }
 ///
 /// A disk holds millions of items, so the tree is a set of parallel columns and an item is a
-/// number: 53 bytes a node and its name. The root is node 0, the children of a node are
+/// number: `bytesPerNode` and its name. The root is node 0, and the children of a node are
 /// consecutive; beyond that the order of nodes means nothing.
 ///
-/// Sizes are bytes; `onDisk` asks for allocated sizes, otherwise for logical ones. A folder's are
-/// the totals of its subtree, in which folders themselves hold nothing, a link its own few bytes
-/// and a hard-linked file counts once. Immutable, so any number of threads may read it. A number
-/// that is no node of the tree is a programming fault and stops the program.
+/// Sizes are bytes, allocated ones with `onDisk` and logical ones without. The size of a folder is
+/// the total of its subtree: folders themselves count nothing, a link counts its own few bytes, and
+/// a file with several hard links counts once. A tree does not change, so any number of threads may
+/// read it. A number that is no node of the tree is a programming fault and stops the program.
 class DiskTree {
   public:
     using Flags = DiskTreeFlags;
     using Columns = DiskTreeColumns;
 
-    /// Takes columns that are whole: every per-node column as long as the others, subtree totals
-    /// made (see `totalSubtrees`).
+    /// Takes complete columns: those of nodes are equally long, and `totalSubtrees` has run.
     explicit DiskTree(Columns columns);
 
     static constexpr NodeNumber root = 0;
@@ -67,7 +68,7 @@ class DiskTree {
     [[nodiscard]] bool isDirectory(NodeNumber node) const {
         return flags(node).contains(Flags::directory);
     }
-    /// Nodes of the subtree that are no folders, and those that are; the node itself not counted.
+    /// How many nodes below this one are no folders, and how many are.
     [[nodiscard]] std::uint32_t fileCount(NodeNumber node) const {
         return columns_.fileCount[at(node)];
     }
@@ -86,7 +87,7 @@ class DiskTree {
     [[nodiscard]] std::uint32_t lastUsedSeconds(NodeNumber node) const;
     [[nodiscard]] Timestamp lastUsedDate(NodeNumber node) const;
 
-    // Its surroundings -----------------------------------------------------------------------
+    // The nodes above and below it ------------------------------------------------------------
 
     /// Negative for the root.
     [[nodiscard]] NodeNumber parent(NodeNumber node) const { return columns_.parent[at(node)]; }
@@ -121,7 +122,7 @@ class DiskTree {
     };
     using Accept = std::function<bool(NodeNumber)>;
 
-    /// Nodes that are no folders, of which `where` (if there is one) is true.
+    /// Nodes that are no folders; with `where`, only those for which it is true.
     [[nodiscard]] std::vector<NodeNumber> largestFiles(const Ranking& ranking,
                                                        const Accept& where = nullptr) const;
     [[nodiscard]] std::vector<NodeNumber> largestFolders(const Ranking& ranking) const;
@@ -137,16 +138,16 @@ class DiskTree {
     /// Bytes of files by kind, indexed by the kind's raw value.
     [[nodiscard]] std::array<std::uint64_t, contentKindCount> bytesByKind(NodeNumber under,
                                                                           Measure measure) const;
-    /// What is missing from logical to allocated in the files that the file system compressed.
+    /// How many bytes fewer the files that the file system compressed take than they hold.
     [[nodiscard]] std::uint64_t compressionSavings(NodeNumber node) const;
-    /// What further clones would have allocated, had each blocks of its own (whole 4 KiB blocks).
+    /// What further clones would take, in whole blocks of 4 KiB, if each had blocks of its own.
     [[nodiscard]] std::uint64_t cloneSavings(NodeNumber node) const;
     [[nodiscard]] bool hasSharedStorage() const;
     [[nodiscard]] std::uint64_t sharedStorageBytes(NodeNumber node, Measure measure) const;
 
     // Other trees ------------------------------------------------------------------------------
 
-    /// A copy that shows the disk after the items at these paths went: they are flagged
+    /// A copy of the tree without the items at these paths: they stay as nodes, are flagged
     /// `movedAway` and leave every total above them. Paths that are not in the tree change
     /// nothing.
     [[nodiscard]] DiskTree removing(const std::set<std::string>& paths) const;
@@ -158,8 +159,8 @@ class DiskTree {
         Timestamp modified = Timestamp::since1970(0);
         std::optional<Timestamp> accessed = std::nullopt;
     };
-    /// A small tree made by hand, with the folders that the paths name. Of two files with one path
-    /// the later counts; a path that runs through a file is passed over.
+    /// A small tree made by hand, with the folders that the paths name. When two files have one
+    /// path the later counts. A path that runs through a file is passed over.
     [[nodiscard]] static DiskTree example(const FileURL& rootURL,
                                           const std::vector<ExampleFile>& files);
 

@@ -80,12 +80,12 @@ constexpr std::size_t bytesPerNode = 53;
 static_assert(5 * 4 + 2 + 2 * 8 + 2 * 4 + sizeof(ContentKind) + sizeof(DiskTreeFlags) + 4 ==
               bytesPerNode);
 
-/// Makes the folders' sizes and counts from what the files hold: one pass from the last node to
-/// the first. Every parent must stand before its children. Columns of counts are made anew.
+/// Adds up the sizes and counts of the folders from their contents, in one pass from the last node
+/// to the first. Every parent must stand before its children. The columns of counts are made anew.
 void totalSubtrees(DiskTreeColumns& columns);
 
-/// Takes out the given nodes (ascending, none with children, never the root) and closes the gaps,
-/// so that children stay consecutive. Before the totals are made.
+/// Takes out nodes and closes the gaps, so that children stay consecutive. The nodes are ascending,
+/// have no children, and the root is not among them. Call it before `totalSubtrees`.
 void removeNodes(DiskTreeColumns& columns, const std::vector<NodeNumber>& nodes);
 
 } // namespace tidyro

@@ -18,12 +18,13 @@ namespace tidyro {
 /// Reads a folder or a whole volume into a DiskTree: the only producer of trees from the disk.
 ///
 ///     const DiskTreeScanner scanner;
-///     const auto tree = scanner.scan(FileURL::folder("/home/ada"));
-///     if (!tree) show(DiskTreeScanner::description(tree.error()));
+///     const auto tree = scanner.scan(folder);
+///     if (!tree) return DiskTreeScanner::description(tree.error());
+///     return RoomText::counted(tree->fileCount(DiskTree::root), "file", "files");
 ///
-/// Several threads of its own read folders while the caller waits. Links are never followed, other
-/// volumes never entered, entries that vanish meanwhile are left out, and a folder that cannot be
-/// read is counted, not an error. Only a root that cannot be read fails.
+/// Several threads of its own read folders while the caller waits. Links are never followed and
+/// other volumes never entered. Entries that vanish meanwhile are left out. A folder that cannot be
+/// read is counted and is no error: only a root that cannot be read is one.
 class DiskTreeScanner {
   public:
     /// A root that is no folder.
@@ -54,16 +55,16 @@ class DiskTreeScanner {
     /// Called from the scan's threads, never from two at once.
     using ProgressHandler = std::function<void(const Progress&)>;
 
-    /// Absent `workers` are the machine's processors, at least 4 (reading waits for the
-    /// disk) and at most 12 (more only contend). Below 1 counts as 1.
-    /// A given count is kept to: nobody stands in.
+    /// Without a count there are as many workers as processors: at least 4, because reading waits
+    /// for the disk, and at most 12, because more only contend. A count below 1 means 1. With a
+    /// given count there are no stand-ins.
     explicit DiskTreeScanner(std::optional<std::int64_t> workers = std::nullopt,
                              double interval = 0.1);
 
     std::int64_t workerCount;
-    /// Further threads that join once workers are seen waiting for the disk. A disk that is asked
-    /// for many things at once answers more of them in the same time, and folders that are in
-    /// memory already are read fastest without them.
+    /// How many further threads join when workers wait for the disk. A disk that is asked for many
+    /// things at once answers more of them in the same time. Folders that are in memory already
+    /// are read fastest without stand-ins.
     std::int64_t standInCount;
     double progressInterval;                  ///< seconds between reports
     std::set<std::string> skipping;           ///< neither these nor what is in them enters the tree
@@ -78,9 +79,9 @@ class DiskTreeScanner {
         std::set<std::string> skipping;
         std::set<std::string> skippingContentsOf;
     };
-    /// The folders under a home that the system guards by asking the person for each application
-    /// that reads them: synchronised files are left out, other applications' containers are named
-    /// but not read.
+    /// The folders of a home that the system guards: it asks the person about each application
+    /// that reads them. Folders of synchronised files are to be skipped, and those of other
+    /// applications' containers to be named without their contents.
     [[nodiscard]] static GuardedFolders privacyGuardedFolders(const FileURL& home);
 };
 

@@ -16,6 +16,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Base/RoomText.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {
@@ -124,6 +125,19 @@ TEST(DiskTreeScanner, AgreesWithAPlainCountWhateverTheNumberOfWorkers) {
         EXPECT_NE(has(tree, first, Flags::extraHardLink), has(tree, second, Flags::extraHardLink));
         EXPECT_EQ(tree.deniedCount(), 0);
     }
+}
+
+TEST(DiskTreeScanner, IsUsedAsItsHeaderShows) {
+    const auto count = [](const FileURL& folder) -> std::string {
+        const DiskTreeScanner scanner;
+        const auto tree = scanner.scan(folder);
+        if (!tree) return DiskTreeScanner::description(tree.error());
+        return RoomText::counted(tree->fileCount(DiskTree::root), "file", "files");
+    };
+    const TemporaryFolder place;
+    place.file("one", "x");
+    EXPECT_EQ(count(FileURL::folder(place.path())), "1 file");
+    EXPECT_EQ(count(FileURL::file(place / "one")), place / "one" + " is not a folder.");
 }
 
 TEST(DiskTreeScanner, TellsEntriesApart) {

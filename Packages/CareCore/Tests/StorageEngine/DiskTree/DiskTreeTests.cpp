@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
+#include "Base/RoomText.h"
 
 namespace tidyro {
 namespace {
@@ -247,6 +248,17 @@ TEST(DiskTree, CountsWhatSharingAndCompressionSave) {
     EXPECT_EQ(tree.cloneSavings(DiskTree::root), 8'192U + 4'096U);
     EXPECT_EQ(tree.sharedStorageBytes(DiskTree::root, {.onDisk = false}), 5'003U);
     EXPECT_EQ(tree.sharedStorageBytes(nodeAt(tree, "/r/2 first"), {.onDisk = true}), 3U);
+}
+
+TEST(DiskTree, ListsItsLargestFilesAsTheHeaderShows) {
+    const DiskTree tree = DiskTree::example(
+        FileURL::folder("/home/ada"), {{"a", 1}, {"film.mov", 3'000'000, 2'000'000}, {"d/b", 500}});
+    std::string list;
+    for (const NodeNumber node : tree.largestFiles({.limit = 10, .onDisk = true})) {
+        list += RoomText::bytes(tree.size(node, {.onDisk = true})) + " ";
+        list += tree.path(node) + "\n";
+    }
+    EXPECT_EQ(list, "2 MB /home/ada/film.mov\n500 bytes /home/ada/d/b\n1 byte /home/ada/a\n");
 }
 
 TEST(DiskTree, GoesDeepWithoutRecursion) {
