@@ -68,10 +68,11 @@ class DiskTree {
     [[nodiscard]] bool isDirectory(NodeNumber node) const {
         return flags(node).contains(Flags::directory);
     }
-    /// How many nodes below this one are no folders, and how many are.
+    /// How many nodes below this one are no folders.
     [[nodiscard]] std::uint32_t fileCount(NodeNumber node) const {
         return columns_.fileCount[at(node)];
     }
+    /// How many nodes below this one are folders.
     [[nodiscard]] std::uint32_t folderCount(NodeNumber node) const {
         return columns_.folderCount[at(node)];
     }
@@ -138,7 +139,7 @@ class DiskTree {
     /// Bytes of files by kind, indexed by the kind's raw value.
     [[nodiscard]] std::array<std::uint64_t, contentKindCount> bytesByKind(NodeNumber under,
                                                                           Measure measure) const;
-    /// How many bytes fewer the files that the file system compressed take than they hold.
+    /// The bytes that the file system saves by compressing files: logical minus allocated ones.
     [[nodiscard]] std::uint64_t compressionSavings(NodeNumber node) const;
     /// What further clones would take, in whole blocks of 4 KiB, if each had blocks of its own.
     [[nodiscard]] std::uint64_t cloneSavings(NodeNumber node) const;

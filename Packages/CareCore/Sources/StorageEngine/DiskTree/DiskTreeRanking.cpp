@@ -57,8 +57,8 @@ constexpr std::uint64_t wholeBlocks(std::uint64_t bytes) {
 
 } // namespace
 
-/// Visits the nodes below `node`, never itself, that were not moved away, be it with a folder
-/// above.
+/// Visits the nodes below `node` that were moved away neither by themselves nor with a folder above
+/// them. Does not visit the node itself.
 template <class Body>
 void DiskTree::forEachPresent(NodeNumber node, Body body) const {
     if (isGone(node)) return;

@@ -23,8 +23,8 @@ constexpr FolderSurroundings inDoubt{
 /// Scans of very many folders must not remember them all.
 constexpr std::size_t maxRememberedFolders = 100'000;
 
-/// What a folder is by what lies in it, nothing above it considered.
-FolderSurroundings byFiles(const std::string& folder) {
+/// What the names in a folder say of it. Neither a ".git" in it nor the folders above it count.
+FolderSurroundings readSigns(const std::string& folder) {
     FolderSigns signs;
     std::error_code failed;
     for (std::filesystem::directory_iterator at(folder, failed), end; !failed && at != end;
@@ -48,7 +48,7 @@ bool hasRepository(const std::string& folder) {
     return seen || seen.error().code != ENOENT;
 }
 
-FolderSurroundings either(FolderSurroundings a, FolderSurroundings b) {
+FolderSurroundings united(FolderSurroundings a, FolderSurroundings b) {
     return {.isInProjectRepository = a.isInProjectRepository || b.isInProjectRepository,
             .isInBackup = a.isInBackup || b.isInBackup,
             .isInDatabase = a.isInDatabase || b.isInDatabase,
@@ -80,8 +80,8 @@ bool isBackupByName(std::string_view path) {
 FolderSurroundingsFinder::FolderSurroundingsFinder(const FileURL& home)
     : home_(home.path()), realHome_(platform::realPath(home_).value_or(home_)) {}
 
-/// Goes up to the nearest folder that is known, and down again.
-FolderSurroundings FolderSurroundingsFinder::byDisk(std::string_view folder) {
+/// Goes up to the nearest folder that is known, and reads the others on the way down again.
+FolderSurroundings FolderSurroundingsFinder::readUpwards(std::string_view folder) {
     const bool isInHome =
         path::isInsideOrEqual(folder, home_) || path::isInsideOrEqual(folder, realHome_);
     const auto isHome = [&](std::string_view at) { return at == home_ || at == realHome_; };
@@ -97,10 +97,10 @@ FolderSurroundings FolderSurroundingsFinder::byDisk(std::string_view folder) {
         if (at == "/" || (isInHome && isHome(at))) break;
     }
     for (auto at = unknown.rbegin(); at != unknown.rend(); ++at) {
-        FolderSurroundings own = byFiles(*at);
+        FolderSurroundings own = readSigns(*at);
         own.isInProjectRepository = !isHome(*at) && hasRepository(*at);
         own.isInHistory = own.isInHistory && !isHome(*at);
-        found = either(found, own);
+        found = united(found, own);
         read_.emplace(*at, found);
     }
     return found;
@@ -114,8 +114,8 @@ FolderSurroundings FolderSurroundingsFinder::surroundings(const std::string& fol
     }
     FolderSurroundings found = inDoubt;
     if (const auto real = platform::realPath(folder)) {
-        found = byDisk(folder);
-        if (*real != folder) found = either(found, byDisk(*real));
+        found = readUpwards(folder);
+        if (*real != folder) found = united(found, readUpwards(*real));
         found.isInBackup = found.isInBackup || isBackupByName(folder) || isBackupByName(*real);
     }
     answers_.emplace(folder, found);

@@ -42,12 +42,13 @@ class FolderSurroundingsFinder {
     [[nodiscard]] FolderSurroundings surroundings(const std::string& folder);
 
   private:
-    [[nodiscard]] FolderSurroundings byDisk(std::string_view folder);
+    /// The surroundings by what is on the disk, for one path and not for where its links lead.
+    [[nodiscard]] FolderSurroundings readUpwards(std::string_view folder);
 
     std::string home_;
     std::string realHome_;
     std::unordered_map<std::string, FolderSurroundings> answers_;
-    std::unordered_map<std::string, FolderSurroundings> read_; ///< by what is on the disk alone
+    std::unordered_map<std::string, FolderSurroundings> read_; ///< of `readUpwards`
 };
 
 /// Whether a path says by its names alone that it lies in a backup.

@@ -31,9 +31,9 @@ bool takeBeginning(std::string_view& text, std::string_view beginning) {
     return true;
 }
 
-/// The path that stands between double quotation marks, its backslashes undone; behind the second
-/// mark there is nothing but a remark. None for any other text, and for one of which a shell would
-/// replace more than the home.
+/// The path between double quotation marks, with its backslashes undone. Only a remark may follow
+/// the second mark. None for any other text, and when a shell would replace more in it than the
+/// home.
 std::optional<std::string> pathIn(std::string_view text, const FileURL& home) {
     if (!takeBeginning(text, "\"")) return std::nullopt;
     std::string path;

@@ -32,9 +32,9 @@ struct HomeFolders {
     /// Folders that are kept in step with a cloud: what is removed here is removed everywhere.
     [[nodiscard]] static std::span<const std::string_view> cloudFolders();
 
-    /// The cloud folders of a home, whether they exist or not, and the folders in it whose names
-    /// begin as theirs do (`isInCloudFolder`). Some of them are links. None when the home cannot
-    /// be read, since it may have any then.
+    /// The cloud folders of a home, whether they exist or not, and those in it that an account or
+    /// a person gave a longer name (`isInCloudFolder`). Some of them are links. None when the home
+    /// cannot be read, since it may have any then.
     [[nodiscard]] static std::optional<std::vector<FileURL>> findCloudFolders(const FileURL& home);
 
     /// Whether a path below the home, folded, is or lies in a cloud folder. Accounts add to the

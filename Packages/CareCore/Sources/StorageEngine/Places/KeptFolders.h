@@ -31,8 +31,8 @@ class KeptFolders {
         itself,
         everythingInIt,
     };
-    /// Adds the folder at a path, or the one that its link leads to. Nothing is added where there
-    /// is no folder. A folder that was added before keeps its first reason.
+    /// Adds the folder at a path, or the one that its link leads to. Nothing is added where
+    /// nothing lies. A folder that was added before keeps its first reason.
     void add(const std::string& path, Reason reason, Reach reach);
 
     /// Why the folder at a real path has to stay, when it is one of them and lies here a second

@@ -14,9 +14,8 @@ namespace {
 constexpr std::array<std::string_view, 4> fromRules{"/System", "/Library", "/Applications",
                                                     "/Users/Shared"};
 
-/// Further places beside those that a cleanup by rules leaves alone. Places in which people have
-/// folders of their own are not among them (/opt, /srv, /tmp, /var/tmp), though much in them is
-/// somebody else's.
+/// Further places beside those that a cleanup by rules leaves alone. /opt, /srv, /tmp and /var/tmp
+/// are missing because people have folders of their own there.
 constexpr std::array<std::string_view, 30> further{"/bin",
                                                    "/boot",
                                                    "/cores",
@@ -48,7 +47,7 @@ constexpr std::array<std::string_view, 30> further{"/bin",
                                                    "/private/var/log",
                                                    "/private/var/root"};
 
-/// In these only systems put anything; people have theirs further down ("/var/tmp/ada").
+/// Only systems put anything directly into these; people's items lie further down ("/var/tmp/ada").
 constexpr std::array<std::string_view, 4> tops{"/", "/var", "/private", "/private/var"};
 
 /// Where disks of people appear, in the midst of a place of the system.

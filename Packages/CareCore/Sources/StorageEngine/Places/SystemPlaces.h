@@ -30,8 +30,8 @@ class SystemPlaces {
     /// All of them as they are written, whether they exist or not.
     [[nodiscard]] static std::vector<std::string> paths();
 
-    /// Whether the path is such a place, lies in one or holds one. The top of the disk counts too,
-    /// because only systems put anything there.
+    /// Whether the path is such a place, lies in one or holds one. Everything that lies directly
+    /// in "/" or "/var" counts too, because only systems put anything there.
     [[nodiscard]] bool isTouchedBy(std::string_view path) const;
 
   private:

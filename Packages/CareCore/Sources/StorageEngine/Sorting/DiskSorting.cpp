@@ -138,7 +138,7 @@ class Placing {
         PlacePatterns(tree_, options_.home.path())
             .forEachItem("Downloads", KnownPlace::Unit::eachChild, [&](NodeNumber child) {
                 const DiskTree::Flags flags = tree_.flags(child);
-                // Of what could not be read nobody knows when it was used.
+                // Nobody knows when the contents of an unreadable folder were used.
                 const bool isKnown = !flags.contains(DiskTree::Flags::denied) &&
                                      !flags.contains(DiskTree::Flags::mountPoint);
                 if (isKnown && !flags.contains(DiskTree::Flags::hidden) &&

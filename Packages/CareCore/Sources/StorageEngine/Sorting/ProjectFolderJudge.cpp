@@ -12,8 +12,8 @@ namespace tidyro {
 
 namespace {
 
-/// What confirms a folder: any one of these files beside it, separated by blanks. "*.cabal" stands
-/// for any name with the ending.
+/// The files of a project, separated by blanks: any one of them beside a folder confirms it.
+/// "*.cabal" stands for any name with the ending.
 using ProjectFiles = std::string_view;
 
 constexpr ProjectFiles nodeFiles = "package.json";
