@@ -155,6 +155,7 @@ bool HomeFolders::isInCloudFolder(std::string_view foldedBelowHome) {
 
 std::optional<std::vector<FileURL>> HomeFolders::findCloudFolders(const FileURL& home) {
     std::vector<FileURL> folders;
+    folders.reserve(cloudNames.size());
     for (const std::string_view name : cloudNames) {
         folders.push_back(home.appendingFolder(name));
     }
