@@ -5,7 +5,7 @@
 #include "Base/Record.h"
 #include "Base/Timestamp.h"
 #include "Base/UUID.h"
-#include "CareDomain/LocalItemID.h"
+#include "CareDomain/FileObservation.h"
 
 namespace tidyro {
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <type_traits>
+#include <utility>
 
 #include "Base/Record.h"
 #include "CareDomain/CleanupAuthorization.h"
@@ -25,8 +26,16 @@ struct CleanupCandidate {
         return observation.byteCount;
     }
     /// The same candidate under another authorization. One that is not needed any more is moved.
-    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) const&;
-    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) &&;
+    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) const& {
+        return {.observation = observation,
+                .category = category,
+                .assessment = assessment,
+                .authorization = std::move(by)};
+    }
+    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) && {
+        authorization = std::move(by);
+        return std::move(*this);
+    }
 
     static constexpr auto fields() {
         using Self = CleanupCandidate;

@@ -6,13 +6,31 @@
 #include <vector>
 
 #include "Base/FileURL.h"
+#include "Base/RawValues.h"
 #include "Base/Record.h"
 #include "Base/Timestamp.h"
 #include "Base/UUID.h"
-#include "CareDomain/CleanupMoveDisposition.h"
-#include "CareDomain/LocalItemID.h"
+#include "CareDomain/FileObservation.h"
 
 namespace tidyro {
+
+/// What became of one entry of a plan.
+enum class CleanupMoveDisposition {
+    movedToTrash,
+    permanentlyRemoved,
+    simulated,
+    failed,  ///< the file operation itself failed
+    refused, ///< a check stopped it before it was touched
+};
+
+constexpr RawValueTable<CleanupMoveDisposition, 5> rawValues(RawValueTag<CleanupMoveDisposition>) {
+    using enum CleanupMoveDisposition;
+    return {{{{movedToTrash, "movedToTrash"},
+              {permanentlyRemoved, "permanentlyRemoved"},
+              {simulated, "simulated"},
+              {failed, "failed"},
+              {refused, "refused"}}}};
+}
 
 /// What became of one entry of a plan.
 struct CleanupReceiptEntry {

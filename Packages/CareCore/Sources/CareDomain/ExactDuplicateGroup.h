@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Base/Record.h"
+#include "Base/Saturating.h"
 #include "CareDomain/FileObservation.h"
 
 namespace tidyro {
@@ -16,7 +17,10 @@ struct ExactDuplicateGroup {
     std::vector<FileObservation> members;
 
     /// What goes when one copy stays, saturating; a group of fewer than two frees nothing.
-    [[nodiscard]] std::uint64_t potentiallyReclaimableByteCount() const;
+    [[nodiscard]] std::uint64_t potentiallyReclaimableByteCount() const {
+        return saturatingMultiply(byteCountPerItem,
+                                  saturatingSubtract<std::uint64_t>(members.size(), 1));
+    }
 
     static constexpr auto fields() {
         using Self = ExactDuplicateGroup;

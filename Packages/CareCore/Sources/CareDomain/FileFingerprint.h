@@ -18,11 +18,18 @@ struct FileFingerprint {
     std::optional<std::string> volumeIdentifier = std::nullopt;
     std::optional<std::string> fileResourceIdentifier = std::nullopt;
 
-    [[nodiscard]] static FileFingerprint of(const FileObservation& observation);
+    [[nodiscard]] static FileFingerprint fromObservation(const FileObservation& observation) {
+        return {.byteCount = observation.byteCount,
+                .modificationDate = observation.modificationDate,
+                .volumeIdentifier = observation.volumeIdentifier,
+                .fileResourceIdentifier = observation.fileResourceIdentifier};
+    }
 
     /// Whether all four agree to the bit. What is absent on one side only does not match: a value
     /// that could not be read is no proof of sameness.
-    [[nodiscard]] bool matches(const FileObservation& observation) const;
+    [[nodiscard]] bool matches(const FileObservation& observation) const {
+        return *this == fromObservation(observation);
+    }
 
     static constexpr auto fields() {
         using Self = FileFingerprint;

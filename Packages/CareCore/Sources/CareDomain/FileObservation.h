@@ -1,16 +1,37 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
 
 #include "Base/FileURL.h"
+#include "Base/RawValues.h"
 #include "Base/Record.h"
 #include "Base/Timestamp.h"
-#include "CareDomain/FileKind.h"
-#include "CareDomain/LocalItemID.h"
 
 namespace tidyro {
+
+/// The name by which one report, its plans and its receipts speak of one item. Opaque: nothing may
+/// be read from it but whether two are the same. The text is UTF-8, so that it survives JSON; who
+/// makes it from a path takes the URL's text, not the path's bytes.
+struct LocalItemID {
+    std::string rawValue;
+
+    static constexpr auto fields() {
+        return fieldList<LocalItemID>(field("rawValue", &LocalItemID::rawValue));
+    }
+    auto operator<=>(const LocalItemID&) const = default;
+};
+
+/// What an item is on disk, links not followed: a link is `other`.
+enum class FileKind { regularFile, directory, other };
+
+constexpr RawValueTable<FileKind, 3> rawValues(RawValueTag<FileKind>) {
+    return {{{{FileKind::regularFile, "regularFile"},
+              {FileKind::directory, "directory"},
+              {FileKind::other, "other"}}}};
+}
 
 /// What one look at a file or folder saw. It tells of that moment only: whoever is about to touch
 /// the item looks again and compares by `FileFingerprint`.

@@ -233,7 +233,7 @@ std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
             }
             return true;
         }
-        if (!FileFingerprint::of(kept.observation).matches(*seen)) {
+        if (!FileFingerprint::fromObservation(kept.observation).matches(*seen)) {
             facts.activelyGrowingPaths.insert(url.path());
         }
         again.push_back(*std::move(seen));
