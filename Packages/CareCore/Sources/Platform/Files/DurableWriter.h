@@ -21,13 +21,13 @@ namespace tidyro::platform {
 class DurableWriter {
   public:
     enum class Sibling {
-        ofItsOwn, ///< a name that nobody else has: of several writers the last to end wins
+        unique, ///< a name that nobody else has: of several writers the last to end wins
         /// `path` and ".partial", so that one left by a crash is used up by the next. Whoever has
         /// it locks it; others wait, and give up with EWOULDBLOCK when it takes longer than
-        /// `longestWait` seconds. Fails where the file system has no locks.
+        /// `maxWait` seconds. Fails where the file system has no locks.
         shared,
     };
-    static constexpr int longestWait = 10;
+    static constexpr int maxWait = 10;
 
     [[nodiscard]] static std::expected<DurableWriter, SystemError> open(const std::string& path,
                                                                         Sibling sibling);

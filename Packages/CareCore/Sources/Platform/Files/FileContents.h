@@ -29,7 +29,7 @@ struct FileExtent {
 /// was in memory before stays there and what was not does not push it out, and the date of the last
 /// use stays as it is wherever the system allows that.
 ///
-///     OwnersFirst owners;
+///     OwnerHint owners;
 ///     const auto file = FileContents::open(folder, "name", owners);
 ///     const auto seen = file->metadata();      // of what was opened, whatever the name is by now
 ///     const auto count = file->read(0, buffer);
@@ -40,11 +40,11 @@ class FileContents {
     /// Only a file's owner may read it without its date of use telling of that. The files of one
     /// folder are mostly one person's: this remembers, for the files of one folder, that they were
     /// not ours, so that not each is tried in vain.
-    struct OwnersFirst {
+    struct OwnerHint {
         bool isOurs = true;
     };
     [[nodiscard]] static std::expected<FileContents, SystemError>
-    open(const FolderDescriptor& folder, const char* name, OwnersFirst& owners);
+    open(const FolderDescriptor& folder, const char* name, OwnerHint& owners);
     /// Links on the way to the last name are followed.
     [[nodiscard]] static std::expected<FileContents, SystemError> open(const std::string& path);
 

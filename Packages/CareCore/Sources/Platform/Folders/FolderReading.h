@@ -16,7 +16,7 @@
 /// nothing that is moved meanwhile can lead a walk elsewhere.
 ///
 ///     auto root = FolderDescriptor::openRoot("/home/ada");
-///     FolderLister lister({.tellsClones = sharesBlocks(*root)});
+///     FolderLister lister({.isAskedForClones = isKnownToShareBlocks(*root)});
 ///     lister.begin(*root);
 ///     while (const FolderEntry* entry = lister.next()) use(*entry);
 ///     if (lister.error()) ...
@@ -106,7 +106,7 @@ class FolderDescriptor {
 };
 
 /// Whether files of this folder's volume may share blocks with one another.
-[[nodiscard]] bool sharesBlocks(const FolderDescriptor& folder);
+[[nodiscard]] bool isKnownToShareBlocks(const FolderDescriptor& folder);
 
 /// How many folders a walk may hold open at once. Raises the process's own limit on open files
 /// where that is low and may be raised.
@@ -114,7 +114,7 @@ class FolderDescriptor {
 
 /// Whether an error of opening or reading means that the item is gone, or was replaced by
 /// something that is no folder, since its name was read.
-[[nodiscard]] bool meansVanished(SystemError error);
+[[nodiscard]] bool hasVanished(SystemError error);
 
 /// Reads one folder after another into one buffer, allocated once. One thread uses a lister.
 class FolderLister {
@@ -122,7 +122,7 @@ class FolderLister {
     struct Options {
         /// Ask for clone families. Costs nothing on macOS, an open file and a call on Linux for
         /// each file that is large enough to be worth it.
-        bool tellsClones = false;
+        bool isAskedForClones = false;
         /// Reading ends with ECANCELED once this is true. Outlives the lister.
         const std::atomic<bool>* cancelled = nullptr;
         /// Runs after each bulk read; for tests and diagnostics.
@@ -130,7 +130,7 @@ class FolderLister {
     };
 
     /// Files below this many bytes have no clone family on Linux.
-    static constexpr std::uint64_t smallestClone = 131'072;
+    static constexpr std::uint64_t minCloneSize = 131'072;
     /// Bytes of one bulk read.
     static constexpr std::size_t bufferSize = 262'144;
 

@@ -27,6 +27,6 @@ void nameThisThread(const std::string& name, Quality quality);
 
 /// How often the calling thread had to wait for something so far, a disk for example, rather than
 /// being taken off its processor. Always 0 on a system that does not count it.
-[[nodiscard]] std::uint64_t waitsOfThisThread();
+[[nodiscard]] std::uint64_t waitCountOfThisThread();
 
 } // namespace tidyro::platform

@@ -16,6 +16,6 @@ void giveLargeBlocksBack();
 /// Tells that all of a new block is about to be written. Where it holds whole large pages the
 /// system then clears 2 MiB at once instead of being asked for each 4 KiB: a saved index of a
 /// million names opens in 30 ms instead of 48.
-void fillsWholly(std::span<std::byte> block);
+void expectWholeWrite(std::span<std::byte> block);
 
 } // namespace tidyro::platform

@@ -30,7 +30,7 @@ DiskTreeWalk::DiskTreeWalk(Options options)
 std::expected<DiskTree, DiskTreeScanner::ScanError> DiskTreeWalk::run() {
     const FolderDescriptor& root = openFolders_.folder(0);
     if (const auto facts = root.facts()) rootDevice_ = facts->identity.device;
-    tellsClones_ = platform::sharesBlocks(root);
+    tellsClones_ = platform::isKnownToShareBlocks(root);
     appendRoot();
     threads_.run();
     return finish();
@@ -66,8 +66,9 @@ void DiskTreeWalk::appendRoot() {
 }
 
 void DiskTreeWalk::work() {
-    platform::FolderLister lister(
-        {.tellsClones = tellsClones_, .cancelled = &cancelled_, .afterBulkRead = afterBulkRead_});
+    platform::FolderLister lister({.isAskedForClones = tellsClones_,
+                                   .cancelled = &cancelled_,
+                                   .afterBulkRead = afterBulkRead_});
     Reading reading{};
     WaitWatch watch;
     std::vector<FolderDescriptor> closing;
@@ -157,7 +158,7 @@ void DiskTreeWalk::close(Reading& reading, Outcome outcome, SystemError error) {
     reading.error = error;
     if (error.code == ECANCELED) outcome = Outcome::unread;
     if (error.code == EMFILE || error.code == ENFILE) outcome = Outcome::postponed;
-    if (outcome == Outcome::denied && reading.job.index != 0 && platform::meansVanished(error)) {
+    if (outcome == Outcome::denied && reading.job.index != 0 && platform::hasVanished(error)) {
         outcome = Outcome::vanished;
     }
     reading.outcome = outcome;

@@ -52,7 +52,7 @@ ssize_t readAndForget(int file, std::span<std::byte> into, std::uint64_t offset)
 
 } // namespace
 
-int openQuietly(int folder, const char* name, FileContents::OwnersFirst& owners) {
+int openQuietly(int folder, const char* name, FileContents::OwnerHint& owners) {
     int opened = -1;
     bool isAgain = false;
     do {

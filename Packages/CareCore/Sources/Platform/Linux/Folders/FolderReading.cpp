@@ -87,7 +87,7 @@ std::expected<FolderFacts, SystemError> FolderDescriptor::facts(const char* name
     return factsOf(fd_, name, lookAtTheNameOnly);
 }
 
-bool sharesBlocks(const FolderDescriptor& folder) {
+bool isKnownToShareBlocks(const FolderDescriptor& folder) {
     constexpr std::array<std::uint32_t, 3> sharing{0x9123683E /* btrfs */, 0x58465342 /* XFS */,
                                                    0xCA451A4E /* bcachefs */};
     struct statfs volume{};
@@ -157,7 +157,7 @@ const FolderEntry* FolderLister::next() {
         }
         struct statx status; // NOLINT(cppcoreguidelines-pro-type-member-init): the call fills it
         if (::statx(body_->folder, found.name, lookAtTheNameOnly, wanted, &status) != 0) {
-            if (meansVanished({errno})) continue;
+            if (hasVanished({errno})) continue;
             // A folder that may be listed but not searched closes as a whole; a single entry that
             // cannot be looked at stays, by its name.
             const SystemError refused{errno};
@@ -184,7 +184,8 @@ const FolderEntry* FolderLister::next() {
             entry_.traits.add(EntryTrait::compressed);
         }
         if (isMountRoot(status)) entry_.traits.add(EntryTrait::mountPoint);
-        if (options_.tellsClones && S_ISREG(status.stx_mode) && status.stx_size >= smallestClone) {
+        if (options_.isAskedForClones && S_ISREG(status.stx_mode) &&
+            status.stx_size >= minCloneSize) {
             entry_.cloneFamily = sharedExtentFamily(body_->folder, found.name, status.stx_size);
         }
         return &entry_;

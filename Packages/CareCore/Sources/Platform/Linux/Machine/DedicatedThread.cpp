@@ -17,7 +17,7 @@ void nameThisThread(const std::string& name, Quality /*quality*/) {
     static_cast<void>(::pthread_setname_np(::pthread_self(), shown.c_str()));
 }
 
-std::uint64_t waitsOfThisThread() {
+std::uint64_t waitCountOfThisThread() {
     rusage usage{};
     return ::getrusage(RUSAGE_THREAD, &usage) == 0 ? static_cast<std::uint64_t>(usage.ru_nvcsw) : 0;
 }

@@ -13,7 +13,7 @@ void giveLargeBlocksBack() {
     ::mallopt(M_MMAP_THRESHOLD, smallest); // NOLINT(concurrency-mt-unsafe): no thread runs yet
 }
 
-void fillsWholly(std::span<std::byte> block) {
+void expectWholeWrite(std::span<std::byte> block) {
     constexpr std::size_t largePage = 2'097'152;
     if (block.size() < largePage) return;
     // From the page on in which it begins, with the allocator's own word before it: the kernel

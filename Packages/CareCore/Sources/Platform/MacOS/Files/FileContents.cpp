@@ -14,7 +14,7 @@
 namespace tidyro::platform {
 
 // There is no way here to read without the date of use telling of it.
-int openQuietly(int folder, const char* name, FileContents::OwnersFirst&) {
+int openQuietly(int folder, const char* name, FileContents::OwnerHint&) {
     int opened = -1;
     do {
         opened = ::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);

@@ -44,14 +44,14 @@ constexpr attrlist wantedOfOneFolder{.bitmapcount = ATTR_BIT_MAP_COUNT,
                                      .fileattr = 0,
                                      .forkattr = 0};
 
-attrlist wantedOfEntries(bool tellsClones) {
+attrlist wantedOfEntries(bool isAskedForClones) {
     return {.bitmapcount = ATTR_BIT_MAP_COUNT,
             .reserved = 0,
             .commonattr = wantedOfAll | ATTR_CMN_NAME | ATTR_CMN_ERROR,
             .volattr = 0,
             .dirattr = ATTR_DIR_MOUNTSTATUS,
             .fileattr = ATTR_FILE_LINKCOUNT | sizes,
-            .forkattr = tellsClones ? clones : 0};
+            .forkattr = isAskedForClones ? clones : 0};
 }
 
 /// One record of the attribute calls. What the kernel left out keeps its zeros.
@@ -238,7 +238,7 @@ std::expected<FolderFacts, SystemError> FolderDescriptor::facts(const char* name
     });
 }
 
-bool sharesBlocks(const FolderDescriptor& folder) {
+bool isKnownToShareBlocks(const FolderDescriptor& folder) {
     struct statfs volume{};
     return ::fstatfs(folder.fd(), &volume) == 0 && std::string_view(volume.f_fstypename) == "apfs";
 }
@@ -273,7 +273,7 @@ FolderLister::~FolderLister() = default;
 
 void FolderLister::begin(const FolderDescriptor& folder) {
     body_->folder = folder.fd();
-    body_->wanted = wantedOfEntries(options_.tellsClones);
+    body_->wanted = wantedOfEntries(options_.isAskedForClones);
     body_->at = 0;
     body_->left = 0;
     error_ = {0};
@@ -308,7 +308,7 @@ const FolderEntry* FolderLister::next() {
         --body_->left;
         if (record->error != 0) {
             const SystemError error{static_cast<int>(record->error)};
-            if (meansVanished(error)) continue;
+            if (hasVanished(error)) continue;
             // Any other entry that cannot be looked at stays, by its name. A folder that may not
             // be searched is refused as a whole.
         }

@@ -13,7 +13,7 @@
 namespace tidyro::platform {
 
 std::expected<void, SystemError> writeDurably(const std::string& path, std::string_view bytes) {
-    auto writer = DurableWriter::open(path, DurableWriter::Sibling::ofItsOwn);
+    auto writer = DurableWriter::open(path, DurableWriter::Sibling::unique);
     if (!writer) return std::unexpected(writer.error());
     if (auto written = writer->append(std::as_bytes(std::span(bytes))); !written) return written;
     return writer->commit();

@@ -90,7 +90,7 @@ class SharedSibling {
 
     const std::string& path_;
     std::chrono::steady_clock::time_point end_ =
-        std::chrono::steady_clock::now() + std::chrono::seconds(DurableWriter::longestWait);
+        std::chrono::steady_clock::now() + std::chrono::seconds(DurableWriter::maxWait);
 };
 
 } // namespace

@@ -11,14 +11,14 @@
 namespace tidyro::platform {
 
 std::expected<FileContents, SystemError> FileContents::open(const FolderDescriptor& folder,
-                                                            const char* name, OwnersFirst& owners) {
+                                                            const char* name, OwnerHint& owners) {
     const int opened = openQuietly(folder.fd(), name, owners);
     if (opened < 0) return std::unexpected(SystemError{errno});
     return FileContents(opened);
 }
 
 std::expected<FileContents, SystemError> FileContents::open(const std::string& path) {
-    OwnersFirst owners;
+    OwnerHint owners;
     const int opened = openQuietly(AT_FDCWD, path.c_str(), owners);
     if (opened < 0) return std::unexpected(SystemError{errno});
     return FileContents(opened);

@@ -5,6 +5,6 @@
 namespace tidyro::platform {
 
 /// Opens a file for reading as `FileContents` promises it; negative with errno on failure.
-[[nodiscard]] int openQuietly(int folder, const char* name, FileContents::OwnersFirst& owners);
+[[nodiscard]] int openQuietly(int folder, const char* name, FileContents::OwnerHint& owners);
 
 } // namespace tidyro::platform

@@ -46,7 +46,7 @@ std::expected<FolderDescriptor, SystemError> FolderDescriptor::open(const char* 
     return openFolder(fd_, name, folderFlags | O_NOFOLLOW);
 }
 
-bool meansVanished(SystemError error) {
+bool hasVanished(SystemError error) {
     // ESRCH: a folder of /proc whose process has ended.
     return error.code == ENOENT || error.code == ENOTDIR || error.code == ELOOP ||
            error.code == ESRCH || error.code == ESTALE;
