@@ -13,7 +13,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "Base/Timestamp.h"
@@ -85,17 +84,6 @@ std::expected<FolderFacts, SystemError> FolderDescriptor::facts() const {
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts(const char* name) const {
     return factsOf(fd_, name, lookAtTheNameOnly);
-}
-
-bool isKnownToShareBlocks(const FolderDescriptor& folder) {
-    constexpr std::array<std::uint32_t, 3> sharing{0x9123683E /* btrfs */, 0x58465342 /* XFS */,
-                                                   0xCA451A4E /* bcachefs */};
-    struct statfs volume{};
-    if (::fstatfs(folder.fd(), &volume) != 0) return false;
-    for (const std::uint32_t magic : sharing) {
-        if (static_cast<std::uint32_t>(volume.f_type) == magic) return true;
-    }
-    return false;
 }
 
 struct FolderLister::Body {
