@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Base/SystemError.h"
+#include "Platform/Folders/FolderReading.h"
 #include "Platform/Linux/Mounts/MountTable.h"
 #include "Platform/Linux/Mounts/PathAliases.h"
-#include "Platform/Linux/Processes/ProcessTable.h"
 
 namespace tidyro::platform {
 
@@ -32,7 +32,7 @@ class MountNamespaces {
 
     /// The namespace of a process; its mounts are read when it is new. Any thread may ask.
     [[nodiscard]] std::expected<Number, SystemError> namespaceOf(long pid,
-                                                                 const ProcessFolder& process);
+                                                                 const FolderDescriptor& process);
 
     /// What the paths that processes of each namespace have are called in this process's, in the
     /// order of the numbers; when all processes have been asked for.
