@@ -45,7 +45,7 @@ constexpr RawValueTable<ApprovalRequirement, 2> rawValues(RawValueTag<ApprovalRe
 struct CleanupPlanEntry {
     LocalItemID candidateID;
     FileURL sourceURL;
-    FileFingerprint fingerprint; ///< when it was planned: what the item is recognised by later
+    FileFingerprint fingerprint; ///< of the item as it was planned, to recognise it later
     ProofCard proofCard;
     ApprovalRequirement approvalRequirement;
     std::optional<CleanupAuthorization> authorization = std::nullopt; ///< the candidate's
@@ -61,7 +61,7 @@ struct CleanupPlanEntry {
     bool operator==(const CleanupPlanEntry&) const = default;
 };
 
-/// The exact list that the user is asked to approve.
+/// The exact list of items that the user is asked to approve.
 struct CleanupPlan {
     UUID id; ///< new for every plan
     ReclaimGoal goal;

@@ -12,7 +12,7 @@
 
 namespace tidyro {
 
-/// One thing that was found out about an item. The first seven speak for cleaning, the rest for
+/// One fact about an item. The codes down to `exactByteDuplicate` speak for cleaning, the rest for
 /// caution.
 enum class EvidenceCode {
     verifiedBuiltInRule,   ///< it matched a shipped, verified rule
@@ -69,16 +69,15 @@ constexpr RawValueTable<EvidenceCode, 24> rawValues(RawValueTag<EvidenceCode>) {
               {openByProcess, "openByProcess"}}}};
 }
 
-/// A list of evidence codes that is always in its normal form: each code once, ascending by raw
-/// text, in whatever order and however often they came.
+/// A set of evidence codes, ascending by raw text. In whatever order and however often codes are
+/// inserted, equal sets are equal.
 ///
 ///     EvidenceCodes codes{EvidenceCode::oldEnough, EvidenceCode::regenerable};
 ///     codes.insert(EvidenceCode::oldEnough);
 ///     for (EvidenceCode code : codes) ...      // oldEnough, regenerable
 ///
-/// It is one word, a bit for each code in the order of the raw texts: there is no other form to be
-/// in, and gathering evidence allocates nothing. JSON takes it for the ordered set that it is, as
-/// its member types say.
+/// It is one word with a bit for each code, in the order of the raw texts, so gathering evidence
+/// allocates nothing. Its member types say that it is an ordered set, and JSON codes it as one.
 class EvidenceCodes {
   public:
     struct ByRawText {

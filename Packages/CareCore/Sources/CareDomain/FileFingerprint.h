@@ -10,8 +10,8 @@
 
 namespace tidyro {
 
-/// What tells a file apart from any that takes its place, as it was when it was observed. Plans
-/// keep it, so that the file can be recognised again right before it is touched.
+/// Recognises a file right before it is touched. Plans keep the fingerprint of the file as it was
+/// observed; another file in its place, or the same one changed, has a different one.
 struct FileFingerprint {
     std::uint64_t byteCount;
     std::optional<Timestamp> modificationDate = std::nullopt;
@@ -25,8 +25,8 @@ struct FileFingerprint {
                 .fileResourceIdentifier = observation.fileResourceIdentifier};
     }
 
-    /// Whether all four agree to the bit. What is absent on one side only does not match: a value
-    /// that could not be read is no proof of sameness.
+    /// Whether all four values agree exactly. A value that is absent on one side only does not match:
+    /// what could not be read proves nothing.
     [[nodiscard]] bool matches(const FileObservation& observation) const {
         return *this == fromObservation(observation);
     }

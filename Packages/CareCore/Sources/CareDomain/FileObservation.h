@@ -12,9 +12,9 @@
 
 namespace tidyro {
 
-/// The name by which one report, its plans and its receipts speak of one item. Opaque: nothing may
-/// be read from it but whether two are the same. The text is UTF-8, so that it survives JSON; who
-/// makes it from a path takes the URL's text, not the path's bytes.
+/// The name by which one report, its plans and its receipts speak of one item. It is opaque: it only
+/// tells whether two items are the same. The text is UTF-8, so that it survives JSON. To make one
+/// from a path, take the URL's text, not the path's bytes.
 struct LocalItemID {
     std::string rawValue;
 
@@ -24,7 +24,7 @@ struct LocalItemID {
     auto operator<=>(const LocalItemID&) const = default;
 };
 
-/// What an item is on disk, links not followed: a link is `other`.
+/// The kind of an item on the disk. Links are not followed: a link is `other`.
 enum class FileKind { regularFile, directory, other };
 
 constexpr RawValueTable<FileKind, 3> rawValues(RawValueTag<FileKind>) {
@@ -33,8 +33,8 @@ constexpr RawValueTable<FileKind, 3> rawValues(RawValueTag<FileKind>) {
               {FileKind::other, "other"}}}};
 }
 
-/// What one look at a file or folder saw. It tells of that moment only: whoever is about to touch
-/// the item looks again and compares by `FileFingerprint`.
+/// What one look at a file or folder saw. It is true of that moment only. Before an item is touched
+/// it is observed again and compared by its `FileFingerprint`.
 struct FileObservation {
     LocalItemID id; ///< unique within a report
     FileURL url;

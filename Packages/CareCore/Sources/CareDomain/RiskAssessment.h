@@ -8,8 +8,8 @@ namespace tidyro {
 
 /// How careful a person has to be with an item. The order is the rank.
 enum class RiskTier {
-    safeToReclaim,   ///< may go when the plan is approved; all that permanent removal accepts
-    reviewCarefully, ///< may go only when that very item is approved
+    safeToReclaim,   ///< may go when the plan is approved; permanent removal accepts nothing else
+    reviewCarefully, ///< may go only when the item itself is approved
     protected_,      ///< never goes; "protected" is a word of the language
 };
 

@@ -27,7 +27,7 @@ struct ScanRoot {
     bool operator==(const ScanRoot&) const = default;
 };
 
-/// What one scan saw, and what it had to leave out.
+/// The items that one scan saw, and the places that it left out.
 struct ScanReport {
     std::vector<ScanRoot> roots;
     std::vector<FileObservation> items;
