@@ -25,8 +25,8 @@ struct FileFingerprint {
                 .fileResourceIdentifier = observation.fileResourceIdentifier};
     }
 
-    /// Whether all four values agree exactly. A value that is absent on one side only does not match:
-    /// what could not be read proves nothing.
+    /// Whether all four values agree exactly. A value that is absent on one side only does not
+    /// match: what could not be read proves nothing.
     [[nodiscard]] bool matches(const FileObservation& observation) const {
         return *this == fromObservation(observation);
     }

@@ -12,9 +12,9 @@
 
 namespace tidyro {
 
-/// The name by which one report, its plans and its receipts speak of one item. It is opaque: it only
-/// tells whether two items are the same. The text is UTF-8, so that it survives JSON. To make one
-/// from a path, take the URL's text, not the path's bytes.
+/// The name by which one report, its plans and its receipts speak of one item. It is opaque: it
+/// only tells whether two items are the same. The text is UTF-8, so that it survives JSON. To make
+/// one from a path, take the URL's text, not the path's bytes.
 struct LocalItemID {
     std::string rawValue;
 
