@@ -109,8 +109,8 @@ class FolderDescriptor {
     int fd_ = -1;
 };
 
-/// Whether this folder's volume is of a kind that is known to share blocks between files. A volume of
-/// an unknown kind is not: asking it for each file's clones would cost more than it finds.
+/// Whether this folder's volume is of a kind that is known to share blocks between files. A volume
+/// of an unknown kind is not: asking it for each file's clones would cost more than it finds.
 /// `mayShareBlocks` answers the other way round.
 [[nodiscard]] bool isKnownToShareBlocks(const FolderDescriptor& folder);
 
@@ -118,8 +118,8 @@ class FolderDescriptor {
 /// is low and may be raised.
 [[nodiscard]] std::size_t openFolderBudget();
 
-/// Whether an error of opening or reading a folder means that since its name was read it has gone or
-/// something else took its place.
+/// Whether an error of opening or reading a folder means that since its name was read it has gone
+/// or something else took its place.
 [[nodiscard]] bool hasVanished(SystemError error);
 
 /// Lists one folder after another, with one buffer for all of them.

@@ -21,12 +21,12 @@ class DedicatedThread {
     std::jthread thread_;
 };
 
-/// Names the calling thread. Where the system takes short names only, the name is cut in the middle,
-/// so that its beginning and the number at its end remain.
+/// Names the calling thread. Where the system takes short names only, the name is cut in the
+/// middle, so that its beginning and the number at its end remain.
 void nameThisThread(const std::string& name, Quality quality);
 
-/// How often the calling thread has waited so far, for a disk for example. Times at which the system
-/// took the processor away do not count. Always 0 on a system that does not count waits.
+/// How often the calling thread has waited so far, for a disk for example. Times at which the
+/// system took the processor away do not count. Always 0 on a system that does not count waits.
 [[nodiscard]] std::uint64_t waitCountOfThisThread();
 
 } // namespace tidyro::platform

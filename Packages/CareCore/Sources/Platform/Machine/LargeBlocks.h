@@ -7,10 +7,10 @@
 /// that knows no such hint does nothing.
 namespace tidyro::platform {
 
-/// From now on, freeing a block of 128 KiB or more gives it back to the system at once. Otherwise the
-/// allocator raises that limit when it sees the first large block freed, and keeps what other threads
-/// free afterwards: 3 of the 45 MB of an index of 460,000 names. Called once, by `main`, before there
-/// are threads.
+/// From now on, freeing a block of 128 KiB or more gives it back to the system at once. Otherwise
+/// the allocator raises that limit when it sees the first large block freed, and keeps what other
+/// threads free afterwards: 3 of the 45 MB of an index of 460,000 names. Called once, by `main`,
+/// before there are threads.
 void giveLargeBlocksBack();
 
 /// Announces that a new block is about to be written from its beginning to its end. The system then

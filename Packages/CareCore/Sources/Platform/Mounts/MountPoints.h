@@ -8,8 +8,8 @@
 namespace tidyro::platform {
 
 /// The mount points below an open folder, as paths relative to it. A walk that knows them does not
-/// have to open a mount point to find out that it is one, which may wake an automounter or wait for a
-/// server that is gone. The walk itself has to notice what is mounted later.
+/// have to open a mount point to find out that it is one, which may wake an automounter or wait for
+/// a server that is gone. The walk itself has to notice what is mounted later.
 ///
 /// Empty on a system that tells mount points while it lists folders (`EntryTrait::mountPoint`), and
 /// when the list cannot be read.

@@ -22,25 +22,31 @@ struct Volume {
     /// False for a file system whose items have several devices, such as btrfs with its subvolumes.
     /// Then only the mount tells that an item lies on it.
     bool hasOneDevice = true;
-    /// The file system's UUID in lower case. Without a UUID it is the device and the type. Where two
-    /// mounted devices carry the same UUID, the device is added. No two volumes share an identifier;
-    /// a volume with a UUID of its own keeps it from run to run.
+    /// The file system's UUID in lower case. Without a UUID it is the device and the type. Where
+    /// two mounted devices carry the same UUID, the device is added. No two volumes share an
+    /// identifier; a volume with a UUID of its own keeps it from run to run.
     std::string identifier;
     std::string fileSystem; ///< its type as the system calls it ("ext4", "apfs")
     /// Whether the volume lies on a disk inside this machine and nowhere else. A volume of which
     /// that cannot be shown is not internal:
     ///
-    /// - The network, removable disks, disks on USB, loop devices, disk images, compressed memory and
+    /// - The network, removable disks, disks on USB, loop devices, disk images, compressed memory
+    /// and
     ///   block devices that another machine serves are not.
-    /// - Partitions, RAID and device-mapper (encryption, logical volumes) are internal when all disks
+    /// - Partitions, RAID and device-mapper (encryption, logical volumes) are internal when all
+    /// disks
     ///   below them are.
-    /// - btrfs is internal when all devices of the file system are. A file system that spans devices
+    /// - btrfs is internal when all devices of the file system are. A file system that spans
+    /// devices
     ///   in a way of its own (ZFS, bcachefs) is not known to be.
-    /// - FUSE is internal only as the driver of a real block device ("fuseblk"). Any other may have a
+    /// - FUSE is internal only as the driver of a real block device ("fuseblk"). Any other may have
+    /// a
     ///   server or a folder behind it, which does not show.
-    /// - overlay is not: removing a file of a lower layer frees nothing, but adds a note to the upper
+    /// - overlay is not: removing a file of a lower layer frees nothing, but adds a note to the
+    /// upper
     ///   one. tmpfs is memory and no disk.
-    /// - On macOS a volume is internal when it lies on the disk that the running system started from;
+    /// - On macOS a volume is internal when it lies on the disk that the running system started
+    /// from;
     ///   images, removable and other disks are not.
     bool isInternalLocal;
 };

@@ -24,15 +24,16 @@ struct RunningProcess {
     /// although this program may have another file there, or none. Likewise for the executable's
     /// other paths.
     ///
-    /// A file that was removed or replaced while it was in use is here by the path that it had. It is
-    /// here once more as the kernel writes it, with " (deleted)" at the end, since that may be a real
-    /// name.
+    /// A file that was removed or replaced while it was in use is here by the path that it had. It
+    /// is here once more as the kernel writes it, with " (deleted)" at the end, since that may be a
+    /// real name.
     std::vector<std::string> files;
 };
 
 struct ProcessActivity {
-    /// Those with files that may be read, at least in part. The kernel is among them when it is known
-    /// to have files in use: those it swaps to, and the images of disks that are mounted from files.
+    /// Those with files that may be read, at least in part. The kernel is among them when it is
+    /// known to have files in use: those it swaps to, and the images of disks that are mounted from
+    /// files.
     std::vector<RunningProcess> processes;
     /// How many processes may not be read completely: other people's, and ones that guard
     /// themselves. Some always are.
@@ -43,9 +44,9 @@ struct ProcessActivity {
 class RunningProcesses {
   public:
     virtual ~RunningProcesses() = default;
-    /// One pass over all processes. A process that ends meanwhile is left out. An error means that it
-    /// is unknown which files are in use: the system does not tell even of this process, or reading
-    /// failed for another reason than permissions.
+    /// One pass over all processes. A process that ends meanwhile is left out. An error means that
+    /// it is unknown which files are in use: the system does not tell even of this process, or
+    /// reading failed for another reason than permissions.
     [[nodiscard]] virtual std::expected<ProcessActivity, SystemError> activity() const = 0;
 };
 

@@ -18,8 +18,8 @@ class OutputLines {
     OutputLines();
 
     void write(std::string_view text);
-    /// The status to end with: `status`, or 1 when the output could not be written. Then it also says
-    /// so on standard error.
+    /// The status to end with: `status`, or 1 when the output could not be written. Then it also
+    /// says so on standard error.
     [[nodiscard]] int ending(int status) const;
 
   private:

@@ -34,7 +34,8 @@ struct KernelEntry {
 constexpr int lookAtTheNameOnly = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
 constexpr unsigned wanted =
     STATX_TYPE | STATX_NLINK | STATX_MTIME | STATX_ATIME | STATX_INO | STATX_SIZE | STATX_BLOCKS;
-constexpr std::uint64_t bytesPerBlock = 512; // of stx_blocks, whatever the file system's blocks
+constexpr std::uint64_t bytesPerListedBlock =
+    512; // of stx_blocks, whatever the file system's blocks
 
 ItemIdentity identityOf(const struct statx& status) {
     return {.device = makedev(status.stx_dev_major, status.stx_dev_minor), .inode = status.stx_ino};
@@ -166,7 +167,7 @@ const FolderEntry* FolderLister::next() {
         entry_.modified = compactSeconds(status.stx_mtime.tv_sec);
         entry_.accessed = compactSeconds(status.stx_atime.tv_sec);
         entry_.logicalSize = status.stx_size;
-        entry_.allocatedSize = status.stx_blocks * bytesPerBlock;
+        entry_.allocatedSize = status.stx_blocks * bytesPerListedBlock;
         entry_.identity = identityOf(status);
         if ((status.stx_attributes & STATX_ATTR_COMPRESSED) != 0) {
             entry_.traits.add(EntryTrait::compressed);

@@ -21,8 +21,8 @@ class BlockDevices {
     /// The same for a btrfs, by one of its devices ("/dev/sda2"): all of its devices count.
     [[nodiscard]] bool isInternalBtrfs(const std::string& device) const;
 
-    /// The file system's UUID from the system's list of them, in lower case; none when the device is
-    /// not in it.
+    /// The file system's UUID from the system's list of them, in lower case; none when the device
+    /// is not in it.
     [[nodiscard]] std::optional<std::string> listedUUID(std::uint32_t major,
                                                         std::uint32_t minor) const;
 
@@ -34,8 +34,8 @@ class BlockDevices {
     std::string byUUID_;
 };
 
-/// The UUID that the mounted file system itself tells, as 8-4-4-4-12 lower-case digits. None when the
-/// kernel or the file system does not tell one, and for all zeros, which identify nothing.
+/// The UUID that the mounted file system itself tells, as 8-4-4-4-12 lower-case digits. None when
+/// the kernel or the file system does not tell one, and for all zeros, which identify nothing.
 [[nodiscard]] std::optional<std::string> mountedUUID(const std::string& mountPath);
 
 /// The number of a block device at a path; none when there is none.

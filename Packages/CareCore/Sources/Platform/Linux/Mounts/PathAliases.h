@@ -19,12 +19,13 @@ namespace tidyro::platform {
 ///     aliases.appendOthers("/data/file", others);     // "/home/me/data/file"
 ///
 /// A mount shows a part of a file system. Where two mounts show the same part, or one shows a part
-/// of the other's, the beginning of a path under the one can be exchanged for the mount point of the
-/// other. These exchanges are worked out once, from the tables alone. Nothing is looked up on the
-/// disk, so a server that is gone holds nothing up. A path without aliases costs next to nothing.
+/// of the other's, the beginning of a path under the one can be exchanged for the mount point of
+/// the other. These exchanges are worked out once, from the tables alone. Nothing is looked up on
+/// the disk, so a server that is gone holds nothing up. A path without aliases costs next to
+/// nothing.
 ///
-/// It gives too many paths rather than too few. A mount may lie hidden under a later one, and a path
-/// does not say through which of the two its file was opened: both are followed.
+/// It gives too many paths rather than too few. A mount may lie hidden under a later one, and a
+/// path does not say through which of the two its file was opened: both are followed.
 class PathAliases {
   public:
     PathAliases(std::span<const MountTableEntry> theirs, std::span<const MountTableEntry> ours);
@@ -37,7 +38,8 @@ class PathAliases {
   private:
     void add(std::string from, std::string to);
 
-    std::map<std::string, std::vector<std::string>, std::less<>> mountPoints_; ///< by what they replace
+    std::map<std::string, std::vector<std::string>, std::less<>>
+        mountPoints_; ///< by what they replace
 };
 
 } // namespace tidyro::platform

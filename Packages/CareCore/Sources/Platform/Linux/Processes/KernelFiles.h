@@ -6,9 +6,10 @@
 
 namespace tidyro::platform {
 
-/// The files that the kernel itself has in use: those it swaps to, and those behind its loop devices,
-/// mounted images among them. The paths are as the kernel writes them, so " (deleted)" may stand at
-/// the end of one. Files that it does not tell are left out: many systems have neither kind.
+/// The files that the kernel itself has in use: those it swaps to, and those behind its loop
+/// devices, mounted images among them. The paths are as the kernel writes them, so " (deleted)" may
+/// stand at the end of one. Files that it does not tell are left out: many systems have neither
+/// kind.
 [[nodiscard]] std::vector<std::string> kernelFiles();
 
 /// The swap files, disks and partitions that the text of /proc/swaps lists.
