@@ -52,7 +52,7 @@ void LargeFiles::shareBuffer(std::vector<Member>& members) {
 bool LargeFiles::fill(std::vector<Member>& members, std::uint64_t at, std::size_t count) {
     std::unique_lock<std::mutex> turn;
     if (waitsForDisk_) turn = around_.turns.turn(members.front().file.identity.device);
-    const std::uint64_t before = platform::waitsOfThisThread();
+    const std::uint64_t before = platform::waitCountOfThisThread();
     for (Member& member : members) {
         for (std::size_t done = 0; done < count && !member.isLost; done += oneRead) {
             const auto into = member.buffer.subspan(done, std::min(oneRead, count - done));
@@ -60,7 +60,7 @@ bool LargeFiles::fill(std::vector<Member>& members, std::uint64_t at, std::size_
                             member.opened.contents.read(at + done, into) != into.size();
         }
     }
-    waitsForDisk_ = platform::waitsOfThisThread() != before;
+    waitsForDisk_ = platform::waitCountOfThisThread() != before;
     return !members.front().isLost;
 }
 

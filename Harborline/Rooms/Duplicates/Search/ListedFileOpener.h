@@ -41,8 +41,8 @@ class ListedFileOpener {
     platform::FolderDescriptor root_;
     NodeNumber node_ = -1; ///< of the folder that is open
     platform::FolderDescriptor folder_;
-    bool mayShareBlocks_ = false;                ///< the root's file system, and a tree is of one
-    platform::FileContents::OwnersFirst owners_; ///< of the folder that is open
+    bool mayShareBlocks_ = false;              ///< the root's file system, and a tree is of one
+    platform::FileContents::OwnerHint owners_; ///< of the folder that is open
     std::string name_;
 };
 

@@ -66,12 +66,12 @@ void ReaderThreads::run(std::string_view name, std::size_t count, std::size_t pa
 }
 
 void ReaderThreads::work(Round& round, std::size_t reader) const {
-    std::uint64_t waits = platform::waitsOfThisThread();
+    std::uint64_t waits = platform::waitCountOfThisThread();
     while (!limits_.cancel.stop_requested()) {
         const std::size_t from = round.next.fetch_add(round.part);
         if (from >= round.count) break;
         round.work(reader, from, std::min(from + round.part, round.count));
-        const std::uint64_t now = platform::waitsOfThisThread();
+        const std::uint64_t now = platform::waitCountOfThisThread();
         if (now != waits && round.next < round.count) {
             const std::scoped_lock lock(round.mutex);
             static_cast<void>(startThread(round));

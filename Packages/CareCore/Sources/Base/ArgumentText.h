@@ -7,7 +7,7 @@
 #include <string_view>
 #include <system_error>
 
-/// What a person types behind a switch.
+/// Reading what a person types behind a switch.
 namespace tidyro {
 
 /// An optional sign and decimal digits, nothing else, within the type's range. An unsigned number
@@ -30,8 +30,8 @@ template <class Integer>
     return value;
 }
 
-/// The path of a folder, absolute and standardised. "~" and what begins with "~/" stand for the
-/// home; "~somebody" is a name like any other.
+/// The path of a folder, absolute and standardised. "~" at the beginning stands for the home when
+/// it is the whole text or "/" follows; "~somebody" is a name like any other.
 [[nodiscard]] std::string folderArgument(std::string_view text, std::string_view home);
 
 } // namespace tidyro

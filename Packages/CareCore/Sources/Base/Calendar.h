@@ -19,18 +19,21 @@ struct DateComponents {
 class Calendar {
   public:
     /// The zone that the person's system is set to.
-    [[nodiscard]] static Calendar current() noexcept { return Calendar(false); }
-    [[nodiscard]] static Calendar utc() noexcept { return Calendar(true); }
+    [[nodiscard]] static Calendar current() noexcept { return Calendar(Zone::current); }
+    [[nodiscard]] static Calendar utc() noexcept { return Calendar(Zone::utc); }
 
     [[nodiscard]] DateComponents components(Timestamp moment) const noexcept;
 
-    /// The first moment of a day, which is not midnight where clocks are set forward then. A day
-    /// that a zone left out begins when the next one does.
+    /// The first moment of a day. It is later than midnight when clocks are set forward at
+    /// midnight. A day that the zone left out begins when the next one does.
     [[nodiscard]] Timestamp beginningOfDay(int year, int month, int day) const noexcept;
 
   private:
-    explicit Calendar(bool utc) noexcept : utc_(utc) {}
-    bool utc_;
+    enum class Zone { current, utc };
+
+    explicit Calendar(Zone zone) noexcept : zone_(zone) {}
+
+    Zone zone_;
 };
 
 } // namespace tidyro

@@ -4,12 +4,12 @@
 
 namespace tidyro {
 
-/// How a caller asks a long operation to end early. Operations are synchronous and take one; the
-/// caller owns the thread and the std::stop_source. A default-made token never asks.
+/// How a caller asks a long operation to end early. Operations are synchronous and take a token.
+/// The caller owns the thread and the std::stop_source. A default-made token never asks.
 using CancelToken = std::stop_token;
 
-/// What an operation that was asked to end returns in place of its result: the one cancellation
-/// error of the system, an alternative of each cancellable operation's error.
+/// The error of an operation that ended because it was asked to. It is one alternative of the error
+/// of each operation that can be cancelled.
 struct CancellationError {
     bool operator==(const CancellationError&) const = default;
 };

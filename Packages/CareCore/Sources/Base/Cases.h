@@ -30,9 +30,9 @@ namespace tidyro {
 ///
 ///     toJSON(Shape{Circle{.radius = 2}})    // {"circle":{"radius":2.0}}
 ///
-/// A value without a label has the key "_0". The cases stand outside the type that lists them: a
-/// variant asks at once whether they can be made from nothing, which a nested class with defaults
-/// cannot answer before the class around it is complete.
+/// A value without a label has the key "_0". The cases stand outside the type that lists them.
+/// Inside it they would not compile: a variant asks at once whether they can be made from nothing,
+/// and a nested class with defaults cannot answer before the class around it is complete.
 template <class T>
 concept CaseRecord = RecordType<T> && requires {
     { T::caseName } -> std::convertible_to<std::string_view>;

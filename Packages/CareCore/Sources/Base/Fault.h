@@ -8,8 +8,8 @@ namespace tidyro {
 /// file or the system can cause is an error value, never a fault.
 [[noreturn]] void fault(std::string_view reason) noexcept;
 
-/// Ends the program with status 1 because the system has no memory left for it. There is no state
-/// to save: what matters on disk is written so that it may end at any moment.
+/// Ends the program with status 1 because the system has no memory left for it. Nothing is saved:
+/// files that matter are written so that the program may end at any moment.
 [[noreturn]] void outOfMemory() noexcept;
 
 /// A check that stays on in release builds.

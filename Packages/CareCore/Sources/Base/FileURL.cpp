@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view scheme = "file://";
 
-bool staysAsItIs(unsigned char byte) {
+bool isUnreserved(unsigned char byte) {
     return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
            (byte >= '0' && byte <= '9') || byte == '-' || byte == '.' || byte == '_' ||
            byte == '~' || byte == '/';
@@ -66,7 +66,7 @@ std::string FileURL::text() const {
     text.reserve(text.size() + path_.size() + 1);
     for (const char character : path_) {
         const auto byte = static_cast<unsigned char>(character);
-        if (staysAsItIs(byte)) {
+        if (isUnreserved(byte)) {
             text += character;
         } else {
             text += '%';

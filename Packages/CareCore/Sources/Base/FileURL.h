@@ -6,15 +6,15 @@
 
 namespace tidyro {
 
-/// The place of a file or folder: an absolute, standardised path of bytes, and whether it is meant
-/// as a folder.
+/// Where a file or folder lies: an absolute, standardised path of bytes, and a mark for folders.
+/// JSON and records carry it; the disk is never looked at.
 ///
 ///     const FileURL caches = FileURL::folder("/home/ada/.cache");
 ///     caches.text()                        // "file:///home/ada/.cache/"
 ///     caches.appending("a b").text()       // "file:///home/ada/.cache/a%20b"
 ///
-/// Two URLs are equal when path and folder mark are. Whether two places are the same on disk is a
-/// question of device and inode, not of this type.
+/// Two URLs are equal when their paths and their folder marks are. Whether two URLs lead to the
+/// same item on the disk, only the items' identities tell.
 class FileURL {
   public:
     FileURL() = default; ///< the root folder

@@ -11,11 +11,11 @@
 
 namespace tidyro {
 
-/// A growing array of plain values for columns of millions of elements.
+/// A growing array of plain values, for columns of millions of elements.
 ///
-/// std::vector copies to a second block when it grows, so its peak is the old block and the new
-/// one. This one grows by realloc, which moves large blocks by remapping their pages on the
-/// systems we run on: the peak is the elements themselves, and room reserved ahead costs nothing
+/// When std::vector grows it copies to a second block, so that both blocks take memory for a while.
+/// This one grows by realloc, which moves a large block by remapping its pages on the systems we
+/// run on. So its peak is the elements themselves, and room that is reserved ahead costs nothing
 /// until it is written to.
 template <class T>
 class GrowingArray {

@@ -32,8 +32,8 @@ decodingFailure(DecodingError::Kind kind, std::string reason, std::string path =
     return std::unexpected(DecodingError{kind, std::move(path), std::move(reason)});
 }
 
-/// Reads a whole document; hostile bytes give `malformed`. Neither reading nor letting go of a
-/// document takes stack for its depth, and no number in it is infinite.
+/// Reads a whole document; hostile bytes give `malformed`. However deep a document is, neither
+/// reading nor destroying it overflows the stack. No number in it is infinite.
 [[nodiscard]] Decoded<JSON> parseJSON(std::string_view text);
 /// One document in UTF-8, its keys in order; `indent` below 0 writes it in one line.
 [[nodiscard]] std::string jsonText(const JSON& document, int indent = -1);

@@ -26,7 +26,7 @@ Decoded<JSON> parseJSON(std::string_view text) {
 }
 
 std::string jsonText(const JSON& document, int indent) {
-    return document.dump(indent, ' ', false, JSON::error_handler_t::replace);
+    return document.dump(indent, ' ', /*ensure_ascii=*/false, JSON::error_handler_t::replace);
 }
 
 Decoded<bool> JSONCoder<bool>::decode(const JSON& json) {

@@ -32,10 +32,11 @@ void encodeField(JSON& object, const Record& record,
     }
 }
 
-/// `Value` is the type that is read: for an optional member, what it may hold.
+/// `Value` is the type of the value in the document: for an optional member, the type inside it.
+/// False, with `error` set, when it cannot be decoded.
 template <class Value, class Record, class Member>
-bool decodeValue(const JSON& json, Record& record, const Field<Record, Member>& field,
-                 std::optional<DecodingError>& error) {
+bool decodeInto(const JSON& json, Record& record, const Field<Record, Member>& field,
+                std::optional<DecodingError>& error) {
     auto value = fromJSON<Value>(json);
     if (value) {
         record.*(field.member) = std::move(*value);
@@ -49,7 +50,7 @@ template <class Record, class Value>
 bool decodeField(const JSON& object, Record& record, const Field<Record, Value>& field,
                  std::optional<DecodingError>& error) {
     const auto found = object.find(field.key);
-    if (found != object.end()) return decodeValue<Value>(*found, record, field, error);
+    if (found != object.end()) return decodeInto<Value>(*found, record, field, error);
     error = DecodingError{DecodingError::Kind::missingKey, std::string(field.key),
                           "No value associated with the key."};
     return false;
@@ -61,7 +62,7 @@ bool decodeField(const JSON& object, Record& record,
                  std::optional<DecodingError>& error) {
     const auto found = object.find(field.key);
     return found == object.end() || found->is_null() ||
-           decodeValue<Value>(*found, record, field, error);
+           decodeInto<Value>(*found, record, field, error);
 }
 
 } // namespace detail

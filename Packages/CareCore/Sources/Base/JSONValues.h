@@ -99,8 +99,8 @@ struct JSONCoder<E> {
 
 // Lists and sets -----------------------------------------------------------------------------
 
-/// std::set, and every class that keeps its elements in one order as it does. A set without an
-/// order is not coded: its text would differ from run to run.
+/// std::set, and every other class whose member types say that it keeps its elements in order. A
+/// set without an order is not coded: its text would differ from run to run.
 template <class T>
 concept OrderedSet = requires(T set, typename T::value_type value) {
     typename T::key_compare;

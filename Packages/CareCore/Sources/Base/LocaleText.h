@@ -24,8 +24,8 @@ class LocaleText {
 
     /// The rules of a named locale ("de_DE.UTF-8").
     [[nodiscard]] static LocaleText named(const std::string& name);
-    /// The locale of the process's environment (LC_ALL, LC_NUMERIC, LANG, in this order), looked
-    /// up once.
+    /// The locale of the process's environment (LC_ALL, LC_NUMERIC, LANG, in this order). It is
+    /// looked up once, by whichever thread asks first.
     [[nodiscard]] static const LocaleText& current();
 
     [[nodiscard]] std::string count(std::uint64_t value) const;

@@ -10,9 +10,9 @@
 
 namespace tidyro {
 
-/// A fixed open-addressed table from short lower-case words to values, made at compile time and
-/// asked without regard to ASCII case. For look-ups that happen once an entry in a walk: no
-/// allocation, no copy of the name, one or two probes.
+/// A fixed table from short lower-case words to values, made at compile time. Names are looked up
+/// without regard to ASCII case. It is for look-ups that a walk makes for each entry: they allocate
+/// nothing, copy no name and take one or two probes (open addressing).
 template <class Value, std::size_t Rows>
 class LowercaseTable {
   public:
@@ -21,18 +21,18 @@ class LowercaseTable {
         Value value{};
     };
 
-    /// Of two rows with one word the later counts.
+    /// When two rows have one word, the later one counts.
     constexpr explicit LowercaseTable(const std::array<Row, Rows>& rows) {
         for (const Row& row : rows) {
             std::size_t at = hashed(row.word) % size;
             while (!slots_[at].word.empty() && slots_[at].word != row.word) at = (at + 1) % size;
             slots_[at] = row;
-            if (row.word.size() > longest_) longest_ = row.word.size();
+            if (row.word.size() > maxLength_) maxLength_ = row.word.size();
         }
     }
 
     [[nodiscard]] constexpr std::optional<Value> find(std::string_view name) const noexcept {
-        if (name.empty() || name.size() > longest_) return std::nullopt;
+        if (name.empty() || name.size() > maxLength_) return std::nullopt;
         for (std::size_t at = hashed(name) % size; !slots_[at].word.empty(); at = (at + 1) % size) {
             if (equals(name, slots_[at].word)) return slots_[at].value;
         }
@@ -65,10 +65,10 @@ class LowercaseTable {
     }
 
     std::array<Row, size> slots_{};
-    std::size_t longest_ = 0;
+    std::size_t maxLength_ = 0;
 };
 
-/// A set of words: a table without values.
+/// The value in a table that is only a set of words.
 struct Listed {
     bool operator==(const Listed&) const = default;
 };
@@ -80,7 +80,7 @@ struct Listed {
     return count;
 }
 
-/// The next word of such a list, taken off its front.
+/// Takes the next word off the front of such a list.
 [[nodiscard]] constexpr std::string_view takeWord(std::string_view& list) {
     const std::size_t end = list.find(' ');
     const std::string_view word = list.substr(0, end);
@@ -88,7 +88,7 @@ struct Listed {
     return word;
 }
 
-/// The words, in such a list, that have one value.
+/// A value and the list of the words that have it.
 template <class Value>
 struct ValueWords {
     Value value;

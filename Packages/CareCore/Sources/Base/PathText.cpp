@@ -21,10 +21,10 @@ std::string standardized(std::string_view path) {
     std::vector<std::string_view> kept;
     for (const std::string_view component : components(path)) {
         if (component == ".") continue;
-        const bool goesUp = component == "..";
-        if (goesUp && !kept.empty() && kept.back() != "..") {
+        const bool isUp = component == "..";
+        if (isUp && !kept.empty() && kept.back() != "..") {
             kept.pop_back();
-        } else if (!goesUp || !isAbsolute) {
+        } else if (!isUp || !isAbsolute) {
             kept.push_back(component);
         }
     }

@@ -10,10 +10,9 @@ namespace tidyro {
 
 /// The words that every room uses for amounts.
 struct RoomText {
-    /// The only formatter of sizes. Decimal units: "Zero KB" for 0, "1 byte", "999 bytes", then KB
-    /// without decimals, MB with at most one, GB and above with at most two; trailing zeros go
-    /// ("12 KB", "1.5 MB", "23.42 GB"). Rounds half up, and what rounds to 1,000 of a unit is 1 of
-    /// the next.
+    /// The only formatter of sizes, in decimal units. "Zero KB" for 0, "1 byte", "999 bytes"; then
+    /// KB without decimals, MB with at most one, GB and above with at most two. Trailing zeros go:
+    /// "12 KB", "1.5 MB", "23.42 GB". Rounds half up; 999,500 bytes are "1 MB", not "1000 KB".
     [[nodiscard]] static std::string bytes(std::uint64_t count,
                                            const LocaleText& locale = LocaleText::current());
 

@@ -8,8 +8,8 @@
 
 namespace tidyro {
 
-/// A text that never changes and that many records share: one of the program's own texts, kept by
-/// reference, or a made one, kept alive by whoever holds it. Copying allocates nothing.
+/// A text that never changes and that many records share. Copying it allocates nothing. It refers
+/// to one of the program's own texts, or owns a text together with all its copies.
 class SharedText {
   public:
     SharedText() = default;

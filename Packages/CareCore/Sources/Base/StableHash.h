@@ -23,19 +23,24 @@
 ///     stableHash(goal)                                                // may be kept in a file
 ///     std::unordered_map<LocalItemID, CleanupCandidate, StableHasher>   // records as keys
 ///
-/// Hashed is a canonical form in bytes, of which no value's is the beginning of another's of the
-/// same type: numbers as 8 bytes with the lowest first, -0.0 as 0.0; text, lists and sets with
-/// their count in front; an optional behind a byte that tells whether it is there; enumerations by
-/// their raw text or the name of their case; records as their fields in the order of the list. So
-/// a field that is added, moved or retyped changes the hash; a renamed one does not.
+/// A value is hashed in this form, byte by byte:
 ///
-/// Different values collide by accident only, but nothing keeps off somebody who looks for
-/// collisions: it is no fingerprint of what others made.
+/// - a number as 8 bytes with the lowest first, and -0.0 as 0.0;
+/// - text, lists and sets with their count in front;
+/// - an optional behind a byte that tells whether it is there;
+/// - an enumeration by its raw text or the name of its case;
+/// - a record as its fields in the order of the list.
+///
+/// So a field that is added, moved or retyped changes the hash; a renamed one does not. The bytes
+/// of one value are never the beginning of those of another value of the same type.
+///
+/// Different values have the same hash by accident only, but somebody who looks for such values
+/// finds them. So it is no fingerprint for data that others made.
 namespace tidyro {
 
-/// FNV-1a with 64 bits: a byte a step, without tables, alike on every machine. By itself its high
-/// bits hear next to nothing of the last bytes, and its low bits only of low ones: the end mixes
-/// them, for tables that take their places from either.
+/// FNV-1a with 64 bits: a byte a step, without tables, alike on every machine. By itself the last
+/// bytes hardly reach its high bits, and high bits never reach its low ones. `value` mixes them,
+/// since tables take their places from either end.
 class StableHashState {
   public:
     constexpr void addByte(std::uint8_t byte) noexcept {
@@ -67,7 +72,7 @@ inline constexpr bool isOptional = false;
 template <class T>
 inline constexpr bool isOptional<std::optional<T>> = true;
 
-/// What gives its elements in one order: a container that hashes by itself does not.
+/// A container that gives its elements in one order. One that hashes by itself does not.
 template <class T>
 concept OrderedElements = requires(const T& list) {
     list.begin();
@@ -130,7 +135,7 @@ template <class T>
     return state.value();
 }
 
-/// What unordered containers take as their hash.
+/// The hash for unordered containers whose keys are records.
 struct StableHasher {
     template <class T>
     [[nodiscard]] std::size_t operator()(const T& value) const {

@@ -5,8 +5,8 @@
 
 namespace tidyro {
 
-/// A moment: seconds since 2001-01-01 00:00 UTC, as a double. It is stored exactly as JSON keeps
-/// it, so a moment read back from a file equals the one that was written. Near the present its
+/// A moment, in seconds since 2001-01-01 00:00 UTC as a double. That is the number that JSON keeps,
+/// so a moment read back from a file equals the one that was written. Near the present its
 /// resolution is about a tenth of a microsecond.
 class Timestamp {
   public:
@@ -45,8 +45,8 @@ class Timestamp {
     double seconds_ = 0;
 };
 
-/// A moment in whole seconds since 1970 as the compact stores keep it: unsigned 32-bit, good until
-/// 2106; what lies outside the range is kept at its nearer end.
+/// A moment as compact columns keep it: whole seconds since 1970 in 32 unsigned bits, good until
+/// 2106. A moment outside that range becomes its nearer end.
 [[nodiscard]] std::uint32_t compactSeconds(std::int64_t secondsSince1970) noexcept;
 
 } // namespace tidyro

@@ -8,8 +8,7 @@ namespace tidyro {
 
 namespace {
 
-/// A dash stands before these bytes.
-constexpr bool startsGroup(std::size_t byte) {
+constexpr bool isAfterDash(std::size_t byte) {
     return byte == 4 || byte == 6 || byte == 8 || byte == 10;
 }
 
@@ -18,7 +17,7 @@ constexpr bool startsGroup(std::size_t byte) {
 std::optional<UUID> UUID::fromText(std::string_view text) {
     Bytes bytes{};
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (startsGroup(i)) {
+        if (isAfterDash(i)) {
             if (!text.starts_with('-')) return std::nullopt;
             text.remove_prefix(1);
         }
@@ -36,7 +35,7 @@ std::string UUID::text() const {
     std::string text;
     text.reserve(36);
     for (std::size_t i = 0; i < bytes_.size(); ++i) {
-        if (startsGroup(i)) text += '-';
+        if (isAfterDash(i)) text += '-';
         text += fmt::format("{:02X}", bytes_[i]);
     }
     return text;

@@ -30,7 +30,8 @@ Decoded decodeNext(std::string_view bytes) {
             .isValid = true};
 }
 
-/// A lead byte and those of its continuation bytes that are there count as one invalid sequence.
+/// A lead byte counts as one invalid sequence together with those of its continuation bytes that
+/// are there.
 std::size_t invalidLength(std::string_view bytes) {
     const auto lead = static_cast<unsigned char>(bytes.front());
     const std::size_t wanted = lead >= 0xF0 && lead < 0xF5 ? 4
@@ -50,7 +51,7 @@ std::size_t invalidLength(std::string_view bytes) {
     return length;
 }
 
-bool turnsTheTerminal(char32_t codePoint) {
+bool mayDriveATerminal(char32_t codePoint) {
     return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0) || codePoint == 0x2028 ||
            codePoint == 0x2029 || codePoint == 0x200E || codePoint == 0x200F ||
            codePoint == 0x061C || (codePoint >= 0x202A && codePoint <= 0x202E) ||
@@ -71,7 +72,7 @@ std::string visibleEscape(char32_t codePoint) {
 } // namespace
 
 bool isASCII(std::string_view bytes) {
-    char all = 0; // no early end: a look at each byte costs more than those that are left
+    char all = 0; // no early end: to ask after each byte costs more than to read the rest
     for (const char byte : bytes) all = static_cast<char>(all | byte);
     return (all & 0x80) == 0;
 }
@@ -141,9 +142,9 @@ std::string folded(std::string_view bytes) {
 
 namespace {
 
-/// Marks are told apart by where they attach: what sits above, below or through a letter at will is
-/// an accent; nuktas, kana voicing, viramas and the vowel signs of Indic and South-East Asian
-/// scripts have classes of their own or none.
+/// Marks are told apart by where they attach to a letter. Those that may sit above, below or
+/// through any letter are accents. Nuktas, kana voicing, viramas and the vowel signs of Indic and
+/// South-East Asian scripts have combining classes of their own or none.
 bool isAccent(utf8proc_int32_t codePoint) {
     if (codePoint < 0x300) return false;
     const utf8proc_property_t& properties = *utf8proc_get_property(codePoint);
@@ -190,15 +191,15 @@ void appendSearchFolded(std::string& text, std::string_view piece) {
 
 std::string searchFolded(std::string_view bytes) {
     if (isASCII(bytes)) return lowercased(bytes);
-    // Bringing marks into order takes the square of their number, so text far longer than any name
-    // goes piece by piece.
-    constexpr std::size_t longestPiece = 4'096;
+    // To bring marks into order takes the square of their number. So text that is far longer than
+    // any name goes piece by piece.
+    constexpr std::size_t maxPiece = 4'096;
     const std::string repaired = repairedUTF8(bytes);
     std::string_view rest = repaired;
     std::string text;
     text.reserve(repaired.size());
     while (!rest.empty()) {
-        std::size_t length = std::min(rest.size(), longestPiece);
+        std::size_t length = std::min(rest.size(), maxPiece);
         while (length < rest.size() && (static_cast<unsigned char>(rest[length]) & 0xC0) == 0x80) {
             --length;
         }
@@ -215,7 +216,7 @@ std::string terminalSafe(std::string_view bytes) {
         const Decoded next = decodeNext(bytes);
         if (!next.isValid) {
             text += fmt::format("\\x{:02X}", static_cast<unsigned char>(bytes.front()));
-        } else if (turnsTheTerminal(next.codePoint)) {
+        } else if (mayDriveATerminal(next.codePoint)) {
             text += visibleEscape(next.codePoint);
         } else {
             text += bytes.substr(0, next.length);

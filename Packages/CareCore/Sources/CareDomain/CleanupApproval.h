@@ -5,7 +5,7 @@
 #include "Base/Record.h"
 #include "Base/Timestamp.h"
 #include "Base/UUID.h"
-#include "CareDomain/LocalItemID.h"
+#include "CareDomain/FileObservation.h"
 
 namespace tidyro {
 
@@ -13,7 +13,7 @@ namespace tidyro {
 struct CleanupApproval {
     UUID planID;
     std::set<LocalItemID> approvedCandidateIDs; ///< every entry that the user let through
-    /// Those of them that ask for an approval of their own and got it.
+    /// The entries among them that need an approval of their own and got it.
     std::set<LocalItemID> itemLevelApprovedCandidateIDs;
     Timestamp approvedAt;
 

@@ -10,7 +10,7 @@
 
 namespace tidyro {
 
-/// The cases of `CleanupAuthorization`, which is where to look for what they are for.
+/// The cases of `CleanupAuthorization`, which says what they are for.
 namespace authorization {
 
 /// A shipped cleanup rule, anchored at this root folder.
@@ -97,8 +97,8 @@ struct DiskItem {
 
 } // namespace authorization
 
-/// Why Tidyro may touch a path at all. It is no token: nothing is signed and nothing expires. Its
-/// strength is that it is verified against the disk again right before every change.
+/// Why Tidyro may touch a path at all. It is no token: it is not signed and does not expire. What
+/// makes it safe is that it is verified against the disk right before every change.
 ///
 ///     const CleanupAuthorization picked{authorization::DiskItem{.itemURL = url}};
 ///     picked.provenanceSummary()    // "old.dmg, which you chose"
@@ -108,13 +108,14 @@ struct CleanupAuthorization {
                                authorization::ProjectArtifact, authorization::DiskItem>;
     Cases value;
 
-    /// What bounds the authorization: nothing outside it is covered. A project artifact's is the
+    /// The file or folder outside which nothing is authorized. For a project artifact it is the
     /// project, not the workspace.
     [[nodiscard]] const FileURL& rootURL() const;
     [[nodiscard]] bool isDiskItem() const;
     [[nodiscard]] bool isProjectArtifact() const;
     [[nodiscard]] bool isApplicationBundle() const;
-    /// One line for people. Names of files stand in it as their bytes are.
+    /// One line for people, with names of files as their bytes are. Before it goes to a terminal it
+    /// goes through `terminalSafe`.
     [[nodiscard]] std::string provenanceSummary() const;
 
     bool operator==(const CleanupAuthorization&) const = default;

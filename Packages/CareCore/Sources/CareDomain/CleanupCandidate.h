@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <type_traits>
+#include <utility>
 
 #include "Base/Record.h"
 #include "CareDomain/CleanupAuthorization.h"
@@ -12,7 +13,7 @@
 
 namespace tidyro {
 
-/// One item that a scanner proposes for cleanup.
+/// One item that was rated and may be suggested for cleanup.
 struct CleanupCandidate {
     FileObservation observation;
     CleanupCategory category;
@@ -24,9 +25,17 @@ struct CleanupCandidate {
     [[nodiscard]] std::uint64_t potentiallyReclaimableByteCount() const {
         return observation.byteCount;
     }
-    /// The same candidate under another authorization. One that is not needed any more is moved.
-    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) const&;
-    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) &&;
+    /// The same candidate under another authorization. A temporary candidate is moved, not copied.
+    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) const& {
+        return {.observation = observation,
+                .category = category,
+                .assessment = assessment,
+                .authorization = std::move(by)};
+    }
+    [[nodiscard]] CleanupCandidate authorized(CleanupAuthorization by) && {
+        authorization = std::move(by);
+        return std::move(*this);
+    }
 
     static constexpr auto fields() {
         using Self = CleanupCandidate;
@@ -37,7 +46,7 @@ struct CleanupCandidate {
     bool operator==(const CleanupCandidate&) const = default;
 };
 
-// A scan makes them by the hundred thousand: lists grow and are sorted by moving, not by copying.
+// A scan makes hundreds of thousands of them. Lists must grow and be sorted by moving, not copying.
 static_assert(std::is_nothrow_move_constructible_v<CleanupCandidate> &&
               std::is_nothrow_move_assignable_v<CleanupCandidate>);
 

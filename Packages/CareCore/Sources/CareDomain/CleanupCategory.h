@@ -4,7 +4,7 @@
 
 namespace tidyro {
 
-/// What sort of thing an item is to its owner. The order is the rank.
+/// What an item is to its owner. The order is the rank.
 enum class CleanupCategory {
     regenerableCache,
     temporaryArtifact,

@@ -11,12 +11,11 @@ namespace tidyro {
 ///     CleanupEvidence{.codes = {EvidenceCode::oldEnough, EvidenceCode::regenerable},
 ///                     .summary = "A cache that its application rebuilds."}
 ///
-/// Two evidences from the same codes are equal, in whatever order and however often they came. The
-/// record needs no constructor for it and stays a plain aggregate: the list of codes itself knows
-/// no form but the normal one, wherever it comes from, and JSON reads it through the same door.
+/// `EvidenceCodes` brings the codes into one order and drops repetitions, also when they come from
+/// JSON. So the record needs no constructor and stays a plain aggregate.
 struct CleanupEvidence {
     EvidenceCodes codes;
-    SharedText summary; ///< one sentence, shown to people; most are shared by many items
+    SharedText summary; ///< one sentence for people; many items share it
 
     static constexpr auto fields() {
         return fieldList<CleanupEvidence>(field("codes", &CleanupEvidence::codes),

@@ -6,13 +6,31 @@
 #include <vector>
 
 #include "Base/FileURL.h"
+#include "Base/RawValues.h"
 #include "Base/Record.h"
 #include "Base/Timestamp.h"
 #include "Base/UUID.h"
-#include "CareDomain/CleanupMoveDisposition.h"
-#include "CareDomain/LocalItemID.h"
+#include "CareDomain/FileObservation.h"
 
 namespace tidyro {
+
+/// What became of one entry of a plan.
+enum class CleanupMoveDisposition {
+    movedToTrash,
+    permanentlyRemoved,
+    simulated,
+    failed,  ///< the file operation itself failed
+    refused, ///< a check stopped it before it was touched
+};
+
+constexpr RawValueTable<CleanupMoveDisposition, 5> rawValues(RawValueTag<CleanupMoveDisposition>) {
+    using enum CleanupMoveDisposition;
+    return {{{{movedToTrash, "movedToTrash"},
+              {permanentlyRemoved, "permanentlyRemoved"},
+              {simulated, "simulated"},
+              {failed, "failed"},
+              {refused, "refused"}}}};
+}
 
 /// What became of one entry of a plan.
 struct CleanupReceiptEntry {
@@ -34,7 +52,7 @@ struct CleanupReceiptEntry {
     bool operator==(const CleanupReceiptEntry&) const = default;
 };
 
-/// What one execution of a plan did, item by item, for as long as it is kept.
+/// What one execution of a plan did, item by item.
 struct CleanupReceipt {
     UUID id; ///< new for every execution
     UUID planID;
@@ -47,9 +65,10 @@ struct CleanupReceipt {
     [[nodiscard]] std::uint64_t movedToTrashByteCount() const;
     [[nodiscard]] std::uint64_t permanentlyRemovedByteCount() const;
     [[nodiscard]] std::uint64_t simulatedByteCount() const;
-    /// Whether anything was removed for good; that it was meant to be is not enough.
+    /// Whether anything was removed for good. A permanent plan of which every entry failed is not
+    /// permanent.
     [[nodiscard]] bool isPermanent() const;
-    /// Up to `retainUntil`, which is the first moment at which it is not kept any more.
+    /// Whether the receipt is still kept at a moment. At `retainUntil` it is not any more.
     [[nodiscard]] bool isRetained(Timestamp at) const { return at < retainUntil; }
 
     static constexpr auto fields() {

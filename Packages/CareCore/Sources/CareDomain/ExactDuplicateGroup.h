@@ -5,18 +5,22 @@
 #include <vector>
 
 #include "Base/Record.h"
+#include "Base/Saturating.h"
 #include "CareDomain/FileObservation.h"
 
 namespace tidyro {
 
-/// Files with the same contents, byte for byte.
+/// A set of copies: files whose contents are the same, byte for byte.
 struct ExactDuplicateGroup {
     std::string contentDigest; ///< lower-case hexadecimal
     std::uint64_t byteCountPerItem;
     std::vector<FileObservation> members;
 
-    /// What goes when one copy stays, saturating; a group of fewer than two frees nothing.
-    [[nodiscard]] std::uint64_t potentiallyReclaimableByteCount() const;
+    /// The bytes of all copies but one, saturating. A set of fewer than two frees nothing.
+    [[nodiscard]] std::uint64_t potentiallyReclaimableByteCount() const {
+        return saturatingMultiply(byteCountPerItem,
+                                  saturatingSubtract<std::uint64_t>(members.size(), 1));
+    }
 
     static constexpr auto fields() {
         using Self = ExactDuplicateGroup;

@@ -10,19 +10,26 @@
 
 namespace tidyro {
 
-/// What tells a file apart from any that takes its place, as it was when it was observed. Plans
-/// keep it, so that the file can be recognised again right before it is touched.
+/// Recognises a file right before it is touched. Plans keep the fingerprint of the file as it was
+/// observed; another file in its place, or the same one changed, has a different one.
 struct FileFingerprint {
     std::uint64_t byteCount;
     std::optional<Timestamp> modificationDate = std::nullopt;
     std::optional<std::string> volumeIdentifier = std::nullopt;
     std::optional<std::string> fileResourceIdentifier = std::nullopt;
 
-    [[nodiscard]] static FileFingerprint of(const FileObservation& observation);
+    [[nodiscard]] static FileFingerprint fromObservation(const FileObservation& observation) {
+        return {.byteCount = observation.byteCount,
+                .modificationDate = observation.modificationDate,
+                .volumeIdentifier = observation.volumeIdentifier,
+                .fileResourceIdentifier = observation.fileResourceIdentifier};
+    }
 
-    /// Whether all four agree to the bit. What is absent on one side only does not match: a value
-    /// that could not be read is no proof of sameness.
-    [[nodiscard]] bool matches(const FileObservation& observation) const;
+    /// Whether all four values agree exactly. A value that is absent on one side only does not
+    /// match: what could not be read proves nothing.
+    [[nodiscard]] bool matches(const FileObservation& observation) const {
+        return *this == fromObservation(observation);
+    }
 
     static constexpr auto fields() {
         using Self = FileFingerprint;

@@ -1,19 +1,40 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
 
 #include "Base/FileURL.h"
+#include "Base/RawValues.h"
 #include "Base/Record.h"
 #include "Base/Timestamp.h"
-#include "CareDomain/FileKind.h"
-#include "CareDomain/LocalItemID.h"
 
 namespace tidyro {
 
-/// What one look at a file or folder saw. It tells of that moment only: whoever is about to touch
-/// the item looks again and compares by `FileFingerprint`.
+/// The name by which one report, its plans and its receipts speak of one item. It is opaque: it
+/// only tells whether two items are the same. The text is UTF-8, so that it survives JSON. To make
+/// one from a path, take the URL's text, not the path's bytes.
+struct LocalItemID {
+    std::string rawValue;
+
+    static constexpr auto fields() {
+        return fieldList<LocalItemID>(field("rawValue", &LocalItemID::rawValue));
+    }
+    auto operator<=>(const LocalItemID&) const = default;
+};
+
+/// The kind of an item on the disk. Links are not followed: a link is `other`.
+enum class FileKind { regularFile, directory, other };
+
+constexpr RawValueTable<FileKind, 3> rawValues(RawValueTag<FileKind>) {
+    return {{{{FileKind::regularFile, "regularFile"},
+              {FileKind::directory, "directory"},
+              {FileKind::other, "other"}}}};
+}
+
+/// What one look at a file or folder saw. It is true of that moment only. Before an item is touched
+/// it is observed again and compared by its `FileFingerprint`.
 struct FileObservation {
     LocalItemID id; ///< unique within a report
     FileURL url;

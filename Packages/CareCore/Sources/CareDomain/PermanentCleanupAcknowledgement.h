@@ -10,15 +10,15 @@
 
 namespace tidyro {
 
-/// The user's word, apart from the approval, that a plan may remove files for good. The counts are
-/// those that stood in the confirmation: what does not match the plan does not count for it.
+/// The user's confirmation that a plan may remove files for good, in addition to the approval. The
+/// counts are those that the confirmation showed. It is void for a plan with other counts.
 struct PermanentCleanupAcknowledgement {
     UUID planID;
     std::int64_t itemCount;
     std::uint64_t byteCount;
     Timestamp acknowledgedAt;
 
-    /// What stands on the button that confirms it: "Permanently delete 1,234 items".
+    /// The title of the button that confirms it: "Permanently delete 1,234 items".
     [[nodiscard]] static std::string
     destructiveActionTitle(std::int64_t itemCount,
                            const LocaleText& locale = LocaleText::current());

@@ -4,13 +4,29 @@
 #include <string>
 #include <string_view>
 
+#include "Base/RawValues.h"
 #include "Base/Record.h"
 #include "CareDomain/CleanupCategory.h"
 #include "CareDomain/CleanupEvidence.h"
-#include "CareDomain/CleanupExecutionMode.h"
-#include "CareDomain/RiskTier.h"
+#include "CareDomain/RiskAssessment.h"
 
 namespace tidyro {
+
+/// What carrying out a plan does to its items.
+enum class CleanupExecutionMode {
+    simulation,
+    recoverable, ///< moves them to the Trash
+    permanent,   ///< removes them for good
+};
+
+constexpr RawValueTable<CleanupExecutionMode, 3> rawValues(RawValueTag<CleanupExecutionMode>) {
+    using enum CleanupExecutionMode;
+    return {{{{simulation, "simulation"}, {recoverable, "recoverable"}, {permanent, "permanent"}}}};
+}
+
+[[nodiscard]] constexpr bool changesTheFilesystem(CleanupExecutionMode mode) {
+    return mode != CleanupExecutionMode::simulation;
+}
 
 /// Why one item of a plan may go, and how it could be got back: shown before it is approved.
 struct ProofCard {

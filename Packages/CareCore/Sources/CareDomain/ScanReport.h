@@ -1,17 +1,33 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
+#include "Base/FileURL.h"
 #include "Base/Record.h"
+#include "Base/Saturating.h"
 #include "Base/Timestamp.h"
+#include "Base/UUID.h"
 #include "CareDomain/CoverageGap.h"
 #include "CareDomain/FileObservation.h"
-#include "CareDomain/ScanRoot.h"
 
 namespace tidyro {
 
-/// What one scan saw, and what it had to leave out.
+/// A folder that a scan was asked to read.
+struct ScanRoot {
+    UUID id;
+    FileURL url;
+    std::string label; ///< shown to people
+
+    static constexpr auto fields() {
+        return fieldList<ScanRoot>(field("id", &ScanRoot::id), field("url", &ScanRoot::url),
+                                   field("label", &ScanRoot::label));
+    }
+    bool operator==(const ScanRoot&) const = default;
+};
+
+/// The items that one scan saw, and the places that it left out.
 struct ScanReport {
     std::vector<ScanRoot> roots;
     std::vector<FileObservation> items;
@@ -20,7 +36,11 @@ struct ScanReport {
     Timestamp completedAt;
 
     /// The bytes of all items, saturating.
-    [[nodiscard]] std::uint64_t observedByteCount() const;
+    [[nodiscard]] std::uint64_t observedByteCount() const {
+        std::uint64_t total = 0;
+        for (const FileObservation& item : items) total = saturatingAdd(total, item.byteCount);
+        return total;
+    }
 
     static constexpr auto fields() {
         return fieldList<ScanReport>(field("roots", &ScanReport::roots),

@@ -107,7 +107,7 @@ void FolderWalk::read(Reading& reading) const {
                  .mayDescend = reading.job.depth < maxDepth_});
         }
         if (reading.error.code == 0) return;
-        const bool isGone = reading.job.folder != 0 && platform::meansVanished(reading.error);
+        const bool isGone = reading.job.folder != 0 && platform::hasVanished(reading.error);
         reading.outcome = isGone ? Outcome::vanished : Outcome::closed;
         if (reading.error.code == ECANCELED) reading.outcome = Outcome::unread;
     }

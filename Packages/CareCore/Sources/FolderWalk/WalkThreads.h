@@ -49,11 +49,11 @@ class WaitWatch {
         constexpr std::size_t readingsBetweenLooks = 8;
         looks_ = isOfInterest && readings_ % readingsBetweenLooks == 0;
         ++readings_;
-        if (looks_) before_ = platform::waitsOfThisThread();
+        if (looks_) before_ = platform::waitCountOfThisThread();
     }
     /// After it.
     [[nodiscard]] bool hasWaited() const {
-        return looks_ && platform::waitsOfThisThread() != before_;
+        return looks_ && platform::waitCountOfThisThread() != before_;
     }
 
   private:

@@ -23,6 +23,17 @@ namespace {
 
 using ::testing::ElementsAre;
 
+TEST(CleanupRecords, AreUsedAsTheirHeadersSay) {
+    const ReclaimGoal goal{.byteCount = 1'000'000};
+    const std::string text = jsonText(toJSON(goal));
+    EXPECT_EQ(text, R"({"byteCount":1000000})");
+    EXPECT_EQ(fromJSONText<ReclaimGoal>(text), goal);
+
+    const FileURL url = FileURL::file("/home/ada/Downloads/old.dmg");
+    const CleanupAuthorization picked{authorization::DiskItem{.itemURL = url}};
+    EXPECT_EQ(picked.provenanceSummary(), "old.dmg, which you chose");
+}
+
 TEST(CleanupEvidence, HasOneFormWhateverTheOrder) {
     using enum EvidenceCode;
     const CleanupEvidence written{

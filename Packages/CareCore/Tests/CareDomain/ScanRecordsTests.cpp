@@ -15,7 +15,7 @@ namespace {
 TEST(FileFingerprint, MatchesWhatAgreesInAllFour) {
     using Change = void (*)(FileObservation&);
     const auto seen = testing::sample<FileObservation>();
-    const FileFingerprint fingerprint = FileFingerprint::of(seen);
+    const FileFingerprint fingerprint = FileFingerprint::fromObservation(seen);
     auto another = testing::sample<FileObservation>(100);
     another.byteCount = seen.byteCount;
     another.modificationDate = seen.modificationDate;
@@ -34,10 +34,10 @@ TEST(FileFingerprint, MatchesWhatAgreesInAllFour) {
         FileObservation changed = seen;
         changes[i](changed);
         EXPECT_FALSE(fingerprint.matches(changed)) << i;
-        EXPECT_FALSE(FileFingerprint::of(changed).matches(seen)) << i;
+        EXPECT_FALSE(FileFingerprint::fromObservation(changed).matches(seen)) << i;
     }
     const FileObservation bare = testing::withoutOptionals(seen);
-    EXPECT_TRUE(FileFingerprint::of(bare).matches(bare));
+    EXPECT_TRUE(FileFingerprint::fromObservation(bare).matches(bare));
 }
 
 TEST(ScanReport, AddsUpWithoutWrapping) {

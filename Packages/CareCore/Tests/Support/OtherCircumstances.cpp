@@ -100,7 +100,7 @@ std::optional<std::string> inMountNamespace(const std::function<std::string()>&)
 bool bindMount(const std::string&, const std::string&) { return false; }
 #endif
 
-bool succeeds(const std::string& command) {
+bool runQuietly(const std::string& command) {
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0; // NOLINT
 }
 
@@ -111,8 +111,8 @@ std::unique_ptr<MountedImage> MountedImage::make(const std::string& type) {
     image->place_.folder("mounted");
     const std::string file = image->place_ / "image";
     const std::string target = image->place_ / "mounted";
-    if (!succeeds("mkfs." + type + " -q '" + file + "'") ||
-        !succeeds("mount -o loop '" + file + "' '" + target + "'")) {
+    if (!runQuietly("mkfs." + type + " -q '" + file + "'") ||
+        !runQuietly("mount -o loop '" + file + "' '" + target + "'")) {
         return nullptr;
     }
     image->mounted_ = std::make_unique<TemporaryFolder>(target);
@@ -120,7 +120,7 @@ std::unique_ptr<MountedImage> MountedImage::make(const std::string& type) {
 }
 
 MountedImage::~MountedImage() {
-    if (mounted_) static_cast<void>(succeeds("umount '" + mounted_->path() + "'"));
+    if (mounted_) static_cast<void>(runQuietly("umount '" + mounted_->path() + "'"));
 }
 
 } // namespace tidyro::testing

@@ -45,6 +45,6 @@ class MountedImage {
 };
 
 /// Runs a command line quietly; true when it ends with 0.
-[[nodiscard]] bool succeeds(const std::string& command);
+[[nodiscard]] bool runQuietly(const std::string& command);
 
 } // namespace tidyro::testing

@@ -44,13 +44,13 @@ FindDirectoryReader::Failure FindDirectoryReader::Failure::of(SystemError error)
     case ENOTDIR:
     case ELOOP: return {.kind = Kind::notDirectory, .error = error};
     default:
-        return {.kind = platform::meansVanished(error) ? Kind::missing : Kind::failed,
+        return {.kind = platform::hasVanished(error) ? Kind::missing : Kind::failed,
                 .error = error};
     }
 }
 
 FindDirectoryReader::FindDirectoryReader(Options options)
-    : lister_({.tellsClones = false,
+    : lister_({.isAskedForClones = false,
                .cancelled = options.cancelled,
                .afterBulkRead = std::move(options.afterBulkRead)}) {}
 

@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "Platform/Files/DurableFile.h"
-#include "Platform/Files/DurableWriter.h"
 #include "Platform/Folders/WellKnownFolders.h"
 #include "Rooms/Find/Services/Saving/FindIndexFile.h"
 

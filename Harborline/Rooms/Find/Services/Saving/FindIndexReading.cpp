@@ -28,7 +28,7 @@ template <class T>
 void makeRoom(GrowingArray<T>& column, std::size_t count) {
     column.reserveMore(count);
     const std::span room(column.data(), column.capacityBytes() / sizeof(T));
-    platform::fillsWholly(std::as_writable_bytes(room));
+    platform::expectWholeWrite(std::as_writable_bytes(room));
 }
 
 /// Reads on and on; after the first failure nothing.

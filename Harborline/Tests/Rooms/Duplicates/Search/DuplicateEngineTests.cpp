@@ -359,7 +359,7 @@ void tellsClonesApart(const std::string& type) {
     if (image == nullptr) GTEST_SKIP() << "cannot mount a " << type << " image here";
     const TemporaryFolder& place = image->folder();
     const auto clone = [&](const std::string& from, const std::string& to) {
-        return testing::succeeds("cp --reflink=always " + (place / from) + " " + (place / to));
+        return testing::runQuietly("cp --reflink=always " + (place / from) + " " + (place / to));
     };
     place.noise("pair/a", 500'000, 1);
     place.noise("three/a", 500'000, 2);
@@ -370,12 +370,12 @@ void tellsClonesApart(const std::string& type) {
     ASSERT_TRUE(clone("three/a", "three/b"));
     ASSERT_TRUE(clone("written/a", "written/b"));
     // The same contents again, but in blocks of its own.
-    ASSERT_TRUE(testing::succeeds("dd if=" + (place / "written/copy") +
-                                  " of=" + (place / "written/b") + " conv=notrunc && sync"));
+    ASSERT_TRUE(testing::runQuietly("dd if=" + (place / "written/copy") +
+                                    " of=" + (place / "written/b") + " conv=notrunc && sync"));
     place.hole("holes/a", 10'000'000);
     place.hole("holes/b", 10'000'000);
     place.noise("sparse/a", 300'000, 4);
-    ASSERT_TRUE(testing::succeeds("truncate -s 5000000 " + (place / "sparse/a")));
+    ASSERT_TRUE(testing::runQuietly("truncate -s 5000000 " + (place / "sparse/a")));
     ASSERT_TRUE(clone("sparse/a", "sparse/b"));
     const auto report = engine().run(searching(place));
     ASSERT_TRUE(report);
@@ -401,7 +401,7 @@ TEST(DuplicateEngine, SearchesARootThatIsMountedInAnother) {
     const auto said = testing::inMountNamespace([]() -> std::string {
         const TemporaryFolder place;
         place.folder("outer/mounted");
-        if (!testing::succeeds("mount -t tmpfs none " + (place / "outer/mounted"))) {
+        if (!testing::runQuietly("mount -t tmpfs none " + (place / "outer/mounted"))) {
             return "cannot mount";
         }
         place.file("outer/mounted/a", "same");
@@ -411,8 +411,9 @@ TEST(DuplicateEngine, SearchesARootThatIsMountedInAnother) {
                          FileURL::folder(place / "outer/mounted")};
         const auto report = engine().run(options);
         const std::size_t groups = report->groups.size();
-        return testing::succeeds("umount " + (place / "outer/mounted")) ? fmt::format("{}", groups)
-                                                                        : "cannot unmount";
+        return testing::runQuietly("umount " + (place / "outer/mounted"))
+                   ? fmt::format("{}", groups)
+                   : "cannot unmount";
     });
     EXPECT_TRUE(!said || *said == "cannot mount" || *said == "1") << *said;
 }
@@ -432,7 +433,7 @@ TEST(DuplicateEngine, KnowsAFileByTwoMounts) {
         for (const auto& copies : told(*report, place)) {
             for (const std::string& copy : copies) text += copy + " ";
         }
-        return testing::succeeds("umount " + (place / "again")) ? text : "cannot unmount";
+        return testing::runQuietly("umount " + (place / "again")) ? text : "cannot unmount";
     });
     EXPECT_TRUE(!said || *said == "cannot mount" || *said == "again/a (real/a) other/copy ")
         << *said;

@@ -2,28 +2,70 @@
 
 #include <cstddef>
 #include <expected>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Base/SystemError.h"
 
-/// Files that matter. A crash or a full disk at any moment leaves either the old file or the new
-/// one, whole.
+/// Files that matter: settings, an index, a journal. A crash or a full disk at any moment leaves
+/// either the old file or the new one, whole.
 namespace tidyro::platform {
 
 /// Replaces the file at `path`: writes a temporary sibling (made exclusively, mode 0600), flushes
 /// it to the disk, renames it over the path and flushes the folder. On failure the old file stands
-/// and the sibling is gone, unless the very last flush failed: then the new file is in its place,
-/// but may not outlast a crash.
+/// and the sibling is gone. Only when the very last flush failed, the new file is in its place, but
+/// may not outlast a crash.
 [[nodiscard]] std::expected<void, SystemError> writeDurably(const std::string& path,
                                                             std::string_view bytes);
+
+/// The same piece by piece, for files that are too large to be held in memory twice.
+///
+///     auto writer = DurableWriter::open(path, DurableWriter::Sibling::shared);
+///     writer->append(bytes) ...
+///     writer->commit()
+///
+/// A writer that goes without `commit` leaves the old file and removes the sibling. Used by one
+/// thread.
+class DurableWriter {
+  public:
+    enum class Sibling {
+        unique, ///< a name that nobody else has: of several writers the last to end wins
+        /// `path` and ".partial", so that the next writer uses up what a crash left. Whoever has it
+        /// locks it; others wait, and give up with EWOULDBLOCK after `maxWait` seconds. Fails where
+        /// the file system has no locks.
+        shared,
+    };
+    static constexpr int maxWait = 10;
+
+    [[nodiscard]] static std::expected<DurableWriter, SystemError> open(const std::string& path,
+                                                                        Sibling sibling);
+    DurableWriter(DurableWriter&& other) noexcept;
+    DurableWriter& operator=(DurableWriter&&) = delete;
+    ~DurableWriter();
+
+    /// Small pieces are gathered, large ones written as they are.
+    [[nodiscard]] std::expected<void, SystemError> append(std::span<const std::byte> bytes);
+    /// Called once, at the end. Fails as `writeDurably` does.
+    [[nodiscard]] std::expected<void, SystemError> commit();
+
+  private:
+    DurableWriter(std::string path, std::string sibling, int fd);
+
+    std::string path_;
+    std::string sibling_;
+    int fd_; ///< negative: there is no sibling (any more)
+    std::vector<std::byte> gathered_;
+};
 
 /// Makes a folder and those above it that are missing, each with mode 0700, and flushes them.
 /// Folders that exist stay as they are.
 [[nodiscard]] std::expected<void, SystemError> makePrivateFolder(const std::string& path);
 
-/// The whole file; EFBIG when it holds more than `most` bytes, EINVAL when it is no regular file.
+/// The whole file; EFBIG when it holds more than `maxByteCount` bytes, EINVAL when it is no regular
+/// file.
 [[nodiscard]] std::expected<std::string, SystemError> readWholeFile(const std::string& path,
-                                                                    std::size_t most);
+                                                                    std::size_t maxByteCount);
 
 } // namespace tidyro::platform

@@ -9,13 +9,13 @@
 #include "Base/Timestamp.h"
 #include "Platform/Folders/FolderReading.h"
 
-/// What the system says of one item, from one call that follows no link at the end of the path.
+/// What the system says of one item. A link at the end of the path is not followed.
 ///
 ///     const auto seen = platform::fileMetadata("/home/ada/.npm/_cacache/index-v5/00/11/22");
 ///     if (!seen) return std::unexpected(seen.error());
 ///     seen->identity.inode ...
 ///
-/// The answers are of the moment. Any thread may ask.
+/// An answer tells of the moment at which it was asked for. Any thread may ask.
 namespace tidyro::platform {
 
 enum class ItemKind : std::uint8_t { regularFile, folder, link, other };
@@ -27,44 +27,47 @@ struct FileMetadata {
     /// None on a file system that does not keep it.
     std::optional<Timestamp> created = std::nullopt;
     std::optional<Timestamp> modified = std::nullopt;
-    /// The last change of the contents or of anything the system keeps of it. Unlike the date of
-    /// the last modification nobody can set it back.
+    /// The last change of the contents or of anything that the system keeps about the item. Nobody
+    /// can set it back, unlike the date of the last modification.
     std::optional<Timestamp> changed = std::nullopt;
     std::uint32_t ownerUserID;
     std::uint64_t linkCount; ///< hard links
     ItemIdentity identity;
     /// The mount through which the item was seen, as `Volume::mount` numbers them. None where the
-    /// system does not say; the device is then what tells the volume.
+    /// system does not number its mounts; the device then tells the volume.
     std::optional<std::uint64_t> mount = std::nullopt;
     bool isDataless; ///< its contents are not on this disk; macOS only
-    /// Somebody may write to it, as far as its permissions go. They bind no superuser, but say what
-    /// its owner wants.
+    /// The permissions let at least one person write to it. They do not bind a superuser, but they
+    /// say what its owner wants.
     bool isWritableBySomebody = true;
-    /// Marked as immutable, append-only or part of the system: it can be neither renamed nor, for a
-    /// folder, lose what is in it, whatever the permissions say.
+    /// Marked as immutable, append-only or part of the system. Whatever the permissions say, it
+    /// cannot be renamed, and nothing can be removed from a folder that is marked so.
     bool isLocked = false;
 };
 
-/// Whether two items were seen through one mount; where the system does not number its mounts,
+/// Whether two items were seen through one mount. Where the system does not number its mounts:
 /// whether they are on one device.
 [[nodiscard]] inline bool areOnOneMount(const FileMetadata& a, const FileMetadata& b) {
     if (a.mount && b.mount) return a.mount == b.mount;
     return a.identity.device == b.identity.device;
 }
 
-/// A path too long for the system is ENAMETOOLONG; a walk uses the form below.
+/// ENAMETOOLONG for a path that the system does not take at once; a walk uses the form below.
 [[nodiscard]] std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path);
-/// The same for a name inside an open folder.
+/// Of a name inside an open folder.
 [[nodiscard]] std::expected<FileMetadata, SystemError> fileMetadata(const FolderDescriptor& folder,
                                                                     const char* name);
+/// Of an open file or folder, whatever its name leads to by now.
+[[nodiscard]] std::expected<FileMetadata, SystemError> fileMetadata(int fd);
 
-/// Whether this process may read the item, by the system's own answer for the effective user:
-/// access lists and privileges count. A link is not followed. Any failure to find out is a no.
+/// Whether this process may read the item. The system itself answers for the effective user, so
+/// access lists and privileges count. A link is not followed. False also when the system does not
+/// answer.
 [[nodiscard]] bool isReadable(const std::string& path);
 [[nodiscard]] bool isReadable(const FolderDescriptor& folder, const char* name);
 
-/// Whether this process may add, rename and remove entries of a folder, by the same answer. That a
-/// sticky folder lets go only of what is the user's own is not part of it, nor is a lock.
+/// Whether this process may add, rename and remove entries of a folder, answered likewise. The
+/// answer leaves out locks, and that a sticky folder lets go only of the user's own entries.
 [[nodiscard]] bool isWritableFolder(const std::string& path);
 
 /// The path with every link in it resolved. ENOENT when nothing is there. `FolderResolver` also

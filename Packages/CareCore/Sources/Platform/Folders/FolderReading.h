@@ -11,20 +11,24 @@
 
 #include "Base/SystemError.h"
 
-/// Reading folders by descriptor: a walk holds folders open and goes down by name, one component
-/// at a time, never following a link and never opening a full path. So no path is too long, and
-/// nothing that is moved meanwhile can lead a walk elsewhere.
+/// Reading folders by descriptor. A walk holds folders open and goes down by name, one component at
+/// a time. It follows no link and opens no full path. So no path is too long, and nothing that is
+/// moved meanwhile can lead a walk elsewhere.
 ///
-///     auto root = FolderDescriptor::openRoot("/home/ada");
-///     FolderLister lister({.tellsClones = sharesBlocks(*root)});
+///     const auto root = FolderDescriptor::openRoot("/home/ada");
+///     if (!root) return std::unexpected(root.error());
+///     FolderLister lister({.isAskedForClones = isKnownToShareBlocks(*root)});
 ///     lister.begin(*root);
-///     while (const FolderEntry* entry = lister.next()) use(*entry);
-///     if (lister.error()) ...
+///     while (const FolderEntry* entry = lister.next()) names.emplace_back(entry->name);
+///     if (lister.error().code != 0) return std::unexpected(lister.error());
+///
+/// Several threads may use one open folder; a lister belongs to one thread.
 namespace tidyro::platform {
 
 enum class EntryType : std::uint8_t { file, folder, link };
 
-/// What the system says of one entry beside its sizes and dates; a set of bits.
+/// What the system says of one entry beside its sizes and dates. The values are bits of
+/// `EntryTraits`.
 enum class EntryTrait : std::uint8_t {
     hidden = 1,      ///< macOS: the hidden flag; Linux: the name begins with "."
     dataless = 2,    ///< macOS: a placeholder of the cloud; Linux: never
@@ -41,27 +45,27 @@ struct EntryTraits {
     void add(EntryTrait trait) noexcept { bits |= static_cast<std::uint8_t>(trait); }
 };
 
-/// Two names with the same identity are one file.
+/// Two names with the same identity lead to one item.
 struct ItemIdentity {
     std::uint64_t device;
     std::uint64_t inode;
     bool operator==(const ItemIdentity&) const = default;
 };
 
-/// One entry of a folder. On Linux a folder's own facts are not among them: they are cheaper from
-/// its descriptor, once it is open (`FolderFacts`).
+/// One entry of a folder. On Linux an entry that is a folder has no facts here: they are cheaper to
+/// get from its descriptor, once it is open (`FolderFacts`).
 struct FolderEntry {
     std::string_view name; ///< bytes, no "/"; valid until the next call of `next`
     EntryType type = EntryType::file;
     EntryTraits traits;
-    bool hasFacts = false; ///< false: nothing below is known
+    bool hasFacts = false; ///< false: none of the members below is known
     std::uint32_t linkCount = 1;
     std::uint32_t modified = 0;      ///< whole seconds since 1970, at the range's nearer end
     std::uint32_t accessed = 0;      ///< likewise
     std::uint64_t logicalSize = 0;   ///< bytes; 0 for folders
     std::uint64_t allocatedSize = 0; ///< bytes on disk; 0 for folders
     ItemIdentity identity{};
-    /// Files with the same family share their blocks; 0 for none. Within one device.
+    /// Files of one device with the same family share their blocks; 0 for none.
     std::uint64_t cloneFamily = 0;
 };
 
@@ -73,7 +77,7 @@ struct FolderFacts {
     std::uint32_t accessed;
 };
 
-/// A folder held open. Closed by its owner's lifetime.
+/// A folder held open. It is closed when its owner goes.
 class FolderDescriptor {
   public:
     FolderDescriptor() = default;
@@ -88,9 +92,9 @@ class FolderDescriptor {
     /// Opens a folder inside this one; a link is not followed (ELOOP or ENOTDIR).
     [[nodiscard]] std::expected<FolderDescriptor, SystemError> open(const char* name) const;
 
-    /// Opens a folder some levels below this one. No link on the way is followed, and no ".." or
-    /// mount leads out. ENAMETOOLONG for a path that the system does not take at once; going down
-    /// by single names is not bound to that.
+    /// Opens a folder some levels below this one. No link on the way is followed. The path has no
+    /// "..", which not every system would refuse. ENAMETOOLONG for a path that the system does not
+    /// take at once; going down by single names has no such limit.
     [[nodiscard]] std::expected<FolderDescriptor, SystemError>
     openBelow(const std::string& relativePath) const;
 
@@ -105,32 +109,34 @@ class FolderDescriptor {
     int fd_ = -1;
 };
 
-/// Whether files of this folder's volume may share blocks with one another.
-[[nodiscard]] bool sharesBlocks(const FolderDescriptor& folder);
+/// Whether this folder's volume is of a kind that is known to share blocks between files. A volume
+/// of an unknown kind is not: asking it for each file's clones would cost more than it finds.
+/// `mayShareBlocks` answers the other way round.
+[[nodiscard]] bool isKnownToShareBlocks(const FolderDescriptor& folder);
 
-/// How many folders a walk may hold open at once. Raises the process's own limit on open files
-/// where that is low and may be raised.
+/// How many folders a walk may hold open at once. Raises this process's limit on open files when it
+/// is low and may be raised.
 [[nodiscard]] std::size_t openFolderBudget();
 
-/// Whether an error of opening or reading means that the item is gone, or was replaced by
-/// something that is no folder, since its name was read.
-[[nodiscard]] bool meansVanished(SystemError error);
+/// Whether an error of opening or reading a folder means that since its name was read it has gone
+/// or something else took its place.
+[[nodiscard]] bool hasVanished(SystemError error);
 
-/// Reads one folder after another into one buffer, allocated once. One thread uses a lister.
+/// Lists one folder after another, with one buffer for all of them.
 class FolderLister {
   public:
     struct Options {
-        /// Ask for clone families. Costs nothing on macOS, an open file and a call on Linux for
-        /// each file that is large enough to be worth it.
-        bool tellsClones = false;
-        /// Reading ends with ECANCELED once this is true. Outlives the lister.
+        /// Whether entries tell their clone family. It costs nothing on macOS. On Linux it costs
+        /// opening each file of at least `minCloneSize` bytes.
+        bool isAskedForClones = false;
+        /// Reading ends with ECANCELED once this is true. It must outlive the lister.
         const std::atomic<bool>* cancelled = nullptr;
-        /// Runs after each bulk read; for tests and diagnostics.
+        /// Runs after each bulk read, for tests and diagnostics.
         std::function<void()> afterBulkRead = nullptr;
     };
 
-    /// Files below this many bytes have no clone family on Linux.
-    static constexpr std::uint64_t smallestClone = 131'072;
+    /// Smaller files have no clone family on Linux.
+    static constexpr std::uint64_t minCloneSize = 131'072;
     /// Bytes of one bulk read.
     static constexpr std::size_t bufferSize = 262'144;
 
@@ -139,12 +145,12 @@ class FolderLister {
     FolderLister(const FolderLister&) = delete;
     FolderLister& operator=(const FolderLister&) = delete;
 
-    /// Starts on a folder, which stays open until its last entry was read.
+    /// Starts on a folder. The caller keeps it open until the last entry was read.
     void begin(const FolderDescriptor& folder);
-    /// The next entry, "." and ".." left out, entries that vanished meanwhile passed over. None at
-    /// the end, and after an error.
+    /// The next entry; none at the end and after an error. Leaves out ".", ".." and entries that
+    /// have vanished meanwhile. The entry is good until the next call.
     [[nodiscard]] const FolderEntry* next();
-    /// Why reading ended early; its code is 0 when it did not.
+    /// Why listing ended early; its code is 0 when it did not.
     [[nodiscard]] SystemError error() const noexcept { return error_; }
 
   private:

@@ -14,7 +14,7 @@ namespace tidyro::platform {
 /// $XDG_DATA_HOME or ".local/share" below the home on Linux. It need not exist.
 [[nodiscard]] FileURL applicationSupportFolder();
 
-/// Where the Trash keeps what was moved there: the children of these folders are its items.
+/// The folders whose children are the items in the Trash.
 struct TrashPlaces {
     FileURL home;                         ///< this person's
     std::vector<std::string> belowVolume; ///< from the top of each volume, for this user

@@ -12,7 +12,7 @@ enum class Quality : unsigned {
     utility = 17,
 };
 
-/// A thread of its own with a name that debuggers and profilers show. Joins when it goes.
+/// A thread with a name that debuggers and profilers show. Joins when it goes.
 class DedicatedThread {
   public:
     DedicatedThread(std::string name, Quality quality, std::function<void()> work);
@@ -21,12 +21,12 @@ class DedicatedThread {
     std::jthread thread_;
 };
 
-/// Names the calling thread; a system that keeps short names only gets the beginning and the
-/// trailing number.
+/// Names the calling thread. Where the system takes short names only, the name is cut in the
+/// middle, so that its beginning and the number at its end remain.
 void nameThisThread(const std::string& name, Quality quality);
 
-/// How often the calling thread had to wait for something so far, a disk for example, rather than
-/// being taken off its processor. Always 0 on a system that does not count it.
-[[nodiscard]] std::uint64_t waitsOfThisThread();
+/// How often the calling thread has waited so far, for a disk for example. Times at which the
+/// system took the processor away do not count. Always 0 on a system that does not count waits.
+[[nodiscard]] std::uint64_t waitCountOfThisThread();
 
 } // namespace tidyro::platform

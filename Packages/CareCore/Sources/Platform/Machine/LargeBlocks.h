@@ -3,19 +3,19 @@
 #include <cstddef>
 #include <span>
 
-/// How large blocks of memory are had from the system. Both are about pages and time only; a system
-/// that has no such thing does nothing.
+/// Hints about large blocks of memory. They save time or memory and change nothing else. A system
+/// that knows no such hint does nothing.
 namespace tidyro::platform {
 
-/// From now on each block of 128 KiB and more is the system's again as soon as it is freed. Left to
-/// itself the allocator raises that limit with the first large block it sees freed, and what other
-/// threads free afterwards stays with their arenas: 3 of the 45 MB of an index of 460,000 names.
-/// Called once, by `main`, before there are threads.
+/// From now on, freeing a block of 128 KiB or more gives it back to the system at once. Otherwise
+/// the allocator raises that limit when it sees the first large block freed, and keeps what other
+/// threads free afterwards: 3 of the 45 MB of an index of 460,000 names. Called once, by `main`,
+/// before there are threads.
 void giveLargeBlocksBack();
 
-/// Tells that all of a new block is about to be written. Where it holds whole large pages the
-/// system then clears 2 MiB at once instead of being asked for each 4 KiB: a saved index of a
-/// million names opens in 30 ms instead of 48.
-void fillsWholly(std::span<std::byte> block);
+/// Announces that a new block is about to be written from its beginning to its end. The system then
+/// clears 2 MiB at once instead of 4 KiB at a time: a saved index of a million names opens in 30 ms
+/// instead of 48.
+void expectWholeWrite(std::span<std::byte> block);
 
 } // namespace tidyro::platform

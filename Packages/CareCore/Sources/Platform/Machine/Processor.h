@@ -2,9 +2,9 @@
 
 namespace tidyro::platform {
 
-/// Whether this processor compares 32 bytes at once: AVX2, with the bit instructions that every
-/// such processor has beside it (BMI, POPCNT), and a system that keeps its registers. False for
-/// any that is not x86-64. Thread-safe.
+/// Whether AVX2 may be used, which compares 32 bytes at once. Yes means that the processor has it
+/// together with the bit instructions BMI and POPCNT, and that the system keeps its registers.
+/// False for any processor but x86-64. Any thread may ask.
 [[nodiscard]] bool hasAVX2();
 
 } // namespace tidyro::platform

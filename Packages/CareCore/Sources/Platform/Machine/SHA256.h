@@ -16,8 +16,8 @@ namespace tidyro::platform {
 ///     hash.update(bytes);
 ///     hexText(hash.finish())     // "9f86d081884c7d65..."
 ///
-/// One is used for many messages, one after another: making it costs more than starting it again.
-/// Used by one thread at a time.
+/// Use one for many messages, one after another: making it costs more than starting it again. Used
+/// by one thread at a time.
 class SHA256 {
   public:
     using Digest = std::array<std::uint8_t, 32>;
@@ -28,9 +28,9 @@ class SHA256 {
     SHA256& operator=(const SHA256&) = delete;
 
     void update(std::span<const std::byte> bytes);
-    /// The digest of everything since the last one; the next message begins.
+    /// The digest of everything since the last digest. The next message begins.
     [[nodiscard]] Digest finish();
-    /// Forgets what came since the last digest.
+    /// Forgets everything since the last digest.
     void restart();
 
   private:

@@ -14,34 +14,40 @@ namespace tidyro::platform {
 
 struct Volume {
     std::string mountPath;
-    /// What tells this mount from the others: the kernel's number of it on Linux, the device on
-    /// macOS. Good until something is mounted or unmounted.
+    /// A number that no other mount has: the kernel's own on Linux, the device on macOS. Good until
+    /// something is mounted or unmounted.
     std::uint64_t mount;
     /// The device of the items on it, as `ItemIdentity` has it.
     std::uint64_t device;
-    /// False for a file system whose items have devices of their own, such as btrfs with its
-    /// subvolumes: its items are told by their mount only.
+    /// False for a file system whose items have several devices, such as btrfs with its subvolumes.
+    /// Then only the mount tells that an item lies on it.
     bool hasOneDevice = true;
-    /// The file system's UUID in lower case; where it has none, or two devices that are mounted
-    /// carry the same one, also or only the device and the type. A volume keeps it from run to run
-    /// as far as it has a UUID; no two volumes share one.
+    /// The file system's UUID in lower case. Without a UUID it is the device and the type. Where
+    /// two mounted devices carry the same UUID, the device is added. No two volumes share an
+    /// identifier; a volume with a UUID of its own keeps it from run to run.
     std::string identifier;
     std::string fileSystem; ///< its type as the system calls it ("ext4", "apfs")
-    /// Whether the volume lies on a disk inside this machine and nowhere else. What cannot be
-    /// shown to, does not:
+    /// Whether the volume lies on a disk inside this machine and nowhere else. A volume of which
+    /// that cannot be shown is not internal:
     ///
-    /// - not the network, not a removable disk or one on USB, not a loop device or disk image, not
-    ///   compressed memory, not a block device that another machine serves;
-    /// - device-mapper (encryption, logical volumes), RAID and partitions are what the disks below
-    ///   them are: internal when all of them are;
-    /// - btrfs counts as all devices of the file system; a file system that spans devices in a way
-    ///   of its own (ZFS, bcachefs) is not known to be internal;
-    /// - FUSE is internal only as the driver of a real block device ("fuseblk"): what stands behind
-    ///   any other, a server or a folder, does not show;
-    /// - overlay is not: removing a file of a lower layer frees nothing, it costs a note in the
-    ///   upper one. tmpfs is memory, no disk;
-    /// - on macOS internal is what shares the disk that the running system started from; images,
-    ///   removable and other disks are not.
+    /// - The network, removable disks, disks on USB, loop devices, disk images, compressed memory
+    /// and
+    ///   block devices that another machine serves are not.
+    /// - Partitions, RAID and device-mapper (encryption, logical volumes) are internal when all
+    /// disks
+    ///   below them are.
+    /// - btrfs is internal when all devices of the file system are. A file system that spans
+    /// devices
+    ///   in a way of its own (ZFS, bcachefs) is not known to be.
+    /// - FUSE is internal only as the driver of a real block device ("fuseblk"). Any other may have
+    /// a
+    ///   server or a folder behind it, which does not show.
+    /// - overlay is not: removing a file of a lower layer frees nothing, but adds a note to the
+    /// upper
+    ///   one. tmpfs is memory and no disk.
+    /// - On macOS a volume is internal when it lies on the disk that the running system started
+    /// from;
+    ///   images, removable and other disks are not.
     bool isInternalLocal;
 };
 
@@ -60,10 +66,10 @@ class LiveVolumes final : public Volumes {
     [[nodiscard]] std::expected<std::vector<Volume>, SystemError> mounted() const override;
 };
 
-/// The volume that an item lies on; none when the list has none for it for certain.
+/// The volume that an item lies on; none when the list does not tell it for certain.
 [[nodiscard]] const Volume* volumeOf(const FileMetadata& item, std::span<const Volume> volumes);
 
-/// Gives volumes that share an identifier but not a device one each, by their devices.
+/// Adds the device to the identifiers of volumes that share one but lie on different devices.
 void tellApart(std::vector<Volume>& volumes);
 
 } // namespace tidyro::platform

@@ -11,8 +11,8 @@ constexpr std::string_view wantedKey = "CFBundleIdentifier";
 
 /// The binary form: "bplist00", objects, a table of where each object begins, and 32 bytes that
 /// tell the table's place and the widths of its numbers. Numbers have their highest byte first.
-/// Only what the wanted entry of the outermost dictionary takes is read, and nothing is followed
-/// twice, so damaged bytes end in a refusal.
+/// Only the keys of the outermost dictionary and the wanted value are read, and nothing is followed
+/// twice: damaged bytes are refused and never lead in a circle.
 class BinaryList {
   public:
     explicit BinaryList(std::string_view bytes) : bytes_(bytes) {}

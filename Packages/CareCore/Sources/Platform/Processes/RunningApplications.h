@@ -6,17 +6,17 @@
 
 #include "Base/SystemError.h"
 
-/// Which programs are running, by the names that they can be recognised by.
+/// Which programs are running, by the names that they are recognised by.
 namespace tidyro::platform {
 
 /// One running process as an application. Every field may be empty, but not all of them.
 struct RunningApplication {
-    /// macOS: of the application whose package holds the executable, helpers in it included.
+    /// macOS: of the application whose package holds the executable. The processes that an
+    /// application starts from inside its package bear it as well.
     std::string bundleIdentifier;
     std::string executable; ///< absolute path
-    /// The process's own short name: what a script or an interpreter's program calls itself by,
-    /// and all that is told of a process that may not be read. Cut off by the system at 15 bytes
-    /// on Linux.
+    /// The process's own short name. A script is recognised by it, and it is all that the system
+    /// tells of a process that may not be read. Linux cuts it off at 15 bytes.
     std::string name;
 
     bool operator==(const RunningApplication&) const = default;
@@ -26,8 +26,8 @@ struct RunningApplication {
 class RunningApplications {
   public:
     virtual ~RunningApplications() = default;
-    /// All of them, other people's too, in no particular order. An error when the system does not
-    /// tell even of this process.
+    /// All of them, other people's too, in no particular order. An error means that the system does
+    /// not tell even of this process.
     [[nodiscard]] virtual std::expected<std::vector<RunningApplication>, SystemError>
     running() const = 0;
 };

@@ -8,32 +8,35 @@
 
 #include "Base/SystemError.h"
 
-/// What the processes of the system have in use at this moment.
+/// Which files the processes of the system have in use at this moment.
 namespace tidyro::platform {
 
 struct RunningProcess {
-    std::int64_t pid; ///< 0 for what the system's kernel itself has in use
-    /// Absolute path; empty for what runs no file, and where only the path may not be told.
+    std::int64_t pid; ///< 0 for the kernel itself
+    /// Absolute path; empty for a process that runs no file, and when its path may not be read.
     std::string executable;
-    /// Absolute paths of the files that it has open or mapped, each once; open folders and devices
-    /// may be among them, what has no path is not. As the kernel has them, without links.
+    /// Absolute real paths of the files that it has open or mapped, each once. Open folders and
+    /// devices may be among them.
     ///
-    /// Where a file can be reached by several paths, because what holds it is mounted at several
-    /// places or the process sees other mounts than this one, all the paths that this process's
-    /// mounts give it are here; so is the one that the process itself has it by, which may name
-    /// another file here, or none. The executable's other paths are here as well.
+    /// A file may have several paths: its volume may be mounted at several places, or the process
+    /// may see other mounts than this program. Then all the paths that this program's mounts give
+    /// the file are here. The path by which the process itself has the file is here as well,
+    /// although this program may have another file there, or none. Likewise for the executable's
+    /// other paths.
     ///
-    /// A file that was removed or replaced while it was in use is told by the path it had, and
-    /// also as the kernel writes it, with " (deleted)", which may be a real name as well.
+    /// A file that was removed or replaced while it was in use is here by the path that it had. It
+    /// is here once more as the kernel writes it, with " (deleted)" at the end, since that may be a
+    /// real name.
     std::vector<std::string> files;
 };
 
 struct ProcessActivity {
-    /// All that may be read, at least in part. The kernel is among them when it is known to have
-    /// files in use: what it swaps to, and the images of disks that are mounted from files.
+    /// Those with files that may be read, at least in part. The kernel is among them when it is
+    /// known to have files in use: those it swaps to, and the images of disks that are mounted from
+    /// files.
     std::vector<RunningProcess> processes;
-    /// Processes of which not everything may be read: other people's, and ones that guard
-    /// themselves. That some are is normal.
+    /// How many processes may not be read completely: other people's, and ones that guard
+    /// themselves. Some always are.
     std::size_t unreadable = 0;
 };
 
@@ -41,9 +44,9 @@ struct ProcessActivity {
 class RunningProcesses {
   public:
     virtual ~RunningProcesses() = default;
-    /// One pass over all processes; a process that ends meanwhile is left out. An error when the
-    /// system does not tell even of this process, or reading failed otherwise than by a process's
-    /// permissions: then what is in use is unknown.
+    /// One pass over all processes. A process that ends meanwhile is left out. An error means that
+    /// it is unknown which files are in use: the system does not tell even of this process, or
+    /// reading failed for another reason than permissions.
     [[nodiscard]] virtual std::expected<ProcessActivity, SystemError> activity() const = 0;
 };
 

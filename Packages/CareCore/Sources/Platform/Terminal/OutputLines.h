@@ -7,7 +7,7 @@
 
 namespace tidyro::platform {
 
-/// Standard output of a command: a reader that has ended ends the writing quietly, any other
+/// Standard output of a command. When the reader has ended, the rest is dropped quietly. Any other
 /// failure is told once, at the end.
 ///
 ///     OutputLines lines;
@@ -18,8 +18,8 @@ class OutputLines {
     OutputLines();
 
     void write(std::string_view text);
-    /// The status to end with: `status`, or 1 when what should have been written could not be, and
-    /// then a sentence on standard error says so.
+    /// The status to end with: `status`, or 1 when the output could not be written. Then it also
+    /// says so on standard error.
     [[nodiscard]] int ending(int status) const;
 
   private:

@@ -16,8 +16,8 @@ enum class Stream { output = 1, error = 2 };
 /// the reader has ended (and `reportWriteFailuresAsErrors` was called).
 [[nodiscard]] std::expected<void, SystemError> writeAll(Stream stream, std::string_view bytes);
 
-/// From here on a reader that has ended and a file that may not grow further are errors of writing,
-/// not the end of the program.
+/// From here on writing reports an error when its reader has ended or a file may not grow further.
+/// Otherwise the system ends the program.
 void reportWriteFailuresAsErrors();
 
 } // namespace tidyro::platform

@@ -7,7 +7,8 @@
 
 namespace tidyro::platform::testing {
 
-/// Applications that a test decides on. The answer is not to be changed while another thread asks.
+/// Applications that a test decides on. The answer must not be changed while another thread
+/// asks.
 class FakeRunningApplications final : public RunningApplications {
   public:
     std::expected<std::vector<RunningApplication>, SystemError> answer =

@@ -7,7 +7,7 @@
 
 namespace tidyro::platform::testing {
 
-/// Processes that a test decides on, and how often they were asked for. The answer is not to be
+/// Processes that a test decides on, and how often they were asked for. The answer must not be
 /// changed while another thread asks.
 class FakeRunningProcesses final : public RunningProcesses {
   public:

@@ -7,8 +7,7 @@
 
 namespace tidyro::platform::testing {
 
-/// Volumes that a test decides on. Unlike the live ones it is not to be changed while another
-/// thread asks.
+/// Volumes that a test decides on. The answer must not be changed while another thread asks.
 class FakeVolumes final : public Volumes {
   public:
     std::expected<std::vector<Volume>, SystemError> answer = std::vector<Volume>{};

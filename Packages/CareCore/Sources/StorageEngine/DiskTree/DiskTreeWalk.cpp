@@ -14,7 +14,7 @@ class DiskTreeWalk::Reader : public FolderWalk::Reader {
   public:
     Reader(DiskTreeWalk& tree, const std::atomic<bool>& cancelled)
         : tree_(tree),
-          lister_({.tellsClones = tree.sharesBlocks_,
+          lister_({.isAskedForClones = tree.sharesBlocks_,
                    .cancelled = &cancelled,
                    .afterBulkRead = tree.afterBulkRead_}) {}
 
@@ -73,7 +73,7 @@ DiskTreeWalk::DiskTreeWalk(Options options)
     : rootURL_(std::move(options.rootURL)),
       afterBulkRead_(std::move(options.afterBulkRead)),
       startedAt_(Clock::now()),
-      sharesBlocks_(platform::sharesBlocks(options.walk.root)),
+      sharesBlocks_(platform::isKnownToShareBlocks(options.walk.root)),
       reports_(std::move(options.progressHandler), options.progressInterval),
       walk_(std::move(options.walk), *this) {
     appendRoot();

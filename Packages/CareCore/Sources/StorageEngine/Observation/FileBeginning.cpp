@@ -17,7 +17,7 @@ std::expected<bool, SystemError> fileBeginsWith(const platform::FolderDescriptor
                                                 std::string_view beginning) {
     std::array<std::byte, 64> bytes{};
     require(beginning.size() <= bytes.size(), "the beginning of a file is not as long");
-    platform::FileContents::OwnersFirst owners;
+    platform::FileContents::OwnerHint owners;
     auto file = platform::FileContents::open(folder, name, owners);
     if (!file) return std::unexpected(file.error());
     const auto opened = file->metadata();

@@ -100,7 +100,7 @@ bool FolderSigns::isRepositoryOfOtherFolder() const {
 
 bool isBorgRepository(const platform::FolderDescriptor& folder) {
     const auto seen = platform::fileMetadata(folder, "config");
-    if (!seen) return !platform::meansVanished(seen.error());
+    if (!seen) return !platform::hasVanished(seen.error());
     if (seen->kind != platform::ItemKind::regularFile) {
         return seen->kind == platform::ItemKind::link; // nobody knows what it leads to
     }

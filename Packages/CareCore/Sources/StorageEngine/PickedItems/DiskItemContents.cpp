@@ -35,7 +35,7 @@ bool meansNoRoom(SystemError error) { return error.code == EMFILE || error.code 
 
 /// For what could not be looked at: gone is not against the folder, anything else is.
 Verdict unlessVanished(SystemError error) {
-    if (platform::meansVanished(error)) return std::nullopt;
+    if (platform::hasVanished(error)) return std::nullopt;
     return meansNoRoom(error) ? tooDeepInside : unreadableInside;
 }
 
@@ -170,7 +170,7 @@ std::expected<Timestamp, DiskItemRefusal>
 DiskItemContents::lastModification(const Options& options) {
     const auto top = options.parent.open(options.name.c_str());
     if (!top) {
-        return std::unexpected(platform::meansVanished(top.error()) ? vanished : unreadableFolder);
+        return std::unexpected(platform::hasVanished(top.error()) ? vanished : unreadableFolder);
     }
     const auto facts = top->facts();
     if (!facts || facts->identity != options.seen.identity) return std::unexpected(vanished);

@@ -17,7 +17,7 @@ namespace tidyro {
 
 /// Why an item stays that cannot be looked at: it is gone, or everything else.
 [[nodiscard]] inline DiskItemRefusal refusalFor(SystemError error) {
-    return platform::meansVanished(error) ? DiskItemRefusal::vanished : DiskItemRefusal::unreadable;
+    return platform::hasVanished(error) ? DiskItemRefusal::vanished : DiskItemRefusal::unreadable;
 }
 
 /// Why an item stays that is, or lies in, a folder that must stay.

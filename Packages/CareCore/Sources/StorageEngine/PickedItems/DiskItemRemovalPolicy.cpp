@@ -203,7 +203,7 @@ CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look,
     if (look.isInternal) codes.insert(EvidenceCode::internalLocalVolume);
     return {.candidateID = observation.id,
             .sourceURL = observation.url,
-            .fingerprint = FileFingerprint::of(observation),
+            .fingerprint = FileFingerprint::fromObservation(observation),
             .proofCard = {.category = category,
                           .riskTier = RiskTier::reviewCarefully,
                           .evidence = {.codes = codes,

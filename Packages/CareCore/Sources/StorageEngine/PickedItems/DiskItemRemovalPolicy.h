@@ -11,7 +11,7 @@
 #include "Base/Cancellation.h"
 #include "Base/FileURL.h"
 #include "Base/Timestamp.h"
-#include "CareDomain/CleanupPlanEntry.h"
+#include "CareDomain/CleanupPlan.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
 #include "Platform/Mounts/Volumes.h"

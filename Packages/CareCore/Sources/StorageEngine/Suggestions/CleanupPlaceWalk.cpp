@@ -52,7 +52,7 @@ std::expected<CleanupPlace, std::optional<CoverageGap>> CleanupPlace::open(const
                 .reason = CoverageGapReason::symbolicLinkExcluded,
                 .detail = "The folder is a link, and what lies behind a link is left alone."});
         }
-        if (!next && platform::meansVanished(next.error())) return std::unexpected(std::nullopt);
+        if (!next && platform::hasVanished(next.error())) return std::unexpected(std::nullopt);
         if (!next) return std::unexpected(closed(at, next.error()));
         folder = std::move(next);
     }
@@ -139,7 +139,7 @@ bool CleanupPlaceWalk::take(Level& level, const platform::FolderEntry& entry) {
         return true;
     }
     auto seen = options_.observer.observation(level.folder, level.url, name.c_str());
-    if (!seen && platform::meansVanished(seen.error())) return true;
+    if (!seen && platform::hasVanished(seen.error())) return true;
     if (!seen || !entry.hasFacts) {
         gap(level.url.appending(name), CoverageGapReason::metadataUnavailable,
             seen ? "The system tells nothing of this file." : seen.error().description());
@@ -184,7 +184,7 @@ std::optional<CleanupPlaceWalk::Level> CleanupPlaceWalk::opened(const Level& lev
                      "The folders go deeper than a cleanup reads.");
     }
     auto folder = level.folder.open(name.c_str());
-    if (!folder && platform::meansVanished(folder.error())) return std::nullopt;
+    if (!folder && platform::hasVanished(folder.error())) return std::nullopt;
     if (!folder) {
         options_.addGap(closed(url, folder.error()));
         return std::nullopt;

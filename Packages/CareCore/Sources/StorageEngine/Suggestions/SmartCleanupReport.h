@@ -9,7 +9,7 @@
 #include "Base/Timestamp.h"
 #include "CareDomain/CleanupCandidate.h"
 #include "CareDomain/CoverageGap.h"
-#include "CareDomain/EvidenceCode.h"
+#include "CareDomain/EvidenceCodes.h"
 
 namespace tidyro {
 

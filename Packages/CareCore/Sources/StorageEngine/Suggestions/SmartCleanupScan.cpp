@@ -226,14 +226,14 @@ std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
         tell(Phase::confirming, again.size(), kept_.size(), url.path());
         auto seen = observer.observation(url);
         if (!seen) {
-            if (!platform::meansVanished(seen.error())) {
+            if (!platform::hasVanished(seen.error())) {
                 report_.addGap({.url = url,
                                 .reason = CoverageGapReason::metadataUnavailable,
                                 .detail = seen.error().description()});
             }
             return true;
         }
-        if (!FileFingerprint::of(kept.observation).matches(*seen)) {
+        if (!FileFingerprint::fromObservation(kept.observation).matches(*seen)) {
             facts.activelyGrowingPaths.insert(url.path());
         }
         again.push_back(*std::move(seen));

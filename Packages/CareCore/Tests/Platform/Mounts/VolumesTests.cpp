@@ -205,9 +205,9 @@ TEST(Volumes, TellMountsOfTheRunningSystem) {
     constexpr const char* uuid = "01234567-89ab-cdef-0123-456789abcdef";
     const auto told = testing::inMountNamespace([&]() -> std::string {
         const auto path = [&](const char* name) { return "'" + place / name + "'"; };
-        if (!testing::succeeds(std::string("mkfs.ext4 -q -U ") + uuid + " " + path("image")) ||
-            !testing::succeeds("mount -o loop " + path("image") + " " + path("loop")) ||
-            !testing::succeeds("mount -t tmpfs none " + path("memory")) ||
+        if (!testing::runQuietly(std::string("mkfs.ext4 -q -U ") + uuid + " " + path("image")) ||
+            !testing::runQuietly("mount -o loop " + path("image") + " " + path("loop")) ||
+            !testing::runQuietly("mount -t tmpfs none " + path("memory")) ||
             !testing::bindMount(place / "kept", place / "bound")) {
             return "cannot mount";
         }
@@ -233,7 +233,7 @@ TEST(Volumes, TellMountsOfTheRunningSystem) {
     EXPECT_EQ(lines[6], "untold");
 
     const auto withoutTable = testing::inMountNamespace([] {
-        if (!testing::succeeds("mount -t tmpfs none /proc")) return std::string("cannot mount");
+        if (!testing::runQuietly("mount -t tmpfs none /proc")) return std::string("cannot mount");
         return toldOf({"/"});
     });
     EXPECT_EQ(*withoutTable, "No such file or directory");
@@ -243,7 +243,7 @@ TEST(Volumes, CountSubvolumesToTheirFileSystem) {
     const auto image = testing::MountedImage::make("btrfs");
     if (image == nullptr) GTEST_SKIP() << "no btrfs image can be mounted here";
     const TemporaryFolder& place = image->folder();
-    ASSERT_TRUE(testing::succeeds("btrfs subvolume create '" + place / "sub" + "'"));
+    ASSERT_TRUE(testing::runQuietly("btrfs subvolume create '" + place / "sub" + "'"));
     place.file("sub/file", "x");
     place.file("file", "x");
     const std::string told = toldOf({place / "file", place / "sub/file"});

@@ -162,7 +162,7 @@ TEST(RunningProcesses, CountThoseThatMayNotBeRead) {
 
 TEST(RunningProcesses, AreUnknownWithoutATableOfThem) {
     const auto told = testing::inMountNamespace([]() -> std::string {
-        if (!testing::succeeds("mount -t tmpfs none /proc")) return "cannot mount";
+        if (!testing::runQuietly("mount -t tmpfs none /proc")) return "cannot mount";
         const auto activity = LiveRunningProcesses().activity();
         const auto running = LiveRunningApplications().running();
         return activity || running ? "told" : activity.error().description();
@@ -247,8 +247,8 @@ TEST(RunningProcesses, TellWhatTheKernelHasInUse) {
     place.folder("mounted");
     const auto told = testing::inMountNamespace([&]() -> std::string {
         const std::string image = place / "disk image";
-        if (!testing::succeeds("mkfs.ext4 -q -F '" + image + "' && mount -o loop '" + image +
-                               "' '" + (place / "mounted") + "'")) {
+        if (!testing::runQuietly("mkfs.ext4 -q -F '" + image + "' && mount -o loop '" + image +
+                                 "' '" + (place / "mounted") + "'")) {
             return "no image";
         }
         const auto activity = LiveRunningProcesses().activity();
@@ -263,7 +263,7 @@ TEST(RunningProcesses, TellWhatTheKernelHasInUse) {
 TEST(RunningProcesses, AreToldAsFarAsTheTableIsOpen) {
     for (const std::string hiding : {"0", "1", "2"}) {
         const auto told = testing::inMountNamespace([&]() -> std::string {
-            if (!testing::succeeds("mount -t proc -o hidepid=" + hiding + " proc /proc")) {
+            if (!testing::runQuietly("mount -t proc -o hidepid=" + hiding + " proc /proc")) {
                 return "well"; // an older kernel
             }
             return testing::asOrdinaryUser([]() -> std::string {

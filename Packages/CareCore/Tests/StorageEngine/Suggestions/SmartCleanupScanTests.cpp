@@ -355,7 +355,8 @@ TEST(SmartCleanupScan, LeavesOutWhatIsClosedOrMounted) {
             found += machine.below(one.observation.url) + " ";
         for (const auto& gap : report->coverageGaps) found += rawValue(gap.reason);
         for (const char* mounted : {"home/.npm/_cacache/mount", "home/.npm/_cacache/file"}) {
-            if (!testing::succeeds("umount " + (machine.place / mounted))) return "cannot unmount";
+            if (!testing::runQuietly("umount " + (machine.place / mounted)))
+                return "cannot unmount";
         }
         return found;
     });

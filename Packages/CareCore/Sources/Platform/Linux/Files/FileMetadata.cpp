@@ -9,13 +9,11 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "Platform/Linux/Files/FileMetadataAt.h"
-
 namespace tidyro::platform {
 
 namespace {
 
-constexpr unsigned wanted = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;
+constexpr unsigned wantedFacts = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;
 constexpr unsigned identifying = STATX_TYPE | STATX_INO | STATX_UID | STATX_NLINK | STATX_SIZE;
 constexpr std::uint64_t locks = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
 constexpr unsigned anyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
@@ -33,13 +31,11 @@ std::optional<Timestamp> moment(const struct statx& status, unsigned flag,
     return Timestamp::since1970(time.tv_sec, time.tv_nsec);
 }
 
-} // namespace
-
-std::expected<FileMetadata, SystemError> fileMetadataAt(int folder, const char* name, int flags) {
+std::expected<FileMetadata, SystemError> metadataAt(int folder, const char* name, int flags = 0) {
     struct statx status{};
     // Synchronised as an ordinary look is: what decides over a file must not come from a cache.
-    if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | flags, wanted, &status) !=
-        0) {
+    if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | flags, wantedFacts,
+                &status) != 0) {
         return std::unexpected(SystemError{errno});
     }
     if ((status.stx_mask & identifying) != identifying) return std::unexpected(SystemError{EIO});
@@ -62,13 +58,19 @@ std::expected<FileMetadata, SystemError> fileMetadataAt(int folder, const char* 
     return seen;
 }
 
+} // namespace
+
 std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path) {
-    return fileMetadataAt(AT_FDCWD, path.c_str(), 0);
+    return metadataAt(AT_FDCWD, path.c_str());
 }
 
 std::expected<FileMetadata, SystemError> fileMetadata(const FolderDescriptor& folder,
                                                       const char* name) {
-    return fileMetadataAt(folder.fd(), name, 0);
+    return metadataAt(folder.fd(), name);
+}
+
+std::expected<FileMetadata, SystemError> fileMetadata(int fd) {
+    return metadataAt(fd, "", AT_EMPTY_PATH);
 }
 
 bool isReadable(const std::string& path) {

@@ -8,48 +8,48 @@
 
 namespace tidyro::platform {
 
-int readKernelFile(int folder, const char* name, std::string& text) {
+std::expected<void, SystemError> readKernelFile(int folder, const char* name, std::string& text) {
     text.clear();
-    const int file = ::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-    if (file < 0) return errno;
+    const int fd = ::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) return std::unexpected(SystemError{errno});
     constexpr std::size_t step = 32'768;
     std::size_t filled = 0;
-    int error = 0;
+    std::expected<void, SystemError> outcome;
     for (;;) {
         if (text.size() - filled < step) text.resize(std::max(text.capacity(), filled + step));
-        const ssize_t got = ::read(file, text.data() + filled, text.size() - filled);
+        const ssize_t got = ::read(fd, text.data() + filled, text.size() - filled);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) error = errno;
+        if (got < 0) outcome = std::unexpected(SystemError{errno});
         if (got <= 0) break;
         filled += static_cast<std::size_t>(got);
     }
-    ::close(file);
-    text.resize(error == 0 ? filled : 0);
-    return error;
+    ::close(fd);
+    text.resize(outcome ? filled : 0);
+    return outcome;
 }
 
-int readKernelFile(const char* path, std::string& text) {
+std::expected<void, SystemError> readKernelFile(const char* path, std::string& text) {
     return readKernelFile(AT_FDCWD, path, text);
 }
 
 std::string kernelLine(const std::string& path) {
     std::string text;
-    if (readKernelFile(path.c_str(), text) != 0) return {};
+    if (!readKernelFile(path.c_str(), text)) return {};
     while (text.ends_with('\n')) text.pop_back();
     return text;
 }
 
-int readKernelLink(int folder, const char* name, std::string& target) {
+std::expected<void, SystemError> readKernelLink(int folder, const char* name, std::string& target) {
     target.resize(std::max<std::size_t>(target.capacity(), 256));
     for (;;) {
         const ssize_t got = ::readlinkat(folder, name, target.data(), target.size());
         if (got < 0) {
             target.clear();
-            return errno;
+            return std::unexpected(SystemError{errno});
         }
         if (static_cast<std::size_t>(got) < target.size()) {
             target.resize(static_cast<std::size_t>(got));
-            return 0;
+            return {};
         }
         target.resize(target.size() * 2);
     }

@@ -13,7 +13,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "Base/Timestamp.h"
@@ -35,7 +34,8 @@ struct KernelEntry {
 constexpr int lookAtTheNameOnly = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
 constexpr unsigned wanted =
     STATX_TYPE | STATX_NLINK | STATX_MTIME | STATX_ATIME | STATX_INO | STATX_SIZE | STATX_BLOCKS;
-constexpr std::uint64_t bytesPerBlock = 512; // of stx_blocks, whatever the file system's blocks
+constexpr std::uint64_t bytesPerListedBlock =
+    512; // of stx_blocks, whatever the file system's blocks
 
 ItemIdentity identityOf(const struct statx& status) {
     return {.device = makedev(status.stx_dev_major, status.stx_dev_minor), .inode = status.stx_ino};
@@ -85,17 +85,6 @@ std::expected<FolderFacts, SystemError> FolderDescriptor::facts() const {
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts(const char* name) const {
     return factsOf(fd_, name, lookAtTheNameOnly);
-}
-
-bool sharesBlocks(const FolderDescriptor& folder) {
-    constexpr std::array<std::uint32_t, 3> sharing{0x9123683E /* btrfs */, 0x58465342 /* XFS */,
-                                                   0xCA451A4E /* bcachefs */};
-    struct statfs volume{};
-    if (::fstatfs(folder.fd(), &volume) != 0) return false;
-    for (const std::uint32_t magic : sharing) {
-        if (static_cast<std::uint32_t>(volume.f_type) == magic) return true;
-    }
-    return false;
 }
 
 struct FolderLister::Body {
@@ -157,7 +146,7 @@ const FolderEntry* FolderLister::next() {
         }
         struct statx status; // NOLINT(cppcoreguidelines-pro-type-member-init): the call fills it
         if (::statx(body_->folder, found.name, lookAtTheNameOnly, wanted, &status) != 0) {
-            if (meansVanished({errno})) continue;
+            if (hasVanished({errno})) continue;
             // A folder that may be listed but not searched closes as a whole; a single entry that
             // cannot be looked at stays, by its name.
             const SystemError refused{errno};
@@ -178,13 +167,14 @@ const FolderEntry* FolderLister::next() {
         entry_.modified = compactSeconds(status.stx_mtime.tv_sec);
         entry_.accessed = compactSeconds(status.stx_atime.tv_sec);
         entry_.logicalSize = status.stx_size;
-        entry_.allocatedSize = status.stx_blocks * bytesPerBlock;
+        entry_.allocatedSize = status.stx_blocks * bytesPerListedBlock;
         entry_.identity = identityOf(status);
         if ((status.stx_attributes & STATX_ATTR_COMPRESSED) != 0) {
             entry_.traits.add(EntryTrait::compressed);
         }
         if (isMountRoot(status)) entry_.traits.add(EntryTrait::mountPoint);
-        if (options_.tellsClones && S_ISREG(status.stx_mode) && status.stx_size >= smallestClone) {
+        if (options_.isAskedForClones && S_ISREG(status.stx_mode) &&
+            status.stx_size >= minCloneSize) {
             entry_.cloneFamily = sharedExtentFamily(body_->folder, found.name, status.stx_size);
         }
         return &entry_;

@@ -9,15 +9,15 @@
 namespace tidyro::platform {
 
 void giveLargeBlocksBack() {
-    constexpr int smallest = 131'072;      // the allocator's own first choice
-    ::mallopt(M_MMAP_THRESHOLD, smallest); // NOLINT(concurrency-mt-unsafe): no thread runs yet
+    constexpr int minSize = 131'072;      // the allocator's own first choice
+    ::mallopt(M_MMAP_THRESHOLD, minSize); // NOLINT(concurrency-mt-unsafe): no thread runs yet
 }
 
-void fillsWholly(std::span<std::byte> block) {
+void expectWholeWrite(std::span<std::byte> block) {
     constexpr std::size_t largePage = 2'097'152;
     if (block.size() < largePage) return;
-    // From the page on in which it begins, with the allocator's own word before it: the kernel
-    // takes a large page only where the mapping holds all of it.
+    // The hint begins with the page in which the block and the allocator's own word before it lie:
+    // the kernel takes a large page only where the hint covers all of it.
     const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
     const std::size_t before = reinterpret_cast<std::uintptr_t>(block.data()) % page;
     // A kernel without large pages refuses; nothing is lost.

@@ -7,7 +7,7 @@
 
 namespace tidyro::platform {
 
-/// What the kernel's device tree tells about the disks below a file system.
+/// Tells from the kernel's device tree on which disks a file system lies.
 class BlockDevices {
   public:
     /// The folders are the system's own, except in tests.
@@ -15,14 +15,14 @@ class BlockDevices {
         : sys_(std::move(sys)), byUUID_(std::move(byUUID)) {}
 
     /// Whether a block device lies on disks inside this machine and on nothing else: see
-    /// `Volume::isInternalLocal`. No, for what the tree does not have.
+    /// `Volume::isInternalLocal`. False for a device that is not in the tree.
     [[nodiscard]] bool isInternal(std::uint32_t major, std::uint32_t minor) const;
 
     /// The same for a btrfs, by one of its devices ("/dev/sda2"): all of its devices count.
     [[nodiscard]] bool isInternalBtrfs(const std::string& device) const;
 
-    /// The file system's UUID as the system's list of them has it, in lower case; none when the
-    /// device is not in it.
+    /// The file system's UUID from the system's list of them, in lower case; none when the device
+    /// is not in it.
     [[nodiscard]] std::optional<std::string> listedUUID(std::uint32_t major,
                                                         std::uint32_t minor) const;
 
@@ -34,8 +34,8 @@ class BlockDevices {
     std::string byUUID_;
 };
 
-/// A UUID in the usual form of 8-4-4-4-12 lower-case digits from the mounted file system itself;
-/// none when the kernel or the file system does not tell, or it is all zeros, which is no identity.
+/// The UUID that the mounted file system itself tells, as 8-4-4-4-12 lower-case digits. None when
+/// the kernel or the file system does not tell one, and for all zeros, which identify nothing.
 [[nodiscard]] std::optional<std::string> mountedUUID(const std::string& mountPath);
 
 /// The number of a block device at a path; none when there is none.

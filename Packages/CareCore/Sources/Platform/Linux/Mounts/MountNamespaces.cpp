@@ -19,27 +19,28 @@ std::string seenFromOutside(std::string path, const std::string& root) {
 } // namespace
 
 MountNamespaces::MountNamespaces(std::vector<MountTableEntry> mounts) {
-    if (readKernelLink(AT_FDCWD, "/proc/self/ns/mnt", ownName_) != 0) ownName_.clear();
+    // Without a name it stays empty, and no process is taken for one of this namespace.
+    static_cast<void>(readKernelLink(AT_FDCWD, "/proc/self/ns/mnt", ownName_));
     namespaces_.push_back({.mounts = std::move(mounts), .roots = {}});
 }
 
 std::expected<MountNamespaces::Number, SystemError>
-MountNamespaces::namespaceOf(long pid, const ProcessFolder& process) {
+MountNamespaces::namespaceOf(long pid, const FolderDescriptor& process) {
     std::string name;
     // Whoever may read of a process's files may read this as well, unless something guards just
     // this. Then the process is taken to live alone: its table, which is open to all, says what
     // its paths mean.
-    if (readKernelLink(process.fd(), "ns/mnt", name) != 0) name = std::to_string(pid);
+    if (!readKernelLink(process.fd(), "ns/mnt", name)) name = std::to_string(pid);
     if (name == ownName_) return own;
     std::string root;
-    if (readKernelLink(process.fd(), "root", root) != 0) root = "/";
+    if (!readKernelLink(process.fd(), "root", root)) root = "/";
 
     const std::scoped_lock lock(mutex_);
     const auto [known, isNew] = numbers_.try_emplace(std::move(name), namespaces_.size());
     if (isNew) namespaces_.emplace_back();
     Namespace& found = namespaces_[known->second];
     if (found.roots.contains(root)) return known->second;
-    auto mounts = mountTableOf(process.fd());
+    auto mounts = mountTableOf(process);
     if (!mounts) return std::unexpected(mounts.error());
     for (MountTableEntry& mount : *mounts) {
         mount.path = seenFromOutside(std::move(mount.path), root);

@@ -9,33 +9,34 @@
 #include <vector>
 
 #include "Base/SystemError.h"
+#include "Platform/Folders/FolderReading.h"
 #include "Platform/Linux/Mounts/MountTable.h"
 #include "Platform/Linux/Mounts/PathAliases.h"
-#include "Platform/Linux/Processes/ProcessTable.h"
 
 namespace tidyro::platform {
 
-/// In which mount namespaces processes live, each with a table of mounts of its own: containers,
-/// and services that are shut out of a part of the disk.
+/// The mount namespaces in which processes live. Containers have their own, and so have services
+/// that are shut out of a part of the disk; each namespace has a table of mounts of its own.
 ///
-/// The kernel tells the paths of a process's files from the root of the process's namespace, also
-/// when the process itself is shut into a folder of it; in this process's namespace, from this
-/// process's root. The table of mounts however is told from the process's own root, and without
-/// the mounts outside: what several processes of a namespace see of it is put together.
+/// The kernel writes the paths of a process's files from the root of the process's namespace, even
+/// when the process itself is shut into a folder of it. In this process's own namespace the paths
+/// begin at this process's root. A table of mounts, however, begins at the root of the process that
+/// it is read from, and leaves out the mounts outside. So the tables of several processes of a
+/// namespace are put together.
 class MountNamespaces {
   public:
     using Number = std::size_t;
     static constexpr Number own = 0; ///< the one that this process lives in
 
-    /// With the mounts that this process sees.
+    /// `mounts` are those that this process sees.
     explicit MountNamespaces(std::vector<MountTableEntry> mounts);
 
-    /// The namespace of a process; its mounts are read when it is new. Any thread may ask.
+    /// The namespace of a process, whose mounts are read when it is a new one. Any thread may ask.
     [[nodiscard]] std::expected<Number, SystemError> namespaceOf(long pid,
-                                                                 const ProcessFolder& process);
+                                                                 const FolderDescriptor& process);
 
-    /// What the paths that processes of each namespace have are called in this process's, in the
-    /// order of the numbers; when all processes have been asked for.
+    /// What this process calls the paths that the processes of each namespace have, in the order of
+    /// the namespaces' numbers. Called after `namespaceOf` was asked for all processes.
     [[nodiscard]] std::vector<PathAliases> aliases() const;
 
   private:

@@ -12,7 +12,7 @@ namespace tidyro::platform {
 
 namespace {
 
-/// The next word of a line, which words are taken from one after another.
+/// Takes the next word off the front of a line.
 std::string_view takeWord(std::string_view& line) {
     const std::size_t end = std::min(line.find(' '), line.size());
     const std::string_view word = line.substr(0, end);
@@ -28,9 +28,9 @@ bool readNumber(std::string_view text, Number& number) {
     return read.ec == std::errc() && read.ptr == end;
 }
 
-/// "36 35 98:0 /root /mounted/at rw,noatime shared:1 - ext4 /dev/sda1 rw": any number of words
+/// "36 35 98:0 /root /mounted/at rw,noatime shared:1 - ext4 /dev/sda1 rw". Any number of words
 /// stands before the "-".
-std::optional<MountTableEntry> parsedLine(std::string_view line) {
+std::optional<MountTableEntry> parsedEntry(std::string_view line) {
     MountTableEntry entry{};
     if (!readNumber(takeWord(line), entry.number)) return std::nullopt;
     takeWord(line); // the mount above
@@ -55,7 +55,7 @@ std::expected<std::vector<MountTableEntry>, SystemError> parsedMountTable(std::s
     std::vector<MountTableEntry> entries;
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
-        auto entry = parsedLine(text.substr(0, end));
+        auto entry = parsedEntry(text.substr(0, end));
         if (!entry) return std::unexpected(SystemError{EINVAL});
         entries.push_back(*std::move(entry));
         text.remove_prefix(std::min(end + 1, text.size()));
@@ -65,19 +65,20 @@ std::expected<std::vector<MountTableEntry>, SystemError> parsedMountTable(std::s
 
 std::expected<std::vector<MountTableEntry>, SystemError> mountTable() {
     std::string text;
-    if (const int error = readKernelFile("/proc/self/mountinfo", text)) {
-        return std::unexpected(SystemError{error});
+    if (const auto read = readKernelFile("/proc/self/mountinfo", text); !read) {
+        return std::unexpected(read.error());
     }
     auto entries = parsedMountTable(text);
     if (entries && entries->empty()) return std::unexpected(SystemError{ENODATA});
     return entries;
 }
 
-std::expected<std::vector<MountTableEntry>, SystemError> mountTableOf(int process) {
+std::expected<std::vector<MountTableEntry>, SystemError>
+mountTableOf(const FolderDescriptor& process) {
     std::string text;
-    if (const int error = readKernelFile(process, "mountinfo", text)) {
-        // So it says of a process that has already left its namespace because it ends.
-        return std::unexpected(SystemError{error == EINVAL ? ESRCH : error});
+    if (const auto read = readKernelFile(process.fd(), "mountinfo", text); !read) {
+        // A process that ends has left its namespace before its folder goes: then it is EINVAL.
+        return std::unexpected(read.error().code == EINVAL ? SystemError{ESRCH} : read.error());
     }
     return parsedMountTable(text);
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Base/SystemError.h"
+#include "Platform/Folders/FolderReading.h"
 
 namespace tidyro::platform {
 
@@ -21,16 +22,17 @@ struct MountTableEntry {
     std::string source; ///< as the mounter wrote it: a device, a server, anything
 };
 
-/// Lines that are not in the kernel's form are an error: a table with holes would tell that
-/// something is not mounted.
+/// The text of a table as entries. A line that is not in the kernel's form is an error: a table
+/// with holes would say that something is not mounted.
 [[nodiscard]] std::expected<std::vector<MountTableEntry>, SystemError>
 parsedMountTable(std::string_view text);
 
 /// The table that this process sees.
 [[nodiscard]] std::expected<std::vector<MountTableEntry>, SystemError> mountTable();
 
-/// The table that the process sees whose folder of /proc is open here. Its paths begin at the
-/// process's root; it is empty where nothing is mounted below that.
-[[nodiscard]] std::expected<std::vector<MountTableEntry>, SystemError> mountTableOf(int process);
+/// The table that another process sees, by its open folder of /proc. Its paths begin at the
+/// process's own root. It is empty when nothing is mounted below that root.
+[[nodiscard]] std::expected<std::vector<MountTableEntry>, SystemError>
+mountTableOf(const FolderDescriptor& process);
 
 } // namespace tidyro::platform

@@ -10,7 +10,7 @@ namespace tidyro::platform {
 
 namespace {
 
-/// `path` lies in the folder `from` or is it; the same below `to`.
+/// The path that lies below `to` as `path` lies below `from`.
 std::string moved(std::string_view path, std::string_view from, const std::string& to) {
     const std::string_view below = path::below(path, from);
     return below.empty() ? to : path::joined(to, below);
@@ -39,13 +39,13 @@ PathAliases::PathAliases(std::span<const MountTableEntry> theirs,
 
 void PathAliases::add(std::string from, std::string to) {
     if (from == to) return;
-    std::vector<std::string>& places = places_[std::move(from)];
-    if (std::ranges::find(places, to) == places.end()) places.push_back(std::move(to));
+    std::vector<std::string>& known = mountPoints_[std::move(from)];
+    if (std::ranges::find(known, to) == known.end()) known.push_back(std::move(to));
 }
 
 void PathAliases::appendOthers(std::string_view path, std::vector<std::string>& others) const {
     for (std::string_view from = path;; from = path::parent(from)) {
-        if (const auto found = places_.find(from); found != places_.end()) {
+        if (const auto found = mountPoints_.find(from); found != mountPoints_.end()) {
             for (const std::string& to : found->second) others.push_back(moved(path, from, to));
         }
         if (from == "/") return;

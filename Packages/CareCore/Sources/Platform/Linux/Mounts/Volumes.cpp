@@ -25,7 +25,7 @@ struct Facts {
     std::string identifier;
 };
 
-Facts factsOf(const MountTableEntry& entry, const BlockDevices& devices) {
+Facts volumeFactsOf(const MountTableEntry& entry, const BlockDevices& devices) {
     const bool isBtrfs = entry.fileSystem == "btrfs";
     // Major number 0 is for file systems without a block device; btrfs has one and hides it.
     std::optional<BlockDeviceNumber> device;
@@ -63,7 +63,7 @@ std::expected<std::vector<Volume>, SystemError> LiveVolumes::mounted() const {
         const std::uint64_t device = makedev(entry.major, entry.minor);
         const auto key = std::pair(device, entry.fileSystem);
         auto found = known.find(key);
-        if (found == known.end()) found = known.emplace(key, factsOf(entry, devices)).first;
+        if (found == known.end()) found = known.emplace(key, volumeFactsOf(entry, devices)).first;
         volumes.push_back(
             {.mountPath = std::move(entry.path),
              .mount = entry.number,

@@ -25,7 +25,7 @@ std::vector<std::string> swapFiles(std::string_view table) {
 std::vector<std::string> kernelFiles() {
     std::string text;
     std::vector<std::string> files;
-    if (readKernelFile("/proc/swaps", text) == 0) files = swapFiles(text);
+    if (readKernelFile("/proc/swaps", text)) files = swapFiles(text);
     std::error_code failed;
     const std::filesystem::path devices = "/sys/block";
     for (std::filesystem::directory_iterator at(devices, failed), end; !failed && at != end;
@@ -33,7 +33,7 @@ std::vector<std::string> kernelFiles() {
         if (!at->path().filename().native().starts_with("loop")) continue;
         const std::string backing = at->path() / "loop/backing_file";
         // There only while the device has a file; one line break at the end is the kernel's.
-        if (readKernelFile(backing.c_str(), text) != 0 || !text.starts_with('/')) continue;
+        if (!readKernelFile(backing.c_str(), text) || !text.starts_with('/')) continue;
         if (text.ends_with('\n')) text.pop_back();
         files.push_back(text);
     }

@@ -12,66 +12,49 @@
 
 namespace tidyro::platform {
 
-namespace {
-
-constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
-
-} // namespace
-
 std::expected<std::vector<long>, SystemError> processIDs() {
-    DIR* table = ::opendir("/proc");
-    if (table == nullptr) return std::unexpected(SystemError{errno});
+    const auto table = FolderDescriptor::openRoot("/proc");
+    if (!table) return std::unexpected(table.error());
     std::vector<long> pids;
-    errno = 0;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has this stream
-    for (const dirent* entry = nullptr; (entry = ::readdir(table)) != nullptr; errno = 0) {
+    const auto listed = forEachName(*table, [&](const char* name) {
         long pid = 0;
-        const char* end = entry->d_name + std::strlen(entry->d_name);
-        if (const auto read = std::from_chars(entry->d_name, end, pid); read.ptr == end) {
-            pids.push_back(pid);
-        }
-    }
-    const int error = errno;
-    ::closedir(table);
-    if (error != 0) return std::unexpected(SystemError{error});
+        const char* end = name + std::strlen(name);
+        if (const auto read = std::from_chars(name, end, pid); read.ptr == end) pids.push_back(pid);
+    });
+    if (!listed) return std::unexpected(listed.error());
     if (std::ranges::find(pids, ::getpid()) == pids.end()) {
         return std::unexpected(SystemError{ESRCH});
     }
     return pids;
 }
 
-bool meansEnded(int error) { return error == ENOENT || error == ESRCH; }
-
-bool meansForbidden(int error) { return error == EACCES || error == EPERM; }
-
-ProcessFolder::ProcessFolder(long pid)
-    : fd_(::open(("/proc/" + std::to_string(pid)).c_str(), folderFlags)),
-      error_(fd_ < 0 ? errno : 0) {}
-
-ProcessFolder::ProcessFolder(const ProcessFolder& parent, const char* name)
-    : fd_(::openat(parent.fd_, name, folderFlags)), error_(fd_ < 0 ? errno : 0) {}
-
-ProcessFolder::~ProcessFolder() {
-    if (fd_ >= 0) ::close(fd_);
+std::expected<FolderDescriptor, SystemError> openProcess(long pid) {
+    return FolderDescriptor::openRoot("/proc/" + std::to_string(pid));
 }
 
-int ProcessFolder::eachName(const std::function<void(const char* name)>& use) const {
-    const int copy = ::fcntl(fd_, F_DUPFD_CLOEXEC, 0);
-    if (copy < 0) return errno;
-    DIR* folder = ::fdopendir(copy);
-    if (folder == nullptr) {
-        const int error = errno;
+std::expected<void, SystemError> forEachName(const FolderDescriptor& folder,
+                                             const std::function<void(const char* name)>& use) {
+    const int copy = ::fcntl(folder.fd(), F_DUPFD_CLOEXEC, 0);
+    if (copy < 0) return std::unexpected(SystemError{errno});
+    DIR* names = ::fdopendir(copy);
+    if (names == nullptr) {
+        const SystemError error{errno};
         ::close(copy);
-        return error;
+        return std::unexpected(error);
     }
     errno = 0;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has this stream
-    for (const dirent* entry = nullptr; (entry = ::readdir(folder)) != nullptr; errno = 0) {
+    for (const dirent* entry = nullptr; (entry = ::readdir(names)) != nullptr; errno = 0) {
         if (entry->d_name[0] != '.') use(entry->d_name);
     }
-    const int error = errno;
-    ::closedir(folder);
-    return error;
+    const SystemError error{errno};
+    ::closedir(names);
+    if (error.code != 0) return std::unexpected(error);
+    return {};
 }
+
+bool hasEnded(SystemError error) { return error.code == ENOENT || error.code == ESRCH; }
+
+bool isForbidden(SystemError error) { return error.code == EACCES || error.code == EPERM; }
 
 } // namespace tidyro::platform

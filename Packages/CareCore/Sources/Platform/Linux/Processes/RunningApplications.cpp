@@ -1,8 +1,8 @@
 #include "Platform/Processes/RunningApplications.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
-#include <optional>
 #include <string_view>
 
 #include "Platform/Linux/Files/KernelText.h"
@@ -25,6 +25,22 @@ bool isKernelThread(std::string_view status) {
     return (flags & kernelThread) != 0;
 }
 
+/// ESRCH for a thread of the kernel as well. `text` is room to read into.
+std::expected<RunningApplication, SystemError> readApplication(const FolderDescriptor& process,
+                                                               std::string& text) {
+    RunningApplication application;
+    auto read = readKernelLink(process.fd(), "exe", application.executable);
+    if (!read && isForbidden(read.error())) { // its files may be hidden, its name is not
+        read = readKernelFile(process.fd(), "stat", text);
+        if (read && isKernelThread(text)) return std::unexpected(SystemError{ESRCH});
+    }
+    if (read) read = readKernelFile(process.fd(), "comm", text);
+    if (!read) return std::unexpected(read.error());
+    while (text.ends_with('\n')) text.pop_back();
+    application.name = text;
+    return application;
+}
+
 } // namespace
 
 std::expected<std::vector<RunningApplication>, SystemError>
@@ -35,22 +51,14 @@ LiveRunningApplications::running() const {
     applications.reserve(pids->size());
     std::string text;
     for (const long pid : *pids) {
-        const ProcessFolder folder(pid);
+        const auto process = openProcess(pid);
         // Other people's folders may be closed (hidepid): then not even a name is told.
-        if (meansEnded(folder.error()) || meansForbidden(folder.error())) continue;
-        RunningApplication application;
-        int error = folder.error();
-        if (error == 0) error = readKernelLink(folder.fd(), "exe", application.executable);
-        if (meansEnded(error)) continue; // or a thread of the kernel
-        // Its files may be hidden, its name is not.
-        if (meansForbidden(error)) error = readKernelFile(folder.fd(), "stat", text);
-        if (error == 0 && application.executable.empty() && isKernelThread(text)) continue;
-        if (error == 0) error = readKernelFile(folder.fd(), "comm", text);
-        if (meansEnded(error)) continue;
-        if (error != 0) return std::unexpected(SystemError{error});
-        while (text.ends_with('\n')) text.pop_back();
-        application.name = text;
-        applications.push_back(std::move(application));
+        if (!process && (hasEnded(process.error()) || isForbidden(process.error()))) continue;
+        if (!process) return std::unexpected(process.error());
+        auto application = readApplication(*process, text);
+        if (!application && hasEnded(application.error())) continue;
+        if (!application) return std::unexpected(application.error());
+        applications.push_back(*std::move(application));
     }
     return applications;
 }

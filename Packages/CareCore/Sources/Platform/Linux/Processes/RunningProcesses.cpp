@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <iterator>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <thread>
@@ -22,7 +23,7 @@ namespace tidyro::platform {
 
 namespace {
 
-/// A process by the paths that it has its files by, and where they are to be understood.
+/// A process with the paths by which it has its files, and the namespace in which they are meant.
 struct Found {
     RunningProcess process;
     MountNamespaces::Number mountNamespace = MountNamespaces::own;
@@ -30,7 +31,7 @@ struct Found {
 
 constexpr std::string_view deletedMark = " (deleted)";
 
-/// Takes up a path as the kernel writes it.
+/// Adds a path as the kernel writes it.
 void add(std::string_view path, RunningProcess& process) {
     process.files.emplace_back(path);
     if (path.ends_with(deletedMark)) {
@@ -53,46 +54,56 @@ class ProcessReader {
     explicit ProcessReader(MountNamespaces& namespaces) : namespaces_(namespaces) {}
 
     [[nodiscard]] Outcome read(long pid, Found& found);
-    [[nodiscard]] SystemError error() const { return error_; }
+    /// Why the last reading failed.
+    [[nodiscard]] SystemError error() const { return error_.value(); }
 
   private:
-    void readOpenFiles(const ProcessFolder& folder, RunningProcess& process);
-    void readMappedFiles(const ProcessFolder& folder, RunningProcess& process);
-    /// Takes note of an error of one part.
-    void note(int error) {
-        if (error == 0 || meansEnded(error)) return;
+    void readExecutable(const FolderDescriptor& folder, RunningProcess& process);
+    void readOpenFiles(const FolderDescriptor& folder, RunningProcess& process);
+    void readMappedFiles(const FolderDescriptor& folder, RunningProcess& process);
+    /// Takes note of why one part could not be read.
+    void note(SystemError error) {
+        if (hasEnded(error)) return;
         // A path too long for the kernel to tell is too long to be opened or removed by, too.
-        if (error == ENAMETOOLONG) return;
-        if (meansForbidden(error)) {
-            isForbidden_ = true;
-        } else if (error_.code == 0) {
-            error_ = {error};
+        if (error.code == ENAMETOOLONG) return;
+        if (isForbidden(error)) {
+            isPartlyHidden_ = true;
+        } else if (!error_) {
+            error_ = error;
         }
     }
 
     MountNamespaces& namespaces_;
     std::string text_;
     std::string target_;
-    bool isForbidden_ = false;
-    SystemError error_{0};
+    bool isPartlyHidden_ = false;
+    std::optional<SystemError> error_;
 };
 
-void ProcessReader::readOpenFiles(const ProcessFolder& folder, RunningProcess& process) {
-    const ProcessFolder descriptors(folder, "fd");
-    note(descriptors.error());
-    if (descriptors.error() != 0) return;
-    note(descriptors.eachName([&](const char* name) {
-        const int error = readKernelLink(descriptors.fd(), name, target_);
-        note(error);
-        // Pipes, sockets and the like have no path. What kind of item it is would take another
-        // call, dearer than this one: a folder that is held open is in use as well, and a device
-        // does no harm.
-        if (error == 0 && target_.starts_with('/')) add(target_, process);
-    }));
+void ProcessReader::readExecutable(const FolderDescriptor& folder, RunningProcess& process) {
+    const auto read = readKernelLink(folder.fd(), "exe", target_);
+    if (!read) return note(read.error());
+    if (target_.ends_with(deletedMark)) add(target_, process);
+    process.executable = target_;
 }
 
-void ProcessReader::readMappedFiles(const ProcessFolder& folder, RunningProcess& process) {
-    note(readKernelFile(folder.fd(), "maps", text_));
+void ProcessReader::readOpenFiles(const FolderDescriptor& folder, RunningProcess& process) {
+    const auto descriptors = folder.open("fd");
+    if (!descriptors) return note(descriptors.error());
+    const auto listed = forEachName(*descriptors, [&](const char* name) {
+        const auto read = readKernelLink(descriptors->fd(), name, target_);
+        if (!read) return note(read.error());
+        // Pipes, sockets and the like have no path. To learn the kind of item would take another
+        // call, dearer than this one: a folder that is held open is in use as well, and a device
+        // does no harm.
+        if (target_.starts_with('/')) add(target_, process);
+    });
+    if (!listed) note(listed.error());
+}
+
+void ProcessReader::readMappedFiles(const FolderDescriptor& folder, RunningProcess& process) {
+    const auto read = readKernelFile(folder.fd(), "maps", text_);
+    if (!read) return note(read.error());
     std::string_view rest = text_;
     std::string_view last; // a file is mapped in several pieces, one after another
     while (!rest.empty()) {
@@ -112,38 +123,35 @@ void ProcessReader::readMappedFiles(const ProcessFolder& folder, RunningProcess&
 
 ProcessReader::Outcome ProcessReader::read(long pid, Found& found) {
     RunningProcess& process = found.process;
-    isForbidden_ = false;
-    const ProcessFolder folder(pid);
-    if (meansEnded(folder.error())) return Outcome::ended;
-    note(folder.error());
-    if (folder.error() == 0) {
-        const int error = readKernelLink(folder.fd(), "exe", target_);
-        note(error);
-        if (error == 0) {
-            if (target_.ends_with(deletedMark)) add(target_, process);
-            process.executable = target_;
-        }
-        readOpenFiles(folder, process);
-        readMappedFiles(folder, process);
+    isPartlyHidden_ = false;
+    error_.reset();
+    const auto folder = openProcess(pid);
+    if (!folder && hasEnded(folder.error())) return Outcome::ended;
+    if (!folder) {
+        note(folder.error());
+    } else {
+        readExecutable(*folder, process);
+        readOpenFiles(*folder, process);
+        readMappedFiles(*folder, process);
         if (!process.executable.empty() || !process.files.empty()) {
-            const auto its = namespaces_.namespaceOf(pid, folder);
+            const auto its = namespaces_.namespaceOf(pid, *folder);
             if (its) {
                 found.mountNamespace = *its;
             } else {
-                note(its.error().code);
+                note(its.error());
             }
         }
     }
     keepEachOnce(process.files);
-    if (error_.code != 0) return Outcome::failed;
-    return isForbidden_ ? Outcome::partly : Outcome::read;
+    if (error_) return Outcome::failed;
+    return isPartlyHidden_ ? Outcome::partly : Outcome::read;
 }
 
 /// What one thread found, and why it stopped early.
 struct Share {
     std::vector<Found> found;
     std::size_t unreadable = 0;
-    SystemError error{0};
+    std::optional<SystemError> error;
 };
 
 /// Reads the processes that no other thread has taken.
@@ -160,7 +168,7 @@ void readShare(std::span<const long> pids, std::atomic<std::size_t>& next,
         if (outcome == ProcessReader::Outcome::partly) {
             // A table that hides even its reader's own files tells nothing.
             if (pids[at] == ::getpid()) {
-                share.error = {EACCES};
+                share.error = SystemError{EACCES};
                 return;
             }
             ++share.unreadable;
@@ -170,7 +178,8 @@ void readShare(std::span<const long> pids, std::atomic<std::size_t>& next,
     }
 }
 
-/// Adds what this process calls the files whose paths are meant in one of some namespaces.
+/// Adds the paths by which this program has the same files, from the aliases of each namespace in
+/// which the process's paths may be meant.
 void addOtherPaths(RunningProcess& process, std::span<const PathAliases> meant) {
     std::vector<std::string> others;
     for (const PathAliases& aliases : meant) {
@@ -196,10 +205,10 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
     std::vector<Share> shares(threads);
     std::atomic<std::size_t> next = 0;
     {
-        std::vector<DedicatedThread> helpers;
+        std::vector<DedicatedThread> otherThreads;
         for (std::size_t i = 1; i < threads; ++i) {
-            helpers.emplace_back("processes", Quality::userInitiated,
-                                 [&, i] { readShare(*pids, next, namespaces, shares[i]); });
+            otherThreads.emplace_back("processes", Quality::userInitiated,
+                                      [&, i] { readShare(*pids, next, namespaces, shares[i]); });
         }
         readShare(*pids, next, namespaces, shares[0]);
     }
@@ -207,7 +216,7 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
     const std::span<const PathAliases> aliases = known;
     ProcessActivity activity;
     for (Share& share : shares) {
-        if (share.error.code != 0) return std::unexpected(share.error);
+        if (share.error) return std::unexpected(*share.error);
         activity.unreadable += share.unreadable;
         for (Found& found : share.found) {
             addOtherPaths(found.process, aliases.subspan(found.mountNamespace, 1));

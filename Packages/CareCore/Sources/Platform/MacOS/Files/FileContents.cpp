@@ -5,39 +5,32 @@
 #include <limits>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include "Platform/MacOS/Files/FileMetadataOf.h"
-#include "Platform/Posix/Files/OpenQuietly.h"
 
 namespace tidyro::platform {
 
-// There is no way here to read without the date of use telling of it.
-int openQuietly(int folder, const char* name, FileContents::OwnersFirst&) {
-    int opened = -1;
+// There is no way here to read a file and leave its date of use as it was.
+std::expected<FileContents, SystemError> FileContents::open(int folder, const char* name,
+                                                            OwnerHint& /*owner*/) {
+    int fd = -1;
     do {
-        opened = ::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    } while (opened < 0 && errno == EINTR);
-    if (opened >= 0) ::fcntl(opened, F_NOCACHE, 1);
-    return opened;
-}
-
-std::expected<FileMetadata, SystemError> FileContents::metadata() const {
-    struct stat status{};
-    if (::fstat(fd_, &status) != 0) return std::unexpected(SystemError{errno});
-    return fileMetadataOf(status);
+        fd = ::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return std::unexpected(SystemError{errno});
+    ::fcntl(fd, F_NOCACHE, 1);
+    return FileContents(fd);
 }
 
 void FileContents::expectSingleReads() { ::fcntl(fd_, F_RDAHEAD, 0); }
 
 std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
                                                            std::span<std::byte> into) {
-    constexpr std::size_t most = std::numeric_limits<int>::max(); // of one call
+    constexpr std::size_t maxPerCall = std::numeric_limits<int>::max();
     std::size_t done = 0;
     while (done < into.size()) {
-        const ssize_t count = ::pread(fd_, into.data() + done, std::min(into.size() - done, most),
-                                      static_cast<off_t>(offset + done));
+        const ssize_t count =
+            ::pread(fd_, into.data() + done, std::min(into.size() - done, maxPerCall),
+                    static_cast<off_t>(offset + done));
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return std::unexpected(SystemError{errno});
         if (count == 0) break;
@@ -48,11 +41,11 @@ std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
 
 namespace {
 
-std::optional<std::int64_t> placeOf(int file, std::uint64_t offset) {
+std::optional<std::int64_t> placeOf(int fd, std::uint64_t offset) {
     log2phys question{};
     question.l2p_contigbytes = 1;
     question.l2p_devoffset = static_cast<off_t>(offset);
-    if (::fcntl(file, F_LOG2PHYS_EXT, &question) != 0) return std::nullopt;
+    if (::fcntl(fd, F_LOG2PHYS_EXT, &question) != 0) return std::nullopt;
     return question.l2p_devoffset;
 }
 

@@ -6,8 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Platform/MacOS/Files/FileMetadataOf.h"
-
 namespace tidyro::platform {
 
 namespace {
@@ -27,26 +25,7 @@ Timestamp moment(const timespec& time) {
     return Timestamp::since1970(time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec));
 }
 
-std::expected<FileMetadata, SystemError> metadata(int folder, const char* name) {
-    struct stat status{};
-    if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return std::unexpected(SystemError{errno});
-    }
-    return fileMetadataOf(status);
-}
-
-/// An older system knows no look at a link's own permissions: a link is then never readable, and
-/// for anything else there is nothing to follow.
-bool mayRead(int folder, const char* name) {
-    if (::faccessat(folder, name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0) return true;
-    if (errno != EINVAL) return false;
-    const auto seen = metadata(folder, name);
-    return seen && seen->kind != ItemKind::link && ::faccessat(folder, name, R_OK, AT_EACCESS) == 0;
-}
-
-} // namespace
-
-FileMetadata fileMetadataOf(const struct stat& status) {
+FileMetadata metadataIn(const struct stat& status) {
     FileMetadata seen{
         .kind = kindOf(status.st_mode),
         .byteCount = status.st_size > 0 ? static_cast<std::uint64_t>(status.st_size) : 0,
@@ -66,13 +45,38 @@ FileMetadata fileMetadataOf(const struct stat& status) {
     return seen;
 }
 
+std::expected<FileMetadata, SystemError> metadataAt(int folder, const char* name) {
+    struct stat status{};
+    if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return std::unexpected(SystemError{errno});
+    }
+    return metadataIn(status);
+}
+
+/// An older system knows no look at a link's own permissions: a link is then never readable, and
+/// for anything else there is nothing to follow.
+bool mayRead(int folder, const char* name) {
+    if (::faccessat(folder, name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0) return true;
+    if (errno != EINVAL) return false;
+    const auto seen = metadataAt(folder, name);
+    return seen && seen->kind != ItemKind::link && ::faccessat(folder, name, R_OK, AT_EACCESS) == 0;
+}
+
+} // namespace
+
 std::expected<FileMetadata, SystemError> fileMetadata(const std::string& path) {
-    return metadata(AT_FDCWD, path.c_str());
+    return metadataAt(AT_FDCWD, path.c_str());
 }
 
 std::expected<FileMetadata, SystemError> fileMetadata(const FolderDescriptor& folder,
                                                       const char* name) {
-    return metadata(folder.fd(), name);
+    return metadataAt(folder.fd(), name);
+}
+
+std::expected<FileMetadata, SystemError> fileMetadata(int fd) {
+    struct stat status{};
+    if (::fstat(fd, &status) != 0) return std::unexpected(SystemError{errno});
+    return metadataIn(status);
 }
 
 bool isReadable(const std::string& path) { return mayRead(AT_FDCWD, path.c_str()); }

@@ -7,10 +7,11 @@
 
 namespace tidyro::platform {
 
-bool flushToDisk(int descriptor) {
+std::expected<void, SystemError> flushToDisk(int fd) {
     // fsync leaves the bytes in the drive's own cache; volumes that have no full flush say ENOTSUP.
-    if (::fcntl(descriptor, F_FULLFSYNC) == 0) return true;
-    return errno == ENOTSUP && ::fsync(descriptor) == 0;
+    if (::fcntl(fd, F_FULLFSYNC) == 0) return {};
+    if (errno == ENOTSUP && ::fsync(fd) == 0) return {};
+    return std::unexpected(SystemError{errno});
 }
 
 } // namespace tidyro::platform

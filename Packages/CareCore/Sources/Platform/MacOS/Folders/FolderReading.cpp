@@ -44,14 +44,14 @@ constexpr attrlist wantedOfOneFolder{.bitmapcount = ATTR_BIT_MAP_COUNT,
                                      .fileattr = 0,
                                      .forkattr = 0};
 
-attrlist wantedOfEntries(bool tellsClones) {
+attrlist wantedOfEntries(attrgroup_t extended) {
     return {.bitmapcount = ATTR_BIT_MAP_COUNT,
             .reserved = 0,
             .commonattr = wantedOfAll | ATTR_CMN_NAME | ATTR_CMN_ERROR,
             .volattr = 0,
             .dirattr = ATTR_DIR_MOUNTSTATUS,
             .fileattr = ATTR_FILE_LINKCOUNT | sizes,
-            .forkattr = tellsClones ? clones : 0};
+            .forkattr = extended};
 }
 
 /// One record of the attribute calls. What the kernel left out keeps its zeros.
@@ -238,7 +238,7 @@ std::expected<FolderFacts, SystemError> FolderDescriptor::facts(const char* name
     });
 }
 
-bool sharesBlocks(const FolderDescriptor& folder) {
+bool isKnownToShareBlocks(const FolderDescriptor& folder) {
     struct statfs volume{};
     return ::fstatfs(folder.fd(), &volume) == 0 && std::string_view(volume.f_fstypename) == "apfs";
 }
@@ -247,17 +247,17 @@ struct FolderLister::Body {
     alignas(std::uint64_t) std::array<std::byte, bufferSize> buffer;
     attrlist wanted{};
     std::size_t at = 0;
-    int left = 0; ///< records not yet told, beginning at `at`
+    int left = 0; ///< records not yet handed out, beginning at `at`
     int folder = -1;
 
     [[nodiscard]] int readBulk() {
         const std::uint64_t options = wanted.forkattr != 0 ? FSOPT_ATTR_CMN_EXTENDED : 0;
         return ::getattrlistbulk(folder, &wanted, buffer.data(), bufferSize, options);
     }
-    /// An older system refuses the whole call for an attribute that it does not know; the ones
-    /// that only some systems have are given up one after another. Not for good: one folder's
-    /// strange file system must not cost the others their clones.
-    [[nodiscard]] bool wantsLess() {
+    /// Gives up the next attribute that only some systems know; false when there is none left. An
+    /// older system refuses the whole call for one that it does not know. The next folder asks for
+    /// all of them again: one strange file system must not cost the others their clones.
+    [[nodiscard]] bool giveUpAnAttribute() {
         if ((wanted.forkattr & ATTR_CMNEXT_CLONE_REFCNT) != 0) {
             wanted.forkattr &= ~static_cast<attrgroup_t>(ATTR_CMNEXT_CLONE_REFCNT);
             return true;
@@ -273,7 +273,7 @@ FolderLister::~FolderLister() = default;
 
 void FolderLister::begin(const FolderDescriptor& folder) {
     body_->folder = folder.fd();
-    body_->wanted = wantedOfEntries(options_.tellsClones);
+    body_->wanted = wantedOfEntries(options_.isAskedForClones ? clones : 0);
     body_->at = 0;
     body_->left = 0;
     error_ = {0};
@@ -287,7 +287,7 @@ bool FolderLister::refill() {
             return false;
         }
         got = body_->readBulk();
-    } while (got < 0 && (errno == EINTR || (errno == EINVAL && body_->wantsLess())));
+    } while (got < 0 && (errno == EINTR || (errno == EINVAL && body_->giveUpAnAttribute())));
     if (got < 0) error_ = {errno};
     body_->left = std::max(got, 0);
     body_->at = 0;
@@ -308,7 +308,7 @@ const FolderEntry* FolderLister::next() {
         --body_->left;
         if (record->error != 0) {
             const SystemError error{static_cast<int>(record->error)};
-            if (meansVanished(error)) continue;
+            if (hasVanished(error)) continue;
             // Any other entry that cannot be looked at stays, by its name. A folder that may not
             // be searched is refused as a whole.
         }

@@ -12,6 +12,6 @@ void nameThisThread(const std::string& name, Quality quality) {
         quality == Quality::userInitiated ? QOS_CLASS_USER_INITIATED : QOS_CLASS_UTILITY, 0));
 }
 
-std::uint64_t waitsOfThisThread() { return 0; }
+std::uint64_t waitCountOfThisThread() { return 0; }
 
 } // namespace tidyro::platform

@@ -4,6 +4,6 @@ namespace tidyro::platform {
 
 // Its allocator keeps large blocks apart, and its pages have one size.
 void giveLargeBlocksBack() {}
-void fillsWholly(std::span<std::byte> /*block*/) {}
+void expectWholeWrite(std::span<std::byte> /*block*/) {}
 
 } // namespace tidyro::platform

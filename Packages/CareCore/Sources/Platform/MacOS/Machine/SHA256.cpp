@@ -17,9 +17,9 @@ SHA256::~SHA256() = default;
 void SHA256::restart() { CC_SHA256_Init(&body_->context); }
 
 void SHA256::update(std::span<const std::byte> bytes) {
-    constexpr std::size_t most = 1U << 30U; // lengths are 32 bits wide here
+    constexpr std::size_t maxPerCall = 1U << 30U; // lengths are 32 bits wide here
     while (!bytes.empty()) {
-        const auto part = bytes.first(std::min(bytes.size(), most));
+        const auto part = bytes.first(std::min(bytes.size(), maxPerCall));
         CC_SHA256_Update(&body_->context, part.data(), static_cast<CC_LONG>(part.size()));
         bytes = bytes.subspan(part.size());
     }

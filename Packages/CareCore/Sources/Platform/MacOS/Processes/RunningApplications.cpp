@@ -20,8 +20,8 @@ namespace tidyro::platform {
 namespace {
 
 std::optional<std::string> identifierOf(const std::string& package) {
-    constexpr std::size_t most = 4'000'000;
-    const auto list = readWholeFile(package + "/Contents/Info.plist", most);
+    constexpr std::size_t maxByteCount = 4'000'000;
+    const auto list = readWholeFile(package + "/Contents/Info.plist", maxByteCount);
     return list ? bundleIdentifierIn(*list) : std::nullopt;
 }
 

@@ -16,20 +16,20 @@ namespace tidyro::platform {
 
 namespace {
 
-/// Paths come in fixed rooms that end with a zero.
+/// Paths come in fixed rooms and end with a zero.
 template <std::size_t Size>
 std::string textOf(const char (&room)[Size]) {
     return {room, ::strnlen(room, Size)};
 }
 
-/// 0, or the error; the process has ended when that is ESRCH.
-int readOpenFiles(int pid, RunningProcess& process) {
+/// ESRCH when the process has ended.
+std::expected<void, SystemError> readOpenFiles(int pid, RunningProcess& process) {
     std::vector<proc_fdinfo> descriptors(256);
     for (;;) {
         const int room = static_cast<int>(descriptors.size() * sizeof(proc_fdinfo));
         errno = 0;
         const int got = ::proc_pidinfo(pid, PROC_PIDLISTFDS, 0, descriptors.data(), room);
-        if (got < 0 || (got == 0 && errno != 0)) return errno;
+        if (got < 0 || (got == 0 && errno != 0)) return std::unexpected(SystemError{errno});
         if (got < room) {
             descriptors.resize(static_cast<std::size_t>(got) / sizeof(proc_fdinfo));
             break;
@@ -45,10 +45,10 @@ int readOpenFiles(int pid, RunningProcess& process) {
         if (!S_ISREG(file.pvip.vip_vi.vi_stat.vst_mode)) continue;
         process.files.push_back(textOf(file.pvip.vip_path));
     }
-    return 0;
+    return {};
 }
 
-int readMappedFiles(int pid, RunningProcess& process) {
+std::expected<void, SystemError> readMappedFiles(int pid, RunningProcess& process) {
     std::uint64_t address = 0;
     for (;;) {
         proc_regionwithpathinfo region{};
@@ -57,7 +57,8 @@ int readMappedFiles(int pid, RunningProcess& process) {
             ::proc_pidinfo(pid, PROC_PIDREGIONPATHINFO, address, &region, sizeof(region));
         if (got < static_cast<int>(sizeof(region))) {
             // There is no region at or behind the address: the end.
-            return errno == EINVAL ? 0 : errno;
+            if (errno == 0 || errno == EINVAL) return {};
+            return std::unexpected(SystemError{errno});
         }
         if (region.prp_vip.vip_path[0] == '/') {
             std::string path = textOf(region.prp_vip.vip_path);
@@ -66,7 +67,7 @@ int readMappedFiles(int pid, RunningProcess& process) {
             }
         }
         const std::uint64_t next = region.prp_prinfo.pri_address + region.prp_prinfo.pri_size;
-        if (next <= address) return 0;
+        if (next <= address) return {};
         address = next;
     }
 }
@@ -79,14 +80,12 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
     ProcessActivity activity;
     for (const int pid : *pids) {
         RunningProcess process{.pid = pid, .executable = executableOf(pid), .files = {}};
-        int error = readOpenFiles(pid, process);
-        if (error == 0) error = readMappedFiles(pid, process);
-        if (error != 0 && error != ESRCH && error != EPERM && error != EACCES) {
-            return std::unexpected(SystemError{error});
-        }
-        if (error == EPERM || error == EACCES) {
+        auto read = readOpenFiles(pid, process);
+        if (read) read = readMappedFiles(pid, process);
+        if (!read && read.error().code != ESRCH) {
             // A system that hides even its asker's own files tells nothing.
-            if (pid == ::getpid()) return std::unexpected(SystemError{error});
+            const bool isForbidden = read.error().code == EPERM || read.error().code == EACCES;
+            if (!isForbidden || pid == ::getpid()) return std::unexpected(read.error());
             ++activity.unreadable;
         }
         std::ranges::sort(process.files);

@@ -1,19 +1,146 @@
 #include "Platform/Files/DurableFile.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <span>
+#include <chrono>
+#include <thread>
+#include <utility>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "Base/PathText.h"
-#include "Platform/Files/DurableWriter.h"
 #include "Platform/Files/InputFile.h"
-#include "Platform/Posix/Files/FolderFlush.h"
+#include "Platform/Machine/RandomUUID.h"
+#include "Platform/Posix/Files/Flush.h"
 
 namespace tidyro::platform {
 
+namespace {
+
+constexpr std::size_t bufferBytes = 1'048'576;
+constexpr std::size_t largePiece = 65'536;
+constexpr std::size_t maxPerWrite = 1UL << 30; // some systems refuse more than 2 GiB
+
+std::expected<void, SystemError> writeBytes(int fd, std::span<const std::byte> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(fd, bytes.data(), std::min(bytes.size(), maxPerWrite));
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) return std::unexpected(SystemError{errno});
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+    return {};
+}
+
+/// Takes a file whose name several processes use for this process alone: locked, emptied, and still
+/// the file of that name.
+class SharedSibling {
+  public:
+    explicit SharedSibling(const std::string& path) : path_(path) {}
+
+    /// The file's descriptor, which the caller closes.
+    [[nodiscard]] std::expected<int, SystemError> take() const {
+        for (;;) {
+            const int fd = ::open(path_.c_str(),
+                                  O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+            if (fd < 0) return std::unexpected(SystemError{errno});
+            const auto isOurs = lock(fd);
+            if (isOurs && *isOurs) return fd;
+            ::close(fd);
+            if (!isOurs) return std::unexpected(isOurs.error());
+            // Whoever had it has renamed or removed it: the name is another file's by now. Some
+            // file systems number an open file otherwise than its name, and would go on for ever.
+            if (isOver()) return std::unexpected(SystemError{EWOULDBLOCK});
+        }
+    }
+
+  private:
+    [[nodiscard]] bool isOver() const { return std::chrono::steady_clock::now() > end_; }
+    /// Locks and empties the file; false when the name is another file's by now. Only the holder of
+    /// the lock renames or removes the file, so nothing changes after the look at the name.
+    [[nodiscard]] std::expected<bool, SystemError> lock(int fd) const {
+        const auto failed = [] { return std::unexpected(SystemError{errno}); };
+        while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+            if (errno == EINTR) continue;
+            if (errno != EWOULDBLOCK || isOver()) return failed();
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        struct stat locked{};
+        struct stat named{};
+        if (::fstat(fd, &locked) != 0) return failed();
+        if (!S_ISREG(locked.st_mode)) return std::unexpected(SystemError{EINVAL});
+        if (::lstat(path_.c_str(), &named) != 0) {
+            if (errno == ENOENT) return false;
+            return failed();
+        }
+        if (locked.st_dev != named.st_dev || locked.st_ino != named.st_ino) return false;
+        if (::fchmod(fd, 0600) != 0 || ::ftruncate(fd, 0) != 0) return failed();
+        return true;
+    }
+
+    const std::string& path_;
+    std::chrono::steady_clock::time_point end_ =
+        std::chrono::steady_clock::now() + std::chrono::seconds(DurableWriter::maxWait);
+};
+
+} // namespace
+
+std::expected<DurableWriter, SystemError> DurableWriter::open(const std::string& path,
+                                                              Sibling sibling) {
+    if (sibling == Sibling::shared) {
+        const std::string name = path + ".partial";
+        const auto fd = SharedSibling(name).take();
+        if (!fd) return std::unexpected(fd.error());
+        return DurableWriter(path, name, *fd);
+    }
+    const std::string name = path + "." + randomUUID().text() + ".partial";
+    const int fd = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) return std::unexpected(SystemError{errno});
+    return DurableWriter(path, name, fd);
+}
+
+DurableWriter::DurableWriter(std::string path, std::string sibling, int fd)
+    : path_(std::move(path)), sibling_(std::move(sibling)), fd_(fd) {}
+
+DurableWriter::DurableWriter(DurableWriter&& other) noexcept
+    : path_(std::move(other.path_)),
+      sibling_(std::move(other.sibling_)),
+      fd_(std::exchange(other.fd_, -1)),
+      gathered_(std::move(other.gathered_)) {}
+
+DurableWriter::~DurableWriter() {
+    if (fd_ < 0) return;
+    ::unlink(sibling_.c_str()); // while it is locked, so that it is nobody else's
+    ::close(fd_);
+}
+
+std::expected<void, SystemError> DurableWriter::append(std::span<const std::byte> bytes) {
+    const bool isLarge = bytes.size() >= largePiece;
+    if (!isLarge) gathered_.insert(gathered_.end(), bytes.begin(), bytes.end());
+    if (isLarge || gathered_.size() >= bufferBytes) {
+        if (auto written = writeBytes(fd_, gathered_); !written) return written;
+        gathered_.clear();
+        if (isLarge) return writeBytes(fd_, bytes);
+    }
+    return {};
+}
+
+std::expected<void, SystemError> DurableWriter::commit() {
+    if (auto written = writeBytes(fd_, gathered_); !written) return written;
+    if (auto flushed = flushToDisk(fd_); !flushed) return flushed;
+    if (::rename(sibling_.c_str(), path_.c_str()) != 0) {
+        return std::unexpected(SystemError{errno});
+    }
+    // The lock goes with the descriptor, after the name has gone. What was flushed is on the disk;
+    // closing has nothing left to fail with.
+    ::close(std::exchange(fd_, -1));
+    return flushFolder(std::string(path::parent(path_)));
+}
+
 std::expected<void, SystemError> writeDurably(const std::string& path, std::string_view bytes) {
-    auto writer = DurableWriter::open(path, DurableWriter::Sibling::ofItsOwn);
+    auto writer = DurableWriter::open(path, DurableWriter::Sibling::unique);
     if (!writer) return std::unexpected(writer.error());
     if (auto written = writer->append(std::as_bytes(std::span(bytes))); !written) return written;
     return writer->commit();
@@ -37,7 +164,8 @@ std::expected<void, SystemError> makePrivateFolder(const std::string& path) {
     return {};
 }
 
-std::expected<std::string, SystemError> readWholeFile(const std::string& path, std::size_t most) {
+std::expected<std::string, SystemError> readWholeFile(const std::string& path,
+                                                      std::size_t maxByteCount) {
     auto file = InputFile::open(path);
     if (!file) return std::unexpected(file.error());
     // Not by its length: a file of the kernel's says 0, and one may grow.
@@ -49,7 +177,7 @@ std::expected<std::string, SystemError> readWholeFile(const std::string& path, s
         const auto got = file->read(std::as_writable_bytes(std::span(bytes).subspan(held)));
         if (!got) return std::unexpected(got.error());
         bytes.resize(held + *got);
-        if (bytes.size() > most) return std::unexpected(SystemError{EFBIG});
+        if (bytes.size() > maxByteCount) return std::unexpected(SystemError{EFBIG});
         if (*got < step) return bytes;
     }
 }

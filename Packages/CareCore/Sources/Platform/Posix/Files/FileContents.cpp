@@ -1,27 +1,20 @@
 #include "Platform/Files/FileContents.h"
 
-#include <cerrno>
 #include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "Platform/Posix/Files/OpenQuietly.h"
-
 namespace tidyro::platform {
 
 std::expected<FileContents, SystemError> FileContents::open(const FolderDescriptor& folder,
-                                                            const char* name, OwnersFirst& owners) {
-    const int opened = openQuietly(folder.fd(), name, owners);
-    if (opened < 0) return std::unexpected(SystemError{errno});
-    return FileContents(opened);
+                                                            const char* name, OwnerHint& owner) {
+    return open(folder.fd(), name, owner);
 }
 
 std::expected<FileContents, SystemError> FileContents::open(const std::string& path) {
-    OwnersFirst owners;
-    const int opened = openQuietly(AT_FDCWD, path.c_str(), owners);
-    if (opened < 0) return std::unexpected(SystemError{errno});
-    return FileContents(opened);
+    OwnerHint owner;
+    return open(AT_FDCWD, path.c_str(), owner);
 }
 
 FileContents::FileContents(FileContents&& other) noexcept
@@ -35,6 +28,10 @@ FileContents& FileContents::operator=(FileContents&& other) noexcept {
 
 FileContents::~FileContents() {
     if (fd_ >= 0) ::close(fd_);
+}
+
+std::expected<FileMetadata, SystemError> FileContents::metadata() const {
+    return fileMetadata(fd_);
 }
 
 } // namespace tidyro::platform

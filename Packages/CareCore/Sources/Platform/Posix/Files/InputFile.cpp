@@ -11,11 +11,11 @@
 namespace tidyro::platform {
 
 std::expected<InputFile, SystemError> InputFile::open(const std::string& path) {
-    const int opened = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (opened < 0) return std::unexpected(SystemError{errno});
-    InputFile file(opened, 0);
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return std::unexpected(SystemError{errno});
+    InputFile file(fd);
     struct stat status{};
-    if (::fstat(opened, &status) != 0) return std::unexpected(SystemError{errno});
+    if (::fstat(fd, &status) != 0) return std::unexpected(SystemError{errno});
     if (!S_ISREG(status.st_mode)) return std::unexpected(SystemError{EINVAL});
     constexpr std::uint64_t blockSize = 512; // of `st_blocks` on every system
     file.byteCount_ = static_cast<std::uint64_t>(status.st_size);
@@ -33,12 +33,11 @@ InputFile::~InputFile() {
 }
 
 std::expected<std::size_t, SystemError> InputFile::read(std::span<std::byte> into) {
-    // Some systems refuse to read more than 2 GiB at once.
-    constexpr std::size_t most = 1UL << 30;
+    constexpr std::size_t maxPerRead = 1UL << 30; // some systems refuse more than 2 GiB
     std::size_t filled = 0;
     while (filled < into.size()) {
         const std::span<std::byte> rest = into.subspan(filled);
-        const ssize_t got = ::read(fd_, rest.data(), std::min(rest.size(), most));
+        const ssize_t got = ::read(fd_, rest.data(), std::min(rest.size(), maxPerRead));
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return std::unexpected(SystemError{errno});
         if (got == 0) break;

@@ -46,7 +46,7 @@ std::expected<FolderDescriptor, SystemError> FolderDescriptor::open(const char* 
     return openFolder(fd_, name, folderFlags | O_NOFOLLOW);
 }
 
-bool meansVanished(SystemError error) {
+bool hasVanished(SystemError error) {
     // ESRCH: a folder of /proc whose process has ended.
     return error.code == ENOENT || error.code == ENOTDIR || error.code == ELOOP ||
            error.code == ESRCH || error.code == ESTALE;
@@ -54,10 +54,10 @@ bool meansVanished(SystemError error) {
 
 std::size_t openFolderBudget() {
     constexpr rlim_t keptForOthers = 64;
-    constexpr rlim_t most = 8'192;
-    // A tree deeper than this, with more than one folder at every level, is read all the same, but
-    // goes over part of its way again and again. Some systems refuse more.
-    constexpr rlim_t enough = 10'240;
+    // A deeper tree with several folders on every level is read all the same, but parts of the way
+    // are opened again and again.
+    constexpr rlim_t maxBudget = 8'192;
+    constexpr rlim_t enough = 10'240; // some systems refuse more
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
     if (limit.rlim_cur < enough && limit.rlim_cur < limit.rlim_max) {
@@ -66,7 +66,7 @@ std::size_t openFolderBudget() {
         if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
     }
     if (limit.rlim_cur <= keptForOthers) return 0;
-    return static_cast<std::size_t>(std::min((limit.rlim_cur - keptForOthers) / 2, most));
+    return static_cast<std::size_t>(std::min((limit.rlim_cur - keptForOthers) / 2, maxBudget));
 }
 
 } // namespace tidyro::platform
