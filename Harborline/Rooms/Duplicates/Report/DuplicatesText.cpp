@@ -51,13 +51,24 @@ std::uint64_t count(std::int64_t number) { return static_cast<std::uint64_t>(num
 
 } // namespace
 
+std::string filesLookedAtText(const DuplicateReport& report) {
+    return fmt::format("Looked at {} of {} or more{}.",
+                       RoomText::counted(count(report.filesLookedAt), "file", "files"),
+                       RoomText::bytes(report.minimumBytes),
+                       report.includedSystemVolumes ? ", system volumes included" : "");
+}
+
+std::string copiesFoundText(const DuplicateReport& report) {
+    return fmt::format("{} of copies, {} taken by the extra copies, in {} s.",
+                       RoomText::counted(report.groups.size(), "set", "sets"),
+                       RoomText::bytes(report.wastedBytes()),
+                       LocaleText::current().decimal(report.duration, 2));
+}
+
 void writeText(const DuplicateReport& report, const DuplicatesModel& model,
                const std::function<std::string(const std::string&)>& shown,
                const std::function<void(std::string_view)>& write) {
-    write(fmt::format("Looked at {} of {} or more{}.\n",
-                      RoomText::counted(count(report.filesLookedAt), "file", "files"),
-                      RoomText::bytes(report.minimumBytes),
-                      report.includedSystemVolumes ? ", system volumes included" : ""));
+    write(filesLookedAtText(report) + "\n");
     if (report.deniedFolders > 0) {
         write(fmt::format(
             "{} closed to Tidyro and not searched.\n",
@@ -78,10 +89,7 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
         }
     }
     const Sums sums = sumsOf(report, model);
-    write(fmt::format("\n{} of copies, {} taken by the extra copies, in {} s.\n",
-                      RoomText::counted(report.groups.size(), "set", "sets"),
-                      RoomText::bytes(report.wastedBytes()),
-                      LocaleText::current().decimal(report.duration, 2)));
+    write(fmt::format("\n{}\n", copiesFoundText(report)));
     write(fmt::format("{} may go, which frees up to {}; {} held.\n",
                       RoomText::counted(sums.extraCopies, "copy", "copies"),
                       RoomText::bytes(sums.freedBytes),

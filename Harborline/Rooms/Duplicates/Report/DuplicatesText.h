@@ -10,6 +10,11 @@
 
 namespace tidyro {
 
+/// "Looked at 1,234 files of 1 KB or more."
+[[nodiscard]] std::string filesLookedAtText(const DuplicateReport& report);
+/// "1 set of copies, 4 MB taken by the extra copies, in 0.50 s."
+[[nodiscard]] std::string copiesFoundText(const DuplicateReport& report);
+
 /// A report for people to read: a line of numbers, each group with its copies and what is to become
 /// of them by the model's rule, and the sum. `shown` makes a file's name fit to be seen.
 void writeText(const DuplicateReport& report, const DuplicatesModel& model,
