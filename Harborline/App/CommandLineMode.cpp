@@ -63,7 +63,7 @@ class RequestRun : private TextOutput {
     [[nodiscard]] Step<void> scanAndKeep(const FileURL& folder) const {
         const auto tree = scan(folder);
         if (!tree) return std::unexpected(tree.error());
-        const FolderSnapshot snapshot = FolderSnapshot::of(*tree, {.onDisk = true});
+        const FolderSnapshot snapshot = FolderSnapshot::take(*tree, {.onDisk = true});
         const ActivityArchive archive(
             snapshotDirectory_.value_or(ActivityArchive::defaultDirectory()));
         if (const auto saved = archive.save(snapshot); !saved) {

@@ -20,7 +20,7 @@ namespace tidyro {
 ///
 ///     const int status = CommandLineMode::run(
 ///         {.command = CommandLineMode::Command::scan, .path = folder},
-///         {.write = [](std::string_view line) { std::cout << line; }});
+///         {.write = [&](std::string_view line) { show(line); }});
 struct CommandLineMode {
     enum class Command : std::uint8_t { scan, duplicates, index, snapshot };
 

@@ -67,7 +67,7 @@ class DiagnosticsRun : private TextOutput {
             return RoomText::counted(items, "item", "items");
         });
         measure("make a snapshot", [&] {
-            const FolderSnapshot snapshot = FolderSnapshot::of(*tree, {.onDisk = true});
+            const FolderSnapshot snapshot = FolderSnapshot::take(*tree, {.onDisk = true});
             return RoomText::counted(snapshot.folders.size(), "folder", "folders");
         });
         return ExitStatus::succeeded;

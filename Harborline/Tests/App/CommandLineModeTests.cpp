@@ -61,6 +61,18 @@ TEST(CommandLineMode, ScanPrintsTotalsTheLargestAndTheGroups) {
                            "  Generated project folders            1 item       8 KB"));
 }
 
+TEST(CommandLineMode, RunsAsItsHeaderShows) {
+    const TemporaryFolder place;
+    const std::string folder = place.path();
+    std::string shown;
+    const auto show = [&](std::string_view line) { shown += line; };
+    const int status =
+        CommandLineMode::run({.command = CommandLineMode::Command::scan, .path = folder},
+                             {.write = [&](std::string_view line) { show(line); }});
+    EXPECT_EQ(status, ExitStatus::succeeded);
+    EXPECT_TRUE(shown.starts_with("Read " + folder)) << shown;
+}
+
 TEST(CommandLineMode, ScanOfLittleUsesTheSingular) {
     const TemporaryFolder place;
     place.file("only/one");
