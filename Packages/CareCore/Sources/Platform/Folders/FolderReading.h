@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <expected>
@@ -45,7 +46,7 @@ struct EntryTraits {
 struct ItemIdentity {
     std::uint64_t device;
     std::uint64_t inode;
-    bool operator==(const ItemIdentity&) const = default;
+    auto operator<=>(const ItemIdentity&) const = default;
 };
 
 /// One entry of a folder. On Linux a folder's own facts are not among them: they are cheaper from
