@@ -1,4 +1,4 @@
-// The command line's arguments: zero bytes part them.
+// The arguments behind "--cli"; zero bytes separate them.
 #include <cstddef>
 #include <cstdint>
 #include <string>

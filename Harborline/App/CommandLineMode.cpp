@@ -1,21 +1,15 @@
 #include "App/CommandLineMode.h"
 
-#include <cstdlib>
+#include <algorithm>
 #include <expected>
-#include <filesystem>
 #include <ranges>
-#include <system_error>
 
-#include <fmt/format.h>
-
-#include "App/Stopwatch.h"
-#include "App/TextOutput.h"
 #include "Base/RoomText.h"
+#include "Base/Stopwatch.h"
 #include "Base/Timestamp.h"
 #include "Platform/Folders/WellKnownFolders.h"
-#include "Platform/Terminal/OutputLines.h"
-#include "Platform/Terminal/StandardStreams.h"
 #include "Rooms/Activity/ActivityArchive.h"
+#include "Rooms/Duplicates/Report/DuplicatesText.h"
 #include "Rooms/Duplicates/Search/DuplicateEngine.h"
 #include "Rooms/Find/Services/Building/FindIndexBuilder.h"
 #include "Rooms/Find/Services/Index/FindIndex.h"
@@ -27,42 +21,38 @@ namespace tidyro {
 
 namespace {
 
-/// What a step gives when an error ends the request: the sentence after "Stopped: ".
+constexpr std::int64_t maxLargest = 1'000;
+constexpr std::size_t maxSetsShown = 20;
+
+/// The result of a step. The error is the sentence after "Stopped: ".
 template <class T>
 using Step = std::expected<T, std::string>;
 
-/// One request while it is carried out.
-class Run : private TextOutput {
+/// Carries out one request.
+class RequestRun : private TextOutput {
   public:
-    Run(const CommandLineMode::Request& request, const CommandLineMode::Surroundings& surroundings)
-        : TextOutput(surroundings.write, surroundings.escapesNames),
-          request_(request),
-          surroundings_(surroundings) {}
+    RequestRun(const CommandLineMode::Request& request, const TextOutput& output,
+               const std::optional<FileURL>& snapshotDirectory)
+        : TextOutput(output), request_(request), snapshotDirectory_(snapshotDirectory) {}
 
     [[nodiscard]] int operator()() const {
-        std::error_code failed;
-        if (!std::filesystem::is_directory(request_.path, failed)) {
-            line("No folder at {}.", shown(request_.path));
-            return CommandLineMode::noFolder;
-        }
+        if (!confirmFolder(request_.path)) return ExitStatus::noFolder;
         const Step<void> done = dispatch(FileURL::folder(request_.path));
-        if (done) return CommandLineMode::succeeded;
-        line("Stopped: {}", shown(done.error()));
-        return CommandLineMode::stopped;
+        return done ? ExitStatus::succeeded : tellStop(done.error());
     }
 
   private:
     [[nodiscard]] Step<void> dispatch(const FileURL& folder) const {
         switch (request_.command) {
-        case CommandLineMode::Command::scan: return listed(folder);
-        case CommandLineMode::Command::snapshot: return kept(folder);
+        case CommandLineMode::Command::scan: return scanAndList(folder);
+        case CommandLineMode::Command::snapshot: return scanAndKeep(folder);
         case CommandLineMode::Command::duplicates: return duplicates(folder);
         case CommandLineMode::Command::index: index(folder); return {};
         }
         return {};
     }
 
-    [[nodiscard]] Step<void> listed(const FileURL& folder) const {
+    [[nodiscard]] Step<void> scanAndList(const FileURL& folder) const {
         const auto tree = scan(folder);
         if (!tree) return std::unexpected(tree.error());
         largest(*tree);
@@ -70,12 +60,12 @@ class Run : private TextOutput {
         return {};
     }
 
-    [[nodiscard]] Step<void> kept(const FileURL& folder) const {
+    [[nodiscard]] Step<void> scanAndKeep(const FileURL& folder) const {
         const auto tree = scan(folder);
         if (!tree) return std::unexpected(tree.error());
-        const FolderSnapshot snapshot = FolderSnapshot::of(*tree, {.onDisk = true});
+        const FolderSnapshot snapshot = FolderSnapshot::take(*tree, {.onDisk = true});
         const ActivityArchive archive(
-            surroundings_.snapshotDirectory.value_or(ActivityArchive::defaultDirectory()));
+            snapshotDirectory_.value_or(ActivityArchive::defaultDirectory()));
         if (const auto saved = archive.save(snapshot); !saved) {
             return std::unexpected(ActivityArchive::description(saved.error()));
         }
@@ -106,20 +96,14 @@ class Run : private TextOutput {
     }
 
     [[nodiscard]] Step<void> duplicates(const FileURL& folder) const {
-        constexpr std::size_t most = 20; // groups that are listed
         const auto report = DuplicateEngine().run({.roots = {folder},
                                                    .minimumBytes = request_.minimumBytes,
                                                    .includeSystemVolumes = request_.includeSystem,
                                                    .home = platform::homeFolder()});
         if (!report) return std::unexpected(DuplicateEngine::description(report.error()));
-        line("Looked at {} of {} or more{}.",
-             RoomText::counted(static_cast<std::uint64_t>(report->filesLookedAt), "file", "files"),
-             RoomText::bytes(report->minimumBytes),
-             report->includedSystemVolumes ? ", system volumes included" : "");
-        line("{} of copies, {} taken by the extra copies, in {} s.",
-             RoomText::counted(report->groups.size(), "set", "sets"),
-             RoomText::bytes(report->wastedBytes()), decimal(report->duration, 2));
-        for (const DuplicateGroup& group : report->groups | std::views::take(most)) {
+        line("{}", filesLookedAtText(*report));
+        line("{}", copiesFoundText(*report));
+        for (const DuplicateGroup& group : report->groups | std::views::take(maxSetsShown)) {
             line("{:>9} × {}  {}", RoomText::bytes(group.bytesEach), group.copies.size(),
                  shown(group.name()));
         }
@@ -143,7 +127,7 @@ class Run : private TextOutput {
 
     void answer(const std::string& query, const FindIndex& index) const {
         const Stopwatch watch;
-        // What an engine remembers of one query must not shorten the time of the next.
+        // A new engine for each query, since what it remembers would shorten the next one's time.
         const FindSearchResult found =
             FindSearchEngine().search(query, {.in = index, .limit = 500, .now = Timestamp::now()});
         const double milliseconds = watch.milliseconds();
@@ -181,30 +165,67 @@ class Run : private TextOutput {
     }
 
     const CommandLineMode::Request& request_;
-    const CommandLineMode::Surroundings& surroundings_;
+    const std::optional<FileURL>& snapshotDirectory_;
 };
 
 } // namespace
 
-int CommandLineMode::run(const Request& request, const Surroundings& surroundings) {
-    return Run(request, surroundings)();
+const std::string_view CommandLineMode::usageText =
+    "Usage: Tidyro --cli <command> <folder> [options]\n"
+    "  scan <folder> [--largest N]           Read a folder, time it, list the largest items and "
+    "Cleanup's groups\n"
+    "  duplicates <folder> [--min-size BYTES] [--include-system]\n"
+    "                                        Find byte-identical copies\n"
+    "  index <folder> [--query TEXT]...      Build Find's index of names and time each query\n"
+    "  snapshot <folder>                     Scan and keep the result in Activity's snapshots\n"
+    "Nothing is moved or deleted.";
+
+CommandLineMode::ParseResult CommandLineMode::parse(ArgumentReader::Arguments arguments,
+                                                    std::string_view home) {
+    auto reader = ArgumentReader::behind({"--cli"}, arguments);
+    if (!reader) return CommandLineNotRequested{};
+    const auto command = fromRawValue<Command>(reader->next().value_or(""));
+    if (!command) return CommandLineUsage{usageText};
+
+    Request request{.command = *command, .path = {}};
+    while (const auto argument = reader->next()) {
+        bool isWellFormed = true;
+        if (*argument == "--include-system") {
+            request.includeSystem = true;
+        } else if (*argument == "--largest") {
+            const auto number = reader->nextNumber<std::int64_t>();
+            isWellFormed = number && *number > 0;
+            request.largest = std::min(number.value_or(0), maxLargest);
+        } else if (*argument == "--min-size") {
+            const auto bytes = reader->nextMinimumBytes();
+            isWellFormed = bytes.has_value();
+            request.minimumBytes = bytes.value_or(0);
+        } else if (*argument == "--query") {
+            const auto query = reader->next();
+            isWellFormed = query.has_value();
+            request.queries.push_back(query.value_or(""));
+        } else if (argument->starts_with('-')) {
+            reader->skipValue();
+        } else {
+            isWellFormed = request.path.empty();
+            request.path = *argument;
+        }
+        if (!isWellFormed) return CommandLineUsage{usageText};
+    }
+    if (request.path.empty()) return CommandLineUsage{usageText};
+    request.path = folderArgument(request.path, home);
+    return request;
 }
 
-void CommandLineMode::runIfRequested(std::span<const std::string> arguments) {
-    const ParseResult parsed = parse(arguments, platform::homeFolder().path());
-    if (std::holds_alternative<NotRequested>(parsed)) return;
-    int status = malformed;
-    platform::OutputLines lines;
-    if (const auto* request = std::get_if<Request>(&parsed)) {
-        status = lines.ending(
-            run(*request, {.write = [&](std::string_view text) { lines.write(text); },
-                           .escapesNames = platform::isTerminal(platform::Stream::output)}));
-    } else {
-        static_cast<void>(
-            platform::writeAll(platform::Stream::error, fmt::format("{}\n", usageText)));
-    }
-    // No thread of ours runs by now.
-    std::exit(status); // NOLINT(concurrency-mt-unsafe)
+int CommandLineMode::run(const Request& request, const TextOutput& output,
+                         const std::optional<FileURL>& snapshotDirectory) {
+    return RequestRun(request, output, snapshotDirectory)();
+}
+
+void CommandLineMode::runIfRequested(ArgumentReader::Arguments arguments) {
+    runAndExit(
+        parse(arguments, platform::homeFolder().path()),
+        [](const Request& request, const TextOutput& output) { return run(request, output); });
 }
 
 } // namespace tidyro

@@ -1,14 +1,15 @@
 #pragma once
 
 #include <cstdint>
-#include <expected>
 #include <functional>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
 #include "Base/FileURL.h"
+#include "Base/RawValues.h"
+#include "Terminal/ArgumentReader.h"
+#include "Terminal/CommandLine.h"
 
 namespace tidyro {
 
@@ -18,8 +19,8 @@ namespace tidyro {
 ///     Tidyro --diagnose-find <folder>        queries line by line from standard input
 ///     Tidyro --diagnose-duplicates <folder>
 ///
-/// Nothing is moved or deleted. `find` opens the saved index of the folder, or builds and saves it
-/// in place of the one there is. Exit statuses as those of the command-line mode.
+/// Nothing of the person's is moved or deleted. `find` opens the saved index of the folder. When
+/// the saved index is of no use for the folder, it builds one and saves it in place of that.
 struct ScanDiagnostics {
     enum class Subject : std::uint8_t { scan, find, duplicates };
 
@@ -30,25 +31,32 @@ struct ScanDiagnostics {
     };
     static const std::string_view usageText; ///< without a line break at its end
 
-    /// None when no switch is among the arguments; the usage text when they are malformed.
-    [[nodiscard]] static std::optional<std::expected<Request, std::string_view>>
-    parse(std::span<const std::string> arguments, std::string_view home);
+    [[nodiscard]] static CommandLineParse<Request> parse(ArgumentReader::Arguments arguments,
+                                                         std::string_view home);
 
-    struct Surroundings {
-        /// Receives each line of the output, line break included.
-        std::function<void(std::string_view)> write;
+    /// What `find` reads beside the folder.
+    struct FindInputs {
         /// The next query; none at the end.
-        std::function<std::optional<std::string>()> read = [] { return std::nullopt; };
-        /// Names of files are shown with visible escapes, because a terminal reads them.
-        bool escapesNames = false;
+        std::function<std::optional<std::string>()> nextQuery = [] { return std::nullopt; };
         /// Where the index is saved; absent: its own place.
         std::optional<FileURL> indexFile = std::nullopt;
     };
-    [[nodiscard]] static int run(const Request& request, const Surroundings& surroundings);
+    /// Performs one request and returns the exit status.
+    [[nodiscard]] static int run(const Request& request, const TextOutput& output,
+                                 const FindInputs& inputs);
 
     /// With the process's whole argument list. Returns only when no switch is there; otherwise it
     /// ends the process.
-    static void runIfAsked(std::span<const std::string> arguments);
+    static void runIfAsked(ArgumentReader::Arguments arguments);
 };
+
+/// The switches.
+constexpr RawValueTable<ScanDiagnostics::Subject, 3>
+rawValues(RawValueTag<ScanDiagnostics::Subject>) {
+    using enum ScanDiagnostics::Subject;
+    return {{{{scan, "--diagnose-scan"},
+              {find, "--diagnose-find"},
+              {duplicates, "--diagnose-duplicates"}}}};
+}
 
 } // namespace tidyro

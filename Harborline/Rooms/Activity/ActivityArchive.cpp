@@ -14,15 +14,17 @@ namespace tidyro {
 
 namespace {
 
-/// Far above what a snapshot of the default size takes; a larger file is none of ours.
-constexpr std::size_t largestFile = 256UL * 1024 * 1024;
+/// Far above what a snapshot of the default size takes. A larger file is none of ours.
+constexpr std::size_t maxSnapshotBytes = 256UL * 1024 * 1024;
 
 struct Describe {
-    std::string operator()(const ActivityArchive::FileFailure& failure) const {
-        return failure.isWriting ? fmt::format("The snapshot could not be kept in {} ({}).",
-                                               failure.url.path(), failure.error.description())
-                                 : fmt::format("The snapshot {} could not be read ({}).",
-                                               failure.url.path(), failure.error.description());
+    std::string operator()(const ActivityArchive::Unwritable& failure) const {
+        return fmt::format("The snapshot could not be kept in {} ({}).", failure.folder.path(),
+                           failure.error.description());
+    }
+    std::string operator()(const ActivityArchive::Unreadable& failure) const {
+        return fmt::format("The snapshot {} could not be read ({}).", failure.url.path(),
+                           failure.error.description());
     }
     std::string operator()(const ActivityArchive::Damaged& damaged) const {
         return fmt::format("The file {} is not a snapshot. {}", damaged.url.path(),
@@ -49,11 +51,11 @@ ActivityArchive::save(const FolderSnapshot& snapshot, const Calendar& calendar) 
                                                     date.year, date.month, date.day, date.hour,
                                                     date.minute, date.second, snapshot.id.text()));
     if (const auto made = platform::makePrivateFolder(directory_.path()); !made) {
-        return std::unexpected(FileFailure{directory_, made.error(), true});
+        return std::unexpected(Unwritable{directory_, made.error()});
     }
     if (const auto written = platform::writeDurably(file.path(), jsonText(toJSON(snapshot)));
         !written) {
-        return std::unexpected(FileFailure{directory_, written.error(), true});
+        return std::unexpected(Unwritable{directory_, written.error()});
     }
     return file;
 }
@@ -70,15 +72,15 @@ std::expected<std::vector<FileURL>, ActivityArchive::Error> ActivityArchive::fil
         entries.increment(failed);
     }
     if (failed && failed != std::errc::no_such_file_or_directory) {
-        return std::unexpected(FileFailure{directory_, {failed.value()}, false});
+        return std::unexpected(Unreadable{directory_, {failed.value()}});
     }
     std::ranges::sort(found);
     return found;
 }
 
 std::expected<FolderSnapshot, ActivityArchive::Error> ActivityArchive::load(const FileURL& file) {
-    const auto text = platform::readWholeFile(file.path(), largestFile);
-    if (!text) return std::unexpected(FileFailure{file, text.error(), false});
+    const auto text = platform::readWholeFile(file.path(), maxSnapshotBytes);
+    if (!text) return std::unexpected(Unreadable{file, text.error()});
     auto snapshot = fromJSONText<FolderSnapshot>(*text);
     if (!snapshot) return std::unexpected(Damaged{file, snapshot.error()});
     return *std::move(snapshot);

@@ -13,27 +13,38 @@
 
 namespace tidyro {
 
-/// Activity's snapshots on disk: one JSON file a snapshot, kept until a person removes it.
+/// Activity's snapshots on disk: one JSON file for each snapshot, kept until a person removes it.
+///
+///     const ActivityArchive archive(folder);
+///     const auto file = archive.save(FolderSnapshot::take(tree, {}));
+///     if (!file) show(ActivityArchive::description(file.error()));
+///     const auto kept = archive.files();
+///     for (const FileURL& each : *kept) compare(ActivityArchive::load(each));
 ///
 /// A file is named by the date and time of the scan and the snapshot's id, "2026-11-21 093012
-/// 6F9619FF-....json". They are those of UTC, so that names sort by age wherever a person travels.
-/// It holds the fields of FolderSnapshot under their names.
+/// 6F9619FF-....json". The time is that of UTC, so that names sort by age wherever a person
+/// travels. The file holds the fields of FolderSnapshot under their names. Any thread may use an
+/// archive.
 class ActivityArchive {
   public:
-    /// The file could not be written or read.
-    struct FileFailure {
+    /// The snapshot could not be written into the folder.
+    struct Unwritable {
+        FileURL folder;
+        SystemError error;
+        bool operator==(const Unwritable&) const = default;
+    };
+    struct Unreadable {
         FileURL url;
         SystemError error;
-        bool isWriting;
-        bool operator==(const FileFailure&) const = default;
+        bool operator==(const Unreadable&) const = default;
     };
-    /// The file is there, but it holds no snapshot.
+    /// The file can be read, but it holds no snapshot.
     struct Damaged {
         FileURL url;
         DecodingError error;
         bool operator==(const Damaged&) const = default;
     };
-    using Error = std::variant<FileFailure, Damaged>;
+    using Error = std::variant<Unwritable, Unreadable, Damaged>;
     /// One sentence for people.
     [[nodiscard]] static std::string description(const Error& error);
 

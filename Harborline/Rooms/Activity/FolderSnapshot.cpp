@@ -5,7 +5,7 @@
 
 namespace tidyro {
 
-FolderSnapshot FolderSnapshot::of(const DiskTree& tree, const Options& options) {
+FolderSnapshot FolderSnapshot::take(const DiskTree& tree, const Options& options) {
     const NodeNumber top = options.under;
     const std::string name = tree.url(top).path() == "/" ? "/" : tree.name(top);
     FolderSnapshot snapshot{.id = platform::randomUUID(),

@@ -16,7 +16,7 @@ namespace tidyro {
 struct FolderSnapshotEntry {
     FileURL url;
     std::uint64_t byteCount; ///< of the whole subtree
-    std::uint32_t fileCount; ///< likewise
+    std::uint32_t fileCount; ///< of the whole subtree
 
     static constexpr auto fields() {
         return fieldList<FolderSnapshotEntry>(field("url", &FolderSnapshotEntry::url),
@@ -26,14 +26,14 @@ struct FolderSnapshotEntry {
     bool operator==(const FolderSnapshotEntry&) const = default;
 };
 
-/// How large the folders of a scan were: what Activity compares a later scan with.
+/// How large the folders of a scan were. Activity compares a later scan with it.
 struct FolderSnapshot {
     UUID id;
     std::string title; ///< shown to people: the folder's name
     Timestamp takenAt; ///< when the scan ended
     bool onDisk;       ///< bytes are allocated ones; otherwise logical
-    /// The scanned folder first, then the largest below it, largest first. Whenever a folder is
-    /// listed, so are all that it lies in.
+    /// The scanned folder, then the largest folders below it, the largest first. All folders that a
+    /// listed folder lies in are listed, too.
     std::vector<FolderSnapshotEntry> folders;
 
     struct Options {
@@ -43,13 +43,13 @@ struct FolderSnapshot {
         /// Folders below this size say nothing about growth.
         std::uint64_t minimumBytes = 1'000'000;
         std::size_t maximumEntries = 20'000;
-        /// Folders far down have long paths: the list ends early rather than outgrow what a
-        /// snapshot is worth.
+        /// The list ends early when its paths are longer than this altogether, since those of deep
+        /// folders may be very long.
         std::size_t maximumPathBytes = 32'000'000;
     };
-    [[nodiscard]] static FolderSnapshot of(const DiskTree& tree, const Options& options);
+    [[nodiscard]] static FolderSnapshot take(const DiskTree& tree, const Options& options);
 
-    /// Bytes of the scanned folder, which hold those of all others.
+    /// The bytes of the scanned folder, all others included.
     [[nodiscard]] std::uint64_t byteCount() const {
         return folders.empty() ? 0 : folders.front().byteCount;
     }

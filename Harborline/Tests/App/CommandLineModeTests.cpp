@@ -25,13 +25,16 @@ struct Output {
     std::vector<std::string> lines;
 };
 
-Output ran(const CommandLineMode::Request& request, bool escapesNames = false,
+enum class Reader : std::uint8_t { file, terminal };
+
+Output ran(const CommandLineMode::Request& request, Reader reader = Reader::file,
            const std::optional<FileURL>& snapshots = std::nullopt) {
     Output output;
     output.status = CommandLineMode::run(
-        request, {.write = [&](std::string_view line) { output.lines.emplace_back(line); },
-                  .escapesNames = escapesNames,
-                  .snapshotDirectory = snapshots});
+        request,
+        {.write = [&](std::string_view line) { output.lines.emplace_back(line); },
+         .isTerminal = reader == Reader::terminal},
+        snapshots);
     for (std::string& line : output.lines) {
         EXPECT_TRUE(line.ends_with('\n'));
         line.pop_back();
@@ -56,6 +59,18 @@ TEST(CommandLineMode, ScanPrintsTotalsTheLargestAndTheGroups) {
                            "  1     2.3 MB  " + place / "a/large",
                            "  2       8 KB  " + place / "project/node_modules/x", "Cleanup groups:",
                            "  Generated project folders            1 item       8 KB"));
+}
+
+TEST(CommandLineMode, RunsAsItsHeaderShows) {
+    const TemporaryFolder place;
+    const std::string folder = place.path();
+    std::string shown;
+    const auto show = [&](std::string_view line) { shown += line; };
+    const int status =
+        CommandLineMode::run({.command = CommandLineMode::Command::scan, .path = folder},
+                             {.write = [&](std::string_view line) { show(line); }});
+    EXPECT_EQ(status, ExitStatus::succeeded);
+    EXPECT_TRUE(shown.starts_with("Read " + folder)) << shown;
 }
 
 TEST(CommandLineMode, ScanOfLittleUsesTheSingular) {
@@ -94,9 +109,10 @@ TEST(CommandLineMode, ShowsHarmlessNamesToTerminalsAndTrueNamesToFiles) {
     const TemporaryFolder place;
     place.noise("clear\x1B[2J\nline", 5'000);
     const CommandLineMode::Request request{.command = Command::scan, .path = place.path()};
-    EXPECT_THAT(ran(request, true).lines.at(2),
+    EXPECT_THAT(ran(request, Reader::terminal).lines.at(2),
                 ::testing::EndsWith(place / "clear\\x1B[2J\\nline"));
-    EXPECT_THAT(ran(request, false).lines.at(2), ::testing::EndsWith(place / "clear\x1B[2J\nline"));
+    EXPECT_THAT(ran(request, Reader::file).lines.at(2),
+                ::testing::EndsWith(place / "clear\x1B[2J\nline"));
 }
 
 TEST(CommandLineMode, SnapshotKeepsWhatItSays) {
@@ -105,7 +121,7 @@ TEST(CommandLineMode, SnapshotKeepsWhatItSays) {
     place.file("tree/b/small", "x");
     const FileURL folder = FileURL::folder(place / "kept");
     const auto [status, lines] =
-        ran({.command = Command::snapshot, .path = place / "tree"}, false, folder);
+        ran({.command = Command::snapshot, .path = place / "tree"}, Reader::file, folder);
     EXPECT_EQ(status, 0);
     ASSERT_EQ(lines.size(), 2U);
     EXPECT_EQ(lines[1], "Kept a snapshot of 2 folders, 2 MB in all. Compare it with a later scan "
@@ -114,7 +130,7 @@ TEST(CommandLineMode, SnapshotKeepsWhatItSays) {
     ASSERT_EQ(files->size(), 1U);
     EXPECT_EQ(ActivityArchive::load(files->front())->title, "tree");
 
-    const auto failed = ran({.command = Command::snapshot, .path = place / "tree"}, false,
+    const auto failed = ran({.command = Command::snapshot, .path = place / "tree"}, Reader::file,
                             FileURL::folder(place / "tree/b/small"));
     EXPECT_EQ(failed.status, 1);
     EXPECT_EQ(failed.lines.at(1), "Stopped: The snapshot could not be kept in " +
@@ -129,7 +145,7 @@ TEST(CommandLineMode, IndexTimesEachQuery) {
     const auto [status, lines] = ran({.command = Command::index,
                                       .path = place.path(),
                                       .queries = {"README", "nothing \x1B", "other"}},
-                                     true);
+                                     Reader::terminal);
     EXPECT_EQ(status, 0);
     constexpr const char* time = "[0-9]+\\.[0-9] ms";
     EXPECT_THAT(

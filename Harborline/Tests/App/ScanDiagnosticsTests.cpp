@@ -25,17 +25,21 @@ TEST(ScanDiagnostics, ReadsItsSwitches) {
         arguments.insert(arguments.begin(), "Tidyro");
         return ScanDiagnostics::parse(arguments, "/home/ada");
     };
-    EXPECT_FALSE(parsed({}));
-    EXPECT_FALSE(parsed({"--cli", "index", "/a", "--query", "--diagnose-find"}));
-    EXPECT_EQ(parsed({"--diagnose-scan", "~/Music/../x"})->value(),
+    const CommandLineParse<Request> notRequested = CommandLineNotRequested{};
+    EXPECT_EQ(parsed({}), notRequested);
+    EXPECT_EQ(parsed({"--cli", "index", "/a", "--query", "--diagnose-find"}), notRequested);
+    EXPECT_EQ(std::get<Request>(parsed({"--diagnose-scan", "~/Music/../x"})),
               (Request{.subject = Subject::scan, .folder = "/home/ada/x"}));
-    EXPECT_EQ(parsed({"--diagnose-find", "/a"})->value().subject, Subject::find);
-    EXPECT_EQ(parsed({"--diagnose-duplicates", "/a"})->value().subject, Subject::duplicates);
-    for (const std::vector<std::string>& malformed : {std::vector<std::string>{"--diagnose-find"},
-                                                      {"--diagnose-find", ""},
-                                                      {"--diagnose-find", "--cli"},
-                                                      {"--diagnose-find", "/a", "/b"}}) {
-        EXPECT_EQ(parsed(malformed)->error(), ScanDiagnostics::usageText);
+    EXPECT_EQ(std::get<Request>(parsed({"--diagnose-find", "/a"})).subject, Subject::find);
+    EXPECT_EQ(std::get<Request>(parsed({"--diagnose-duplicates", "/a"})).subject,
+              Subject::duplicates);
+    for (const std::vector<std::string>& malformed :
+         {std::vector<std::string>{"--diagnose-find"},
+          {"--diagnose-find", ""},
+          {"--diagnose-find", "--cli"},
+          {"--diagnose-find", "/a", "/b"},
+          {"--diagnose-find", "--diagnose-scan", "/a"}}) {
+        EXPECT_EQ(std::get<CommandLineUsage>(parsed(malformed)).text, ScanDiagnostics::usageText);
     }
 }
 
@@ -44,14 +48,14 @@ std::vector<std::string> ran(int status, const Request& request, const std::stri
                              std::deque<std::string> queries = {}) {
     std::vector<std::string> lines;
     EXPECT_EQ(ScanDiagnostics::run(
-                  request, {.write = [&](std::string_view line) { lines.emplace_back(line); },
-                            .read = [&]() -> std::optional<std::string> {
-                                if (queries.empty()) return std::nullopt;
-                                std::string query = queries.front();
-                                queries.pop_front();
-                                return query;
-                            },
-                            .indexFile = FileURL::file(indexFile)}),
+                  request, {.write = [&](std::string_view line) { lines.emplace_back(line); }},
+                  {.nextQuery = [&]() -> std::optional<std::string> {
+                       if (queries.empty()) return std::nullopt;
+                       std::string query = queries.front();
+                       queries.pop_front();
+                       return query;
+                   },
+                   .indexFile = FileURL::file(indexFile)}),
               status);
     return lines;
 }

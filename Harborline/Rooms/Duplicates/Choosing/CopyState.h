@@ -19,7 +19,7 @@ struct Held {
     static constexpr auto fields() { return fieldList<Held>(field("_0", &Held::reason)); }
     bool operator==(const Held&) const = default;
 };
-/// The one of its group that stays.
+/// The one of its set that stays.
 struct Kept {
     static constexpr std::string_view caseName = "kept";
     static constexpr auto fields() { return fieldList<Kept>(); }
@@ -52,7 +52,7 @@ struct Extra {
 
 } // namespace copystate
 
-/// What is to become of one copy of a group.
+/// What is to become of one copy of a set.
 ///
 ///     if (model.state(copy, group, staged) == CopyState{copystate::Extra{}}) offerToStage(copy);
 struct CopyState {

@@ -12,13 +12,14 @@ namespace tidyro {
 namespace {
 
 template <class Case>
-bool is(const CopyState& state) {
+bool isInState(const CopyState& state) {
     return std::holds_alternative<Case>(state.value);
 }
 
-/// The best of those that may be taken at all.
+/// The copy that the rule prefers among those that the filter lets through.
 template <class Filter>
-const DuplicateCopy* best(std::span<const DuplicateCopy> copies, KeepRule rule, Filter mayBeTaken) {
+const DuplicateCopy* bestCopy(std::span<const DuplicateCopy> copies, KeepRule rule,
+                              Filter mayBeTaken) {
     const DuplicateCopy* found = nullptr;
     for (const DuplicateCopy& copy : copies) {
         if (!mayBeTaken(copy)) continue;
@@ -125,23 +126,24 @@ void DuplicatesModel::setPreferredFolder(std::optional<FileURL> folder, CleanupQ
 }
 
 const DuplicateCopy* DuplicatesModel::pick(std::span<const DuplicateCopy> copies, KeepRule rule) {
-    return best(copies, rule, [](const DuplicateCopy&) { return true; });
+    return bestCopy(copies, rule, [](const DuplicateCopy&) { return true; });
 }
 
-const DuplicateCopy* DuplicatesModel::keptCopy(const DuplicateGroup& of) const {
-    if (const auto chosen = keptByHand_.find(of.digest); chosen != keptByHand_.end()) {
-        const DuplicateCopy* copy = copyAt(chosen->second, of);
+const DuplicateCopy* DuplicatesModel::keptCopy(const DuplicateGroup& group) const {
+    if (const auto chosen = keptByHand_.find(group.digest); chosen != keptByHand_.end()) {
+        const DuplicateCopy* copy = copyAt(chosen->second, group);
         if (copy != nullptr && !covers(gone_, copy->path)) return copy;
     }
     const auto isThere = [&](const DuplicateCopy& copy) { return !covers(gone_, copy.path); };
     if (keepRule_ == KeepRule::preferredFolder && preferredFolder_) {
         const std::string inside = preferredFolder_->path() + "/";
-        const DuplicateCopy* found = best(of.copies, keepRule_, [&](const DuplicateCopy& copy) {
-            return copy.path.starts_with(inside) && isThere(copy);
-        });
+        const DuplicateCopy* found =
+            bestCopy(group.copies, keepRule_, [&](const DuplicateCopy& copy) {
+                return copy.path.starts_with(inside) && isThere(copy);
+            });
         if (found != nullptr) return found;
     }
-    return best(of.copies, keepRule_, isThere);
+    return bestCopy(group.copies, keepRule_, isThere);
 }
 
 CopyState DuplicatesModel::stateOf(const DuplicateCopy& copy, const DuplicateCopy* kept,
@@ -154,45 +156,46 @@ CopyState DuplicatesModel::stateOf(const DuplicateCopy& copy, const DuplicateCop
     return {copystate::Extra{}};
 }
 
-CopyState DuplicatesModel::state(const DuplicateCopy& of, const DuplicateGroup& in,
+CopyState DuplicatesModel::state(const DuplicateCopy& copy, const DuplicateGroup& group,
                                  const PathSet& staged) const {
-    return stateOf(of, keptCopy(in), staged);
+    return stateOf(copy, keptCopy(group), staged);
 }
 
-std::vector<CopyState> DuplicatesModel::states(const DuplicateGroup& of,
+std::vector<CopyState> DuplicatesModel::states(const DuplicateGroup& group,
                                                const PathSet& staged) const {
-    const DuplicateCopy* kept = keptCopy(of);
+    const DuplicateCopy* kept = keptCopy(group);
     std::vector<CopyState> states;
-    states.reserve(of.copies.size());
-    for (const DuplicateCopy& copy : of.copies) states.push_back(stateOf(copy, kept, staged));
+    states.reserve(group.copies.size());
+    for (const DuplicateCopy& copy : group.copies) states.push_back(stateOf(copy, kept, staged));
     return states;
 }
 
-std::vector<const DuplicateCopy*> DuplicatesModel::extras(const DuplicateGroup& of) const {
-    const DuplicateCopy* kept = keptCopy(of);
+std::vector<const DuplicateCopy*> DuplicatesModel::extras(const DuplicateGroup& group) const {
+    const DuplicateCopy* kept = keptCopy(group);
     std::vector<const DuplicateCopy*> found;
-    for (const DuplicateCopy& copy : of.copies) {
-        if (is<copystate::Extra>(stateOf(copy, kept, {}))) found.push_back(&copy);
+    for (const DuplicateCopy& copy : group.copies) {
+        if (isInState<copystate::Extra>(stateOf(copy, kept, {}))) found.push_back(&copy);
     }
     return found;
 }
 
-std::uint64_t DuplicatesModel::freedBytes(const DuplicateGroup& of, const PathSet& staged) const {
+std::uint64_t DuplicatesModel::freedBytes(const DuplicateGroup& group,
+                                          const PathSet& staged) const {
     std::set<std::int64_t> going;
     std::set<std::int64_t> staying;
-    for (const DuplicateCopy& copy : of.copies) {
+    for (const DuplicateCopy& copy : group.copies) {
         if (covers(gone_, copy.path)) continue;
         const bool goes = covers(staged, copy.path) && !copy.heldBecause;
         (goes ? going : staying).insert(copy.storage);
     }
     const auto freed = std::ranges::count_if(
         going, [&](std::int64_t storage) { return !staying.contains(storage); });
-    return saturatingMultiply(static_cast<std::uint64_t>(freed), of.bytesEach);
+    return saturatingMultiply(static_cast<std::uint64_t>(freed), group.bytesEach);
 }
 
 namespace {
 
-/// How many copies of a group are to stay on each storage. Its blocks are freed with the last one.
+/// How many copies of a set stay on each storage. Removing the last one frees the storage's blocks.
 class StayingCopies {
   public:
     StayingCopies(const DuplicateGroup& group, const PathSet& staged, const PathSet& gone)
@@ -202,7 +205,7 @@ class StayingCopies {
             if (!goes && !covers(gone, copy.path)) ++count_[copy.storage];
         }
     }
-    /// What it frees that one of them leaves, too.
+    /// What is freed when this copy goes as well.
     [[nodiscard]] std::uint64_t freedBy(const DuplicateCopy& copy) const {
         const auto count = count_.find(copy.storage);
         return count != count_.end() && count->second == 1 ? bytesEach_ : 0;
@@ -218,36 +221,36 @@ class StayingCopies {
 
 // The cleanup queue
 
-const DuplicateGroup* DuplicatesModel::current(const DuplicateGroup& group) const {
+const DuplicateGroup* DuplicatesModel::currentGroup(const DuplicateGroup& group) const {
     if (!report_) return nullptr;
     const auto found = std::ranges::find(report_->groups, group.digest, &DuplicateGroup::digest);
     return found == report_->groups.end() ? nullptr : &*found;
 }
 
-bool DuplicatesModel::stage(const DuplicateCopy& copy, const DuplicateGroup& of,
+bool DuplicatesModel::stage(const DuplicateCopy& copy, const DuplicateGroup& group,
                             CleanupQueue& queue) {
-    const DuplicateGroup* group = current(of);
-    const DuplicateCopy* own = group == nullptr ? nullptr : copyAt(copy.path, *group);
+    const DuplicateGroup* current = currentGroup(group);
+    const DuplicateCopy* own = current == nullptr ? nullptr : copyAt(copy.path, *current);
     if (own == nullptr) return false;
     const PathSet staged = queue.staged();
-    const DuplicateCopy* kept = keptCopy(*group);
-    if (!is<copystate::Extra>(stateOf(*own, kept, staged))) return false;
+    const DuplicateCopy* kept = keptCopy(*current);
+    if (!isInState<copystate::Extra>(stateOf(*own, kept, staged))) return false;
     if (covers(staged, kept->path) && !queue.unstage(kept->path)) return false;
-    return queue.stage(own->path, StayingCopies(*group, staged, gone_).freedBy(*own));
+    return queue.stage(own->path, StayingCopies(*current, staged, gone_).freedBy(*own));
 }
 
 bool DuplicatesModel::unstage(const DuplicateCopy& copy, CleanupQueue& queue) {
     return queue.unstage(copy.path);
 }
 
-bool DuplicatesModel::keep(const DuplicateCopy& copy, const DuplicateGroup& of,
+bool DuplicatesModel::keep(const DuplicateCopy& copy, const DuplicateGroup& group,
                            CleanupQueue& queue) {
-    const DuplicateGroup* group = current(of);
-    if (group == nullptr || copyAt(copy.path, *group) == nullptr) return false;
+    const DuplicateGroup* current = currentGroup(group);
+    if (current == nullptr || copyAt(copy.path, *current) == nullptr) return false;
     if (covers(gone_, copy.path)) return false;
     if (covers(queue.staged(), copy.path) && !queue.unstage(copy.path)) return false;
-    keptByHand_[group->digest] = copy.path;
-    settle(*group, queue.staged(), queue);
+    keptByHand_[current->digest] = copy.path;
+    settle(*current, queue.staged(), queue);
     return true;
 }
 
@@ -261,7 +264,7 @@ std::size_t DuplicatesModel::stageEveryExtra(CleanupQueue& queue) {
         if (covers(staged, kept->path) && !queue.unstage(kept->path)) continue;
         StayingCopies staying(group, staged, gone_);
         for (const DuplicateCopy& copy : group.copies) {
-            if (!is<copystate::Extra>(stateOf(copy, kept, staged))) continue;
+            if (!isInState<copystate::Extra>(stateOf(copy, kept, staged))) continue;
             if (!queue.stage(copy.path, staying.freedBy(copy))) continue;
             staying.leave(copy);
             ++count;
@@ -287,7 +290,7 @@ void DuplicatesModel::settle(const DuplicateGroup& group, const PathSet& staged,
     const DuplicateCopy* kept = keptCopy(group);
     if (kept == nullptr) return;
     for (const DuplicateCopy& copy : group.copies) {
-        // Going by itself it would free nothing any more.
+        // Removing it would free nothing any more, since the kept copy lies on the same blocks.
         if (&copy != kept && copy.storage == kept->storage && staged.contains(copy.path)) {
             static_cast<void>(queue.unstage(copy.path));
         }

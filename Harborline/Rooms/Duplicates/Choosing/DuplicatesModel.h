@@ -14,28 +14,27 @@
 #include "Rooms/Duplicates/Choosing/CleanupQueue.h"
 #include "Rooms/Duplicates/Choosing/CopyState.h"
 #include "Rooms/Duplicates/Choosing/KeepRule.h"
-#include "Rooms/Duplicates/Choosing/PathSet.h"
 #include "Rooms/Duplicates/Report/DuplicateReport.h"
 #include "Rooms/Duplicates/Search/DuplicateProgress.h"
 #include "Rooms/Duplicates/Search/DuplicateSearchOptions.h"
 
 namespace tidyro {
 
-/// The duplicates room: how far its search is, which copy of each group stays, and which ones wait
-/// to be removed.
+/// The state of the duplicates room: how far its search is, which copy of each set stays, and which
+/// copies wait to be removed.
 ///
 ///     const auto search = model.searchBegan();
-///     // elsewhere, and back on this thread:
-///     const auto report = DuplicateEngine().run(model.options(home));
+///     const auto report = DuplicateEngine().run(model.options(home)); // on another thread
 ///     model.finished(search, *report, queue);
 ///     model.stageEveryExtra(queue);
 ///
-/// It belongs to one thread and runs none: the owner of a search tells it what became of it.
+/// It belongs to one thread and starts none. Whoever runs a search tells it what became of that.
 ///
-/// One copy of each group is kept, and what is kept is never in the cleanup queue: whatever makes
-/// another copy the kept one takes that copy out, and so is handed the queue. Where the queue does
-/// not give it back, another copy of the group leaves the queue in its place. So no group is ever
-/// removed whole as long as the model is told of what happens to the queue and to the files.
+/// One copy of each set of copies is kept, and a kept copy is never in the cleanup queue. An
+/// operation that may change which copy is kept is therefore handed the queue, and takes the newly
+/// kept copy out. If the queue does not give that back, another copy of the set leaves the queue in
+/// its place. So no set is ever removed whole, as long as the model is told of everything that
+/// happens to the queue and to the files.
 class DuplicatesModel {
   public:
     struct Failed {
@@ -55,14 +54,14 @@ class DuplicatesModel {
 
     enum class Screen : std::uint8_t { start, waitingForScan, searching, results, nothingFound };
 
-    /// What the person set. A search under way goes on with what it began with.
+    /// What the person set. A change holds from the next search on.
     struct Settings {
         std::vector<FileURL> folders = {}; ///< to search; none: the home
         std::uint64_t minimumBytes = 1'000'000;
         bool includeSystemVolumes = false;
         std::vector<FileURL> systemVolumeRoots = DuplicateSearchOptions::macOSVolumes();
-        /// Whether a search begins by itself when a scan of the disk has finished. Off: it reads
-        /// much, and is to be asked for.
+        /// Whether a search begins by itself when a scan of the disk has finished. Off by default,
+        /// since a search reads much.
         bool followsScans = false;
     };
     Settings settings = {};
@@ -71,20 +70,20 @@ class DuplicatesModel {
 
     [[nodiscard]] const Phase& phase() const { return phase_; }
     [[nodiscard]] Screen screen() const;
-    /// Of the search under way; none before its first word.
+    /// Of the search under way; none before its first report.
     [[nodiscard]] const std::optional<DuplicateProgress>& progress() const { return progress_; }
     /// Of the search that finished last, until the next one begins.
     [[nodiscard]] const std::optional<DuplicateReport>& report() const { return report_; }
     /// Whether the person ended the last search early.
     [[nodiscard]] bool wasStopped() const { return wasStopped_; }
 
-    /// For the next search that the person asks for.
+    /// What the next search that the person asks for shall look at.
     [[nodiscard]] DuplicateSearchOptions options(const FileURL& home) const;
 
-    /// Tells one search from the next: what an earlier one still has to say is not listened to.
+    /// Tells one search from the next. What an earlier search reports late is ignored.
     enum class SearchNumber : std::uint64_t {};
-    /// The report goes, and with it the choices by hand and the record of what is gone: the new
-    /// search sees the disk as it is.
+    /// Forgets the report, the choices by hand and what is gone, since the new search sees the disk
+    /// as it is.
     [[nodiscard]] SearchNumber searchBegan();
     void progressed(SearchNumber search, DuplicateProgress progress);
     void finished(SearchNumber search, DuplicateReport report, CleanupQueue& queue);
@@ -103,9 +102,9 @@ class DuplicatesModel {
 
     void scanBegan() { isScanUnderWay_ = true; }
     void scanEndedWithoutResult() { isScanUnderWay_ = false; }
-    /// The search that shall begin now, once for each scan and choice of volumes; none while
-    /// another one is under way, or while there are choices by hand that it would sweep away. May
-    /// be asked again of a scan that finished earlier.
+    /// The search that shall begin now. Each scan and choice of volumes gets one search. None while
+    /// another search is under way, and while there are choices by hand, which a search forgets.
+    /// May be called again for a scan that finished earlier.
     [[nodiscard]] std::optional<AutoRun> scanFinished(const FileURL& root, Timestamp finishedAt);
     [[nodiscard]] DuplicateSearchOptions options(const FileURL& home, const AutoRun& run) const;
 
@@ -115,51 +114,52 @@ class DuplicatesModel {
     void setKeepRule(KeepRule rule, CleanupQueue& queue);
     [[nodiscard]] const std::optional<FileURL>& preferredFolder() const { return preferredFolder_; }
     void setPreferredFolder(std::optional<FileURL> folder, CleanupQueue& queue);
-    /// Paths by the digest of their group.
+    /// Paths by the digest of their set.
     [[nodiscard]] const std::map<std::string, std::string>& keptByHand() const {
         return keptByHand_;
     }
     /// What was removed since the last search began.
     [[nodiscard]] const PathSet& gone() const { return gone_; }
 
-    /// The copy that the rule prefers, the earlier one where it prefers none; null for no copies.
+    /// The copy that the rule prefers; where it prefers none, the earlier one. Null for no copies.
     [[nodiscard]] static const DuplicateCopy* pick(std::span<const DuplicateCopy> copies,
                                                    KeepRule rule);
-    /// The one chosen by hand while it is there, otherwise the rule's; null when all are gone. It
-    /// points into the group, as all of these do.
-    [[nodiscard]] const DuplicateCopy* keptCopy(const DuplicateGroup& of) const;
+    /// The copy chosen by hand while it is there, otherwise the rule's. Null when all are gone. The
+    /// pointer, like all that follow, leads into the group.
+    [[nodiscard]] const DuplicateCopy* keptCopy(const DuplicateGroup& group) const;
     /// `staged`: what the cleanup queue holds.
-    [[nodiscard]] CopyState state(const DuplicateCopy& of, const DuplicateGroup& in,
+    [[nodiscard]] CopyState state(const DuplicateCopy& copy, const DuplicateGroup& group,
                                   const PathSet& staged) const;
-    /// Of every copy, in their order. For a whole group this is the one to ask: which copy is kept
-    /// is found out once.
-    [[nodiscard]] std::vector<CopyState> states(const DuplicateGroup& of,
+    /// The states of all copies, in the copies' order. Cheaper than asking for each, since it finds
+    /// out only once which copy is kept.
+    [[nodiscard]] std::vector<CopyState> states(const DuplicateGroup& group,
                                                 const PathSet& staged) const;
     /// The copies that can be staged, and those that are.
-    [[nodiscard]] std::vector<const DuplicateCopy*> extras(const DuplicateGroup& of) const;
-    /// What removing the staged copies would free at least: blocks that a copy outside the queue,
-    /// or one that is held, lies on as well stay.
-    [[nodiscard]] std::uint64_t freedBytes(const DuplicateGroup& of, const PathSet& staged) const;
+    [[nodiscard]] std::vector<const DuplicateCopy*> extras(const DuplicateGroup& group) const;
+    /// What removing the staged copies would free at least. It leaves out blocks that they share
+    /// with a copy that is held or not staged.
+    [[nodiscard]] std::uint64_t freedBytes(const DuplicateGroup& group,
+                                           const PathSet& staged) const;
 
-    // The cleanup queue. Groups of an earlier report are refused.
+    // The cleanup queue. All of these refuse a group of an earlier report.
 
-    /// False for anything but an extra, when the queue refuses it, and when the kept copy is in the
+    /// False when the copy is no extra, when the queue refuses it, and when the kept copy is in the
     /// queue and cannot be taken out.
-    bool stage(const DuplicateCopy& copy, const DuplicateGroup& of, CleanupQueue& queue);
+    bool stage(const DuplicateCopy& copy, const DuplicateGroup& group, CleanupQueue& queue);
     bool unstage(const DuplicateCopy& copy, CleanupQueue& queue);
-    /// Chooses by hand; a staged copy leaves the queue first. False for one that is gone or cannot
-    /// leave.
-    bool keep(const DuplicateCopy& copy, const DuplicateGroup& of, CleanupQueue& queue);
-    /// How many copies it put in.
+    /// Chooses the copy to keep by hand. A staged copy leaves the queue first. False when the copy
+    /// is gone or cannot leave.
+    bool keep(const DuplicateCopy& copy, const DuplicateGroup& group, CleanupQueue& queue);
+    /// Returns how many copies it put in.
     std::size_t stageEveryExtra(CleanupQueue& queue);
-    /// Files and whole folders that are not there any more, whoever removed them.
+    /// To be called when files or whole folders are gone, whoever removed them.
     void removed(const PathSet& paths, CleanupQueue& queue);
-    /// Another room put something in.
+    /// To be called when another room put something in.
     void queueChanged(CleanupQueue& queue) const;
 
   private:
     [[nodiscard]] bool isUnderWay(SearchNumber search) const;
-    [[nodiscard]] const DuplicateGroup* current(const DuplicateGroup& group) const;
+    [[nodiscard]] const DuplicateGroup* currentGroup(const DuplicateGroup& group) const;
     [[nodiscard]] CopyState stateOf(const DuplicateCopy& copy, const DuplicateCopy* kept,
                                     const PathSet& staged) const;
     void settle(const DuplicateGroup& group, const PathSet& staged, CleanupQueue& queue) const;

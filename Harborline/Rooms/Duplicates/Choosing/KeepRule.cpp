@@ -11,7 +11,7 @@ namespace tidyro {
 
 namespace {
 
-Timestamp made(const DuplicateCopy& copy) { return copy.created.value_or(copy.modified); }
+Timestamp dateMade(const DuplicateCopy& copy) { return copy.created.value_or(copy.modified); }
 
 std::ptrdiff_t characterCount(std::string_view path) {
     return std::ranges::count_if(repairedUTF8(path), [](char byte) {
@@ -25,7 +25,7 @@ bool isBetterToKeep(const DuplicateCopy& copy, const DuplicateCopy& than, KeepRu
     switch (rule) {
     case KeepRule::oldest:
     case KeepRule::preferredFolder:
-        if (made(copy) != made(than)) return made(copy) < made(than);
+        if (dateMade(copy) != dateMade(than)) return dateMade(copy) < dateMade(than);
         break;
     case KeepRule::newest:
         if (copy.modified != than.modified) return copy.modified > than.modified;

@@ -12,7 +12,7 @@ enum class KeepRule : std::uint8_t {
     oldest,          ///< made first; where that is not known, modified first
     newest,          ///< modified last
     shortestPath,    ///< the fewest characters
-    preferredFolder, ///< one in a folder that the person set, and of several there the oldest
+    preferredFolder, ///< one in the folder that the person set; of several there, the oldest
 };
 
 constexpr RawValueTable<KeepRule, 4> rawValues(RawValueTag<KeepRule>) {
@@ -23,9 +23,9 @@ constexpr RawValueTable<KeepRule, 4> rawValues(RawValueTag<KeepRule>) {
               {preferredFolder, "preferredFolder"}}}};
 }
 
-/// Whether the rule prefers one copy to another. What it cannot tell apart the paths decide: the
-/// smaller one in bytes. Characters are the code points of the path; a sequence of bytes that is no
-/// UTF-8 counts as one. In which folder the copies lie is not looked at.
+/// Whether the rule prefers one copy to another. Where it prefers none, the path that is smaller in
+/// bytes wins. Characters are code points; a sequence of bytes that is no UTF-8 counts as one. The
+/// preferred folder is not looked at here.
 [[nodiscard]] bool isBetterToKeep(const DuplicateCopy& copy, const DuplicateCopy& than,
                                   KeepRule rule);
 

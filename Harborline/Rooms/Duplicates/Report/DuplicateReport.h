@@ -18,7 +18,7 @@ struct DuplicateCopy {
     std::optional<Timestamp> created = std::nullopt;
     /// Further names of this very file that the search met, ascending.
     std::vector<std::string> otherNames;
-    /// Copies of one group with the same number share the same blocks.
+    /// Copies of one set with the same number share the same blocks.
     std::int64_t storage;
     bool isSystem; ///< it lies on a volume of the operating system
     /// Why this copy must not be removed; absent when it may be.
@@ -37,7 +37,8 @@ struct DuplicateCopy {
     bool operator==(const DuplicateCopy&) const = default;
 };
 
-/// All copies of the same contents, at least two, on at least two storages.
+/// One set of copies: all files that the search met with these contents. There are at least two
+/// copies, and they lie on at least two storages.
 struct DuplicateGroup {
     std::string digest;                ///< SHA-256 of the contents, lower-case hexadecimal
     std::uint64_t bytesEach;           ///< the length of the contents
@@ -46,7 +47,7 @@ struct DuplicateGroup {
     [[nodiscard]] const std::string& id() const { return digest; }
     /// How many times the contents really lie on the disk.
     [[nodiscard]] std::int64_t storageCount() const;
-    /// What all storages but one take; never wraps.
+    /// What all storages but one take. Saturates.
     [[nodiscard]] std::uint64_t wastedBytes() const;
     /// What people call it: the file name of its first copy.
     [[nodiscard]] std::string name() const;
@@ -61,9 +62,9 @@ struct DuplicateGroup {
 
 /// The result of one search.
 struct DuplicateReport {
-    std::vector<DuplicateGroup> groups; ///< what wastes most first, then by digest
-    std::int64_t filesLookedAt;         ///< files of at least the smallest size that were met
-    std::int64_t hardLinkedFiles;       ///< further names of files, among those of a shared size
+    std::vector<DuplicateGroup> groups; ///< those that waste most first, then by digest
+    std::int64_t filesLookedAt;         ///< files that were met, of at least the smallest size
+    std::int64_t hardLinkedFiles;       ///< further names of files whose size another file has
     /// Sets of copies that all share their blocks: removing some would free nothing.
     std::int64_t cloneOnlyGroups;
     std::uint64_t minimumBytes;

@@ -12,10 +12,9 @@ namespace tidyro {
 
 namespace {
 
-/// What may go, and what stays.
 struct Sums {
     std::uint64_t extraCopies = 0;
-    std::uint64_t freedBytes = 0; ///< by removing all of those
+    std::uint64_t freedBytes = 0; ///< by removing all extra copies
     std::uint64_t heldCopies = 0;
 };
 
@@ -38,7 +37,7 @@ Sums sumsOf(const DuplicateReport& report, const DuplicatesModel& model) {
     return sums;
 }
 
-struct Word {
+struct StateWord {
     std::string operator()(const copystate::Held&) const { return "held"; }
     std::string operator()(const copystate::Kept&) const { return "kept"; }
     std::string operator()(const copystate::Staged&) const { return "staged"; }
@@ -47,21 +46,32 @@ struct Word {
     std::string operator()(const copystate::Extra&) const { return "extra"; }
 };
 
-std::uint64_t count(std::int64_t number) { return static_cast<std::uint64_t>(number); }
+std::uint64_t asUnsigned(std::int64_t number) { return static_cast<std::uint64_t>(number); }
 
 } // namespace
+
+std::string filesLookedAtText(const DuplicateReport& report) {
+    return fmt::format("Looked at {} of {} or more{}.",
+                       RoomText::counted(asUnsigned(report.filesLookedAt), "file", "files"),
+                       RoomText::bytes(report.minimumBytes),
+                       report.includedSystemVolumes ? ", system volumes included" : "");
+}
+
+std::string copiesFoundText(const DuplicateReport& report) {
+    return fmt::format("{} of copies, {} taken by the extra copies, in {} s.",
+                       RoomText::counted(report.groups.size(), "set", "sets"),
+                       RoomText::bytes(report.wastedBytes()),
+                       LocaleText::current().decimal(report.duration, 2));
+}
 
 void writeText(const DuplicateReport& report, const DuplicatesModel& model,
                const std::function<std::string(const std::string&)>& shown,
                const std::function<void(std::string_view)>& write) {
-    write(fmt::format("Looked at {} of {} or more{}.\n",
-                      RoomText::counted(count(report.filesLookedAt), "file", "files"),
-                      RoomText::bytes(report.minimumBytes),
-                      report.includedSystemVolumes ? ", system volumes included" : ""));
+    write(filesLookedAtText(report) + "\n");
     if (report.deniedFolders > 0) {
         write(fmt::format(
             "{} closed to Tidyro and not searched.\n",
-            RoomText::counted(count(report.deniedFolders), "folder was", "folders were")));
+            RoomText::counted(asUnsigned(report.deniedFolders), "folder was", "folders were")));
     }
     for (const DuplicateGroup& group : report.groups) {
         write(fmt::format("\n{} × {}, {} wasted  {}\n", RoomText::bytes(group.bytesEach),
@@ -69,7 +79,7 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
         const auto states = model.states(group, {});
         for (std::size_t i = 0; i < group.copies.size(); ++i) {
             const DuplicateCopy& copy = group.copies[i];
-            write(fmt::format("  {:<14}  {}\n", std::visit(Word{}, states[i].value),
+            write(fmt::format("  {:<14}  {}\n", std::visit(StateWord{}, states[i].value),
                               shown(copy.path)));
             for (const std::string& name : copy.otherNames) {
                 write(fmt::format("  {:<14}  {}\n", "  also named", shown(name)));
@@ -78,24 +88,21 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
         }
     }
     const Sums sums = sumsOf(report, model);
-    write(fmt::format("\n{} of copies, {} taken by the extra copies, in {} s.\n",
-                      RoomText::counted(report.groups.size(), "set", "sets"),
-                      RoomText::bytes(report.wastedBytes()),
-                      LocaleText::current().decimal(report.duration, 2)));
+    write(fmt::format("\n{}\n", copiesFoundText(report)));
     write(fmt::format("{} may go, which frees up to {}; {} held.\n",
                       RoomText::counted(sums.extraCopies, "copy", "copies"),
                       RoomText::bytes(sums.freedBytes),
                       RoomText::counted(sums.heldCopies, "copy is", "copies are")));
     if (report.cloneOnlyGroups > 0) {
         write(fmt::format("{} all their storage, so that removing any would free nothing.\n",
-                          RoomText::counted(count(report.cloneOnlyGroups),
+                          RoomText::counted(asUnsigned(report.cloneOnlyGroups),
                                             "further set of copies shares",
                                             "further sets of copies share")));
     }
     if (report.hardLinkedFiles > 0) {
         write(fmt::format(
             "{} a further name of a file and counted once.\n",
-            RoomText::counted(count(report.hardLinkedFiles), "path is", "paths are each")));
+            RoomText::counted(asUnsigned(report.hardLinkedFiles), "path is", "paths are each")));
     }
 }
 

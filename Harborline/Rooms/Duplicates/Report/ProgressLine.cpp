@@ -8,7 +8,7 @@ namespace tidyro {
 
 namespace {
 
-std::string_view title(DuplicateProgress::Phase phase) {
+std::string_view phaseTitle(DuplicateProgress::Phase phase) {
     switch (phase) {
     case DuplicateProgress::Phase::listing: return "Listing";
     case DuplicateProgress::Phase::sampling: return "Sampling";
@@ -17,7 +17,7 @@ std::string_view title(DuplicateProgress::Phase phase) {
     return "";
 }
 
-std::string duration(double seconds) {
+std::string durationText(double seconds) {
     constexpr double minute = 60;
     constexpr double hour = 3'600;
     if (seconds < minute) return fmt::format("{:.0f} s", seconds);
@@ -29,11 +29,11 @@ std::string duration(double seconds) {
 
 std::string ProgressLine::text(const DuplicateProgress& progress, double elapsed) {
     const auto fraction = progress.fraction();
-    if (!fraction) return fmt::format("{} …", title(progress.phase));
-    std::string text = fmt::format("{} {:3.0f} %", title(progress.phase), 100 * *fraction);
-    // Too early a guess would only be corrected again and again.
+    if (!fraction) return fmt::format("{} …", phaseTitle(progress.phase));
+    std::string text = fmt::format("{} {:3.0f} %", phaseTitle(progress.phase), 100 * *fraction);
+    // Earlier the guess would jump about.
     if (*fraction > 0.01 && elapsed > 1) {
-        text += fmt::format(", about {} left", duration(elapsed * (1 - *fraction) / *fraction));
+        text += fmt::format(", about {} left", durationText(elapsed * (1 - *fraction) / *fraction));
     }
     return text;
 }
@@ -41,11 +41,10 @@ std::string ProgressLine::text(const DuplicateProgress& progress, double elapsed
 void ProgressLine::show(const DuplicateProgress& progress) {
     if (progress.phase != phase_) {
         phase_ = progress.phase;
-        phaseBegan_ = Clock::now();
+        sincePhaseBegan_.restart();
     }
-    const double elapsed = std::chrono::duration<double>(Clock::now() - phaseBegan_).count();
-    const std::string line = text(progress, elapsed);
-    // Blanks go over what is left of a longer line; a byte too many does no harm.
+    const std::string line = text(progress, sincePhaseBegan_.seconds());
+    // Blanks overwrite the rest of a longer line. The width counts bytes, so they may be too many.
     write_(fmt::format("\r{:<{}}", line, std::max(width_, line.size())));
     width_ = line.size();
 }

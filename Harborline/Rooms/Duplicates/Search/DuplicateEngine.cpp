@@ -1,9 +1,9 @@
 #include "Rooms/Duplicates/Search/DuplicateEngine.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
+#include "Base/Stopwatch.h"
 #include "Rooms/Duplicates/Search/DuplicateGrouping.h"
 #include "Rooms/Duplicates/Search/DuplicateListing.h"
 #include "Rooms/Duplicates/Search/DuplicateProving.h"
@@ -16,38 +16,42 @@ namespace tidyro {
 
 namespace {
 
-/// Readers of small files at once. More did not make the disks that were tried any faster.
-constexpr std::size_t mostReaders = 16;
+/// Threads that read small files. More did not make the disks that were tried any faster.
+constexpr std::size_t maxSmallFileThreads = 16;
 
-class Search {
+/// Carries out one search.
+class DuplicateSearch {
   public:
-    Search(const DuplicateSearchOptions& options, const DuplicateEngine::Settings& settings,
-           const DuplicateEngine::ProgressHandler& progress, const CancelToken& cancel)
+    DuplicateSearch(const DuplicateSearchOptions& options,
+                    const DuplicateEngine::Settings& settings,
+                    const DuplicateEngine::ProgressHandler& progress, const CancelToken& cancel)
         : options_(options),
           settings_(settings),
           progress_(progress, settings.progressInterval),
           cancel_(cancel),
-          threads_({.first = processorCount(),
-                    .most = std::max(mostReaders, processorCount()),
-                    .cancel = cancel}),
+          smallFileThreads_({.atFirst = processorCount(),
+                             .maxThreads = std::max(maxSmallFileThreads, processorCount()),
+                             .cancel = cancel}),
           largeFileThreads_(
-              {.first = processorCount(), .most = processorCount() + 1, .cancel = cancel}) {}
+              {.atFirst = processorCount(), .maxThreads = processorCount() + 1, .cancel = cancel}) {
+    }
 
     [[nodiscard]] std::expected<DuplicateReport, DuplicateEngine::Error>
     run(const DiskTree* scanned) {
         if (auto listed = list(scanned); !listed) return std::unexpected(listed.error());
         if (settings_.afterListing) settings_.afterListing();
         const Timestamp startedAt = Timestamp::now();
-        const auto agreeing = SampleLooks(listing_, threads_, progress_).agreeing();
+        const auto agreeing = SampleLooks(listing_, smallFileThreads_, progress_).findAgreeing();
         if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
 
         DuplicateGrouping::Groups found;
         if (!agreeing.empty()) {
-            auto proven = DuplicateProving(listing_, progress_, cancel_)
-                              .run(agreeing, threads_, largeFileThreads_);
+            auto proven =
+                DuplicateProving(listing_, progress_, cancel_)
+                    .run(agreeing, {.small = smallFileThreads_, .large = largeFileThreads_});
             if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
-            // Only now: a look at what is in use would have met the files that were open here.
-            found = grouped(std::move(proven), runtimeContext(), startedAt);
+            // What is in use is asked only now, when no thread of the search holds a file open.
+            found = makeGroups(std::move(proven), runtimeContext(), startedAt);
             if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
         }
         if (const auto shortage = listing_.shortage()) {
@@ -55,44 +59,45 @@ class Search {
                 .url = listing_.files().empty() ? options_.home : listing_.rootURL(),
                 .error = *shortage});
         }
-        return DuplicateReport{
-            .groups = std::move(found.groups),
-            .filesLookedAt = std::ssize(listing_.files()),
-            .hardLinkedFiles = found.furtherNames,
-            .cloneOnlyGroups = found.cloneOnlyGroups,
-            .minimumBytes = options_.minimumBytes,
-            .roots = options_.roots,
-            .includedSystemVolumes = options_.includeSystemVolumes,
-            .duration =
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count(),
-            .finishedAt = Timestamp::now(),
-            .deniedFolders = listing_.deniedFolders()};
+        return DuplicateReport{.groups = std::move(found.groups),
+                               .filesLookedAt = std::ssize(listing_.files()),
+                               .hardLinkedFiles = found.furtherNames,
+                               .cloneOnlyGroups = found.cloneOnlyGroups,
+                               .minimumBytes = options_.minimumBytes,
+                               .roots = options_.roots,
+                               .includedSystemVolumes = options_.includeSystemVolumes,
+                               .duration = watch_.seconds(),
+                               .finishedAt = Timestamp::now(),
+                               .deniedFolders = listing_.deniedFolders()};
     }
 
   private:
+    using IfUnreadable = DuplicateListing::IfUnreadable;
+
     [[nodiscard]] std::expected<void, DuplicateEngine::Error> list(const DiskTree* scanned) {
         progress_.begin(DuplicateProgress::Phase::listing, 0, 0);
         if (scanned != nullptr) {
             listing_.add(*scanned, options_);
-        } else if (const auto read = listAll(options_.roots, false); !read) {
+        } else if (const auto read = listAll(options_.roots, IfUnreadable::fail); !read) {
             return read;
         }
         if (options_.includeSystemVolumes) {
-            if (const auto read = listAll(options_.systemVolumeRoots, true); !read) return read;
+            if (const auto read = listAll(options_.systemVolumeRoots, IfUnreadable::skip); !read)
+                return read;
         }
         if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
         return {};
     }
 
     [[nodiscard]] std::expected<void, DuplicateEngine::Error> listAll(std::vector<FileURL> roots,
-                                                                      bool mayBeMissing) {
-        // The outer ones first: one that lies in another was listed with that, unless something
-        // is mounted there or the way to it is closed.
+                                                                      IfUnreadable ifUnreadable) {
+        // Outer roots go first. An inner one was then listed with its outer one, unless something
+        // is mounted there or a folder on the way to it is closed.
         std::ranges::sort(roots, {}, [](const FileURL& root) { return root.path().size(); });
         for (const FileURL& root : roots) {
-            if (listing_.holds(root)) continue;
+            if (listing_.hasReached(root)) continue;
             const auto read = listing_.read(
-                root, mayBeMissing, options_,
+                root, ifUnreadable, options_,
                 [&](const std::string& folder) { progress_.add(0, 0, [&] { return folder; }); },
                 cancel_);
             if (!read) return std::unexpected(read.error());
@@ -106,8 +111,8 @@ class Search {
     }
 
     [[nodiscard]] DuplicateGrouping::Groups
-    grouped(DuplicateProving::Result proven, std::shared_ptr<const SafetyPolicyContext> context,
-            Timestamp startedAt) const {
+    makeGroups(DuplicateProving::Result proven, std::shared_ptr<const SafetyPolicyContext> context,
+               Timestamp startedAt) const {
         const platform::LiveVolumes volumes;
         DiskItemRemovalPolicy policy({.home = options_.home,
                                       .openedFolders = options_.roots,
@@ -118,16 +123,16 @@ class Search {
                                   .policy = policy,
                                   .startedAt = startedAt,
                                   .cancel = cancel_})
-            .groups(std::move(proven));
+            .makeGroups(std::move(proven));
     }
 
-    const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+    const Stopwatch watch_;
     const DuplicateSearchOptions& options_;
     const DuplicateEngine::Settings& settings_;
     SearchProgress progress_;
     const CancelToken& cancel_;
-    ReaderThreads threads_;
-    ReaderThreads largeFileThreads_; ///< one more than work: it reads while the others hash
+    ReaderThreads smallFileThreads_;
+    ReaderThreads largeFileThreads_; ///< one more than processors, to read while the others hash
     DuplicateListing listing_;
 };
 
@@ -143,7 +148,7 @@ std::string DuplicateEngine::description(const Error& error) {
 std::expected<DuplicateReport, DuplicateEngine::Error>
 DuplicateEngine::run(const DuplicateSearchOptions& options, const DiskTree* scanned,
                      const ProgressHandler& progress, const CancelToken& cancel) const {
-    return Search(options, settings_, progress, cancel).run(scanned);
+    return DuplicateSearch(options, settings_, progress, cancel).run(scanned);
 }
 
 } // namespace tidyro

@@ -16,19 +16,20 @@
 
 namespace tidyro {
 
-/// Finds files with the same contents, and tells which of the copies take space of their own and
+/// Finds files with the same contents. It tells which of the copies take space of their own, and
 /// which have to stay.
 ///
 ///     const auto report = DuplicateEngine().run({.roots = {folder}, .home = home});
 ///     if (!report) show(DuplicateEngine::description(report.error()));
+///     for (const DuplicateGroup& group : report->groups) show(group.name(), group.wastedBytes());
 ///
-/// Only files of a size that another one has are opened. Of those the beginning is read, of what
-/// still agrees both ends, and only what agrees in that is read whole and proven by SHA-256. What
-/// vanishes, changes, is replaced or cannot be read meanwhile drops out. Names of one file are one
-/// copy, whatever way leads to them.
+/// It opens only files whose size another file has, and reads their beginning. Of the files that
+/// still agree it reads both ends. Files whose ends agree are read whole and proven by SHA-256. A
+/// file that vanishes, changes, is replaced or cannot be read meanwhile drops out. All names of one
+/// file count as one copy.
 ///
-/// Reading leaves no trace in the system's cache of files. Any thread may run a search, and
-/// several at once; it has threads of its own and returns when they have ended.
+/// Reading leaves no trace in the system's cache of files. Any thread may run a search, and several
+/// may run at once. A search has threads of its own and returns when they have ended.
 class DuplicateEngine {
   public:
     using Error = std::variant<DiskTreeScanner::NotADirectory, DiskTreeScanner::Unreadable,
@@ -37,8 +38,9 @@ class DuplicateEngine {
     [[nodiscard]] static std::string description(const Error& error);
 
     struct Settings {
-        /// What runs on the machine, for the question whether a copy may be removed; asked once,
-        /// after everything was read, and null when it is not known. Absent: the running system.
+        /// Tells what runs on the machine, since that decides whether a copy may be removed. It is
+        /// asked once, after everything was read, and returns null when it cannot tell. Absent: the
+        /// running system is asked.
         std::function<std::shared_ptr<const SafetyPolicyContext>()> context = nullptr;
         double progressInterval = 0.1; ///< seconds between reports
         /// Runs between listing and reading, for tests and diagnostics.
@@ -50,7 +52,8 @@ class DuplicateEngine {
     DuplicateEngine() = default;
     explicit DuplicateEngine(Settings settings) : settings_(std::move(settings)) {}
 
-    /// `scanned`: the tree of a finished scan, which is then searched in place of the roots.
+    /// `scanned`: the tree of a finished scan. It is searched in place of the roots, and may be
+    /// null.
     [[nodiscard]] std::expected<DuplicateReport, Error>
     run(const DuplicateSearchOptions& options, const DiskTree* scanned = nullptr,
         const ProgressHandler& progress = nullptr, const CancelToken& cancel = {}) const;

@@ -19,12 +19,11 @@ struct DuplicateGrouping::Named {
 
 DuplicateGrouping::DuplicateGrouping(const Options& options) : options_(options) {}
 
-/// Sorts the files by their contents, and leaves each once. That two names are one file shows only
-/// here when the file says that it has one name: mounts and roots lead to it in several ways.
-void DuplicateGrouping::takeNames(DuplicateProving::Result& proven) {
+/// Sorts the files by their contents and keeps each by one of its names. Several mounts or roots
+/// may lead to a file that has one name by its link count, so it may have been read by several.
+void DuplicateGrouping::keepEachFileOnce(DuplicateProving::Result& proven) {
     const auto order = [](const ProvenFile& file) {
-        return std::tie(file.bytes, file.digest, file.identity.device, file.identity.inode,
-                        file.file);
+        return std::tie(file.bytes, file.digest, file.identity, file.file);
     };
     std::ranges::sort(proven.files, {}, order);
     const auto repeated =
@@ -35,18 +34,18 @@ void DuplicateGrouping::takeNames(DuplicateProving::Result& proven) {
         });
     proven.files.erase(repeated.begin(), repeated.end());
     for (const FurtherName& name : proven.furtherNames) {
-        names_[{name.identity.device, name.identity.inode}].push_back(name.file);
+        furtherNames_[name.identity].push_back(name.file);
     }
 }
 
-/// Of a file's names the first in the alphabet stands for it: whichever a search met first is a
-/// matter of chance.
-DuplicateGrouping::Named DuplicateGrouping::named(const ProvenFile& file) const {
+/// The first of a file's names in the alphabet stands for it, since chance decides which of them a
+/// search meets first.
+DuplicateGrouping::Named DuplicateGrouping::withNames(const ProvenFile& file) const {
     const auto& files = options_.listing.files();
     std::vector<std::pair<std::string, std::uint32_t>> names{
         {options_.listing.path(files[file.file]), file.file}};
-    const auto further = names_.find({file.identity.device, file.identity.inode});
-    if (further != names_.end()) {
+    const auto further = furtherNames_.find(file.identity);
+    if (further != furtherNames_.end()) {
         for (const std::uint32_t name : further->second) {
             names.emplace_back(options_.listing.path(files[name]), name);
         }
@@ -57,7 +56,7 @@ DuplicateGrouping::Named DuplicateGrouping::named(const ProvenFile& file) const 
                 .otherNames = {},
                 .insidePackage = files[names.front().second].insidePackage};
     for (auto name = names.begin() + 1; name != names.end(); ++name) {
-        // A path that two roots lead to is no other name.
+        // Two roots may list the same path.
         if (name->first != std::prev(name)->first) found.otherNames.push_back(name->first);
     }
     return found;
@@ -93,7 +92,7 @@ std::optional<std::string> DuplicateGrouping::heldBecause(const Named& file) {
     return std::string(explanation(entry.error()));
 }
 
-DuplicateGroup DuplicateGrouping::group(std::vector<Named> files) {
+DuplicateGroup DuplicateGrouping::makeGroup(std::vector<Named> files) {
     std::ranges::sort(files, {}, &Named::path);
     DuplicateGroup group{.digest = platform::hexText(files.front().proof.digest),
                          .bytesEach = files.front().proof.bytes,
@@ -122,8 +121,8 @@ DuplicateGroup DuplicateGrouping::group(std::vector<Named> files) {
     return group;
 }
 
-DuplicateGrouping::Groups DuplicateGrouping::groups(DuplicateProving::Result proven) {
-    takeNames(proven);
+DuplicateGrouping::Groups DuplicateGrouping::makeGroups(DuplicateProving::Result proven) {
+    keepEachFileOnce(proven);
     const std::vector<ProvenFile>& files = proven.files;
     const auto contents = [](const ProvenFile& file) { return std::tie(file.bytes, file.digest); };
     Groups made{.groups = {}, .furtherNames = std::ssize(proven.furtherNames)};
@@ -133,8 +132,8 @@ DuplicateGrouping::Groups DuplicateGrouping::groups(DuplicateProving::Result pro
         });
         if (end - begin > 1) {
             std::vector<Named> copies;
-            for (auto at = begin; at != end; ++at) copies.push_back(named(*at));
-            DuplicateGroup one = group(std::move(copies));
+            for (auto at = begin; at != end; ++at) copies.push_back(withNames(*at));
+            DuplicateGroup one = makeGroup(std::move(copies));
             if (one.storageCount() > 1) {
                 made.groups.push_back(std::move(one));
             } else {

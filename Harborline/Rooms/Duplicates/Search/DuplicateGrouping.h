@@ -16,7 +16,7 @@
 
 namespace tidyro {
 
-/// Makes the groups of a report of the files that were proven.
+/// Makes the sets of copies of a report from the files that were proven.
 class DuplicateGrouping {
   public:
     struct Options {
@@ -24,7 +24,7 @@ class DuplicateGrouping {
         const DuplicateSearchOptions& search;
         DiskItemRemovalPolicy& policy; ///< says whether a copy may be removed
         Timestamp startedAt;           ///< when reading began
-        const CancelToken& cancel;     ///< what is made once it asks is not whole
+        const CancelToken& cancel;     ///< after a cancellation the result is not whole
     };
     explicit DuplicateGrouping(const Options& options);
 
@@ -33,19 +33,19 @@ class DuplicateGrouping {
         std::int64_t cloneOnlyGroups = 0;
         std::int64_t furtherNames = 0; ///< names of files beside their first ones
     };
-    [[nodiscard]] Groups groups(DuplicateProving::Result proven);
+    [[nodiscard]] Groups makeGroups(DuplicateProving::Result proven);
 
   private:
     struct Named;
 
-    void takeNames(DuplicateProving::Result& proven);
-    [[nodiscard]] Named named(const ProvenFile& file) const;
-    [[nodiscard]] DuplicateGroup group(std::vector<Named> files);
+    void keepEachFileOnce(DuplicateProving::Result& proven);
+    [[nodiscard]] Named withNames(const ProvenFile& file) const;
+    [[nodiscard]] DuplicateGroup makeGroup(std::vector<Named> files);
     [[nodiscard]] std::optional<std::string> heldBecause(const Named& file);
     [[nodiscard]] bool isOnSystemVolume(const std::string& path) const;
 
     Options options_;
-    std::map<std::pair<std::uint64_t, std::uint64_t>, std::vector<std::uint32_t>> names_;
+    std::map<platform::ItemIdentity, std::vector<std::uint32_t>> furtherNames_;
 };
 
 } // namespace tidyro

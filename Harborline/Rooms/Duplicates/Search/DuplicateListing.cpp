@@ -23,7 +23,7 @@ std::set<NodeNumber> nodesAt(const DiskTree& tree, const std::set<std::string>& 
     return nodes;
 }
 
-/// A further name of a file has no bytes in a tree, which counts them at the first one.
+/// A tree counts the bytes of a file at its first name only, so the others are asked of the disk.
 std::uint64_t sizeOf(const DiskTree& tree, NodeNumber node, Flags flags) {
     if (!flags.contains(Flags::extraHardLink)) return tree.size(node, {.onDisk = false});
     const auto seen = platform::fileMetadata(tree.path(node));
@@ -36,7 +36,7 @@ bool liesInPackage(std::string_view path) {
 
 } // namespace
 
-bool DuplicateListing::holds(const FileURL& folder) const {
+bool DuplicateListing::hasReached(const FileURL& folder) const {
     return std::ranges::any_of(trees_, [&](const DiskTree* tree) {
         auto node = tree->index(folder.path());
         if (!node) return false;
@@ -100,7 +100,7 @@ void DuplicateListing::add(const DiskTree& tree, const DuplicateSearchOptions& o
 }
 
 std::expected<void, DiskTreeScanner::ScanError> DuplicateListing::read(
-    const FileURL& root, bool mayBeMissing, const DuplicateSearchOptions& options,
+    const FileURL& root, IfUnreadable ifUnreadable, const DuplicateSearchOptions& options,
     const std::function<void(const std::string&)>& progress, const CancelToken& cancel) {
     DiskTreeScanner scanner;
     scanner.skipping = options.skipping;
@@ -108,7 +108,8 @@ std::expected<void, DiskTreeScanner::ScanError> DuplicateListing::read(
     auto tree = scanner.scan(
         root, [&](const DiskTreeScanner::Progress& state) { progress(state.currentPath); }, cancel);
     if (!tree) {
-        if (mayBeMissing && !std::holds_alternative<CancellationError>(tree.error())) return {};
+        const bool isCancelled = std::holds_alternative<CancellationError>(tree.error());
+        if (ifUnreadable == IfUnreadable::skip && !isCancelled) return {};
         return std::unexpected(tree.error());
     }
     own_.push_back(*std::move(tree));

@@ -16,47 +16,49 @@
 
 namespace tidyro {
 
-/// A file that a search may look at: a node of one of its trees.
+/// A file that a search may look at.
 struct ListedFile {
     std::uint64_t bytes;
-    NodeNumber node;
-    std::uint16_t tree;
+    NodeNumber node;    ///< in its tree
+    std::uint16_t tree; ///< the number of its tree in the listing
     bool insidePackage; ///< in an application or another package folder
 };
 
-/// All files that a search for duplicates may look at, in the order of their folders.
-///
-/// Paths are made from the trees when they are needed: most files never need theirs.
+/// All files that a search for duplicates may look at, in the order of their folders. It refers to
+/// the trees that are added to it and owns those that it reads. Paths are made from the trees when
+/// they are asked for, since most files never need theirs.
 class DuplicateListing {
   public:
-    /// From the tree of a finished scan.
+    /// Adds the files of a finished scan.
     void add(const DiskTree& tree, const DuplicateSearchOptions& options);
 
-    /// By reading a folder. A folder that cannot be read is an error, unless it `mayBeMissing`.
+    enum class IfUnreadable : std::uint8_t { fail, skip };
+    /// Reads a folder and adds its files. `progress` receives the paths of folders.
     [[nodiscard]] std::expected<void, DiskTreeScanner::ScanError>
-    read(const FileURL& root, bool mayBeMissing, const DuplicateSearchOptions& options,
+    read(const FileURL& root, IfUnreadable ifUnreadable, const DuplicateSearchOptions& options,
          const std::function<void(const std::string&)>& progress, const CancelToken& cancel);
 
     [[nodiscard]] const std::vector<ListedFile>& files() const { return files_; }
     [[nodiscard]] std::int64_t deniedFolders() const { return denied_; }
 
-    /// Of the first tree.
-    [[nodiscard]] const FileURL& rootURL() const { return trees_.front()->rootURL(); }
     [[nodiscard]] const DiskTree& tree(const ListedFile& file) const { return *trees_[file.tree]; }
-    /// Whether a folder was reached: what lies in it is listed, as far as it is to be.
-    [[nodiscard]] bool holds(const FileURL& folder) const;
-
-    /// A file that could not be opened for want of descriptors or memory is missing from the
-    /// result, and the result is none. Any thread may tell of it; other errors are no such thing.
-    void noteShortage(SystemError error) const;
-    [[nodiscard]] std::optional<SystemError> shortage() const;
-
     [[nodiscard]] std::string path(const ListedFile& file) const {
         return tree(file).path(file.node);
     }
+    /// The root of the first tree.
+    [[nodiscard]] const FileURL& rootURL() const { return trees_.front()->rootURL(); }
+    /// Whether one of the trees reached the folder, so that nothing of it is left to be listed.
+    [[nodiscard]] bool hasReached(const FileURL& folder) const;
+
+    /// Remembers an error of opening a file if it means that the process or the system ran out of
+    /// descriptors or memory. A search that misses files for that reason has no result. Any thread
+    /// may call it.
+    void noteShortage(SystemError error) const;
+    /// The last one that was noted.
+    [[nodiscard]] std::optional<SystemError> shortage() const;
 
   private:
-    std::deque<DiskTree> own_; ///< trees that were read for this search
+    std::deque<DiskTree> own_; ///< its elements stay where they are
     std::vector<const DiskTree*> trees_;
     std::vector<ListedFile> files_;
     std::int64_t denied_ = 0;

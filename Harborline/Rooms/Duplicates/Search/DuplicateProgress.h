@@ -14,14 +14,14 @@ struct DuplicateProgress {
     enum class Phase : std::uint8_t { listing, sampling, verifying };
 
     Phase phase = Phase::listing;
-    std::int64_t done = 0;  ///< files, of this phase
-    std::int64_t total = 0; ///< likewise; 0 while it is not known
+    std::int64_t done = 0;  ///< files of this phase
+    std::int64_t total = 0; ///< files of this phase; 0 while it is not known
     std::uint64_t bytesDone = 0;
     std::uint64_t bytesTotal = 0;
     /// The file, or while listing the folder, that is being read.
     std::string currentPath = {};
 
-    /// 0...1; none while nobody knows.
+    /// 0...1; none while the total is not known.
     [[nodiscard]] std::optional<double> fraction() const {
         if (phase == Phase::listing) return std::nullopt;
         if (phase == Phase::verifying && bytesTotal > 0) {

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "Base/Saturating.h"
-#include "Rooms/Duplicates/Search/SampleHash.h"
+#include "Rooms/Duplicates/Search/SampleLooks.h"
 
 namespace tidyro {
 
@@ -16,24 +16,25 @@ namespace {
 /// The files with several names that were met. Threads share one.
 class ManyNamed {
   public:
-    /// False for a file that was met before.
-    bool isFirst(const platform::ItemIdentity& identity) {
+    /// False when the file was met before.
+    [[nodiscard]] bool meet(const platform::ItemIdentity& identity) {
         const std::scoped_lock lock(mutex_);
-        return met_.insert({identity.device, identity.inode}).second;
+        return met_.insert(identity).second;
     }
 
   private:
     std::mutex mutex_;
-    std::set<std::pair<std::uint64_t, std::uint64_t>> met_;
+    std::set<platform::ItemIdentity> met_;
 };
 
-auto order(const LargeFile& file) {
-    return std::tie(file.bytes, file.hash, file.identity.device, file.identity.inode, file.file);
+/// Files that agree stand together in this order, and so do the names of one file.
+auto orderOfLargeFiles(const LargeFile& file) {
+    return std::tie(file.bytes, file.hash, file.identity, file.file);
 }
 
 } // namespace
 
-/// One thread's looks at everything that agrees in its beginning.
+/// One thread's first look at files that agree in their beginning.
 class DuplicateProving::FirstReader {
   public:
     FirstReader(const DuplicateListing& listing, SearchProgress& progress, ManyNamed& manyNamed)
@@ -41,11 +42,11 @@ class DuplicateProving::FirstReader {
           progress_(progress),
           manyNamed_(manyNamed),
           opener_(listing),
-          buffer_(wholeBelow) {}
+          buffer_(maxSmallFile) {}
 
     void look(std::uint32_t number) {
         const ListedFile& file = listing_.files()[number];
-        if (auto opened = opener_.openLooking(file)) look(number, file, *opened);
+        if (auto opened = opener_.openAndLook(file)) look(number, file, *opened);
         const bool isForLater = !large.empty() && large.back().file == number;
         if (!isForLater) {
             progress_.add(1, file.bytes, [&] { return listing_.path(file); });
@@ -59,9 +60,9 @@ class DuplicateProving::FirstReader {
   private:
     void look(std::uint32_t number, const ListedFile& file, ListedFileOpener::Opened& opened) {
         const auto& identity = opened.seen.identity;
-        if (opened.seen.linkCount > 1 && !manyNamed_.isFirst(identity)) {
+        if (opened.seen.linkCount > 1 && !manyNamed_.meet(identity)) {
             furtherNames.push_back({.file = number, .identity = identity});
-        } else if (file.bytes <= wholeBelow) {
+        } else if (file.bytes <= maxSmallFile) {
             readWhole(number, opened);
         } else {
             lookAtEnds(number, opened);
@@ -73,7 +74,7 @@ class DuplicateProving::FirstReader {
         if (opened.contents.read(0, into) != into.size()) return;
         hash_.restart();
         hash_.update(into);
-        if (auto proof = proven(number, opened, hash_.finish())) {
+        if (auto proof = prove(number, opened, hash_.finish())) {
             files.push_back(*std::move(proof));
         }
     }
@@ -100,88 +101,86 @@ class DuplicateProving::FirstReader {
     std::vector<std::byte> buffer_;
 };
 
-DuplicateProving::Groups DuplicateProving::lookAtAll(const std::vector<std::uint32_t>& files,
-                                                     ReaderThreads& threads, Result& result) {
+DuplicateProving::AgreeingSets DuplicateProving::lookAtAll(const std::vector<std::uint32_t>& files,
+                                                           ReaderThreads& threads, Result& result) {
     std::uint64_t bytes = 0;
     for (const std::uint32_t file : files) {
         bytes = saturatingAdd(bytes, listing_.files()[file].bytes);
     }
     progress_.begin(DuplicateProgress::Phase::verifying, files.size(), bytes);
     ManyNamed manyNamed;
-    std::vector<std::unique_ptr<FirstReader>> readers(threads.most());
-    threads.run("Tidyro compare", files.size(), 16,
-                [&](std::size_t reader, std::size_t from, std::size_t to) {
-                    auto& mine = readers[reader];
-                    if (!mine) mine = std::make_unique<FirstReader>(listing_, progress_, manyNamed);
-                    for (std::size_t i = from; i < to; ++i) mine->look(files[i]);
-                });
+    const auto readers = threads.run(
+        {.name = "Tidyro compare", .count = files.size(), .part = 16},
+        [&] { return std::make_unique<FirstReader>(listing_, progress_, manyNamed); },
+        [&](FirstReader& reader, std::size_t from, std::size_t to) {
+            for (std::size_t i = from; i < to; ++i) reader.look(files[i]);
+        });
     std::vector<LargeFile> large;
     for (const auto& reader : readers) {
-        if (!reader) continue;
         result.files.insert(result.files.end(), reader->files.begin(), reader->files.end());
         result.furtherNames.insert(result.furtherNames.end(), reader->furtherNames.begin(),
                                    reader->furtherNames.end());
         large.insert(large.end(), reader->large.begin(), reader->large.end());
     }
-    return agreeing(std::move(large), result);
+    return agreeingSets(std::move(large), result);
 }
 
-/// Large files that agree with one another, each once. That two names are one file shows only here
-/// when the file says that it has one name: mounts and roots lead to it in several ways.
-DuplicateProving::Groups DuplicateProving::agreeing(std::vector<LargeFile> files, Result& result) {
-    std::ranges::sort(files, {}, order);
+/// Large files that agree with one another, each by one of its names. Several mounts or roots may
+/// lead to a file that has one name by its link count, so names of one file are looked for again.
+DuplicateProving::AgreeingSets DuplicateProving::agreeingSets(std::vector<LargeFile> files,
+                                                              Result& result) {
+    std::ranges::sort(files, {}, orderOfLargeFiles);
     const auto drop = [&](const LargeFile& file) {
         progress_.add(1, file.bytes, [&] { return listing_.path(listing_.files()[file.file]); });
     };
-    Groups groups;
+    AgreeingSets sets;
     for (const LargeFile& file : files) {
-        const bool isNext = !groups.empty() && groups.back().back().agreesWith(file);
-        if (isNext && groups.back().back().identity == file.identity) {
+        const bool agrees = !sets.empty() && sets.back().back().agreesWith(file);
+        if (agrees && sets.back().back().identity == file.identity) {
             result.furtherNames.push_back({.file = file.file, .identity = file.identity});
             drop(file);
-        } else if (isNext) {
-            groups.back().push_back(file);
+        } else if (agrees) {
+            sets.back().push_back(file);
         } else {
-            groups.push_back({file});
+            sets.push_back({file});
         }
     }
-    std::erase_if(groups, [&](const auto& group) {
-        if (group.size() == 1) drop(group.front());
-        return group.size() == 1;
+    std::erase_if(sets, [&](const auto& set) {
+        if (set.size() == 1) drop(set.front());
+        return set.size() == 1;
     });
-    return groups;
+    return sets;
 }
 
-/// Returns those that have to be read by themselves.
-std::vector<LargeFile> DuplicateProving::readSideBySide(const Groups& groups, bool counts,
+/// Returns the files that have to be read by themselves.
+std::vector<LargeFile> DuplicateProving::readSideBySide(const AgreeingSets& sets,
+                                                        LargeFileReader::Time time,
                                                         ReaderThreads& threads, Result& result) {
-    std::vector<std::unique_ptr<LargeFiles>> readers(threads.most());
-    const LargeFiles::Surroundings around{
+    const LargeFileReader::Shared shared{
         .listing = listing_, .progress = progress_, .turns = turns_, .cancel = cancel_};
-    threads.run("Tidyro verify", groups.size(), 1,
-                [&](std::size_t reader, std::size_t from, std::size_t) {
-                    auto& mine = readers[reader];
-                    if (!mine) mine = std::make_unique<LargeFiles>(around);
-                    mine->read(groups[from], counts);
-                });
+    const auto readers = threads.run(
+        {.name = "Tidyro verify", .count = sets.size(), .part = 1},
+        [&] { return std::make_unique<LargeFileReader>(shared); },
+        [&](LargeFileReader& reader, std::size_t from, std::size_t) {
+            reader.read(sets[from], time);
+        });
     std::vector<LargeFile> different;
     for (const auto& reader : readers) {
-        if (!reader) continue;
         result.files.insert(result.files.end(), reader->proven.begin(), reader->proven.end());
         different.insert(different.end(), reader->different.begin(), reader->different.end());
     }
     return different;
 }
 
-void DuplicateProving::readWhole(const Groups& groups, ReaderThreads& threads, Result& result) {
-    // A process may hold few files open, and each thread opens so many.
-    const std::size_t most =
-        std::clamp<std::size_t>(platform::openFolderBudget() / threads.most(), 1, LargeFiles::most);
-    Groups parts;
-    for (const auto& group : groups) {
-        for (std::size_t from = 0; from < group.size(); from += most) {
-            const auto begin = group.begin() + static_cast<std::ptrdiff_t>(from);
-            const auto size = std::min(group.size() - from, most);
+void DuplicateProving::readWhole(const AgreeingSets& sets, ReaderThreads& threads, Result& result) {
+    // All threads together may hold only so many files open as the process may.
+    const std::size_t maxOpen = std::clamp<std::size_t>(
+        platform::openFolderBudget() / threads.maxThreads(), 1, LargeFileReader::maxSideBySide);
+    AgreeingSets parts;
+    for (const auto& set : sets) {
+        for (std::size_t from = 0; from < set.size(); from += maxOpen) {
+            const auto begin = set.begin() + static_cast<std::ptrdiff_t>(from);
+            const auto size = std::min(set.size() - from, maxOpen);
             parts.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(size));
         }
     }
@@ -189,40 +188,41 @@ void DuplicateProving::readWhole(const Groups& groups, ReaderThreads& threads, R
     std::ranges::sort(parts, [](const auto& a, const auto& b) {
         const std::uint64_t left = saturatingMultiply(a.front().bytes, a.size());
         const std::uint64_t right = saturatingMultiply(b.front().bytes, b.size());
-        return left != right ? left > right : order(a.front()) < order(b.front());
+        return left != right ? left > right
+                             : orderOfLargeFiles(a.front()) < orderOfLargeFiles(b.front());
     });
-    Groups single;
-    for (const LargeFile& file : readSideBySide(parts, true, threads, result)) {
+    using enum LargeFileReader::Time;
+    AgreeingSets single;
+    for (const LargeFile& file : readSideBySide(parts, first, threads, result)) {
         single.push_back({file});
     }
-    // Nobody is compared with anybody here, so nothing is left over.
-    static_cast<void>(readSideBySide(single, false, threads, result));
+    // A file that is read by itself differs from no other, so none is returned here.
+    static_cast<void>(readSideBySide(single, second, threads, result));
 }
 
 void DuplicateProving::confirm(ReaderThreads& threads, Result& result) {
     std::ranges::sort(result.files, {}, &ProvenFile::file); // one folder after another
-    std::vector<char> isThere(result.files.size());
-    std::vector<std::unique_ptr<ListedFileOpener>> openers(threads.most());
-    threads.run("Tidyro confirm", result.files.size(), 64,
-                [&](std::size_t reader, std::size_t from, std::size_t to) {
-                    auto& mine = openers[reader];
-                    if (!mine) mine = std::make_unique<ListedFileOpener>(listing_);
-                    for (std::size_t i = from; i < to; ++i) {
-                        const ProvenFile& file = result.files[i];
-                        const auto seen = mine->look(listing_.files()[file.file]);
-                        isThere[i] = seen && isUnchanged(file, *seen) ? 1 : 0;
-                    }
-                });
+    std::vector<char> isConfirmed(result.files.size());
+    threads.run(
+        {.name = "Tidyro confirm", .count = result.files.size(), .part = 64},
+        [&] { return std::make_unique<ListedFileOpener>(listing_); },
+        [&](ListedFileOpener& opener, std::size_t from, std::size_t to) {
+            for (std::size_t i = from; i < to; ++i) {
+                const ProvenFile& file = result.files[i];
+                const auto seen = opener.look(listing_.files()[file.file]);
+                isConfirmed[i] = seen && isUnchanged(file, *seen) ? 1 : 0;
+            }
+        });
     std::erase_if(result.files, [&](const ProvenFile& file) {
-        return isThere[static_cast<std::size_t>(&file - result.files.data())] == 0;
+        return isConfirmed[static_cast<std::size_t>(&file - result.files.data())] == 0;
     });
 }
 
 DuplicateProving::Result DuplicateProving::run(const std::vector<std::uint32_t>& files,
-                                               ReaderThreads& forSmall, ReaderThreads& forLarge) {
+                                               const Threads& threads) {
     Result result;
-    readWhole(lookAtAll(files, forSmall, result), forLarge, result);
-    confirm(forSmall, result);
+    readWhole(lookAtAll(files, threads.small, result), threads.large, result);
+    confirm(threads.small, result);
     return result;
 }
 

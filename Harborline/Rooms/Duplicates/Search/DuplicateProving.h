@@ -5,30 +5,30 @@
 #include <vector>
 
 #include "Rooms/Duplicates/Search/DuplicateListing.h"
-#include "Rooms/Duplicates/Search/LargeFiles.h"
+#include "Rooms/Duplicates/Search/LargeFileReader.h"
 #include "Rooms/Duplicates/Search/ProvenFile.h"
 #include "Rooms/Duplicates/Search/ReaderThreads.h"
 #include "Rooms/Duplicates/Search/SearchProgress.h"
 
 namespace tidyro {
 
-/// Another name of a file that was read by its first one, or was not worth reading.
+/// Another name of a file that was met by its first one.
 struct FurtherName {
     std::uint32_t file; ///< in the listing
     platform::ItemIdentity identity;
 };
 
-/// Proves which of the files that agree in their beginning are copies. Files up to `wholeBelow` are
-/// read whole at once. Of larger ones both ends are looked at first, and only those that agree in
-/// them are read whole, the largest first.
+/// Proves which of the files that agree in their beginning are copies. It reads small files whole
+/// at once. Of large ones it looks at both ends first, and reads only those whole whose ends agree,
+/// the largest first.
 ///
-/// Every file is read by one of its names only. In the end each is looked at again, since the first
-/// may have been read long before the last: what is not there any more, is another file or was
-/// written to drops out.
+/// Every file is read by one of its names only. In the end each file is looked at again, since the
+/// first may have been read long before the last. A file that is gone, was replaced or was written
+/// to drops out.
 class DuplicateProving {
   public:
     static constexpr std::uint64_t endSize = 65'536;
-    static constexpr std::uint64_t wholeBelow = 131'072;
+    static constexpr std::uint64_t maxSmallFile = 131'072;
 
     DuplicateProving(const DuplicateListing& listing, SearchProgress& progress,
                      const CancelToken& cancel)
@@ -38,21 +38,26 @@ class DuplicateProving {
         std::vector<ProvenFile> files;
         std::vector<FurtherName> furtherNames;
     };
-    /// `files`: numbers in the listing. `threads` read many small files, or large ones, well.
-    [[nodiscard]] Result run(const std::vector<std::uint32_t>& files, ReaderThreads& forSmall,
-                             ReaderThreads& forLarge);
+    /// One number of threads reads many small files best, another one large files.
+    struct Threads {
+        ReaderThreads& small;
+        ReaderThreads& large;
+    };
+    /// `files`: numbers in the listing.
+    [[nodiscard]] Result run(const std::vector<std::uint32_t>& files, const Threads& threads);
 
   private:
     class FirstReader;
-    using Groups = std::vector<std::vector<LargeFile>>;
+    using AgreeingSets = std::vector<std::vector<LargeFile>>;
 
-    [[nodiscard]] Groups lookAtAll(const std::vector<std::uint32_t>& files, ReaderThreads& threads,
-                                   Result& result);
-    [[nodiscard]] Groups agreeing(std::vector<LargeFile> files, Result& result);
-    void confirm(ReaderThreads& threads, Result& result);
-    void readWhole(const Groups& groups, ReaderThreads& threads, Result& result);
-    [[nodiscard]] std::vector<LargeFile> readSideBySide(const Groups& groups, bool counts,
+    [[nodiscard]] AgreeingSets lookAtAll(const std::vector<std::uint32_t>& files,
+                                         ReaderThreads& threads, Result& result);
+    [[nodiscard]] AgreeingSets agreeingSets(std::vector<LargeFile> files, Result& result);
+    void readWhole(const AgreeingSets& sets, ReaderThreads& threads, Result& result);
+    [[nodiscard]] std::vector<LargeFile> readSideBySide(const AgreeingSets& sets,
+                                                        LargeFileReader::Time time,
                                                         ReaderThreads& threads, Result& result);
+    void confirm(ReaderThreads& threads, Result& result);
 
     const DuplicateListing& listing_;
     SearchProgress& progress_;

@@ -12,13 +12,12 @@ namespace tidyro {
 
 using platform::FolderDescriptor;
 
-/// Without following a link.
-std::expected<FolderDescriptor, SystemError> ListedFileOpener::opened(NodeNumber folder) const {
+std::expected<FolderDescriptor, SystemError> ListedFileOpener::openFolder(NodeNumber folder) const {
     if (folder == DiskTree::root) return root_.open(".");
     const std::string path = tree_->path(folder);
     auto found = root_.openBelow(std::string(path::below(path, tree_->rootURL().path())));
     if (found || (found.error().code != ENAMETOOLONG && found.error().code != ENOSYS)) return found;
-    // A path may be longer than the system opens; going down by name is not bound to that.
+    // The path may be too long for the system. Going down name by name has no such bound.
     std::vector<NodeNumber> way = tree_->ancestors(folder); // nearest first, the root last
     way.insert(way.begin(), folder);
     found = root_.open(".");
@@ -42,7 +41,7 @@ bool ListedFileOpener::enterFolder(const DiskTree& tree, NodeNumber node) {
     folder_ = FolderDescriptor();
     owners_ = {};
     if (!root_.isOpen()) return false;
-    auto folder = opened(node);
+    auto folder = openFolder(node);
     if (folder) {
         folder_ = *std::move(folder);
     } else {
@@ -74,7 +73,7 @@ std::optional<platform::FileMetadata> ListedFileOpener::look(const ListedFile& f
     return *seen;
 }
 
-std::optional<ListedFileOpener::Opened> ListedFileOpener::openLooking(const ListedFile& file) {
+std::optional<ListedFileOpener::Opened> ListedFileOpener::openAndLook(const ListedFile& file) {
     auto contents = open(file);
     if (!contents) return std::nullopt;
     const auto seen = contents->metadata();

@@ -10,38 +10,40 @@
 
 namespace tidyro {
 
-/// Opens listed files, those of one folder after another cheaply: the folder stays open. No link is
-/// followed, whatever has become of the folders since they were listed. Used by one thread.
+/// Opens listed files. It keeps the folder of the last file open, so files of one folder are best
+/// opened one after another. It follows no link, even where one has taken the place of a folder
+/// since the listing. Used by one thread.
 class ListedFileOpener {
   public:
     struct Opened {
         platform::FileContents contents;
         platform::FileMetadata seen; ///< of what was opened
-        bool mayShareBlocks;         ///< on a file system whose files might
+        bool mayShareBlocks;         ///< with other files; its file system allows it
     };
 
     explicit ListedFileOpener(const DuplicateListing& listing) : listing_(listing) {}
 
-    /// None for what is not there any more or cannot be opened. What it is now is not looked at.
+    /// None when nothing is there any more or it cannot be opened. What was opened may be another
+    /// file than the listed one.
     [[nodiscard]] std::optional<platform::FileContents> open(const ListedFile& file);
-    /// None also for what is no regular file or keeps its contents elsewhere, and when its size is
-    /// not the one that was listed.
-    [[nodiscard]] std::optional<Opened> openLooking(const ListedFile& file);
-    /// What the name stands for at this moment, without opening it.
+    /// None also when it is no regular file, keeps its contents elsewhere, or has another size than
+    /// the listed one.
+    [[nodiscard]] std::optional<Opened> openAndLook(const ListedFile& file);
+    /// What the file's name stands for now. Opens nothing but its folder.
     [[nodiscard]] std::optional<platform::FileMetadata> look(const ListedFile& file);
 
   private:
     [[nodiscard]] bool reach(const ListedFile& file);
     [[nodiscard]] bool enterFolder(const DiskTree& tree, NodeNumber node);
     [[nodiscard]] std::expected<platform::FolderDescriptor, SystemError>
-    opened(NodeNumber folder) const;
+    openFolder(NodeNumber folder) const;
 
     const DuplicateListing& listing_;
     const DiskTree* tree_ = nullptr; ///< whose root is open
     platform::FolderDescriptor root_;
     NodeNumber node_ = -1; ///< of the folder that is open
     platform::FolderDescriptor folder_;
-    bool mayShareBlocks_ = false;              ///< the root's file system, and a tree is of one
+    bool mayShareBlocks_ = false; ///< one answer for a tree, which lies on one file system
     platform::FileContents::OwnerHint owners_; ///< of the folder that is open
     std::string name_;
 };

@@ -4,7 +4,7 @@ namespace tidyro {
 
 namespace {
 
-bool isUnchanged(const platform::FileMetadata& before, const platform::FileMetadata& after) {
+bool isSameState(const platform::FileMetadata& before, const platform::FileMetadata& after) {
     return after.kind == before.kind && after.identity == before.identity &&
            after.byteCount == before.byteCount && after.modified == before.modified &&
            after.changed == before.changed;
@@ -18,10 +18,10 @@ bool isUnchanged(const ProvenFile& file, const platform::FileMetadata& seen) {
            seen.changed == file.changed;
 }
 
-std::optional<ProvenFile> proven(std::uint32_t file, const ListedFileOpener::Opened& opened,
-                                 const platform::SHA256::Digest& digest) {
+std::optional<ProvenFile> prove(std::uint32_t file, const ListedFileOpener::Opened& opened,
+                                const platform::SHA256::Digest& digest) {
     const auto after = opened.contents.metadata();
-    if (!after || !isUnchanged(opened.seen, *after)) return std::nullopt;
+    if (!after || !isSameState(opened.seen, *after)) return std::nullopt;
     const std::optional<Timestamp> modified = after->modified;
     if (!modified) return std::nullopt;
     std::optional<platform::FileExtent> extent;

@@ -10,7 +10,7 @@
 
 namespace tidyro {
 
-/// A file whose whole contents were read.
+/// A file whose contents were read from beginning to end.
 struct ProvenFile {
     std::uint32_t file; ///< in the listing
     std::uint64_t bytes;
@@ -23,14 +23,14 @@ struct ProvenFile {
     std::optional<platform::FileExtent> extent;
 };
 
-/// Whether a look at a file still shows what was proven. Its date of change cannot be set back, so
-/// that nobody writes to it unseen.
+/// Whether a later look shows the file as it was proven. Whoever writes to it meanwhile changes its
+/// date of change, which cannot be set back.
 [[nodiscard]] bool isUnchanged(const ProvenFile& file, const platform::FileMetadata& seen);
 
-/// The proof of a file whose contents were read from beginning to end and have this digest. None
-/// for one that was written to meanwhile: its contents are such as nobody has seen.
-[[nodiscard]] std::optional<ProvenFile> proven(std::uint32_t file,
-                                               const ListedFileOpener::Opened& opened,
-                                               const platform::SHA256::Digest& digest);
+/// Proves a file by the digest of its contents, all of which were read. None when the file was
+/// written to meanwhile: what was read may never have been its contents at any one time.
+[[nodiscard]] std::optional<ProvenFile> prove(std::uint32_t file,
+                                              const ListedFileOpener::Opened& opened,
+                                              const platform::SHA256::Digest& digest);
 
 } // namespace tidyro

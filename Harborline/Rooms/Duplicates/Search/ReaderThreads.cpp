@@ -10,45 +10,44 @@ namespace tidyro {
 
 struct ReaderThreads::Round {
     const ReaderThreads& owner;
-    std::string_view name;
-    std::size_t count;
-    std::size_t part;
-    const Work& work;
+    const Job& job;
+    const NumberedWork& work;
     std::atomic<std::size_t> next = 0;
     std::mutex mutex = {};
     std::condition_variable ended = {};
     std::vector<platform::DedicatedThread> threads = {}; ///< guarded
-    std::size_t running = 0;                             ///< likewise
+    std::size_t running = 0;                             ///< guarded
 };
 
 std::size_t processorCount() {
     return std::max<std::size_t>(std::thread::hardware_concurrency(), 1);
 }
 
-/// With the mutex held.
+/// The caller holds the mutex.
 bool ReaderThreads::startThread(Round& round) {
-    const std::size_t reader = round.threads.size();
-    if (reader >= round.owner.limits_.most) return false;
+    const std::size_t number = round.threads.size();
+    if (number >= round.owner.maxThreads()) return false;
     try {
-        round.threads.emplace_back(fmt::format("{} {}", round.name, reader + 1),
+        round.threads.emplace_back(fmt::format("{} {}", round.job.name, number + 1),
                                    platform::Quality::userInitiated,
-                                   [&round, reader] { round.owner.work(round, reader); });
+                                   [&round, number] { round.owner.work(round, number); });
     } catch (const std::system_error&) {
-        return false; // the limit on threads; those that run do the work
+        return false; // the system allows no more threads; those that run do the work
     }
     ++round.running;
     return true;
 }
 
-void ReaderThreads::run(std::string_view name, std::size_t count, std::size_t part,
-                        const Work& work) {
+void ReaderThreads::runNumbered(const Job& job, const NumberedWork& work) {
+    const std::size_t count = job.count;
+    const std::size_t part = job.part;
     if (count == 0) return;
-    Round round{.owner = *this, .name = name, .count = count, .part = part, .work = work};
+    Round round{.owner = *this, .job = job, .work = work};
     {
         std::unique_lock lock(round.mutex);
-        round.threads.reserve(limits_.most);
+        round.threads.reserve(maxThreads());
         const std::size_t parts = (count + part - 1) / part;
-        for (std::size_t i = 0; i < std::min(limits_.first, parts); ++i) {
+        for (std::size_t i = 0; i < std::min(limits_.atFirst, parts); ++i) {
             if (!startThread(round)) break;
         }
         if (round.running == 0) {
@@ -59,20 +58,20 @@ void ReaderThreads::run(std::string_view name, std::size_t count, std::size_t pa
             }
             return;
         }
-        // Only one that runs takes on another, so once none runs there will be none.
+        // A thread is started only by one that runs, so once none runs, none will.
         round.ended.wait(lock, [&] { return round.running == 0; });
     }
     round.threads.clear(); // joins
 }
 
-void ReaderThreads::work(Round& round, std::size_t reader) const {
+void ReaderThreads::work(Round& round, std::size_t number) const {
     std::uint64_t waits = platform::waitCountOfThisThread();
     while (!limits_.cancel.stop_requested()) {
-        const std::size_t from = round.next.fetch_add(round.part);
-        if (from >= round.count) break;
-        round.work(reader, from, std::min(from + round.part, round.count));
+        const std::size_t from = round.next.fetch_add(round.job.part);
+        if (from >= round.job.count) break;
+        round.work(number, from, std::min(from + round.job.part, round.job.count));
         const std::uint64_t now = platform::waitCountOfThisThread();
-        if (now != waits && round.next < round.count) {
+        if (now != waits && round.next < round.job.count) {
             const std::scoped_lock lock(round.mutex);
             static_cast<void>(startThread(round));
         }

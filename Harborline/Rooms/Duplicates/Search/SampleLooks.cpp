@@ -4,29 +4,58 @@
 #include <array>
 #include <memory>
 
-#include "Rooms/Duplicates/Search/AgreeingFiles.h"
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
 #include "Rooms/Duplicates/Search/ListedFileOpener.h"
-#include "Rooms/Duplicates/Search/SampleHash.h"
 
 namespace tidyro {
+
+namespace {
+
+/// A file of the listing and a number that its copies share.
+struct Sample {
+    std::uint64_t number;
+    std::uint32_t file;
+};
+
+/// The files whose number another one has as well, ascending by their places in the listing.
+std::vector<std::uint32_t> filesOfSharedNumbers(std::vector<Sample> samples) {
+    std::ranges::sort(samples, {}, &Sample::number);
+    std::vector<std::uint32_t> files;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const bool isLikeBefore = i > 0 && samples[i - 1].number == samples[i].number;
+        const bool isLikeNext =
+            i + 1 < samples.size() && samples[i + 1].number == samples[i].number;
+        if (isLikeBefore || isLikeNext) files.push_back(samples[i].file);
+    }
+    std::ranges::sort(files);
+    return files;
+}
+
+} // namespace
+
+std::uint64_t sampleHash(std::span<const std::byte> bytes, std::uint64_t seed) {
+    return XXH3_64bits_withSeed(bytes.data(), bytes.size(), seed);
+}
 
 /// One thread's looks.
 class SampleLooks::Reader {
   public:
     explicit Reader(const DuplicateListing& listing) : listing_(listing), opener_(listing) {}
 
-    void look(std::uint32_t number) {
-        const ListedFile& file = listing_.files()[number];
+    void look(std::uint32_t fileNumber) {
+        const ListedFile& file = listing_.files()[fileNumber];
         auto contents = opener_.open(file);
         if (!contents) return;
         const auto wanted = static_cast<std::size_t>(std::min(file.bytes, beginning));
         if (file.bytes > beginning) contents->expectSingleReads();
         const std::span into(buffer_.data(), wanted);
         if (contents->read(0, into) != wanted) return;
-        samples.push_back({.hash = sampleHash(into, file.bytes), .file = number});
+        samples.push_back({.number = sampleHash(into, file.bytes), .file = fileNumber});
     }
 
-    std::vector<SampledFile> samples;
+    std::vector<Sample> samples;
 
   private:
     const DuplicateListing& listing_;
@@ -34,34 +63,32 @@ class SampleLooks::Reader {
     std::array<std::byte, beginning> buffer_;
 };
 
-std::vector<std::uint32_t> SampleLooks::ofSharedSizes() const {
+std::vector<std::uint32_t> SampleLooks::filesOfSharedSizes() const {
     const auto& files = listing_.files();
-    std::vector<SampledFile> sizes;
+    std::vector<Sample> sizes;
     sizes.reserve(files.size());
     for (std::uint32_t i = 0; i < files.size(); ++i) {
-        sizes.push_back({.hash = files[i].bytes, .file = i});
+        sizes.push_back({.number = files[i].bytes, .file = i});
     }
-    return agreeingFiles(std::move(sizes));
+    return filesOfSharedNumbers(std::move(sizes));
 }
 
-std::vector<std::uint32_t> SampleLooks::agreeing() {
-    const std::vector<std::uint32_t> files = ofSharedSizes();
+std::vector<std::uint32_t> SampleLooks::findAgreeing() {
+    const std::vector<std::uint32_t> files = filesOfSharedSizes();
     progress_.begin(DuplicateProgress::Phase::sampling, files.size(), 0);
-    std::vector<std::unique_ptr<Reader>> readers(threads_.most());
-    threads_.run("Tidyro sample", files.size(), 64,
-                 [&](std::size_t reader, std::size_t from, std::size_t to) {
-                     auto& mine = readers[reader];
-                     if (!mine) mine = std::make_unique<Reader>(listing_);
-                     for (std::size_t i = from; i < to; ++i) mine->look(files[i]);
-                     progress_.add(to - from, 0,
-                                   [&] { return listing_.path(listing_.files()[files[from]]); });
-                 });
-    std::vector<SampledFile> samples;
+    const auto readers = threads_.run(
+        {.name = "Tidyro sample", .count = files.size(), .part = 64},
+        [&] { return std::make_unique<Reader>(listing_); },
+        [&](Reader& reader, std::size_t from, std::size_t to) {
+            for (std::size_t i = from; i < to; ++i) reader.look(files[i]);
+            progress_.add(to - from, 0,
+                          [&] { return listing_.path(listing_.files()[files[from]]); });
+        });
+    std::vector<Sample> samples;
     for (const auto& reader : readers) {
-        if (!reader) continue;
         samples.insert(samples.end(), reader->samples.begin(), reader->samples.end());
     }
-    return agreeingFiles(std::move(samples));
+    return filesOfSharedNumbers(std::move(samples));
 }
 
 } // namespace tidyro

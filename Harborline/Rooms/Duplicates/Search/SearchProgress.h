@@ -11,16 +11,17 @@
 
 namespace tidyro {
 
-/// Counts what the threads of a search have done and tells of it now and then, from whichever
-/// thread is at hand, never from two at once.
+/// Counts what the threads of a search have done. Whichever thread counts when a report is due
+/// calls the handler; no two threads call it at once.
 class SearchProgress {
   public:
     using Handler = std::function<void(const DuplicateProgress&)>;
 
+    /// `interval`: seconds between two reports.
     SearchProgress(Handler handler, double interval)
         : handler_(std::move(handler)), interval_(interval) {}
 
-    /// No thread reads while a phase begins.
+    /// Called while no other thread counts.
     void begin(DuplicateProgress::Phase phase, std::uint64_t total, std::uint64_t bytesTotal);
     /// `path` is asked for only when a report is due.
     void add(std::uint64_t files, std::uint64_t bytes, const std::function<std::string()>& path);

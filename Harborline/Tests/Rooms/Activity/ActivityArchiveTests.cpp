@@ -22,7 +22,7 @@ DiskTree exampleTree() {
 }
 
 TEST(FolderSnapshot, KeepsTheRootAndTheLargestFoldersWithAllAboveThem) {
-    const FolderSnapshot snapshot = FolderSnapshot::of(exampleTree(), {});
+    const FolderSnapshot snapshot = FolderSnapshot::take(exampleTree(), {});
     EXPECT_EQ(snapshot.title, "Work");
     EXPECT_EQ(snapshot.byteCount(), 9'000'000U);
     const std::vector<FolderSnapshotEntry> expected{
@@ -35,9 +35,9 @@ TEST(FolderSnapshot, KeepsTheRootAndTheLargestFoldersWithAllAboveThem) {
          .byteCount = 1'000'000,
          .fileCount = 1}};
     EXPECT_EQ(snapshot.folders, expected);
-    EXPECT_EQ(FolderSnapshot::of(exampleTree(), {.maximumEntries = 2}).folders.size(), 2U);
-    EXPECT_EQ(FolderSnapshot::of(exampleTree(), {.maximumEntries = 0}).folders.size(), 1U);
-    EXPECT_EQ(FolderSnapshot::of(exampleTree(), {.maximumPathBytes = 30}).folders.size(), 2U);
+    EXPECT_EQ(FolderSnapshot::take(exampleTree(), {.maximumEntries = 2}).folders.size(), 2U);
+    EXPECT_EQ(FolderSnapshot::take(exampleTree(), {.maximumEntries = 0}).folders.size(), 1U);
+    EXPECT_EQ(FolderSnapshot::take(exampleTree(), {.maximumPathBytes = 30}).folders.size(), 2U);
 }
 
 TEST(ActivityArchive, KeepsSnapshotsThatReadBackUnchanged) {
@@ -46,7 +46,7 @@ TEST(ActivityArchive, KeepsSnapshotsThatReadBackUnchanged) {
     EXPECT_TRUE(archive.files()->empty());
     std::vector<FolderSnapshot> kept;
     for (const double day : {2.0, 1.0, 3.0}) {
-        FolderSnapshot snapshot = FolderSnapshot::of(exampleTree(), {.title = "A \"title\""});
+        FolderSnapshot snapshot = FolderSnapshot::take(exampleTree(), {.title = "A \"title\""});
         snapshot.takenAt = Timestamp::sinceReference(day * 86'400 + 0.123456789);
         const auto file = archive.save(snapshot, Calendar::utc());
         ASSERT_TRUE(file.has_value()) << ActivityArchive::description(file.error());
@@ -57,6 +57,21 @@ TEST(ActivityArchive, KeepsSnapshotsThatReadBackUnchanged) {
     ASSERT_EQ(files->size(), 3U);
     EXPECT_EQ(files->front().lastComponent(), "2001-01-02 000000 " + kept[1].id.text() + ".json");
     EXPECT_EQ(ActivityArchive::load(files->back()), kept[2]);
+}
+
+TEST(ActivityArchive, IsUsedAsItsHeaderShows) {
+    const TemporaryFolder place;
+    const FileURL folder = FileURL::folder(place.path());
+    const DiskTree tree = exampleTree();
+    int readable = 0;
+    const auto show = [](const std::string& text) { FAIL() << text; };
+    const auto compare = [&](const auto& loaded) { readable += loaded ? 1 : 0; };
+    const ActivityArchive archive(folder);
+    const auto file = archive.save(FolderSnapshot::take(tree, {}));
+    if (!file) show(ActivityArchive::description(file.error()));
+    const auto kept = archive.files();
+    for (const FileURL& each : *kept) compare(ActivityArchive::load(each));
+    EXPECT_EQ(readable, 1);
 }
 
 TEST(ActivityArchive, TellsWhatIsWrongWithAFile) {
@@ -81,7 +96,7 @@ TEST(ActivityArchive, TellsWhatIsWrongWithAFile) {
                   " could not be read (No such file or directory).");
     place.file("in the way");
     const auto saved = ActivityArchive(FileURL::folder(place / "in the way"))
-                           .save(FolderSnapshot::of(exampleTree(), {}));
+                           .save(FolderSnapshot::take(exampleTree(), {}));
     EXPECT_EQ(ActivityArchive::description(saved.error()),
               "The snapshot could not be kept in " + place / "in the way" + " (Not a directory).");
 }

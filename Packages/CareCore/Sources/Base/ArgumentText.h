@@ -3,15 +3,13 @@
 #include <charconv>
 #include <limits>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <system_error>
 
-/// Reading what a person types behind a switch.
 namespace tidyro {
 
-/// An optional sign and decimal digits, nothing else, within the type's range. An unsigned number
-/// takes "-" before zeros only.
+/// The number that a person typed: an optional sign and decimal digits, nothing else, within the
+/// type's range. An unsigned number takes "-" before zeros only.
 template <class Integer>
 [[nodiscard]] std::optional<Integer> decimalArgument(std::string_view text) {
     if (text.starts_with('+')) {
@@ -29,9 +27,5 @@ template <class Integer>
     }
     return value;
 }
-
-/// The path of a folder, absolute and standardised. "~" at the beginning stands for the home when
-/// it is the whole text or "/" follows; "~somebody" is a name like any other.
-[[nodiscard]] std::string folderArgument(std::string_view text, std::string_view home);
 
 } // namespace tidyro

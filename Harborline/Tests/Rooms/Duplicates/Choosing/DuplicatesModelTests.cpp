@@ -8,6 +8,8 @@
 
 #include "Base/JSONCoding.h"
 #include "Base/JSONRecords.h"
+#include "Rooms/Duplicates/Search/DuplicateEngine.h"
+#include "Support/TemporaryFolder.h"
 
 namespace tidyro {
 namespace {
@@ -83,6 +85,22 @@ struct Room {
     FakeQueue queue;
     DuplicatesModel model;
 };
+
+TEST(DuplicatesModel, IsToldOfASearchAsItsHeaderShows) {
+    const testing::TemporaryFolder place;
+    place.file("a", "same");
+    place.file("b", "same");
+    const FileURL home = FileURL::folder(place.path());
+    FakeQueue queue;
+    DuplicatesModel model;
+    model.settings.minimumBytes = 1;
+    const auto search = model.searchBegan();
+    const auto report = DuplicateEngine().run(model.options(home)); // on another thread
+    model.finished(search, *report, queue);
+    model.stageEveryExtra(queue);
+    EXPECT_EQ(model.screen(), Screen::results);
+    EXPECT_LT(queue.inside.size(), 2U) << "one copy stays";
+}
 
 TEST(DuplicatesModel, PicksTheCopyToKeepByItsRule) {
     EXPECT_EQ(DuplicatesModel::pick({}, KeepRule::oldest), nullptr);

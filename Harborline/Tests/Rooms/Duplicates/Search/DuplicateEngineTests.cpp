@@ -95,7 +95,7 @@ TEST(DuplicateEngine, FindsWhatComparingEverythingFinds) {
                                                 131'073, 200'000, 1'048'576, 1'048'577};
     for (unsigned seed = 1; seed <= 4; ++seed) {
         std::mt19937 random(seed);
-        const auto upTo = [&](std::size_t most) { return random() % most; };
+        const auto upTo = [&](std::size_t bound) { return random() % bound; };
         const TemporaryFolder place;
         std::set<std::string> names;
         for (int i = 0; i < 150; ++i) {
@@ -125,6 +125,22 @@ TEST(DuplicateEngine, FindsWhatComparingEverythingFinds) {
             EXPECT_EQ(group.storageCount(), std::ssize(group.copies));
         }
     }
+}
+
+TEST(DuplicateEngine, RunsAsItsHeaderShows) {
+    const TemporaryFolder place;
+    place.file("a", "same");
+    place.file("b", "same");
+    const FileURL folder = FileURL::folder(place.path());
+    const FileURL home = FileURL::folder("/nowhere/ada");
+    std::string shown;
+    const auto show = [&](const std::string& text, std::uint64_t bytes = 0) {
+        shown += fmt::format("{} {}", text, bytes);
+    };
+    const auto report = DuplicateEngine().run({.roots = {folder}, .home = home});
+    if (!report) show(DuplicateEngine::description(report.error()));
+    for (const DuplicateGroup& group : report->groups) show(group.name(), group.wastedBytes());
+    EXPECT_EQ(shown, "a 4");
 }
 
 TEST(DuplicateEngine, TreatsAllNamesOfAFileAsOne) {
@@ -354,7 +370,7 @@ TEST(DuplicateEngine, LeavesOutWhatIsClosed) {
 }
 
 /// What two kinds of file systems that share blocks have in common.
-void tellsClonesApart(const std::string& type) {
+void checkClones(const std::string& type) {
     const auto image = testing::MountedImage::make(type);
     if (image == nullptr) GTEST_SKIP() << "cannot mount a " << type << " image here";
     const TemporaryFolder& place = image->folder();
@@ -394,8 +410,8 @@ void tellsClonesApart(const std::string& type) {
     EXPECT_EQ(report->wastedBytes(), 3U * 500'000U);
 }
 
-TEST(DuplicateEngine, TellsClonesOnBtrfs) { tellsClonesApart("btrfs"); }
-TEST(DuplicateEngine, TellsClonesOnXFS) { tellsClonesApart("xfs"); }
+TEST(DuplicateEngine, TellsClonesOnBtrfs) { checkClones("btrfs"); }
+TEST(DuplicateEngine, TellsClonesOnXFS) { checkClones("xfs"); }
 
 TEST(DuplicateEngine, SearchesARootThatIsMountedInAnother) {
     const auto said = testing::inMountNamespace([]() -> std::string {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <expected>
@@ -49,7 +50,7 @@ struct EntryTraits {
 struct ItemIdentity {
     std::uint64_t device;
     std::uint64_t inode;
-    bool operator==(const ItemIdentity&) const = default;
+    auto operator<=>(const ItemIdentity&) const = default;
 };
 
 /// One entry of a folder. On Linux an entry that is a folder has no facts here: they are cheaper to

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <expected>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
+#include "Base/StringTable.h"
 #include "Base/SystemError.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
@@ -55,13 +54,6 @@ class DiskItemFolders {
     }
 
   private:
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const {
-            return std::hash<std::string_view>{}(text);
-        }
-    };
-
     [[nodiscard]] Folder look(std::string_view path);
     [[nodiscard]] std::expected<platform::FolderDescriptor, SystemError>
     openReal(std::string_view path) const;
@@ -69,7 +61,7 @@ class DiskItemFolders {
     platform::FolderDescriptor top_; ///< of the disk
     KeptFolders kept_;
     bool isSuperuser_;
-    std::unordered_map<std::string, Folder, Hash, std::equal_to<>> folders_;
+    StringMap<Folder> folders_;
 };
 
 } // namespace tidyro

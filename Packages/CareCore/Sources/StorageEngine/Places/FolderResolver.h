@@ -1,10 +1,10 @@
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+
+#include "Base/StringTable.h"
 
 namespace tidyro {
 
@@ -21,13 +21,7 @@ class FolderResolver {
     [[nodiscard]] bool doesLeadTo(std::string_view path, std::string_view expected);
 
   private:
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const {
-            return std::hash<std::string_view>{}(text);
-        }
-    };
-    std::unordered_map<std::string, std::optional<std::string>, Hash, std::equal_to<>> known_;
+    StringMap<std::optional<std::string>> known_;
 };
 
 } // namespace tidyro

@@ -1,4 +1,4 @@
-#include "Rooms/Duplicates/Choosing/PathSet.h"
+#include "Rooms/Duplicates/Choosing/CleanupQueue.h"
 
 #include "Base/PathText.h"
 

@@ -14,7 +14,7 @@ CommandLineMode::ParseResult parsed(Arguments arguments) {
     return CommandLineMode::parse(arguments, "/home/ada");
 }
 
-TEST(CommandLineArguments, ThatAreWellFormedMakeARequest) {
+TEST(CommandLineModeParsing, ThatAreWellFormedMakeARequest) {
     struct Case {
         Arguments arguments;
         Request request;
@@ -55,7 +55,7 @@ TEST(CommandLineArguments, ThatAreWellFormedMakeARequest) {
     EXPECT_TRUE(std::get<Request>(relative).path.starts_with('/'));
 }
 
-TEST(CommandLineArguments, ThatAreMalformedGetTheUsageText) {
+TEST(CommandLineModeParsing, ThatAreMalformedGetTheUsageText) {
     const Arguments cases[] = {
         {"--cli"},
         {"--cli", "Scan", "/a"},
@@ -80,15 +80,15 @@ TEST(CommandLineArguments, ThatAreMalformedGetTheUsageText) {
     };
     for (const Arguments& each : cases) {
         EXPECT_EQ(parsed(each),
-                  CommandLineMode::ParseResult(CommandLineMode::Usage{CommandLineMode::usageText}))
+                  CommandLineMode::ParseResult(CommandLineUsage{CommandLineMode::usageText}))
             << each.back();
     }
     EXPECT_EQ(CommandLineMode::usageText.size(), 489U);
 }
 
-TEST(CommandLineArguments, WithoutTheSwitchAskForNothing) {
+TEST(CommandLineModeParsing, WithoutTheSwitchAskForNothing) {
     for (const Arguments& each : {Arguments{}, {"scan", "/a"}, {"--CLI", "scan", "/a"}}) {
-        EXPECT_EQ(parsed(each), CommandLineMode::ParseResult(CommandLineMode::NotRequested{}));
+        EXPECT_EQ(parsed(each), CommandLineMode::ParseResult(CommandLineNotRequested{}));
     }
 }
 

@@ -1,4 +1,4 @@
-#include "Rooms/Duplicates/Search/LargeFiles.h"
+#include "Rooms/Duplicates/Search/LargeFileReader.h"
 
 #include <algorithm>
 #include <cstring>
@@ -11,24 +11,25 @@ namespace tidyro {
 
 namespace {
 
-/// Bytes of all files that are read side by side, taken together, in long runs from a disk.
-constexpr std::size_t bufferSize = 8'388'608;
-/// Bytes of one call, and of one file at a time when it comes from memory: as many as make calls
-/// cheap, and few enough to be in the processor's cache still when they are hashed and compared.
+/// Bytes of the buffer that all files read side by side share. From a disk they come in runs of
+/// this length.
+constexpr std::size_t sharedBufferSize = 8'388'608;
+/// Bytes of one call. From memory one file gives no more at a time: so many make the calls cheap,
+/// and they are still in the processor's cache when they are hashed and compared.
 constexpr std::size_t oneRead = 1'048'576;
 
 } // namespace
 
-void LargeFiles::count(const LargeFile& file, std::uint64_t files, std::uint64_t bytes) {
-    if (!counts_) return;
-    around_.progress.add(files, bytes,
-                         [&] { return around_.listing.path(around_.listing.files()[file.file]); });
+void LargeFileReader::count(const LargeFile& file, std::uint64_t files, std::uint64_t bytes) {
+    if (time_ == Time::second) return;
+    shared_.progress.add(files, bytes,
+                         [&] { return shared_.listing.path(shared_.listing.files()[file.file]); });
 }
 
-std::vector<LargeFiles::Member> LargeFiles::opened(std::span<const LargeFile> files) {
+std::vector<LargeFileReader::Member> LargeFileReader::open(std::span<const LargeFile> files) {
     std::vector<Member> members;
     for (const LargeFile& file : files) {
-        auto opened = opener_.openLooking(around_.listing.files()[file.file]);
+        auto opened = opener_.openAndLook(shared_.listing.files()[file.file]);
         if (opened && opened->seen.identity == file.identity) {
             members.push_back({.file = file, .opened = *std::move(opened), .buffer = {}});
         } else {
@@ -38,9 +39,9 @@ std::vector<LargeFiles::Member> LargeFiles::opened(std::span<const LargeFile> fi
     return members;
 }
 
-void LargeFiles::shareBuffer(std::vector<Member>& members) {
-    buffer_.resize(bufferSize);
-    const std::size_t part = bufferSize / members.size();
+void LargeFileReader::shareBuffer(std::vector<Member>& members) {
+    buffer_.resize(sharedBufferSize);
+    const std::size_t part = sharedBufferSize / members.size();
     std::span rest(buffer_);
     for (Member& member : members) {
         member.buffer = rest.first(part);
@@ -48,24 +49,24 @@ void LargeFiles::shareBuffer(std::vector<Member>& members) {
     }
 }
 
-/// False when the first of them, with which the others are compared, is lost.
-bool LargeFiles::fill(std::vector<Member>& members, std::uint64_t at, std::size_t count) {
+/// False when the first file is lost, with which the others are compared.
+bool LargeFileReader::fill(std::vector<Member>& members, std::uint64_t at, std::size_t count) {
     std::unique_lock<std::mutex> turn;
-    if (waitsForDisk_) turn = around_.turns.turn(members.front().file.identity.device);
+    if (hasWaited_) turn = shared_.turns.turn(members.front().file.identity.device);
     const std::uint64_t before = platform::waitCountOfThisThread();
     for (Member& member : members) {
         for (std::size_t done = 0; done < count && !member.isLost; done += oneRead) {
             const auto into = member.buffer.subspan(done, std::min(oneRead, count - done));
-            member.isLost = around_.cancel.stop_requested() ||
+            member.isLost = shared_.cancel.stop_requested() ||
                             member.opened.contents.read(at + done, into) != into.size();
         }
     }
-    waitsForDisk_ = platform::waitCountOfThisThread() != before;
+    hasWaited_ = platform::waitCountOfThisThread() != before;
     return !members.front().isLost;
 }
 
-/// Sorts out what differs from the first and what is lost.
-void LargeFiles::compare(std::vector<Member>& members, std::size_t count) {
+/// Sorts out the files that differ from the first and those that are lost.
+void LargeFileReader::compare(std::vector<Member>& members, std::size_t count) {
     const std::byte* wanted = members.front().buffer.data();
     for (Member& member : members | std::views::drop(1)) {
         if (member.isLost) continue;
@@ -77,9 +78,9 @@ void LargeFiles::compare(std::vector<Member>& members, std::size_t count) {
     });
 }
 
-void LargeFiles::read(std::span<const LargeFile> files, bool counts) {
-    counts_ = counts;
-    std::vector<Member> members = opened(files);
+void LargeFileReader::read(std::span<const LargeFile> files, Time time) {
+    time_ = time;
+    std::vector<Member> members = open(files);
     if (members.empty()) return;
     shareBuffer(members);
     const std::uint64_t bytes = members.front().file.bytes;
@@ -88,9 +89,9 @@ void LargeFiles::read(std::span<const LargeFile> files, bool counts) {
     for (const Member& member : members) uncounted.push_back(member.file);
     hash_.restart();
     std::uint64_t at = 0;
-    while (at < bytes && !around_.cancel.stop_requested()) {
-        const std::size_t atOnce = waitsForDisk_ ? members.front().buffer.size()
-                                                 : std::min(members.front().buffer.size(), oneRead);
+    while (at < bytes && !shared_.cancel.stop_requested()) {
+        const std::size_t atOnce = hasWaited_ ? members.front().buffer.size()
+                                              : std::min(members.front().buffer.size(), oneRead);
         const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(atOnce, bytes - at));
         if (!fill(members, at, part)) {
             for (const Member& member : members | std::views::drop(1)) {
@@ -107,7 +108,7 @@ void LargeFiles::read(std::span<const LargeFile> files, bool counts) {
     if (at < bytes) return;
     const auto digest = hash_.finish();
     for (const Member& member : members) {
-        auto proof = tidyro::proven(member.file.file, member.opened, digest);
+        auto proof = prove(member.file.file, member.opened, digest);
         if (proof) proven.push_back(*std::move(proof));
     }
 }

@@ -1,43 +1,12 @@
-#include "Rooms/Duplicates/Report/DuplicatesCommandLine.h"
-
-#include <array>
-#include <vector>
+#include "Rooms/Duplicates/Report/DuplicatesText.h"
 
 #include <gtest/gtest.h>
 
 #include "Base/JSONCoding.h"
-#include "Rooms/Duplicates/Report/DuplicatesText.h"
 #include "Rooms/Duplicates/Report/ProgressLine.h"
 
 namespace tidyro {
 namespace {
-
-using Arguments = std::vector<std::string>;
-using Request = DuplicatesCommandLine::Request;
-
-TEST(DuplicatesCommandLine, ReadsItsArguments) {
-    const auto parse = [](Arguments arguments) {
-        return DuplicatesCommandLine::parse(arguments, "/home/ada");
-    };
-    EXPECT_FALSE(parse({"Tidyro", "--cli", "duplicates", "/x"}));
-    EXPECT_EQ(**parse({"Tidyro", "--find-duplicates", "~/x/../y"}),
-              (Request{.folder = "/home/ada/y"}));
-    EXPECT_EQ(**parse({"--find-duplicates", "--json", "--min-size", "5", "/x", "--include-system"}),
-              (Request{.folder = "/x", .minimumBytes = 5, .includeSystem = true, .asJSON = true}));
-    EXPECT_EQ((*parse({"--find-duplicates", "/x", "--min-size", "0"}))->minimumBytes, 1U);
-    EXPECT_EQ(
-        (*parse({"--find-duplicates", "/x", "--min-size", "18446744073709551615"}))->minimumBytes,
-        UINT64_MAX);
-    for (const Arguments& wrong :
-         std::vector<Arguments>{{"--find-duplicates"},
-                                {"--find-duplicates", ""},
-                                {"--find-duplicates", "/x", "/y"},
-                                {"--find-duplicates", "/x", "--min-size"},
-                                {"--find-duplicates", "/x", "--min-size", "18446744073709551616"},
-                                {"--find-duplicates", "/x", "--unknown"}}) {
-        EXPECT_FALSE(*parse(wrong));
-    }
-}
 
 DuplicateReport sample() {
     const auto copy = [](std::string path, double age, std::int64_t storage) {
