@@ -44,9 +44,10 @@ constexpr std::array<std::pair<std::string_view, Subject>, 3> switches{
 constexpr std::size_t hitsShown = 5;
 
 /// One request while it is carried out.
-class Run : private TextOutput {
+class DiagnosticRun : private TextOutput {
   public:
-    Run(const ScanDiagnostics::Request& request, const ScanDiagnostics::Surroundings& surroundings)
+    DiagnosticRun(const ScanDiagnostics::Request& request,
+                  const ScanDiagnostics::Surroundings& surroundings)
         : TextOutput(surroundings.write, surroundings.escapesNames),
           folder_(FileURL::folder(request.folder)),
           subject_(request.subject),
@@ -245,7 +246,7 @@ ScanDiagnostics::parse(std::span<const std::string> arguments, std::string_view 
 }
 
 int ScanDiagnostics::run(const Request& request, const Surroundings& surroundings) {
-    return Run(request, surroundings)();
+    return DiagnosticRun(request, surroundings)();
 }
 
 void ScanDiagnostics::runIfAsked(std::span<const std::string> arguments) {

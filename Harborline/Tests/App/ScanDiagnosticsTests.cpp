@@ -18,7 +18,6 @@ using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 using testing::TemporaryFolder;
 using Subject = ScanDiagnostics::Subject;
-using Request = ScanDiagnostics::Request;
 
 TEST(ScanDiagnostics, ReadsItsSwitches) {
     const auto parsed = [](std::vector<std::string> arguments) {
@@ -28,7 +27,7 @@ TEST(ScanDiagnostics, ReadsItsSwitches) {
     EXPECT_FALSE(parsed({}));
     EXPECT_FALSE(parsed({"--cli", "index", "/a", "--query", "--diagnose-find"}));
     EXPECT_EQ(parsed({"--diagnose-scan", "~/Music/../x"})->value(),
-              (Request{.subject = Subject::scan, .folder = "/home/ada/x"}));
+              (ScanDiagnostics::Request{.subject = Subject::scan, .folder = "/home/ada/x"}));
     EXPECT_EQ(parsed({"--diagnose-find", "/a"})->value().subject, Subject::find);
     EXPECT_EQ(parsed({"--diagnose-duplicates", "/a"})->value().subject, Subject::duplicates);
     for (const std::vector<std::string>& malformed : {std::vector<std::string>{"--diagnose-find"},
@@ -40,7 +39,8 @@ TEST(ScanDiagnostics, ReadsItsSwitches) {
 }
 
 /// The lines of a run, which ends with this status.
-std::vector<std::string> ran(int status, const Request& request, const std::string& indexFile = "",
+std::vector<std::string> ran(int status, const ScanDiagnostics::Request& request,
+                             const std::string& indexFile = "",
                              std::deque<std::string> queries = {}) {
     std::vector<std::string> lines;
     EXPECT_EQ(ScanDiagnostics::run(
@@ -62,7 +62,7 @@ TEST(ScanDiagnostics, KeepsAnIndexAndAnswersFromIt) {
     place.file("tree/readme");
     place.file("other/readme");
     const std::string file = place / "kept/index";
-    const Request tree{.subject = Subject::find, .folder = place / "tree"};
+    const ScanDiagnostics::Request tree{.subject = Subject::find, .folder = place / "tree"};
     const auto answer = [&](const char* count) {
         return MatchesRegex(std::string("\"readme\": ") + count + " in [0-9]+\\.[0-9]{3} ms\n");
     };

@@ -35,7 +35,7 @@ struct NamedSign {
     std::string_view name;
     Sign sign;
 };
-constexpr std::array<NamedSign, 23> names{{
+constexpr std::array<NamedSign, 23> namedSigns{{
     {"config", Sign::config},
     {"data", Sign::data},
     {"keys", Sign::keys},
@@ -70,7 +70,7 @@ constexpr std::array<NamedSign, 4> beginnings{{
 } // namespace
 
 void FolderSigns::add(std::string_view loweredName) {
-    for (const NamedSign& sign : names) {
+    for (const NamedSign& sign : namedSigns) {
         if (loweredName == sign.name) bits_ |= static_cast<std::uint32_t>(sign.sign);
     }
     for (const NamedSign& sign : beginnings) {

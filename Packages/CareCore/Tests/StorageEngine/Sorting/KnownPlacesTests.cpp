@@ -16,13 +16,14 @@
 namespace tidyro {
 namespace {
 
-const FileURL& home() {
+const FileURL& homeFolder() {
     static const FileURL folder = FileURL::folder("/home/ada");
     return folder;
 }
 
 std::string idAt(std::string_view belowHome) {
-    const KnownPlace* place = KnownPlaces::place(path::joined(home().path(), belowHome), home());
+    const KnownPlace* place =
+        KnownPlaces::place(path::joined(homeFolder().path(), belowHome), homeFolder());
     return place == nullptr ? "" : std::string(place->id);
 }
 

@@ -15,7 +15,7 @@ namespace tidyro::platform {
 
 namespace {
 
-constexpr unsigned wanted = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;
+constexpr unsigned wantedOfFile = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;
 constexpr unsigned identifying = STATX_TYPE | STATX_INO | STATX_UID | STATX_NLINK | STATX_SIZE;
 constexpr std::uint64_t locks = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
 constexpr unsigned anyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
@@ -38,8 +38,8 @@ std::optional<Timestamp> moment(const struct statx& status, unsigned flag,
 std::expected<FileMetadata, SystemError> fileMetadataAt(int folder, const char* name, int flags) {
     struct statx status{};
     // Synchronised as an ordinary look is: what decides over a file must not come from a cache.
-    if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | flags, wanted, &status) !=
-        0) {
+    if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | flags, wantedOfFile,
+                &status) != 0) {
         return std::unexpected(SystemError{errno});
     }
     if ((status.stx_mask & identifying) != identifying) return std::unexpected(SystemError{EIO});

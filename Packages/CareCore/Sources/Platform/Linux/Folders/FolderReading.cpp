@@ -33,9 +33,10 @@ struct KernelEntry {
 };
 
 constexpr int lookAtTheNameOnly = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
-constexpr unsigned wanted =
+constexpr unsigned wantedOfEntry =
     STATX_TYPE | STATX_NLINK | STATX_MTIME | STATX_ATIME | STATX_INO | STATX_SIZE | STATX_BLOCKS;
-constexpr std::uint64_t bytesPerBlock = 512; // of stx_blocks, whatever the file system's blocks
+constexpr std::uint64_t bytesPerEntryBlock =
+    512; // of stx_blocks, whatever the file system's blocks
 
 ItemIdentity identityOf(const struct statx& status) {
     return {.device = makedev(status.stx_dev_major, status.stx_dev_minor), .inode = status.stx_ino};
@@ -47,7 +48,7 @@ bool isMountRoot(const struct statx& status) {
 
 std::expected<FolderFacts, SystemError> factsOf(int folder, const char* name, int flags) {
     struct statx status{};
-    if (::statx(folder, name, flags, wanted, &status) != 0) {
+    if (::statx(folder, name, flags, wantedOfEntry, &status) != 0) {
         return std::unexpected(SystemError{errno});
     }
     FolderFacts facts{.identity = identityOf(status),
@@ -156,7 +157,7 @@ const FolderEntry* FolderLister::next() {
             return nullptr;
         }
         struct statx status; // NOLINT(cppcoreguidelines-pro-type-member-init): the call fills it
-        if (::statx(body_->folder, found.name, lookAtTheNameOnly, wanted, &status) != 0) {
+        if (::statx(body_->folder, found.name, lookAtTheNameOnly, wantedOfEntry, &status) != 0) {
             if (meansVanished({errno})) continue;
             // A folder that may be listed but not searched closes as a whole; a single entry that
             // cannot be looked at stays, by its name.
@@ -178,7 +179,7 @@ const FolderEntry* FolderLister::next() {
         entry_.modified = compactSeconds(status.stx_mtime.tv_sec);
         entry_.accessed = compactSeconds(status.stx_atime.tv_sec);
         entry_.logicalSize = status.stx_size;
-        entry_.allocatedSize = status.stx_blocks * bytesPerBlock;
+        entry_.allocatedSize = status.stx_blocks * bytesPerEntryBlock;
         entry_.identity = identityOf(status);
         if ((status.stx_attributes & STATX_ATTR_COMPRESSED) != 0) {
             entry_.traits.add(EntryTrait::compressed);

@@ -14,7 +14,7 @@ namespace tidyro::platform {
 
 namespace {
 
-constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+constexpr int processFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 
 } // namespace
 
@@ -45,11 +45,11 @@ bool meansEnded(int error) { return error == ENOENT || error == ESRCH; }
 bool meansForbidden(int error) { return error == EACCES || error == EPERM; }
 
 ProcessFolder::ProcessFolder(long pid)
-    : fd_(::open(("/proc/" + std::to_string(pid)).c_str(), folderFlags)),
+    : fd_(::open(("/proc/" + std::to_string(pid)).c_str(), processFolderFlags)),
       error_(fd_ < 0 ? errno : 0) {}
 
 ProcessFolder::ProcessFolder(const ProcessFolder& parent, const char* name)
-    : fd_(::openat(parent.fd_, name, folderFlags)), error_(fd_ < 0 ? errno : 0) {}
+    : fd_(::openat(parent.fd_, name, processFolderFlags)), error_(fd_ < 0 ? errno : 0) {}
 
 ProcessFolder::~ProcessFolder() {
     if (fd_ >= 0) ::close(fd_);
