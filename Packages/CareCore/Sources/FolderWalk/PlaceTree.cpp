@@ -17,11 +17,12 @@ void PlaceTree::add(const std::set<std::string>& relativePaths, Mark mark) {
 }
 
 void PlaceTree::addBelow(std::string_view root, const std::set<std::string>& paths, Mark mark) {
+    const std::string top = path::standardized(root);
     std::set<std::string> relative;
     for (const std::string& each : paths) {
         const std::string path = path::standardized(each);
-        if (path != root && path::isInsideOrEqual(path, root)) {
-            relative.emplace(path::below(path, root));
+        if (path != top && path::isInsideOrEqual(path, top)) {
+            relative.emplace(path::below(path, top));
         }
     }
     add(relative, mark);

@@ -45,12 +45,18 @@ FindIndexBuilder::run(const ProgressHandler& progress, const CancelToken& cancel
     // What suits the machine does not depend on what is kept of the folders.
     const DiskTreeScanner scanner =
         options_.workerCount < 1 ? DiskTreeScanner() : DiskTreeScanner(options_.workerCount);
-    FindIndexWalk walk(
-        {.asked = options_,
-         .root = std::move(*root),
-         .workerCount = static_cast<std::size_t>(scanner.workerCount),
-         .standInCount = static_cast<std::size_t>(std::max<std::int64_t>(scanner.standInCount, 0)),
-         .progress = progress});
+    std::set<std::string> skipping = options_.skipping;
+    skipping.insert(options_.excludedPaths.begin(), options_.excludedPaths.end());
+    FindIndexWalk walk({.walk = {.root = std::move(*root),
+                                 .rootPath = options_.rootPath,
+                                 .threadName = "Tidyro name index",
+                                 .workerCount = static_cast<std::size_t>(scanner.workerCount),
+                                 .standInCount = static_cast<std::size_t>(
+                                     std::max<std::int64_t>(scanner.standInCount, 0)),
+                                 .skipping = std::move(skipping),
+                                 .skippingContentsOf = options_.skippingContentsOf},
+                        .marksSystemFolders = options_.marksSystemFolders,
+                        .progress = progress});
     const std::stop_callback cancelling(cancel, [&walk] { walk.cancel(); });
     return walk.run();
 }

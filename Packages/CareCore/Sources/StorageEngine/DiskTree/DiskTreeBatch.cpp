@@ -47,23 +47,22 @@ void DiskTreeBatch::clear() {
     folders_ = logicalTotal_ = allocatedTotal_ = 0;
 }
 
-void DiskTreeBatch::add(const platform::FolderEntry& entry, const EntrySurroundings& surroundings) {
+void DiskTreeBatch::add(const platform::FolderEntry& entry, const Inherited& inherited) {
     const PlaceTree::Branch* places =
-        surroundings.places == nullptr ? nullptr : surroundings.places->child(entry.name);
+        inherited.places == nullptr ? nullptr : inherited.places->child(entry.name);
     if (places != nullptr && places->mark == PlaceTree::Mark::skipped) return;
     if (entry.type == platform::EntryType::folder) {
-        addFolder(entry, surroundings, places);
+        addFolder(entry, inherited, places);
     } else {
-        addFile(entry, surroundings);
+        addFile(entry, inherited);
     }
 }
 
-void DiskTreeBatch::addFolder(const platform::FolderEntry& entry,
-                              const EntrySurroundings& surroundings,
+void DiskTreeBatch::addFolder(const platform::FolderEntry& entry, const Inherited& inherited,
                               const PlaceTree::Branch* places) {
     const auto context =
-        contentKindContext(entry.name, surroundings.context,
-                           surroundings.isStartupDiskRoot && isSystemTopLevelFolder(entry.name));
+        contentKindContext(entry.name, inherited.context,
+                           inherited.isStartupDiskRoot && isSystemTopLevelFolder(entry.name));
     DiskTreeFlags flags = flagsOf(entry.traits, context);
     flags.insert(DiskTreeFlags::directory);
     if (isPackageFolder(entry.name)) flags.insert(DiskTreeFlags::package);
@@ -76,8 +75,8 @@ void DiskTreeBatch::addFolder(const platform::FolderEntry& entry,
     // Listing a folder whose contents are in the cloud would bring them onto the disk.
     const bool isElsewhere =
         flags.contains(DiskTreeFlags::mountPoint) || flags.contains(DiskTreeFlags::dataless);
-    if (surroundings.descends && !contentsSkipped && !isElsewhere) {
-        descents_.push_back({.slot = count(), .context = context, .places = places});
+    if (inherited.mayDescend && !contentsSkipped && !isElsewhere) {
+        descents_.push_back({.slot = static_cast<FolderWalk::Number>(count()), .places = places});
     } else if (!entry.hasFacts && !isElsewhere) {
         undated_.emplace_back(count(), entry.name);
     }
@@ -85,9 +84,8 @@ void DiskTreeBatch::addFolder(const platform::FolderEntry& entry,
     push(entry, context.value_or(ContentKind::other), flags);
 }
 
-void DiskTreeBatch::addFile(const platform::FolderEntry& entry,
-                            const EntrySurroundings& surroundings) {
-    DiskTreeFlags flags = flagsOf(entry.traits, surroundings.context);
+void DiskTreeBatch::addFile(const platform::FolderEntry& entry, const Inherited& inherited) {
+    DiskTreeFlags flags = flagsOf(entry.traits, inherited.context);
     if (entry.type == platform::EntryType::link) flags.insert(DiskTreeFlags::symlink);
     if (entry.linkCount > 1) hardLinks_.push_back({.slot = count(), .key = entry.identity});
     if (entry.cloneFamily != 0) {
@@ -95,8 +93,7 @@ void DiskTreeBatch::addFile(const platform::FolderEntry& entry,
         clones_.push_back({.slot = count(),
                            .key = {.device = entry.identity.device, .inode = entry.cloneFamily}});
     }
-    push(entry, surroundings.context ? *surroundings.context : contentKindForFile(entry.name),
-         flags);
+    push(entry, inherited.context ? *inherited.context : contentKindForFile(entry.name), flags);
     if (flags.contains(DiskTreeFlags::mountPoint)) {
         logical_[count() - 1] = allocated_[count() - 1] = 0; // its bytes lie on another volume
     }

@@ -7,34 +7,27 @@
 #include <vector>
 
 #include "Base/GrowingArray.h"
-#include "FolderWalk/PlaceTree.h"
+#include "FolderWalk/FolderWalk.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeColumns.h"
 #include "StorageEngine/DiskTree/SeenSet.h"
 
 namespace tidyro {
 
-/// What a folder's place tells about the entries in it.
-struct EntrySurroundings {
-    std::optional<ContentKind> context; ///< inherited by all of them
-    bool isStartupDiskRoot = false;
-    bool descends = true;                      ///< false at the walk's maximum depth
-    const PlaceTree::Branch* places = nullptr; ///< places to skip, here or below
-};
-
 /// The entries of one folder, gathered by a thread without the walk's lock, in the columns of the
 /// tree so that taking them over is a handful of block copies.
 class DiskTreeBatch {
   public:
-    /// A folder among the entries that is to be read.
-    struct Descent {
-        std::size_t slot; ///< among this batch's entries
-        std::optional<ContentKind> context;
-        const PlaceTree::Branch* places;
+    /// What entries inherit from their folder.
+    struct Inherited {
+        std::optional<ContentKind> context;        ///< the content kind of all of them
+        bool isStartupDiskRoot = false;            ///< the folder is "/"
+        bool mayDescend = true;                    ///< false at the walk's greatest depth
+        const PlaceTree::Branch* places = nullptr; ///< places to skip, here or below
     };
 
     void clear();
-    void add(const platform::FolderEntry& entry, const EntrySurroundings& surroundings);
+    void add(const platform::FolderEntry& entry, const Inherited& inherited);
 
     /// Looks up the dates of those folders that will not be opened.
     void dateUnreadFolders(const platform::FolderDescriptor& folder);
@@ -52,7 +45,8 @@ class DiskTreeBatch {
     [[nodiscard]] std::uint64_t folders() const { return folders_; }
     [[nodiscard]] std::uint64_t logicalTotal() const { return logicalTotal_; }
     [[nodiscard]] std::uint64_t allocatedTotal() const { return allocatedTotal_; }
-    [[nodiscard]] const std::vector<Descent>& descents() const { return descents_; }
+    /// The folders among the entries that are to be read.
+    [[nodiscard]] const std::vector<FolderWalk::Descent>& descents() const { return descents_; }
 
   private:
     struct Shared {
@@ -60,9 +54,9 @@ class DiskTreeBatch {
         platform::ItemIdentity key;
     };
 
-    void addFolder(const platform::FolderEntry& entry, const EntrySurroundings& surroundings,
+    void addFolder(const platform::FolderEntry& entry, const Inherited& inherited,
                    const PlaceTree::Branch* places);
-    void addFile(const platform::FolderEntry& entry, const EntrySurroundings& surroundings);
+    void addFile(const platform::FolderEntry& entry, const Inherited& inherited);
     void push(const platform::FolderEntry& entry, ContentKind kind, DiskTreeFlags flags);
 
     GrowingArray<char> names_;
@@ -73,7 +67,7 @@ class DiskTreeBatch {
     GrowingArray<std::uint32_t> accessed_;
     GrowingArray<ContentKind> kinds_;
     GrowingArray<DiskTreeFlags> flags_;
-    std::vector<Descent> descents_;
+    std::vector<FolderWalk::Descent> descents_;
     std::vector<Shared> hardLinks_;
     std::vector<Shared> clones_;
     std::vector<std::pair<std::size_t, std::string>> undated_; ///< slot and name

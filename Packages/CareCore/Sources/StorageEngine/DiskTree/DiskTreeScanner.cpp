@@ -53,12 +53,14 @@ DiskTreeScanner::scan(const FileURL& url, const ProgressHandler& progress,
     if (!root) return std::unexpected(Unreadable{url, root.error()});
     DiskTreeWalk walk(
         {.rootURL = url,
-         .root = std::move(*root),
-         .workerCount = static_cast<std::size_t>(std::max<std::int64_t>(workerCount, 1)),
-         .standInCount = static_cast<std::size_t>(std::max<std::int64_t>(standInCount, 0)),
+         .walk = {.root = std::move(*root),
+                  .rootPath = url.path(),
+                  .threadName = "Tidyro disk scan",
+                  .workerCount = static_cast<std::size_t>(std::max<std::int64_t>(workerCount, 1)),
+                  .standInCount = static_cast<std::size_t>(std::max<std::int64_t>(standInCount, 0)),
+                  .skipping = skipping,
+                  .skippingContentsOf = skippingContentsOf},
          .progressInterval = progressInterval,
-         .skipping = skipping,
-         .skippingContentsOf = skippingContentsOf,
          .progressHandler = progress,
          .afterBulkRead = afterBulkRead});
     const std::stop_callback cancelling(cancel, [&walk] { walk.cancel(); });

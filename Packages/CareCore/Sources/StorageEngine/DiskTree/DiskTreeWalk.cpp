@@ -2,44 +2,95 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <utility>
 
 #include "Base/Saturating.h"
-#include "Platform/Mounts/MountPoints.h"
 
 namespace tidyro {
 
-using platform::FolderDescriptor;
+/// Gathers a folder's entries in a batch.
+class DiskTreeWalk::Reader : public FolderWalk::Reader {
+  public:
+    Reader(DiskTreeWalk& tree, const std::atomic<bool>& cancelled)
+        : tree_(tree),
+          lister_({.tellsClones = tree.sharesBlocks_,
+                   .cancelled = &cancelled,
+                   .afterBulkRead = tree.afterBulkRead_}) {}
+
+    void begin(Number folder) override {
+        // A folder's own kind is what its entries inherit. None inherits `other`.
+        const ContentKind kind = tree_.columns_.kind[folder];
+        inherited_.context = kind == ContentKind::other ? std::nullopt : std::optional(kind);
+        inherited_.isStartupDiskRoot = folder == 0 && tree_.rootURL_.path() == "/";
+    }
+
+    SystemError read(const FolderWalk::Visit& visit) override {
+        batch_.clear();
+        inherited_.mayDescend = visit.mayDescend;
+        inherited_.places = visit.places;
+        lister_.begin(visit.folder);
+        while (const platform::FolderEntry* entry = lister_.next()) batch_.add(*entry, inherited_);
+        if (lister_.error().code == 0) batch_.dateUnreadFolders(visit.folder);
+        return lister_.error();
+    }
+
+    std::optional<FolderWalk::Handover>
+    finish(Number folder, FolderWalk::Outcome outcome,
+           const std::optional<platform::FolderFacts>& facts) override {
+        using enum FolderWalk::Outcome;
+        if (facts) {
+            tree_.columns_.modified[folder] = facts->modified;
+            tree_.columns_.accessed[folder] = facts->accessed;
+        }
+        const auto node = static_cast<NodeNumber>(folder);
+        switch (outcome) {
+        case unread: break;
+        case vanished: tree_.vanished_.push_back(node); break;
+        case mountPoint: tree_.columns_.flags[folder].insert(DiskTreeFlags::mountPoint); break;
+        case closed:
+            tree_.columns_.flags[folder].insert(DiskTreeFlags::denied);
+            ++tree_.columns_.deniedCount;
+            ++tree_.progress_.denied;
+            break;
+        case read:
+            if (!tree_.hasRoomFor(batch_)) return std::nullopt;
+            const auto first = static_cast<Number>(tree_.columns_.parent.size());
+            tree_.append(batch_, node);
+            return FolderWalk::Handover{.first = first, .descents = batch_.descents()};
+        }
+        return FolderWalk::Handover{};
+    }
+
+  private:
+    DiskTreeWalk& tree_;
+    platform::FolderLister lister_;
+    DiskTreeBatch::Inherited inherited_;
+    DiskTreeBatch batch_;
+};
 
 DiskTreeWalk::DiskTreeWalk(Options options)
     : rootURL_(std::move(options.rootURL)),
-      reports_(std::move(options.progressHandler), options.progressInterval),
       afterBulkRead_(std::move(options.afterBulkRead)),
-      maximumDepth_(options.maximumDepth),
       startedAt_(Clock::now()),
-      openFolders_(std::move(options.root), platform::openFolderBudget()),
-      threads_({.name = "Tidyro disk scan",
-                .workers = options.workerCount,
-                .standIns = options.standInCount,
-                .work = [this] { work(); }}) {
-    places_.add(platform::mountPointsBelow(openFolders_.folder(0)), PlaceTree::Mark::mountPoint);
-    places_.addBelow(rootURL_.path(), options.skippingContentsOf, PlaceTree::Mark::contentsSkipped);
-    places_.addBelow(rootURL_.path(), options.skipping, PlaceTree::Mark::skipped);
+      sharesBlocks_(platform::sharesBlocks(options.walk.root)),
+      reports_(std::move(options.progressHandler), options.progressInterval),
+      walk_(std::move(options.walk), *this) {
+    appendRoot();
 }
 
 std::expected<DiskTree, DiskTreeScanner::ScanError> DiskTreeWalk::run() {
-    const FolderDescriptor& root = openFolders_.folder(0);
-    if (const auto facts = root.facts()) rootDevice_ = facts->identity.device;
-    tellsClones_ = platform::sharesBlocks(root);
-    appendRoot();
-    threads_.run();
-    return finish();
-}
-
-void DiskTreeWalk::cancel() {
-    const std::lock_guard lock(mutex_);
-    cancelled_ = true;
-    ready_.notify_all();
+    if (const auto read = walk_.run(); !read) {
+        if (read.error().code == ECANCELED) return std::unexpected(CancellationError{});
+        return std::unexpected(DiskTreeScanner::Unreadable{rootURL_, read.error()});
+    }
+    std::ranges::sort(vanished_);
+    removeNodes(columns_, vanished_);
+    totalSubtrees(columns_);
+    columns_.rootURL = rootURL_;
+    columns_.duration = elapsed();
+    columns_.finishedAt = Timestamp::now();
+    return DiskTree(std::move(columns_));
 }
 
 void DiskTreeWalk::appendRoot() {
@@ -60,207 +111,51 @@ void DiskTreeWalk::appendRoot() {
     columns_.accessed.push(0);
     columns_.kind.push(context.value_or(ContentKind::other));
     columns_.flags.push(flags);
-    jobs_.push_back(
-        {.index = 0, .from = 0, .depth = 0, .context = context, .places = places_.top()});
-    openFolders_.retain(0, 1);
 }
 
-void DiskTreeWalk::work() {
-    platform::FolderLister lister(
-        {.tellsClones = tellsClones_, .cancelled = &cancelled_, .afterBulkRead = afterBulkRead_});
-    Reading reading{};
-    WaitWatch watch;
-    std::vector<FolderDescriptor> closing;
-    std::unique_lock lock(mutex_);
-    for (;;) {
-        // Nothing stays open in the hands of one who waits: another may be out of files.
-        if (jobs_.empty()) closing.clear();
-        ready_.wait(lock, [&] { return isWorthWaking(reading); });
-        if (cancelled_ || failure_ || jobs_.empty()) {
-            ready_.notify_all();
-            return;
-        }
-        takeJob(reading);
-        const bool takesOn = threads_.mayTakeOnStandIn();
-        lock.unlock();
-        closing.clear();
-        watch.begin(takesOn);
-        read(reading, lister);
-        const bool hasWaited = watch.hasWaited();
-        lock.lock();
-        commit(reading, closing);
-        const bool isWorthIt = !cancelled_ && !failure_ && !jobs_.empty();
-        if (hasWaited && isWorthIt) threads_.takeOnStandIn();
-        if (reports_.isDue()) {
-            closing.clear();
-            reports_.report(lock, [&] { return progressAt(reading.job.index); });
-        }
-    }
+std::unique_ptr<FolderWalk::Reader> DiskTreeWalk::makeReader(const std::atomic<bool>& cancelled) {
+    return std::make_unique<Reader>(*this, cancelled);
 }
 
-/// Whether a worker has something to do, or everything is done.
-bool DiskTreeWalk::isWorthWaking(const Reading& last) const {
-    if (cancelled_ || failure_) return true;
-    return jobs_.empty() ? !turns_.isAnyoneReading() : turns_.mayBegin(last.turn);
+DiskTreeWalk::Number DiskTreeWalk::parent(Number folder) const {
+    return static_cast<Number>(columns_.parent[folder]);
 }
 
-void DiskTreeWalk::takeJob(Reading& reading) {
-    reading.job = jobs_.back();
-    jobs_.pop_back();
-    turns_.begin(reading.turn);
-    reading.from = &openFolders_.folder(reading.job.from);
-    reading.route.clear();
-    const auto from = static_cast<NodeNumber>(openFolders_.number(reading.job.from));
-    for (NodeNumber node = reading.job.index; node != from;
-         node = columns_.parent[static_cast<std::size_t>(node)]) {
-        reading.route.addAbove(nameSoFar(node));
-    }
+std::string_view DiskTreeWalk::name(Number folder) const {
+    return {columns_.nameBytes.data() + columns_.nameStart[folder], columns_.nameLength[folder]};
 }
 
-void DiskTreeWalk::read(Reading& reading, platform::FolderLister& lister) {
-    reading.batch.clear();
-    reading.facts.reset();
-    reading.outcome = Outcome::read;
-    open(reading);
-    if (reading.outcome != Outcome::read) return;
-
-    const EntrySurroundings surroundings{.context = reading.job.context,
-                                         .isStartupDiskRoot =
-                                             reading.job.index == 0 && rootURL_.path() == "/",
-                                         .descends = reading.job.depth < maximumDepth_,
-                                         .places = reading.job.places};
-    const FolderDescriptor& folder = reading.folder.isOpen() ? reading.folder : *reading.from;
-    lister.begin(folder);
-    while (const platform::FolderEntry* entry = lister.next()) {
-        reading.batch.add(*entry, surroundings);
-    }
-    if (lister.error().code != 0) return close(reading, Outcome::denied, lister.error());
-    reading.batch.dateUnreadFolders(folder);
+bool DiskTreeWalk::hasRoomFor(const DiskTreeBatch& batch) const {
+    constexpr std::size_t maxNodes = std::numeric_limits<NodeNumber>::max();
+    constexpr std::size_t maxNameBytes = std::numeric_limits<std::uint32_t>::max();
+    return batch.count() <= maxNodes - columns_.parent.size() &&
+           batch.nameByteCount() <= maxNameBytes - columns_.nameBytes.size();
 }
 
-/// The root's route is empty: it is read through the descriptor it came with.
-void DiskTreeWalk::open(Reading& reading) {
-    auto arrival = reading.route.follow(*reading.from, rootDevice_);
-    reading.facts = arrival.facts;
-    reading.folder = std::move(arrival.folder);
-    if (arrival.isElsewhere) {
-        close(reading, Outcome::mountPoint, {0});
-    } else if (arrival.error.code != 0) {
-        close(reading, Outcome::denied, arrival.error);
-    }
+void DiskTreeWalk::append(DiskTreeBatch& batch, NodeNumber folder) {
+    batch.settleShared(seenHardLinks_, seenClones_);
+    progress_.items += batch.count();
+    progress_.folders += batch.folders();
+    progress_.logicalBytes = saturatingAdd(progress_.logicalBytes, batch.logicalTotal());
+    progress_.allocatedBytes = saturatingAdd(progress_.allocatedBytes, batch.allocatedTotal());
+    const auto node = static_cast<std::size_t>(folder);
+    columns_.childStart[node] = static_cast<NodeNumber>(columns_.parent.size());
+    columns_.childCount[node] = static_cast<std::int32_t>(batch.count());
+    batch.moveInto(columns_, folder);
 }
 
-/// Ends the reading of a folder without its contents.
-void DiskTreeWalk::close(Reading& reading, Outcome outcome, SystemError error) {
-    reading.folder = {};
-    reading.batch.clear();
-    reading.error = error;
-    if (error.code == ECANCELED) outcome = Outcome::unread;
-    if (error.code == EMFILE || error.code == ENFILE) outcome = Outcome::postponed;
-    if (outcome == Outcome::denied && reading.job.index != 0 && platform::meansVanished(error)) {
-        outcome = Outcome::vanished;
-    }
-    reading.outcome = outcome;
+void DiskTreeWalk::report(std::unique_lock<std::mutex>& lock, Number folder) {
+    reports_.report(lock, [&] {
+        DiskTreeScanner::Progress progress = progress_;
+        progress.currentPath = pathSoFar(folder);
+        progress.elapsed = elapsed();
+        return progress;
+    });
 }
 
-void DiskTreeWalk::commit(Reading& reading, std::vector<FolderDescriptor>& closing) {
-    const auto node = static_cast<std::size_t>(reading.job.index);
-    if (reading.facts) {
-        columns_.modified[node] = reading.facts->modified;
-        columns_.accessed[node] = reading.facts->accessed;
-    }
-    switch (reading.outcome) {
-    case Outcome::unread: break;
-    case Outcome::postponed:
-        if (!turns_.postpone(reading.turn)) return fail(reading.error);
-        jobs_.insert(jobs_.begin(), reading.job);
-        return;
-    case Outcome::vanished: vanished_.push_back(reading.job.index); break;
-    case Outcome::mountPoint: columns_.flags[node].insert(DiskTreeFlags::mountPoint); break;
-    case Outcome::denied:
-        if (reading.job.index == 0) return fail(reading.error);
-        columns_.flags[node].insert(DiskTreeFlags::denied);
-        ++columns_.deniedCount;
-        ++progress_.denied;
-        break;
-    case Outcome::read: {
-        if (!fits(reading.batch)) return fail({EOVERFLOW});
-        reading.batch.settleShared(seenHardLinks_, seenClones_);
-        progress_.items += reading.batch.count();
-        progress_.folders += reading.batch.folders();
-        progress_.logicalBytes =
-            saturatingAdd(progress_.logicalBytes, reading.batch.logicalTotal());
-        progress_.allocatedBytes =
-            saturatingAdd(progress_.allocatedBytes, reading.batch.allocatedTotal());
-        const auto firstChild = static_cast<NodeNumber>(columns_.parent.size());
-        columns_.childStart[node] = firstChild;
-        columns_.childCount[node] = static_cast<std::int32_t>(reading.batch.count());
-        reading.batch.moveInto(columns_, reading.job.index);
-        pushDescents(reading, firstChild);
-        break;
-    }
-    }
-    turns_.finish();
-    closing.push_back(std::move(reading.folder));
-    closing.push_back(openFolders_.release(reading.job.from));
-    const bool isLast = jobs_.empty() && !turns_.isAnyoneReading();
-    if (isLast || turns_.hasAnyonePostponed()) ready_.notify_all();
-}
-
-void DiskTreeWalk::pushDescents(Reading& reading, NodeNumber firstChild) {
-    const auto& descents = reading.batch.descents();
-    if (descents.empty()) return;
-    const auto waiting = static_cast<std::uint32_t>(descents.size());
-    OpenFolders::Slot from = reading.job.from;
-    if (reading.folder.isOpen() && openFolders_.hasRoom()) {
-        from = openFolders_.hold(std::move(reading.folder),
-                                 static_cast<OpenFolders::Number>(reading.job.index), waiting);
-    } else {
-        openFolders_.retain(from, waiting);
-    }
-    for (const DiskTreeBatch::Descent& descent : descents) {
-        jobs_.push_back({.index = firstChild + static_cast<NodeNumber>(descent.slot),
-                         .from = from,
-                         .depth = reading.job.depth + 1,
-                         .context = descent.context,
-                         .places = descent.places});
-    }
-    // This worker takes one itself.
-    for (std::size_t i = 1; i < std::min<std::size_t>(waiting, threads_.count()); ++i) {
-        ready_.notify_one();
-    }
-}
-
-bool DiskTreeWalk::fits(const DiskTreeBatch& batch) const {
-    constexpr std::size_t mostNodes = std::numeric_limits<NodeNumber>::max();
-    constexpr std::size_t mostNameBytes = std::numeric_limits<std::uint32_t>::max();
-    return batch.count() <= mostNodes - columns_.parent.size() &&
-           batch.nameByteCount() <= mostNameBytes - columns_.nameBytes.size();
-}
-
-/// Ends the walk: its root cannot be read, or the tree outgrew what node numbers can count.
-void DiskTreeWalk::fail(SystemError error) {
-    if (!failure_) failure_ = error;
-    ready_.notify_all();
-}
-
-DiskTreeScanner::Progress DiskTreeWalk::progressAt(NodeNumber folder) const {
-    DiskTreeScanner::Progress progress = progress_;
-    progress.currentPath = pathSoFar(folder);
-    progress.elapsed = elapsed();
-    return progress;
-}
-
-std::string_view DiskTreeWalk::nameSoFar(NodeNumber node) const {
-    const auto i = static_cast<std::size_t>(node);
-    return {columns_.nameBytes.data() + columns_.nameStart[i], columns_.nameLength[i]};
-}
-
-std::string DiskTreeWalk::pathSoFar(NodeNumber node) const {
+std::string DiskTreeWalk::pathSoFar(Number folder) const {
     std::vector<std::string_view> names;
-    for (; node > 0; node = columns_.parent[static_cast<std::size_t>(node)]) {
-        names.push_back(nameSoFar(node));
-    }
+    for (; folder != 0; folder = parent(folder)) names.push_back(name(folder));
     std::string path = rootURL_.path();
     for (auto name = names.rbegin(); name != names.rend(); ++name) {
         if (!path.ends_with('/')) path += '/';
@@ -271,18 +166,6 @@ std::string DiskTreeWalk::pathSoFar(NodeNumber node) const {
 
 double DiskTreeWalk::elapsed() const {
     return std::chrono::duration<double>(Clock::now() - startedAt_).count();
-}
-
-std::expected<DiskTree, DiskTreeScanner::ScanError> DiskTreeWalk::finish() {
-    if (cancelled_) return std::unexpected(CancellationError{});
-    if (failure_) return std::unexpected(DiskTreeScanner::Unreadable{rootURL_, *failure_});
-    std::ranges::sort(vanished_);
-    removeNodes(columns_, vanished_);
-    totalSubtrees(columns_);
-    columns_.rootURL = rootURL_;
-    columns_.duration = elapsed();
-    columns_.finishedAt = Timestamp::now();
-    return DiskTree(std::move(columns_));
 }
 
 } // namespace tidyro

@@ -95,13 +95,18 @@ std::set<std::string> pathsOf(const FindIndexStorage& storage) {
     return paths;
 }
 
+FolderWalk::Options walkOf(const std::string& path, std::size_t workers) {
+    return {.root = *platform::FolderDescriptor::openRoot(path),
+            .rootPath = path,
+            .threadName = "test",
+            .workerCount = workers};
+}
+
 /// A walk whose readings a test takes part in.
 std::expected<FindIndexStorage, FindIndexBuilder::Error>
 walked(const std::string& path, std::size_t workers, std::function<void()> afterBulkRead,
        FindIndexBuilder::ProgressHandler progress = nullptr) {
-    FindIndexWalk walk({.asked = {.rootPath = path},
-                        .root = *platform::FolderDescriptor::openRoot(path),
-                        .workerCount = workers,
+    FindIndexWalk walk({.walk = walkOf(path, workers),
                         .progressInterval = 0,
                         .progress = std::move(progress),
                         .afterBulkRead = std::move(afterBulkRead)});
@@ -274,12 +279,11 @@ TEST(FindIndexBuilder, LeavesOutWhatItIsToldTo) {
     const TemporaryFolder place;
     for (const char* name : {"a/x/1", "a/xy/2", "b/x/3", "b/deep/er/4", "c/5"}) place.file(name);
     std::vector<FindIndexBuilder::Progress> reports;
-    FindIndexWalk walk({.asked = {.rootPath = place.path(),
-                                  .excludedPaths = {place / "a/x", place / "missing", place / "a/"},
-                                  .skipping = {place / "b/deep/er/4", "/elsewhere"},
-                                  .skippingContentsOf = {place / "b/x/"}},
-                        .root = *platform::FolderDescriptor::openRoot(place.path()),
-                        .workerCount = 1,
+    auto options = walkOf(place.path(), 1);
+    options.skipping = {place / "a/x", place / "missing", place / "a/", place / "b/deep/er/4",
+                        "/elsewhere"};
+    options.skippingContentsOf = {place / "b/x/"};
+    FindIndexWalk walk({.walk = std::move(options),
                         .progressInterval = 0,
                         .progress = [&](const auto& progress) { reports.push_back(progress); }});
     const auto storage = walk.run();
@@ -293,6 +297,12 @@ TEST(FindIndexBuilder, LeavesOutWhatItIsToldTo) {
     EXPECT_EQ(reports.back().folders, 5);
     EXPECT_EQ(reports.back().skipped, 3) << "a, b/deep/er/4 and the contents of b/x";
     EXPECT_EQ(reports.front().currentPath, place.path());
+
+    const auto built =
+        FindIndexBuilder(
+            {.rootPath = place.path(), .excludedPaths = {place / "a/"}, .skipping = {place / "b"}})
+            .run();
+    EXPECT_THAT(pathsOf(*built), ElementsAre("/c", "/c/5"));
 }
 
 TEST(FindIndexBuilder, NeverReportsLessThanBeforeAndAllAtTheEnd) {
@@ -337,10 +347,7 @@ TEST(FindIndexBuilder, EndsSoonWhenItIsCancelled) {
     for (int i = 0; i < 200; ++i) place.file(fmt::format("{}/file", i));
     std::atomic<int> reads = 0;
     FindIndexWalk* running = nullptr;
-    FindIndexWalk walk({.asked = {.rootPath = place.path()},
-                        .root = *platform::FolderDescriptor::openRoot(place.path()),
-                        .workerCount = 4,
-                        .afterBulkRead = [&] {
+    FindIndexWalk walk({.walk = walkOf(place.path(), 4), .afterBulkRead = [&] {
                             if (++reads == 20) running->cancel();
                         }});
     running = &walk;
