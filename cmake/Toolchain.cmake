@@ -18,6 +18,7 @@ find_package(Threads REQUIRED)
 
 # Every target links this one; it carries no code.
 add_library(TidyroFlags INTERFACE)
+add_library(Tidyro::Flags ALIAS TidyroFlags)
 target_link_libraries(TidyroFlags INTERFACE Threads::Threads)
 target_compile_options(TidyroFlags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
