@@ -41,7 +41,11 @@ endfunction()
 #
 #   tidyro_tests(DiskTreeTests FOLDER StorageEngine/DiskTree USES DiskTree THREADS)
 #
-# THREADS: they are worth running under the thread sanitizer.
+# THREADS: they are worth running under the thread sanitizer; its preset builds only ThreadTests,
+# which are these.
+if(TIDYRO_TESTS)
+  add_custom_target(ThreadTests)
+endif()
 function(tidyro_tests name)
   cmake_parse_arguments(TESTS "THREADS" "FOLDER" "SUBFOLDERS;USES" ${ARGN})
   if(NOT TIDYRO_TESTS)
@@ -55,6 +59,7 @@ function(tidyro_tests name)
     GTest::gtest_main)
   include(GoogleTest)
   if(TESTS_THREADS)
+    add_dependencies(ThreadTests ${name})
     set(labels LABELS threads)
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 600 ${labels})
