@@ -4,7 +4,9 @@
 #   tidyro_room(DiskTree
 #     FOLDER StorageEngine/DiskTree      # below this list file's Sources; its own .cpp files only
 #     INCLUDES Base Platform             # rooms that stand below it: nothing else links
-#     LIBRARIES utf8proc)                # from outside
+#     LIBRARIES utf8proc::utf8proc)      # from outside
+#
+# Its target is Tidyro::DiskTree to all who link it.
 #
 # A room's sources are the .cpp files in its folder, and in those of its folders that SUBFOLDERS
 # names: any other folder below is another room, or another system's body.
@@ -27,8 +29,10 @@ function(tidyro_room name)
   tidyro_sources(sources ${folder} ${ROOM_SUBFOLDERS})
   list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")  # an executable of its own
   add_library(${name} STATIC ${sources})
+  add_library(Tidyro::${name} ALIAS ${name})
   target_include_directories(${name} PUBLIC ${TIDYRO_SOURCES})
-  target_link_libraries(${name} PUBLIC TidyroFlags ${ROOM_INCLUDES} ${ROOM_LIBRARIES})
+  list(TRANSFORM ROOM_INCLUDES PREPEND Tidyro:: OUTPUT_VARIABLE rooms)
+  target_link_libraries(${name} PUBLIC Tidyro::Flags ${rooms} ${ROOM_LIBRARIES})
   list(JOIN ROOM_INCLUDES "|" includes)
   file(APPEND ${TIDYRO_ROOMS} "${name}|${TIDYRO_SOURCES}|${ROOM_FOLDER}|${includes}\n")
 endfunction()
@@ -37,7 +41,11 @@ endfunction()
 #
 #   tidyro_tests(DiskTreeTests FOLDER StorageEngine/DiskTree USES DiskTree THREADS)
 #
-# THREADS: they are worth running under the thread sanitizer.
+# THREADS: they are worth running under the thread sanitizer; its preset builds only ThreadTests,
+# which are these.
+if(TIDYRO_TESTS)
+  add_custom_target(ThreadTests)
+endif()
 function(tidyro_tests name)
   cmake_parse_arguments(TESTS "THREADS" "FOLDER" "SUBFOLDERS;USES" ${ARGN})
   if(NOT TIDYRO_TESTS)
@@ -46,10 +54,12 @@ function(tidyro_tests name)
   tidyro_sources(sources ${TIDYRO_TEST_SOURCES}/${TESTS_FOLDER} ${TESTS_SUBFOLDERS})
   add_executable(${name} ${sources})
   target_include_directories(${name} PRIVATE ${TIDYRO_TEST_SOURCES})
-  target_link_libraries(${name} PRIVATE TidyroFlags ${TESTS_USES} TestSupport GTest::gmock
+  list(TRANSFORM TESTS_USES PREPEND Tidyro::)
+  target_link_libraries(${name} PRIVATE Tidyro::Flags ${TESTS_USES} Tidyro::TestSupport GTest::gmock
     GTest::gtest_main)
   include(GoogleTest)
   if(TESTS_THREADS)
+    add_dependencies(ThreadTests ${name})
     set(labels LABELS threads)
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 600 ${labels})

@@ -8,7 +8,7 @@ cmake --build --preset release >/dev/null
 # median FILE COLUMN
 median() { sort -n -k "$2,$2" "$1" | awk -v c="$2" '{ v[NR] = $c } END { print v[int((NR + 1) / 2)] }'; }
 
-# rounds TABLE RUNS BEFORE COMMAND...: runs each command once a round, so that a machine that slows
+# rounds RUNS BEFORE COMMAND...: runs each command once a round, so that a machine that slows
 # down slows all of them, and prints a row each with its ratio to the first. BEFORE is a command
 # that runs before each run, or "true". A command is one string, split at blanks.
 rounds() {

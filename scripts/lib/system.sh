@@ -47,10 +47,12 @@ install_homebrew() {
     brew install --quiet "${missing[@]}"
 }
 
-# configure PRESET [OPTION...]: once; from then on the build looks after itself.
+# configure PRESET [OPTION...]: once; from then on the build looks after itself. A warning fails the
+# gate, and nobody else's build.
 configure() {
     local preset=$1
     shift
+    [ "${CI:-}" != true ] || set -- -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "$@"
     [ -f "build/$preset/build.ninja" ] && [ $# -eq 0 ] && return 0
     mkdir -p build
     local log="build/configure-$preset.log"

@@ -18,7 +18,6 @@ using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 using testing::TemporaryFolder;
 using Subject = ScanDiagnostics::Subject;
-using Request = ScanDiagnostics::Request;
 
 TEST(ScanDiagnostics, ReadsItsSwitches) {
     const auto parsed = [](std::vector<std::string> arguments) {
@@ -44,7 +43,8 @@ TEST(ScanDiagnostics, ReadsItsSwitches) {
 }
 
 /// The lines of a run, which ends with this status.
-std::vector<std::string> ran(int status, const Request& request, const std::string& indexFile = "",
+std::vector<std::string> ran(int status, const ScanDiagnostics::Request& request,
+                             const std::string& indexFile = "",
                              std::deque<std::string> queries = {}) {
     std::vector<std::string> lines;
     EXPECT_EQ(ScanDiagnostics::run(
@@ -66,7 +66,7 @@ TEST(ScanDiagnostics, KeepsAnIndexAndAnswersFromIt) {
     place.file("tree/readme");
     place.file("other/readme");
     const std::string file = place / "kept/index";
-    const Request tree{.subject = Subject::find, .folder = place / "tree"};
+    const ScanDiagnostics::Request tree{.subject = Subject::find, .folder = place / "tree"};
     const auto answer = [&](const char* count) {
         return MatchesRegex(std::string("\"readme\": ") + count + " in [0-9]+\\.[0-9]{3} ms\n");
     };

@@ -12,13 +12,13 @@ namespace tidyro {
 
 namespace {
 
-struct Decoded {
+struct CodePoint {
     char32_t codePoint;
     std::size_t length; ///< bytes taken, at least 1
     bool isValid;
 };
 
-Decoded decodeNext(std::string_view bytes) {
+CodePoint decodeNext(std::string_view bytes) {
     utf8proc_int32_t codePoint = -1;
     const auto length = utf8proc_iterate(
         // utf8proc names bytes by an unsigned type of its own.
@@ -88,7 +88,7 @@ std::string utf8Text(char32_t codePoint) {
 }
 
 std::size_t characterLength(std::string_view bytes) {
-    const Decoded next = decodeNext(bytes);
+    const CodePoint next = decodeNext(bytes);
     return next.isValid ? next.length : invalidLength(bytes);
 }
 
@@ -97,7 +97,7 @@ std::string repairedUTF8(std::string_view bytes) {
     std::string text;
     text.reserve(bytes.size());
     while (!bytes.empty()) {
-        const Decoded next = decodeNext(bytes);
+        const CodePoint next = decodeNext(bytes);
         const std::size_t length = next.isValid ? next.length : invalidLength(bytes);
         text += next.isValid ? bytes.substr(0, length) : "\xEF\xBF\xBD";
         bytes.remove_prefix(length);
@@ -117,7 +117,7 @@ std::string lowercased(std::string_view bytes) {
     const std::string repaired = repairedUTF8(bytes);
     std::string_view rest = repaired;
     while (!rest.empty()) {
-        const Decoded next = decodeNext(rest);
+        const CodePoint next = decodeNext(rest);
         text += utf8Text(
             static_cast<char32_t>(utf8proc_tolower(static_cast<utf8proc_int32_t>(next.codePoint))));
         rest.remove_prefix(next.length);
@@ -213,7 +213,7 @@ std::string terminalSafe(std::string_view bytes) {
     std::string text;
     text.reserve(bytes.size());
     while (!bytes.empty()) {
-        const Decoded next = decodeNext(bytes);
+        const CodePoint next = decodeNext(bytes);
         if (!next.isValid) {
             text += fmt::format("\\x{:02X}", static_cast<unsigned char>(bytes.front()));
         } else if (mayDriveATerminal(next.codePoint)) {

@@ -17,7 +17,7 @@ namespace {
 using namespace std::string_literals;
 using Counts = std::vector<std::pair<std::uint64_t, std::string_view>>;
 
-constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t largestCount = std::numeric_limits<std::uint64_t>::max();
 
 const LocaleText english{LocaleText::Rules{}};
 const LocaleText german{{.decimalPoint = ",", .groupSeparator = "."}};
@@ -39,7 +39,7 @@ TEST(RoomText, WritesSizesInDecimalUnits) {
                                             {23'420'000'000, "23.42 GB"},
                                             {999'995'000'000, "1 TB"},
                                             {2'050'000'000'000'000, "2.05 PB"},
-                                            {largest, "18.45 EB"}}) {
+                                            {largestCount, "18.45 EB"}}) {
         EXPECT_EQ(RoomText::bytes(count, english), text) << count;
     }
     EXPECT_EQ(RoomText::bytes(23'420'000'000, german), "23,42 GB");
@@ -54,7 +54,7 @@ TEST(LocaleText, GroupsAsItsRulesSay) {
     const LocaleText narrow{{.groupSeparator = "\u202F"}};
     EXPECT_EQ(english.count(999), "999");
     EXPECT_EQ(english.count(1'000), "1,000");
-    EXPECT_EQ(english.count(largest), "18,446,744,073,709,551,615");
+    EXPECT_EQ(english.count(largestCount), "18,446,744,073,709,551,615");
     EXPECT_EQ(indian.count(100'000), "1,00,000");
     EXPECT_EQ(indian.count(12'345'678), "1,23,45,678");
     EXPECT_EQ(once.count(1'234'567), "1234,567");

@@ -4,9 +4,9 @@
 
 namespace tidyro {
 
-using Entry = FindIndexStorage::Entry;
-
 namespace {
+
+using Entry = FindIndexStorage::Entry;
 
 /// Copies what stands behind a column's first `own` elements. A column that one huge folder blew
 /// up goes back to the system at once: two full sets of columns must not stand side by side.

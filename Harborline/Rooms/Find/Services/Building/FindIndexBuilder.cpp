@@ -15,7 +15,7 @@ namespace tidyro {
 
 namespace {
 
-struct Describe {
+struct DescribeBuildError {
     std::string operator()(FindIndexBuilder::NotADirectory /*error*/) const {
         return "This is not a folder.";
     }
@@ -33,7 +33,7 @@ struct Describe {
 } // namespace
 
 std::string FindIndexBuilder::description(const Error& error) {
-    return std::visit(Describe{}, error);
+    return std::visit(DescribeBuildError{}, error);
 }
 
 std::expected<FindIndexStorage, FindIndexBuilder::Error>

@@ -8,7 +8,7 @@ namespace tidyro {
 
 namespace {
 
-using Kind = FindQueryToken::Kind;
+using TokenKind = FindQueryToken::Kind;
 
 constexpr std::size_t deepestBracket = 64;
 
@@ -64,13 +64,13 @@ class Tokenizer {
         while (skipBlanks(), !rest_.empty()) {
             const char byte = rest_.front();
             if (byte == '(') {
-                take(Kind::open);
+                take(TokenKind::open);
                 ++open_;
             } else if (byte == ')') {
-                take(Kind::close);
+                take(TokenKind::close);
                 if (open_ > 0) --open_;
             } else if (byte == '|') {
-                take(Kind::either);
+                take(TokenKind::either);
             } else {
                 readSignsAndWord();
             }
@@ -86,7 +86,7 @@ class Tokenizer {
         while (const std::size_t length = blankLength(rest_)) rest_.remove_prefix(length);
     }
 
-    void take(Kind kind) {
+    void take(TokenKind kind) {
         result_.tokens.push_back({.kind = kind, .text = std::string(1, rest_.front())});
         rest_.remove_prefix(1);
     }
@@ -102,7 +102,7 @@ class Tokenizer {
         if (!standsAlone) {
             if (isDenied) {
                 result_.tokens.push_back(
-                    {.kind = Kind::denial, .text = std::string(1, rest_.front())});
+                    {.kind = TokenKind::denial, .text = std::string(1, rest_.front())});
             }
             rest_ = behind;
             if (rest_.front() == '(') return;
@@ -114,7 +114,7 @@ class Tokenizer {
     }
 
     void readWord() {
-        FindQueryToken word{.kind = Kind::word};
+        FindQueryToken word{.kind = TokenKind::word};
         bool isQuoted = false;
         bool hasQuotes = false;
         bool mayOpenExpression = true;
@@ -149,11 +149,11 @@ class Tokenizer {
         result_.tokens.push_back(std::move(word));
     }
 
-    static Kind kindOf(std::string_view text) {
-        return text == "OR"    ? Kind::either
-               : text == "AND" ? Kind::both
-               : text == "NOT" ? Kind::denial
-                               : Kind::word;
+    static TokenKind kindOf(std::string_view text) {
+        return text == "OR"    ? TokenKind::either
+               : text == "AND" ? TokenKind::both
+               : text == "NOT" ? TokenKind::denial
+                               : TokenKind::word;
     }
 
     std::string_view rest_;
@@ -168,13 +168,13 @@ void balanceBrackets(FindQueryTokens& query) {
     std::size_t depth = 0;
     for (FindQueryToken& token : query.tokens) {
         bool keeps = true;
-        if (token.kind == Kind::open) {
+        if (token.kind == TokenKind::open) {
             keeps = ++depth <= deepestBracket;
             if (!keeps) {
                 note(query,
                      "The brackets are too deep in one another; the inner ones were passed over.");
             }
-        } else if (token.kind == Kind::close) {
+        } else if (token.kind == TokenKind::close) {
             keeps = depth > 0 && depth <= deepestBracket;
             if (depth == 0) {
                 note(query, "A bracket is closed that was not opened; it was passed over.");
@@ -186,7 +186,7 @@ void balanceBrackets(FindQueryTokens& query) {
     }
     if (depth > 0) note(query, "A bracket is not closed; it was closed at the end.");
     for (; depth > 0; --depth) {
-        if (depth <= deepestBracket) kept.push_back({.kind = Kind::close, .text = ")"});
+        if (depth <= deepestBracket) kept.push_back({.kind = TokenKind::close, .text = ")"});
     }
     query.tokens = std::move(kept);
 }
@@ -202,18 +202,20 @@ void settleOperators(FindQueryTokens& query) {
     kept.reserve(query.tokens.size());
     for (std::size_t i = 0; i < query.tokens.size(); ++i) {
         FindQueryToken& token = query.tokens[i];
-        const Kind before = kept.empty() ? Kind::open : kept.back().kind;
-        const Kind after = i + 1 < query.tokens.size() ? query.tokens[i + 1].kind : Kind::close;
-        const bool isJoiner = token.kind == Kind::both || token.kind == Kind::either;
-        const bool fits = (!isJoiner || before == Kind::word || before == Kind::close) &&
-                          (after == Kind::word || after == Kind::open || after == Kind::denial);
-        if ((isJoiner || token.kind == Kind::denial) && !fits) {
+        const TokenKind before = kept.empty() ? TokenKind::open : kept.back().kind;
+        const TokenKind after =
+            i + 1 < query.tokens.size() ? query.tokens[i + 1].kind : TokenKind::close;
+        const bool isJoiner = token.kind == TokenKind::both || token.kind == TokenKind::either;
+        const bool fits =
+            (!isJoiner || before == TokenKind::word || before == TokenKind::close) &&
+            (after == TokenKind::word || after == TokenKind::open || after == TokenKind::denial);
+        if ((isJoiner || token.kind == TokenKind::denial) && !fits) {
             if (token.unquoted == 0) {
                 note(query, unjoined(token) + "passed over.");
                 continue;
             }
             note(query, unjoined(token) + "taken for a word.");
-            token.kind = Kind::word;
+            token.kind = TokenKind::word;
         }
         kept.push_back(std::move(token));
     }

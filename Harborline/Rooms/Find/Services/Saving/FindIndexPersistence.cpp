@@ -17,7 +17,7 @@ namespace {
 
 using Error = FindIndexPersistenceError;
 
-struct Describe {
+struct DescribePersistenceError {
     std::string operator()(const Error::UnsupportedVersion& found) const {
         return fmt::format("The index is of version {}, which this program does not know.",
                            found.version);
@@ -131,7 +131,9 @@ std::expected<void, SystemError> save(const FindIndexStorage& storage,
 
 } // namespace
 
-std::string FindIndexPersistenceError::description() const { return std::visit(Describe{}, kind); }
+std::string FindIndexPersistenceError::description() const {
+    return std::visit(DescribePersistenceError{}, kind);
+}
 
 FileURL FindIndexPersistence::defaultURL() {
     return platform::applicationSupportFolder().appending("Harborline/Find/name-index-v1.bin");

@@ -15,7 +15,7 @@ using enum DiskGroup;
 
 constexpr double tenMinutes = 600;
 constexpr double hour = 3'600;
-constexpr double day = 86'400;
+constexpr double aDay = 86'400;
 
 /// The Finder's own files, in any folder.
 constexpr std::array<std::string_view, 2> finderFiles{".DS_Store", ".localized"};
@@ -42,15 +42,15 @@ constexpr std::array<KnownPlace, 34> knownPlaces{{
     {"derived-data", "Library/Developer/Xcode/DerivedData", eachChild, appleDeveloper, hour,
      compilationCache},
     {"ios-device-support", "Library/Developer/Xcode/iOS DeviceSupport", eachChild, appleDeveloper,
-     day},
+     aDay},
     {"watchos-device-support", "Library/Developer/Xcode/watchOS DeviceSupport", eachChild,
-     appleDeveloper, day},
+     appleDeveloper, aDay},
     {"tvos-device-support", "Library/Developer/Xcode/tvOS DeviceSupport", eachChild, appleDeveloper,
-     day},
+     aDay},
     {"simulator-caches", "Library/Developer/CoreSimulator/Caches", wholePlace, appleDeveloper,
      hour},
-    {"simulator-devices", "Library/Developer/CoreSimulator/Devices", eachChild, appleDeveloper, day,
-     deviceSet},
+    {"simulator-devices", "Library/Developer/CoreSimulator/Devices", eachChild, appleDeveloper,
+     aDay, deviceSet},
     {"npm-cache", ".npm/_cacache", wholePlace, packageCaches, tenMinutes},
     {"npx-cache", ".npm/_npx", wholePlace, packageCaches, tenMinutes},
     {"yarn-cache", "Library/Caches/Yarn", wholePlace, packageCaches, tenMinutes},

@@ -217,10 +217,10 @@ TEST(LocalRuntimeSafetyContextProvider, SeesTheRunningSystem) {
     const TemporaryFolder place;
     place.file("home/.npm/_cacache/held", "x");
     place.file("home/.npm/_cacache/free", "x");
-    const FileURL home = FileURL::folder(place / "home");
+    const FileURL personsHome = FileURL::folder(place / "home");
     std::FILE* held = std::fopen((place / "home/.npm/_cacache/held").c_str(), "re");
     ASSERT_NE(held, nullptr);
-    const auto context = LocalRuntimeSafetyContextProvider(home).context();
+    const auto context = LocalRuntimeSafetyContextProvider(personsHome).context();
     std::fclose(held);
     ASSERT_NE(context, nullptr);
     EXPECT_TRUE(context->facts().openByProcessPaths.contains(place / "home/.npm/_cacache/held"));
@@ -228,7 +228,8 @@ TEST(LocalRuntimeSafetyContextProvider, SeesTheRunningSystem) {
 
     const auto told = testing::inMountNamespace([&]() -> std::string {
         if (!testing::runQuietly("mount -t tmpfs none /proc")) return "cannot mount";
-        return LocalRuntimeSafetyContextProvider(home).context() == nullptr ? "none" : "a guess";
+        return LocalRuntimeSafetyContextProvider(personsHome).context() == nullptr ? "none"
+                                                                                   : "a guess";
     });
     EXPECT_TRUE(!told || *told == "none" || *told == "cannot mount") << *told;
 }

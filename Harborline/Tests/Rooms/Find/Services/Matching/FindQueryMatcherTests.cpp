@@ -31,7 +31,7 @@ std::string found(const FindIndexStorage& storage, std::string_view query, Times
     return names;
 }
 
-struct Expected {
+struct ExpectedMatches {
     std::string_view query;
     std::string_view found;
 };
@@ -49,7 +49,7 @@ TEST(FindQueryMatcher, LooksForTextInEveryScript) {
                                               {"\U0001F389 party.gif"},
                                               {"\u0301"},
                                               {"bad\xFFname.txt"}});
-    const Expected table[] = {
+    const ExpectedMatches table[] = {
         {"REPORT ann", "Annual Report.pdf | annual-report_draft.docx"},
         {"\"report annual\"", ""},
         {"report -draft", "Annual Report.pdf"},
@@ -100,26 +100,26 @@ TEST(FindQueryMatcher, LooksForTextInEveryScript) {
     EXPECT_EQ(found(others, "word:new -word:ne"), found(others, ""));
 }
 
-const std::vector<Item> tree{{"docs/"},
-                             {"src/"},
-                             {".config/"},
-                             {"usr/"},
-                             {"Mail.app/"},
-                             {"docs/a.tar.gz", 5'000'000'000, 2'000'000'000},
-                             {"docs/empty.txt", 0},
-                             {"docs/hollow/"},
-                             {"docs/src/"},
-                             {"src/Lib/"},
-                             {"src/main.cpp", 999},
-                             {"src/Lib/main.cpp", 1'000},
-                             {"src/Lib/.gz", 0},
-                             {".config/main.json"},
-                             {"usr/bin", 20},
-                             {"docs/src/clip.mp4", 1}};
+const std::vector<Item> smallTree{{"docs/"},
+                                  {"src/"},
+                                  {".config/"},
+                                  {"usr/"},
+                                  {"Mail.app/"},
+                                  {"docs/a.tar.gz", 5'000'000'000, 2'000'000'000},
+                                  {"docs/empty.txt", 0},
+                                  {"docs/hollow/"},
+                                  {"docs/src/"},
+                                  {"src/Lib/"},
+                                  {"src/main.cpp", 999},
+                                  {"src/Lib/main.cpp", 1'000},
+                                  {"src/Lib/.gz", 0},
+                                  {".config/main.json"},
+                                  {"usr/bin", 20},
+                                  {"docs/src/clip.mp4", 1}};
 
 TEST(FindQueryMatcher, LooksAtPathsAndFacts) {
-    const FindIndexStorage storage = indexOf(tree);
-    const Expected table[] = {
+    const FindIndexStorage storage = indexOf(smallTree);
+    const ExpectedMatches table[] = {
         {"src/", "src/Lib | src/main.cpp | docs/src/clip.mp4 | src/Lib/main.cpp | src/Lib/.gz"},
         {"lib/MAIN", "src/Lib/main.cpp"},
         {"case:lib/main", ""},
@@ -163,7 +163,7 @@ TEST(FindQueryMatcher, LooksAtPathsAndFacts) {
 }
 
 TEST(FindQueryMatcher, PassesOverWhatIsDeleted) {
-    FindIndexStorage storage = indexOf(tree);
+    FindIndexStorage storage = indexOf(smallTree);
     storage.markDeleted(*storage.lookup("/home/ada/src/Lib"));
     storage.markDeleted(*storage.lookup("/home/ada/docs/src/clip.mp4"));
     EXPECT_EQ(found(storage, "main.cpp | clip | lib"), "src/main.cpp");

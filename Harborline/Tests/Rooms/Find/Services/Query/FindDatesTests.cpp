@@ -47,7 +47,7 @@ std::string spanOf(std::string_view text, Timestamp now) {
     return moment(span->least) + " - " + moment(span->most);
 }
 
-struct Reading {
+struct DateReading {
     const char* zone;
     Timestamp now;
     std::string_view text;
@@ -60,7 +60,7 @@ TEST(FindDates, AreThoseOfThePersonsCalendar) {
     const Timestamp sunday = utc(2026, 3, 29, 12, 0); // clocks were set forward in the night
     const Timestamp leapDay = utc(2028, 2, 29, 12, 0);
     const Timestamp newYear = utc(2026, 12, 31, 23, 30); // 00:30 of 2027, a Friday, in Berlin
-    const Reading readings[] = {
+    const DateReading readings[] = {
         {berlin, sunday, "today", "2026-03-28 23:00:00 - 2026-03-29 21:59:59"},
         {berlin, sunday, "Yesterday", "2026-03-27 23:00:00 - 2026-03-28 22:59:59"},
         {berlin, sunday, "thisweek", "2026-03-22 23:00:00 - 2026-03-29 21:59:59"},

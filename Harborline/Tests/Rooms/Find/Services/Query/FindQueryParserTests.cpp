@@ -48,14 +48,14 @@ std::string shown(const FindQueryNode& node) {
     return node.kind >= Kind::empty && node.kind <= Kind::system ? text : text + "(" + inner + ")";
 }
 
-struct Reading {
+struct QueryReading {
     std::string_view query;
     std::string_view tree;
     bool hasProblem = false;
 };
 
 template <std::size_t Count>
-void expectTrees(const Reading (&readings)[Count]) {
+void expectTrees(const QueryReading (&readings)[Count]) {
     for (const auto& [query, tree, hasProblem] : readings) {
         const FindQuery read = parsedFindQuery(query, Timestamp());
         EXPECT_EQ(shown(read.root), tree) << query;

@@ -36,7 +36,7 @@ std::string found(const FindIndex& index, std::string_view query, std::size_t li
     return paths;
 }
 
-struct Expected {
+struct ExpectedAnswer {
     std::string_view query;
     std::string_view paths;
 };
@@ -71,7 +71,7 @@ TEST(FindSearchEngine, PutsWhatIsMeantFirst) {
                            {.path = "re\u0301sume\u0301.doc"},
                            {.path = "Cover R\u00E9sum\u00E9"}}),
                   {});
-    const Expected table[] = {
+    const ExpectedAnswer table[] = {
         // The name; without its suffix; its beginning; a word of it; anywhere.
         {"report", "report | docs/REPORT | docs/old/report | "
                    "report.txt | Report.pdf | docs/report.c | "
@@ -99,7 +99,7 @@ TEST(FindSearchEngine, PutsWhatIsMeantFirst) {
 TEST(FindSearchEngine, TakesTheRootsOwnPathForTheBeginning) {
     FindIndex index;
     index.replace(indexOf({{.path = "src/"}, {.path = "b/"}, {.path = "b/src/"}}), {});
-    const Expected table[] = {
+    const ExpectedAnswer table[] = {
         {"/home/ada/src", "src"},         {"path:exact:/home/ada/src/", "src"},
         {"/home/ada/s*", "src"},          {"path:word:/home/ada/src", "src"},
         {"/home/ada", "b | src | b/src"}, {"home/ada", ""},

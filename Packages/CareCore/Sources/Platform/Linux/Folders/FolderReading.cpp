@@ -32,7 +32,7 @@ struct KernelEntry {
 };
 
 constexpr int lookAtTheNameOnly = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
-constexpr unsigned wanted =
+constexpr unsigned wantedOfEntry =
     STATX_TYPE | STATX_NLINK | STATX_MTIME | STATX_ATIME | STATX_INO | STATX_SIZE | STATX_BLOCKS;
 constexpr std::uint64_t bytesPerListedBlock =
     512; // of stx_blocks, whatever the file system's blocks
@@ -47,7 +47,7 @@ bool isMountRoot(const struct statx& status) {
 
 std::expected<FolderFacts, SystemError> factsOf(int folder, const char* name, int flags) {
     struct statx status{};
-    if (::statx(folder, name, flags, wanted, &status) != 0) {
+    if (::statx(folder, name, flags, wantedOfEntry, &status) != 0) {
         return std::unexpected(SystemError{errno});
     }
     FolderFacts facts{.identity = identityOf(status),
@@ -145,7 +145,7 @@ const FolderEntry* FolderLister::next() {
             return nullptr;
         }
         struct statx status; // NOLINT(cppcoreguidelines-pro-type-member-init): the call fills it
-        if (::statx(body_->folder, found.name, lookAtTheNameOnly, wanted, &status) != 0) {
+        if (::statx(body_->folder, found.name, lookAtTheNameOnly, wantedOfEntry, &status) != 0) {
             if (hasVanished({errno})) continue;
             // A folder that may be listed but not searched closes as a whole; a single entry that
             // cannot be looked at stays, by its name.
