@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/Files/FileMetadata.h"
+#include "Platform/Machine/OperatingSystem.h"
 #include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/PickedItems/DiskItemRefusal.h"
 #include "Support/OtherCircumstances.h"
@@ -293,7 +294,7 @@ TEST(DuplicateEngine, HoldsCopiesThatMustStay) {
     }
     EXPECT_EQ(held["home/Tool.app/Contents/a"],
               "Inside an app or library, which would break without it.");
-    EXPECT_EQ(held["system/a"], "Part of macOS. It starts up and updates the Mac from here.");
+    EXPECT_EQ(held["system/a"], platform::systemText(SystemText::belongsToSystem));
     EXPECT_EQ(held["outside/a"], explanation(DiskItemRefusal::outsideChosenFolders));
     EXPECT_EQ(held["home/projects/.git/a"], explanation(DiskItemRefusal::repositoryData));
     EXPECT_EQ(held["home/.ssh/a"], explanation(DiskItemRefusal::protectedPlace));

@@ -353,7 +353,7 @@ TEST(DiskItemRemovalPolicy, MakesAnEntryThatAPersonApproves) {
     EXPECT_EQ(card.category, CleanupCategory::regenerableCache);
     EXPECT_EQ(card.riskTier, RiskTier::reviewCarefully);
     EXPECT_EQ(card.byteCount, 77U);
-    EXPECT_EQ(card.recoveryMethod, "Moved to the macOS Trash, where you can put it back.");
+    EXPECT_EQ(card.recoveryMethod, recoveryMethod(CleanupExecutionMode::recoverable));
     using enum EvidenceCode;
     EXPECT_EQ(card.evidence.codes,
               (EvidenceCodes{currentUserOwned, inactive, internalLocalVolume, userReviewRequired}));
