@@ -17,26 +17,20 @@
 #include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/PickedItems/DiskItemRefusal.h"
 #include "Support/OtherCircumstances.h"
+#include "Support/QuietMachine.h"
 
 namespace tidyro {
 namespace {
 
 using testing::TemporaryFolder;
 
-/// A machine on which nothing runs and everything is on an internal disk.
-std::shared_ptr<const SafetyPolicyContext> quietMachine() {
-    return std::make_shared<const SafetyPolicyContext>(
-        SafetyPolicyFacts{.currentUserID = platform::currentUserID(),
-                          .internalLocalVolumeIdentifiers = {},
-                          .activeApplicationRoots = {},
-                          .additionalProtectedRoots = {},
-                          .activelyGrowingPaths = {},
-                          .openByProcessPaths = {}});
+std::shared_ptr<const SafetyPolicyContext> quietContext() {
+    return std::make_shared<const SafetyPolicyContext>(testing::quietMachine());
 }
 
 DuplicateEngine engine(std::function<void()> afterListing = nullptr) {
     return DuplicateEngine(DuplicateEngine::Settings{
-        .context = quietMachine, .progressInterval = 0, .afterListing = std::move(afterListing)});
+        .context = quietContext, .progressInterval = 0, .afterListing = std::move(afterListing)});
 }
 
 DuplicateSearchOptions searching(const TemporaryFolder& place) {
@@ -277,7 +271,7 @@ TEST(DuplicateEngine, HoldsCopiesThatMustStay) {
     const auto volume = platform::LiveVolumes().mounted();
     const auto identifier = platform::volumeOf(*seen, *volume);
     const DuplicateEngine judging(DuplicateEngine::Settings{.context = [&] {
-        SafetyPolicyFacts facts = quietMachine()->facts();
+        SafetyPolicyFacts facts = testing::quietMachine();
         if (identifier != nullptr) {
             facts.internalLocalVolumeIdentifiers.insert(identifier->identifier);
         }

@@ -12,6 +12,7 @@
 #include "StorageEngine/PickedItems/RemovalConsequence.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Rules/ReviewRequiredScope.h"
+#include "Support/QuietMachine.h"
 
 namespace tidyro {
 namespace {
@@ -30,7 +31,7 @@ FileObservation fileAt(std::string_view place, double age = 400 * day) {
             .byteCount = 10,
             .modificationDate = now.adding(-age),
             .ownerUserID = 501,
-            .volumeIdentifier = "internal",
+            .volumeIdentifier = "inside",
             .isReadable = true,
             .isCloudPlaceholder = false,
             .isInProjectRepository = false,
@@ -39,12 +40,13 @@ FileObservation fileAt(std::string_view place, double age = 400 * day) {
 }
 
 SafetyPolicyFacts machine() {
-    return {.currentUserID = 501,
-            .internalLocalVolumeIdentifiers = {"internal"},
-            .activeApplicationRoots = {home.appendingFolder("Library/Caches/Running")},
-            .additionalProtectedRoots = {home.appendingFolder("Library/Caches/Kept")},
-            .activelyGrowingPaths = {"/nowhere/ada/Library/Caches/growing"},
-            .openByProcessPaths = {"/nowhere/ada/Library/Caches/open"}};
+    SafetyPolicyFacts facts = testing::quietMachine();
+    facts.currentUserID = 501;
+    facts.activeApplicationRoots = {home.appendingFolder("Library/Caches/Running")};
+    facts.additionalProtectedRoots = {home.appendingFolder("Library/Caches/Kept")};
+    facts.activelyGrowingPaths = {"/nowhere/ada/Library/Caches/growing"};
+    facts.openByProcessPaths = {"/nowhere/ada/Library/Caches/open"};
+    return facts;
 }
 
 struct Bench {
@@ -327,7 +329,7 @@ bool mayBeSafe(const FileObservation& o, const std::vector<CleanupRule>& rules) 
     };
     if (o.kind != FileKind::regularFile || !o.isReadable || o.isCloudPlaceholder ||
         o.isInProjectRepository || o.isBackupArtifact || o.ownerUserID != 501U ||
-        o.volumeIdentifier != "internal" || !o.modificationDate) {
+        o.volumeIdentifier != "inside" || !o.modificationDate) {
         return false;
     }
     for (const char* root : {"/System", "/Library", "/Applications", "/Users/Shared"}) {

@@ -95,20 +95,14 @@ class Machine {
   public:
     TemporaryFolder place;
     FileURL home = FileURL::folder(place / "home");
-    platform::testing::FakeVolumes volumes;
+    platform::testing::FakeVolumes volumes =
+        platform::testing::FakeVolumes::withOneAt(place.path());
     platform::testing::FakeRunningApplications applications;
     platform::LiveRunningProcesses processes;
     Timestamp now = Timestamp::now();
 
     Machine() {
         place.folder("home");
-        const auto seen = platform::fileMetadata(place.path());
-        volumes.answer = std::vector<platform::Volume>{{.mountPath = "/",
-                                                        .mount = seen->mount.value_or(0),
-                                                        .device = seen->identity.device,
-                                                        .identifier = "the volume",
-                                                        .fileSystem = "any",
-                                                        .isInternalLocal = true}};
         applications.answer = std::vector<platform::RunningApplication>{
             {.bundleIdentifier = {}, .executable = "/opt/Cursor/cursor", .name = "cursor"}};
     }
