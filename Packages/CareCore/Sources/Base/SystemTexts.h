@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -16,13 +15,14 @@ enum class OperatingSystem : std::uint8_t { macOS, linux_ };
 /// A new one gets a case here and a row in `SystemTexts.cpp`, in the same order, with the words of
 /// both systems beside each other.
 enum class SystemText : std::uint8_t {
-    movedToTrash,      ///< how an item that went to the Trash could be got back
-    folderWasNotRead,  ///< of {path}, because of {reason}
-    belongsToSystem,   ///< why a file on a system volume stays
-    itemIsLocked,      ///< why a picked item stays, and the four below as well
-    somethingIsLocked, ///< inside a picked folder
-    otherDiskHere,     ///< mounted at a picked folder
-    otherDiskInside,   ///< mounted inside one
+    movedToTrash,     ///< how an item that went to the Trash could be got back
+    folderWasNotRead, ///< the one at {path}, because of {reason}
+    belongsToSystem,  ///< why a file on a system volume stays
+    // Why a picked item stays: it is locked or a mount point itself, or holds one that is.
+    itemIsLocked,
+    somethingIsLocked,
+    otherDiskHere,
+    otherDiskInside,
 };
 
 /// The words of a system for a text. Names in braces are filled in with `fmt::format`:
@@ -33,13 +33,12 @@ enum class SystemText : std::uint8_t {
 /// Programs take `platform::systemText`, which knows the system that they run on.
 [[nodiscard]] std::string_view systemText(SystemText text, OperatingSystem system);
 
-/// One row of the table.
 struct SystemTextRow {
     SystemText text;
     std::string_view onMacOS;
     std::string_view onLinux;
 };
-/// All of them, in the order of the cases.
+/// The whole table, in the order of the cases.
 [[nodiscard]] std::span<const SystemTextRow> systemTexts();
 
 } // namespace tidyro
