@@ -64,7 +64,7 @@ std::string_view explanation(DiskItemRefusal refusal) {
     case mountPoint: return platform::systemText(SystemText::otherDiskHere);
     case otherVolume:
         return "This isn't on a disk inside this computer. Open the folder that it lies in first.";
-    case closedSurroundings:
+    case closedParent:
         return "The folder that this lies in can't be changed, so nothing can be moved out of it.";
     case locked: return platform::systemText(SystemText::itemIsLocked);
     case closedFolder:

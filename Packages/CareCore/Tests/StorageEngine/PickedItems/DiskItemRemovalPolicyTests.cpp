@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "StorageEngine/PickedItems/PickedItemsBench.h"
+#include "StorageEngine/PickedItems/RemovalConsequence.h"
+#include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 namespace tidyro {
 namespace {
@@ -115,7 +117,7 @@ constexpr std::array<Case, 126> cases{{
     {"home/files/dangling", nothing, "link"},
     {"home/files/pipe", nothing, "specialFile"},
     {"home/files/socket", nothing, "specialFile"},
-    {"home/closed/file", file, "closedSurroundings"},
+    {"home/closed/file", file, "closedParent"},
     {"home/shut", folder, "closedFolder"},
     {"home/disk/Backups.backupdb/mac/file", file, "backup"},
     {"home/disk/Backups.backupdb", nothing, "backup"},
@@ -244,6 +246,26 @@ void makeCases(const TemporaryFolder& place) {
     place.permissions("home/shut", 0555);
 }
 
+TEST(DiskItemRemovalPolicy, IsUsedAsItsHeaderShows) {
+    const PickedItemsBench bench;
+    const FileURL home = bench.home();
+    const std::vector<FileURL> opened{bench.at("opened")};
+    const FileURL url = bench.at("home/none");
+    const std::uint64_t bytes = 1;
+    LocalRuntimeSafetyContextProvider provider(home);
+    const platform::LiveVolumes volumes;
+    std::string shown;
+    const auto show = [&](std::string_view text) { shown = text; };
+
+    DiskItemRemovalPolicy policy(
+        {.home = home, .openedFolders = opened, .context = provider.context(), .volumes = volumes});
+    const auto entry =
+        policy.planEntry({.item = url, .measuredBytes = bytes, .at = Timestamp::now()});
+    if (!entry) show(explanation(entry.error()));
+
+    EXPECT_EQ(shown, explanation(DiskItemRefusal::vanished));
+}
+
 TEST(DiskItemRemovalPolicy, SaysWhatMayGoAndWhyTheRestMayNot) {
     PickedItemsBench bench;
     makeCases(bench.place);
@@ -275,6 +297,15 @@ TEST(DiskItemRemovalPolicy, HasASentenceForEachRefusal) {
         sentences.insert(explanation(refusal));
     }
     EXPECT_EQ(sentences.size(), allCases<DiskItemRefusal>().size());
+}
+
+TEST(RemovalConsequence, HasASentenceForEachGroupAndCategory) {
+    for (const DiskGroup group : allCases<DiskGroup>()) {
+        EXPECT_TRUE(RemovalConsequence::sentence(group, CleanupCategory::unknown).ends_with('.'));
+    }
+    for (const CleanupCategory category : allCases<CleanupCategory>()) {
+        EXPECT_TRUE(RemovalConsequence::sentence(std::nullopt, category).ends_with('.'));
+    }
 }
 
 TEST(DiskItemRemovalPolicy, LeavesTheSystemsPlacesAloneThoughTheyWereOpened) {
