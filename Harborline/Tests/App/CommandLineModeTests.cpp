@@ -1,6 +1,7 @@
 // Whole runs over real folders, and the executable itself.
 #include "App/CommandLineMode.h"
 
+#include <cerrno>
 #include <regex>
 
 #include <sys/wait.h>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "Rooms/Activity/ActivityArchive.h"
+#include "StorageEngine/DiskTree/DiskTreeScanner.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {
@@ -181,8 +183,8 @@ TEST(CommandLineMode, SaysWhyItStops) {
                   const Output output = ran({.command = Command::scan, .path = place / "closed"});
                   return fmt::format("{} {}", output.status, output.lines.at(0));
               }),
-              "1 Stopped: macOS would not let Tidyro read " + place / "closed" +
-                  " (Permission denied).");
+              "1 Stopped: " + DiskTreeScanner::description(DiskTreeScanner::Unreadable{
+                                  FileURL::folder(place / "closed"), SystemError{EACCES}}));
 }
 
 /// The executable beside the tests' own folder.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Base/PathText.h"
+#include "Platform/Machine/OperatingSystem.h"
 #include "StorageEngine/Sorting/KnownPlaces.h"
 
 namespace tidyro {
@@ -70,7 +71,7 @@ bool DuplicateGrouping::isOnSystemVolume(const std::string& path) const {
 
 std::optional<std::string> DuplicateGrouping::heldBecause(const Named& file) {
     if (isOnSystemVolume(file.path)) {
-        return "Part of macOS. It starts up and updates the Mac from here.";
+        return std::string(platform::systemText(SystemText::belongsToSystem));
     }
     if (file.insidePackage) return "Inside an app or library, which would break without it.";
     if (file.proof.linkCount > 1) {

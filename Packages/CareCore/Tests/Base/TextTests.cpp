@@ -1,5 +1,6 @@
 #include <cstdint>
 #include <limits>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -9,6 +10,7 @@
 
 #include "Base/LocaleText.h"
 #include "Base/RoomText.h"
+#include "Base/SystemTexts.h"
 #include "Base/UnicodeText.h"
 
 namespace tidyro {
@@ -93,6 +95,32 @@ TEST(UnicodeText, RepairsBytesThatAreNoText) {
 TEST(UnicodeText, WritesOnlyCodePointsThatExist) {
     for (const char32_t missing : {0xD800U, 0xDFFFU, 0x110000U, 0xFFFFFFFFU}) {
         EXPECT_EQ(utf8Text(missing), "\uFFFD") << std::uint32_t{missing};
+    }
+}
+
+TEST(SystemTexts, AreGivenOnMacOSAndNameNoMacElsewhere) {
+    const auto onMacOS = [](SystemText text) { return systemText(text, OperatingSystem::macOS); };
+    EXPECT_EQ(onMacOS(SystemText::movedToTrash),
+              "Moved to the macOS Trash, where you can put it back.");
+    EXPECT_EQ(onMacOS(SystemText::folderWasNotRead),
+              "macOS would not let Tidyro read {path} ({reason}).");
+    EXPECT_EQ(onMacOS(SystemText::belongsToSystem),
+              "Part of macOS. It starts up and updates the Mac from here.");
+    EXPECT_EQ(systemText(SystemText::movedToTrash, OperatingSystem::linux_),
+              "Moved to the Trash, where you can put it back.");
+    const auto filled = [](std::string_view text) {
+        std::set<std::string> names;
+        for (auto at = text.find('{'); at != text.npos; at = text.find('{', at + 1)) {
+            names.emplace(text.substr(at, text.find('}', at) - at));
+        }
+        return names;
+    };
+    for (const SystemTextRow& row : systemTexts()) {
+        EXPECT_EQ(filled(row.onMacOS), filled(row.onLinux)) << row.onLinux;
+        EXPECT_FALSE(row.onMacOS.empty() || row.onLinux.empty());
+        for (const char* foreign : {"Mac", "macOS", "Finder", "System Settings"}) {
+            EXPECT_FALSE(row.onLinux.contains(foreign)) << row.onLinux;
+        }
     }
 }
 

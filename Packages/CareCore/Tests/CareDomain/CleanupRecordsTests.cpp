@@ -17,6 +17,7 @@
 #include "CareDomain/CleanupReceipt.h"
 #include "CareDomain/PermanentCleanupAcknowledgement.h"
 #include "CareDomain/SampleRecords.h"
+#include "Platform/Machine/OperatingSystem.h"
 
 namespace tidyro {
 namespace {
@@ -69,7 +70,7 @@ TEST(CleanupCategory, FewMayBeCleanedUnasked) {
 TEST(CleanupExecutionMode, SaysHowThingsComeBack) {
     using enum CleanupExecutionMode;
     EXPECT_EQ(recoveryMethod(simulation), "Simulation only; no file is moved or deleted.");
-    EXPECT_EQ(recoveryMethod(recoverable), "Moved to the macOS Trash, where you can put it back.");
+    EXPECT_EQ(recoveryMethod(recoverable), platform::systemText(SystemText::movedToTrash));
     EXPECT_EQ(recoveryMethod(permanent), "Removed permanently. This cannot be undone.");
     EXPECT_FALSE(changesTheFilesystem(simulation));
     EXPECT_TRUE(changesTheFilesystem(recoverable) && changesTheFilesystem(permanent));

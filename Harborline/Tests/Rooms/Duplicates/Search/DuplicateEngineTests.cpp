@@ -13,29 +13,24 @@
 #include <gtest/gtest.h>
 
 #include "Platform/Files/FileMetadata.h"
+#include "Platform/Machine/OperatingSystem.h"
 #include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/PickedItems/DiskItemRefusal.h"
 #include "Support/OtherCircumstances.h"
+#include "Support/QuietMachine.h"
 
 namespace tidyro {
 namespace {
 
 using testing::TemporaryFolder;
 
-/// A machine on which nothing runs and everything is on an internal disk.
-std::shared_ptr<const SafetyPolicyContext> quietMachine() {
-    return std::make_shared<const SafetyPolicyContext>(
-        SafetyPolicyFacts{.currentUserID = platform::currentUserID(),
-                          .internalLocalVolumeIdentifiers = {},
-                          .activeApplicationRoots = {},
-                          .additionalProtectedRoots = {},
-                          .activelyGrowingPaths = {},
-                          .openByProcessPaths = {}});
+std::shared_ptr<const SafetyPolicyContext> quietContext() {
+    return std::make_shared<const SafetyPolicyContext>(testing::quietMachine());
 }
 
 DuplicateEngine engine(std::function<void()> afterListing = nullptr) {
     return DuplicateEngine(DuplicateEngine::Settings{
-        .context = quietMachine, .progressInterval = 0, .afterListing = std::move(afterListing)});
+        .context = quietContext, .progressInterval = 0, .afterListing = std::move(afterListing)});
 }
 
 DuplicateSearchOptions searching(const TemporaryFolder& place) {
@@ -292,7 +287,7 @@ TEST(DuplicateEngine, HoldsCopiesThatMustStay) {
     const auto volume = platform::LiveVolumes().mounted();
     const auto identifier = platform::volumeOf(*seen, *volume);
     const DuplicateEngine judging(DuplicateEngine::Settings{.context = [&] {
-        SafetyPolicyFacts facts = quietMachine()->facts();
+        SafetyPolicyFacts facts = testing::quietMachine();
         if (identifier != nullptr) {
             facts.internalLocalVolumeIdentifiers.insert(identifier->identifier);
         }
@@ -309,7 +304,7 @@ TEST(DuplicateEngine, HoldsCopiesThatMustStay) {
     }
     EXPECT_EQ(held["home/Tool.app/Contents/a"],
               "Inside an app or library, which would break without it.");
-    EXPECT_EQ(held["system/a"], "Part of macOS. It starts up and updates the Mac from here.");
+    EXPECT_EQ(held["system/a"], platform::systemText(SystemText::belongsToSystem));
     EXPECT_EQ(held["outside/a"], explanation(DiskItemRefusal::outsideChosenFolders));
     EXPECT_EQ(held["home/projects/.git/a"], explanation(DiskItemRefusal::repositoryData));
     EXPECT_EQ(held["home/.ssh/a"], explanation(DiskItemRefusal::protectedPlace));

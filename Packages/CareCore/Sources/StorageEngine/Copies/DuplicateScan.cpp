@@ -14,8 +14,8 @@ namespace tidyro {
 
 namespace {
 
-/// Sorts, and leaves what is equal in its order. The position is the last key: the stable sort of
-/// the standard library takes its memory in a way that a compiler warns of.
+/// Sorts, and keeps equal items in their order by taking the position as the last key. The stable
+/// sort of the standard library takes its memory in a way that a compiler warns about.
 template <class T, class Key, class Before>
 void sortKeepingOrder(std::vector<T>& items, Key key, Before before) {
     std::vector<std::pair<decltype(key(items.front())), std::size_t>> order;

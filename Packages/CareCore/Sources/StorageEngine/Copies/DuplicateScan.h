@@ -14,7 +14,7 @@
 
 namespace tidyro {
 
-/// Files with the same contents, one of which counts as the original.
+/// A set of copies, one of which counts as the original.
 struct DuplicateSet {
     FileObservation original;
     std::vector<FileObservation> copies; ///< never empty in a scanner's sets
@@ -36,7 +36,7 @@ struct DuplicateSet {
 };
 
 struct DuplicateScanResult {
-    std::vector<DuplicateSet> sets; ///< what would free most first
+    std::vector<DuplicateSet> sets; ///< those that would free more come first
     std::int64_t filesHashed;
     bool wasTruncated; ///< a bound ended the scan before the smaller sizes
     double duration;   ///< seconds
@@ -48,7 +48,7 @@ struct DuplicateScanResult {
 /// Finds duplicates among the files that a scan observed, with bounds on the work: the largest
 /// sizes come first, so that a bound leaves out what would have freed least.
 ///
-///     const auto result = DuplicateScanner().scan(report.observations);
+///     const auto result = DuplicateScanner().scan(observations);
 ///     if (result && result->wasTruncated) tellThatThereMayBeMore();
 ///
 /// A value; `scan` may run in several threads at once.

@@ -39,15 +39,15 @@ class FileDigester {
           cancel_(cancel) {}
 
     /// After an error it is not used again.
-    [[nodiscard]] std::expected<Digest, Error> digestFile(const FileURL& at) {
+    [[nodiscard]] std::expected<Digest, Error> digestFile(const FileURL& url) {
         using Unreadable = ExactDuplicateFinder::Unreadable;
-        auto file = platform::FileContents::open(at.path());
-        if (!file) return std::unexpected(Unreadable{at, file.error()});
+        auto file = platform::FileContents::open(url.path());
+        if (!file) return std::unexpected(Unreadable{url, file.error()});
         std::uint64_t offset = 0;
         while (true) {
             if (cancel_.stop_requested()) return std::unexpected(CancellationError{});
             const auto count = file->read(offset, {chunk_.get(), chunkSize_});
-            if (!count) return std::unexpected(Unreadable{at, count.error()});
+            if (!count) return std::unexpected(Unreadable{url, count.error()});
             hash_.update({chunk_.get(), *count});
             if (*count < chunkSize_) return hash_.finish();
             offset += *count;
@@ -65,8 +65,8 @@ bool mayBeRead(const FileObservation& file) {
     return file.kind == FileKind::regularFile && file.isReadable && !file.isCloudPlaceholder;
 }
 
-ExactDuplicateGroup group(const Digest& digest, ExactDuplicateFinder::SizeBucket members) {
-    // By place last: what has the same path stays in the order in which it was handed in.
+ExactDuplicateGroup groupOf(const Digest& digest, ExactDuplicateFinder::SizeBucket members) {
+    // Observations with the same path stay in the order in which they were handed in.
     std::ranges::sort(members, [](const FileObservation* a, const FileObservation* b) {
         const auto order = a->url.path() <=> b->url.path();
         return order != 0 ? order < 0 : a < b;
@@ -91,7 +91,7 @@ ExactDuplicateFinder::ExactDuplicateFinder(std::int64_t readChunkSize)
 std::vector<ExactDuplicateFinder::SizeBucket>
 ExactDuplicateFinder::sharedSizes(std::span<const FileObservation> observations,
                                   std::uint64_t minimumByteCount) {
-    // Most sizes are one file's only: sorting references costs less than a table of all sizes.
+    // Most sizes belong to one file only, so sorting references costs less than a table of sizes.
     SizeBucket kept;
     for (const FileObservation& file : observations) {
         if (mayBeRead(file) && file.byteCount >= minimumByteCount) kept.push_back(&file);
@@ -117,8 +117,8 @@ ExactDuplicateFinder::findGroups(std::span<const FileObservation> observations,
     const std::vector<SizeBucket> buckets = sharedSizes(observations, 1);
     if (buckets.empty()) return groups;
 
-    // No more memory than the largest file fills, however large a chunk may be; one byte more
-    // shows its end in the same read.
+    // The buffer is never larger than the largest file. One byte more shows a file's end in the
+    // same read.
     const std::uint64_t largest = saturatingAdd(buckets.front().front()->byteCount, 1);
     FileDigester digester(
         std::min<std::uint64_t>(static_cast<std::uint64_t>(readChunkSize_), largest), cancel);
@@ -133,7 +133,7 @@ ExactDuplicateFinder::findGroups(std::span<const FileObservation> observations,
             std::this_thread::yield();
         }
         for (auto& [digest, members] : byDigest) {
-            if (members.size() > 1) groups.push_back(group(digest, std::move(members)));
+            if (members.size() > 1) groups.push_back(groupOf(digest, std::move(members)));
         }
     }
     std::ranges::sort(groups, [](const ExactDuplicateGroup& a, const ExactDuplicateGroup& b) {

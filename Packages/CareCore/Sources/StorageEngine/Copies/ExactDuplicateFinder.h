@@ -14,19 +14,21 @@
 
 namespace tidyro {
 
-/// Which of the files that a scan observed have the same contents, proven by a digest of the whole
-/// of each.
+/// Finds the sets of copies among the files that a scan observed: files whose whole contents have
+/// the same digest.
 ///
-///     const auto groups = ExactDuplicateFinder().findGroups(report.observations);
+///     const auto groups = ExactDuplicateFinder().findGroups(observations);
 ///     if (!groups) show(ExactDuplicateFinder::description(groups.error()));
 ///
-/// It goes by what it is handed and never walks the disk: a file that was observed twice, or by two
-/// of its names, counts as two copies. Only files of a size that another one has are opened, one
-/// after another, and without following a link. Cloud placeholders never are, so that nothing is
-/// downloaded.
+/// It never walks the disk and takes the observations as they are: a file that was observed twice,
+/// or by two of its names, counts as two copies. Only files that share their size with another one
+/// are opened, one after another, and no link is followed. Cloud placeholders are never opened, so
+/// that nothing is downloaded.
 ///
-/// One file that cannot be opened or read ends the whole call: an answer without it would look
-/// complete and not be. What was closed already when it was observed is left out.
+/// One file that cannot be opened or read ends the whole call, because an answer without it would
+/// look complete without being so. Files that were unreadable when they were observed are left out.
+///
+/// A value; `findGroups` may run in several threads at once.
 class ExactDuplicateFinder {
   public:
     struct Unreadable {
@@ -47,8 +49,8 @@ class ExactDuplicateFinder {
 
     [[nodiscard]] std::int64_t readChunkSize() const { return readChunkSize_; }
 
-    /// What would free most first, then by digest; the members of a group by path, in bytes.
-    /// Yields the processor after each file.
+    /// Groups that would free more come first, equal ones by digest; the members of a group are
+    /// ordered by the bytes of their paths. Yields the processor after each file.
     [[nodiscard]] std::expected<std::vector<ExactDuplicateGroup>, Error>
     findGroups(std::span<const FileObservation> observations, const CancelToken& cancel = {}) const;
 

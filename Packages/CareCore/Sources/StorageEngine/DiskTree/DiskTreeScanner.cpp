@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "Platform/Folders/FolderReading.h"
+#include "Platform/Machine/OperatingSystem.h"
 #include "StorageEngine/DiskTree/DiskTreeWalk.h"
 
 namespace tidyro {
@@ -28,8 +29,9 @@ struct Describe {
         return fmt::format("{} is not a folder.", error.url.path());
     }
     std::string operator()(const DiskTreeScanner::Unreadable& error) const {
-        return fmt::format("macOS would not let Tidyro read {} ({}).", error.url.path(),
-                           error.error.description());
+        return fmt::format(fmt::runtime(platform::systemText(SystemText::folderWasNotRead)),
+                           fmt::arg("path", error.url.path()),
+                           fmt::arg("reason", error.error.description()));
     }
     std::string operator()(const CancellationError&) const { return "The scan was cancelled."; }
 };

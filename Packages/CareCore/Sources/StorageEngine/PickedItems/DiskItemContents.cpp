@@ -27,13 +27,13 @@ using Verdict = std::optional<DiskItemRefusal>; ///< none: nothing was found aga
 
 constexpr Timestamp never = Timestamp::sinceReference(std::numeric_limits<double>::infinity());
 
-/// However few folders the process may hold open, so many are tried.
-constexpr std::size_t fewestLevels = 16;
+/// So many folders are opened one in the other even when the process has room for fewer.
+constexpr std::size_t minLevels = 16;
 
-/// That a process may have no further file open says nothing about what could not be opened.
+/// An item that was not opened for lack of descriptors need not be unreadable.
 bool meansNoRoom(SystemError error) { return error.code == EMFILE || error.code == ENFILE; }
 
-/// For what could not be looked at: gone is not against the folder, anything else is.
+/// Judges an item that could not be looked at. One that is gone does not count against the folder.
 Verdict unlessVanished(SystemError error) {
     if (platform::hasVanished(error)) return std::nullopt;
     return meansNoRoom(error) ? tooDeepInside : unreadableInside;
@@ -44,13 +44,13 @@ class Walk {
     Walk(const DiskItemContents::Options& options, const FolderDescriptor& top)
         : options_(options),
           top_(top),
-          mostLevels_(std::max(platform::openFolderBudget(), fewestLevels)),
+          maxLevels_(std::max(platform::openFolderBudget(), minLevels)),
           latest_(options.seen.modified.value_or(never)) {}
 
     [[nodiscard]] std::expected<Timestamp, DiskItemRefusal> run() {
         std::vector<std::string> first;
         if (const Verdict found = list(top_, options_.name, first)) return std::unexpected(*found);
-        // Open are, from the top down, those folders on the way in which others wait.
+        // Only those folders on the way stay open in which others still wait.
         std::vector<Level> levels;
         const FolderDescriptor* folder = &top_;
         std::vector<std::string>* rest = &first;
@@ -78,7 +78,7 @@ class Walk {
 
     Verdict enter(const FolderDescriptor& parent, const std::string& name,
                   std::vector<Level>& levels) {
-        if (levels.size() >= mostLevels_) return tooDeepInside;
+        if (levels.size() >= maxLevels_) return tooDeepInside;
         auto folder = parent.open(name.c_str());
         if (!folder) return unlessVanished(folder.error());
         Level level{.folder = *std::move(folder), .rest = {}};
@@ -94,10 +94,10 @@ class Walk {
         lister_.begin(folder);
         while (const platform::FolderEntry* entry = lister_.next()) {
             if (options_.cancel.stop_requested()) return cancelled;
-            // Not even looked at: behind a mount point there may be a server that is gone.
+            // Not even looked at, since a server that is gone may lie behind a mount point.
             if (entry->traits.has(platform::EntryTrait::mountPoint)) return mountPointInside;
             std::string entryName(entry->name);
-            // The lister does not tell owners. Asking again is a call an item, once a decision.
+            // The lister does not know owners, which costs a further call for each item.
             const auto seen = platform::fileMetadata(folder, entryName.c_str());
             if (!seen) {
                 if (const Verdict found = unlessVanished(seen.error())) return found;
@@ -125,7 +125,7 @@ class Walk {
         if (seen.kind == ItemKind::link) return std::nullopt;
         if (seen.kind == ItemKind::other) return specialFileInside;
         if (seen.kind == ItemKind::folder) {
-            // Some backups are told by two names, one in the other.
+            // Some backups are recognised by the names of two folders, one in the other.
             if (isBackupByName(path::joined(folder, name))) return backupInside;
             if (const auto reason = options_.kept.reason(seen.identity)) {
                 return refusalForHolderOf(*reason);
@@ -151,8 +151,8 @@ class Walk {
             return backupInside;
         }
         if (signs.isDatabase()) return databaseInside;
-        // A repository that is a whole project may go like any other, and so may one somewhere in
-        // the folder; but not the one folder in which a project elsewhere has its history.
+        // A whole repository may go, picked or somewhere inside. A picked folder stays when it is
+        // nothing but the history of a project that lies elsewhere.
         if (&folder == &top_ && signs.isRepositoryOfOtherFolder()) return repositoryData;
         return std::nullopt;
     }
@@ -160,7 +160,7 @@ class Walk {
     const DiskItemContents::Options& options_;
     const FolderDescriptor& top_;
     platform::FolderLister lister_{{}};
-    std::size_t mostLevels_;
+    std::size_t maxLevels_;
     Timestamp latest_;
 };
 

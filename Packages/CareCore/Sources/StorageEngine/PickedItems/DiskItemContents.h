@@ -13,23 +13,27 @@
 
 namespace tidyro {
 
-/// Looks through everything in a folder that is to go as a whole, for what must not go with it:
-/// what cannot be read, another user's items, what is locked, mounted in it, has its contents in a
-/// cloud or is no ordinary file, backups, and databases by their names, by the files that one is
-/// made of and by how files begin. By open folders and single names, no link followed, no mount
-/// point entered.
+/// Looks through everything in a folder that is to go as a whole, for anything that must not go
+/// with it:
+///
+/// - items that cannot be read, belong to another user, are locked or are no ordinary files;
+/// - folders that are mounted in it, and files whose contents are in a cloud;
+/// - backups;
+/// - databases, told by their names, by the files that they consist of and by how files begin.
+///
+/// It goes down by open folders and single names, follows no link and enters no mount point.
 struct DiskItemContents {
     struct Options {
         const platform::FolderDescriptor& parent;
         const std::string& name;            ///< of the folder
-        const platform::FileMetadata& seen; ///< under that name; it has to be that very folder
-        std::uint32_t owner;                ///< whose everything has to be
+        const platform::FileMetadata& seen; ///< of the folder that is expected under that name
+        std::uint32_t owner;                ///< user ID that every item has to have
         const KeptFolders& kept;
         CancelToken cancel = {};
     };
-    /// When the folder, or anything in it, was modified last; of an item without that moment it is
-    /// not known that it was ever quiet, and the answer lies in the future. Or the first thing that
-    /// was met that must not go.
+    /// The latest moment at which the folder or anything in it was modified. It lies in the
+    /// infinite future when an item has no such moment, since it may be changing right now. The
+    /// error is the first reason met why the folder must stay.
     [[nodiscard]] static std::expected<Timestamp, DiskItemRefusal>
     lastModification(const Options& options);
 };

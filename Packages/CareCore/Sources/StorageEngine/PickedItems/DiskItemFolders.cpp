@@ -9,7 +9,7 @@ namespace tidyro {
 namespace {
 
 /// A search of very many folders must not remember them all.
-constexpr std::size_t mostRemembered = 100'000;
+constexpr std::size_t maxRemembered = 100'000;
 
 } // namespace
 
@@ -74,7 +74,7 @@ DiskItemFolders::Folder DiskItemFolders::look(std::string_view path) {
 
 const DiskItemFolders::Folder& DiskItemFolders::at(std::string_view path) {
     if (const auto known = folders_.find(path); known != folders_.end()) return known->second;
-    if (folders_.size() >= mostRemembered) folders_.clear();
+    if (folders_.size() >= maxRemembered) folders_.clear();
     return folders_.emplace(path, look(path)).first->second;
 }
 

@@ -14,7 +14,7 @@
 
 namespace tidyro {
 
-/// Why an item stays that cannot be looked at: it is gone, or everything else.
+/// Why an item stays that cannot be looked at: it is gone, or it may not be read.
 [[nodiscard]] inline DiskItemRefusal refusalFor(SystemError error) {
     return platform::hasVanished(error) ? DiskItemRefusal::vanished : DiskItemRefusal::unreadable;
 }
@@ -24,31 +24,32 @@ namespace tidyro {
 /// Why a folder stays that holds one.
 [[nodiscard]] DiskItemRefusal refusalForHolderOf(KeptFolders::Reason reason);
 
-/// The folders that picked items lie in. What is found out about one is remembered; the folder
-/// itself is opened for each item anew, and has to be the one that was looked at.
+/// Knows the folders that picked items lie in. It remembers what it found out about a folder, but
+/// opens the folder anew for each item, and refuses when another one is there by then. Used by one
+/// thread.
 class DiskItemFolders {
   public:
     explicit DiskItemFolders(KeptFolders kept);
 
     struct Folder {
-        std::optional<DiskItemRefusal> refusal; ///< it is not there, or not to be looked at
-        /// What lies in it has to stay, whatever its path is.
-        std::optional<DiskItemRefusal> kept;
-        std::string real; ///< without links
+        std::optional<DiskItemRefusal> refusal; ///< why it could not be looked at
+        std::optional<DiskItemRefusal> kept;    ///< why everything in it has to stay
+        std::string real;                       ///< its real path
         platform::FileMetadata seen;
         bool isWritable;
     };
     /// The folder at a path; the reference is good until the next call.
     [[nodiscard]] const Folder& at(std::string_view path);
 
-    /// Without following a link, so that what was judged by the path is what is open.
+    /// Opens it without following a link, so that the open folder is the one that was judged by its
+    /// path.
     [[nodiscard]] std::expected<platform::FolderDescriptor, DiskItemRefusal>
     open(const Folder& folder) const;
 
     [[nodiscard]] const KeptFolders& kept() const { return kept_; }
 
-    /// The superuser is refused nothing by the system; a folder that is closed to everybody is so
-    /// for a reason all the same.
+    /// Whether nobody may change the folder, though the system would let the superuser. It was
+    /// closed to everybody for a reason, so the superuser is refused as well.
     [[nodiscard]] bool isClosed(const platform::FileMetadata& folder) const {
         return isSuperuser_ && !folder.isWritableBySomebody;
     }
@@ -58,7 +59,7 @@ class DiskItemFolders {
     [[nodiscard]] std::expected<platform::FolderDescriptor, SystemError>
     openReal(std::string_view path) const;
 
-    platform::FolderDescriptor top_; ///< of the disk
+    platform::FolderDescriptor top_; ///< "/"
     KeptFolders kept_;
     bool isSuperuser_;
     StringMap<Folder> folders_;

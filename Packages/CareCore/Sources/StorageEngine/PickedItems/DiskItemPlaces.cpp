@@ -14,14 +14,15 @@ namespace tidyro {
 
 namespace {
 
-/// Whether one of the folders is the path or lies in it.
-bool holdsOne(std::string_view path, const std::vector<std::string>& folders) {
+/// Whether a path is one of the folders or holds one.
+bool isOrHoldsAny(std::string_view path, const std::vector<std::string>& folders) {
     return std::ranges::any_of(
         folders, [&](const std::string& folder) { return path::isInsideOrEqual(folder, path); });
 }
 
-/// The Trash of macOS, and of a volume at its top: ".Trash-1000", ".Trash", ".Trashes". A folder
-/// further down by such a name was a volume's or a person's once; nothing else is called so.
+/// Whether a folder has the name of a Trash: ".Trash", ".Trashes", ".Trash-1000". These lie in the
+/// home on macOS and at the top of a volume. A folder further down by such a name was one once, for
+/// nothing else is called so.
 bool isTrashName(std::string_view name) {
     constexpr std::string_view trash = ".trash";
     if (name.size() < trash.size() || name[0] != '.' || (name[1] != 't' && name[1] != 'T')) {
@@ -112,8 +113,8 @@ bool DiskItemPlaces::isInHome(std::string_view path) const {
 std::optional<DiskItemRefusal> DiskItemPlaces::byFolders(const std::string& folded) const {
     using enum DiskItemRefusal;
     if (inTrash_.contains(folded)) return inTrash;
-    if (holdsOne(folded, standard_)) return standardFolder;
-    if (holdsOne(folded, shared_)) return sharedFolder;
+    if (isOrHoldsAny(folded, standard_)) return standardFolder;
+    if (isOrHoldsAny(folded, shared_)) return sharedFolder;
     if (inClouds_.contains(folded)) return inCloudFolder;
     for (const std::string& home : homes_) {
         if (path::isInsideOrEqual(folded, home) &&
@@ -121,10 +122,10 @@ std::optional<DiskItemRefusal> DiskItemPlaces::byFolders(const std::string& fold
             return inCloudFolder;
         }
     }
-    if (holdsOne(folded, clouds_)) return holdsCloudFolder;
+    if (isOrHoldsAny(folded, clouds_)) return holdsCloudFolder;
     if (system_.isTouchedBy(folded)) return systemPlace;
     if (inProtected_.contains(folded)) return protectedPlace;
-    if (holdsOne(folded, protected_)) return holdsProtectedPlace;
+    if (isOrHoldsAny(folded, protected_)) return holdsProtectedPlace;
     return std::nullopt;
 }
 
@@ -157,8 +158,8 @@ std::optional<DiskItemRefusal>
 DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> chosen) const {
     using enum DiskItemRefusal;
     const std::string folded = tidyro::folded(path);
-    if (holdsOne(folded, homes_)) return homeFolder;
-    if (holdsOne(folded, opened_)) return openedFolder;
+    if (isOrHoldsAny(folded, homes_)) return homeFolder;
+    if (isOrHoldsAny(folded, opened_)) return openedFolder;
     if (std::ranges::none_of(chosen, [&](const std::string& folder) {
             return path::isInsideOrEqual(path, folder);
         })) {
@@ -167,7 +168,7 @@ DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> ch
     if (isInTrashOfVolume(path)) return inTrash;
     if (const auto refusal = byFolders(folded)) return refusal;
     if (const auto refusal = byNames(path)) return refusal;
-    if (inActive_.contains(folded) || holdsOne(folded, active_)) return activeApplication;
+    if (inActive_.contains(folded) || isOrHoldsAny(folded, active_)) return activeApplication;
     return std::nullopt;
 }
 

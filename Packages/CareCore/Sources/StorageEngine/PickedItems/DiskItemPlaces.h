@@ -17,11 +17,11 @@
 
 namespace tidyro {
 
-/// Where an item that a person picked may lie: what its path tells without a look at the disk.
+/// Judges an item that a person picked by its path alone, without a look at the disk.
 ///
-/// Only what is written exactly as a chosen folder lies in it; where something must be kept, names
-/// that differ in case or composition alone are the same. The disk is asked once, when this is
-/// made, where the links in the folders that it knows of lead.
+/// An item lies in a chosen folder only when its path is written exactly so. Names that differ in
+/// case or composition alone count as equal where something must be kept, which is the safe side in
+/// both cases. The constructor asks the disk where the links in the folders that it knows lead.
 class DiskItemPlaces {
   public:
     struct Options {
@@ -34,27 +34,28 @@ class DiskItemPlaces {
     };
     explicit DiskItemPlaces(const Options& options);
 
-    /// Both take absolute, standardised paths; the real one has no link in it, except that the item
-    /// itself may be one.
+    /// Both take absolute, standardised paths. In a real path no folder is a link; the item itself
+    /// may be one.
     [[nodiscard]] std::optional<DiskItemRefusal> refusal(std::string_view written) const;
     [[nodiscard]] std::optional<DiskItemRefusal> refusalOfReal(std::string_view real) const;
 
     [[nodiscard]] const std::string& realHome() const { return realHome_; }
 
-    /// What is refused by its path, so that it is known by another path as well.
+    /// The folders that are refused by their paths, so that they are also known by their identity.
     [[nodiscard]] KeptFolders keptFolders(const Options& options) const;
 
-    /// The names by which an item may be judged: those below the home, what stands above which is
-    /// nobody's doing; for an item that is not in the home all of them.
+    /// The part of a path by whose names an item may be judged. For an item in the home it begins
+    /// below the home, since the person did not choose the names above; otherwise it is the whole
+    /// path.
     [[nodiscard]] std::string_view names(std::string_view path) const;
 
-    /// Of the opened folders outside the home the innermost that a real path lies in; none when it
-    /// lies in the home. An opened folder that holds the home is none: nobody opens the whole disk
-    /// to vouch for everything on it.
+    /// The innermost opened folder that a real path lies in; null when the path lies in the home.
+    /// An opened folder that holds the home does not count: nobody opens the whole disk to vouch
+    /// for everything on it.
     [[nodiscard]] const std::string* openedFolderOutsideHome(std::string_view real) const;
 
   private:
-    /// Folders, folded.
+    /// Folded paths of folders.
     using Folders = std::vector<std::string>;
 
     void add(Folders& folders, std::string_view path) const;
@@ -70,8 +71,8 @@ class DiskItemPlaces {
 
     std::string home_;
     std::string realHome_;
-    std::vector<std::string> chosen_;     ///< the home and the opened folders, in both forms
-    std::vector<std::string> realChosen_; ///< in their real form
+    std::vector<std::string> chosen_;     ///< written and real paths of home and opened folders
+    std::vector<std::string> realChosen_; ///< the real ones alone
     Folders homes_;
     Folders opened_;
     Folders standard_;

@@ -1,6 +1,7 @@
 #include "StorageEngine/PickedItems/DiskItemRefusal.h"
 
 #include "Base/Fault.h"
+#include "Platform/Machine/OperatingSystem.h"
 
 namespace tidyro {
 
@@ -60,12 +61,12 @@ std::string_view explanation(DiskItemRefusal refusal) {
         return "The contents of this are in a cloud and not on this disk, so removing it frees "
                "nothing and may delete them there.";
     case otherOwner: return "This belongs to another user of this computer.";
-    case mountPoint: return "Another disk appears here. Eject it instead.";
+    case mountPoint: return platform::systemText(SystemText::otherDiskHere);
     case otherVolume:
         return "This isn't on a disk inside this computer. Open the folder that it lies in first.";
-    case closedSurroundings:
+    case closedParent:
         return "The folder that this lies in can't be changed, so nothing can be moved out of it.";
-    case locked: return "This, or the folder that it lies in, is locked. Unlock it first.";
+    case locked: return platform::systemText(SystemText::itemIsLocked);
     case closedFolder:
         return "This folder is closed to changes, so it can't be moved. Change its permissions "
                "first.";
@@ -79,9 +80,9 @@ std::string_view explanation(DiskItemRefusal refusal) {
     case growing: return "Something is writing to this right now. Try again when it has finished.";
     case otherPlace: return "This isn't in the place that it was found in. Scan again.";
     case changedSinceMeasured: return "This changed after it was measured. Scan again.";
-    case mountPointInside: return "Another disk appears inside this folder. Eject it first.";
+    case mountPointInside: return platform::systemText(SystemText::otherDiskInside);
     case otherOwnerInside: return "Something inside this folder belongs to another user.";
-    case lockedInside: return "Something inside this folder is locked. Unlock it first.";
+    case lockedInside: return platform::systemText(SystemText::somethingIsLocked);
     case specialFileInside:
         return "Something inside this folder is no ordinary file: programs talk to each other or "
                "to a device through it.";

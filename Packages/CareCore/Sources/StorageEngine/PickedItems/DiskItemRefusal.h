@@ -7,14 +7,15 @@
 
 namespace tidyro {
 
-/// Why an item that a person picked stays where it is. The order is that of the checks, from what
-/// a path alone tells to what takes a look through a whole folder: the first that applies is told.
+/// Why an item that a person picked stays where it is. The order is that of the checks: those that
+/// need the path alone come first, those that look through a whole folder last. The first reason
+/// that applies is told.
 enum class DiskItemRefusal : std::uint8_t {
-    // By what is known of the machine and the home at all.
+    // Because nothing is known of the machine or the home.
     nothingKnown,
     desktopListUnreadable,
     homeUnreadable,
-    // By the paths alone, as they are written and as they really are.
+    // By the written and the real path alone.
     homeFolder,
     openedFolder,
     outsideChosenFolders,
@@ -39,7 +40,7 @@ enum class DiskItemRefusal : std::uint8_t {
     otherOwner,
     mountPoint,
     otherVolume,
-    closedSurroundings,
+    closedParent,
     locked,
     closedFolder,
     unreadableFolder,
@@ -49,7 +50,7 @@ enum class DiskItemRefusal : std::uint8_t {
     growing,
     otherPlace,
     changedSinceMeasured,
-    // By what a folder holds; here what is met first is told.
+    // By what a folder holds. Here the reason that is met first is told.
     mountPointInside,
     otherOwnerInside,
     lockedInside,
@@ -63,7 +64,8 @@ enum class DiskItemRefusal : std::uint8_t {
     cancelled,
 };
 
-/// One plain sentence or two for people: what is the matter and, where it helps, what to do.
+/// One or two plain sentences for people: what is the matter and, where it helps, what to do. They
+/// are in the words of the running system.
 [[nodiscard]] std::string_view explanation(DiskItemRefusal refusal);
 
 constexpr RawValueTable<DiskItemRefusal, 47> rawValues(RawValueTag<DiskItemRefusal>) {
@@ -94,7 +96,7 @@ constexpr RawValueTable<DiskItemRefusal, 47> rawValues(RawValueTag<DiskItemRefus
               {otherOwner, "otherOwner"},
               {mountPoint, "mountPoint"},
               {otherVolume, "otherVolume"},
-              {closedSurroundings, "closedSurroundings"},
+              {closedParent, "closedParent"},
               {locked, "locked"},
               {closedFolder, "closedFolder"},
               {unreadableFolder, "unreadableFolder"},

@@ -21,10 +21,9 @@ namespace {
 using enum DiskItemRefusal;
 using platform::ItemKind;
 
-/// Whether a set has the path or, for a folder, anything in it. In the order of the set all that
-/// lies in a folder stands together, behind the folder's path and a "/".
-bool holds(const std::set<std::string, std::less<>>& paths, const std::string& path,
-           bool isFolder) {
+/// Whether a set has the path or, for a folder, the path of anything in it. The set's order keeps
+/// these together: they all begin with the folder's path and a "/".
+bool hasPath(const SafetyPolicyFacts::PathSet& paths, const std::string& path, bool isFolder) {
     if (paths.contains(path)) return true;
     if (!isFolder) return false;
     const std::string inside = path + "/";
@@ -39,7 +38,7 @@ DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
       home_(std::move(options.home)),
       observer_(home_, options.volumes) {
     const auto desktop = DesktopFolders::read(home_);
-    if (!desktop) unknown_ = desktopListUnreadable; // for which there is no context either
+    if (!desktop) unknown_ = desktopListUnreadable; // also when that left no context
     if (!desktop || context_ == nullptr) return;
     const auto clouds = HomeFolders::findCloudFolders(home_);
     if (!clouds) unknown_ = homeUnreadable;
@@ -56,7 +55,7 @@ DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
     folders_ = DiskItemFolders(places_->keptFolders(known));
 }
 
-/// What is no moment at all is before nothing and after nothing.
+/// A moment that is no finite number would compare as neither before nor after any other.
 DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byMoments(const Question& question) {
     const auto isMoment = [](Timestamp at) { return std::isfinite(at.secondsSinceReference()); };
     if (question.built && !isMoment(*question.built)) return changedSinceMeasured;
@@ -70,8 +69,8 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byKind(const platform::Fil
     return std::nullopt;
 }
 
-/// Whether the person vouches for a volume that is no disk of this machine by having opened a
-/// folder on that very volume. A volume that is not known remains so.
+/// Whether the person vouches for a volume that is no disk of this machine, by having opened a
+/// folder on that very volume. Nobody can vouch for a volume that is not known.
 bool DiskItemRemovalPolicy::isVouchedFor(const Look& look, const FileObservation& observation) {
     const std::string* opened = look.places.openedFolderOutsideHome(look.real);
     if (opened == nullptr || !observation.volumeIdentifier) return false;
@@ -94,12 +93,13 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byOrigin(Look& look,
     return std::nullopt;
 }
 
-/// A sticky folder lets people rename what is their own, and nothing else comes this far. A folder
-/// that moves to another one has to be open to changes itself: its ".." changes.
+/// Sticky folders need no check: people may rename their own items in them, and items of others
+/// have been refused already. A folder that is to move has to be writable itself, since its ".."
+/// changes.
 DiskItemRemovalPolicy::Verdict
 DiskItemRemovalPolicy::byPermissions(const Look& look, const FileObservation& observation) const {
     if (look.seen.isLocked || look.folder.seen.isLocked) return locked;
-    if (!look.folder.isWritable) return closedSurroundings;
+    if (!look.folder.isWritable) return closedParent;
     if (look.seen.kind == ItemKind::folder) {
         if (!platform::isWritableFolder(look.real) || folders_.isClosed(look.seen)) {
             return closedFolder;
@@ -110,8 +110,8 @@ DiskItemRemovalPolicy::byPermissions(const Look& look, const FileObservation& ob
     return std::nullopt;
 }
 
-/// By what the folders above the item are made of. Of a folder itself only that it is a database
-/// counts: a whole repository is a whole project.
+/// Judges by what the folders above the item are made of. A picked folder is refused when it is a
+/// database itself, but not when it is a repository: a whole repository is a whole project.
 DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::bySurroundings(const Look& look) {
     const std::string& path = look.question.item.path();
     const FolderSurroundings above = observer_.surroundings(std::string(path::parent(path)));
@@ -122,15 +122,15 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::bySurroundings(const Look&
                                                                  : std::nullopt;
 }
 
-/// What is open is told by path: of a file with several names one that is open by another name
-/// escapes. Whoever offers files with several names does not ask for them at all.
+/// Files in use are known by path, so a file that is open by another of its names is missed.
+/// Whoever offers items holds files with several names without asking here.
 DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byUse(const Look& look) const {
     const std::string& path = look.question.item.path();
     const bool isFolder = look.seen.kind == ItemKind::folder;
     for (const std::string* one : {&path, &look.real}) {
         if (LiveDataDetector::signal(LoweredPath(look.places.names(*one)))) return liveDatabase;
-        if (holds(context_->facts().openByProcessPaths, *one, isFolder)) return openByProcess;
-        if (holds(context_->facts().activelyGrowingPaths, *one, isFolder)) return growing;
+        if (hasPath(context_->facts().openByProcessPaths, *one, isFolder)) return openByProcess;
+        if (hasPath(context_->facts().activelyGrowingPaths, *one, isFolder)) return growing;
         if (look.real == path) break;
     }
     return std::nullopt;
@@ -148,7 +148,7 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byDatabase(const Look& loo
     return *is ? Verdict(liveDatabase) : std::nullopt;
 }
 
-/// A link inside a known place may lead out of it: what lies there is not the place's.
+/// Refuses an item that a link inside a known place leads to: it need not be the place's own.
 DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byPlace(const Look& look) {
     const auto& wanted = look.question.placeID;
     if (wanted && (look.place == nullptr || look.place->id != *wanted)) return otherPlace;
@@ -225,7 +225,7 @@ DiskItemRemovalPolicy::planEntry(const Question& question) {
     const std::string& path = question.item.path();
     if (const Verdict found = byMoments(question)) return std::unexpected(*found);
     if (const Verdict found = places.refusal(path)) return std::unexpected(*found);
-    // A copy: further folders may be asked for while this one is in use.
+    // A copy, since the reference is good only until another folder is asked for.
     const DiskItemFolders::Folder folder = folders_.at(path::parent(path));
     if (folder.refusal) return std::unexpected(*folder.refusal);
     std::string name(question.item.lastComponent());

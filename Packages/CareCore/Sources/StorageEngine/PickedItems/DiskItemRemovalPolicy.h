@@ -25,33 +25,34 @@
 
 namespace tidyro {
 
-/// Whether a whole file or folder that a person picked may go to the Trash.
+/// Decides whether a whole file or folder that a person picked may go to the Trash.
 ///
 ///     DiskItemRemovalPolicy policy({.home = home,
 ///                                   .openedFolders = opened,
 ///                                   .context = provider.context(),
 ///                                   .volumes = volumes});
-///     const auto entry = policy.planEntry({.item = url, .measuredBytes = size, .at = now});
+///     const auto entry = policy.planEntry(
+///         {.item = url, .measuredBytes = bytes, .at = Timestamp::now()});
 ///     if (!entry) show(explanation(entry.error()));
 ///
-/// The checks come in the order in which `DiskItemRefusal` lists the refusals; every doubt is one.
-/// An item that its path alone refuses costs no look at the disk, a file that may go about a dozen
-/// system calls, a folder a look through all that it holds.
+/// The checks come in the order in which `DiskItemRefusal` lists the refusals, and every doubt is a
+/// refusal. An item that is refused by its path costs no look at the disk, a file that may go about
+/// a dozen system calls, and a folder a look through all that it holds.
 ///
-/// What decides over an item is asked through the open folder that it lies in, which was opened
-/// without following a link: a folder on the way that is exchanged meanwhile leads nowhere else.
-/// Whole projects and whole repositories may go when a person picks them, parts of a repository
-/// may not.
+/// The folder that an item lies in is opened without following a link, and everything about the
+/// item is asked through that open folder. A folder on the way that is exchanged meanwhile
+/// therefore leads nowhere else. Whole projects and whole repositories may go when a person picks
+/// them; parts of a repository may not.
 ///
-/// What it finds out about the folders that items lie in it remembers, and it asks what is mounted
-/// and where the links in the home lead only once: a new one is made for each search or selection,
-/// and by whoever is about to touch something. It belongs to one thread.
+/// A policy remembers what it finds out about folders, and asks only once what is mounted and where
+/// the links in the home lead. So it is soon out of date: make a new one for each search or
+/// selection, and before something is touched. It belongs to one thread.
 class DiskItemRemovalPolicy {
   public:
     struct Options {
         FileURL home;
-        std::vector<FileURL> openedFolders = {}; ///< that the person has opened since the start
-        /// What runs and what is kept; null when it is not known, and everything is refused.
+        std::vector<FileURL> openedFolders = {}; ///< by the person, since the program started
+        /// What runs and what is kept. Null when it is not known; then everything is refused.
         std::shared_ptr<const SafetyPolicyContext> context;
         const platform::Volumes& volumes; ///< asked by the constructor only
     };
@@ -64,12 +65,12 @@ class DiskItemRemovalPolicy {
         std::uint64_t measuredBytes;
         std::optional<DiskGroup> group = std::nullopt; ///< that the item was sorted into
         /// When the measurement of the item began; absent when unknown. An item that was modified
-        /// since is not the one that was measured.
+        /// after it is refused.
         std::optional<Timestamp> built = std::nullopt;
         Timestamp at; ///< now
         CancelToken cancel = {};
     };
-    /// The entry of a plan, for the person to approve by itself, or why the item has to stay.
+    /// The entry of a plan, which the person approves by itself, or why the item has to stay.
     [[nodiscard]] std::expected<CleanupPlanEntry, DiskItemRefusal>
     planEntry(const Question& question);
 

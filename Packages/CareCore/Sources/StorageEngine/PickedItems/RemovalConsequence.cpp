@@ -4,7 +4,7 @@ namespace tidyro {
 
 namespace {
 
-std::string_view ofGroup(DiskGroup group) {
+std::string_view groupConsequence(DiskGroup group) {
     switch (group) {
     case DiskGroup::trash: return "Emptied items cannot be put back.";
     case DiskGroup::projectFolders:
@@ -27,7 +27,7 @@ std::string_view ofGroup(DiskGroup group) {
     return {};
 }
 
-std::string_view ofCategory(CleanupCategory category) {
+std::string_view categoryConsequence(CleanupCategory category) {
     switch (category) {
     case CleanupCategory::regenerableCache:
         return "Its owner fills the cache again and may be slower until then.";
@@ -61,9 +61,9 @@ std::string_view ofCategory(CleanupCategory category) {
 
 } // namespace
 
-std::string_view RemovalConsequence::sentence(std::optional<DiskGroup> forSpaceSort,
+std::string_view RemovalConsequence::sentence(std::optional<DiskGroup> group,
                                               CleanupCategory category) {
-    return forSpaceSort ? ofGroup(*forSpaceSort) : ofCategory(category);
+    return group ? groupConsequence(*group) : categoryConsequence(category);
 }
 
 } // namespace tidyro

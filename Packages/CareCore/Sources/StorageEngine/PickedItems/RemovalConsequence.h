@@ -8,11 +8,11 @@
 
 namespace tidyro {
 
-/// What removing an item loses, in one plain sentence.
+/// Tells in one plain sentence what is lost when an item is removed.
 struct RemovalConsequence {
-    /// By the disk group where there is one, because it is told from the item's own place, else by
-    /// the category.
-    [[nodiscard]] static std::string_view sentence(std::optional<DiskGroup> forSpaceSort,
+    /// The group that the item was sorted into decides where there is one, because it follows from
+    /// the item's own place; otherwise the category does.
+    [[nodiscard]] static std::string_view sentence(std::optional<DiskGroup> group,
                                                    CleanupCategory category);
 };
 

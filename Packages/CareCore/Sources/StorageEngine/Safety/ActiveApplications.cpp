@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <ranges>
 #include <set>
 #include <string_view>
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "StorageEngine/Safety/KnownApplications.h"
 
 namespace tidyro {
 
@@ -21,18 +21,14 @@ constexpr std::array<std::string_view, 6> foldersOnMacOS{
     "Library/Containers", "Library/HTTPStorages",
     "Library/Logs",       "Library/WebKit"};
 
-/// Calls `use` with each element of a list until it says that it has seen enough.
-template <class Use>
-bool anyOf(std::string_view list, Use use) {
-    while (!list.empty()) {
-        const std::size_t end = std::min(list.find('|'), list.size());
-        if (use(list.substr(0, end))) return true;
-        list.remove_prefix(std::min(end + 1, list.size()));
-    }
-    return false;
+/// The elements of a list of the table.
+auto elements(std::string_view list) {
+    return list | std::views::split('|') |
+           std::views::transform([](auto element) { return std::string_view(element); });
 }
 
-bool begins(std::string_view name, std::string_view beginning) {
+/// Whether a name begins so, and no letter follows.
+bool isBeginningOf(std::string_view beginning, std::string_view name) {
     if (!name.starts_with(beginning)) return false;
     if (name.size() == beginning.size()) return true;
     const char next = name[beginning.size()];
@@ -78,7 +74,7 @@ void addUsualFolders(const platform::RunningApplication& running, std::set<std::
         folders.insert(".var/app");
 }
 
-/// What one row is compared with, lowered once.
+/// What the rows of the table are compared with, lowered once.
 struct LoweredNames {
     std::string executable;
     std::string name;
@@ -91,14 +87,16 @@ LoweredNames loweredNames(const platform::RunningApplication& running) {
             .bundleIdentifier = lowercased(running.bundleIdentifier)};
 }
 
-bool takes(const KnownApplication& application, const LoweredNames& running) {
-    if (anyOf(application.names, [&](std::string_view name) {
-            return begins(running.executable, name) || begins(running.name, name);
-        })) {
-        return true;
-    }
+/// Whether a running program is the application of a row.
+bool isProcessOf(const ActiveApplications::Known& application, const LoweredNames& running) {
+    const auto isItsName = [&](std::string_view beginning) {
+        return isBeginningOf(beginning, running.executable) ||
+               isBeginningOf(beginning, running.name);
+    };
+    if (std::ranges::any_of(elements(application.names), isItsName)) return true;
     const std::string& identifier = running.bundleIdentifier;
-    return !identifier.empty() && anyOf(application.bundleIdentifiers, [&](std::string_view one) {
+    if (identifier.empty()) return false;
+    return std::ranges::any_of(elements(application.bundleIdentifiers), [&](std::string_view one) {
         const std::string known = lowercased(one);
         return identifier == known || identifier.starts_with(known + ".");
     });
@@ -109,24 +107,21 @@ bool takes(const KnownApplication& application, const LoweredNames& running) {
 std::vector<std::string>
 ActiveApplications::dataFolders(std::span<const platform::RunningApplication> running) {
     std::set<std::string> folders;
-    std::set<std::string> known; // hundreds of processes, few programs
-    const auto applications = knownApplications();
-    std::vector<bool> isTaken(applications.size());
+    std::set<std::string> seen; // hundreds of processes, few programs
+    const std::span<const Known> known = table();
+    std::vector<bool> isRunning(known.size());
     for (const platform::RunningApplication& one : running) {
         const std::string key = one.executable + '\0' + one.name + '\0' + one.bundleIdentifier;
-        if (!known.insert(key).second) continue;
+        if (!seen.insert(key).second) continue;
         addUsualFolders(one, folders);
         const LoweredNames names = loweredNames(one);
-        for (std::size_t row = 0; row < applications.size(); ++row) {
-            isTaken[row] = isTaken[row] || takes(applications[row], names);
+        for (std::size_t row = 0; row < known.size(); ++row) {
+            isRunning[row] = isRunning[row] || isProcessOf(known[row], names);
         }
     }
-    for (std::size_t row = 0; row < applications.size(); ++row) {
-        if (!isTaken[row]) continue;
-        anyOf(applications[row].folders, [&](std::string_view folder) {
-            folders.emplace(folder);
-            return false;
-        });
+    for (std::size_t row = 0; row < known.size(); ++row) {
+        if (!isRunning[row]) continue;
+        for (const std::string_view folder : elements(known[row].folders)) folders.emplace(folder);
     }
     return {folders.begin(), folders.end()};
 }

@@ -2,21 +2,38 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Platform/Processes/RunningApplications.h"
 
 namespace tidyro {
 
-/// From running applications to the folders that belong to them.
+/// Finds the folders that belong to running applications, so that nothing in them is cleaned.
 ///
-/// Better one folder too many: an interpreter that runs (node, python, java) stands for all the
-/// tools that are written for it, since a process rarely tells which of them it is; and a program
-/// that is not in the table has the folders that programs usually make from their names.
+/// In doubt it names one folder too many. A running interpreter (node, python, java) stands for
+/// every tool that is written for it, since a process rarely shows which tool it runs. A program
+/// that the table does not know has the folders that programs usually make from their names.
 struct ActiveApplications {
-    /// Paths below the home, ascending, each once; whether they exist is not asked.
+    /// Paths below the home, ascending, each once. Some of them may not exist.
     [[nodiscard]] static std::vector<std::string>
     dataFolders(std::span<const platform::RunningApplication> running);
+
+    /// One row of the table: how an application's processes are recognised, and where it keeps
+    /// what must not change under it. Elements of a list are separated by "|".
+    struct Known {
+        /// Beginnings of the names of its executables and processes, in lower case. No letter may
+        /// follow: "python" fits "python3.11" and "Python", but not "pythonista".
+        std::string_view names;
+        /// Bundle identifiers. An identifier that goes on after a full stop is a helper's and fits
+        /// as well.
+        std::string_view bundleIdentifiers;
+        /// Folders below the home, each with all that is in it.
+        std::string_view folders;
+    };
+    /// The table, for macOS and Linux at once: a folder of the other system does no harm. Programs
+    /// that only make folders from their names are not in it.
+    [[nodiscard]] static std::span<const Known> table();
 };
 
 } // namespace tidyro

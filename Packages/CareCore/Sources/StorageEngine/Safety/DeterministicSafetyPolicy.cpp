@@ -189,7 +189,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
         return protectedFor(activeGrowth,
                             SharedText::lasting(explanation(LiveDataSignal::activeGrowth)));
     }
-    if (isApplicationData(lowered, false)) {
+    if (isApplicationData(lowered, observation.kind == FileKind::directory)) {
         return protectedFor(
             protectedLocation,
             "Application Support data is review-only and cannot be inferred as temporary.");

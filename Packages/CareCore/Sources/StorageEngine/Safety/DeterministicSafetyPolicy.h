@@ -20,10 +20,16 @@ namespace tidyro {
 /// The single place that decides whether an item may be cleaned without asking, must be reviewed,
 /// or is protected.
 ///
-/// Deterministic: the same observation, rules, context and clock give the same verdict; no
-/// heuristic, model or network takes part. Every doubt ends in `protected`: an unknown owner or
-/// volume, a missing date, no rule, a rule that is not ours. Nothing here fails, and a protected
-/// verdict allocates nothing.
+///     const DeterministicSafetyPolicy policy(home);
+///     const auto rules = BuiltInCleanupRules::allLocations(home);
+///     const auto rated = policy.classify(
+///         observation, {.rules = rules, .context = *context, .now = now});
+///     if (rated.assessment.tier == RiskTier::safeToReclaim) suggest(rated);
+///
+/// The same observation, rules, context and time always give the same verdict; no heuristic, model
+/// or network takes part. Every doubt ends in `protected`: an unknown owner or volume, a missing
+/// date, no rule, a rule that is not ours. Nothing here fails, and a protected verdict allocates
+/// nothing. Immutable: any thread may ask.
 class DeterministicSafetyPolicy {
   public:
     explicit DeterministicSafetyPolicy(FileURL home);
@@ -33,15 +39,16 @@ class DeterministicSafetyPolicy {
         std::span<const CleanupRule> rules;
         const SafetyPolicyContext& context;
         Timestamp now;
-        /// Remembers folders whose links were resolved, for a scan that rates many files; absent,
-        /// the item itself is resolved on the disk, as it must be right before it is touched.
+        /// Remembers folders whose links were resolved, for a scan that rates many files. Without
+        /// one the item's own path is resolved on the disk, which is a must right before the item
+        /// is touched.
         FolderResolver* folders = nullptr;
     };
-    /// The verdict. The candidate carries the observation unchanged and no authorization.
+    /// The candidate with its verdict. It carries the observation unchanged, and no authorization.
     [[nodiscard]] CleanupCandidate classify(FileObservation observation,
                                             const Question& question) const;
 
-    /// The protective checks alone: the first that fires; none when none does.
+    /// Runs the protective checks alone. The first one that fires decides; none when none fires.
     [[nodiscard]] std::optional<RiskAssessment>
     protectedAssessment(const FileObservation& observation,
                         const SafetyPolicyContext& context) const;
@@ -53,11 +60,11 @@ class DeterministicSafetyPolicy {
     [[nodiscard]] static const CleanupRule*
     mostSpecificMatchingRule(const FileURL& url, std::span<const CleanupRule> rules);
 
-    // Predicates on places, on standardised URLs.
+    // These ask for standardised URLs and look at nothing on the disk.
 
     /// In a place of the operating system, or in one that all users share.
     [[nodiscard]] static bool isSystemProtected(const FileURL& url);
-    /// Below a folder named as those in which people keep their own files, anywhere in the path.
+    /// Whether any folder of the path has the name of one in which people keep their own files.
     [[nodiscard]] static bool isPersonalProtected(const FileURL& url);
     /// An application's own data rather than one of its caches.
     [[nodiscard]] static bool isApplicationSupport(const FileURL& url);

@@ -18,8 +18,6 @@ namespace tidyro {
 
 namespace {
 
-using PathSet = std::set<std::string, std::less<>>;
-
 LocalRuntimeSafetyContextProvider::Machine runningSystem() {
     static const platform::LiveVolumes volumes;
     static const platform::LiveRunningProcesses processes;
@@ -27,8 +25,8 @@ LocalRuntimeSafetyContextProvider::Machine runningSystem() {
     return {.volumes = volumes, .processes = processes, .applications = applications};
 }
 
-/// The system tells of files by their real paths; scans go by the paths that places have in the
-/// home. Here the one is turned into the other.
+/// Turns real paths, by which the system tells of files, into the paths by which scans reach the
+/// same files through links in the home.
 class WrittenNames {
   public:
     explicit WrittenNames(const FileURL& home) {
@@ -62,10 +60,10 @@ class WrittenNames {
     std::vector<Place> places_;
 };
 
-PathSet pathSet(std::vector<std::string> paths) {
+SafetyPolicyFacts::PathSet pathSet(std::vector<std::string> paths) {
     std::ranges::sort(paths);
     const auto repeated = std::ranges::unique(paths);
-    PathSet set; // from an ordered list each goes to the end at once
+    SafetyPolicyFacts::PathSet set; // from an ordered list each goes to the end at once
     for (auto at = paths.begin(); at != repeated.begin(); ++at) {
         set.emplace_hint(set.end(), std::move(*at));
     }
@@ -73,8 +71,8 @@ PathSet pathSet(std::vector<std::string> paths) {
 }
 
 /// A volume counts when everything mounted under its identifier is internal.
-PathSet internalVolumes(const std::vector<platform::Volume>& volumes) {
-    PathSet internal;
+std::set<std::string, std::less<>> internalVolumes(const std::vector<platform::Volume>& volumes) {
+    std::set<std::string, std::less<>> internal;
     for (const platform::Volume& volume : volumes) {
         if (volume.isInternalLocal) internal.insert(volume.identifier);
     }
@@ -84,9 +82,9 @@ PathSet internalVolumes(const std::vector<platform::Volume>& volumes) {
     return internal;
 }
 
-/// Places below the home at which a folder appears that also lies elsewhere, mounted a second time.
-/// By what name it is reached there says nothing of what it is. A volume that is mounted once only
-/// has its place there.
+/// Folders below the home that are mounted there a second time. Such a folder lies elsewhere as
+/// well, so its name in the home says nothing of what it is. A volume that is mounted only once
+/// really has its place there.
 std::vector<FileURL> secondPlaces(const std::vector<platform::Volume>& volumes,
                                   const FileURL& home) {
     const std::string realHome = platform::realPath(home.path()).value_or(home.path());
@@ -108,8 +106,8 @@ std::vector<FileURL> secondPlaces(const std::vector<platform::Volume>& volumes,
     return folders;
 }
 
-PathSet pathsInUse(platform::ProcessActivity activity, const FileURL& home) {
-    // Libraries are mapped by every process: each name is kept once before they are put in order.
+SafetyPolicyFacts::PathSet pathsInUse(platform::ProcessActivity activity, const FileURL& home) {
+    // Every process maps the same libraries, so each name is kept once before they are sorted.
     std::unordered_set<std::string> found;
     for (platform::RunningProcess& process : activity.processes) {
         if (!process.executable.empty()) found.insert(std::move(process.executable));
@@ -122,7 +120,7 @@ PathSet pathsInUse(platform::ProcessActivity activity, const FileURL& home) {
     return pathSet(std::move(paths));
 }
 
-/// The folders, and where those lie that are reached through links.
+/// The folders, and the real ones of those that are reached through links.
 std::vector<FileURL> withRealPlaces(std::vector<FileURL> folders) {
     const std::size_t given = folders.size();
     for (std::size_t i = 0; i < given; ++i) {
@@ -132,9 +130,9 @@ std::vector<FileURL> withRealPlaces(std::vector<FileURL> folders) {
     return folders;
 }
 
-/// Of the folders those that do not lie in a kept one. A desktop may be told to call anything the
-/// folder of its templates, and a vault may be mounted where passwords are kept.
-std::vector<FileURL> outside(const std::vector<FileURL>& kept, std::vector<FileURL> folders) {
+/// Leaves only those folders that do not lie in a kept one. A desktop's settings may name any
+/// folder as that of its templates, and a vault may be mounted where passwords are kept.
+std::vector<FileURL> withoutKept(const std::vector<FileURL>& kept, std::vector<FileURL> folders) {
     std::vector<std::string> paths;
     paths.reserve(kept.size());
     for (const FileURL& folder : kept) paths.push_back(folded(folder.path()));
@@ -174,7 +172,7 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
     std::vector<FileURL> choosable = desktop->personal;
     const auto second = secondPlaces(*volumes, home_);
     choosable.insert(choosable.end(), second.begin(), second.end());
-    choosable = outside(kept, withRealPlaces(std::move(choosable)));
+    choosable = withoutKept(kept, withRealPlaces(std::move(choosable)));
     std::vector<FileURL> roots = std::move(kept);
     roots.insert(roots.end(), choosable.begin(), choosable.end());
     return SafetyPolicyContext({.currentUserID = platform::currentUserID(),
@@ -186,7 +184,7 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
                                std::move(choosable));
 }
 
-LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::rebuilt() {
+LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::rebuild() {
     const Timestamp begun = machine_.clock();
     last_.reset();
     auto found = look();
@@ -201,14 +199,14 @@ LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::co
     if (last_) {
         const double age =
             machine_.clock().secondsSinceReference() - last_->at.secondsSinceReference();
-        if (age >= 0 && age <= options_.longestUse) return last_->context;
+        if (age >= 0 && age <= options_.maxAge) return last_->context;
     }
-    return rebuilt();
+    return rebuild();
 }
 
 LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::freshContext() {
     const std::scoped_lock lock(mutex_);
-    return rebuilt();
+    return rebuild();
 }
 
 std::optional<LocalRuntimeSafetyContextProvider::Taken>

@@ -23,11 +23,12 @@ namespace tidyro {
 ///     if (context == nullptr) return cannotVerify();
 ///     policy.classify(observation, {.rules = rules, .context = *context, .now = now});
 ///
-/// A context is built in one pass over the machine. When a piece of it cannot be read there is
-/// none, and nothing may be called safe; that some processes guard themselves or are other
-/// people's is normal and no such piece. Names by which the home and the places of the cleanup
-/// rules can be reached through links count as well as where the links lead. A folder that is
-/// mounted in the home and lies elsewhere as well is protected.
+/// A context is built in one pass over the machine. When a piece of it cannot be read, there is no
+/// context, and nothing may be called safe. Processes that guard themselves or belong to other
+/// people are normal and do not count as such a piece.
+///
+/// Where the home or a place of the cleanup rules is reached through a link, a path in use counts
+/// under both names. A folder that is mounted in the home and lies elsewhere as well is protected.
 ///
 /// Any thread may call; a call waits for one that is under way.
 class LocalRuntimeSafetyContextProvider {
@@ -42,9 +43,9 @@ class LocalRuntimeSafetyContextProvider {
         std::function<Timestamp()> clock = Timestamp::now;
     };
     struct Options {
-        /// Seconds for which `context` gives the same one again: long enough for a list that is
-        /// being drawn, far too short for anything that touches a file.
-        double longestUse = 5;
+        /// Seconds for which `context` returns the same context again: long enough for a list that
+        /// is being drawn, far too short for anything that touches a file.
+        double maxAge = 5;
         std::vector<FileURL> protectedRoots = {}; ///< further ones
     };
 
@@ -52,8 +53,7 @@ class LocalRuntimeSafetyContextProvider {
     explicit LocalRuntimeSafetyContextProvider(FileURL home);
     LocalRuntimeSafetyContextProvider(FileURL home, Machine machine, Options options);
 
-    /// The last context, or a new one once that is older than it may be, or the clock was set
-    /// back behind it.
+    /// The last context. A new one when that has passed its age, or when the clock was set back.
     [[nodiscard]] Context context();
     /// A context of this moment, for whoever is about to touch something.
     [[nodiscard]] Context freshContext();
@@ -62,12 +62,12 @@ class LocalRuntimeSafetyContextProvider {
         Context context;
         Timestamp at; ///< when building it began
     };
-    /// What `context` would give while it is young enough; none before the first, and after one
-    /// that could not be built.
+    /// The last context, whatever its age. None before the first, and after one that could not be
+    /// built.
     [[nodiscard]] std::optional<Taken> last() const;
 
   private:
-    [[nodiscard]] Context rebuilt();
+    [[nodiscard]] Context rebuild();
     [[nodiscard]] std::optional<SafetyPolicyContext> look() const;
 
     const FileURL home_;

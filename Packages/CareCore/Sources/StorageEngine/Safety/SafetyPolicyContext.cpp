@@ -15,18 +15,16 @@ std::vector<std::string> pathsOf(const std::vector<FileURL>& roots) {
     return paths;
 }
 
-using PathSet = std::set<std::string, std::less<>>;
-
-PathSet written(const PathSet& paths) {
-    PathSet all;
+SafetyPolicyFacts::PathSet written(const SafetyPolicyFacts::PathSet& paths) {
+    SafetyPolicyFacts::PathSet all;
     for (const std::string& path : paths) {
         all.insert(repairedUTF8(path) == path ? path : FileURL::file(path).text());
     }
     return all;
 }
 
-PathSet readBack(const PathSet& paths) {
-    PathSet all;
+SafetyPolicyFacts::PathSet readBack(const SafetyPolicyFacts::PathSet& paths) {
+    SafetyPolicyFacts::PathSet all;
     for (const std::string& path : paths) {
         const auto url = path.starts_with('/') ? std::nullopt : FileURL::fromText(path);
         all.insert(url ? url->path() : path);

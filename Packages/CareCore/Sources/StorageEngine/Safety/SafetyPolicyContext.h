@@ -12,14 +12,17 @@
 
 namespace tidyro {
 
-/// What a verdict needs to know of the machine at one moment. As a record it is what is written.
+/// What a verdict needs to know of the machine at one moment. This is the part of a context that is
+/// written to JSON.
 struct SafetyPolicyFacts {
+    using PathSet = std::set<std::string, std::less<>>;
+
     std::uint32_t currentUserID; ///< the person who runs the program
     std::set<std::string, std::less<>> internalLocalVolumeIdentifiers;
     std::vector<FileURL> activeApplicationRoots;   ///< data folders of applications running now
     std::vector<FileURL> additionalProtectedRoots; ///< further folders never to be cleaned
-    std::set<std::string, std::less<>> activelyGrowingPaths; ///< seen growing during the scan
-    std::set<std::string, std::less<>> openByProcessPaths;   ///< open or executed by some process
+    PathSet activelyGrowingPaths;                  ///< seen growing during the scan
+    PathSet openByProcessPaths;                    ///< open or executed by some process
 
     static constexpr auto fields() {
         using Self = SafetyPolicyFacts;
@@ -34,13 +37,13 @@ struct SafetyPolicyFacts {
     bool operator==(const SafetyPolicyFacts&) const = default;
 };
 
-/// The facts, with what every verdict asks of them derived once. Immutable.
+/// The facts, and what is derived from them once because every verdict asks for it. Immutable.
 class SafetyPolicyContext {
   public:
-    /// `choosable`: those of the additional protected roots that only rules leave alone. A person
-    /// may pick single items in them: the folders of documents, music, pictures and the like, and
-    /// what is mounted a second time. They are not written, so a context that was read back has
-    /// none, and none is the answer in doubt.
+    /// `choosable`: those of the additional protected roots in which a person may pick single
+    /// items, though rules leave them alone: the folders of documents, music, pictures and the
+    /// like, and folders that are mounted a second time. JSON does not hold them: a context that
+    /// was read back has none, which is the safe side.
     explicit SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<FileURL> choosable = {});
 
     [[nodiscard]] const SafetyPolicyFacts& facts() const { return facts_; }
@@ -69,8 +72,9 @@ class SafetyPolicyContext {
     RootPathIndex additionalProtectedRoots_;
 };
 
-/// Keys are those of the facts; reading derives the rest again. JSON is Unicode and names of files
-/// need not be: a path that is none is written as the text of its URL, which no path begins like.
+/// The keys are those of the facts. JSON is Unicode, and names of files need not be: a path that is
+/// not Unicode is written as the text of its URL. A path begins with "/" and a URL never does,
+/// which tells the two apart when they are read.
 template <>
 struct JSONCoder<SafetyPolicyContext> {
     static JSON encode(const SafetyPolicyContext& context);

@@ -20,8 +20,8 @@ constexpr std::string_view guarded = "This folder is protected.";
 constexpr std::string_view mounted = "Something else is mounted here.";
 
 CoverageGap closed(const FileURL& url, SystemError error) {
-    // What the system keeps from every program that the person did not admit it calls EPERM;
-    // EACCES is a folder's own permissions.
+    // EPERM means that the system guards the folder from programs that the person did not admit;
+    // EACCES means that the folder's own permissions close it.
     const bool isGuarded = error.code == EPERM;
     return {.url = url,
             .reason = isGuarded ? CoverageGapReason::privacyProtectedExcluded
@@ -106,7 +106,7 @@ bool CleanupPlaceWalk::list(Level& level) {
     lister_.begin(level.folder);
     while (const platform::FolderEntry* entry = lister_.next()) {
         if (options_.cancel.stop_requested()) return false;
-        if (entriesRead_ == options_.mostEntries) {
+        if (entriesRead_ == options_.maxEntries) {
             gap(level.url, CoverageGapReason::scanBudgetExceeded,
                 "The place holds more files than one scan reads, and the rest was left out.");
             return false;
@@ -115,8 +115,8 @@ bool CleanupPlaceWalk::list(Level& level) {
         if (!take(level, *entry)) return false;
     }
     if (lister_.error().code != 0) options_.addGap(closed(level.url, lister_.error()));
-    // The order in which a file system lists is its own; with this one, what a budget leaves out
-    // is the same each time, as far as folders go.
+    // A file system lists in any order. Sorting makes a budget leave out the same folders each
+    // time.
     std::ranges::sort(level.folders, std::greater<>());
     return true;
 }
@@ -179,7 +179,7 @@ std::optional<CleanupPlaceWalk::Level> CleanupPlaceWalk::opened(const Level& lev
     if (mountPoints_.contains(below)) {
         return leave(CoverageGapReason::mountBoundaryExcluded, mounted);
     }
-    if (levels_.size() >= options_.mostFolders) {
+    if (levels_.size() >= options_.maxDepth) {
         return leave(CoverageGapReason::scanBudgetExceeded,
                      "The folders go deeper than a cleanup reads.");
     }

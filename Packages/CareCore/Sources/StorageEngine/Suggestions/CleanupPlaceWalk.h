@@ -21,24 +21,27 @@
 
 namespace tidyro {
 
-/// The folder of a cleanup rule, open. It was reached from the home by name, without following a
-/// link.
+/// The folder of a cleanup rule, open. It was reached from the home name by name, and no link was
+/// followed.
 struct CleanupPlace {
     const CleanupRule* rule;
     platform::FolderDescriptor folder;
     platform::ItemIdentity identity;
 
-    /// None where the folder is gone by now; a gap where it may not be opened, or lies behind a
-    /// link: what a link leads to may be anybody's.
+    /// The error is a gap where the folder may not be opened, or lies behind a link: what a link
+    /// leads to may be anybody's. The error is empty where the folder is gone.
     [[nodiscard]] static std::expected<CleanupPlace, std::optional<CoverageGap>>
     open(const CleanupRule& rule, const FileURL& home);
 };
 
-/// Goes through one place and hands out each regular file in it, leaving out what no cleanup may
-/// take apart file by file: packages, what is mounted there, what a cloud keeps, protected folders,
-/// and the places of other rules, which are walked on their own. Folders are held open on the way
-/// down and nothing is opened by its full path, so a folder that is moved or replaced by a link
-/// meanwhile leads nowhere else. Used by one thread.
+/// Goes through one place and hands out each regular file in it.
+///
+/// It leaves out packages, mounted folders, folders that a cloud keeps and protected folders: no
+/// cleanup may take these apart file by file. It also leaves out the places of other rules, which
+/// are walked on their own.
+///
+/// Folders are held open on the way down and nothing is opened by its full path. A folder that is
+/// moved or replaced by a link meanwhile therefore leads nowhere else. Used by one thread.
 class CleanupPlaceWalk {
   public:
     struct Found {
@@ -47,14 +50,16 @@ class CleanupPlaceWalk {
         platform::ItemIdentity identity;
     };
     struct Options {
-        /// All places of the scan, and the paths of all rules' roots, open or not: those that are
-        /// not this one are passed over, under whatever path they are met.
+        /// All places of the scan. The walk passes over the other ones, under whatever path it
+        /// meets them.
         std::span<const CleanupPlace> places;
+        /// The paths of all rules' roots, also of those that were not opened. They are passed over
+        /// as well.
         const std::set<std::string, std::less<>>& roots;
         const RootPathIndex& protectedRoots;
         FileObserver& observer;
-        std::uint64_t mostEntries;       ///< that may be read
-        std::size_t mostFolders;         ///< one inside the other
+        std::uint64_t maxEntries;        ///< that may be read
+        std::size_t maxDepth;            ///< of folders, one inside the other
         std::function<bool(Found)> take; ///< false ends the walk
         std::function<void(CoverageGap)> addGap;
         std::function<void(const std::string& folder)> enterFolder; ///< before each is read
@@ -63,7 +68,7 @@ class CleanupPlaceWalk {
 
     CleanupPlaceWalk(const CleanupPlace& place, Options options);
 
-    /// Ends early when it is cancelled or when the budget is used up.
+    /// To be called once. Ends early when it is cancelled or when the budget is used up.
     void run();
     [[nodiscard]] std::uint64_t entriesRead() const { return entriesRead_; }
 

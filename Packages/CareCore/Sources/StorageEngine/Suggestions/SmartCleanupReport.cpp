@@ -39,7 +39,7 @@ std::vector<CleanupCandidate> SmartCleanupReport::candidates() const {
 
 void SmartCleanupReport::addGap(CoverageGap gap) {
     ++gapCount;
-    if (coverageGaps.size() < mostGaps) coverageGaps.push_back(std::move(gap));
+    if (coverageGaps.size() < maxGaps) coverageGaps.push_back(std::move(gap));
 }
 
 } // namespace tidyro

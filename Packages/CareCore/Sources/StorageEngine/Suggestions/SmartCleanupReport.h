@@ -17,9 +17,9 @@ namespace tidyro {
 struct SmartCleanupTotals {
     std::uint64_t itemCount = 0;
     std::uint64_t byteCount = 0; ///< of the items' contents, as plans count them
-    /// What removing them all gives back: the blocks on disk. A file with several names counts
-    /// once, and only when all of its names are among the candidates; blocks that a file shares
-    /// with a clone are not told apart.
+    /// The blocks on disk that removing them all gives back. A file with several names counts once,
+    /// and only when all of its names are among the candidates. Blocks that a file shares with a
+    /// clone count in full.
     std::uint64_t freedByteCount = 0;
 
     void add(const SmartCleanupTotals& other);
@@ -32,8 +32,8 @@ struct SmartCleanupGroup {
     std::string title; ///< shown to people
     FileURL rootURL;
     bool isHighYield; ///< the place usually frees much space
-    /// Safe ones before those to review, then the larger first, then by id. Each is authorised by
-    /// the rule.
+    /// Safe ones before those to review, then larger before smaller, then by id. Each is authorised
+    /// by the rule.
     std::vector<CleanupCandidate> candidates;
     SmartCleanupTotals safe;
     SmartCleanupTotals review;
@@ -44,13 +44,13 @@ struct SmartCleanupGroup {
     bool operator==(const SmartCleanupGroup&) const = default;
 };
 
-/// What a smart cleanup scan found: the input of planning. Everything in it is as old as the scan;
-/// whoever acts on it looks again.
+/// What a smart cleanup scan found, and what a cleanup is planned from. It is as old as the scan:
+/// whoever acts on it looks at the files again.
 struct SmartCleanupReport {
     /// Rules with files of theirs on the disk: high-yield places first, then in the registry's
     /// order.
     std::vector<SmartCleanupGroup> groups;
-    /// Places that were left out, at most `mostGaps` of them.
+    /// Places that were left out, at most `maxGaps` of them.
     std::vector<CoverageGap> coverageGaps;
     std::uint64_t gapCount = 0; ///< with those that are not listed
     std::uint64_t entriesRead = 0;
@@ -58,7 +58,7 @@ struct SmartCleanupReport {
     Timestamp completedAt;
 
     /// Caches are full of links; a list of them all would help nobody.
-    static constexpr std::size_t mostGaps = 1'000;
+    static constexpr std::size_t maxGaps = 1'000;
 
     [[nodiscard]] SmartCleanupTotals safe() const;
     [[nodiscard]] SmartCleanupTotals review() const;

@@ -45,23 +45,20 @@ void waitFor(double seconds, const CancelToken& cancel) {
 }
 
 /// A file that the first look found eligible.
-struct Kept {
-    FileObservation observation;
-    std::uint64_t allocatedBytes;
-    platform::ItemIdentity identity;
-};
+using EligibleFile = CleanupPlaceWalk::Found;
 
-/// Files with several names, of which none is freed before the last is gone.
-class Names {
+/// Counts the names of files that have several: such a file frees nothing before its last name is
+/// gone.
+class NameCount {
   public:
-    /// True when this was the last name that the file has.
-    bool isLast(const platform::ItemIdentity& file, std::uint64_t linkCount) {
+    /// Counts one name. True when it was the last one that the file has.
+    bool add(const platform::ItemIdentity& file, std::uint64_t linkCount) {
         if (linkCount < 2) return true;
-        return ++met_[{file.device, file.inode}] == linkCount;
+        return ++counted_[{file.device, file.inode}] == linkCount;
     }
 
   private:
-    std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> met_;
+    std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> counted_;
 };
 
 class Run {
@@ -80,7 +77,7 @@ class Run {
     }
 
     void look(const SafetyPolicyContext& context);
-    [[nodiscard]] bool foundAny() const { return !kept_.empty(); }
+    [[nodiscard]] bool hasFoundAny() const { return !eligible_.empty(); }
     void confirm(const SafetyPolicyContext& context);
     [[nodiscard]] SmartCleanupReport report(Timestamp startedAt);
 
@@ -94,10 +91,10 @@ class Run {
                                          const SafetyPolicyContext& context,
                                          FolderResolver& folders) const;
     [[nodiscard]] std::vector<FileObservation> secondLook(SafetyPolicyFacts& facts);
-    void place(CleanupCandidate candidate, const Kept& kept);
+    void addCandidate(CleanupCandidate candidate, const EligibleFile& file);
     void hold(const CleanupCandidate& candidate);
     void leaveOut(const CleanupPlace& place);
-    [[nodiscard]] SmartCleanupGroup& group(const FileURL& of);
+    [[nodiscard]] SmartCleanupGroup& group(const FileURL& url);
     void tell(Phase phase, std::uint64_t done, std::uint64_t total, const std::string& path);
 
     const FileURL& home_;
@@ -108,9 +105,9 @@ class Run {
     DeterministicSafetyPolicy policy_;
     std::vector<CleanupRule> rules_;
     std::set<std::string, std::less<>> roots_; ///< of the rules
-    std::vector<Kept> kept_;
+    std::vector<EligibleFile> eligible_;
     bool isFull_ = false; ///< no further candidate fits
-    Names names_;
+    NameCount names_;
     std::unordered_map<const CleanupRule*, SmartCleanupGroup> groups_;
     SmartCleanupReport report_;
     std::uint64_t placesDone_ = 0;
@@ -164,14 +161,13 @@ void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
             hold(candidate);
             return true;
         }
-        if (kept_.size() >= options_.budget.candidates) {
+        if (eligible_.size() >= options_.budget.candidates) {
             isFull_ = true;
             leaveOut(place);
             return false;
         }
-        kept_.push_back({.observation = std::move(candidate.observation),
-                         .allocatedBytes = found.allocatedBytes,
-                         .identity = found.identity});
+        found.observation = std::move(candidate.observation);
+        eligible_.push_back(std::move(found));
         return true;
     };
     const CleanupPlaceWalk::Options walkOptions{
@@ -179,8 +175,8 @@ void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
         .roots = roots_,
         .protectedRoots = context.additionalProtectedRootIndex(),
         .observer = observer,
-        .mostEntries = options_.budget.entriesPerPlace,
-        .mostFolders = std::min(options_.budget.depth, platform::openFolderBudget() / 2),
+        .maxEntries = options_.budget.entriesPerPlace,
+        .maxDepth = std::min(options_.budget.depth, platform::openFolderBudget() / 2),
         .take = take,
         .addGap = [&](CoverageGap gap) { report_.addGap(std::move(gap)); },
         .enterFolder =
@@ -213,17 +209,17 @@ void Run::look(const SafetyPolicyContext& context) {
     }
 }
 
-/// Looks at everything that was kept again, and notes in `facts` what is being written to. What is
-/// gone meanwhile has no kind any more.
+/// Looks at every eligible file again, and notes in `facts` the files that are being written to.
+/// Files that are gone by now are eligible no more.
 std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
     // A new one: it remembers nothing of the first look.
     FileObserver observer(home_, volumes_);
     std::vector<FileObservation> again;
-    again.reserve(kept_.size());
-    std::erase_if(kept_, [&](const Kept& kept) {
+    again.reserve(eligible_.size());
+    std::erase_if(eligible_, [&](const EligibleFile& file) {
         if (cancel_.stop_requested()) return true;
-        const FileURL& url = kept.observation.url;
-        tell(Phase::confirming, again.size(), kept_.size(), url.path());
+        const FileURL& url = file.observation.url;
+        tell(Phase::confirming, again.size(), eligible_.size(), url.path());
         auto seen = observer.observation(url);
         if (!seen) {
             if (!platform::hasVanished(seen.error())) {
@@ -233,7 +229,7 @@ std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
             }
             return true;
         }
-        if (!FileFingerprint::fromObservation(kept.observation).matches(*seen)) {
+        if (!FileFingerprint::fromObservation(file.observation).matches(*seen)) {
             facts.activelyGrowingPaths.insert(url.path());
         }
         again.push_back(*std::move(seen));
@@ -248,13 +244,13 @@ void Run::confirm(const SafetyPolicyContext& context) {
     const SafetyPolicyContext now(std::move(facts));
     FolderResolver folders;
     for (std::size_t i = 0; i < again.size() && !cancel_.stop_requested(); ++i) {
-        place(rated(std::move(again[i]), now, folders), kept_[i]);
+        addCandidate(rated(std::move(again[i]), now, folders), eligible_[i]);
     }
 }
 
-SmartCleanupGroup& Run::group(const FileURL& of) {
-    // Only what a rule's place holds is looked at, so there is one.
-    const CleanupRule& rule = *DeterministicSafetyPolicy::mostSpecificMatchingRule(of, rules_);
+SmartCleanupGroup& Run::group(const FileURL& url) {
+    // Every file that is looked at lies in the place of a rule, so one matches.
+    const CleanupRule& rule = *DeterministicSafetyPolicy::mostSpecificMatchingRule(url, rules_);
     const auto [at, isNew] = groups_.try_emplace(&rule);
     if (isNew) {
         const CleanupRuleSpec* spec = BuiltInRuleRegistry::spec(rule.id());
@@ -272,18 +268,18 @@ void Run::hold(const CleanupCandidate& candidate) {
     for (const EvidenceCode code : candidate.assessment.evidence.codes) ++in.heldBecause[code];
 }
 
-void Run::place(CleanupCandidate candidate, const Kept& kept) {
+void Run::addCandidate(CleanupCandidate candidate, const EligibleFile& file) {
     if (candidate.assessment.tier == RiskTier::protected_) {
         hold(candidate);
         return;
     }
     SmartCleanupGroup& in = group(candidate.observation.url);
-    const bool isFreed = names_.isLast(kept.identity, candidate.observation.linkCount);
+    const bool isFreed = names_.add(file.identity, candidate.observation.linkCount);
     SmartCleanupTotals& totals =
         candidate.assessment.tier == RiskTier::safeToReclaim ? in.safe : in.review;
     totals.add({.itemCount = 1,
                 .byteCount = candidate.observation.byteCount,
-                .freedByteCount = isFreed ? kept.allocatedBytes : 0});
+                .freedByteCount = isFreed ? file.allocatedBytes : 0});
     in.candidates.push_back(std::move(candidate).authorized(
         CleanupAuthorization{authorization::BuiltInRule{.id = in.ruleID, .rootURL = in.rootURL}}));
 }
@@ -331,7 +327,7 @@ SmartCleanupScan::run(const ProgressHandler& progress, const CancelToken& cancel
     if (atFirst == nullptr) return std::unexpected(ContextUnavailable{});
     Run run(home_, volumes_, options_, progress, cancel);
     run.look(*atFirst);
-    if (run.foundAny()) {
+    if (run.hasFoundAny()) {
         if (options_.betweenLooks) options_.betweenLooks();
         waitFor(options_.secondsBetweenLooks, cancel);
         if (cancel.stop_requested()) return std::unexpected(CancellationError{});

@@ -27,13 +27,15 @@ namespace tidyro {
 ///     if (!report) show(SmartCleanupScan::description(report.error()));
 ///
 /// Every file that a first look finds eligible is looked at a second time, some time later and with
-/// a fresh view of what runs: one that changed between the looks is being written to, one whose
-/// folder has been replaced by a link is refused. Only what passes both looks is a candidate, and
-/// it carries the authorization of its rule. Nothing on the disk is changed.
+/// a fresh view of what runs. A file that changed between the looks is being written to and stays;
+/// so does one whose folder was replaced by a link. A file that passes both looks is a candidate
+/// with the authorization of its rule. Nothing on the disk is changed.
+///
+/// `run` works on the thread that calls it.
 class SmartCleanupScan {
   public:
-    /// What runs, what is mounted or what is protected could not be found out, so that nothing can
-    /// be called safe.
+    /// There is no context to rate files with: it could not be found out what runs, what is mounted
+    /// or what is protected.
     struct ContextUnavailable {
         bool operator==(const ContextUnavailable&) const = default;
     };
@@ -41,7 +43,7 @@ class SmartCleanupScan {
     /// One sentence for people.
     [[nodiscard]] static std::string description(const ScanError& error);
 
-    /// Bounds for very large places. Where they end a walk a coverage gap tells.
+    /// Bounds for very large places. A coverage gap tells where one of them ended a walk.
     struct Budget {
         std::uint64_t entriesPerPlace = 500'000;
         std::uint64_t candidates = 500'000; ///< in all; about a kilobyte of memory each

@@ -55,6 +55,18 @@ std::string names(std::span<const ExactDuplicateGroup> groups) {
     return text;
 }
 
+TEST(ExactDuplicateFinder, IsUsedAsItsHeaderShows) {
+    const TemporaryFolder place;
+    const std::vector observations{made(place, "a", "same"), observed(place / "none", 4)};
+    std::string shown;
+    const auto show = [&](const std::string& text) { shown = text; };
+
+    const auto groups = ExactDuplicateFinder().findGroups(observations);
+    if (!groups) show(ExactDuplicateFinder::description(groups.error()));
+
+    EXPECT_EQ(shown, "Tidyro could not read " + place / "none" + " (No such file or directory).");
+}
+
 TEST(ExactDuplicateFinder, GroupsByContentsInAFixedOrder) {
     const TemporaryFolder place;
     const auto groups = ExactDuplicateFinder().findGroups(std::vector{

@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/RoomText.h"
+#include "Platform/Machine/OperatingSystem.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {
@@ -188,12 +189,15 @@ TEST(DiskTreeScanner, RefusesARootThatIsNoReadableFolder) {
         return tree ? "fine" : DiskTreeScanner::description(tree.error());
     };
     EXPECT_EQ(told("file"), place / "file" + " is not a folder.");
-    EXPECT_EQ(told("missing"), "macOS would not let Tidyro read " + place / "missing" +
-                                   " (No such file or directory).");
+    const auto notRead = [&](const std::string& name, const char* reason) {
+        return fmt::format(fmt::runtime(platform::systemText(SystemText::folderWasNotRead)),
+                           fmt::arg("path", place / name), fmt::arg("reason", reason));
+    };
+    EXPECT_EQ(told("missing"), notRead("missing", "No such file or directory"));
     EXPECT_EQ(told("link"), "fine");
     for (const std::string& name : {std::string("closed"), std::string("listed only")}) {
         EXPECT_EQ(testing::asOrdinaryUser([&] { return told(name); }),
-                  "macOS would not let Tidyro read " + place / name + " (Permission denied).");
+                  notRead(name, "Permission denied"));
     }
 }
 

@@ -18,19 +18,6 @@ namespace {
 using platform::testing::FakeVolumes;
 using testing::TemporaryFolder;
 
-/// One volume that holds whatever is on the device of a place.
-FakeVolumes volumesOf(const std::string& place) {
-    const auto seen = platform::fileMetadata(place);
-    FakeVolumes volumes;
-    volumes.answer = std::vector<platform::Volume>{{.mountPath = "/",
-                                                    .mount = seen->mount.value_or(0),
-                                                    .device = seen->identity.device,
-                                                    .identifier = "the volume",
-                                                    .fileSystem = "any",
-                                                    .isInternalLocal = true}};
-    return volumes;
-}
-
 TEST(FileIdentity, ObservesAnItemAsItIs) {
     const TemporaryFolder place;
     place.file("file %", "12345");
@@ -42,7 +29,7 @@ TEST(FileIdentity, ObservesAnItemAsItIs) {
     struct stat status{};
     ASSERT_EQ(::stat((place / "file %").c_str(), &status), 0);
     const FileURL home = FileURL::folder(place.path());
-    const FakeVolumes volumes = volumesOf(place.path());
+    const FakeVolumes volumes = FakeVolumes::withOneAt(place.path());
 
     const FileURL url = FileURL::file(place / "file %");
     const auto seen = FileIdentity::observation(url, home, volumes);
@@ -53,7 +40,7 @@ TEST(FileIdentity, ObservesAnItemAsItIs) {
     EXPECT_EQ(seen->byteCount, 5U);
     EXPECT_EQ(seen->modificationDate, Timestamp::since1970(1'700'000'000.25));
     EXPECT_EQ(seen->ownerUserID, ::geteuid());
-    EXPECT_EQ(seen->volumeIdentifier, "the volume");
+    EXPECT_EQ(seen->volumeIdentifier, "inside");
     EXPECT_EQ(seen->fileResourceIdentifier,
               std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino));
     EXPECT_TRUE(seen->isReadable);
@@ -155,7 +142,7 @@ TEST(FileIdentity, KnowsRepositoriesAndBackups) {
     const TemporaryFolder place;
     makeCases(place);
     const FileURL home = FileURL::folder(place / "home");
-    const FakeVolumes volumes = volumesOf(place.path());
+    const FakeVolumes volumes = FakeVolumes::withOneAt(place.path());
     FileObserver observer(home, volumes);
     for (const Case& one : cases) {
         const FileURL url = FileURL::file(place / one.file);
@@ -188,7 +175,7 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
     place.permissions("home/borg/config", 0);
     const std::string text = testing::asOrdinaryUser([&] {
         const FileURL home = FileURL::folder(place / "home");
-        const FakeVolumes volumes = volumesOf(place.path());
+        const FakeVolumes volumes = FakeVolumes::withOneAt(place.path());
         std::string all;
         for (const char* file : {"listed/file", "closed/below/file", "borg/data/file"}) {
             all += told(FileIdentity::observation(home.appending(file), home, volumes)) + ";";

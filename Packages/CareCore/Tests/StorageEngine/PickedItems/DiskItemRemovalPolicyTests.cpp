@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
-#include "StorageEngine/PickedItems/DiskItemSurroundings.h"
+#include "StorageEngine/PickedItems/PickedItemsBench.h"
+#include "StorageEngine/PickedItems/RemovalConsequence.h"
+#include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 namespace tidyro {
 namespace {
@@ -115,7 +117,7 @@ constexpr std::array<Case, 126> cases{{
     {"home/files/dangling", nothing, "link"},
     {"home/files/pipe", nothing, "specialFile"},
     {"home/files/socket", nothing, "specialFile"},
-    {"home/closed/file", file, "closedSurroundings"},
+    {"home/closed/file", file, "closedParent"},
     {"home/shut", folder, "closedFolder"},
     {"home/disk/Backups.backupdb/mac/file", file, "backup"},
     {"home/disk/Backups.backupdb", nothing, "backup"},
@@ -244,28 +246,48 @@ void makeCases(const TemporaryFolder& place) {
     place.permissions("home/shut", 0555);
 }
 
+TEST(DiskItemRemovalPolicy, IsUsedAsItsHeaderShows) {
+    const PickedItemsBench bench;
+    const FileURL home = bench.home();
+    const std::vector<FileURL> opened{bench.at("opened")};
+    const FileURL url = bench.at("home/none");
+    const std::uint64_t bytes = 1;
+    LocalRuntimeSafetyContextProvider provider(home);
+    const platform::LiveVolumes volumes;
+    std::string shown;
+    const auto show = [&](std::string_view text) { shown = text; };
+
+    DiskItemRemovalPolicy policy(
+        {.home = home, .openedFolders = opened, .context = provider.context(), .volumes = volumes});
+    const auto entry =
+        policy.planEntry({.item = url, .measuredBytes = bytes, .at = Timestamp::now()});
+    if (!entry) show(explanation(entry.error()));
+
+    EXPECT_EQ(shown, explanation(DiskItemRefusal::vanished));
+}
+
 TEST(DiskItemRemovalPolicy, SaysWhatMayGoAndWhyTheRestMayNot) {
-    Surroundings around;
-    makeCases(around.place);
+    PickedItemsBench bench;
+    makeCases(bench.place);
     // What the desktop's list protects from rules does not keep a person from choosing in it.
-    around.choosable = {around.at("home/Klang"), around.at("home/Geholt")};
-    around.facts.additionalProtectedRoots = around.choosable;
-    around.facts.additionalProtectedRoots.push_back(around.at("home/keep/secret"));
-    around.facts.activeApplicationRoots = {around.at("home/.config/running"),
-                                           around.at("home/apps/data/of it")};
-    around.facts.openByProcessPaths = {around.place / "home/files/open",
-                                       around.place / "home/busy/deep/open",
-                                       around.place / "home/busy-ness"};
-    around.facts.activelyGrowingPaths = {around.place / "home/files/growing",
-                                         around.place / "home/log writer/log"};
-    DiskItemRemovalPolicy policy = around.policy();
+    bench.choosable = {bench.at("home/Klang"), bench.at("home/Geholt")};
+    bench.facts.additionalProtectedRoots = bench.choosable;
+    bench.facts.additionalProtectedRoots.push_back(bench.at("home/keep/secret"));
+    bench.facts.activeApplicationRoots = {bench.at("home/.config/running"),
+                                          bench.at("home/apps/data/of it")};
+    bench.facts.openByProcessPaths = {bench.place / "home/files/open",
+                                      bench.place / "home/busy/deep/open",
+                                      bench.place / "home/busy-ness"};
+    bench.facts.activelyGrowingPaths = {bench.place / "home/files/growing",
+                                        bench.place / "home/log writer/log"};
+    DiskItemRemovalPolicy policy = bench.policy();
     for (int round = 0; round < 2; ++round) { // the second time from what is remembered
         for (const Case& one : cases) {
-            EXPECT_EQ(told(policy, around.at(one.item)), one.told) << one.item;
+            EXPECT_EQ(told(policy, bench.at(one.item)), one.told) << one.item;
         }
     }
     EXPECT_EQ(told(policy, FileURL::folder("/")), "homeFolder");
-    around.place.permissions("home/closed", 0755);
+    bench.place.permissions("home/closed", 0755);
 }
 
 TEST(DiskItemRemovalPolicy, HasASentenceForEachRefusal) {
@@ -277,17 +299,26 @@ TEST(DiskItemRemovalPolicy, HasASentenceForEachRefusal) {
     EXPECT_EQ(sentences.size(), allCases<DiskItemRefusal>().size());
 }
 
+TEST(RemovalConsequence, HasASentenceForEachGroupAndCategory) {
+    for (const DiskGroup group : allCases<DiskGroup>()) {
+        EXPECT_TRUE(RemovalConsequence::sentence(group, CleanupCategory::unknown).ends_with('.'));
+    }
+    for (const CleanupCategory category : allCases<CleanupCategory>()) {
+        EXPECT_TRUE(RemovalConsequence::sentence(std::nullopt, category).ends_with('.'));
+    }
+}
+
 TEST(DiskItemRemovalPolicy, LeavesTheSystemsPlacesAloneThoughTheyWereOpened) {
-    Surroundings around;
-    DiskItemRemovalPolicy policy({.home = around.home(),
+    PickedItemsBench bench;
+    DiskItemRemovalPolicy policy({.home = bench.home(),
                                   .openedFolders = {FileURL::folder("/")},
-                                  .context = around.context(),
-                                  .volumes = around.volumes});
+                                  .context = bench.context(),
+                                  .volumes = bench.volumes});
     for (const char* item : {"/usr", "/usr/bin/env", "/Applications/Thing.app", "/etc/passwd",
                              "/run/user/0/file", "/private"}) {
         EXPECT_EQ(told(policy, FileURL::file(item)), "systemPlace") << item;
     }
-    EXPECT_EQ(told(policy, around.at("none")), "vanished");
+    EXPECT_EQ(told(policy, bench.at("none")), "vanished");
 
     struct Place {
         const char* path;
@@ -306,46 +337,46 @@ TEST(DiskItemRemovalPolicy, LeavesTheSystemsPlacesAloneThoughTheyWereOpened) {
 }
 
 TEST(DiskItemRemovalPolicy, RefusesEverythingWhileNothingIsKnown) {
-    Surroundings around;
-    around.place.file("home/file");
+    PickedItemsBench bench;
+    bench.place.file("home/file");
     DiskItemRemovalPolicy policy(
-        {.home = around.home(), .context = nullptr, .volumes = around.volumes});
-    EXPECT_EQ(told(policy, around.at("home/file")), "nothingKnown");
+        {.home = bench.home(), .context = nullptr, .volumes = bench.volumes});
+    EXPECT_EQ(told(policy, bench.at("home/file")), "nothingKnown");
     // A list of the desktop's folders that cannot be read.
-    around.place.folder("home/.config/user-dirs.dirs");
-    DiskItemRemovalPolicy unlisted = around.policy();
-    EXPECT_EQ(told(unlisted, around.at("home/file")), "desktopListUnreadable");
+    bench.place.folder("home/.config/user-dirs.dirs");
+    DiskItemRemovalPolicy unlisted = bench.policy();
+    EXPECT_EQ(told(unlisted, bench.at("home/file")), "desktopListUnreadable");
     DiskItemRemovalPolicy both(
-        {.home = around.home(), .context = nullptr, .volumes = around.volumes});
-    EXPECT_EQ(told(both, around.at("home/file")), "desktopListUnreadable") << "which is the cause";
+        {.home = bench.home(), .context = nullptr, .volumes = bench.volumes});
+    EXPECT_EQ(told(both, bench.at("home/file")), "desktopListUnreadable") << "which is the cause";
 }
 
 TEST(DiskItemRemovalPolicy, TakesOtherVolumesOnlyFromAFolderThatWasOpenedThere) {
-    Surroundings around;
-    around.place.file("home/papers/file");
-    around.place.file("opened/file");
-    around.facts.internalLocalVolumeIdentifiers = {"another"};
-    DiskItemRemovalPolicy policy = around.policy();
-    EXPECT_EQ(told(policy, around.at("home/papers/file")), "otherVolume");
-    EXPECT_EQ(told(policy, around.at("opened/file")), "");
-    around.volumes.answer = std::unexpected(SystemError{EIO});
-    DiskItemRemovalPolicy unknown = around.policy();
-    EXPECT_EQ(told(unknown, around.at("opened/file")), "otherVolume");
+    PickedItemsBench bench;
+    bench.place.file("home/papers/file");
+    bench.place.file("opened/file");
+    bench.facts.internalLocalVolumeIdentifiers = {"another"};
+    DiskItemRemovalPolicy policy = bench.policy();
+    EXPECT_EQ(told(policy, bench.at("home/papers/file")), "otherVolume");
+    EXPECT_EQ(told(policy, bench.at("opened/file")), "");
+    bench.volumes.answer = std::unexpected(SystemError{EIO});
+    DiskItemRemovalPolicy unknown = bench.policy();
+    EXPECT_EQ(told(unknown, bench.at("opened/file")), "otherVolume");
 }
 
 TEST(DiskItemRemovalPolicy, MakesAnEntryThatAPersonApproves) {
-    Surroundings around;
-    around.place.file("home/.cache/pip/http/1", "12345");
-    around.place.file("home/logs/old.txt", "123");
-    DiskItemRemovalPolicy policy = around.policy();
+    PickedItemsBench bench;
+    bench.place.file("home/.cache/pip/http/1", "12345");
+    bench.place.file("home/logs/old.txt", "123");
+    DiskItemRemovalPolicy policy = bench.policy();
     const Timestamp at = Timestamp::now().adding(secondsOfDay);
-    const FileURL pip = around.home().appendingFolder(".cache/pip");
+    const FileURL pip = bench.home().appendingFolder(".cache/pip");
     const auto entry = policy.planEntry({.item = FileURL::file(pip.path()),
                                          .placeID = "pip-cache-dot",
                                          .measuredBytes = 77,
                                          .at = at});
     ASSERT_TRUE(entry) << explanation(entry.error());
-    const auto seen = FileIdentity::observation(pip, around.home(), around.volumes);
+    const auto seen = FileIdentity::observation(pip, bench.home(), bench.volumes);
     const ProofCard& card = entry->proofCard;
     EXPECT_EQ(entry->candidateID, seen->id);
     EXPECT_EQ(entry->sourceURL, pip) << "marked as the folder that it is";
@@ -353,7 +384,7 @@ TEST(DiskItemRemovalPolicy, MakesAnEntryThatAPersonApproves) {
     EXPECT_EQ(card.category, CleanupCategory::regenerableCache);
     EXPECT_EQ(card.riskTier, RiskTier::reviewCarefully);
     EXPECT_EQ(card.byteCount, 77U);
-    EXPECT_EQ(card.recoveryMethod, "Moved to the macOS Trash, where you can put it back.");
+    EXPECT_EQ(card.recoveryMethod, recoveryMethod(CleanupExecutionMode::recoverable));
     using enum EvidenceCode;
     EXPECT_EQ(card.evidence.codes,
               (EvidenceCodes{currentUserOwned, inactive, internalLocalVolume, userReviewRequired}));
@@ -365,7 +396,7 @@ TEST(DiskItemRemovalPolicy, MakesAnEntryThatAPersonApproves) {
 
     const auto category = [&](std::optional<DiskGroup> group) {
         return policy
-            .planEntry({.item = around.at("home/logs/old.txt"),
+            .planEntry({.item = bench.at("home/logs/old.txt"),
                         .measuredBytes = 3,
                         .group = group,
                         .at = at})
@@ -379,39 +410,39 @@ TEST(DiskItemRemovalPolicy, MakesAnEntryThatAPersonApproves) {
 }
 
 TEST(DiskItemRemovalPolicy, BelievesAPlaceOnlyWhenTheItemIsReallyInIt) {
-    const Surroundings around;
-    around.place.file("home/.cache/pip/1");
-    around.place.file("home/Documents/letter");
-    around.place.link("home/.cache/pip/led out", "../../Documents");
-    around.place.file("home/data/store/1");
-    around.place.link("home/.pnpm-store", "data/store");
-    around.place.file("home/Library/Caches/.DS_Store");
-    DiskItemRemovalPolicy policy = around.policy();
-    EXPECT_EQ(told(policy, around.at("home/.cache/pip/1"), "pip-cache-dot"), "");
-    EXPECT_EQ(told(policy, around.at("home/.cache/pip/1"), "caches"), "otherPlace");
-    EXPECT_EQ(told(policy, around.at("home/Documents/letter"), "pip-cache-dot"), "otherPlace");
-    EXPECT_EQ(told(policy, around.at("home/.cache/pip/led out/letter"), "pip-cache-dot"),
+    const PickedItemsBench bench;
+    bench.place.file("home/.cache/pip/1");
+    bench.place.file("home/Documents/letter");
+    bench.place.link("home/.cache/pip/led out", "../../Documents");
+    bench.place.file("home/data/store/1");
+    bench.place.link("home/.pnpm-store", "data/store");
+    bench.place.file("home/Library/Caches/.DS_Store");
+    DiskItemRemovalPolicy policy = bench.policy();
+    EXPECT_EQ(told(policy, bench.at("home/.cache/pip/1"), "pip-cache-dot"), "");
+    EXPECT_EQ(told(policy, bench.at("home/.cache/pip/1"), "caches"), "otherPlace");
+    EXPECT_EQ(told(policy, bench.at("home/Documents/letter"), "pip-cache-dot"), "otherPlace");
+    EXPECT_EQ(told(policy, bench.at("home/.cache/pip/led out/letter"), "pip-cache-dot"),
               "otherPlace");
-    EXPECT_EQ(told(policy, around.at("home/.pnpm-store/1"), "pnpm-store-dot"), "")
+    EXPECT_EQ(told(policy, bench.at("home/.pnpm-store/1"), "pnpm-store-dot"), "")
         << "the place itself may lie elsewhere";
-    EXPECT_EQ(told(policy, around.at("home/Library/Caches/.DS_Store"), "caches"), "otherPlace");
+    EXPECT_EQ(told(policy, bench.at("home/Library/Caches/.DS_Store"), "caches"), "otherPlace");
 }
 
 TEST(DiskItemRemovalPolicy, WaitsUntilAnItemHasBeenQuietAndIsWhatWasMeasured) {
-    const Surroundings around;
+    const PickedItemsBench bench;
     constexpr std::int64_t written = 1'700'000'000;
     for (const char* name : {".cache/pip/a/b/1", "files/1", "files/2"}) {
-        around.place.file("home/" + std::string(name));
+        bench.place.file("home/" + std::string(name));
     }
     for (const char* name : {".cache/pip/a/b/1", ".cache/pip/a/b", ".cache/pip/a", ".cache/pip"}) {
-        around.place.times("home/" + std::string(name), written - 100'000, written - 100'000);
+        bench.place.times("home/" + std::string(name), written - 100'000, written - 100'000);
     }
-    around.place.times("home/.cache/pip/a/b/1", written, written);
-    around.place.times("home/files/1", written, written);
-    around.place.link("opened/toPip", "../home/.cache/pip");
+    bench.place.times("home/.cache/pip/a/b/1", written, written);
+    bench.place.times("home/files/1", written, written);
+    bench.place.link("opened/toPip", "../home/.cache/pip");
     constexpr double endless = std::numeric_limits<double>::infinity();
     constexpr double noMoment = std::numeric_limits<double>::quiet_NaN();
-    DiskItemRemovalPolicy policy = around.policy();
+    DiskItemRemovalPolicy policy = bench.policy();
     struct Moment {
         const char* item;
         double at; ///< seconds after it was written
@@ -437,7 +468,7 @@ TEST(DiskItemRemovalPolicy, WaitsUntilAnItemHasBeenQuietAndIsWhatWasMeasured) {
              Moment{"home/files/1", 700, -1, "changedSinceMeasured"},
          }) {
         DiskItemRemovalPolicy::Question question{
-            .item = around.at(item), .measuredBytes = 0, .at = Timestamp::since1970(written + at)};
+            .item = bench.at(item), .measuredBytes = 0, .at = Timestamp::since1970(written + at)};
         if (built) question.built = Timestamp::since1970(written + *built);
         const auto entry = policy.planEntry(question);
         EXPECT_EQ(entry ? "" : rawValue(entry.error()), expected) << item << " " << at;
@@ -445,13 +476,13 @@ TEST(DiskItemRemovalPolicy, WaitsUntilAnItemHasBeenQuietAndIsWhatWasMeasured) {
 }
 
 TEST(DiskItemRemovalPolicy, StopsWhenAsked) {
-    const Surroundings around;
-    around.place.file("home/folder/file");
-    DiskItemRemovalPolicy policy = around.policy();
+    const PickedItemsBench bench;
+    bench.place.file("home/folder/file");
+    DiskItemRemovalPolicy policy = bench.policy();
     std::stop_source stop;
     stop.request_stop();
     for (const char* item : {"home/folder", "home/folder/file", "home"}) {
-        const auto entry = policy.planEntry({.item = around.at(item),
+        const auto entry = policy.planEntry({.item = bench.at(item),
                                              .measuredBytes = 0,
                                              .at = Timestamp::now(),
                                              .cancel = stop.get_token()});

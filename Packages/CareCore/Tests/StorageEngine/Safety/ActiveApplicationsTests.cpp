@@ -8,7 +8,6 @@
 #include "Base/PathText.h"
 #include "StorageEngine/Places/HomeFolders.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
-#include "StorageEngine/Safety/KnownApplications.h"
 
 namespace tidyro {
 namespace {
@@ -80,7 +79,7 @@ const std::set<std::string_view> sharedPlaces{"user-caches",        "user-logs",
 
 TEST(ActiveApplications, KnowTheOwnerOfEveryPlaceThatIsCleaned) {
     std::vector<std::string> owned;
-    for (const KnownApplication& application : knownApplications()) {
+    for (const ActiveApplications::Known& application : ActiveApplications::table()) {
         std::string_view rest = application.folders;
         while (!rest.empty()) {
             const std::size_t end = std::min(rest.find('|'), rest.size());

@@ -55,7 +55,7 @@ struct FakeMachine {
                  .processes = processes,
                  .applications = applications,
                  .clock = [this] { return Timestamp::sinceReference(seconds); }},
-                {.longestUse = 5, .protectedRoots = {FileURL::folder("/kept")}}};
+                {.maxAge = 5, .protectedRoots = {FileURL::folder("/kept")}}};
     }
 };
 

@@ -6,39 +6,27 @@
 #include <string_view>
 #include <vector>
 
-#include <unistd.h>
-
 #include "Platform/Testing/FakeVolumes.h"
 #include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"
+#include "Support/QuietMachine.h"
 #include "Support/TemporaryFolder.h"
 
-/// What the tests of the policy for picked items ask it about.
 namespace tidyro {
 
 constexpr double secondsOfDay = 86'400;
 
-/// A home, a folder that the person opened beside it, and all that a policy is made from.
-struct Surroundings {
+/// A home, a folder that the person opened beside it, and all that a policy for picked items is
+/// made from.
+struct PickedItemsBench {
     testing::TemporaryFolder place;
-    platform::testing::FakeVolumes volumes;
-    SafetyPolicyFacts facts{.currentUserID = ::geteuid(),
-                            .internalLocalVolumeIdentifiers = {"inside"},
-                            .activeApplicationRoots = {},
-                            .additionalProtectedRoots = {},
-                            .activelyGrowingPaths = {},
-                            .openByProcessPaths = {}};
+    platform::testing::FakeVolumes volumes =
+        platform::testing::FakeVolumes::withOneAt(place.path());
+    SafetyPolicyFacts facts = testing::quietMachine();
     std::vector<FileURL> choosable;
 
-    Surroundings() {
+    PickedItemsBench() {
         place.folder("home");
         place.folder("opened");
-        const auto seen = platform::fileMetadata(place.path());
-        volumes.answer = std::vector<platform::Volume>{{.mountPath = "/",
-                                                        .mount = seen->mount.value_or(0),
-                                                        .device = seen->identity.device,
-                                                        .identifier = "inside",
-                                                        .fileSystem = "any",
-                                                        .isInternalLocal = true}};
     }
     [[nodiscard]] FileURL home() const { return FileURL::folder(place / "home"); }
     [[nodiscard]] FileURL at(std::string_view name) const { return FileURL::file(place / name); }

@@ -1,13 +1,13 @@
-#include "StorageEngine/Safety/KnownApplications.h"
-
 #include <array>
+
+#include "StorageEngine/Safety/ActiveApplications.h"
 
 namespace tidyro {
 
 namespace {
 
 // Many applications also run under the bare name of what they are built on: "electron", "java".
-constexpr std::array knownToTidyro = std::to_array<KnownApplication>({
+constexpr auto knownApplications = std::to_array<ActiveApplications::Known>({
     // Browsers
     {"chrome|google-chrome|google chrome|chrome_crashpad|chromedriver", "com.google.Chrome",
      "Library/Caches/Google|Library/Caches/com.google.Chrome|Library/Caches/Chromium|"
@@ -225,6 +225,6 @@ constexpr std::array knownToTidyro = std::to_array<KnownApplication>({
 
 } // namespace
 
-std::span<const KnownApplication> knownApplications() { return knownToTidyro; }
+std::span<const ActiveApplications::Known> ActiveApplications::table() { return knownApplications; }
 
 } // namespace tidyro
