@@ -20,7 +20,7 @@ namespace tidyro {
 /// which have to stay.
 ///
 ///     const auto report = DuplicateEngine().run({.roots = {folder}, .home = home});
-///     if (!report) show(DuplicateEngine::description(report.error()));
+///     if (!report) return show(DuplicateEngine::description(report.error()));
 ///     for (const DuplicateGroup& group : report->groups) show(group.name(), group.wastedBytes());
 ///
 /// It opens only files whose size another file has, and reads their beginning. Of the files that

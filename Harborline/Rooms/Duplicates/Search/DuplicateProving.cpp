@@ -13,8 +13,15 @@ namespace tidyro {
 
 namespace {
 
+/// Files that agree stand together in this order, and so do the names of one file.
+auto orderOfLargeFiles(const LargeFile& file) {
+    return std::tie(file.bytes, file.hash, file.identity, file.file);
+}
+
+} // namespace
+
 /// The files with several names that were met. Threads share one.
-class ManyNamed {
+class DuplicateProving::ManyNamed {
   public:
     /// False when the file was met before.
     [[nodiscard]] bool meet(const platform::ItemIdentity& identity) {
@@ -26,13 +33,6 @@ class ManyNamed {
     std::mutex mutex_;
     std::set<platform::ItemIdentity> met_;
 };
-
-/// Files that agree stand together in this order, and so do the names of one file.
-auto orderOfLargeFiles(const LargeFile& file) {
-    return std::tie(file.bytes, file.hash, file.identity, file.file);
-}
-
-} // namespace
 
 /// One thread's first look at files that agree in their beginning.
 class DuplicateProving::FirstReader {

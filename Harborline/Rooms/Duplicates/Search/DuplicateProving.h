@@ -48,6 +48,7 @@ class DuplicateProving {
 
   private:
     class FirstReader;
+    class ManyNamed;
     using AgreeingSets = std::vector<std::vector<LargeFile>>;
 
     [[nodiscard]] AgreeingSets lookAtAll(const std::vector<std::uint32_t>& files,

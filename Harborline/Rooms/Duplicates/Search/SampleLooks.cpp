@@ -11,16 +11,14 @@
 
 namespace tidyro {
 
-namespace {
-
 /// A file of the listing and a number that its copies share.
-struct Sample {
+struct SampleLooks::Sample {
     std::uint64_t number;
     std::uint32_t file;
 };
 
 /// The files whose number another one has as well, ascending by their places in the listing.
-std::vector<std::uint32_t> filesOfSharedNumbers(std::vector<Sample> samples) {
+std::vector<std::uint32_t> SampleLooks::filesOfSharedNumbers(std::vector<Sample> samples) {
     std::ranges::sort(samples, {}, &Sample::number);
     std::vector<std::uint32_t> files;
     for (std::size_t i = 0; i < samples.size(); ++i) {
@@ -32,8 +30,6 @@ std::vector<std::uint32_t> filesOfSharedNumbers(std::vector<Sample> samples) {
     std::ranges::sort(files);
     return files;
 }
-
-} // namespace
 
 std::uint64_t sampleHash(std::span<const std::byte> bytes, std::uint64_t seed) {
     return XXH3_64bits_withSeed(bytes.data(), bytes.size(), seed);

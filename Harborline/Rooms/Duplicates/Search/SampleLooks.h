@@ -31,8 +31,11 @@ class SampleLooks {
 
   private:
     class Reader;
+    struct Sample;
 
     [[nodiscard]] std::vector<std::uint32_t> filesOfSharedSizes() const;
+    [[nodiscard]] static std::vector<std::uint32_t>
+    filesOfSharedNumbers(std::vector<Sample> samples);
 
     const DuplicateListing& listing_;
     ReaderThreads& threads_;

@@ -133,7 +133,7 @@ TEST(DuplicateEngine, RunsAsItsHeaderShows) {
         shown += fmt::format("{} {}", text, bytes);
     };
     const auto report = DuplicateEngine().run({.roots = {folder}, .home = home});
-    if (!report) show(DuplicateEngine::description(report.error()));
+    if (!report) return show(DuplicateEngine::description(report.error()));
     for (const DuplicateGroup& group : report->groups) show(group.name(), group.wastedBytes());
     EXPECT_EQ(shown, "a 4");
 }
