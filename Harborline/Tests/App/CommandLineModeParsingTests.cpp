@@ -6,7 +6,7 @@ namespace tidyro {
 namespace {
 
 using Command = CommandLineMode::Command;
-using Request = CommandLineMode::Request;
+using ModeRequest = CommandLineMode::Request;
 using Arguments = std::vector<std::string>;
 
 CommandLineMode::ParseResult parsed(Arguments arguments) {
@@ -17,7 +17,7 @@ CommandLineMode::ParseResult parsed(Arguments arguments) {
 TEST(CommandLineModeParsing, ThatAreWellFormedMakeARequest) {
     struct Case {
         Arguments arguments;
-        Request request;
+        ModeRequest request;
     };
     const Case cases[] = {
         {{"--cli", "scan", "/a"}, {.command = Command::scan, .path = "/a"}},
@@ -47,12 +47,13 @@ TEST(CommandLineModeParsing, ThatAreWellFormedMakeARequest) {
     };
     for (const Case& each : cases) {
         const auto result = parsed(each.arguments);
-        ASSERT_TRUE(std::holds_alternative<Request>(result)) << each.request.path;
-        EXPECT_EQ(std::get<Request>(result), each.request) << std::get<Request>(result).path;
+        ASSERT_TRUE(std::holds_alternative<ModeRequest>(result)) << each.request.path;
+        EXPECT_EQ(std::get<ModeRequest>(result), each.request)
+            << std::get<ModeRequest>(result).path;
     }
     const auto relative = parsed({"--cli", "scan", "~ada/x"});
-    EXPECT_TRUE(std::get<Request>(relative).path.ends_with("/~ada/x"));
-    EXPECT_TRUE(std::get<Request>(relative).path.starts_with('/'));
+    EXPECT_TRUE(std::get<ModeRequest>(relative).path.ends_with("/~ada/x"));
+    EXPECT_TRUE(std::get<ModeRequest>(relative).path.starts_with('/'));
 }
 
 TEST(CommandLineModeParsing, ThatAreMalformedGetTheUsageText) {

@@ -11,7 +11,7 @@ namespace tidyro {
 namespace {
 
 using Arguments = std::vector<std::string>;
-using Request = DuplicatesCommandLine::Request;
+using DuplicatesRequest = DuplicatesCommandLine::Request;
 
 TEST(DuplicatesCommandLine, ReadsItsArguments) {
     const auto parse = [](Arguments arguments) {
@@ -22,7 +22,7 @@ TEST(DuplicatesCommandLine, ReadsItsArguments) {
           {"Tidyro", "--cli", "index", "/x", "--query", "--find-duplicates"}}) {
         EXPECT_TRUE(std::holds_alternative<CommandLineNotRequested>(parse(others)));
     }
-    const std::vector<std::pair<Arguments, Request>> cases{
+    const std::vector<std::pair<Arguments, DuplicatesRequest>> cases{
         {{"Tidyro", "--find-duplicates", "~/x/../y"}, {.folder = "/home/ada/y"}},
         {{"--find-duplicates", "--json", "--min-size", "5", "/x", "--include-system"},
          {.folder = "/x", .minimumBytes = 5, .includeSystem = true, .asJSON = true}},
@@ -30,7 +30,7 @@ TEST(DuplicatesCommandLine, ReadsItsArguments) {
         {{"--find-duplicates", "/x", "--min-size", "18446744073709551615"},
          {.folder = "/x", .minimumBytes = UINT64_MAX}}};
     for (const auto& [arguments, request] : cases) {
-        EXPECT_EQ(std::get<Request>(parse(arguments)), request) << arguments.back();
+        EXPECT_EQ(std::get<DuplicatesRequest>(parse(arguments)), request) << arguments.back();
     }
     for (const Arguments& wrong :
          std::vector<Arguments>{{"--find-duplicates"},

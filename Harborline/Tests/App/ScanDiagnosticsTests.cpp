@@ -20,6 +20,7 @@ using testing::TemporaryFolder;
 using Subject = ScanDiagnostics::Subject;
 
 TEST(ScanDiagnostics, ReadsItsSwitches) {
+    using Request = ScanDiagnostics::Request;
     const auto parsed = [](std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), "Tidyro");
         return ScanDiagnostics::parse(arguments, "/home/ada");
