@@ -8,6 +8,16 @@ using Entry = FindIndexStorage::Entry;
 
 namespace {
 
+/// How many elements of a column are those of the root.
+std::size_t elementsOfRoot(const FindIndexStorage& storage, FindColumnLength length) {
+    switch (length) {
+    case FindColumnLength::starts: return 2;
+    case FindColumnLength::nameBytes: return storage.nameStart[1];
+    case FindColumnLength::foldedBytes: return storage.foldedStart[1];
+    default: return 1;
+    }
+}
+
 /// Copies what stands behind a column's first `own` elements. A column that one huge folder blew
 /// up goes back to the system at once: two full sets of columns must not stand side by side.
 /// Whether it did.
@@ -42,18 +52,9 @@ FindIndexStorage FindIndexBlock::emptied() {
 }
 
 void FindIndexBlock::begin(Folder folder) {
-    prepared_.names.resize(prepared_.nameStart[1]);
-    prepared_.foldedNames.resize(prepared_.foldedStart[1]);
-    prepared_.nameStart.resize(2);
-    prepared_.foldedStart.resize(2);
-    prepared_.parent.resize(1);
-    prepared_.size32.resize(1);
-    prepared_.mtime.resize(1);
-    prepared_.flags.resize(1);
-    prepared_.kind.resize(1);
-    prepared_.depth.resize(1);
-    prepared_.firstChild.resize(1);
-    prepared_.foldedEntries.resize(1);
+    FindIndexStorage::visitColumns([&](auto column) {
+        (prepared_.*column.values).resize(elementsOfRoot(prepared_, column.length));
+    });
     prepared_.foldedThrough = 1;
     prepared_.bigSizes.clear();
     overflows_ = false;
@@ -101,15 +102,11 @@ Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
     storage.foldedThrough = first + added;
 
     bool isTornApart = false;
-    const auto move = [&](auto& target, auto& column, std::size_t own) {
-        isTornApart |= moveColumn(target, column, own);
-    };
-    move(storage.size32, prepared_.size32, 1);
-    move(storage.mtime, prepared_.mtime, 1);
-    move(storage.flags, prepared_.flags, 1);
-    move(storage.kind, prepared_.kind, 1);
-    move(storage.names, prepared_.names, prepared_.nameStart[1]);
-    move(storage.foldedNames, prepared_.foldedNames, prepared_.foldedStart[1]);
+    FindIndexStorage::visitColumns([&](auto column) {
+        if (column.meaning != FindColumnMeaning::fact) return;
+        const std::size_t own = elementsOfRoot(prepared_, column.length);
+        isTornApart |= moveColumn(storage.*column.values, prepared_.*column.values, own);
+    });
     if (isTornApart) prepared_ = emptied();
     return first;
 }

@@ -31,6 +31,11 @@ FindIndexStorage::FindIndexStorage(std::string path, std::optional<bool> marks)
     foldedStart.push(0);
 }
 
+void FindIndexStorage::reserveColumns(std::size_t bytesEach) {
+    visitColumns(
+        [&](auto column) { (this->*column.values).reserveMore(bytesEach / column.width); });
+}
+
 bool FindIndexStorage::isSystemTopLevelName(std::string_view name) {
     return std::ranges::find(systemTopLevelNames, name) != systemTopLevelNames.end();
 }

@@ -16,6 +16,31 @@
 
 namespace tidyro {
 
+/// How many elements a column of an index has.
+enum class FindColumnLength : std::uint8_t {
+    entries,       ///< one for each entry
+    starts,        ///< one for each entry, and one more: where the last one ends
+    nameBytes,     ///< what `nameStart` ends with
+    foldedBytes,   ///< what `foldedStart` ends with
+    bigSizes,      ///< one for each entry of `bigSizes`
+    extraChildren, ///< one for each child in `extraChildren`
+};
+
+/// Whether the elements of a column mean the same in another storage.
+enum class FindColumnMeaning : std::uint8_t {
+    fact,  ///< they tell of the entry itself: such a column is copied as it is
+    place, ///< they tell where the entry or its name lies in this storage
+};
+
+/// One column of `Owner`, as a list of its columns names it.
+template <class Owner, class T>
+struct FindColumn {
+    GrowingArray<T> Owner::* values;
+    FindColumnLength length;
+    FindColumnMeaning meaning = FindColumnMeaning::fact;
+    static constexpr std::size_t width = sizeof(T); ///< of an element, in bytes
+};
+
 /// Every name below a root, as a structure of arrays: 31 bytes an entry and its name twice, as it
 /// is and folded for searching.
 ///
@@ -63,6 +88,40 @@ class FindIndexStorage {
     GrowingArray<std::uint32_t> foldedStart;   ///< offsets into `foldedNames`, one more
     GrowingArray<char> foldedNames;
     std::uint32_t foldedThrough = 0; ///< entries below it are in the table
+
+    /// Calls `visit` with each column that a file holds, a `FindColumn`, in the order of the file.
+    template <class Visit>
+    static constexpr void visitStoredColumns(const Visit& visit) {
+        using Index = FindIndexStorage;
+        using enum FindColumnLength;
+        using enum FindColumnMeaning;
+        visit(FindColumn{&Index::names, nameBytes});
+        visit(FindColumn{&Index::nameStart, starts, place});
+        visit(FindColumn{&Index::parent, entries, place});
+        visit(FindColumn{&Index::size32, entries});
+        visit(FindColumn{&Index::mtime, entries});
+        visit(FindColumn{&Index::flags, entries});
+        visit(FindColumn{&Index::kind, entries});
+        visit(FindColumn{&Index::depth, entries, place});
+        visit(FindColumn{&Index::firstChild, entries, place});
+    }
+    /// Calls `visit` with each column that is made from the stored ones.
+    template <class Visit>
+    static constexpr void visitFoldedColumns(const Visit& visit) {
+        using Index = FindIndexStorage;
+        using enum FindColumnLength;
+        using enum FindColumnMeaning;
+        visit(FindColumn{&Index::foldedEntries, entries, place});
+        visit(FindColumn{&Index::foldedStart, starts, place});
+        visit(FindColumn{&Index::foldedNames, foldedBytes});
+    }
+    template <class Visit>
+    static constexpr void visitColumns(const Visit& visit) {
+        visitStoredColumns(visit);
+        visitFoldedColumns(visit);
+    }
+    /// Makes room for this many bytes more in each column.
+    void reserveColumns(std::size_t bytesEach);
 
     [[nodiscard]] Entry count() const { return static_cast<Entry>(parent.size()); }
 

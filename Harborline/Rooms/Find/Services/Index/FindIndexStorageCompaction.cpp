@@ -11,16 +11,17 @@ FindIndexStorage FindIndexStorage::compacted() const {
     std::vector<Entry> kept; // by the new number
     const auto keep = [&](Entry entry, Entry folder) {
         kept.push_back(entry);
+        const Entry number = made.count();
+        visitStoredColumns([&](auto column) {
+            if (column.length != FindColumnLength::entries) return;
+            (made.*column.values).push((this->*column.values)[entry]);
+        });
         made.names.append(name(entry));
         made.nameStart.push(static_cast<std::uint32_t>(made.names.size()));
-        made.parent.push(folder);
-        made.size32.push(0);
-        made.setSize(size(entry), made.count() - 1);
-        made.mtime.push(mtime[entry]);
-        made.flags.push(flags[entry]);
-        made.kind.push(static_cast<std::uint8_t>(kind[entry] & ~findkind::lastOfBlock));
-        made.depth.push(depth[entry]);
-        made.firstChild.push(none);
+        made.parent[number] = folder;
+        made.firstChild[number] = none;
+        made.kind[number] &= static_cast<std::uint8_t>(~findkind::lastOfBlock);
+        if (size32[entry] == bigSize) made.bigSizes[number] = size(entry);
     };
     if (count() != 0 && !is(0, findflag::deleted)) keep(0, none);
     for (Entry folder = 0; folder < made.count(); ++folder) {

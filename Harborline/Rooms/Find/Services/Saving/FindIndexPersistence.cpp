@@ -63,34 +63,28 @@ class IndexWriter {
     std::uint64_t written_ = 0;
 };
 
-/// The tables beside the columns, as columns.
-struct Pairs {
-    std::vector<std::uint32_t> bigSizeKeys;
-    std::vector<std::uint64_t> bigSizeValues;
-    std::vector<std::uint32_t> extraChildFolders;
-    std::vector<std::uint32_t> extraChildren;
-
-    explicit Pairs(const FindIndexStorage& storage) {
-        for (const auto& [entry, size] : storage.bigSizes) {
-            bigSizeKeys.push_back(entry);
-            bigSizeValues.push_back(size);
-        }
-        for (const auto& [folder, children] : storage.extraChildren) {
-            extraChildFolders.insert(extraChildFolders.end(), children.size(), folder);
-            extraChildren.insert(extraChildren.end(), children.begin(), children.end());
-        }
+FindIndexFileTables tablesOf(const FindIndexStorage& storage) {
+    FindIndexFileTables tables;
+    for (const auto& [entry, size] : storage.bigSizes) {
+        tables.bigSizeKeys.push(entry);
+        tables.bigSizeValues.push(size);
     }
-};
+    for (const auto& [folder, children] : storage.extraChildren) {
+        tables.extraChildFolders.append(children.size(), folder);
+        tables.extraChildren.append(children);
+    }
+    return tables;
+}
 
 FindIndexFileHead head(const FindIndexStorage& storage, const FindIndexMetadata& metadata,
-                       const Pairs& pairs) {
+                       const FindIndexFileTables& tables) {
     const auto counted = [](std::int64_t count) {
         return static_cast<std::uint64_t>(std::max(count, std::int64_t{0}));
     };
     return {.entryCount = storage.count(),
             .nameByteCount = storage.names.size(),
-            .bigSizeCount = pairs.bigSizeKeys.size(),
-            .extraChildCount = pairs.extraChildren.size(),
+            .bigSizeCount = tables.bigSizeKeys.size(),
+            .extraChildCount = tables.extraChildren.size(),
             .lastEventID = metadata.lastEventID,
             .builtAt = metadata.builtAt.secondsSince1970(),
             .savedAt = metadata.savedAt.secondsSince1970(),
@@ -108,24 +102,15 @@ std::expected<void, SystemError> save(const FindIndexStorage& storage,
     if (!opened) return std::unexpected(opened.error());
     IndexWriter writer(*std::move(opened));
 
-    const Pairs pairs(storage);
-    const FindIndexFileHead first = head(storage, metadata, pairs);
+    const FindIndexFileTables tables = tablesOf(storage);
+    const FindIndexFileHead first = head(storage, metadata, tables);
     writer.bytes(std::as_bytes(std::span(FindIndexFileHead::magic)));
     writer.bytes(std::as_bytes(std::span(&first, 1)));
     writer.array(std::span<const char>(storage.rootPath));
-    writer.array(storage.names.span());
-    writer.array(storage.nameStart.span());
-    writer.array(storage.parent.span());
-    writer.array(storage.size32.span());
-    writer.array(storage.mtime.span());
-    writer.array(storage.flags.span());
-    writer.array(storage.kind.span());
-    writer.array(storage.depth.span());
-    writer.array(storage.firstChild.span());
-    writer.array(std::span<const std::uint32_t>(pairs.bigSizeKeys));
-    writer.array(std::span<const std::uint64_t>(pairs.bigSizeValues));
-    writer.array(std::span<const std::uint32_t>(pairs.extraChildFolders));
-    writer.array(std::span<const std::uint32_t>(pairs.extraChildren));
+    FindIndexStorage::visitStoredColumns(
+        [&](auto column) { writer.array((storage.*column.values).span()); });
+    FindIndexFileTables::visitColumns(
+        [&](auto column) { writer.array((tables.*column.values).span()); });
     writer.bytes(std::as_bytes(std::span(FindIndexFileHead::trailer)));
     return writer.commit();
 }

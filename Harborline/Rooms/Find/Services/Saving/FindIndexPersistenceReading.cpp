@@ -108,18 +108,18 @@ std::expected<Head, Error> readHead(IndexReader& reader, std::uint64_t byteCount
 }
 
 std::expected<void, Error> takeBigSizes(FindIndexStorage& storage,
-                                        const GrowingArray<std::uint32_t>& entries,
-                                        const GrowingArray<std::uint64_t>& sizes) {
+                                        const FindIndexFileTables& tables) {
+    const auto& entries = tables.bigSizeKeys;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (i > 0 && entries[i - 1] >= entries[i]) return inconsistent("sizes");
-        storage.bigSizes.emplace_hint(storage.bigSizes.end(), entries[i], sizes[i]);
+        storage.bigSizes.emplace_hint(storage.bigSizes.end(), entries[i], tables.bigSizeValues[i]);
     }
     return {};
 }
 
 std::expected<void, Error> takeExtraChildren(FindIndexStorage& storage,
-                                             const GrowingArray<std::uint32_t>& folders,
-                                             const GrowingArray<std::uint32_t>& children) {
+                                             const FindIndexFileTables& tables) {
+    const auto& folders = tables.extraChildFolders;
     auto last = storage.extraChildren.end();
     for (std::size_t i = 0; i < folders.size(); ++i) {
         if (i > 0 && folders[i - 1] > folders[i]) return inconsistent("extra children");
@@ -127,7 +127,7 @@ std::expected<void, Error> takeExtraChildren(FindIndexStorage& storage,
             last = storage.extraChildren.emplace_hint(storage.extraChildren.end(), folders[i],
                                                       std::vector<std::uint32_t>{});
         }
-        last->second.push_back(children[i]);
+        last->second.push_back(tables.extraChildren[i]);
     }
     return {};
 }
@@ -163,39 +163,28 @@ FindIndexPersistence::read(std::uint64_t byteCount, const Next& next) {
     FindIndexStorage& storage = opened.storage;
     storage.deniedCount = static_cast<std::int64_t>(head->deniedCount);
     storage.deletedCount = static_cast<std::int64_t>(head->deletedCount);
-    reader.column(storage.names, head->nameByteCount);
-    reader.column(storage.nameStart, head->entryCount + 1);
-    reader.column(storage.parent, head->entryCount);
-    reader.column(storage.size32, head->entryCount);
-    reader.column(storage.mtime, head->entryCount);
-    reader.column(storage.flags, head->entryCount);
-    reader.column(storage.kind, head->entryCount);
-    reader.column(storage.depth, head->entryCount);
-    reader.column(storage.firstChild, head->entryCount);
-    GrowingArray<std::uint32_t> bigEntries;
-    GrowingArray<std::uint64_t> bigSizes;
-    GrowingArray<std::uint32_t> folders;
-    GrowingArray<std::uint32_t> children;
-    reader.column(bigEntries, head->bigSizeCount);
-    reader.column(bigSizes, head->bigSizeCount);
-    reader.column(folders, head->extraChildCount);
-    reader.column(children, head->extraChildCount);
+    FindIndexStorage::visitStoredColumns([&](auto column) {
+        reader.column(storage.*column.values, head->elementCount(column.length));
+    });
+    FindIndexFileTables tables;
+    FindIndexFileTables::visitColumns([&](auto column) {
+        reader.column(tables.*column.values, head->elementCount(column.length));
+    });
     std::array<char, Head::trailer.size()> trailer{};
     reader.bytes(std::as_writable_bytes(std::span(trailer)));
     if (!reader.result()) return std::unexpected(reader.result().error());
     if (std::string_view(trailer.data(), trailer.size()) != Head::trailer) return truncated();
 
-    if (auto taken = takeBigSizes(storage, bigEntries, bigSizes); !taken) {
-        return std::unexpected(taken.error());
-    }
-    if (auto taken = takeExtraChildren(storage, folders, children); !taken) {
+    if (auto taken = takeBigSizes(storage, tables); !taken) return std::unexpected(taken.error());
+    if (auto taken = takeExtraChildren(storage, tables); !taken) {
         return std::unexpected(taken.error());
     }
     if (auto valid = validate(storage); !valid) return std::unexpected(valid.error());
     if (!hasRoomToFold(storage)) return inconsistent("name offsets");
-    makeRoom(storage.foldedNames, storage.names.size());
-    makeRoom(storage.foldedStart, storage.count());
-    makeRoom(storage.foldedEntries, storage.count());
+    FindIndexStorage::visitFoldedColumns([&](auto column) {
+        const bool isBytes = column.length == FindColumnLength::foldedBytes;
+        makeRoom(storage.*column.values, isBytes ? storage.names.size() : storage.count());
+    });
     storage.extendFolded();
     return opened;
 }

@@ -49,9 +49,13 @@ bool areNamesPossible(const FindIndexStorage& storage) {
 
 bool areColumnsAsLong(const FindIndexStorage& storage) {
     const std::size_t count = storage.parent.size();
-    return count < none && storage.size32.size() == count && storage.mtime.size() == count &&
-           storage.flags.size() == count && storage.kind.size() == count &&
-           storage.depth.size() == count && storage.firstChild.size() == count;
+    bool areAsLong = count < none;
+    FindIndexStorage::visitStoredColumns([&](auto column) {
+        if (column.length == FindColumnLength::entries) {
+            areAsLong &= (storage.*column.values).size() == count;
+        }
+    });
+    return areAsLong;
 }
 
 /// Every parent stands before what it holds, so no walk upwards goes round in a ring.
