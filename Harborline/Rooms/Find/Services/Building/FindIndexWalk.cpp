@@ -16,25 +16,10 @@ namespace {
 /// listing as a whole.
 constexpr std::size_t entriesOfAPart = 1'024;
 
-/// Room that costs nothing until it is written to, enough for each column to be a block of its own
-/// from the start. Small blocks would move through the memory of one thread after another as they
-/// grow, and leave holes in each.
-void reserve(FindIndexStorage& storage) {
-    constexpr std::size_t bytes = 1'048'576;
-    const auto reserveOne = [](auto& column) { column.reserveMore(bytes / sizeof *column.data()); };
-    reserveOne(storage.names);
-    reserveOne(storage.nameStart);
-    reserveOne(storage.parent);
-    reserveOne(storage.size32);
-    reserveOne(storage.mtime);
-    reserveOne(storage.flags);
-    reserveOne(storage.kind);
-    reserveOne(storage.depth);
-    reserveOne(storage.firstChild);
-    reserveOne(storage.foldedEntries);
-    reserveOne(storage.foldedStart);
-    reserveOne(storage.foldedNames);
-}
+/// Bytes of room in each column from the start: they cost nothing until they are written to, and
+/// are enough for each column to be a block of its own. Small blocks would move through the memory
+/// of one thread after another as they grow, and leave holes in each.
+constexpr std::size_t roomOfAColumn = 1'048'576;
 
 } // namespace
 
@@ -48,7 +33,7 @@ FindIndexWalk::FindIndexWalk(Options options)
                 .standIns = options.standInCount,
                 .work = [this] { work(); }}) {
     const FindIndexBuilder::Options& asked = options.asked;
-    reserve(storage_);
+    storage_.reserveColumns(roomOfAColumn);
     places_.add(platform::mountPointsBelow(openFolders_.folder(0)), PlaceTree::Mark::mountPoint);
     places_.addBelow(storage_.rootPath, asked.skippingContentsOf, PlaceTree::Mark::contentsSkipped);
     places_.addBelow(storage_.rootPath, asked.skipping, PlaceTree::Mark::skipped);
