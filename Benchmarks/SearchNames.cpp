@@ -21,7 +21,7 @@
 
 #include "Rooms/Find/Services/Building/FindIndexBuilder.h"
 #include "Rooms/Find/Services/Index/FindIndex.h"
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 #include "Rooms/Find/Services/Search/FindSearchEngine.h"
 
 namespace {
@@ -65,7 +65,7 @@ FindIndexStorage repeated(const FindIndexStorage& tree, std::size_t names) {
         for (std::size_t next = 0; next < open.size() && storage.count() < names; ++next) {
             listing.clear();
             std::vector<Entry> from;
-            visitChildren(tree, open[next].first, [&](Entry child) {
+            tree.visitChildren(open[next].first, [&](Entry child) {
                 const bool isFolder = tree.is(child, findflag::directory);
                 from.push_back(child);
                 listing.append({.name = changed(tree.name(child), copy),

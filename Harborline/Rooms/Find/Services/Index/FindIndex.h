@@ -9,7 +9,6 @@
 #include "Base/Timestamp.h"
 #include "Rooms/Find/Services/Index/FindEntrySet.h"
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
-#include "Rooms/Find/Services/Index/FindScope.h"
 
 namespace tidyro {
 
@@ -19,6 +18,14 @@ struct FindIndexMetadata {
     Timestamp builtAt;
     Timestamp savedAt;
     bool operator==(const FindIndexMetadata&) const = default;
+};
+
+/// What takes part in a search beside ordinary files and folders.
+struct FindScope {
+    bool hidden = true;
+    bool system = true;
+    bool packageContents = true;
+    bool operator==(const FindScope&) const = default;
 };
 
 /// What people are told of an index.

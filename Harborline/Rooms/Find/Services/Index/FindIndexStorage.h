@@ -11,7 +11,6 @@
 
 #include "Base/GrowingArray.h"
 #include "Rooms/Find/Services/Index/FindDirectoryListing.h"
-#include "Rooms/Find/Services/Index/FindEntryFlags.h"
 #include "Rooms/Find/Services/Index/FindKinds.h"
 
 namespace tidyro {
@@ -167,8 +166,12 @@ class FindIndexStorage {
 
     [[nodiscard]] std::optional<Entry> lookup(std::string_view path) const;
     [[nodiscard]] std::optional<Entry> child(Entry folder, std::string_view named) const;
-    /// Its block, then those that came later; deleted ones among them.
-    [[nodiscard]] std::vector<Entry> children(Entry of) const;
+    /// Calls `visit` with each child of a folder until it returns false: the block, then those that
+    /// came later, deleted ones among them.
+    template <class Visit>
+    void visitChildren(Entry folder, const Visit& visit) const;
+    /// The same children as a list.
+    [[nodiscard]] std::vector<Entry> children(Entry folder) const;
     /// A change of one entry's size, already made, reaches every folder above it; not beyond a
     /// deleted one, which counts no more. Sizes stay within 0 and the largest number.
     void addToAncestors(Entry of, std::int64_t delta);
@@ -197,5 +200,22 @@ class FindIndexStorage {
     void takeListed(Entry entry, const FindDirectoryListing& listing, std::size_t at);
     void setHiddenItself(Entry entry, bool isHidden);
 };
+
+template <class Visit>
+void FindIndexStorage::visitChildren(Entry folder, const Visit& visit) const {
+    Entry child = firstChild[folder];
+    while (child != none) {
+        if (!visit(child)) return;
+        const bool isLast = (kind[child] & findkind::lastOfBlock) != 0;
+        child = isLast ? none : child + 1;
+    }
+    // Few folders have any, and most indexes none at all.
+    if (extraChildren.empty()) return;
+    const auto extra = extraChildren.find(folder);
+    if (extra == extraChildren.end()) return;
+    for (const Entry later : extra->second) {
+        if (!visit(later)) return;
+    }
+}
 
 } // namespace tidyro

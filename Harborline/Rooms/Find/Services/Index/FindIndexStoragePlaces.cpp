@@ -1,6 +1,6 @@
 // Where entries are: paths, children, what was deleted around them.
 #include "Base/PathText.h"
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
@@ -32,7 +32,7 @@ bool FindIndexStorage::isDeletedOrInside(Entry entry) const {
 std::optional<FindIndexStorage::Entry> FindIndexStorage::child(Entry folder,
                                                                std::string_view named) const {
     std::optional<Entry> found;
-    visitChildren(*this, folder, [&](Entry candidate) {
+    visitChildren(folder, [&](Entry candidate) {
         if (name(candidate) == named && !is(candidate, findflag::deleted)) found = candidate;
         return !found;
     });
@@ -54,7 +54,7 @@ std::optional<FindIndexStorage::Entry> FindIndexStorage::lookup(std::string_view
 
 std::vector<FindIndexStorage::Entry> FindIndexStorage::children(Entry of) const {
     std::vector<Entry> found;
-    visitChildren(*this, of, [&](Entry child) {
+    visitChildren(of, [&](Entry child) {
         found.push_back(child);
         return true;
     });

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "Base/Saturating.h"
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
@@ -14,7 +14,7 @@ constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
 
 std::uint64_t total(const FindIndexStorage& storage, FindIndexStorage::Entry folder) {
     std::uint64_t sum = 0;
-    visitChildren(storage, folder, [&](FindIndexStorage::Entry child) {
+    storage.visitChildren(folder, [&](FindIndexStorage::Entry child) {
         if (!storage.is(child, findflag::deleted)) sum = saturatingAdd(sum, storage.size(child));
         return true;
     });

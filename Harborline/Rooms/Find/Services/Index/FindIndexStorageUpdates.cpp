@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "Base/Saturating.h"
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
@@ -85,7 +85,7 @@ void FindIndexStorage::setHiddenItself(Entry entry, bool isHidden) {
                            (parent[at] != none && is(parent[at], findflag::hidden));
         if (hides == is(at, findflag::hidden)) continue; // so is what it holds
         flags[at] ^= findflag::hidden;
-        visitChildren(*this, at, [&](Entry child) {
+        visitChildren(at, [&](Entry child) {
             changed.push_back(child);
             return true;
         });
@@ -136,6 +136,41 @@ FindIndexStorage::replaceChildren(Entry of, const FindDirectoryListing& with) {
         }
     }
     return folders;
+}
+
+/// Folder by folder from the top: what is deleted is never come to, nor is what lies in it. The
+/// children of a folder, its block and those that came later, become one block.
+FindIndexStorage FindIndexStorage::compacted() const {
+    FindIndexStorage made(rootPath, marksSystemFolders);
+    made.deniedCount = deniedCount;
+    std::vector<Entry> kept; // by the new number
+    const auto keep = [&](Entry entry, Entry folder) {
+        kept.push_back(entry);
+        const Entry number = made.count();
+        visitStoredColumns([&](auto column) {
+            if (column.length != FindColumnLength::entries) return;
+            (made.*column.values).push((this->*column.values)[entry]);
+        });
+        made.names.append(name(entry));
+        made.nameStart.push(static_cast<std::uint32_t>(made.names.size()));
+        made.parent[number] = folder;
+        made.firstChild[number] = none;
+        made.kind[number] &= static_cast<std::uint8_t>(~findkind::lastOfBlock);
+        if (size32[entry] == bigSize) made.bigSizes[number] = size(entry);
+    };
+    if (count() != 0 && !is(0, findflag::deleted)) keep(0, none);
+    for (Entry folder = 0; folder < made.count(); ++folder) {
+        const Entry first = made.count();
+        visitChildren(kept[folder], [&](Entry child) {
+            if (!is(child, findflag::deleted)) keep(child, folder);
+            return true;
+        });
+        if (made.count() == first) continue;
+        made.firstChild[folder] = first;
+        made.kind[made.count() - 1] |= findkind::lastOfBlock;
+    }
+    made.extendFolded();
+    return made;
 }
 
 } // namespace tidyro

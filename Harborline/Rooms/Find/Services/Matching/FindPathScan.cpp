@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
@@ -61,7 +61,7 @@ FindEntrySet FindPathScan::inNames(std::string_view text) const {
 FindEntrySet FindPathScan::insideFolders(std::span<const std::string_view> above) const {
     FindEntrySet found(storage_.count());
     const auto addChildren = [&](Entry folder) {
-        visitChildren(storage_, folder, [&found](Entry child) {
+        storage_.visitChildren(folder, [&found](Entry child) {
             found.add(child);
             return true;
         });
@@ -109,7 +109,7 @@ void FindPathScan::addContents(FindEntrySet& of) const {
     while (!open.empty()) {
         const Entry folder = open.back();
         open.pop_back();
-        visitChildren(storage_, folder, [&](Entry child) {
+        storage_.visitChildren(folder, [&](Entry child) {
             if (of.has(child)) return true; // it is open already, or was
             of.add(child);
             if (storage_.is(child, findflag::directory)) open.push_back(child);

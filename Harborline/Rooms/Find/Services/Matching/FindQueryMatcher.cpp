@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 #include "Rooms/Find/Services/Matching/FindFolderSet.h"
 #include "Rooms/Find/Services/Matching/FindNameScan.h"
 #include "Rooms/Find/Services/Matching/FindTextScan.h"
@@ -189,7 +189,7 @@ struct FindQueryMatcher::Body {
         if (!storage.is(entry, findflag::directory)) return storage.size(entry) == 0;
         if (storage.is(entry, findflag::unread)) return false;
         bool isFilled = false;
-        visitChildren(storage, entry, [&](Entry child) {
+        storage.visitChildren(entry, [&](Entry child) {
             isFilled = !storage.is(child, findflag::deleted);
             return !isFilled;
         });

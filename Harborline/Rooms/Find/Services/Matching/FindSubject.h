@@ -1,6 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <string>
 #include <string_view>
+#include <vector>
+
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
@@ -10,6 +15,34 @@ struct FindSubject {
     std::string_view own;    ///< its bytes
     std::string_view folded; ///< as the folded names are
     bool isASCII;            ///< both have the same letters in the same places
+};
+
+/// Makes the subjects of the entries of one index. Paths are written one at a time. Entries of one
+/// folder stand side by side, so that the path of the folder is written once for all of them.
+class FindSubjects {
+  public:
+    explicit FindSubjects(const FindIndexStorage& storage) : storage_(storage) {}
+
+    [[nodiscard]] FindSubject name(std::uint32_t entry) const {
+        return {.own = storage_.name(entry),
+                .folded = storage_.foldedName(entry),
+                .isASCII = !storage_.is(entry, findflag::notASCII)};
+    }
+    /// Good until the next call.
+    [[nodiscard]] FindSubject path(std::uint32_t entry);
+
+  private:
+    void writeFolder(std::uint32_t folder);
+    void append(std::uint32_t entry);
+
+    const FindIndexStorage& storage_;
+    std::string own_;
+    std::string folded_;
+    std::uint32_t folder_ = FindIndexStorage::none; ///< whose path they begin with
+    std::size_t ownFolder_ = 0;
+    std::size_t foldedFolder_ = 0;
+    bool folderIsASCII_ = true;
+    std::vector<std::uint32_t> above_; ///< kept for its room
 };
 
 } // namespace tidyro

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "Rooms/Find/Services/Matching/FindPathScan.h"
-#include "Rooms/Find/Services/Matching/FindSubject.h"
 #include "Rooms/Find/Services/Query/FindRegex.h"
 
 namespace tidyro {
@@ -40,12 +39,6 @@ std::vector<std::string_view> literalsOf(std::string_view pattern) {
     return literals;
 }
 
-FindSubject nameSubject(const FindIndexStorage& storage, FindIndexStorage::Entry entry) {
-    return {.own = storage.name(entry),
-            .folded = storage.foldedName(entry),
-            .isASCII = !storage.is(entry, findflag::notASCII)};
-}
-
 } // namespace
 
 void FindTextScan::keepMatching(FindEntrySet& among, const FindTextTerm& term) {
@@ -63,7 +56,7 @@ void FindTextScan::keepMatching(FindEntrySet& among, const FindTextTerm& term) {
     }
     among.keepWhere([&](FindIndexStorage::Entry entry) {
         if (cancel_.stop_requested()) return false;
-        return test.holds(term.inPath ? paths_.subject(entry) : nameSubject(storage_, entry));
+        return test.holds(term.inPath ? subjects_.path(entry) : subjects_.name(entry));
     });
 }
 
@@ -125,7 +118,7 @@ void FindTextScan::keepByExpression(FindEntrySet& among, const FindTextTerm& ter
     if (term.inPath) {
         among.keepWhere([&](FindIndexStorage::Entry entry) {
             if (cancel_.stop_requested()) return false;
-            return term.regex->isIn(paths_.subject(entry).own.substr(1));
+            return term.regex->isIn(subjects_.path(entry).own.substr(1));
         });
         return;
     }

@@ -6,7 +6,7 @@
 #include "Rooms/Find/Services/Index/FindEntrySet.h"
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
 #include "Rooms/Find/Services/Matching/FindNameScan.h"
-#include "Rooms/Find/Services/Matching/FindPathText.h"
+#include "Rooms/Find/Services/Matching/FindSubject.h"
 #include "Rooms/Find/Services/Matching/FindTextTest.h"
 #include "Rooms/Find/Services/Query/FindQuery.h"
 
@@ -21,7 +21,7 @@ class FindTextScan {
     /// All outlive it.
     FindTextScan(const FindIndexStorage& storage, const FindNameScan& names,
                  const CancelToken& cancel)
-        : storage_(storage), names_(names), cancel_(cancel), paths_(storage) {}
+        : storage_(storage), names_(names), cancel_(cancel), subjects_(storage) {}
 
     /// Takes out of `among` those in which the term does not hold. Some may stay when it is
     /// cancelled.
@@ -38,7 +38,7 @@ class FindTextScan {
     const FindIndexStorage& storage_;
     const FindNameScan& names_;
     const CancelToken& cancel_;
-    FindPathText paths_;
+    FindSubjects subjects_;
 };
 
 } // namespace tidyro

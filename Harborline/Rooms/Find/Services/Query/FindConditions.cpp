@@ -11,8 +11,6 @@
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/Folders/WellKnownFolders.h"
-#include "Rooms/Find/Services/Query/FindDates.h"
-#include "Rooms/Find/Services/Query/FindFieldNames.h"
 #include "Rooms/Find/Services/Query/FindSpan.h"
 
 namespace tidyro {

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "Rooms/Find/Services/Query/FindFieldNames.h"
-
 namespace tidyro {
 
 namespace {

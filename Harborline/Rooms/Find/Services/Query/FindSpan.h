@@ -6,6 +6,8 @@
 #include <optional>
 #include <string_view>
 
+#include "Base/Timestamp.h"
+
 namespace tidyro {
 
 /// Numbers from one to another, both included; empty when `least` is above `most`.
@@ -32,5 +34,11 @@ using FindSpanReader = std::function<std::optional<FindSpan>(std::string_view)>;
 
 /// Folders below the root.
 [[nodiscard]] std::optional<FindSpan> depthSpan(std::string_view text);
+
+/// Seconds since 1970 that a person means by "today", "yesterday", "thisweek", "lastweek",
+/// "thismonth", "lastmonth", "thisyear", "lastyear", "2026", "2026-11" or "2026-11-21", or by a
+/// comparison or range of these, in the time zone of their system. Weeks begin on Monday, a range
+/// goes up to the end of its last day.
+[[nodiscard]] std::optional<FindSpan> dateSpan(std::string_view text, Timestamp now);
 
 } // namespace tidyro

@@ -1,4 +1,4 @@
-#include "Rooms/Find/Services/Query/FindDates.h"
+#include "Rooms/Find/Services/Query/FindSpan.h"
 
 #include <algorithm>
 #include <array>

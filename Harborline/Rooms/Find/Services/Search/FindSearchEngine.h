@@ -4,15 +4,28 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "Base/Cancellation.h"
 #include "Base/Timestamp.h"
 #include "Rooms/Find/Services/Index/FindIndex.h"
-#include "Rooms/Find/Services/Index/FindScope.h"
-#include "Rooms/Find/Services/Search/FindSearchResult.h"
 
 namespace tidyro {
+
+/// What a search found.
+struct FindSearchResult {
+    std::vector<std::uint32_t> hits = {}; ///< entries, the best first, at most as many as asked for
+    std::uint64_t matchCount = 0;         ///< of all, those that are not among the hits as well
+    /// Of the index whose entries the hits are; another one's mean something else.
+    std::uint64_t generation = 0;
+    bool wasCancelled = false; ///< it was cut short: hits and count are of a part, or none
+    /// Why part of the query could not be read as it was meant and was taken for words; one
+    /// sentence for people.
+    std::optional<std::string> problem = std::nullopt;
+    bool operator==(const FindSearchResult&) const = default;
+};
 
 /// Answers queries over an index, one for each key that a person presses.
 ///

@@ -128,5 +128,10 @@ TEST(FindIndexStorage, FoldsPlainRunsAndOtherNamesAlike) {
     EXPECT_EQ(storage.foldedEntries.size(), storage.count());
 }
 
+TEST(FindExtensions, KnowsPackages) {
+    EXPECT_TRUE(FindExtensions::isPackage("Mail.APP"));
+    EXPECT_FALSE(FindExtensions::isPackage("Mail"));
+}
+
 } // namespace
 } // namespace tidyro

@@ -1,10 +1,10 @@
-#include "Rooms/Find/Services/Matching/FindPathText.h"
+#include "Rooms/Find/Services/Matching/FindSubject.h"
 
 #include <ranges>
 
 namespace tidyro {
 
-FindSubject FindPathText::subject(std::uint32_t entry) {
+FindSubject FindSubjects::path(std::uint32_t entry) {
     const std::uint32_t folder = storage_.parent[entry];
     if (folder != folder_) writeFolder(folder);
     own_.resize(ownFolder_);
@@ -15,7 +15,7 @@ FindSubject FindPathText::subject(std::uint32_t entry) {
             .isASCII = folderIsASCII_ && !storage_.is(entry, findflag::notASCII)};
 }
 
-void FindPathText::writeFolder(std::uint32_t folder) {
+void FindSubjects::writeFolder(std::uint32_t folder) {
     above_.clear();
     for (std::uint32_t at = folder; at != 0 && at != FindIndexStorage::none;
          at = storage_.parent[at]) {
@@ -33,7 +33,7 @@ void FindPathText::writeFolder(std::uint32_t folder) {
     foldedFolder_ = folded_.size();
 }
 
-void FindPathText::append(std::uint32_t entry) {
+void FindSubjects::append(std::uint32_t entry) {
     own_ += '/';
     own_ += storage_.name(entry);
     folded_ += '/';
