@@ -22,10 +22,10 @@ class FindDirectoryReader {
     /// Why a folder could not be opened or read.
     struct Failure {
         enum class Kind : std::uint8_t {
-            failed,       ///< anything else; see the error
-            missing,      ///< it is gone
-            denied,       ///< it is closed to us
-            notDirectory, ///< something else, a link for example, stands in its place
+            failed,       ///< for a reason that only the error tells
+            missing,      ///< it does not exist any more
+            denied,       ///< we may not read it
+            notDirectory, ///< it is no folder, but a link for example
         };
         Kind kind;
         SystemError error;
@@ -55,7 +55,7 @@ class FindDirectoryReader {
     /// The next entries, at most as many as this, in place of what the listing held; none at the
     /// end.
     [[nodiscard]] std::expected<void, Failure> readPart(FindDirectoryListing& listing,
-                                                        std::size_t most);
+                                                        std::size_t maxCount);
 
     /// The flag of a file whose contents lie in the cloud: reading a folder of that kind brings
     /// them onto the disk.

@@ -39,14 +39,14 @@ void moveOffsets(GrowingArray<std::uint32_t>& target, const GrowingArray<std::ui
     for (std::size_t i = before; i < target.size(); ++i) target[i] += shift;
 }
 
-bool fitsBehind(std::size_t bytes, std::size_t more) {
+bool hasRoomBehind(std::size_t bytes, std::size_t more) {
     return more <= std::numeric_limits<std::uint32_t>::max() - bytes;
 }
 
 } // namespace
 
 FindIndexStorage FindIndexBlock::emptied() {
-    FindIndexStorage storage("/", false);
+    FindIndexStorage storage("/");
     storage.appendRoot("/", 0);
     return storage;
 }
@@ -57,15 +57,15 @@ void FindIndexBlock::begin(Folder folder) {
     });
     prepared_.foldedThrough = 1;
     prepared_.bigSizes.clear();
-    overflows_ = false;
+    isOverflowing_ = false;
     prepared_.flags[0] = folder.flags;
     prepared_.marksSystemFolders = folder.marksSystemFolders;
 }
 
 void FindIndexBlock::add(const FindDirectoryListing& listing) {
     if (listing.count() == 0) return;
-    overflows_ = overflows_ || !prepared_.hasRoomFor(listing);
-    if (overflows_) return;
+    isOverflowing_ = isOverflowing_ || !prepared_.hasRoomFor(listing);
+    if (isOverflowing_) return;
     // All parts become one block: only the last entry of the last part ends it.
     if (count() > 0) {
         prepared_.kind[count()] &= static_cast<std::uint8_t>(~findkind::lastOfBlock);
@@ -75,10 +75,10 @@ void FindIndexBlock::add(const FindDirectoryListing& listing) {
 }
 
 bool FindIndexBlock::fits(const FindIndexStorage& storage) const {
-    return !overflows_ && count() < FindIndexStorage::none - storage.count() &&
-           fitsBehind(storage.names.size(), prepared_.names.size() - prepared_.nameStart[1]) &&
-           fitsBehind(storage.foldedNames.size(),
-                      prepared_.foldedNames.size() - prepared_.foldedStart[1]);
+    return !isOverflowing_ && count() < FindIndexStorage::none - storage.count() &&
+           hasRoomBehind(storage.names.size(), prepared_.names.size() - prepared_.nameStart[1]) &&
+           hasRoomBehind(storage.foldedNames.size(),
+                         prepared_.foldedNames.size() - prepared_.foldedStart[1]);
 }
 
 Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
@@ -87,7 +87,7 @@ Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
     const Entry first = storage.count();
     const std::uint8_t above = storage.depth[folder];
     const std::uint8_t depth =
-        above == FindIndexStorage::deepest ? above : static_cast<std::uint8_t>(above + 1);
+        above == FindIndexStorage::maxDepth ? above : static_cast<std::uint8_t>(above + 1);
     storage.firstChild[folder] = first;
     for (const auto& [entry, size] : prepared_.bigSizes) {
         storage.bigSizes.emplace_hint(storage.bigSizes.end(), first + entry - 1, size);

@@ -40,7 +40,7 @@ class FindIndexBlock {
 
     /// The folder stands for the root in it, as entry 0.
     FindIndexStorage prepared_ = emptied();
-    bool overflows_ = false; ///< one folder that is more than a storage can count
+    bool isOverflowing_ = false; ///< the folder alone has more than a storage can count
 };
 
 } // namespace tidyro

@@ -13,9 +13,9 @@ namespace tidyro {
 /// system tells it.
 struct FindDirectoryListing {
     GrowingArray<char> names;           ///< without separators
-    GrowingArray<std::uint32_t> starts; ///< where each name begins, and one more: where they end
+    GrowingArray<std::uint32_t> starts; ///< where each name begins, and where the last one ends
     GrowingArray<FindObjectType> types;
-    GrowingArray<std::uint64_t> sizes;  ///< bytes; of folders nothing is known
+    GrowingArray<std::uint64_t> sizes;  ///< bytes; those of folders mean nothing
     GrowingArray<std::uint32_t> mtimes; ///< whole seconds since 1970
     /// `hiddenFlag` and FindDirectoryReader's `datalessFlag`, by their bits in the flags of a file
     /// on macOS; no others are kept.

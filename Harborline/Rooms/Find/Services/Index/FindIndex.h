@@ -14,7 +14,7 @@ namespace tidyro {
 
 /// What is saved beside an index.
 struct FindIndexMetadata {
-    std::uint64_t lastEventID = 0; ///< of the file system's events up to which it is current
+    std::uint64_t lastEventID = 0; ///< the last event of the file system that it knows of
     Timestamp builtAt;
     Timestamp savedAt;
     bool operator==(const FindIndexMetadata&) const = default;
@@ -59,13 +59,15 @@ class FindIndex {
     /// The same index after live updates, in which entries that stay keep their numbers.
     void update(FindIndexStorage storage, FindIndexMetadata metadata);
 
-    /// What takes part in a search of this scope: deleted entries, what lies in them and the root
-    /// never do. Remembered for the last scope and revision.
-    [[nodiscard]] std::shared_ptr<const FindEntrySet> mask(const Storage& of,
+    /// The entries that take part in a search of this scope. The root, deleted entries and what
+    /// lies in them never do. The last answer is kept for the next search.
+    [[nodiscard]] std::shared_ptr<const FindEntrySet> mask(const Storage& searched,
                                                            FindScope scope) const;
 
   private:
-    void exchange(FindIndexStorage storage, FindIndexMetadata metadata, bool isNew);
+    /// Whether the numbers of entries go on to mean the same.
+    enum class Numbers : std::uint8_t { same, others };
+    void exchange(FindIndexStorage storage, FindIndexMetadata metadata, Numbers numbers);
 
     struct CachedMask {
         Storage storage;

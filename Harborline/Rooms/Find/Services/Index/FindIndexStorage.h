@@ -54,9 +54,9 @@ struct FindColumn {
 class FindIndexStorage {
   public:
     using Entry = std::uint32_t;
-    static constexpr Entry none = 0xFFFFFFFF; ///< no parent, no child, no entry
-    static constexpr std::uint32_t bigSize = 0xFFFFFFFF;
-    static constexpr std::uint8_t deepest = 255;
+    static constexpr Entry none = 0xFFFFFFFF;            ///< no parent, no child, no entry
+    static constexpr std::uint32_t bigSize = 0xFFFFFFFF; ///< the size itself is in `bigSizes`
+    static constexpr std::uint8_t maxDepth = 255;
 
     /// A "/" at the end of a longer path goes. Absent, the folders of the system are marked exactly
     /// when the root is "/".
@@ -66,16 +66,15 @@ class FindIndexStorage {
     // The stored form; see FindIndexPersistence for its file.
     std::string rootPath;
     bool marksSystemFolders;
-    GrowingArray<char> names; ///< of all entries, without separators
-    GrowingArray<std::uint32_t>
-        nameStart;                      ///< offsets into `names`, one more than there are entries
-    GrowingArray<std::uint32_t> parent; ///< `none` for the root; below the entry's own number
-    GrowingArray<std::uint32_t> size32; ///< bytes; `bigSize`: see `bigSizes`
+    GrowingArray<char> names;              ///< of all entries, without separators
+    GrowingArray<std::uint32_t> nameStart; ///< offsets into `names`, and where the last name ends
+    GrowingArray<std::uint32_t> parent;    ///< `none` for the root; below the entry's own number
+    GrowingArray<std::uint32_t> size32;    ///< bytes, or `bigSize`
     std::map<Entry, std::uint64_t> bigSizes;
     GrowingArray<std::uint32_t> mtime;      ///< whole seconds since 1970
     GrowingArray<std::uint8_t> flags;       ///< `findflag`
     GrowingArray<std::uint8_t> kind;        ///< the category, and `findkind`
-    GrowingArray<std::uint8_t> depth;       ///< below the root, at most `deepest`
+    GrowingArray<std::uint8_t> depth;       ///< below the root, at most `maxDepth`
     GrowingArray<std::uint32_t> firstChild; ///< `none` where nothing was appended
     /// Children that came later, outside the folder's block.
     std::map<Entry, std::vector<Entry>> extraChildren;
@@ -84,9 +83,9 @@ class FindIndexStorage {
 
     // Derived: the names as a search sees them, in the order of the entries.
     GrowingArray<std::uint32_t> foldedEntries; ///< the entry of each folded name
-    GrowingArray<std::uint32_t> foldedStart;   ///< offsets into `foldedNames`, one more
+    GrowingArray<std::uint32_t> foldedStart;   ///< like `nameStart`, into `foldedNames`
     GrowingArray<char> foldedNames;
-    std::uint32_t foldedThrough = 0; ///< entries below it are in the table
+    std::uint32_t foldedThrough = 0; ///< the names of all entries below it are folded
 
     /// Calls `visit` with each column that a file holds, a `FindColumn`, in the order of the file.
     template <class Visit>
@@ -158,7 +157,7 @@ class FindIndexStorage {
         return static_cast<FindCategory>(kind[entry] & findkind::categoryMask);
     }
     [[nodiscard]] std::uint64_t size(Entry entry) const;
-    void setSize(std::uint64_t size, Entry of);
+    void setSize(std::uint64_t size, Entry entry);
     [[nodiscard]] std::string path(Entry entry) const;
     [[nodiscard]] bool isDeletedOrInside(Entry entry) const;
 
@@ -172,9 +171,9 @@ class FindIndexStorage {
     void visitChildren(Entry folder, const Visit& visit) const;
     /// The same children as a list.
     [[nodiscard]] std::vector<Entry> children(Entry folder) const;
-    /// A change of one entry's size, already made, reaches every folder above it; not beyond a
-    /// deleted one, which counts no more. Sizes stay within 0 and the largest number.
-    void addToAncestors(Entry of, std::int64_t delta);
+    /// Adds a change of one entry's size, which was already made, to the folders above it, up to
+    /// the first deleted one. Sizes stay within 0 and the largest number.
+    void addToAncestors(Entry entry, std::int64_t delta);
 
     // Live updates. Sizes of folders follow at once. What is listed has to have room here as well.
 
@@ -182,21 +181,25 @@ class FindIndexStorage {
     void markDeleted(Entry entry);
     /// Appends children to a folder, outside its block. Their first, or `none`.
     Entry appendLooseChildren(Entry folder, const FindDirectoryListing& listing);
-    /// Makes a folder hold what a fresh listing says: what is not in it any more is deleted, what
-    /// changed takes its new size and date, what is new is appended. What an entry that stays holds
-    /// is left alone; one that became a folder or ceased to be one is new. The entries that are new
-    /// folders, whose contents are not known yet; what is mounted from elsewhere is not among them.
-    std::vector<Entry> replaceChildren(Entry of, const FindDirectoryListing& with);
-    /// A copy without what is deleted or inside something deleted. Numbers change.
+    /// Makes a folder hold what a fresh listing says. Children that are not listed are deleted,
+    /// changed ones take their new size and date, new ones are appended. The contents of a child
+    /// that stays are left alone. A child that became a folder, or is none any more, is a new one.
+    ///
+    /// Returns the new folders, whose contents are not known yet, without those that something is
+    /// mounted on.
+    std::vector<Entry> replaceChildren(Entry folder, const FindDirectoryListing& listing);
+    /// A copy without deleted entries and what lies in them. Its entries have other numbers.
     [[nodiscard]] FindIndexStorage compacted() const;
 
     /// The eleven names of the system's folders at the top of a disk.
     [[nodiscard]] static bool isSystemTopLevelName(std::string_view name);
 
   private:
+    enum class Change : std::uint8_t { growth, loss };
+
     Entry appendEntries(Entry folder, const FindDirectoryListing& listing);
     void foldPlainNames(Entry from, Entry to);
-    void changeAncestors(Entry of, bool grow, std::uint64_t by);
+    void changeAncestors(Entry entry, Change change, std::uint64_t bytes);
     void takeListed(Entry entry, const FindDirectoryListing& listing, std::size_t at);
     void setHiddenItself(Entry entry, bool isHidden);
 };

@@ -52,9 +52,9 @@ std::optional<FindIndexStorage::Entry> FindIndexStorage::lookup(std::string_view
     return at;
 }
 
-std::vector<FindIndexStorage::Entry> FindIndexStorage::children(Entry of) const {
+std::vector<FindIndexStorage::Entry> FindIndexStorage::children(Entry folder) const {
     std::vector<Entry> found;
-    visitChildren(of, [&](Entry child) {
+    visitChildren(folder, [&](Entry child) {
         found.push_back(child);
         return true;
     });

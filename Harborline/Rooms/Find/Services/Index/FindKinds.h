@@ -46,12 +46,13 @@ struct FindExtensions {
 
 /// What is known of an entry, in one byte. The numbers are stored.
 namespace findflag {
-constexpr std::uint8_t directory = 1;
-constexpr std::uint8_t symlink = 2; ///< neither of the two: a file or something else
+constexpr std::uint8_t folder = 1;
+constexpr std::uint8_t symlink = 2; ///< an entry with neither bit is a file or something else
 constexpr std::uint8_t hidden = 4;  ///< itself, or in something hidden
 constexpr std::uint8_t system = 8;  ///< a folder of the operating system at the top, or in one
-constexpr std::uint8_t unread = 16; ///< a folder that was closed or left out: what it holds is not
-                                    ///< known, and it must not be taken for empty
+/// A folder that could not be read or was left out. Its contents are not known, so it must not be
+/// taken for empty.
+constexpr std::uint8_t unread = 16;
 constexpr std::uint8_t deleted = 32;
 constexpr std::uint8_t notASCII = 64; ///< a byte of its name is 0x80 or above
 constexpr std::uint8_t package = 128; ///< a folder that people see as one thing
@@ -60,8 +61,8 @@ constexpr std::uint8_t package = 128; ///< a folder that people see as one thing
 /// The byte that holds an entry's category and two more facts. The numbers are stored.
 namespace findkind {
 constexpr std::uint8_t categoryMask = 63;
-constexpr std::uint8_t hiddenItself = 64; ///< not only by lying in something hidden
-constexpr std::uint8_t lastOfBlock = 128; ///< the last of the siblings that were appended together
+constexpr std::uint8_t hiddenItself = 64; ///< not only because a folder above is hidden
+constexpr std::uint8_t lastOfBlock = 128; ///< the last of siblings that were appended together
 } // namespace findkind
 
 } // namespace tidyro

@@ -38,13 +38,13 @@ class FindBlockFilter {
     /// A bit an entry: whether its folded name holds the letter, digit or sign. Null for other
     /// bytes.
     [[nodiscard]] const std::uint64_t* namesWith(char byte) const;
-    /// A bit for each of the 64 entries of a block: whether its folded name begins with the byte.
-    [[nodiscard]] std::uint64_t beginningWith(char byte, std::size_t block) const;
+    /// The folded names of a block that begin with the byte: a bit for each of its 64 entries.
+    [[nodiscard]] std::uint64_t namesBeginningWith(char byte, std::size_t block) const;
 
   private:
     static constexpr std::size_t numbers = 8'192;
     static constexpr std::size_t stretch = 64; ///< blocks whose bits lie in one word
-    static constexpr std::size_t letters = 40; ///< a to z, 0 to 9, and what parts words
+    static constexpr std::size_t letters = 40; ///< a to z, 0 to 9, and four common signs
 
     struct Stretch;
 

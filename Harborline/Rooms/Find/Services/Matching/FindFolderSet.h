@@ -22,7 +22,7 @@ class FindFolderSet {
     /// have smaller numbers than what they hold.
     void addContents();
 
-    [[nodiscard]] bool has(std::uint32_t entry) const { return has_.has(entry); }
+    [[nodiscard]] bool has(std::uint32_t entry) const { return folders_.has(entry); }
 
   private:
     [[nodiscard]] bool isMeant(std::uint32_t folder) const;
@@ -31,7 +31,7 @@ class FindFolderSet {
     bool isAbsolute_;
     std::vector<std::string> wanted_; ///< folded components
     std::vector<std::string> root_;   ///< those of the root
-    FindEntrySet has_;
+    FindEntrySet folders_;
 };
 
 } // namespace tidyro

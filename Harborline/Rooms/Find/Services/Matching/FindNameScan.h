@@ -31,10 +31,9 @@ class FindNameScan {
     /// cancelled meanwhile.
     [[nodiscard]] FindEntrySet holding(std::string_view needle) const;
 
-    /// The entries whose own name may hold the bytes: all that do, and others. ASCII letters stand
-    /// in the folded name wherever they stand in the name, so the longest run of them is looked
-    /// for.
-    [[nodiscard]] FindEntrySet mayHoldOwn(std::string_view bytes) const;
+    /// All entries whose own name holds the bytes, and some others. A run of ASCII bytes in a name
+    /// is in the folded name as well, so the longest run of the bytes is looked for there.
+    [[nodiscard]] FindEntrySet candidatesForOwn(std::string_view bytes) const;
 
     /// Calls `visit(entry, at)` for each place in `foldedNames` where the needle stands within a
     /// name, in order. False: it was cancelled before the end.

@@ -17,8 +17,8 @@ class FindPathScan {
     using Entry = FindIndexStorage::Entry;
 
     struct Options {
-        bool fromRoot = false; ///< the path has to begin with the text, which begins with a "/"
-        bool inOwn = false;    ///< the bytes of the names are meant, not the folded names
+        bool isFromRoot = false; ///< the path has to begin with the text, whose first byte is "/"
+        bool isCaseSensitive = false; ///< the bytes of the names are meant, not the folded names
     };
     /// Both outlive it.
     FindPathScan(const FindIndexStorage& storage, const FindNameScan& names, const Options& options)
@@ -29,14 +29,14 @@ class FindPathScan {
 
   private:
     [[nodiscard]] std::string_view component(Entry entry) const {
-        return options_.inOwn ? storage_.name(entry) : storage_.foldedName(entry);
+        return options_.isCaseSensitive ? storage_.name(entry) : storage_.foldedName(entry);
     }
-    [[nodiscard]] FindEntrySet mayHold(std::string_view text) const;
+    [[nodiscard]] FindEntrySet candidates(std::string_view text) const;
     [[nodiscard]] FindEntrySet inNames(std::string_view text) const;
     [[nodiscard]] FindEntrySet withoutLetters() const;
     [[nodiscard]] FindEntrySet insideFolders(std::span<const std::string_view> above) const;
-    [[nodiscard]] bool endsWith(Entry folder, std::span<const std::string_view> above) const;
-    void addContents(FindEntrySet& of) const;
+    [[nodiscard]] bool hasPathEnding(Entry folder, std::span<const std::string_view> above) const;
+    void addContents(FindEntrySet& found) const;
 
     const FindIndexStorage& storage_;
     const FindNameScan& names_;

@@ -12,7 +12,7 @@ FindSubject FindSubjects::path(std::uint32_t entry) {
     append(entry);
     return {.own = own_,
             .folded = folded_,
-            .isASCII = folderIsASCII_ && !storage_.is(entry, findflag::notASCII)};
+            .isASCII = isFolderASCII_ && !storage_.is(entry, findflag::notASCII)};
 }
 
 void FindSubjects::writeFolder(std::uint32_t folder) {
@@ -23,10 +23,10 @@ void FindSubjects::writeFolder(std::uint32_t folder) {
     }
     own_.clear();
     folded_.clear();
-    folderIsASCII_ = true;
+    isFolderASCII_ = true;
     for (const std::uint32_t entry : std::views::reverse(above_)) {
         append(entry);
-        if (storage_.is(entry, findflag::notASCII)) folderIsASCII_ = false;
+        if (storage_.is(entry, findflag::notASCII)) isFolderASCII_ = false;
     }
     folder_ = folder;
     ownFolder_ = own_.size();

@@ -12,9 +12,9 @@ namespace tidyro {
 /// The text of an entry that a condition looks at: its name, or its path below the root with a "/"
 /// before each component.
 struct FindSubject {
-    std::string_view own;    ///< its bytes
-    std::string_view folded; ///< as the folded names are
-    bool isASCII;            ///< both have the same letters in the same places
+    std::string_view own; ///< its bytes
+    std::string_view folded;
+    bool isASCII; ///< then both have the same letters in the same places
 };
 
 /// Makes the subjects of the entries of one index. Paths are written one at a time. Entries of one
@@ -41,7 +41,7 @@ class FindSubjects {
     std::uint32_t folder_ = FindIndexStorage::none; ///< whose path they begin with
     std::size_t ownFolder_ = 0;
     std::size_t foldedFolder_ = 0;
-    bool folderIsASCII_ = true;
+    bool isFolderASCII_ = true;
     std::vector<std::uint32_t> above_; ///< kept for its room
 };
 

@@ -15,12 +15,12 @@ namespace tidyro {
 class FindGlob {
   public:
     explicit FindGlob(std::string_view pattern);
-    /// Whether it is all of `text`.
-    [[nodiscard]] bool matches(std::string_view text) const;
+    /// Whether the pattern matches the whole of `text`.
+    [[nodiscard]] bool doesMatch(std::string_view text) const;
 
   private:
     std::string pattern_; ///< no "*" directly behind another
-    std::size_t leastBytes_ = 0;
+    std::size_t minBytes_ = 0;
 };
 
 /// Whether a text stands in names or paths as a term of a query asks. The term outlives it.
@@ -33,22 +33,22 @@ class FindTextTest {
   public:
     FindTextTest(const FindTextTerm& term, std::string_view rootPath);
 
-    [[nodiscard]] bool holds(const FindSubject& subject) const;
+    [[nodiscard]] bool isMetBy(const FindSubject& subject) const;
 
     /// What is looked for, as it is compared; for a glob its pattern.
     [[nodiscard]] const std::string& needle() const { return needle_; }
-    /// Only at the beginning of a path.
-    [[nodiscard]] bool standsAtBeginning() const { return standsAtBeginning_; }
+    /// Whether they have to stand at the beginning of a path.
+    [[nodiscard]] bool isAtBeginning() const { return isAtBeginning_; }
 
   private:
     void adaptToPaths(std::string_view root);
-    [[nodiscard]] bool standsIn(std::string_view text) const;
-    [[nodiscard]] bool standsAsWord(const FindSubject& subject, std::string_view text) const;
+    [[nodiscard]] bool isIn(std::string_view text) const;
+    [[nodiscard]] bool isWordIn(const FindSubject& subject, std::string_view text) const;
 
     const FindTextTerm& term_;
     std::string needle_;
     FindGlob glob_; ///< of the needle, when the mode is `glob`
-    bool standsAtBeginning_ = false;
+    bool isAtBeginning_ = false;
 };
 
 } // namespace tidyro

@@ -15,8 +15,9 @@ namespace tidyro {
 ///     "IMG_2026 myPhoto" has the words "IMG", "2026", "my", "Photo"
 class FindWordBoundaries {
   public:
-    /// In `folded`, or in `own` bytes if `inOwn`. The subject's text outlives it.
-    FindWordBoundaries(const FindSubject& subject, bool inOwn);
+    /// Offsets are those of the subject's `own` bytes when case counts, and of its `folded` bytes
+    /// otherwise. The subject's texts have to outlive it.
+    FindWordBoundaries(const FindSubject& subject, bool isCaseSensitive);
 
     [[nodiscard]] bool isAt(std::size_t offset) const;
 

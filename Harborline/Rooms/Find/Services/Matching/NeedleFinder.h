@@ -40,7 +40,7 @@ class NeedleFinder {
     using Form = std::size_t (*)(const NeedleFinder&, std::string_view, std::size_t&,
                                  std::span<std::uint32_t>);
 
-    [[nodiscard]] bool standsAt(const char* place) const;
+    [[nodiscard]] bool isAt(const char* place) const;
     [[nodiscard]] static Form bestForm();
     [[nodiscard]] static std::size_t plainForm(const NeedleFinder& self, std::string_view text,
                                                std::size_t& from, std::span<std::uint32_t> places);

@@ -23,8 +23,9 @@ class FindConditions {
 
   private:
     [[nodiscard]] std::optional<FindQueryNode> fieldCondition(const FindQueryToken& word);
-    /// Whether one more folder or regular expression may be asked for.
-    [[nodiscard]] bool canAffordMore();
+    /// Whether the query may ask for one more folder or regular expression. Notes the problem when
+    /// it may not.
+    [[nodiscard]] bool admitCostlyCondition();
 
     Timestamp now_;
     std::size_t wordCount_ = 0;

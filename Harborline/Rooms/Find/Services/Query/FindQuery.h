@@ -17,9 +17,9 @@ namespace tidyro {
 enum class FindTextMode : std::uint8_t {
     contains, ///< anywhere
     word,     ///< as whole words, from one boundary of `FindWordBoundaries` to another
-    exact,    ///< all of it
-    glob,     ///< all of it, "*" any text and "?" one character
-    regex,    ///< somewhere in it, as RE2 reads it
+    exact,    ///< as the whole of it
+    glob,     ///< as the whole of it; "*" stands for any text and "?" for one character
+    regex,    ///< an expression, in the syntax of RE2, that matches somewhere in it
 };
 
 /// One condition of a query on the text of an entry.
@@ -27,8 +27,8 @@ struct FindTextTerm {
     std::string text;        ///< as it was typed
     std::string folded = {}; ///< as the folded names are; unused for regular expressions
     FindTextMode mode = FindTextMode::contains;
-    bool matchesCase = false; ///< compares `text` with the bytes of the name
-    bool inPath = false;      ///< in the whole path below the root rather than in the name
+    bool isCaseSensitive = false; ///< compares `text` with the bytes of the name
+    bool isInPath = false;        ///< in the whole path below the root rather than in the name
     std::shared_ptr<const FindRegex> regex = nullptr; ///< there when the mode is `regex`
 };
 
@@ -36,30 +36,30 @@ struct FindTextTerm {
 /// holds.
 struct FindQueryNode {
     enum class Kind : std::uint8_t {
-        all,    ///< of the children; without any: everything
-        any,    ///< of the children, at least two
-        none,   ///< of its one child
-        text,   ///< `text`
-        ext,    ///< one of `names`: folded extensions without their stop, in order, each once
-        kind,   ///< one of `categories`, or a folder if `takesFolders`, or none if `takesFiles`
-        size,   ///< from `least` to `most` bytes, both included
-        date,   ///< modified from `least` to `most`, seconds since 1970, both included
-        depth,  ///< below the root, from `least` to `most`; 255 stands for what is deeper, too
-        empty,  ///< a file of 0 bytes or a folder that was read and has no entries
-        hidden, ///< hidden, by itself or by where it lies
-        system, ///< of the operating system
-        folder, ///< in the folder whose path is `names[0]`, or ends with it; at any depth
-        parent, ///< directly in that folder
+        all,    ///< meets all children; without children every entry does
+        any,    ///< meets one of the children, of which there are at least two
+        none,   ///< does not meet the one child
+        text,   ///< meets `text`
+        ext,    ///< has an extension among `names`: folded, without the stop, sorted, each once
+        kind,   ///< is in `categories`, or a folder if `mayBeFolder`, or no folder if `mayBeFile`
+        size,   ///< has from `min` to `max` bytes
+        date,   ///< was modified between `min` and `max`, in seconds since 1970
+        depth,  ///< lies from `min` to `max` below the root; 255 stands for deeper as well
+        empty,  ///< is a file of 0 bytes, or a folder that was read and has no entries
+        hidden, ///< is hidden, by itself or by a folder above
+        system, ///< belongs to the operating system
+        folder, ///< lies in a folder whose path is `names[0]` or ends with it, at any depth
+        parent, ///< lies directly in such a folder
     };
     Kind kind;
     std::vector<FindQueryNode> children = {};
     FindTextTerm text = {};
     std::vector<std::string> names = {};
     std::vector<FindCategory> categories = {};
-    bool takesFiles = false;
-    bool takesFolders = false;
-    std::uint64_t least = 0; ///< above `most` where nothing can match
-    std::uint64_t most = UINT64_MAX;
+    bool mayBeFile = false;
+    bool mayBeFolder = false;
+    std::uint64_t min = 0; ///< both ends are included; above `max` when nothing can match
+    std::uint64_t max = UINT64_MAX;
 };
 
 struct FindQuery {

@@ -31,7 +31,7 @@ struct FindQueryToken {
     enum class Kind : std::uint8_t { word, open, close, both, either, denial };
     Kind kind;
     std::string text = {};    ///< as it was typed, without quotes
-    std::size_t unquoted = 0; ///< so many bytes at its beginning stood outside quotes
+    std::size_t unquoted = 0; ///< how many bytes stand before the first quote
     bool operator==(const FindQueryToken&) const = default;
 };
 

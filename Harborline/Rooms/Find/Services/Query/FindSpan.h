@@ -15,8 +15,8 @@ struct FindSpan {
     static constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
     static constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
 
-    std::int64_t least = lowest;
-    std::int64_t most = highest;
+    std::int64_t min = lowest;
+    std::int64_t max = highest;
     bool operator==(const FindSpan&) const = default;
 };
 

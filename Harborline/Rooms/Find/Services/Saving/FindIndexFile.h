@@ -46,7 +46,7 @@ struct FindIndexFileHead {
     std::uint64_t nameByteCount;
     std::uint64_t bigSizeCount;
     std::uint64_t extraChildCount;
-    std::uint64_t lastEventID;
+    std::uint64_t lastEventID; ///< this and the dates: see FindIndexMetadata
     double builtAt;
     double savedAt;
     std::uint64_t deniedCount;

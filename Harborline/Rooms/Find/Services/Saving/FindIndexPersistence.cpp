@@ -18,7 +18,7 @@ namespace {
 
 using Error = FindIndexPersistenceError;
 
-struct Describe {
+struct PersistenceErrorText {
     std::string operator()(const Error::UnsupportedVersion& found) const {
         return fmt::format("The index is of version {}, which this program does not know.",
                            found.version);
@@ -44,12 +44,12 @@ class IndexWriter {
     explicit IndexWriter(platform::DurableWriter writer) : writer_(std::move(writer)) {}
 
     template <class T>
-    void array(std::span<const T> values) {
-        bytes(std::as_bytes(values));
+    void writeArray(std::span<const T> values) {
+        write(std::as_bytes(values));
         constexpr std::array<std::byte, FindIndexFileHead::alignment> zeros{};
-        bytes(std::span(zeros).first((0 - written_) % zeros.size()));
+        write(std::span(zeros).first((0 - written_) % zeros.size()));
     }
-    void bytes(std::span<const std::byte> bytes) {
+    void write(std::span<const std::byte> bytes) {
         if (result_) result_ = writer_.append(bytes);
         written_ += bytes.size();
     }
@@ -104,20 +104,22 @@ std::expected<void, SystemError> save(const FindIndexStorage& storage,
 
     const FindIndexFileTables tables = tablesOf(storage);
     const FindIndexFileHead first = head(storage, metadata, tables);
-    writer.bytes(std::as_bytes(std::span(FindIndexFileHead::magic)));
-    writer.bytes(std::as_bytes(std::span(&first, 1)));
-    writer.array(std::span<const char>(storage.rootPath));
+    writer.write(std::as_bytes(std::span(FindIndexFileHead::magic)));
+    writer.write(std::as_bytes(std::span(&first, 1)));
+    writer.writeArray(std::span<const char>(storage.rootPath));
     FindIndexStorage::visitStoredColumns(
-        [&](auto column) { writer.array((storage.*column.values).span()); });
+        [&](auto column) { writer.writeArray((storage.*column.values).span()); });
     FindIndexFileTables::visitColumns(
-        [&](auto column) { writer.array((tables.*column.values).span()); });
-    writer.bytes(std::as_bytes(std::span(FindIndexFileHead::trailer)));
+        [&](auto column) { writer.writeArray((tables.*column.values).span()); });
+    writer.write(std::as_bytes(std::span(FindIndexFileHead::trailer)));
     return writer.commit();
 }
 
 } // namespace
 
-std::string FindIndexPersistenceError::description() const { return std::visit(Describe{}, kind); }
+std::string FindIndexPersistenceError::description() const {
+    return std::visit(PersistenceErrorText{}, kind);
+}
 
 FileURL FindIndexPersistence::defaultURL() {
     return platform::applicationSupportFolder().appending("Harborline/Find/name-index-v1.bin");

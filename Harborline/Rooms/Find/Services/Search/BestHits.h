@@ -46,9 +46,9 @@ class BestHits {
                                                              << 16U;
     }
     [[nodiscard]] std::uint64_t lengthOf(std::uint32_t entry) const {
-        constexpr std::uint32_t longest = 0xFFFF;
+        constexpr std::uint32_t maxLength = 0xFFFF;
         const auto [begin, end] = storage_->nameRange(entry);
-        return std::min(end - begin, longest);
+        return std::min(end - begin, maxLength);
     }
     [[nodiscard]] std::uint64_t keyOf(std::uint32_t entry, FindNameRank rank) const;
     [[nodiscard]] bool isBetter(const Hit& a, const Hit& b) const;
@@ -61,7 +61,7 @@ class BestHits {
 };
 
 /// Whether the path of one entry comes before that of another, byte by byte.
-[[nodiscard]] bool comesBeforeByPath(const FindIndexStorage& storage, std::uint32_t a,
-                                     std::uint32_t b);
+[[nodiscard]] bool isBeforeByPath(const FindIndexStorage& storage, std::uint32_t a,
+                                  std::uint32_t b);
 
 } // namespace tidyro

@@ -16,13 +16,12 @@ namespace tidyro {
 
 /// What a search found.
 struct FindSearchResult {
-    std::vector<std::uint32_t> hits = {}; ///< entries, the best first, at most as many as asked for
-    std::uint64_t matchCount = 0;         ///< of all, those that are not among the hits as well
-    /// Of the index whose entries the hits are; another one's mean something else.
+    std::vector<std::uint32_t> hits = {}; ///< entries, the best first, at most `limit`
+    std::uint64_t matchCount = 0;         ///< of all matches, not only of the hits
+    /// That of the index that was searched. The hits mean nothing in another generation.
     std::uint64_t generation = 0;
-    bool wasCancelled = false; ///< it was cut short: hits and count are of a part, or none
-    /// Why part of the query could not be read as it was meant and was taken for words; one
-    /// sentence for people.
+    bool wasCancelled = false; ///< hits and count are incomplete
+    /// Why a part of the query was taken for plain words; one sentence for people.
     std::optional<std::string> problem = std::nullopt;
     bool operator==(const FindSearchResult&) const = default;
 };
@@ -48,7 +47,7 @@ class FindSearchEngine {
         /// replaced meanwhile ends at once, as cancelled. Absent: whichever there is.
         std::optional<std::uint64_t> generation = std::nullopt;
         std::size_t limit = 500;
-        Timestamp now;
+        Timestamp now; ///< says which day a query means by "today"
         CancelToken cancel = {};
     };
 

@@ -29,8 +29,8 @@ class PlainSearch {
         std::span<const std::string> words; ///< folded, not empty; ranks go by the first
         std::size_t limit;
         CancelToken cancel;
-        /// Numbers of matches up to this many are kept for the next query.
-        std::size_t mostRemembered;
+        /// More matches than this are not kept for the next query.
+        std::size_t maxRemembered;
     };
     explicit PlainSearch(const Options& options);
 
@@ -43,7 +43,7 @@ class PlainSearch {
     [[nodiscard]] std::vector<std::uint32_t> takeHits() { return best_.take(); }
     /// All matches in the order of the entries; empty when there were too many to remember.
     [[nodiscard]] std::vector<std::uint32_t> takeMatches() { return std::move(matches_); }
-    [[nodiscard]] bool remembersMatches() const { return remembers_; }
+    [[nodiscard]] bool hasRememberedAll() const { return isRemembering_; }
 
   private:
     static constexpr std::uint32_t none = FindIndexStorage::none;
@@ -56,13 +56,13 @@ class PlainSearch {
 
     Options options_;
     const FindIndexStorage& storage_;
-    NeedleFinder finder_; ///< of the word that is looked for
-    bool ranksByFinder_;  ///< the first word is that one
+    NeedleFinder finder_;   ///< of the word that is looked for
+    bool isRankedByFinder_; ///< it is the first word as well
     std::vector<std::string_view> others_;
     BestHits best_;
     std::uint64_t matchCount_ = 0;
     bool wasCancelled_ = false;
-    bool remembers_ = true;
+    bool isRemembering_ = true;
     std::vector<std::uint32_t> matches_;
     // The entry whose places are being told, and what is known of it
     std::uint32_t entry_ = none;

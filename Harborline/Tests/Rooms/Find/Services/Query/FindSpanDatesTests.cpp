@@ -44,23 +44,23 @@ std::string spanOf(std::string_view text, Timestamp now) {
         if (seconds == FindSpan::lowest || seconds == FindSpan::highest) return std::string("...");
         return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::gmtime(static_cast<std::time_t>(seconds)));
     };
-    return moment(span->least) + " - " + moment(span->most);
+    return moment(span->min) + " - " + moment(span->max);
 }
 
-struct Reading {
+struct DateReading {
     const char* zone;
     Timestamp now;
     std::string_view text;
     std::string_view span;
 };
 
-TEST(FindDates, AreThoseOfThePersonsCalendar) {
+TEST(FindSpanDates, AreThoseOfThePersonsCalendar) {
     constexpr const char* berlin = "CET-1CEST,M3.5.0,M10.5.0/3";
     constexpr const char* midnightGap = "<-03>3<-02>,M11.1.0/0,M2.3.0/0";
     const Timestamp sunday = utc(2026, 3, 29, 12, 0); // clocks were set forward in the night
     const Timestamp leapDay = utc(2028, 2, 29, 12, 0);
     const Timestamp newYear = utc(2026, 12, 31, 23, 30); // 00:30 of 2027, a Friday, in Berlin
-    const Reading readings[] = {
+    const DateReading readings[] = {
         {berlin, sunday, "today", "2026-03-28 23:00:00 - 2026-03-29 21:59:59"},
         {berlin, sunday, "Yesterday", "2026-03-27 23:00:00 - 2026-03-28 22:59:59"},
         {berlin, sunday, "thisweek", "2026-03-22 23:00:00 - 2026-03-29 21:59:59"},
