@@ -40,17 +40,18 @@ struct FindColumn {
     static constexpr std::size_t width = sizeof(T); ///< of an element, in bytes
 };
 
-/// Every name below a root, as a structure of arrays: 31 bytes an entry and its name twice, as it
-/// is and folded for searching.
+/// Every name below a root, in columns: a few dozen bytes for each entry, and its name twice, once
+/// as it is and once folded for searching.
 ///
 ///     FindIndexStorage storage("/home/ada");
 ///     const auto root = storage.appendRoot("/home/ada", mtime);
 ///     const auto first = storage.appendBlock(root, listing);
 ///     storage.path(first)
 ///
-/// An entry is a number. Folders come before what they hold; the children of a folder that were
-/// appended together stand side by side, and the last of them says so. Only one thread changes a
-/// storage, and nobody reads it meanwhile.
+/// An entry is a number, its place in each column. A folder has a smaller number than what it
+/// holds. Children of a folder that were appended together are a block: they stand side by side,
+/// and the last of them is marked. Any number of threads may read a storage; while one changes it,
+/// no other may use it.
 class FindIndexStorage {
   public:
     using Entry = std::uint32_t;
@@ -58,8 +59,8 @@ class FindIndexStorage {
     static constexpr std::uint32_t bigSize = 0xFFFFFFFF; ///< the size itself is in `bigSizes`
     static constexpr std::uint8_t maxDepth = 255;
 
-    /// A "/" at the end of a longer path goes. Absent, the folders of the system are marked exactly
-    /// when the root is "/".
+    /// A "/" at the end of a longer path is dropped. Without `marksSystemFolders` the system's
+    /// folders are marked exactly when the root is "/".
     explicit FindIndexStorage(std::string rootPath,
                               std::optional<bool> marksSystemFolders = std::nullopt);
 
@@ -81,7 +82,7 @@ class FindIndexStorage {
     std::int64_t deletedCount = 0; ///< marked and not yet compacted away
     std::int64_t deniedCount = 0;  ///< folders that could not be read
 
-    // Derived: the names as a search sees them, in the order of the entries.
+    // Made from the names: the names as a search compares them, in the order of the entries.
     GrowingArray<std::uint32_t> foldedEntries; ///< the entry of each folded name
     GrowingArray<std::uint32_t> foldedStart;   ///< like `nameStart`, into `foldedNames`
     GrowingArray<char> foldedNames;
@@ -123,18 +124,20 @@ class FindIndexStorage {
 
     [[nodiscard]] Entry count() const { return static_cast<Entry>(parent.size()); }
 
-    // Building. Sizes of folders are made at the end; more than there is room for is a fault.
+    // Building. Folders have no size until `aggregateFolderSizes`. Appending a listing that there
+    // is no room for is a programming fault: ask `hasRoomFor` first.
 
-    /// Whether a listing fits: numbers and offsets have 32 bits.
+    /// Whether a listing fits. Entries and offsets have 32 bits.
     [[nodiscard]] bool hasRoomFor(const FindDirectoryListing& listing) const;
-    /// The root is never hidden, a package or the system's, whatever its name: it was asked for.
+    /// Begins the storage with entry 0. The root is never hidden, a package or the system's,
+    /// whatever its name, since somebody asked for it.
     Entry appendRoot(std::string_view path, std::uint32_t modified);
-    /// All entries of a folder's listing; their first, or `none` for an empty one. A folder has one
-    /// block.
+    /// Appends a folder's listing as the folder's one block. Returns the first entry, or `none` for
+    /// an empty listing.
     Entry appendBlock(Entry folder, const FindDirectoryListing& listing);
-    /// Makes the sizes of all folders the sums of what they hold, what is deleted left out.
+    /// Gives each folder the sum of the sizes of what it holds, deleted entries left out.
     void aggregateFolderSizes();
-    /// Brings the folded names up to date with what was appended.
+    /// Folds the names that were appended since the last call. The functions that append call it.
     void extendFolded();
 
     // One entry
@@ -145,7 +148,6 @@ class FindIndexStorage {
     [[nodiscard]] std::string_view name(Entry entry) const {
         return {names.data() + nameStart[entry], nameStart[entry + 1] - nameStart[entry]};
     }
-    /// Its entry for each folded name; every entry has one, in its own order.
     [[nodiscard]] std::string_view foldedName(Entry entry) const {
         return {foldedNames.data() + foldedStart[entry],
                 foldedStart[entry + 1] - foldedStart[entry]};
@@ -161,12 +163,13 @@ class FindIndexStorage {
     [[nodiscard]] std::string path(Entry entry) const;
     [[nodiscard]] bool isDeletedOrInside(Entry entry) const;
 
-    // Its surroundings
+    // Its folder and its children
 
+    /// The entry of an absolute path that is not deleted.
     [[nodiscard]] std::optional<Entry> lookup(std::string_view path) const;
     [[nodiscard]] std::optional<Entry> child(Entry folder, std::string_view named) const;
-    /// Calls `visit` with each child of a folder until it returns false: the block, then those that
-    /// came later, deleted ones among them.
+    /// Calls `visit` with each child of a folder until it returns false: first the block, then the
+    /// children that came later. Deleted ones are among them.
     template <class Visit>
     void visitChildren(Entry folder, const Visit& visit) const;
     /// The same children as a list.
@@ -175,11 +178,11 @@ class FindIndexStorage {
     /// the first deleted one. Sizes stay within 0 and the largest number.
     void addToAncestors(Entry entry, std::int64_t delta);
 
-    // Live updates. Sizes of folders follow at once. What is listed has to have room here as well.
+    // Live updates. The sizes of the folders above follow at once. Listings need room here as well.
 
-    /// Marks an entry; its bytes leave the folders above. Once for an entry.
+    /// Marks an entry and takes its bytes out of the folders above. Does nothing the second time.
     void markDeleted(Entry entry);
-    /// Appends children to a folder, outside its block. Their first, or `none`.
+    /// Appends children to a folder, outside its block. Returns the first, or `none`.
     Entry appendLooseChildren(Entry folder, const FindDirectoryListing& listing);
     /// Makes a folder hold what a fresh listing says. Children that are not listed are deleted,
     /// changed ones take their new size and date, new ones are appended. The contents of a child

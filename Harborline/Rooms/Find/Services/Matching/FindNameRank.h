@@ -7,7 +7,7 @@
 
 namespace tidyro {
 
-/// How well a name fits what was typed, the best first.
+/// Where the text that was typed stands in a name, the best place first.
 enum class FindNameRank : std::uint8_t {
     wholeName,     ///< it is the name
     withoutSuffix, ///< it is the name without its extension
@@ -16,9 +16,7 @@ enum class FindNameRank : std::uint8_t {
     anywhere,
 };
 
-/// The rank of an entry whose folded name holds the needle, which is folded and not empty. Changes
-/// of case are looked for in plain ASCII names only: elsewhere the folded name need not have the
-/// letters of the name in their places.
+/// The rank of an entry whose folded name holds the needle. The needle is folded and not empty.
 [[nodiscard]] FindNameRank nameRank(const FindIndexStorage& storage, std::uint32_t entry,
                                     std::string_view needle);
 

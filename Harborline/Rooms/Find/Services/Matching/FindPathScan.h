@@ -9,9 +9,12 @@
 
 namespace tidyro {
 
-/// Looks for a text in all paths at once, those below the root with a "/" before each component,
-/// without writing a single one. "lib/python" ends in names that begin with "python" and lie in a
-/// folder whose name ends with "lib"; whatever lies in one of these has it in its path as well.
+/// Looks for a text in all paths at once without writing a single path. A path is the path below
+/// the root with a "/" before each component.
+///
+/// The text is cut at each "/". For "lib/python" it looks for names that begin with "python" and
+/// lie in a folder whose name ends with "lib". All that lies in such an entry has the text in its
+/// path as well.
 class FindPathScan {
   public:
     using Entry = FindIndexStorage::Entry;
@@ -20,11 +23,11 @@ class FindPathScan {
         bool isFromRoot = false; ///< the path has to begin with the text, whose first byte is "/"
         bool isCaseSensitive = false; ///< the bytes of the names are meant, not the folded names
     };
-    /// Both outlive it.
+    /// Storage and names have to outlive it.
     FindPathScan(const FindIndexStorage& storage, const FindNameScan& names, const Options& options)
         : storage_(storage), names_(names), options_(options) {}
 
-    /// The entries whose path holds the text, which is not empty.
+    /// The entries whose path holds the text, which must not be empty.
     [[nodiscard]] FindEntrySet holding(std::string_view text) const;
 
   private:

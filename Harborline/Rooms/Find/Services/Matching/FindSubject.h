@@ -9,16 +9,16 @@
 
 namespace tidyro {
 
-/// The text of an entry that a condition looks at: its name, or its path below the root with a "/"
-/// before each component.
+/// The text of an entry that a condition looks at: its name, or its path. A path is the path below
+/// the root with a "/" before each component.
 struct FindSubject {
     std::string_view own; ///< its bytes
     std::string_view folded;
     bool isASCII; ///< then both have the same letters in the same places
 };
 
-/// Makes the subjects of the entries of one index. Paths are written one at a time. Entries of one
-/// folder stand side by side, so that the path of the folder is written once for all of them.
+/// Makes the subjects of the entries of one index. Entries of one folder stand side by side, so the
+/// path of the folder is written once for all of them. One thread uses it.
 class FindSubjects {
   public:
     explicit FindSubjects(const FindIndexStorage& storage) : storage_(storage) {}
@@ -28,7 +28,7 @@ class FindSubjects {
                 .folded = storage_.foldedName(entry),
                 .isASCII = !storage_.is(entry, findflag::notASCII)};
     }
-    /// Good until the next call.
+    /// Its texts last until the next call.
     [[nodiscard]] FindSubject path(std::uint32_t entry);
 
   private:

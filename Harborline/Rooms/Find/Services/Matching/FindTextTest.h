@@ -9,9 +9,9 @@
 
 namespace tidyro {
 
-/// A pattern in which "*" stands for any text and "?" for one character of UTF-8; everything else
-/// for itself. It takes at most the product of both lengths, in practice their sum: only the last
-/// "*" is ever tried again.
+/// A pattern in which "*" stands for any text, "?" for one character of UTF-8, and every other byte
+/// for itself. Matching takes at most time in proportion to the product of both lengths, since only
+/// the last "*" is ever tried again.
 class FindGlob {
   public:
     explicit FindGlob(std::string_view pattern);
@@ -23,19 +23,20 @@ class FindGlob {
     std::size_t minBytes_ = 0;
 };
 
-/// Whether a text stands in names or paths as a term of a query asks. The term outlives it.
+/// Tests whether a name or path meets a term of a query. The term has to outlive it.
 ///
-/// In paths: a text that begins with the path of the root itself stands for the beginning of the
-/// path below it; a glob has to match from the beginning of a component to the end; `exact` is the
-/// whole path below the root, with or without a "/" around it; a regular expression sees the path
-/// without the "/" before it.
+/// Rules for paths:
+/// - A text that begins with the path of the root itself has to stand at the beginning of the path.
+/// - A glob has to match from the beginning of a component to the end of the path.
+/// - `exact` means the whole path below the root, with or without a "/" before and behind it.
+/// - A regular expression sees the path without its first "/".
 class FindTextTest {
   public:
     FindTextTest(const FindTextTerm& term, std::string_view rootPath);
 
     [[nodiscard]] bool isMetBy(const FindSubject& subject) const;
 
-    /// What is looked for, as it is compared; for a glob its pattern.
+    /// The bytes that are looked for, folded unless case counts; the pattern of a glob.
     [[nodiscard]] const std::string& needle() const { return needle_; }
     /// Whether they have to stand at the beginning of a path.
     [[nodiscard]] bool isAtBeginning() const { return isAtBeginning_; }

@@ -8,9 +8,9 @@
 
 namespace tidyro {
 
-/// Where words begin and end in a name: at both ends of it, beside everything that is no letter or
-/// digit, where a capital letter follows a small one, and between letters and digits. Marks belong
-/// to the letter before them.
+/// Where words begin and end in a name: at its two ends, beside every character that is no letter
+/// or digit, where a capital letter follows a small one, and between letters and digits. A mark
+/// belongs to the letter before it.
 ///
 ///     "IMG_2026 myPhoto" has the words "IMG", "2026", "my", "Photo"
 class FindWordBoundaries {

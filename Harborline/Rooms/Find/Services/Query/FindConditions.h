@@ -10,15 +10,16 @@
 
 namespace tidyro {
 
-/// Makes conditions of the words of one query: "report" asks for a text, "size:>1mb" for a size.
+/// Makes conditions of the words of one query: "report" asks for a text, "size:>1mb" for a size. It
+/// counts what a query asks for, so that no query can ask for too much.
 class FindConditions {
   public:
     explicit FindConditions(Timestamp now) : now_(now) {}
 
-    /// A field with a value that it does not take is a word like any other. None for one more word
-    /// where there are very many.
+    /// The condition that a word stands for. A field whose value makes no sense is taken for an
+    /// ordinary word. Nothing once the query has too many words.
     [[nodiscard]] std::optional<FindQueryNode> condition(const FindQueryToken& word);
-    /// Of the first word that was not taken as it was meant; one sentence for people.
+    /// Why the first word that was misunderstood was misunderstood; one sentence for people.
     [[nodiscard]] const std::optional<std::string>& problem() const { return problem_; }
 
   private:

@@ -32,8 +32,7 @@ struct FindTextTerm {
     std::shared_ptr<const FindRegex> regex = nullptr; ///< there when the mode is `regex`
 };
 
-/// A query that was read: a tree of conditions. `FindQueryMatcher` finds the entries for which it
-/// holds.
+/// A node of a query's tree of conditions. `FindQueryMatcher` finds the entries that meet them.
 struct FindQueryNode {
     enum class Kind : std::uint8_t {
         all,    ///< meets all children; without children every entry does
@@ -62,36 +61,40 @@ struct FindQueryNode {
     std::uint64_t max = UINT64_MAX;
 };
 
+/// A query that was read.
 struct FindQuery {
-    /// `all` of what stands side by side. No `all` stands directly in an `all`, no `any` in an
-    /// `any`, and the tree is at most a few hundred nodes deep.
+    /// Its kind is `all`. No `all` stands directly in an `all`, no `any` in an `any`, and the tree
+    /// is at most a few hundred nodes deep.
     FindQueryNode root;
-    /// Why part of it was taken for plain words; one sentence for people.
+    /// Why a part of the query was taken for plain words; one sentence for people.
     std::optional<std::string> problem = std::nullopt;
 };
 
-/// Reads the language that people know from desktop search. Never fails: what cannot be read as it
-/// is meant is taken for words.
+/// Reads the language that people know from desktop search. It never fails: what cannot be read as
+/// it was meant is taken for words, and `problem` says why.
 ///
-///     parsedFindQuery("report (pdf | docx) -draft size:>1mb dm:thisweek", now)
+///     const FindQuery query = parsedFindQuery("report (pdf | docx) -draft size:>1mb", now);
 ///
-/// - Words side by side all have to match, in any order; "AND" between them says so. "OR" or "|"
-///   binds weaker, "NOT" or "-" or "!" in front of a word or bracket binds strongest. The three
-///   operators are written in capitals. "|" and brackets part words, "-" and "!" within one do not.
-/// - Quotes keep blanks, brackets, operators and colons in a word, not "*" and "?" from meaning
-///   what they do: `exact:` and `word:` do that.
-/// - A word with "*" or "?" is a glob; one with "/" looks at the path.
-/// - `case:`, `word:`, `exact:`, `regex:` and `path:` say how a text matches and may be combined
-///   ("case:path:Src"). The value of `regex:` ends at a blank outside quotes, or at a bracket that
-///   closes one before it.
-/// - `ext:` and `kind:` take lists parted by ";" or ",". `size:`, `dm:` and `depth:` take a value,
-///   a comparison (">", ">=", "<", "<=", "=") or a range ("1gb..2gb", "..5kb"). `in:` and `parent:`
-///   take a folder, "~" at its beginning the person's home. `empty:`, `hidden:` and `system:` stand
-///   alone or take yes, no, true or false. Any other field is a word, colon and all.
-/// - An operator in letters without anything to join is a word, one in signs is passed over.
-///   Brackets and quotes that do not match are mended, those more than 64 deep are passed over.
+/// - Words side by side all have to match, in any order; "AND" between them changes nothing. "OR"
+///   or "|" between words binds weaker. "NOT", "-" or "!" before a word or bracket denies it and
+///   binds strongest. "AND", "OR" and "NOT" are operators in capitals only. "|" and brackets end a
+///   word; "-" and "!" inside a word belong to it.
+/// - Quotes keep blanks, brackets, operators and colons in a word. "*" and "?" mean the same within
+///   quotes; after `exact:` and `word:` they stand for themselves.
+/// - A word with "*" or "?" is a glob. A word with "/" is looked for in paths.
+/// - `case:`, `word:`, `exact:`, `regex:` and `path:` say how a text matches and may be combined:
+///   "case:path:Src". The value of `regex:` ends at a blank outside quotes, or at a bracket that
+///   closes one before the field.
+/// - `ext:` and `kind:` take lists separated by ";" or ",". `size:`, `dm:` and `depth:` take a
+///   value, a comparison (">", ">=", "<", "<=", "=") or a range ("1gb..2gb", "..5kb"). `in:` and
+///   `parent:` take a folder; "~" at its beginning is the person's home. `empty:`, `hidden:` and
+///   `system:` stand alone or take yes, no, true or false. A word with any other field is an
+///   ordinary word.
+/// - An operator with nothing to join is a word when it is made of letters, and is ignored when it
+///   is a sign. Missing brackets and quotes are added. Brackets that close nothing, and those more
+///   than 64 deep, are ignored.
 ///
-/// Dates are those of the person's own calendar and time zone. `now` says when today is.
+/// Dates are those of the person's own calendar and time zone; `now` says which day is today.
 [[nodiscard]] FindQuery parsedFindQuery(std::string_view text, Timestamp now);
 
 } // namespace tidyro

@@ -40,7 +40,7 @@ struct FindRegex::Program {
     /// The same expression once more, for what it says of literals.
     re2::FilteredRE2 filter = {};
     std::vector<std::string> literals = {};
-    /// For each literal of the filter its place in `literals`; `mostLiterals` where it has none and
+    /// For each literal of the filter its place in `literals`; `maxLiterals` where it has none and
     /// may be anywhere.
     std::vector<std::size_t> places = {};
 

@@ -9,10 +9,10 @@
 
 namespace tidyro {
 
-/// A regular expression that a person typed. Matching takes time that grows with the text only, and
-/// memory has a bound: nobody can stop a search by what they type. Any thread may match.
+/// A regular expression that a person typed. Matching takes time in proportion to the text and
+/// bounded memory, so no expression can bring a search to a halt. Any thread may match.
 ///
-/// What is no UTF-8 in a text counts as U+FFFD.
+/// Bytes of a text that are not UTF-8 count as U+FFFD.
 class FindRegex {
   public:
     struct Options {
@@ -33,8 +33,8 @@ class FindRegex {
     /// Texts of which a matching name has to hold some, in ASCII and small letters; `mayMatch` says
     /// which. At most `maxLiterals`; none when the expression asks for no text.
     [[nodiscard]] std::span<const std::string> literals() const;
-    /// False: in a text that, in small letters, holds these literals and no other (a bit each, the
-    /// lowest for the first) it certainly matches nowhere.
+    /// Whether the expression may match in a text that holds exactly these of the literals, upper
+    /// and lower case being the same. `held` has a bit for each, the lowest for the first.
     [[nodiscard]] bool mayMatch(std::uint32_t held) const;
 
   private:
@@ -44,8 +44,8 @@ class FindRegex {
 };
 
 /// Looks for one expression in very many short texts. Starting the automaton costs more than
-/// reading a name, so it runs over many names in one go, line by line, as long as few match. Used
-/// by one thread; the expression outlives it.
+/// reading a name, so it runs over many names in one go, line by line, as long as few of them
+/// match. One thread uses a run, and the expression has to outlive it.
 class FindRegexRun {
   public:
     explicit FindRegexRun(const FindRegex& expression);

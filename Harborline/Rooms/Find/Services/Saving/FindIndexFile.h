@@ -11,7 +11,7 @@
 
 namespace tidyro {
 
-/// The two maps of a FindIndexStorage as its file holds them: in columns.
+/// The two maps of a FindIndexStorage as columns, which is how the file holds them.
 struct FindIndexFileTables {
     GrowingArray<std::uint32_t> bigSizeKeys; ///< entries, ascending
     GrowingArray<std::uint64_t> bigSizeValues;
@@ -59,7 +59,7 @@ struct FindIndexFileHead {
     static constexpr std::string_view trailer = "TIDYROFE";
     static constexpr std::uint64_t alignment = 8;
 
-    /// The elements of a column.
+    /// How many elements a column has in this file.
     [[nodiscard]] constexpr std::uint64_t elementCount(FindColumnLength length) const {
         switch (length) {
         case FindColumnLength::entries: return entryCount;
@@ -71,7 +71,7 @@ struct FindIndexFileHead {
         }
         return 0;
     }
-    /// Of the whole file; the largest number when it says more than there can be.
+    /// The length of the whole file. Counts that no file can have give the largest number.
     [[nodiscard]] constexpr std::uint64_t fileByteCount() const {
         std::uint64_t end = magic.size() + sizeof(FindIndexFileHead);
         const auto add = [&](std::uint64_t count, std::uint64_t width) {

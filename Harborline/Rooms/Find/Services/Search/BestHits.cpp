@@ -7,7 +7,7 @@ namespace tidyro {
 
 namespace {
 
-/// Folders above an entry; the depth that is stored ends at `deepest`.
+/// Folders above an entry; the depth that is stored ends at `maxDepth`.
 std::size_t depthOf(const FindIndexStorage& storage, std::uint32_t entry) {
     if (storage.depth[entry] < FindIndexStorage::maxDepth) return storage.depth[entry];
     std::size_t depth = 0;

@@ -10,16 +10,16 @@
 
 namespace tidyro {
 
-/// Keeps the best of very many hits in little memory: by rank, then what lies less deep, then the
-/// shorter name, then what was modified later, then by path. Which they are does not depend on the
-/// order in which they come.
+/// Keeps the best of very many hits in little memory. A hit is better by its rank, then by lying
+/// less deep, then by a shorter name, then by a later date, then by its path. The result does not
+/// depend on the order in which the hits are offered.
 class BestHits {
   public:
     BestHits(const FindIndexStorage& storage, std::size_t limit);
 
-    /// True when a hit of this rank can no longer be among the best: it need not be offered.
+    /// Whether a hit of this rank can no longer be among the best, so that it need not be offered.
     [[nodiscard]] bool isOut(FindNameRank rank) const { return isFull_ && keyOf(rank) > worst_; }
-    /// The same of one entry, by what is quickly known of it.
+    /// The same for one entry, whose depth and length count as well.
     [[nodiscard]] bool isOut(std::uint32_t entry, FindNameRank rank) const {
         if (!isFull_) return false;
         if (isOut(rank)) return true;
@@ -29,7 +29,7 @@ class BestHits {
         return limit_ == 0 || shortest > worst || shortest + lengthOf(entry) > worst;
     }
     void offer(std::uint32_t entry, FindNameRank rank);
-    /// The best first. Leaves nothing behind.
+    /// Hands out the hits, the best first, and is empty afterwards.
     [[nodiscard]] std::vector<std::uint32_t> take();
 
   private:

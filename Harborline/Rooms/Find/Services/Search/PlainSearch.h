@@ -16,10 +16,11 @@
 
 namespace tidyro {
 
-/// The search that is made on almost every key: names that hold some words, all of them, anywhere.
+/// The search that almost every key starts: for names that hold all of some words, anywhere.
 ///
-/// The rarest word is looked for in all names, and what it stands in is a match when the others
-/// stand there as well. How well a match fits is only asked of those that may be among the best.
+/// It looks for the rarest word in all names; a name that holds it is a match when it holds the
+/// other words as well. Only matches that may be among the best are ranked. One search is run once,
+/// by one thread.
 class PlainSearch {
   public:
     struct Options {
@@ -35,7 +36,7 @@ class PlainSearch {
     explicit PlainSearch(const Options& options);
 
     void run();
-    /// Of these entries only, which are all that can match.
+    /// Searches these entries only; no other may match.
     void runOver(std::span<const std::uint32_t> entries);
 
     [[nodiscard]] std::uint64_t matchCount() const { return matchCount_; }
@@ -64,7 +65,7 @@ class PlainSearch {
     bool wasCancelled_ = false;
     bool isRemembering_ = true;
     std::vector<std::uint32_t> matches_;
-    // The entry whose places are being told, and what is known of it
+    // The entry whose places the finder is at, and what is known of it
     std::uint32_t entry_ = none;
     bool isWanted_ = false; ///< it may be among the best
     FindNameRank rank_ = FindNameRank::anywhere;
