@@ -21,7 +21,7 @@
 
 #include "Rooms/Find/Services/Building/FindIndexBuilder.h"
 #include "Rooms/Find/Services/Index/FindIndex.h"
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 #include "Rooms/Find/Services/Search/FindSearchEngine.h"
 
 namespace {
@@ -52,7 +52,7 @@ std::string changed(std::string_view name, unsigned copy) {
 
 /// The tree again and again, each copy in a folder of its own, until there are enough names.
 FindIndexStorage repeated(const FindIndexStorage& tree, std::size_t names) {
-    FindIndexStorage storage(tree.rootPath, false);
+    FindIndexStorage storage(tree.rootPath);
     storage.appendRoot(tree.rootPath, 0);
     const auto copies = static_cast<unsigned>((names + tree.count() - 1) / tree.count());
     FindDirectoryListing listing;
@@ -65,8 +65,8 @@ FindIndexStorage repeated(const FindIndexStorage& tree, std::size_t names) {
         for (std::size_t next = 0; next < open.size() && storage.count() < names; ++next) {
             listing.clear();
             std::vector<Entry> from;
-            visitChildren(tree, open[next].first, [&](Entry child) {
-                const bool isFolder = tree.is(child, findflag::directory);
+            tree.visitChildren(open[next].first, [&](Entry child) {
+                const bool isFolder = tree.is(child, findflag::folder);
                 from.push_back(child);
                 listing.append({.name = changed(tree.name(child), copy),
                                 .type = isFolder ? FindObjectType::directory : FindObjectType::file,
@@ -76,7 +76,7 @@ FindIndexStorage repeated(const FindIndexStorage& tree, std::size_t names) {
             });
             const Entry block = storage.appendBlock(open[next].second, listing);
             for (std::size_t i = 0; i < from.size(); ++i) {
-                if (tree.is(from[i], findflag::directory)) {
+                if (tree.is(from[i], findflag::folder)) {
                     open.emplace_back(from[i], block + static_cast<Entry>(i));
                 }
             }

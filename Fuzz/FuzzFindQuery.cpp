@@ -17,7 +17,8 @@ using namespace tidyro;
 using Kind = FindQueryNode::Kind;
 
 FindIndexStorage makeIndex() {
-    FindIndexStorage storage("/home/ada", true);
+    FindIndexStorage storage("/home/ada");
+    storage.marksSystemFolders = true;
     const auto root = storage.appendRoot("/home/ada", 0);
     FindDirectoryListing listing;
     listing.append({.name = "Src", .type = FindObjectType::directory});

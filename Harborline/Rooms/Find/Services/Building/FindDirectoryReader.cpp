@@ -69,9 +69,9 @@ FindDirectoryReader::read(const platform::FolderDescriptor& folder, FindDirector
 }
 
 std::expected<void, FindDirectoryReader::Failure>
-FindDirectoryReader::readPart(FindDirectoryListing& listing, std::size_t most) {
+FindDirectoryReader::readPart(FindDirectoryListing& listing, std::size_t maxCount) {
     listing.clear();
-    while (listing.count() < most) {
+    while (listing.count() < maxCount) {
         const FolderEntry* found = lister_.next();
         if (found == nullptr) break;
         if (found->name.size() > std::numeric_limits<std::uint32_t>::max() - listing.names.size()) {

@@ -22,10 +22,10 @@ class FindDirectoryReader {
     /// Why a folder could not be opened or read.
     struct Failure {
         enum class Kind : std::uint8_t {
-            failed,       ///< anything else; see the error
-            missing,      ///< it is gone
-            denied,       ///< it is closed to us
-            notDirectory, ///< something else, a link for example, stands in its place
+            failed,       ///< for a reason that only the error tells
+            missing,      ///< it does not exist any more
+            denied,       ///< we may not read it
+            notDirectory, ///< it is no folder, but a link for example
         };
         Kind kind;
         SystemError error;
@@ -43,22 +43,23 @@ class FindDirectoryReader {
     FindDirectoryReader() : FindDirectoryReader(Options{}) {}
     explicit FindDirectoryReader(Options options);
 
-    /// The whole folder, in place of what the listing held; after a failure it holds nothing.
+    /// Puts the whole folder into the listing, in place of what it held. After a failure the
+    /// listing is empty.
     [[nodiscard]] std::expected<void, Failure> read(const platform::FolderDescriptor& folder,
                                                     FindDirectoryListing& listing);
 
-    // The same in parts, for those who do not want a huge folder in one listing. The dates of
-    // folders are left open where the system does not tell them along with the names: a walk knows
-    // them better once it has opened them.
+    // The same in parts, so that a huge folder never stands in one listing as a whole. Dates of
+    // folders are 0 where the system does not tell them along with the names: asking for each would
+    // cost a call, and a walk learns them anyway when it opens the folders.
 
     void begin(const platform::FolderDescriptor& folder) { lister_.begin(folder); }
-    /// The next entries, at most as many as this, in place of what the listing held; none at the
-    /// end.
+    /// Puts the next entries into the listing, at most `maxCount`, in place of what it held. Fewer
+    /// mean that the folder ends.
     [[nodiscard]] std::expected<void, Failure> readPart(FindDirectoryListing& listing,
-                                                        std::size_t most);
+                                                        std::size_t maxCount);
 
-    /// The flag of a file whose contents lie in the cloud: reading a folder of that kind brings
-    /// them onto the disk.
+    /// The contents of the item lie in the cloud. Reading such a folder would bring them onto the
+    /// disk.
     static constexpr std::uint32_t datalessFlag = 0x40000000;
 
   private:

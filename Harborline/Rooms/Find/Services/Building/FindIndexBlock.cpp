@@ -6,7 +6,15 @@ namespace tidyro {
 
 namespace {
 
-using Entry = FindIndexStorage::Entry;
+/// How many elements of a column are those of the root.
+std::size_t elementsOfRoot(const FindIndexStorage& storage, FindColumnLength length) {
+    switch (length) {
+    case FindColumnLength::starts: return 2;
+    case FindColumnLength::nameBytes: return storage.nameStart[1];
+    case FindColumnLength::foldedBytes: return storage.foldedStart[1];
+    default: return 1;
+    }
+}
 
 /// Copies what stands behind a column's first `own` elements. A column that one huge folder blew
 /// up goes back to the system at once: two full sets of columns must not stand side by side.
@@ -29,42 +37,33 @@ void moveOffsets(GrowingArray<std::uint32_t>& target, const GrowingArray<std::ui
     for (std::size_t i = before; i < target.size(); ++i) target[i] += shift;
 }
 
-bool fitsBehind(std::size_t bytes, std::size_t more) {
+bool hasRoomBehind(std::size_t bytes, std::size_t more) {
     return more <= std::numeric_limits<std::uint32_t>::max() - bytes;
 }
 
 } // namespace
 
 FindIndexStorage FindIndexBlock::emptied() {
-    FindIndexStorage storage("/", false);
+    FindIndexStorage storage("/");
     storage.appendRoot("/", 0);
     return storage;
 }
 
 void FindIndexBlock::begin(Folder folder) {
-    prepared_.names.resize(prepared_.nameStart[1]);
-    prepared_.foldedNames.resize(prepared_.foldedStart[1]);
-    prepared_.nameStart.resize(2);
-    prepared_.foldedStart.resize(2);
-    prepared_.parent.resize(1);
-    prepared_.size32.resize(1);
-    prepared_.mtime.resize(1);
-    prepared_.flags.resize(1);
-    prepared_.kind.resize(1);
-    prepared_.depth.resize(1);
-    prepared_.firstChild.resize(1);
-    prepared_.foldedEntries.resize(1);
+    FindIndexStorage::visitColumns([&](auto column) {
+        (prepared_.*column.values).resize(elementsOfRoot(prepared_, column.length));
+    });
     prepared_.foldedThrough = 1;
     prepared_.bigSizes.clear();
-    overflows_ = false;
+    isOverflowing_ = false;
     prepared_.flags[0] = folder.flags;
     prepared_.marksSystemFolders = folder.marksSystemFolders;
 }
 
 void FindIndexBlock::add(const FindDirectoryListing& listing) {
     if (listing.count() == 0) return;
-    overflows_ = overflows_ || !prepared_.hasRoomFor(listing);
-    if (overflows_) return;
+    isOverflowing_ = isOverflowing_ || !prepared_.hasRoomFor(listing);
+    if (isOverflowing_) return;
     // All parts become one block: only the last entry of the last part ends it.
     if (count() > 0) {
         prepared_.kind[count()] &= static_cast<std::uint8_t>(~findkind::lastOfBlock);
@@ -74,10 +73,10 @@ void FindIndexBlock::add(const FindDirectoryListing& listing) {
 }
 
 bool FindIndexBlock::fits(const FindIndexStorage& storage) const {
-    return !overflows_ && count() < FindIndexStorage::none - storage.count() &&
-           fitsBehind(storage.names.size(), prepared_.names.size() - prepared_.nameStart[1]) &&
-           fitsBehind(storage.foldedNames.size(),
-                      prepared_.foldedNames.size() - prepared_.foldedStart[1]);
+    return !isOverflowing_ && count() < FindIndexStorage::none - storage.count() &&
+           hasRoomBehind(storage.names.size(), prepared_.names.size() - prepared_.nameStart[1]) &&
+           hasRoomBehind(storage.foldedNames.size(),
+                         prepared_.foldedNames.size() - prepared_.foldedStart[1]);
 }
 
 Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
@@ -86,7 +85,7 @@ Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
     const Entry first = storage.count();
     const std::uint8_t above = storage.depth[folder];
     const std::uint8_t depth =
-        above == FindIndexStorage::deepest ? above : static_cast<std::uint8_t>(above + 1);
+        above == FindIndexStorage::maxDepth ? above : static_cast<std::uint8_t>(above + 1);
     storage.firstChild[folder] = first;
     for (const auto& [entry, size] : prepared_.bigSizes) {
         storage.bigSizes.emplace_hint(storage.bigSizes.end(), first + entry - 1, size);
@@ -101,15 +100,11 @@ Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
     storage.foldedThrough = first + added;
 
     bool isTornApart = false;
-    const auto move = [&](auto& target, auto& column, std::size_t own) {
-        isTornApart |= moveColumn(target, column, own);
-    };
-    move(storage.size32, prepared_.size32, 1);
-    move(storage.mtime, prepared_.mtime, 1);
-    move(storage.flags, prepared_.flags, 1);
-    move(storage.kind, prepared_.kind, 1);
-    move(storage.names, prepared_.names, prepared_.nameStart[1]);
-    move(storage.foldedNames, prepared_.foldedNames, prepared_.foldedStart[1]);
+    FindIndexStorage::visitColumns([&](auto column) {
+        if (column.meaning != FindColumnMeaning::fact) return;
+        const std::size_t own = elementsOfRoot(prepared_, column.length);
+        isTornApart |= moveColumn(storage.*column.values, prepared_.*column.values, own);
+    });
     if (isTornApart) prepared_ = emptied();
     return first;
 }

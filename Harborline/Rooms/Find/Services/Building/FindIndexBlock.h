@@ -7,15 +7,16 @@
 
 namespace tidyro {
 
-/// The entries of one folder, made ready by a thread of its own so that a storage which many
-/// threads fill takes them over by copying columns.
+/// The entries of one folder, made ready outside the storage that they go to. Many threads fill one
+/// storage: each works out its entries in a block of its own, and holds the storage's lock only
+/// while whole columns are copied.
 ///
 ///     block.begin({.flags = storage.flags[folder], .marksSystemFolders = false});
 ///     block.add(listing);                             // without the storage's lock
 ///     const auto first = block.moveInto(storage, folder); // under it
 ///
-/// What the entries become, their categories and their folded names, a storage of the block's own
-/// works out: there is one place only that knows.
+/// A block has a small storage of its own, so that flags, categories and folded names are worked
+/// out in one place only. One thread uses a block.
 class FindIndexBlock {
   public:
     /// What the folder hands down.
@@ -25,14 +26,15 @@ class FindIndexBlock {
     };
 
     void begin(Folder folder);
-    /// A part of the folder's listing.
+    /// Adds a part of the folder's listing.
     void add(const FindDirectoryListing& listing);
 
     [[nodiscard]] std::uint32_t count() const { return prepared_.count() - 1; }
-    /// Whether the storage can count what would be in it.
+    /// Whether the storage has room for the entries: numbers and offsets have 32 bits.
     [[nodiscard]] bool fits(const FindIndexStorage& storage) const;
-    /// Appends the entries as the folder's block, and says which is the first, `none` when there
-    /// are none. The block is spent, and gives back what a huge folder made it take.
+    /// Appends the entries as the folder's block and returns the first of them, or `none` when
+    /// there are none. The block is spent until the next `begin`; memory that a huge folder took is
+    /// given back.
     FindIndexStorage::Entry moveInto(FindIndexStorage& storage, FindIndexStorage::Entry folder);
 
   private:
@@ -40,7 +42,7 @@ class FindIndexBlock {
 
     /// The folder stands for the root in it, as entry 0.
     FindIndexStorage prepared_ = emptied();
-    bool overflows_ = false; ///< one folder that is more than a storage can count
+    bool isOverflowing_ = false; ///< the folder alone has more than a storage can count
 };
 
 } // namespace tidyro

@@ -11,25 +11,10 @@ namespace tidyro {
 
 namespace {
 
-/// Room that costs nothing until it is written to, enough for each column to be a block of its own
-/// from the start. Small blocks would move through the memory of one thread after another as they
-/// grow, and leave holes in each.
-void reserve(FindIndexStorage& storage) {
-    constexpr std::size_t bytes = 1'048'576;
-    const auto reserveOne = [](auto& column) { column.reserveMore(bytes / sizeof *column.data()); };
-    reserveOne(storage.names);
-    reserveOne(storage.nameStart);
-    reserveOne(storage.parent);
-    reserveOne(storage.size32);
-    reserveOne(storage.mtime);
-    reserveOne(storage.flags);
-    reserveOne(storage.kind);
-    reserveOne(storage.depth);
-    reserveOne(storage.firstChild);
-    reserveOne(storage.foldedEntries);
-    reserveOne(storage.foldedStart);
-    reserveOne(storage.foldedNames);
-}
+/// Bytes of room in each column from the start: they cost nothing until they are written to, and
+/// are enough for each column to be a block of its own. Small blocks would move through the memory
+/// of one thread after another as they grow, and leave holes in each.
+constexpr std::size_t roomOfAColumn = 1'048'576;
 
 void markUnread(FindIndexStorage& storage, FindIndexStorage::Entry folder) {
     storage.flags[folder] |= findflag::unread;
@@ -160,7 +145,7 @@ FindIndexWalk::FindIndexWalk(Options options)
       reports_(std::move(options.progress), options.progressInterval),
       storage_(options.walk.rootPath, options.marksSystemFolders),
       walk_(std::move(options.walk), *this) {
-    reserve(storage_);
+    storage_.reserveColumns(roomOfAColumn);
     storage_.appendRoot(storage_.rootPath, 0);
 }
 

@@ -9,20 +9,23 @@
 
 namespace tidyro {
 
-/// What one folder holds, as parallel arrays; "." and ".." left out, in the order in which the file
-/// system tells it.
+/// What one folder holds, as parallel arrays, in the order in which the file system lists it. "."
+/// and ".." are left out.
+///
+///     FindDirectoryListing listing;
+///     listing.append({.name = "notes.txt", .type = FindObjectType::file, .size = 120});
 struct FindDirectoryListing {
     GrowingArray<char> names;           ///< without separators
-    GrowingArray<std::uint32_t> starts; ///< where each name begins, and one more: where they end
+    GrowingArray<std::uint32_t> starts; ///< where each name begins, and where the last one ends
     GrowingArray<FindObjectType> types;
-    GrowingArray<std::uint64_t> sizes;  ///< bytes; of folders nothing is known
+    GrowingArray<std::uint64_t> sizes;  ///< bytes; those of folders mean nothing
     GrowingArray<std::uint32_t> mtimes; ///< whole seconds since 1970
-    /// `hiddenFlag` and FindDirectoryReader's `datalessFlag`, by their bits in the flags of a file
-    /// on macOS; no others are kept.
+    /// `hiddenFlag` and FindDirectoryReader's `datalessFlag`, no others. Their bits are those of
+    /// the file flags of macOS.
     GrowingArray<std::uint32_t> bsdFlags;
     GrowingArray<bool> mountPoints; ///< something else is mounted there
 
-    /// The flag of a file that its owner hid. A reader sets it for a name with a dot as well.
+    /// The owner hid the file. A reader may set it for a name that begins with a dot as well.
     static constexpr std::uint32_t hiddenFlag = 0x8000;
 
     [[nodiscard]] std::size_t count() const { return types.size(); }
@@ -38,7 +41,7 @@ struct FindDirectoryListing {
         bool isMountPoint = false;
     };
     void append(const Entry& entry);
-    /// Its name lasts until the listing changes.
+    /// The name in it points into the listing.
     [[nodiscard]] Entry entry(std::size_t i) const {
         return {.name = name(i),
                 .type = types[i],
@@ -47,8 +50,29 @@ struct FindDirectoryListing {
                 .bsdFlags = bsdFlags[i],
                 .isMountPoint = mountPoints[i]};
     }
-    /// Keeps its room for the next folder.
+    /// Empties the listing and keeps its memory for the next folder.
     void clear();
 };
+
+inline void FindDirectoryListing::append(const Entry& entry) {
+    if (starts.empty()) starts.push(0);
+    names.append(entry.name);
+    starts.push(static_cast<std::uint32_t>(names.size()));
+    types.push(entry.type);
+    sizes.push(entry.size);
+    mtimes.push(entry.mtime);
+    bsdFlags.push(entry.bsdFlags);
+    mountPoints.push(entry.isMountPoint);
+}
+
+inline void FindDirectoryListing::clear() {
+    names.clear();
+    starts.clear();
+    types.clear();
+    sizes.clear();
+    mtimes.clear();
+    bsdFlags.clear();
+    mountPoints.clear();
+}
 
 } // namespace tidyro

@@ -68,14 +68,14 @@ FindIndexSummary FindIndex::summary() const {
             .updatedAt = std::max(metadataValue_.builtAt, metadataValue_.savedAt)};
 }
 
-void FindIndex::exchange(FindIndexStorage storage, FindIndexMetadata metadata, bool isNew) {
+void FindIndex::exchange(FindIndexStorage storage, FindIndexMetadata metadata, Numbers numbers) {
     Storage next = std::make_shared<const FindIndexStorage>(std::move(storage));
     std::optional<CachedMask> mask;
     {
         const std::scoped_lock held(lock_);
         std::swap(storage_, next);
         metadataValue_ = metadata;
-        if (isNew) generationValue_ = newGeneration();
+        if (numbers == Numbers::others) generationValue_ = newGeneration();
         ++revisionValue_;
     }
     const std::scoped_lock held(maskLock_);
@@ -83,25 +83,27 @@ void FindIndex::exchange(FindIndexStorage storage, FindIndexMetadata metadata, b
 }
 
 void FindIndex::replace(FindIndexStorage storage, FindIndexMetadata metadata) {
-    exchange(std::move(storage), metadata, true);
+    exchange(std::move(storage), metadata, Numbers::others);
 }
 
 void FindIndex::update(FindIndexStorage storage, FindIndexMetadata metadata) {
-    exchange(std::move(storage), metadata, false);
+    exchange(std::move(storage), metadata, Numbers::same);
 }
 
-std::shared_ptr<const FindEntrySet> FindIndex::mask(const Storage& of, FindScope scope) const {
+std::shared_ptr<const FindEntrySet> FindIndex::mask(const Storage& searched,
+                                                    FindScope scope) const {
     {
         const std::scoped_lock held(maskLock_);
-        if (maskCache_ && maskCache_->storage == of && maskCache_->scope == scope) {
+        if (maskCache_ && maskCache_->storage == searched && maskCache_->scope == scope) {
             return maskCache_->mask;
         }
     }
-    auto made = std::make_shared<const FindEntrySet>(takingPart(*of, scope));
-    std::optional<CachedMask> replaced(CachedMask{.storage = of, .scope = scope, .mask = made});
+    auto made = std::make_shared<const FindEntrySet>(takingPart(*searched, scope));
+    std::optional<CachedMask> replaced(
+        CachedMask{.storage = searched, .scope = scope, .mask = made});
     const std::scoped_lock held(maskLock_);
     // A search that goes on with a storage from before must not keep it from being given back.
-    if (storage() == of) std::swap(maskCache_, replaced);
+    if (storage() == searched) std::swap(maskCache_, replaced);
     return made;
 }
 

@@ -9,16 +9,23 @@
 #include "Base/Timestamp.h"
 #include "Rooms/Find/Services/Index/FindEntrySet.h"
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
-#include "Rooms/Find/Services/Index/FindScope.h"
 
 namespace tidyro {
 
 /// What is saved beside an index.
 struct FindIndexMetadata {
-    std::uint64_t lastEventID = 0; ///< of the file system's events up to which it is current
+    std::uint64_t lastEventID = 0; ///< the last event of the file system that it knows of
     Timestamp builtAt;
     Timestamp savedAt;
     bool operator==(const FindIndexMetadata&) const = default;
+};
+
+/// What takes part in a search beside ordinary files and folders. Everything does by default.
+struct FindScope {
+    bool hidden = true;
+    bool system = true;
+    bool packageContents = true;
+    bool operator==(const FindScope&) const = default;
 };
 
 /// What people are told of an index.
@@ -32,8 +39,14 @@ struct FindIndexSummary {
 
 /// The index that searches use and live updates change. Any thread may call.
 ///
-/// A search takes the storage as it is and keeps it: a change is made to a copy, which then takes
-/// its place. So nobody waits for anybody longer than it takes to copy a pointer.
+///     FindIndex index;
+///     index.replace(std::move(storage), {.builtAt = now, .savedAt = now});
+///     const auto searched = index.storage();
+///     const auto mask = index.mask(searched, {.hidden = false});
+///
+/// A storage is never changed once it is in here. Whoever wants to change it changes a copy and
+/// hands that to `update`, so a search may keep the storage that it began with, and nobody waits
+/// for anybody longer than it takes to copy a pointer.
 class FindIndex {
   public:
     using Storage = std::shared_ptr<const FindIndexStorage>; ///< null before the first
@@ -41,24 +54,27 @@ class FindIndex {
     [[nodiscard]] Storage storage() const;
     [[nodiscard]] FindIndexMetadata metadata() const;
     [[nodiscard]] FindIndexSummary summary() const;
-    /// Another one, and a larger, whenever the numbers of entries mean something else; that of no
-    /// other index. 0 before the first storage.
+    /// A number for what the entries mean: two storages of one generation have the same entries by
+    /// the same numbers. Each `replace` makes a larger one, which no other index has. 0 before the
+    /// first storage.
     [[nodiscard]] std::uint64_t generation() const;
-    /// Counts every change.
+    /// How often a storage was put in, by `replace` or `update`.
     [[nodiscard]] std::uint64_t revision() const;
 
-    /// A new index: numbers of entries mean something else from here on.
+    /// Puts in a new index. From here on the numbers of entries mean something else.
     void replace(FindIndexStorage storage, FindIndexMetadata metadata);
-    /// The same index after live updates, in which entries that stay keep their numbers.
+    /// Puts in the same index after live updates. Entries that stay keep their numbers.
     void update(FindIndexStorage storage, FindIndexMetadata metadata);
 
-    /// What takes part in a search of this scope: deleted entries, what lies in them and the root
-    /// never do. Remembered for the last scope and revision.
-    [[nodiscard]] std::shared_ptr<const FindEntrySet> mask(const Storage& of,
+    /// The entries that take part in a search of this scope. The root, deleted entries and what
+    /// lies in them never do. The last answer is kept for the next search.
+    [[nodiscard]] std::shared_ptr<const FindEntrySet> mask(const Storage& searched,
                                                            FindScope scope) const;
 
   private:
-    void exchange(FindIndexStorage storage, FindIndexMetadata metadata, bool isNew);
+    /// Whether the numbers of entries go on to mean the same.
+    enum class Numbers : std::uint8_t { same, others };
+    void exchange(FindIndexStorage storage, FindIndexMetadata metadata, Numbers numbers);
 
     struct CachedMask {
         Storage storage;

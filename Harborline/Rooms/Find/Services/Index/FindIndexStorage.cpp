@@ -31,17 +31,22 @@ FindIndexStorage::FindIndexStorage(std::string path, std::optional<bool> marks)
     foldedStart.push(0);
 }
 
+void FindIndexStorage::reserveColumns(std::size_t bytesEach) {
+    visitColumns(
+        [&](auto column) { (this->*column.values).reserveMore(bytesEach / column.width); });
+}
+
 bool FindIndexStorage::isSystemTopLevelName(std::string_view name) {
     return std::ranges::find(systemTopLevelNames, name) != systemTopLevelNames.end();
 }
 
 bool FindIndexStorage::hasRoomFor(const FindDirectoryListing& listing) const {
     if (listing.count() == 0) return true;
-    constexpr std::uint64_t most = 0xFFFFFFFF;
-    // Folding makes at most three bytes of one: a byte that is no text becomes U+FFFD.
+    constexpr std::uint64_t maxNumber = 0xFFFFFFFF;
+    // Folding makes at maxNumber three bytes of one: a byte that is no text becomes U+FFFD.
     const std::uint64_t bytes = allNames(listing).size();
-    return std::uint64_t{count()} + listing.count() < most && names.size() + bytes <= most &&
-           foldedNames.size() + bytes * 3 <= most;
+    return std::uint64_t{count()} + listing.count() < maxNumber &&
+           names.size() + bytes <= maxNumber && foldedNames.size() + bytes * 3 <= maxNumber;
 }
 
 FindIndexStorage::Entry FindIndexStorage::appendRoot(std::string_view path,
@@ -53,8 +58,8 @@ FindIndexStorage::Entry FindIndexStorage::appendRoot(std::string_view path,
     parent.push(none);
     size32.push(0);
     mtime.push(modified);
-    flags.push(static_cast<std::uint8_t>(findflag::directory |
-                                         (isASCII(called) ? 0 : findflag::notASCII)));
+    flags.push(
+        static_cast<std::uint8_t>(findflag::folder | (isASCII(called) ? 0 : findflag::notASCII)));
     kind.push(static_cast<std::uint8_t>(FindCategory::folder));
     depth.push(0);
     firstChild.push(none);
@@ -80,7 +85,7 @@ FindIndexStorage::Entry FindIndexStorage::appendEntries(Entry folder,
     const std::uint8_t inherited = flags[folder] & (findflag::hidden | findflag::system);
     const bool marksSystem = marksSystemFolders && folder == 0;
     const bool arePlain = isASCII(allNames(listing));
-    const auto level = static_cast<std::uint8_t>(std::min(depth[folder] + 1, int{deepest}));
+    const auto level = static_cast<std::uint8_t>(std::min(depth[folder] + 1, int{maxDepth}));
 
     const auto base = static_cast<std::uint32_t>(names.size()) - listing.starts[0];
     names.append(allNames(listing));
@@ -94,22 +99,21 @@ FindIndexStorage::Entry FindIndexStorage::appendEntries(Entry folder,
     kind.reserveMore(more);
     for (std::size_t i = 0; i < more; ++i) {
         const std::string_view called = listing.name(i);
-        const bool isDirectory = listing.types[i] == FindObjectType::directory;
+        const bool isFolder = listing.types[i] == FindObjectType::directory;
         const bool isHidden = called.starts_with('.') ||
                               (listing.bsdFlags[i] & FindDirectoryListing::hiddenFlag) != 0;
         unsigned set = inherited;
         if (isHidden) set |= findflag::hidden;
         if (!arePlain && !isASCII(called)) set |= findflag::notASCII;
         if (listing.types[i] == FindObjectType::symlink) set |= findflag::symlink;
-        if (isDirectory) {
-            set |= findflag::directory;
+        if (isFolder) {
+            set |= findflag::folder;
             if (marksSystem && isSystemTopLevelName(called)) set |= findflag::system;
             if (FindExtensions::isPackage(called)) set |= findflag::package;
         }
-        const unsigned category =
-            static_cast<unsigned>(FindExtensions::category(called, isDirectory));
+        const unsigned category = static_cast<unsigned>(FindExtensions::category(called, isFolder));
 
-        const std::uint64_t bytes = isDirectory ? 0 : listing.sizes[i];
+        const std::uint64_t bytes = isFolder ? 0 : listing.sizes[i];
         if (bytes >= bigSize) bigSizes[first + static_cast<Entry>(i)] = bytes;
         nameStart.push(base + listing.starts[i + 1]);
         size32.push(static_cast<std::uint32_t>(std::min<std::uint64_t>(bytes, bigSize)));

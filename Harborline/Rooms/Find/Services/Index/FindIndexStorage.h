@@ -11,73 +11,133 @@
 
 #include "Base/GrowingArray.h"
 #include "Rooms/Find/Services/Index/FindDirectoryListing.h"
-#include "Rooms/Find/Services/Index/FindEntryFlags.h"
 #include "Rooms/Find/Services/Index/FindKinds.h"
 
 namespace tidyro {
 
-/// Every name below a root, as a structure of arrays: 31 bytes an entry and its name twice, as it
-/// is and folded for searching.
+/// How many elements a column of an index has.
+enum class FindColumnLength : std::uint8_t {
+    entries,       ///< one for each entry
+    starts,        ///< one for each entry, and one more: where the last one ends
+    nameBytes,     ///< what `nameStart` ends with
+    foldedBytes,   ///< what `foldedStart` ends with
+    bigSizes,      ///< one for each entry of `bigSizes`
+    extraChildren, ///< one for each child in `extraChildren`
+};
+
+/// Whether the elements of a column mean the same in another storage.
+enum class FindColumnMeaning : std::uint8_t {
+    fact,  ///< they tell of the entry itself: such a column is copied as it is
+    place, ///< they tell where the entry or its name lies in this storage
+};
+
+/// One column of `Owner`, as a list of its columns names it.
+template <class Owner, class T>
+struct FindColumn {
+    GrowingArray<T> Owner::* values;
+    FindColumnLength length;
+    FindColumnMeaning meaning = FindColumnMeaning::fact;
+    static constexpr std::size_t width = sizeof(T); ///< of an element, in bytes
+};
+
+/// Every name below a root, in columns: a few dozen bytes for each entry, and its name twice, once
+/// as it is and once folded for searching.
 ///
 ///     FindIndexStorage storage("/home/ada");
 ///     const auto root = storage.appendRoot("/home/ada", mtime);
 ///     const auto first = storage.appendBlock(root, listing);
 ///     storage.path(first)
 ///
-/// An entry is a number. Folders come before what they hold; the children of a folder that were
-/// appended together stand side by side, and the last of them says so. Only one thread changes a
-/// storage, and nobody reads it meanwhile.
+/// An entry is a number, its place in each column. A folder has a smaller number than what it
+/// holds. Children of a folder that were appended together are a block: they stand side by side,
+/// and the last of them is marked. Any number of threads may read a storage; while one changes it,
+/// no other may use it.
 class FindIndexStorage {
   public:
     using Entry = std::uint32_t;
-    static constexpr Entry none = 0xFFFFFFFF; ///< no parent, no child, no entry
-    static constexpr std::uint32_t bigSize = 0xFFFFFFFF;
-    static constexpr std::uint8_t deepest = 255;
+    static constexpr Entry none = 0xFFFFFFFF;            ///< no parent, no child, no entry
+    static constexpr std::uint32_t bigSize = 0xFFFFFFFF; ///< the size itself is in `bigSizes`
+    static constexpr std::uint8_t maxDepth = 255;
 
-    /// A "/" at the end of a longer path goes. Absent, the folders of the system are marked exactly
-    /// when the root is "/".
+    /// A "/" at the end of a longer path is dropped. Without `marksSystemFolders` the system's
+    /// folders are marked exactly when the root is "/".
     explicit FindIndexStorage(std::string rootPath,
                               std::optional<bool> marksSystemFolders = std::nullopt);
 
     // The stored form; see FindIndexPersistence for its file.
     std::string rootPath;
     bool marksSystemFolders;
-    GrowingArray<char> names; ///< of all entries, without separators
-    GrowingArray<std::uint32_t>
-        nameStart;                      ///< offsets into `names`, one more than there are entries
-    GrowingArray<std::uint32_t> parent; ///< `none` for the root; below the entry's own number
-    GrowingArray<std::uint32_t> size32; ///< bytes; `bigSize`: see `bigSizes`
+    GrowingArray<char> names;              ///< of all entries, without separators
+    GrowingArray<std::uint32_t> nameStart; ///< offsets into `names`, and where the last name ends
+    GrowingArray<std::uint32_t> parent;    ///< `none` for the root; below the entry's own number
+    GrowingArray<std::uint32_t> size32;    ///< bytes, or `bigSize`
     std::map<Entry, std::uint64_t> bigSizes;
     GrowingArray<std::uint32_t> mtime;      ///< whole seconds since 1970
     GrowingArray<std::uint8_t> flags;       ///< `findflag`
     GrowingArray<std::uint8_t> kind;        ///< the category, and `findkind`
-    GrowingArray<std::uint8_t> depth;       ///< below the root, at most `deepest`
+    GrowingArray<std::uint8_t> depth;       ///< below the root, at most `maxDepth`
     GrowingArray<std::uint32_t> firstChild; ///< `none` where nothing was appended
     /// Children that came later, outside the folder's block.
     std::map<Entry, std::vector<Entry>> extraChildren;
     std::int64_t deletedCount = 0; ///< marked and not yet compacted away
     std::int64_t deniedCount = 0;  ///< folders that could not be read
 
-    // Derived: the names as a search sees them, in the order of the entries.
+    // Made from the names: the names as a search compares them, in the order of the entries.
     GrowingArray<std::uint32_t> foldedEntries; ///< the entry of each folded name
-    GrowingArray<std::uint32_t> foldedStart;   ///< offsets into `foldedNames`, one more
+    GrowingArray<std::uint32_t> foldedStart;   ///< like `nameStart`, into `foldedNames`
     GrowingArray<char> foldedNames;
-    std::uint32_t foldedThrough = 0; ///< entries below it are in the table
+    std::uint32_t foldedThrough = 0; ///< the names of all entries below it are folded
+
+    /// Calls `visit` with each column that a file holds, a `FindColumn`, in the order of the file.
+    template <class Visit>
+    static constexpr void visitStoredColumns(const Visit& visit) {
+        using Index = FindIndexStorage;
+        using enum FindColumnLength;
+        using enum FindColumnMeaning;
+        visit(FindColumn{&Index::names, nameBytes});
+        visit(FindColumn{&Index::nameStart, starts, place});
+        visit(FindColumn{&Index::parent, entries, place});
+        visit(FindColumn{&Index::size32, entries});
+        visit(FindColumn{&Index::mtime, entries});
+        visit(FindColumn{&Index::flags, entries});
+        visit(FindColumn{&Index::kind, entries});
+        visit(FindColumn{&Index::depth, entries, place});
+        visit(FindColumn{&Index::firstChild, entries, place});
+    }
+    /// Calls `visit` with each column that is made from the stored ones.
+    template <class Visit>
+    static constexpr void visitFoldedColumns(const Visit& visit) {
+        using Index = FindIndexStorage;
+        using enum FindColumnLength;
+        using enum FindColumnMeaning;
+        visit(FindColumn{&Index::foldedEntries, entries, place});
+        visit(FindColumn{&Index::foldedStart, starts, place});
+        visit(FindColumn{&Index::foldedNames, foldedBytes});
+    }
+    template <class Visit>
+    static constexpr void visitColumns(const Visit& visit) {
+        visitStoredColumns(visit);
+        visitFoldedColumns(visit);
+    }
+    /// Makes room for this many bytes more in each column.
+    void reserveColumns(std::size_t bytesEach);
 
     [[nodiscard]] Entry count() const { return static_cast<Entry>(parent.size()); }
 
-    // Building. Sizes of folders are made at the end; more than there is room for is a fault.
+    // Building. Folders have no size until `aggregateFolderSizes`. Appending a listing that there
+    // is no room for is a programming fault: ask `hasRoomFor` first.
 
-    /// Whether a listing fits: numbers and offsets have 32 bits.
+    /// Whether a listing fits. Entries and offsets have 32 bits.
     [[nodiscard]] bool hasRoomFor(const FindDirectoryListing& listing) const;
-    /// The root is never hidden, a package or the system's, whatever its name: it was asked for.
+    /// Begins the storage with entry 0. The root is never hidden, a package or the system's,
+    /// whatever its name, since somebody asked for it.
     Entry appendRoot(std::string_view path, std::uint32_t modified);
-    /// All entries of a folder's listing; their first, or `none` for an empty one. A folder has one
-    /// block.
+    /// Appends a folder's listing as the folder's one block. Returns the first entry, or `none` for
+    /// an empty listing.
     Entry appendBlock(Entry folder, const FindDirectoryListing& listing);
-    /// Makes the sizes of all folders the sums of what they hold, what is deleted left out.
+    /// Gives each folder the sum of the sizes of what it holds, deleted entries left out.
     void aggregateFolderSizes();
-    /// Brings the folded names up to date with what was appended.
+    /// Folds the names that were appended since the last call. The functions that append call it.
     void extendFolded();
 
     // One entry
@@ -88,7 +148,6 @@ class FindIndexStorage {
     [[nodiscard]] std::string_view name(Entry entry) const {
         return {names.data() + nameStart[entry], nameStart[entry + 1] - nameStart[entry]};
     }
-    /// Its entry for each folded name; every entry has one, in its own order.
     [[nodiscard]] std::string_view foldedName(Entry entry) const {
         return {foldedNames.data() + foldedStart[entry],
                 foldedStart[entry + 1] - foldedStart[entry]};
@@ -100,43 +159,69 @@ class FindIndexStorage {
         return static_cast<FindCategory>(kind[entry] & findkind::categoryMask);
     }
     [[nodiscard]] std::uint64_t size(Entry entry) const;
-    void setSize(std::uint64_t size, Entry of);
+    void setSize(std::uint64_t size, Entry entry);
     [[nodiscard]] std::string path(Entry entry) const;
     [[nodiscard]] bool isDeletedOrInside(Entry entry) const;
 
-    // Its surroundings
+    // Its folder and its children
 
+    /// The entry of an absolute path that is not deleted.
     [[nodiscard]] std::optional<Entry> lookup(std::string_view path) const;
     [[nodiscard]] std::optional<Entry> child(Entry folder, std::string_view named) const;
-    /// Its block, then those that came later; deleted ones among them.
-    [[nodiscard]] std::vector<Entry> children(Entry of) const;
-    /// A change of one entry's size, already made, reaches every folder above it; not beyond a
-    /// deleted one, which counts no more. Sizes stay within 0 and the largest number.
-    void addToAncestors(Entry of, std::int64_t delta);
+    /// Calls `visit` with each child of a folder until it returns false: first the block, then the
+    /// children that came later. Deleted ones are among them.
+    template <class Visit>
+    void visitChildren(Entry folder, const Visit& visit) const;
+    /// The same children as a list.
+    [[nodiscard]] std::vector<Entry> children(Entry folder) const;
+    /// Adds a change of one entry's size, which was already made, to the folders above it, up to
+    /// the first deleted one. Sizes stay within 0 and the largest number.
+    void addToAncestors(Entry entry, std::int64_t delta);
 
-    // Live updates. Sizes of folders follow at once. What is listed has to have room here as well.
+    // Live updates. The sizes of the folders above follow at once. Listings need room here as well.
 
-    /// Marks an entry; its bytes leave the folders above. Once for an entry.
+    /// Marks an entry and takes its bytes out of the folders above. Does nothing the second time.
     void markDeleted(Entry entry);
-    /// Appends children to a folder, outside its block. Their first, or `none`.
+    /// Appends children to a folder, outside its block. Returns the first, or `none`.
     Entry appendLooseChildren(Entry folder, const FindDirectoryListing& listing);
-    /// Makes a folder hold what a fresh listing says: what is not in it any more is deleted, what
-    /// changed takes its new size and date, what is new is appended. What an entry that stays holds
-    /// is left alone; one that became a folder or ceased to be one is new. The entries that are new
-    /// folders, whose contents are not known yet; what is mounted from elsewhere is not among them.
-    std::vector<Entry> replaceChildren(Entry of, const FindDirectoryListing& with);
-    /// A copy without what is deleted or inside something deleted. Numbers change.
+    /// Makes a folder hold what a fresh listing says. Children that are not listed are deleted,
+    /// changed ones take their new size and date, new ones are appended. The contents of a child
+    /// that stays are left alone. A child that became a folder, or is none any more, is a new one.
+    ///
+    /// Returns the new folders, whose contents are not known yet, without those that something is
+    /// mounted on.
+    std::vector<Entry> replaceChildren(Entry folder, const FindDirectoryListing& listing);
+    /// A copy without deleted entries and what lies in them. Its entries have other numbers.
     [[nodiscard]] FindIndexStorage compacted() const;
 
     /// The eleven names of the system's folders at the top of a disk.
     [[nodiscard]] static bool isSystemTopLevelName(std::string_view name);
 
   private:
+    enum class Change : std::uint8_t { growth, loss };
+
     Entry appendEntries(Entry folder, const FindDirectoryListing& listing);
     void foldPlainNames(Entry from, Entry to);
-    void changeAncestors(Entry of, bool grow, std::uint64_t by);
+    void changeAncestors(Entry entry, Change change, std::uint64_t bytes);
     void takeListed(Entry entry, const FindDirectoryListing& listing, std::size_t at);
     void setHiddenItself(Entry entry, bool isHidden);
 };
+
+template <class Visit>
+void FindIndexStorage::visitChildren(Entry folder, const Visit& visit) const {
+    Entry child = firstChild[folder];
+    while (child != none) {
+        if (!visit(child)) return;
+        const bool isLast = (kind[child] & findkind::lastOfBlock) != 0;
+        child = isLast ? none : child + 1;
+    }
+    // Few folders have any, and most indexes none at all.
+    if (extraChildren.empty()) return;
+    const auto extra = extraChildren.find(folder);
+    if (extra == extraChildren.end()) return;
+    for (const Entry later : extra->second) {
+        if (!visit(later)) return;
+    }
+}
 
 } // namespace tidyro

@@ -94,8 +94,8 @@ void FindBlockFilter::take(const Stretch& blocks, std::size_t at) {
 }
 
 std::vector<std::uint64_t> FindBlockFilter::blocksThatMayHold(std::string_view needle) const {
-    constexpr std::size_t most = 12; // groups; more would hardly tell more
-    const std::size_t count = needle.size() < 3 ? 0 : std::min(needle.size() - 2, most);
+    constexpr std::size_t maxGroups = 12; // more would rule out hardly any more blocks
+    const std::size_t count = needle.size() < 3 ? 0 : std::min(needle.size() - 2, maxGroups);
     std::vector<std::uint64_t> blocks(covered_ / blockSize / stretch, ~std::uint64_t{0});
     for (std::size_t at = 0; at < count; ++at) {
         std::uint32_t group = 0;
@@ -114,7 +114,7 @@ const std::uint64_t* FindBlockFilter::namesWith(char byte) const {
     return letter < letters ? letters_[letter].data() : nullptr;
 }
 
-std::uint64_t FindBlockFilter::beginningWith(char byte, std::size_t block) const {
+std::uint64_t FindBlockFilter::namesBeginningWith(char byte, std::size_t block) const {
     // Eight bytes at a time: where they are the byte, all bits of the difference are 0.
     constexpr std::uint64_t ones = 0x0101010101010101;
     constexpr std::uint64_t lower = 0x7F * ones;

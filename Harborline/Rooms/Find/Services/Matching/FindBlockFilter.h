@@ -12,39 +12,41 @@
 
 namespace tidyro {
 
-/// What lets a search pass over most names unread: for each block of 64 names the groups of three
-/// bytes that stand in them, for each letter, digit and common sign the names that have it, and the
-/// first byte of each name. About 22 bytes an entry.
+/// Lets a search pass over most names unread. It knows the groups of three bytes that stand in each
+/// block of 64 names, the names that hold each letter, digit and common sign, and the first byte of
+/// each name.
 ///
-/// Groups share 8,192 numbers. Each number has a bit for every block, side by side, so that a
-/// question reads a few short runs of memory however large the index is.
+/// Groups share a fixed count of numbers. Each number has a bit for every block, side by side, so
+/// that a question reads a few short runs of memory. For each entry the groups take 16 bytes, the
+/// letters 5 and the first byte 1.
 ///
-/// Covers whole stretches of 64 blocks that the storage had when it was made, and stays good while
-/// the storage only grows: names never change.
+/// The filter covers the whole stretches of 64 blocks that the storage had when the filter was
+/// made. It stays right while entries are appended, since names never change. Any thread may ask
+/// it.
 class FindBlockFilter {
   public:
     static constexpr std::size_t blockSize = 64; ///< names; a word of a mask
 
-    /// None of it is done once it is cancelled, and then nothing is covered.
+    /// Covers nothing when it is cancelled before the end.
     FindBlockFilter(const FindIndexStorage& storage, const CancelToken& cancel);
 
     /// Entries below this are covered; a multiple of `blockSize`.
     [[nodiscard]] std::uint32_t covered() const { return covered_; }
 
-    /// A bit for each block of the covered entries, 64 in a word: whether it may hold the needle.
-    /// Needles of fewer than three bytes may be anywhere.
+    /// The blocks whose names may hold the needle: a bit for each covered block, 64 in a word. All
+    /// blocks for a needle of fewer than three bytes.
     [[nodiscard]] std::vector<std::uint64_t> blocksThatMayHold(std::string_view needle) const;
 
-    /// A bit an entry: whether its folded name holds the letter, digit or sign. Null for other
-    /// bytes.
+    /// The names that hold a letter, digit or common sign when they are folded: a bit for each
+    /// covered entry. Null for other bytes.
     [[nodiscard]] const std::uint64_t* namesWith(char byte) const;
-    /// A bit for each of the 64 entries of a block: whether its folded name begins with the byte.
-    [[nodiscard]] std::uint64_t beginningWith(char byte, std::size_t block) const;
+    /// The folded names of a block that begin with the byte: a bit for each of its 64 entries.
+    [[nodiscard]] std::uint64_t namesBeginningWith(char byte, std::size_t block) const;
 
   private:
     static constexpr std::size_t numbers = 8'192;
     static constexpr std::size_t stretch = 64; ///< blocks whose bits lie in one word
-    static constexpr std::size_t letters = 40; ///< a to z, 0 to 9, and what parts words
+    static constexpr std::size_t letters = 40; ///< a to z, 0 to 9, and four common signs
 
     struct Stretch;
 

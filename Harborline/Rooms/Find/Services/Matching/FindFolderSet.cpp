@@ -24,9 +24,9 @@ FindFolderSet::FindFolderSet(const FindIndexStorage& storage, std::string_view p
       isAbsolute_(path.starts_with('/')),
       wanted_(foldedComponents(path)),
       root_(foldedComponents(storage.rootPath)),
-      has_(storage.count()) {
+      folders_(storage.count()) {
     for (std::uint32_t entry = 0; entry < storage.count(); ++entry) {
-        if (storage.is(entry, findflag::directory) && isMeant(entry)) has_.add(entry);
+        if (storage.is(entry, findflag::folder) && isMeant(entry)) folders_.add(entry);
     }
 }
 
@@ -45,9 +45,9 @@ bool FindFolderSet::isMeant(std::uint32_t folder) const {
 void FindFolderSet::addContents() {
     const bool isAboveRoot = isAbsolute_ && wanted_.size() < root_.size() &&
                              std::equal(wanted_.begin(), wanted_.end(), root_.begin());
-    if (isAboveRoot) has_.add(0);
+    if (isAboveRoot) folders_.add(0);
     for (std::uint32_t entry = 1; entry < storage_.count(); ++entry) {
-        if (has_.has(storage_.parent[entry])) has_.add(entry);
+        if (folders_.has(storage_.parent[entry])) folders_.add(entry);
     }
 }
 

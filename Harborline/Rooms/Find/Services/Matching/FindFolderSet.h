@@ -11,18 +11,18 @@
 
 namespace tidyro {
 
-/// The folders that a person means by a path, without regard to case and accents. An absolute path
-/// is one folder; any other is every folder whose whole path ends with its components, "." the
-/// root.
+/// The folders that a person means by a path; case and accents do not count. An absolute path means
+/// one folder. Any other path means every folder whose own path ends with its components, and "."
+/// means the root.
 class FindFolderSet {
   public:
     FindFolderSet(const FindIndexStorage& storage, std::string_view path);
 
-    /// Adds what lies in them, at any depth; everything, where the root does. One pass: folders
-    /// have smaller numbers than what they hold.
+    /// Adds the entries that lie in these folders, at any depth; all entries when the root itself
+    /// lies in one. One pass is enough, since a folder has a smaller number than what it holds.
     void addContents();
 
-    [[nodiscard]] bool has(std::uint32_t entry) const { return has_.has(entry); }
+    [[nodiscard]] bool has(std::uint32_t entry) const { return folders_.has(entry); }
 
   private:
     [[nodiscard]] bool isMeant(std::uint32_t folder) const;
@@ -31,7 +31,7 @@ class FindFolderSet {
     bool isAbsolute_;
     std::vector<std::string> wanted_; ///< folded components
     std::vector<std::string> root_;   ///< those of the root
-    FindEntrySet has_;
+    FindEntrySet folders_;
 };
 
 } // namespace tidyro

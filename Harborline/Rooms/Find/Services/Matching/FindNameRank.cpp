@@ -15,7 +15,7 @@ bool isPartOfWord(char byte) {
 
 } // namespace
 
-bool beginsWord(const FindIndexStorage& storage, std::uint32_t entry, std::size_t at) {
+bool isWordStart(const FindIndexStorage& storage, std::uint32_t entry, std::size_t at) {
     const char* folded = storage.foldedNames.data() + storage.foldedStart[entry];
     if (!isPartOfWord(folded[at - 1])) return true;
     if (!isLower(folded[at - 1]) || !isLower(folded[at])) return false;
@@ -35,7 +35,7 @@ FindNameRank nameRank(const FindIndexStorage& storage, std::uint32_t entry,
     }
     for (std::size_t at = folded.find(needle, 1); at != std::string_view::npos;
          at = folded.find(needle, at + 1)) {
-        if (beginsWord(storage, entry, at)) return FindNameRank::word;
+        if (isWordStart(storage, entry, at)) return FindNameRank::word;
     }
     return FindNameRank::anywhere;
 }

@@ -7,22 +7,24 @@
 
 namespace tidyro {
 
-/// How well a name fits what was typed, the best first.
+/// Where the text that was typed stands in a name, the best place first.
 enum class FindNameRank : std::uint8_t {
     wholeName,     ///< it is the name
     withoutSuffix, ///< it is the name without its extension
-    beginning,     ///< the name begins with it
-    word, ///< a word in the name does: after what is no letter or digit, or a change of case
+    beginning,     ///< at the beginning of the name
+    word,          ///< at the beginning of a word in the name
     anywhere,
 };
 
-/// The rank of an entry whose folded name holds the needle, which is folded and not empty. Changes
-/// of case are looked for in plain ASCII names only: elsewhere the folded name need not have the
-/// letters of the name in their places.
+/// The rank of an entry whose folded name holds the needle. The needle is folded and not empty.
 [[nodiscard]] FindNameRank nameRank(const FindIndexStorage& storage, std::uint32_t entry,
                                     std::string_view needle);
 
-/// Whether a word begins in the folded name of an entry at this byte, which is not its first.
-[[nodiscard]] bool beginsWord(const FindIndexStorage& storage, std::uint32_t entry, std::size_t at);
+/// Whether a word begins at this byte of an entry's folded name, which must not be the first byte.
+/// Words begin behind bytes that are no letter or digit, and where a capital follows a small
+/// letter. The latter is seen in ASCII names only: in others the folded name may have its letters
+/// elsewhere.
+[[nodiscard]] bool isWordStart(const FindIndexStorage& storage, std::uint32_t entry,
+                               std::size_t at);
 
 } // namespace tidyro

@@ -35,7 +35,7 @@ FindEntrySet FindNameScan::holding(std::string_view needle) const {
     return found;
 }
 
-FindEntrySet FindNameScan::mayHoldOwn(std::string_view bytes) const {
+FindEntrySet FindNameScan::candidatesForOwn(std::string_view bytes) const {
     const std::string_view run = longestASCIIRun(bytes);
     if (!run.empty()) return holding(searchFolded(run));
     FindEntrySet all(storage_.count());

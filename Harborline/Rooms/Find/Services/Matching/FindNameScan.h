@@ -16,44 +16,44 @@
 
 namespace tidyro {
 
-/// Looks for a needle in all folded names at once. They are one run of bytes in the order of the
-/// entries, which is searched from end to end; blocks that cannot hold the needle are passed over.
+/// Looks for a needle in all folded names at once. The folded names are one run of bytes in the
+/// order of the entries. It is searched from end to end, and blocks that cannot hold the needle are
+/// passed over.
 class FindNameScan {
   public:
     using Entry = FindIndexStorage::Entry;
 
-    /// The filter may be null: none is ready. All outlive it.
+    /// The filter is null while none is ready. All three have to outlive the scan.
     FindNameScan(const FindIndexStorage& storage, const FindBlockFilter* filter,
                  const CancelToken& cancel)
         : storage_(storage), filter_(filter), cancel_(cancel) {}
 
-    /// The entries whose folded name holds the needle, which is not empty. Some of them when it was
-    /// cancelled meanwhile.
+    /// The entries whose folded name holds the needle, which must not be empty. Some may be missing
+    /// once the search was cancelled.
     [[nodiscard]] FindEntrySet holding(std::string_view needle) const;
 
-    /// The entries whose own name may hold the bytes: all that do, and others. ASCII letters stand
-    /// in the folded name wherever they stand in the name, so the longest run of them is looked
-    /// for.
-    [[nodiscard]] FindEntrySet mayHoldOwn(std::string_view bytes) const;
+    /// All entries whose own name holds the bytes, and some others. A run of ASCII bytes in a name
+    /// is in the folded name as well, so the longest run of the bytes is looked for there.
+    [[nodiscard]] FindEntrySet candidatesForOwn(std::string_view bytes) const;
 
-    /// Calls `visit(entry, at)` for each place in `foldedNames` where the needle stands within a
-    /// name, in order. False: it was cancelled before the end.
+    /// Calls `visit(entry, at)` for each place in `foldedNames` where the needle stands within one
+    /// name, in order. Returns false when it was cancelled before the end.
     template <class Visit>
     bool forEachPlace(const NeedleFinder& finder, const Visit& visit) const {
         return forEachPlace(finder, 0, visit);
     }
-    /// The same for the entries from `first` on: 0, or where what the filter covers ends.
+    /// The same for the entries from `first` on, which is 0 or the end of what the filter covers.
     template <class Visit>
     bool forEachPlace(const NeedleFinder& finder, Entry first, const Visit& visit) const;
 
   private:
-    /// Between two looks whether it was cancelled.
+    /// How many entries are searched before it asks again whether it was cancelled.
     static constexpr Entry entriesAtOnce = 16'384;
 
     template <class Visit>
     void visitPlaces(const NeedleFinder& finder, Entry from, Entry to, const Visit& visit) const;
 
-    /// The entry in whose name a place lies, which is at or behind `entry` and before `end`.
+    /// The entry whose name holds a place. It is one of `entry` up to, not including, `end`.
     [[nodiscard]] Entry entryAt(std::uint32_t place, Entry entry, Entry end) const;
 
     const FindIndexStorage& storage_;

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
@@ -33,24 +33,25 @@ FindEntrySet FindPathScan::holding(std::string_view text) const {
     } else if (last.empty()) {
         found = insideFolders(above);
     } else {
-        found = mayHold(last);
+        found = candidates(last);
         found.remove(0);
         found.keepWhere([&](Entry entry) {
-            return component(entry).starts_with(last) && endsWith(storage_.parent[entry], above);
+            return component(entry).starts_with(last) &&
+                   hasPathEnding(storage_.parent[entry], above);
         });
     }
     addContents(found);
     return found;
 }
 
-FindEntrySet FindPathScan::mayHold(std::string_view text) const {
-    return options_.inOwn ? names_.mayHoldOwn(text) : names_.holding(text);
+FindEntrySet FindPathScan::candidates(std::string_view text) const {
+    return options_.isCaseSensitive ? names_.candidatesForOwn(text) : names_.holding(text);
 }
 
 FindEntrySet FindPathScan::inNames(std::string_view text) const {
-    FindEntrySet found = mayHold(text);
+    FindEntrySet found = candidates(text);
     found.remove(0); // its name is no part of the paths
-    if (options_.inOwn) {
+    if (options_.isCaseSensitive) {
         found.keepWhere(
             [&](Entry entry) { return component(entry).find(text) != std::string_view::npos; });
     }
@@ -61,7 +62,7 @@ FindEntrySet FindPathScan::inNames(std::string_view text) const {
 FindEntrySet FindPathScan::insideFolders(std::span<const std::string_view> above) const {
     FindEntrySet found(storage_.count());
     const auto addChildren = [&](Entry folder) {
-        visitChildren(storage_, folder, [&found](Entry child) {
+        storage_.visitChildren(folder, [&found](Entry child) {
             found.add(child);
             return true;
         });
@@ -70,9 +71,9 @@ FindEntrySet FindPathScan::insideFolders(std::span<const std::string_view> above
         addChildren(0); // a single "/" stands in every path
         return found;
     }
-    FindEntrySet folders = above.back().empty() ? withoutLetters() : mayHold(above.back());
+    FindEntrySet folders = above.back().empty() ? withoutLetters() : candidates(above.back());
     folders.remove(0);
-    folders.keepWhere([&](Entry folder) { return endsWith(folder, above); });
+    folders.keepWhere([&](Entry folder) { return hasPathEnding(folder, above); });
     folders.forEach(addChildren);
     return found;
 }
@@ -88,19 +89,19 @@ FindEntrySet FindPathScan::withoutLetters() const {
 
 /// Whether the path of a folder ends with these parts, of which the first need not be a whole
 /// component.
-bool FindPathScan::endsWith(Entry folder, std::span<const std::string_view> above) const {
+bool FindPathScan::hasPathEnding(Entry folder, std::span<const std::string_view> above) const {
     for (; above.size() > 1; above = above.first(above.size() - 1)) {
         if (folder == 0 || component(folder) != above.back()) return false;
         folder = storage_.parent[folder];
     }
-    if (options_.fromRoot) return folder == 0;
+    if (options_.isFromRoot) return folder == 0;
     return above.front().empty() || (folder != 0 && component(folder).ends_with(above.front()));
 }
 
 /// Only what is found is gone through, which mostly is little.
-void FindPathScan::addContents(FindEntrySet& of) const {
+void FindPathScan::addContents(FindEntrySet& found) const {
     std::vector<Entry> open;
-    of.forEach([&](Entry entry) {
+    found.forEach([&](Entry entry) {
         if (storage_.firstChild[entry] != FindIndexStorage::none ||
             storage_.extraChildren.contains(entry)) {
             open.push_back(entry);
@@ -109,10 +110,10 @@ void FindPathScan::addContents(FindEntrySet& of) const {
     while (!open.empty()) {
         const Entry folder = open.back();
         open.pop_back();
-        visitChildren(storage_, folder, [&](Entry child) {
-            if (of.has(child)) return true; // it is open already, or was
-            of.add(child);
-            if (storage_.is(child, findflag::directory)) open.push_back(child);
+        storage_.visitChildren(folder, [&](Entry child) {
+            if (found.has(child)) return true; // it is open already, or was
+            found.add(child);
+            if (storage_.is(child, findflag::folder)) open.push_back(child);
             return true;
         });
     }

@@ -9,34 +9,37 @@
 
 namespace tidyro {
 
-/// Looks for a text in all paths at once, those below the root with a "/" before each component,
-/// without writing a single one. "lib/python" ends in names that begin with "python" and lie in a
-/// folder whose name ends with "lib"; whatever lies in one of these has it in its path as well.
+/// Looks for a text in all paths at once without writing a single path. A path is the path below
+/// the root with a "/" before each component.
+///
+/// The text is cut at each "/". For "lib/python" it looks for names that begin with "python" and
+/// lie in a folder whose name ends with "lib". All that lies in such an entry has the text in its
+/// path as well.
 class FindPathScan {
   public:
     using Entry = FindIndexStorage::Entry;
 
     struct Options {
-        bool fromRoot = false; ///< the path has to begin with the text, which begins with a "/"
-        bool inOwn = false;    ///< the bytes of the names are meant, not the folded names
+        bool isFromRoot = false; ///< the path has to begin with the text, whose first byte is "/"
+        bool isCaseSensitive = false; ///< the bytes of the names are meant, not the folded names
     };
-    /// Both outlive it.
+    /// Storage and names have to outlive it.
     FindPathScan(const FindIndexStorage& storage, const FindNameScan& names, const Options& options)
         : storage_(storage), names_(names), options_(options) {}
 
-    /// The entries whose path holds the text, which is not empty.
+    /// The entries whose path holds the text, which must not be empty.
     [[nodiscard]] FindEntrySet holding(std::string_view text) const;
 
   private:
     [[nodiscard]] std::string_view component(Entry entry) const {
-        return options_.inOwn ? storage_.name(entry) : storage_.foldedName(entry);
+        return options_.isCaseSensitive ? storage_.name(entry) : storage_.foldedName(entry);
     }
-    [[nodiscard]] FindEntrySet mayHold(std::string_view text) const;
+    [[nodiscard]] FindEntrySet candidates(std::string_view text) const;
     [[nodiscard]] FindEntrySet inNames(std::string_view text) const;
     [[nodiscard]] FindEntrySet withoutLetters() const;
     [[nodiscard]] FindEntrySet insideFolders(std::span<const std::string_view> above) const;
-    [[nodiscard]] bool endsWith(Entry folder, std::span<const std::string_view> above) const;
-    void addContents(FindEntrySet& of) const;
+    [[nodiscard]] bool hasPathEnding(Entry folder, std::span<const std::string_view> above) const;
+    void addContents(FindEntrySet& found) const;
 
     const FindIndexStorage& storage_;
     const FindNameScan& names_;

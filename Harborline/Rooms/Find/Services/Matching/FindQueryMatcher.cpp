@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 #include "Rooms/Find/Services/Matching/FindFolderSet.h"
 #include "Rooms/Find/Services/Matching/FindNameScan.h"
 #include "Rooms/Find/Services/Matching/FindTextScan.h"
@@ -25,7 +25,7 @@ void collectRanking(const FindQueryNode& node, std::vector<std::string_view>& te
     case Kind::text: {
         const FindTextTerm& term = node.text;
         const bool isPlain = term.mode != FindTextMode::glob && term.mode != FindTextMode::regex;
-        if (isPlain && !term.inPath && !term.folded.empty()) texts.push_back(term.folded);
+        if (isPlain && !term.isInPath && !term.folded.empty()) texts.push_back(term.folded);
         break;
     }
     case Kind::all:
@@ -72,14 +72,14 @@ Cost costOf(const FindQueryNode& node) {
     case Kind::parent: return Cost::folders;
     case Kind::text:
         if (node.text.mode == FindTextMode::regex) return Cost::expression;
-        return node.text.inPath ? Cost::path : Cost::name;
+        return node.text.isInPath ? Cost::path : Cost::name;
     case Kind::all:
     case Kind::any:
     case Kind::none: break;
     }
-    Cost most = Cost::number;
-    for (const FindQueryNode& child : node.children) most = std::max(most, costOf(child));
-    return most;
+    Cost highest = Cost::number;
+    for (const FindQueryNode& child : node.children) highest = std::max(highest, costOf(child));
+    return highest;
 }
 
 } // namespace
@@ -165,7 +165,7 @@ struct FindQueryMatcher::Body {
     static void keepBetween(FindEntrySet& among, const FindQueryNode& node, const Number& number) {
         among.keepWhere([&](Entry entry) {
             const std::uint64_t value = number(entry);
-            return value >= node.least && value <= node.most;
+            return value >= node.min && value <= node.max;
         });
     }
 
@@ -186,10 +186,10 @@ struct FindQueryMatcher::Body {
     }
 
     [[nodiscard]] bool isEmpty(Entry entry) const {
-        if (!storage.is(entry, findflag::directory)) return storage.size(entry) == 0;
+        if (!storage.is(entry, findflag::folder)) return storage.size(entry) == 0;
         if (storage.is(entry, findflag::unread)) return false;
         bool isFilled = false;
-        visitChildren(storage, entry, [&](Entry child) {
+        storage.visitChildren(entry, [&](Entry child) {
             isFilled = !storage.is(child, findflag::deleted);
             return !isFilled;
         });
@@ -197,8 +197,8 @@ struct FindQueryMatcher::Body {
     }
 
     [[nodiscard]] bool isOfKind(const FindQueryNode& node, Entry entry) const {
-        const bool isFolder = storage.is(entry, findflag::directory);
-        if (isFolder ? node.takesFolders : node.takesFiles) return true;
+        const bool isFolder = storage.is(entry, findflag::folder);
+        if (isFolder ? node.mayBeFolder : node.mayBeFile) return true;
         return std::ranges::find(node.categories, storage.category(entry)) != node.categories.end();
     }
 };

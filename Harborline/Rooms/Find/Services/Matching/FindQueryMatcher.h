@@ -12,36 +12,38 @@
 
 namespace tidyro {
 
-/// Finds the entries for which a query holds, condition by condition over whole sets: what is cheap
-/// to find out comes first, and what costs more is asked only of what is left. Used by one thread;
-/// storage, query and filter outlive it.
+/// Finds the entries that meet a query. It goes condition by condition over whole sets of entries:
+/// cheap conditions come first, costly ones look only at the entries that are left. One thread uses
+/// a matcher; storage, query and filter have to outlive it.
 ///
-/// - A text is looked for in the folded name; `matchesCase` looks for its bytes in the bytes of the
-///   name. Regular expressions see the name as it is, with U+FFFD for what is no UTF-8.
-/// - In paths it is looked for in the path below the root, a "/" before each component; see
-///   `FindTextTest`.
-/// - `ext` is what follows a full stop that does not begin the name: "a.tar.gz" has "gz" and
+///     const FindQuery query = parsedFindQuery("kind:image size:>1mb", now);
+///     const FindEntrySet matches = FindQueryMatcher(*storage, query).matches(*mask);
+/// - A text is looked for in the folded name, and a case-sensitive one in the bytes of the name.
+///   Regular expressions see the name as it is, with U+FFFD for bytes that are not UTF-8.
+/// - A path is the path below the root with a "/" before each component; see `FindTextTest`.
+/// - An extension follows a full stop that does not begin the name: "a.tar.gz" has "gz" and
 ///   "tar.gz". Folders have extensions, too.
-/// - A folder that holds nothing but deleted entries is empty. One that was not read is not: it was
-///   closed, lies on another volume or was to be left out.
+/// - A folder that holds only deleted entries is empty. A folder that was not read is not, because
+///   nobody knows what it holds.
 class FindQueryMatcher {
   public:
-    /// The filter may be null.
+    /// Without a filter all names are read.
     FindQueryMatcher(const FindIndexStorage& storage, const FindQuery& query,
                      const FindBlockFilter* filter = nullptr, CancelToken cancel = {});
     ~FindQueryMatcher();
     FindQueryMatcher(const FindQueryMatcher&) = delete;
     FindQueryMatcher& operator=(const FindQueryMatcher&) = delete;
 
-    /// Those of `among` for which it holds; `among` is without the root and what is deleted. When
-    /// it was cancelled meanwhile they mean nothing.
+    /// The entries of `among` that meet the query. Neither the root nor anything deleted may be in
+    /// `among`. The result means nothing once the search was cancelled.
     [[nodiscard]] FindEntrySet matches(FindEntrySet among) const;
 
-    /// How well an entry that matches fits what was typed. By the first text that stands for
-    /// itself: not denied, in a name, no glob or regular expression. Where it is one of several
-    /// alternatives, by the best of their first ones. The worst where there is none.
+    /// How well the name of a matching entry fits what was typed. The first plain text of the query
+    /// counts: one that is looked for in names, is not denied, and is neither a glob nor a regular
+    /// expression. Of several alternatives each has its own first text, and the best rank counts.
+    /// `anywhere` when the query has no such text.
     [[nodiscard]] FindNameRank rank(std::uint32_t entry) const;
-    /// The best that `rank` can say of it, found out at once.
+    /// The best rank that the entry may have. It is known sooner than the rank.
     [[nodiscard]] FindNameRank bestPossibleRank(std::uint32_t entry) const;
 
   private:

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "Rooms/Find/Services/Matching/FindPathScan.h"
-#include "Rooms/Find/Services/Matching/FindSubject.h"
 #include "Rooms/Find/Services/Query/FindRegex.h"
 
 namespace tidyro {
@@ -24,7 +23,7 @@ constexpr FindIndexStorage::Entry sparse = 64;
 /// What stands between the wildcards of a pattern: the longest of it, and some more of two bytes or
 /// more, each of which rules out further names.
 std::vector<std::string_view> literalsOf(std::string_view pattern) {
-    constexpr std::size_t most = 4;
+    constexpr std::size_t maxLiterals = 4;
     std::vector<std::string_view> literals;
     while (!pattern.empty()) {
         const std::size_t end = std::min(pattern.find_first_of("*?"), pattern.size());
@@ -34,16 +33,10 @@ std::vector<std::string_view> literalsOf(std::string_view pattern) {
     std::ranges::sort(literals, [](std::string_view a, std::string_view b) {
         return a.size() != b.size() ? a.size() > b.size() : a < b;
     });
-    while (literals.size() > 1 && (literals.back().size() < 2 || literals.size() > most)) {
+    while (literals.size() > 1 && (literals.back().size() < 2 || literals.size() > maxLiterals)) {
         literals.pop_back();
     }
     return literals;
-}
-
-FindSubject nameSubject(const FindIndexStorage& storage, FindIndexStorage::Entry entry) {
-    return {.own = storage.name(entry),
-            .folded = storage.foldedName(entry),
-            .isASCII = !storage.is(entry, findflag::notASCII)};
 }
 
 } // namespace
@@ -59,11 +52,11 @@ void FindTextScan::keepMatching(FindEntrySet& among, const FindTextTerm& term) {
     if (!isSparse) {
         keepHoldingLiterals(among, term, test);
         // Then that is all there is to ask.
-        if (term.mode == FindTextMode::contains && (term.inPath || !term.matchesCase)) return;
+        if (term.mode == FindTextMode::contains && (term.isInPath || !term.isCaseSensitive)) return;
     }
     among.keepWhere([&](FindIndexStorage::Entry entry) {
         if (cancel_.stop_requested()) return false;
-        return test.holds(term.inPath ? paths_.subject(entry) : nameSubject(storage_, entry));
+        return test.isMetBy(term.isInPath ? subjects_.path(entry) : subjects_.name(entry));
     });
 }
 
@@ -82,12 +75,13 @@ void FindTextScan::keepHoldingLiterals(FindEntrySet& among, const FindTextTerm& 
 /// may stand anywhere in a folded name or in any path.
 FindEntrySet FindTextScan::holding(std::string_view literal, const FindTextTerm& term,
                                    const FindTextTest& test) const {
-    if (term.inPath) {
-        const bool fromRoot = test.standsAtBeginning() && term.mode == FindTextMode::contains;
-        return FindPathScan(storage_, names_, {.fromRoot = fromRoot, .inOwn = term.matchesCase})
+    if (term.isInPath) {
+        const bool isFromRoot = test.isAtBeginning() && term.mode == FindTextMode::contains;
+        return FindPathScan(storage_, names_,
+                            {.isFromRoot = isFromRoot, .isCaseSensitive = term.isCaseSensitive})
             .holding(literal);
     }
-    return term.matchesCase ? names_.mayHoldOwn(literal) : names_.holding(literal);
+    return term.isCaseSensitive ? names_.candidatesForOwn(literal) : names_.holding(literal);
 }
 
 /// What the literals of a regular expression rule out goes.
@@ -98,8 +92,8 @@ void FindTextScan::keepLiterals(FindEntrySet& among, const FindTextTerm& term) c
     holders.reserve(literals.size());
     FindEntrySet any(storage_.count());
     for (const std::string& literal : literals) {
-        holders.push_back(term.inPath ? FindPathScan(storage_, names_, {}).holding(literal)
-                                      : names_.holding(literal));
+        holders.push_back(term.isInPath ? FindPathScan(storage_, names_, {}).holding(literal)
+                                        : names_.holding(literal));
         any.add(holders.back());
     }
     if (!term.regex->mayMatch(0)) among.keepThoseIn(any);
@@ -109,7 +103,7 @@ void FindTextScan::keepLiterals(FindEntrySet& among, const FindTextTerm& term) c
     }
     if (isAnyEnough) return;
     // Which literals there are tells all, so that it is asked once of each selection.
-    std::array<std::optional<bool>, std::size_t{1} << FindRegex::mostLiterals> answers;
+    std::array<std::optional<bool>, std::size_t{1} << FindRegex::maxLiterals> answers;
     among.keepWhere([&](FindIndexStorage::Entry entry) {
         std::uint32_t held = 0;
         for (std::size_t i = 0; i < holders.size(); ++i) {
@@ -122,16 +116,16 @@ void FindTextScan::keepLiterals(FindEntrySet& among, const FindTextTerm& term) c
 }
 
 void FindTextScan::keepByExpression(FindEntrySet& among, const FindTextTerm& term) {
-    if (term.inPath) {
+    if (term.isInPath) {
         among.keepWhere([&](FindIndexStorage::Entry entry) {
             if (cancel_.stop_requested()) return false;
-            return term.regex->isIn(paths_.subject(entry).own.substr(1));
+            return term.regex->isIn(subjects_.path(entry).own.substr(1));
         });
         return;
     }
     FindRegexRun run(*term.regex);
-    std::array<std::string_view, FindRegexRun::most> names;
-    static_assert(FindRegexRun::most >= FindEntrySet::wordBits);
+    std::array<std::string_view, FindRegexRun::maxTexts> names;
+    static_assert(FindRegexRun::maxTexts >= FindEntrySet::wordBits);
     for (std::size_t i = 0; i < among.words().size(); ++i) {
         std::uint64_t& word = among.words()[i];
         if (word == 0) continue;

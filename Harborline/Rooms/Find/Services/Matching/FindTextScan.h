@@ -6,25 +6,25 @@
 #include "Rooms/Find/Services/Index/FindEntrySet.h"
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
 #include "Rooms/Find/Services/Matching/FindNameScan.h"
-#include "Rooms/Find/Services/Matching/FindPathText.h"
+#include "Rooms/Find/Services/Matching/FindSubject.h"
 #include "Rooms/Find/Services/Matching/FindTextTest.h"
 #include "Rooms/Find/Services/Query/FindQuery.h"
 
 namespace tidyro {
 
-/// Finds the entries in whose name or path a text stands as a term of a query asks. Whatever
-/// matches holds certain literals (the text itself, what stands between the "*" of a glob, letters
-/// of a regular expression): these are looked for in all names at once, and only what has them is
-/// looked at one by one.
+/// Finds the entries whose name or path meets a term of a query. Every match holds certain
+/// literals: the text itself, the parts between the "*" of a glob, letters of a regular expression.
+/// These are looked for in all names at once, and only entries that hold them are tested one by
+/// one.
 class FindTextScan {
   public:
-    /// All outlive it.
+    /// All three have to outlive it.
     FindTextScan(const FindIndexStorage& storage, const FindNameScan& names,
                  const CancelToken& cancel)
-        : storage_(storage), names_(names), cancel_(cancel), paths_(storage) {}
+        : storage_(storage), names_(names), cancel_(cancel), subjects_(storage) {}
 
-    /// Takes out of `among` those in which the term does not hold. Some may stay when it is
-    /// cancelled.
+    /// Takes the entries that do not meet the term out of `among`. Once it was cancelled some of
+    /// them may stay.
     void keepMatching(FindEntrySet& among, const FindTextTerm& term);
 
   private:
@@ -38,7 +38,7 @@ class FindTextScan {
     const FindIndexStorage& storage_;
     const FindNameScan& names_;
     const CancelToken& cancel_;
-    FindPathText paths_;
+    FindSubjects subjects_;
 };
 
 } // namespace tidyro

@@ -8,16 +8,64 @@
 
 namespace tidyro {
 
+namespace {
+
+/// Where the character after the one at `at` begins.
+std::size_t nextCharacter(std::string_view text, std::size_t at) {
+    const bool isASCII = (text[at] & 0x80) == 0;
+    return at + (isASCII ? 1 : characterLength(text.substr(at)));
+}
+
+} // namespace
+
+FindGlob::FindGlob(std::string_view pattern) {
+    for (const char byte : pattern) {
+        if (byte == '*' && pattern_.ends_with('*')) continue;
+        pattern_ += byte;
+        if (byte != '*') ++minBytes_;
+    }
+}
+
+bool FindGlob::doesMatch(std::string_view text) const {
+    if (text.size() < minBytes_) return false;
+    std::size_t inPattern = 0;
+    std::size_t inText = 0;
+    std::size_t afterStar = std::string::npos;
+    std::size_t starTakes = 0; ///< the text that the last "*" stands for ends here
+    while (inText < text.size()) {
+        const char wanted = inPattern < pattern_.size() ? pattern_[inPattern] : '\0';
+        const bool isOver = inPattern == pattern_.size();
+        if (!isOver && wanted == '*') {
+            afterStar = ++inPattern;
+            starTakes = inText;
+        } else if (!isOver && wanted == '?') {
+            inText = nextCharacter(text, inText);
+            ++inPattern;
+        } else if (!isOver && wanted == text[inText]) {
+            ++inText;
+            ++inPattern;
+        } else if (afterStar != std::string::npos) {
+            starTakes = nextCharacter(text, starTakes);
+            inText = starTakes;
+            inPattern = afterStar;
+        } else {
+            return false;
+        }
+    }
+    return inPattern == pattern_.size() ||
+           (inPattern + 1 == pattern_.size() && pattern_[inPattern] == '*');
+}
+
 FindTextTest::FindTextTest(const FindTextTerm& term, std::string_view rootPath)
-    : term_(term), needle_(term.matchesCase ? term.text : term.folded), glob_("") {
-    if (term.inPath) adaptToPaths(rootPath);
+    : term_(term), needle_(term.isCaseSensitive ? term.text : term.folded), glob_("") {
+    if (term.isInPath) adaptToPaths(rootPath);
     if (term.mode == FindTextMode::glob) glob_ = FindGlob(needle_);
 }
 
 void FindTextTest::adaptToPaths(std::string_view root) {
-    const std::string start = term_.matchesCase ? std::string(root) : searchFolded(root);
+    const std::string start = term_.isCaseSensitive ? std::string(root) : searchFolded(root);
     if (start != "/" && needle_.starts_with('/') && path::isInsideOrEqual(needle_, start)) {
-        standsAtBeginning_ = true;
+        isAtBeginning_ = true;
         needle_.erase(0, start.size());
         if (needle_.empty()) needle_ = "/";
     }
@@ -25,34 +73,34 @@ void FindTextTest::adaptToPaths(std::string_view root) {
         if (!needle_.starts_with('/')) needle_.insert(0, 1, '/');
         if (needle_.size() > 1 && needle_.ends_with('/')) needle_.pop_back();
     }
-    if (term_.mode == FindTextMode::glob && !standsAtBeginning_) {
+    if (term_.mode == FindTextMode::glob && !isAtBeginning_) {
         needle_.insert(0, needle_.starts_with('/') || needle_.starts_with('*') ? "*" : "*/");
     }
 }
 
-bool FindTextTest::holds(const FindSubject& subject) const {
-    const std::string_view text = term_.matchesCase ? subject.own : subject.folded;
+bool FindTextTest::isMetBy(const FindSubject& subject) const {
+    const std::string_view text = term_.isCaseSensitive ? subject.own : subject.folded;
     switch (term_.mode) {
-    case FindTextMode::contains: return standsIn(text);
-    case FindTextMode::word: return standsAsWord(subject, text);
+    case FindTextMode::contains: return isIn(text);
+    case FindTextMode::word: return isWordIn(subject, text);
     case FindTextMode::exact: return text == needle_;
-    case FindTextMode::glob: return glob_.matches(text);
-    case FindTextMode::regex: return term_.regex->isIn(subject.own.substr(term_.inPath ? 1 : 0));
+    case FindTextMode::glob: return glob_.doesMatch(text);
+    case FindTextMode::regex: return term_.regex->isIn(subject.own.substr(term_.isInPath ? 1 : 0));
     }
     return false;
 }
 
-bool FindTextTest::standsIn(std::string_view text) const {
-    return standsAtBeginning_ ? text.starts_with(needle_)
-                              : text.find(needle_) != std::string_view::npos;
+bool FindTextTest::isIn(std::string_view text) const {
+    return isAtBeginning_ ? text.starts_with(needle_)
+                          : text.find(needle_) != std::string_view::npos;
 }
 
-bool FindTextTest::standsAsWord(const FindSubject& subject, std::string_view text) const {
+bool FindTextTest::isWordIn(const FindSubject& subject, std::string_view text) const {
     std::size_t at = text.find(needle_);
     if (at == std::string_view::npos) return false;
-    const FindWordBoundaries boundaries(subject, term_.matchesCase);
+    const FindWordBoundaries boundaries(subject, term_.isCaseSensitive);
     for (; at != std::string_view::npos; at = text.find(needle_, at + 1)) {
-        if (standsAtBeginning_ && at != 0) return false;
+        if (isAtBeginning_ && at != 0) return false;
         if (boundaries.isAt(at) && boundaries.isAt(at + needle_.size())) return true;
     }
     return false;

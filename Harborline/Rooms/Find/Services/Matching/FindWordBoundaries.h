@@ -8,15 +8,16 @@
 
 namespace tidyro {
 
-/// Where words begin and end in a name: at both ends of it, beside everything that is no letter or
-/// digit, where a capital letter follows a small one, and between letters and digits. Marks belong
-/// to the letter before them.
+/// Where words begin and end in a name: at its two ends, beside every character that is no letter
+/// or digit, where a capital letter follows a small one, and between letters and digits. A mark
+/// belongs to the letter before it.
 ///
 ///     "IMG_2026 myPhoto" has the words "IMG", "2026", "my", "Photo"
 class FindWordBoundaries {
   public:
-    /// In `folded`, or in `own` bytes if `inOwn`. The subject's text outlives it.
-    FindWordBoundaries(const FindSubject& subject, bool inOwn);
+    /// Offsets are those of the subject's `own` bytes when case counts, and of its `folded` bytes
+    /// otherwise. The subject's texts have to outlive it.
+    FindWordBoundaries(const FindSubject& subject, bool isCaseSensitive);
 
     [[nodiscard]] bool isAt(std::size_t offset) const;
 

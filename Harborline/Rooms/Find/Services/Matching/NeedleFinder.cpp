@@ -51,7 +51,7 @@ std::size_t NeedleFinder::find(std::string_view text, std::size_t from) const {
 }
 
 /// At a place behind which eight bytes can be read, and as many as the needle has.
-bool NeedleFinder::standsAt(const char* place) const {
+bool NeedleFinder::isAt(const char* place) const {
     std::uint64_t head = 0;
     std::memcpy(&head, place, headSize);
     if (((head ^ head_) & headMask_) != 0) return false;
@@ -127,7 +127,7 @@ NeedleFinder::wideForm(const NeedleFinder& self, std::string_view text, std::siz
         for (; both != 0; both &= both - 1) {
             const auto bit = static_cast<std::size_t>(std::countr_zero(both));
             places[count] = static_cast<std::uint32_t>(from + bit);
-            if (self.standsAt(place + bit)) ++count;
+            if (self.isAt(place + bit)) ++count;
         }
     }
     return count + self.findSomePlainly(text, from, places.subspan(count));
@@ -161,7 +161,7 @@ std::size_t NeedleFinder::wideForm(const NeedleFinder& self, std::string_view te
         while (nibbles != 0) {
             const auto bit = static_cast<std::size_t>(std::countr_zero(nibbles)) / 4;
             places[count] = static_cast<std::uint32_t>(from + bit);
-            if (isShort || self.standsAt(place + bit)) ++count;
+            if (isShort || self.isAt(place + bit)) ++count;
             nibbles &= ~(std::uint64_t{15} << (4 * bit));
         }
     }

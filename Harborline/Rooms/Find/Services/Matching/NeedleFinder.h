@@ -8,31 +8,32 @@
 
 namespace tidyro {
 
-/// Finds a text in very many bytes, again and again. The two bytes of the needle that are rarest in
-/// names are compared for 32 places at once; only where both stand is the rest looked at.
+/// Finds a text in very many bytes. The two bytes of the needle that are rarest in names are
+/// compared at many places at once, and the rest of the needle only where both stand.
 ///
 ///     const NeedleFinder finder("readme");
 ///     for (std::size_t at = 0; at < bytes.size();) {
 ///         for (const auto place : std::span(places).first(finder.findSome(bytes, at, places))) ...
-///
-/// Which form of it runs depends on what the processor has; all give the same answers.
+/// The processor decides which form of it runs; all forms give the same answers. Any thread may use
+/// a finder.
 class NeedleFinder {
   public:
-    /// The needle is not empty.
+    /// The needle must not be empty.
     explicit NeedleFinder(std::string needle);
 
-    /// Where the needle stands first at or behind `from`; the length of the text where it does not.
+    /// The first place of the needle at or behind `from`; the length of the text when there is
+    /// none.
     [[nodiscard]] std::size_t find(std::string_view text, std::size_t from) const;
-    /// The places at or behind `from` in order, as many as `places` takes, at least 64; how many.
-    /// `from` becomes where to go on, the length of the text when that were all. The text is
-    /// shorter than 4 GiB.
+    /// Writes the next places of the needle at or behind `from`, in order, and returns how many
+    /// there are. `places` has room for at least 64. `from` moves to where the next call goes on,
+    /// and is the length of the text after the last place. The text is shorter than 4 GiB.
     [[nodiscard]] std::size_t findSome(std::string_view text, std::size_t& from,
                                        std::span<std::uint32_t> places) const {
         return form_(*this, text, from, places);
     }
     [[nodiscard]] const std::string& needle() const { return needle_; }
 
-    /// The same with what every processor has. For tests as well.
+    /// The same by means that every processor has.
     [[nodiscard]] std::size_t findSomePlainly(std::string_view text, std::size_t& from,
                                               std::span<std::uint32_t> places) const;
 
@@ -40,7 +41,7 @@ class NeedleFinder {
     using Form = std::size_t (*)(const NeedleFinder&, std::string_view, std::size_t&,
                                  std::span<std::uint32_t>);
 
-    [[nodiscard]] bool standsAt(const char* place) const;
+    [[nodiscard]] bool isAt(const char* place) const;
     [[nodiscard]] static Form bestForm();
     [[nodiscard]] static std::size_t plainForm(const NeedleFinder& self, std::string_view text,
                                                std::size_t& from, std::span<std::uint32_t> places);

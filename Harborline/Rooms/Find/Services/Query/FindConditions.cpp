@@ -11,8 +11,6 @@
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/Folders/WellKnownFolders.h"
-#include "Rooms/Find/Services/Query/FindDates.h"
-#include "Rooms/Find/Services/Query/FindFieldNames.h"
 #include "Rooms/Find/Services/Query/FindSpan.h"
 
 namespace tidyro {
@@ -24,39 +22,39 @@ using Condition = std::optional<FindQueryNode>;
 
 /// Expressions and folders take memory of their own while a query is answered; a text of a hundred
 /// thousand characters could ask for gigabytes.
-constexpr std::size_t mostCostly = 32;
+constexpr std::size_t maxCostlyConditions = 32;
 /// Each may be looked for in all names; what people type has a handful.
-constexpr std::size_t mostWords = 256;
+constexpr std::size_t maxWords = 256;
 
 /// How a text matches, as the fields before it say.
 struct TextManner {
     FindTextMode mode = FindTextMode::contains;
-    bool matchesCase = false;
-    bool inPath = false;
+    bool isCaseSensitive = false;
+    bool isInPath = false;
 };
 
 FindQueryNode textCondition(std::string_view text, TextManner manner) {
     FindTextTerm term{.text = std::string(text),
                       .folded = searchFolded(text),
                       .mode = manner.mode,
-                      .matchesCase = manner.matchesCase,
-                      .inPath = manner.inPath};
+                      .isCaseSensitive = manner.isCaseSensitive,
+                      .isInPath = manner.isInPath};
     const bool isGlob = text.find_first_of("*?") != std::string_view::npos;
     if (isGlob && term.mode == FindTextMode::contains) term.mode = FindTextMode::glob;
-    if (text.find('/') != std::string_view::npos) term.inPath = true;
+    if (text.find('/') != std::string_view::npos) term.isInPath = true;
     // Of nothing but marks folding leaves nothing, which would stand in every name.
-    if (term.folded.empty()) term.matchesCase = true;
+    if (term.folded.empty()) term.isCaseSensitive = true;
     return FindQueryNode{.kind = Kind::text, .text = std::move(term)};
 }
 
 Condition expressionCondition(std::string_view text, TextManner manner) {
-    auto regex = FindRegex::compiled(text, manner.matchesCase);
+    auto regex = FindRegex::compiled(text, {.isCaseSensitive = manner.isCaseSensitive});
     if (regex == nullptr) return std::nullopt;
     return FindQueryNode{.kind = Kind::text,
                          .text = {.text = std::string(text),
                                   .mode = FindTextMode::regex,
-                                  .matchesCase = manner.matchesCase,
-                                  .inPath = manner.inPath,
+                                  .isCaseSensitive = manner.isCaseSensitive,
+                                  .isInPath = manner.isInPath,
                                   .regex = std::move(regex)}};
 }
 
@@ -69,8 +67,8 @@ TextManner textManner(std::string_view& value, std::size_t unquoted) {
         if (colon == std::string_view::npos || whole - value.size() + colon >= unquoted) break;
         const std::string_view field = value.substr(0, colon);
         if (!isTextFieldName(field)) break;
-        if (isFieldName(field, "case")) manner.matchesCase = true;
-        if (isFieldName(field, "path")) manner.inPath = true;
+        if (isFieldName(field, "case")) manner.isCaseSensitive = true;
+        if (isFieldName(field, "path")) manner.isInPath = true;
         if (isFieldName(field, "word")) manner.mode = FindTextMode::word;
         if (isFieldName(field, "exact")) manner.mode = FindTextMode::exact;
         if (isFieldName(field, "regex")) manner.mode = FindTextMode::regex;
@@ -145,11 +143,11 @@ Condition kindCondition(std::string_view value) {
         auto category = categoryNamed(name);
         if (!category) category = categoryNamed(singular(name));
         if (name == "file" || name == "files") {
-            node.takesFiles = true;
+            node.mayBeFile = true;
         } else if (!category) {
             return std::nullopt;
         } else if (*category == FindCategory::folder) {
-            node.takesFolders = true;
+            node.mayBeFolder = true;
         } else if (std::ranges::find(node.categories, *category) == node.categories.end()) {
             node.categories.push_back(*category);
         }
@@ -161,13 +159,13 @@ Condition kindCondition(std::string_view value) {
 Condition spanCondition(Kind kind, std::optional<FindSpan> span) {
     if (!span) return std::nullopt;
     FindQueryNode node{.kind = kind};
-    if (span->most < 0 || span->least > span->most) {
-        node.least = 1;
-        node.most = 0;
+    if (span->max < 0 || span->min > span->max) {
+        node.min = 1;
+        node.max = 0;
         return node;
     }
-    node.least = static_cast<std::uint64_t>(std::max<std::int64_t>(span->least, 0));
-    if (span->most != FindSpan::highest) node.most = static_cast<std::uint64_t>(span->most);
+    node.min = static_cast<std::uint64_t>(std::max<std::int64_t>(span->min, 0));
+    if (span->max != FindSpan::highest) node.max = static_cast<std::uint64_t>(span->max);
     return node;
 }
 
@@ -222,9 +220,9 @@ constexpr std::array<Field, 10> fields{{
 
 /// A word as it stands in a sentence: short, and harmless to a terminal.
 std::string quoted(std::string_view text) {
-    constexpr std::size_t most = 40;
-    if (text.size() <= most) return terminalSafe(text);
-    std::size_t end = most;
+    constexpr std::size_t maxBytes = 40;
+    if (text.size() <= maxBytes) return terminalSafe(text);
+    std::size_t end = maxBytes;
     while (end > 0 && (text[end] & 0xC0) == 0x80) --end;
     return terminalSafe(text.substr(0, end)) + "...";
 }
@@ -232,10 +230,10 @@ std::string quoted(std::string_view text) {
 } // namespace
 
 Condition FindConditions::condition(const FindQueryToken& word) {
-    if (wordCount_ == mostWords) {
+    if (wordCount_ == maxWords) {
         if (!problem_) {
             problem_ = fmt::format("More than {} words are too many; the others were passed over.",
-                                   mostWords);
+                                   maxWords);
         }
         return std::nullopt;
     }
@@ -256,7 +254,7 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
         value = word.text;
         const TextManner manner = textManner(value, word.unquoted);
         const bool isExpression = manner.mode == FindTextMode::regex;
-        if (isExpression && !canAffordMore()) return std::nullopt;
+        if (isExpression && !admitCostlyCondition()) return std::nullopt;
         if (isExpression) {
             asked = "regex";
             takes = "a regular expression that is not too large";
@@ -270,7 +268,7 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
         const auto* field = std::ranges::find_if(
             fields, [name](const Field& known) { return isFieldName(name, known.name); });
         if (field == fields.end()) return std::nullopt;
-        if (field->isCostly && !canAffordMore()) return std::nullopt;
+        if (field->isCostly && !admitCostlyCondition()) return std::nullopt;
         takes = field->takes;
         condition = field->read(value, now_);
         if (field->isCostly && condition) ++costlyCount_;
@@ -282,12 +280,12 @@ Condition FindConditions::fieldCondition(const FindQueryToken& word) {
     return condition;
 }
 
-bool FindConditions::canAffordMore() {
-    if (costlyCount_ < mostCostly) return true;
+bool FindConditions::admitCostlyCondition() {
+    if (costlyCount_ < maxCostlyConditions) return true;
     if (!problem_) {
         problem_ = fmt::format("More than {} folders and regular expressions are too many; the "
                                "others were taken for words.",
-                               mostCostly);
+                               maxCostlyConditions);
     }
     return false;
 }

@@ -10,21 +10,23 @@
 
 namespace tidyro {
 
-/// Makes conditions of the words of one query: "report" asks for a text, "size:>1mb" for a size.
+/// Makes conditions of the words of one query: "report" asks for a text, "size:>1mb" for a size. It
+/// counts what a query asks for, so that no query can ask for too much.
 class FindConditions {
   public:
     explicit FindConditions(Timestamp now) : now_(now) {}
 
-    /// A field with a value that it does not take is a word like any other. None for one more word
-    /// where there are very many.
+    /// The condition that a word stands for. A field whose value makes no sense is taken for an
+    /// ordinary word. Nothing once the query has too many words.
     [[nodiscard]] std::optional<FindQueryNode> condition(const FindQueryToken& word);
-    /// Of the first word that was not taken as it was meant; one sentence for people.
+    /// Why the first word that was misunderstood was misunderstood; one sentence for people.
     [[nodiscard]] const std::optional<std::string>& problem() const { return problem_; }
 
   private:
     [[nodiscard]] std::optional<FindQueryNode> fieldCondition(const FindQueryToken& word);
-    /// Whether one more folder or regular expression may be asked for.
-    [[nodiscard]] bool canAffordMore();
+    /// Whether the query may ask for one more folder or regular expression. Notes the problem when
+    /// it may not.
+    [[nodiscard]] bool admitCostlyCondition();
 
     Timestamp now_;
     std::size_t wordCount_ = 0;

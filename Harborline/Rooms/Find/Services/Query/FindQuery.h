@@ -17,9 +17,9 @@ namespace tidyro {
 enum class FindTextMode : std::uint8_t {
     contains, ///< anywhere
     word,     ///< as whole words, from one boundary of `FindWordBoundaries` to another
-    exact,    ///< all of it
-    glob,     ///< all of it, "*" any text and "?" one character
-    regex,    ///< somewhere in it, as RE2 reads it
+    exact,    ///< as the whole of it
+    glob,     ///< as the whole of it; "*" stands for any text and "?" for one character
+    regex,    ///< an expression, in the syntax of RE2, that matches somewhere in it
 };
 
 /// One condition of a query on the text of an entry.
@@ -27,71 +27,74 @@ struct FindTextTerm {
     std::string text;        ///< as it was typed
     std::string folded = {}; ///< as the folded names are; unused for regular expressions
     FindTextMode mode = FindTextMode::contains;
-    bool matchesCase = false; ///< compares `text` with the bytes of the name
-    bool inPath = false;      ///< in the whole path below the root rather than in the name
+    bool isCaseSensitive = false; ///< compares `text` with the bytes of the name
+    bool isInPath = false;        ///< in the whole path below the root rather than in the name
     std::shared_ptr<const FindRegex> regex = nullptr; ///< there when the mode is `regex`
 };
 
-/// A query that was read: a tree of conditions. `FindQueryMatcher` finds the entries for which it
-/// holds.
+/// A node of a query's tree of conditions. `FindQueryMatcher` finds the entries that meet them.
 struct FindQueryNode {
     enum class Kind : std::uint8_t {
-        all,    ///< of the children; without any: everything
-        any,    ///< of the children, at least two
-        none,   ///< of its one child
-        text,   ///< `text`
-        ext,    ///< one of `names`: folded extensions without their stop, in order, each once
-        kind,   ///< one of `categories`, or a folder if `takesFolders`, or none if `takesFiles`
-        size,   ///< from `least` to `most` bytes, both included
-        date,   ///< modified from `least` to `most`, seconds since 1970, both included
-        depth,  ///< below the root, from `least` to `most`; 255 stands for what is deeper, too
-        empty,  ///< a file of 0 bytes or a folder that was read and has no entries
-        hidden, ///< hidden, by itself or by where it lies
-        system, ///< of the operating system
-        folder, ///< in the folder whose path is `names[0]`, or ends with it; at any depth
-        parent, ///< directly in that folder
+        all,    ///< meets all children; without children every entry does
+        any,    ///< meets one of the children, of which there are at least two
+        none,   ///< does not meet the one child
+        text,   ///< meets `text`
+        ext,    ///< has an extension among `names`: folded, without the stop, sorted, each once
+        kind,   ///< is in `categories`, or a folder if `mayBeFolder`, or no folder if `mayBeFile`
+        size,   ///< has from `min` to `max` bytes
+        date,   ///< was modified between `min` and `max`, in seconds since 1970
+        depth,  ///< lies from `min` to `max` below the root; 255 stands for deeper as well
+        empty,  ///< is a file of 0 bytes, or a folder that was read and has no entries
+        hidden, ///< is hidden, by itself or by a folder above
+        system, ///< belongs to the operating system
+        folder, ///< lies in a folder whose path is `names[0]` or ends with it, at any depth
+        parent, ///< lies directly in such a folder
     };
     Kind kind;
     std::vector<FindQueryNode> children = {};
     FindTextTerm text = {};
     std::vector<std::string> names = {};
     std::vector<FindCategory> categories = {};
-    bool takesFiles = false;
-    bool takesFolders = false;
-    std::uint64_t least = 0; ///< above `most` where nothing can match
-    std::uint64_t most = UINT64_MAX;
+    bool mayBeFile = false;
+    bool mayBeFolder = false;
+    std::uint64_t min = 0; ///< both ends are included; above `max` when nothing can match
+    std::uint64_t max = UINT64_MAX;
 };
 
+/// A query that was read.
 struct FindQuery {
-    /// `all` of what stands side by side. No `all` stands directly in an `all`, no `any` in an
-    /// `any`, and the tree is at most a few hundred nodes deep.
+    /// Its kind is `all`. No `all` stands directly in an `all`, no `any` in an `any`, and the tree
+    /// is at most a few hundred nodes deep.
     FindQueryNode root;
-    /// Why part of it was taken for plain words; one sentence for people.
+    /// Why a part of the query was taken for plain words; one sentence for people.
     std::optional<std::string> problem = std::nullopt;
 };
 
-/// Reads the language that people know from desktop search. Never fails: what cannot be read as it
-/// is meant is taken for words.
+/// Reads the language that people know from desktop search. It never fails: what cannot be read as
+/// it was meant is taken for words, and `problem` says why.
 ///
-///     parsedFindQuery("report (pdf | docx) -draft size:>1mb dm:thisweek", now)
+///     const FindQuery query = parsedFindQuery("report (pdf | docx) -draft size:>1mb", now);
 ///
-/// - Words side by side all have to match, in any order; "AND" between them says so. "OR" or "|"
-///   binds weaker, "NOT" or "-" or "!" in front of a word or bracket binds strongest. The three
-///   operators are written in capitals. "|" and brackets part words, "-" and "!" within one do not.
-/// - Quotes keep blanks, brackets, operators and colons in a word, not "*" and "?" from meaning
-///   what they do: `exact:` and `word:` do that.
-/// - A word with "*" or "?" is a glob; one with "/" looks at the path.
-/// - `case:`, `word:`, `exact:`, `regex:` and `path:` say how a text matches and may be combined
-///   ("case:path:Src"). The value of `regex:` ends at a blank outside quotes, or at a bracket that
-///   closes one before it.
-/// - `ext:` and `kind:` take lists parted by ";" or ",". `size:`, `dm:` and `depth:` take a value,
-///   a comparison (">", ">=", "<", "<=", "=") or a range ("1gb..2gb", "..5kb"). `in:` and `parent:`
-///   take a folder, "~" at its beginning the person's home. `empty:`, `hidden:` and `system:` stand
-///   alone or take yes, no, true or false. Any other field is a word, colon and all.
-/// - An operator in letters without anything to join is a word, one in signs is passed over.
-///   Brackets and quotes that do not match are mended, those more than 64 deep are passed over.
+/// - Words side by side all have to match, in any order; "AND" between them changes nothing. "OR"
+///   or "|" between words binds weaker. "NOT", "-" or "!" before a word or bracket denies it and
+///   binds strongest. "AND", "OR" and "NOT" are operators in capitals only. "|" and brackets end a
+///   word; "-" and "!" inside a word belong to it.
+/// - Quotes keep blanks, brackets, operators and colons in a word. "*" and "?" mean the same within
+///   quotes; after `exact:` and `word:` they stand for themselves.
+/// - A word with "*" or "?" is a glob. A word with "/" is looked for in paths.
+/// - `case:`, `word:`, `exact:`, `regex:` and `path:` say how a text matches and may be combined:
+///   "case:path:Src". The value of `regex:` ends at a blank outside quotes, or at a bracket that
+///   closes one before the field.
+/// - `ext:` and `kind:` take lists separated by ";" or ",". `size:`, `dm:` and `depth:` take a
+///   value, a comparison (">", ">=", "<", "<=", "=") or a range ("1gb..2gb", "..5kb"). `in:` and
+///   `parent:` take a folder; "~" at its beginning is the person's home. `empty:`, `hidden:` and
+///   `system:` stand alone or take yes, no, true or false. A word with any other field is an
+///   ordinary word.
+/// - An operator with nothing to join is a word when it is made of letters, and is ignored when it
+///   is a sign. Missing brackets and quotes are added. Brackets that close nothing, and those more
+///   than 64 deep, are ignored.
 ///
-/// Dates are those of the person's own calendar and time zone. `now` says when today is.
+/// Dates are those of the person's own calendar and time zone; `now` says which day is today.
 [[nodiscard]] FindQuery parsedFindQuery(std::string_view text, Timestamp now);
 
 } // namespace tidyro

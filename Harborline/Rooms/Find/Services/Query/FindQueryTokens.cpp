@@ -2,15 +2,13 @@
 
 #include <utility>
 
-#include "Rooms/Find/Services/Query/FindFieldNames.h"
-
 namespace tidyro {
 
 namespace {
 
 using TokenKind = FindQueryToken::Kind;
 
-constexpr std::size_t deepestBracket = 64;
+constexpr std::size_t maxBracketDepth = 64;
 
 void note(FindQueryTokens& query, std::string_view problem) {
     if (!query.problem) query.problem = problem;
@@ -28,37 +26,38 @@ std::size_t blankLength(std::string_view text) {
 /// Where the value of a regular expression ends: brackets of its own belong to it.
 class ExpressionExtent {
   public:
-    bool endsBefore(char byte, bool isInBrackets) {
-        if (escapes_) {
-            escapes_ = false;
+    /// Goes on by one byte. False: the value ends before it.
+    [[nodiscard]] bool take(char byte, bool isInBrackets) {
+        if (isEscaped_) {
+            isEscaped_ = false;
         } else if (byte == '\\') {
-            escapes_ = true;
-        } else if (inClass_) {
+            isEscaped_ = true;
+        } else if (isInClass_) {
             // "]" as the first of a class is a member of it.
-            if (byte == ']' && members_ > 0) inClass_ = false;
+            if (byte == ']' && members_ > 0) isInClass_ = false;
             if (byte != '^' || members_ > 0) ++members_;
         } else if (byte == '[') {
-            inClass_ = true;
+            isInClass_ = true;
             members_ = 0;
         } else if (byte == '(') {
             ++depth_;
         } else if (byte == ')') {
-            if (depth_ == 0) return isInBrackets;
+            if (depth_ == 0) return !isInBrackets;
             --depth_;
         }
-        return false;
+        return true;
     }
 
   private:
-    bool escapes_ = false;
-    bool inClass_ = false;
+    bool isEscaped_ = false;
+    bool isInClass_ = false;
     std::size_t members_ = 0;
     std::size_t depth_ = 0;
 };
 
-class Tokenizer {
+class QueryTokenizer {
   public:
-    explicit Tokenizer(std::string_view rest) : rest_(rest) {}
+    explicit QueryTokenizer(std::string_view rest) : rest_(rest) {}
 
     FindQueryTokens read() {
         while (skipBlanks(), !rest_.empty()) {
@@ -80,7 +79,7 @@ class Tokenizer {
 
   private:
     static bool isSign(char byte) { return byte == '-' || byte == '!'; }
-    static bool partsWords(char byte) { return byte == '(' || byte == ')' || byte == '|'; }
+    static bool isSeparator(char byte) { return byte == '(' || byte == ')' || byte == '|'; }
 
     void skipBlanks() {
         while (const std::size_t length = blankLength(rest_)) rest_.remove_prefix(length);
@@ -96,10 +95,10 @@ class Tokenizer {
         std::size_t signs = 0;
         while (signs < rest_.size() && isSign(rest_[signs])) ++signs;
         const std::string_view behind = rest_.substr(signs);
-        const bool standsAlone = behind.empty() || blankLength(behind) > 0 ||
-                                 behind.front() == ')' || behind.front() == '|';
-        const bool isDenied = !standsAlone && signs % 2 == 1;
-        if (!standsAlone) {
+        const bool isAlone = behind.empty() || blankLength(behind) > 0 || behind.front() == ')' ||
+                             behind.front() == '|';
+        const bool isDenied = !isAlone && signs % 2 == 1;
+        if (!isAlone) {
             if (isDenied) {
                 result_.tokens.push_back(
                     {.kind = TokenKind::denial, .text = std::string(1, rest_.front())});
@@ -118,7 +117,7 @@ class Tokenizer {
         bool isQuoted = false;
         bool hasQuotes = false;
         bool mayOpenExpression = true;
-        bool inExpression = false;
+        bool isInExpression = false;
         std::size_t fieldStart = 0;
         ExpressionExtent extent;
         for (; !rest_.empty(); rest_.remove_prefix(1)) {
@@ -130,13 +129,13 @@ class Tokenizer {
             }
             if (!isQuoted) {
                 if (blankLength(rest_) > 0) break;
-                if (inExpression ? extent.endsBefore(byte, open_ > 0) : partsWords(byte)) break;
+                if (isInExpression ? !extent.take(byte, open_ > 0) : isSeparator(byte)) break;
             }
             word.text += byte;
-            if (byte == ':' && mayOpenExpression && !hasQuotes && !inExpression) {
+            if (byte == ':' && mayOpenExpression && !hasQuotes && !isInExpression) {
                 const std::string_view field = std::string_view(word.text).substr(
                     fieldStart, word.text.size() - 1 - fieldStart);
-                inExpression = isFieldName(field, "regex");
+                isInExpression = isFieldName(field, "regex");
                 mayOpenExpression = isTextFieldName(field);
                 fieldStart = word.text.size();
             }
@@ -167,26 +166,26 @@ void balanceBrackets(FindQueryTokens& query) {
     kept.reserve(query.tokens.size());
     std::size_t depth = 0;
     for (FindQueryToken& token : query.tokens) {
-        bool keeps = true;
+        bool isKept = true;
         if (token.kind == TokenKind::open) {
-            keeps = ++depth <= deepestBracket;
-            if (!keeps) {
+            isKept = ++depth <= maxBracketDepth;
+            if (!isKept) {
                 note(query,
                      "The brackets are too deep in one another; the inner ones were passed over.");
             }
         } else if (token.kind == TokenKind::close) {
-            keeps = depth > 0 && depth <= deepestBracket;
+            isKept = depth > 0 && depth <= maxBracketDepth;
             if (depth == 0) {
                 note(query, "A bracket is closed that was not opened; it was passed over.");
             } else {
                 --depth;
             }
         }
-        if (keeps) kept.push_back(std::move(token));
+        if (isKept) kept.push_back(std::move(token));
     }
     if (depth > 0) note(query, "A bracket is not closed; it was closed at the end.");
     for (; depth > 0; --depth) {
-        if (depth <= deepestBracket) kept.push_back({.kind = TokenKind::close, .text = ")"});
+        if (depth <= maxBracketDepth) kept.push_back({.kind = TokenKind::close, .text = ")"});
     }
     query.tokens = std::move(kept);
 }
@@ -206,10 +205,10 @@ void settleOperators(FindQueryTokens& query) {
         const TokenKind after =
             i + 1 < query.tokens.size() ? query.tokens[i + 1].kind : TokenKind::close;
         const bool isJoiner = token.kind == TokenKind::both || token.kind == TokenKind::either;
-        const bool fits =
+        const bool hasOperands =
             (!isJoiner || before == TokenKind::word || before == TokenKind::close) &&
             (after == TokenKind::word || after == TokenKind::open || after == TokenKind::denial);
-        if ((isJoiner || token.kind == TokenKind::denial) && !fits) {
+        if ((isJoiner || token.kind == TokenKind::denial) && !hasOperands) {
             if (token.unquoted == 0) {
                 note(query, unjoined(token) + "passed over.");
                 continue;
@@ -225,7 +224,7 @@ void settleOperators(FindQueryTokens& query) {
 } // namespace
 
 FindQueryTokens findQueryTokens(std::string_view query) {
-    FindQueryTokens tokens = Tokenizer(query).read();
+    FindQueryTokens tokens = QueryTokenizer(query).read();
     balanceBrackets(tokens);
     settleOperators(tokens);
     return tokens;

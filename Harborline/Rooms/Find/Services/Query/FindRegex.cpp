@@ -18,17 +18,17 @@ namespace {
 constexpr std::int64_t memoryLimit = std::int64_t{4} << 20U;
 
 /// Bytes. Preparing one takes up to the square of its length.
-constexpr std::size_t longestExpression = 4'096;
+constexpr std::size_t maxExpressionBytes = 4'096;
 
 /// Instructions of a compiled expression. A larger one may need an automaton that outgrows its
 /// memory, and then takes a time for each byte that grows with its size: minutes for all names.
-constexpr int largestProgram = 4'000;
+constexpr int maxProgramSize = 4'000;
 
-RE2::Options options(bool matchesCase) {
+RE2::Options engineOptions(FindRegex::Options options) {
     RE2::Options chosen;
     chosen.set_max_mem(memoryLimit);
     chosen.set_log_errors(false);
-    chosen.set_case_sensitive(matchesCase);
+    chosen.set_case_sensitive(options.isCaseSensitive);
     chosen.set_never_capture(true); // nobody asks for groups, and they cost much
     return chosen;
 }
@@ -40,27 +40,28 @@ struct FindRegex::Program {
     /// The same expression once more, for what it says of literals.
     re2::FilteredRE2 filter = {};
     std::vector<std::string> literals = {};
-    /// For each literal of the filter its place in `literals`; `mostLiterals` where it has none and
+    /// For each literal of the filter its place in `literals`; `maxLiterals` where it has none and
     /// may be anywhere.
     std::vector<std::size_t> places = {};
 
-    void prepareFilter(std::string_view text, bool matchesCase);
-    void choose(const std::vector<std::string>& texts, std::size_t shortest);
+    void prepareFilter(std::string_view text, Options options);
+    void chooseLiterals(const std::vector<std::string>& texts, std::size_t minLength);
     [[nodiscard]] bool mayMatch(std::uint32_t held) const;
 };
 
-void FindRegex::Program::prepareFilter(std::string_view text, bool matchesCase) {
+void FindRegex::Program::prepareFilter(std::string_view text, Options options) {
     filter = re2::FilteredRE2(1);
     int number = 0;
-    if (filter.Add(text, options(matchesCase), &number) != RE2::NoError) return;
+    if (filter.Add(text, engineOptions(options), &number) != RE2::NoError) return;
     std::vector<std::string> texts;
     filter.Compile(&texts);
     // Single letters stand in many names, and are worth something only where there is no more.
-    choose(texts, 2);
-    if (mayMatch(0)) choose(texts, 1);
+    chooseLiterals(texts, 2);
+    if (mayMatch(0)) chooseLiterals(texts, 1);
 }
 
-void FindRegex::Program::choose(const std::vector<std::string>& texts, std::size_t shortest) {
+void FindRegex::Program::chooseLiterals(const std::vector<std::string>& texts,
+                                        std::size_t minLength) {
     literals.clear();
     places.clear();
     for (const std::string& literal : texts) {
@@ -70,10 +71,10 @@ void FindRegex::Program::choose(const std::vector<std::string>& texts, std::size
         const auto known = std::ranges::find(literals, folded);
         places.push_back(static_cast<std::size_t>(known - literals.begin()));
         if (known != literals.end()) continue;
-        const bool isUseful = folded.size() >= shortest && isASCII(folded) &&
-                              literals.size() < FindRegex::mostLiterals;
+        const bool isUseful = folded.size() >= minLength && isASCII(folded) &&
+                              literals.size() < FindRegex::maxLiterals;
         if (isUseful) literals.push_back(std::move(folded));
-        if (!isUseful) places.back() = FindRegex::mostLiterals;
+        if (!isUseful) places.back() = FindRegex::maxLiterals;
     }
 }
 
@@ -81,7 +82,7 @@ bool FindRegex::Program::mayMatch(std::uint32_t held) const {
     if (literals.empty()) return true;
     std::vector<int> numbers;
     for (std::size_t i = 0; i < places.size(); ++i) {
-        const bool isHeld = places[i] == mostLiterals || (held >> places[i] & 1U) != 0;
+        const bool isHeld = places[i] == maxLiterals || (held >> places[i] & 1U) != 0;
         if (isHeld) numbers.push_back(static_cast<int>(i));
     }
     std::vector<int> expressions;
@@ -92,14 +93,13 @@ bool FindRegex::Program::mayMatch(std::uint32_t held) const {
 FindRegex::FindRegex() = default;
 FindRegex::~FindRegex() = default;
 
-std::shared_ptr<const FindRegex> FindRegex::compiled(std::string_view expression,
-                                                     bool matchesCase) {
-    if (expression.size() > longestExpression) return nullptr;
+std::shared_ptr<const FindRegex> FindRegex::compiled(std::string_view expression, Options options) {
+    if (expression.size() > maxExpressionBytes) return nullptr;
     auto made = std::make_shared<FindRegex>();
-    made->program_.reset(new Program{.expression = RE2(expression, options(matchesCase))});
+    made->program_.reset(new Program{.expression = RE2(expression, engineOptions(options))});
     const RE2& compiled = made->program_->expression;
-    if (!compiled.ok() || compiled.ProgramSize() > largestProgram) return nullptr;
-    made->program_->prepareFilter(expression, matchesCase);
+    if (!compiled.ok() || compiled.ProgramSize() > maxProgramSize) return nullptr;
+    made->program_->prepareFilter(expression, options);
     return made;
 }
 
@@ -122,7 +122,7 @@ struct FindRegexRun::Lines {
 
     /// Whether an expression means the same within each of many lines as in a text of its own:
     /// nothing in it asks for the ends of the whole text, for any byte or for other settings.
-    [[nodiscard]] static bool suits(std::string_view expression) {
+    [[nodiscard]] static bool mayRunOverLines(std::string_view expression) {
         for (const std::string_view unfit : {"\\A", "\\z", "\\C", "\\Q"}) {
             if (expression.find(unfit) != std::string_view::npos) return false;
         }
@@ -194,8 +194,8 @@ struct FindRegexRun::Lines {
 
 FindRegexRun::FindRegexRun(const FindRegex& expression) : expression_(expression) {
     const RE2& original = expression.program_->expression;
-    if (!Lines::suits(original.pattern())) return;
-    RE2::Options chosen = options(original.options().case_sensitive());
+    if (!Lines::mayRunOverLines(original.pattern())) return;
+    RE2::Options chosen = engineOptions({.isCaseSensitive = original.options().case_sensitive()});
     chosen.set_never_nl(true);
     lines_.reset(new Lines{.expression = RE2("(?m:" + original.pattern() + ")", chosen)});
     if (!lines_->expression.ok()) lines_ = nullptr;
@@ -215,8 +215,8 @@ std::uint64_t FindRegexRun::matching(std::span<const std::string_view> texts) {
     // Where a match begins is found out by a second run backwards: it pays while few match.
     constexpr std::uint64_t sample = 1'024;
     const bool areMany = seen_ >= sample && matched_ * 4 > seen_;
-    const bool joins = lines_ != nullptr && !areMany && texts.size() > 1 && lines_->join(texts);
-    const std::uint64_t matches = joins ? lines_->matching() : oneByOne(texts);
+    const bool areJoined = lines_ != nullptr && !areMany && texts.size() > 1 && lines_->join(texts);
+    const std::uint64_t matches = areJoined ? lines_->matching() : oneByOne(texts);
     seen_ += texts.size();
     matched_ += static_cast<std::uint64_t>(std::popcount(matches));
     return matches;

@@ -9,15 +9,18 @@
 
 namespace tidyro {
 
-/// A regular expression that a person typed. Matching takes time that grows with the text only, and
-/// memory has a bound: nobody can stop a search by what they type. Any thread may match.
+/// A regular expression that a person typed. Matching takes time in proportion to the text and
+/// bounded memory, so no expression can bring a search to a halt. Any thread may match.
 ///
-/// What is no UTF-8 in a text counts as U+FFFD.
+/// Bytes of a text that are not UTF-8 count as U+FFFD.
 class FindRegex {
   public:
-    /// Null for what is no expression, is longer than 4,096 bytes, or becomes too large.
+    struct Options {
+        bool isCaseSensitive;
+    };
+    /// Null for a text that is no expression, is longer than 4,096 bytes, or needs too much memory.
     [[nodiscard]] static std::shared_ptr<const FindRegex> compiled(std::string_view expression,
-                                                                   bool matchesCase);
+                                                                   Options options);
     FindRegex();
     ~FindRegex();
     FindRegex(const FindRegex&) = delete;
@@ -26,12 +29,12 @@ class FindRegex {
     /// Whether it matches somewhere in `text`.
     [[nodiscard]] bool isIn(std::string_view text) const;
 
-    static constexpr std::size_t mostLiterals = 10;
-    /// ASCII texts in small letters whose presence tells what cannot match. At most `mostLiterals`,
-    /// none for an expression that matches without any.
+    static constexpr std::size_t maxLiterals = 10;
+    /// Texts of which a matching name has to hold some, in ASCII and small letters; `mayMatch` says
+    /// which. At most `maxLiterals`; none when the expression asks for no text.
     [[nodiscard]] std::span<const std::string> literals() const;
-    /// False: in a text that, in small letters, holds these literals and no other (a bit each, the
-    /// lowest for the first) it certainly matches nowhere.
+    /// Whether the expression may match in a text that holds exactly these of the literals, upper
+    /// and lower case being the same. `held` has a bit for each, the lowest for the first.
     [[nodiscard]] bool mayMatch(std::uint32_t held) const;
 
   private:
@@ -41,8 +44,8 @@ class FindRegex {
 };
 
 /// Looks for one expression in very many short texts. Starting the automaton costs more than
-/// reading a name, so it runs over many names in one go, line by line, as long as few match. Used
-/// by one thread; the expression outlives it.
+/// reading a name, so it runs over many names in one go, line by line, as long as few of them
+/// match. One thread uses a run, and the expression has to outlive it.
 class FindRegexRun {
   public:
     explicit FindRegexRun(const FindRegex& expression);
@@ -50,9 +53,9 @@ class FindRegexRun {
     FindRegexRun(const FindRegexRun&) = delete;
     FindRegexRun& operator=(const FindRegexRun&) = delete;
 
-    static constexpr std::size_t most = 64;
-    /// A bit for each of 1 to `most` texts: whether it matches somewhere in it. They lie in one
-    /// array, in their order.
+    static constexpr std::size_t maxTexts = 64;
+    /// Whether the expression matches in each of 1 to `maxTexts` texts: a bit for each, the lowest
+    /// for the first. The texts have to lie in one array of bytes, in their order.
     [[nodiscard]] std::uint64_t matching(std::span<const std::string_view> texts);
 
   private:
@@ -60,7 +63,7 @@ class FindRegexRun {
     [[nodiscard]] std::uint64_t oneByOne(std::span<const std::string_view> texts) const;
 
     const FindRegex& expression_;
-    std::unique_ptr<Lines> lines_; ///< null: the expression means something else over lines
+    std::unique_ptr<Lines> lines_; ///< null when lines would change what the expression means
     std::uint64_t seen_ = 0;
     std::uint64_t matched_ = 0;
 };

@@ -12,7 +12,7 @@ namespace tidyro {
 
 namespace {
 
-constexpr FindSpan emptySpan{.least = 1, .most = 0};
+constexpr FindSpan emptySpan{.min = 1, .max = 0};
 
 struct Comparison {
     std::string_view sign;
@@ -21,17 +21,17 @@ struct Comparison {
 
 /// Longer signs come before those that they begin with.
 constexpr std::array<Comparison, 5> comparisons{{
-    {">=", [](FindSpan value) { return FindSpan{.least = value.least}; }},
-    {"<=", [](FindSpan value) { return FindSpan{.most = value.most}; }},
+    {">=", [](FindSpan value) { return FindSpan{.min = value.min}; }},
+    {"<=", [](FindSpan value) { return FindSpan{.max = value.max}; }},
     {">",
      [](FindSpan value) {
-         if (value.most == FindSpan::highest) return emptySpan;
-         return FindSpan{.least = value.most + 1};
+         if (value.max == FindSpan::highest) return emptySpan;
+         return FindSpan{.min = value.max + 1};
      }},
     {"<",
      [](FindSpan value) {
-         if (value.least == FindSpan::lowest) return emptySpan;
-         return FindSpan{.most = value.least - 1};
+         if (value.min == FindSpan::lowest) return emptySpan;
+         return FindSpan{.max = value.min - 1};
      }},
     {"=", [](FindSpan value) { return value; }},
 }};
@@ -90,9 +90,9 @@ std::optional<std::int64_t> byteCount(std::string_view text) {
     return *whole * unit->bytes + part;
 }
 
-std::optional<FindSpan> justThat(std::optional<std::int64_t> value) {
+std::optional<FindSpan> oneValue(std::optional<std::int64_t> value) {
     if (!value) return std::nullopt;
-    return FindSpan{.least = *value, .most = *value};
+    return FindSpan{.min = *value, .max = *value};
 }
 
 } // namespace
@@ -112,18 +112,17 @@ std::optional<FindSpan> comparedSpan(std::string_view text, const FindSpanReader
     const auto first = from.empty() ? FindSpan() : reader(from);
     const auto last = to.empty() ? FindSpan() : reader(to);
     if (!first || !last) return std::nullopt;
-    if (from.empty()) return FindSpan{.most = last->most};
-    if (to.empty()) return FindSpan{.least = first->least};
-    return FindSpan{.least = std::min(first->least, last->least),
-                    .most = std::max(first->most, last->most)};
+    if (from.empty()) return FindSpan{.max = last->max};
+    if (to.empty()) return FindSpan{.min = first->min};
+    return FindSpan{.min = std::min(first->min, last->min), .max = std::max(first->max, last->max)};
 }
 
 std::optional<FindSpan> sizeSpan(std::string_view text) {
-    return comparedSpan(text, [](std::string_view value) { return justThat(byteCount(value)); });
+    return comparedSpan(text, [](std::string_view value) { return oneValue(byteCount(value)); });
 }
 
 std::optional<FindSpan> depthSpan(std::string_view text) {
-    return comparedSpan(text, [](std::string_view value) { return justThat(wholeNumber(value)); });
+    return comparedSpan(text, [](std::string_view value) { return oneValue(wholeNumber(value)); });
 }
 
 } // namespace tidyro

@@ -5,15 +5,36 @@
 #include <cstdint>
 #include <string_view>
 
+#include "Base/GrowingArray.h"
 #include "Base/Saturating.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
+
+/// The two maps of a FindIndexStorage as columns, which is how the file holds them.
+struct FindIndexFileTables {
+    GrowingArray<std::uint32_t> bigSizeKeys; ///< entries, ascending
+    GrowingArray<std::uint64_t> bigSizeValues;
+    GrowingArray<std::uint32_t> extraChildFolders; ///< ascending, a folder for each of its children
+    GrowingArray<std::uint32_t> extraChildren;
+
+    /// Calls `visit` with each, a `FindColumn`, in the order of the file.
+    template <class Visit>
+    static constexpr void visitColumns(const Visit& visit) {
+        using Tables = FindIndexFileTables;
+        using enum FindColumnLength;
+        visit(FindColumn{&Tables::bigSizeKeys, bigSizes});
+        visit(FindColumn{&Tables::bigSizeValues, bigSizes});
+        visit(FindColumn{&Tables::extraChildFolders, extraChildren});
+        visit(FindColumn{&Tables::extraChildren, extraChildren});
+    }
+};
 
 /// How the file of an index is laid out. Numbers are little-endian; dates are the bits of a double,
 /// seconds since 1970.
 ///
 ///     "TIDYROFI", the head below, the root's path
-///     the columns of FindIndexStorage in the order of fileByteCount(), each from a
+///     the stored columns of FindIndexStorage, then those of FindIndexFileTables, each from a
 ///     multiple of 8 on, zeros between them
 ///     "TIDYROFE", again from a multiple of 8 on
 ///
@@ -25,7 +46,7 @@ struct FindIndexFileHead {
     std::uint64_t nameByteCount;
     std::uint64_t bigSizeCount;
     std::uint64_t extraChildCount;
-    std::uint64_t lastEventID;
+    std::uint64_t lastEventID; ///< this and the dates: see FindIndexMetadata
     double builtAt;
     double savedAt;
     std::uint64_t deniedCount;
@@ -38,7 +59,19 @@ struct FindIndexFileHead {
     static constexpr std::string_view trailer = "TIDYROFE";
     static constexpr std::uint64_t alignment = 8;
 
-    /// Of the whole file; the largest number when it says more than there can be.
+    /// How many elements a column has in this file.
+    [[nodiscard]] constexpr std::uint64_t elementCount(FindColumnLength length) const {
+        switch (length) {
+        case FindColumnLength::entries: return entryCount;
+        case FindColumnLength::starts: return saturatingAdd(entryCount, 1);
+        case FindColumnLength::nameBytes: return nameByteCount;
+        case FindColumnLength::bigSizes: return bigSizeCount;
+        case FindColumnLength::extraChildren: return extraChildCount;
+        case FindColumnLength::foldedBytes: break; // not kept
+        }
+        return 0;
+    }
+    /// The length of the whole file. Counts that no file can have give the largest number.
     [[nodiscard]] constexpr std::uint64_t fileByteCount() const {
         std::uint64_t end = magic.size() + sizeof(FindIndexFileHead);
         const auto add = [&](std::uint64_t count, std::uint64_t width) {
@@ -46,15 +79,9 @@ struct FindIndexFileHead {
             end = saturatingAdd(end, (0 - end) % alignment);
         };
         add(rootPathLength, 1);
-        add(nameByteCount, 1);                          // names
-        add(saturatingAdd(entryCount, 1), 4);           // nameStart
-        for (int i = 0; i < 3; ++i) add(entryCount, 4); // parent, size32, mtime
-        for (int i = 0; i < 3; ++i) add(entryCount, 1); // flags, kind, depth
-        add(entryCount, 4);                             // firstChild
-        add(bigSizeCount, 4);                           // their entries, ascending
-        add(bigSizeCount, 8);                           // their sizes
-        add(extraChildCount, 4);                        // folders, ascending
-        add(extraChildCount, 4);                        // the child of each
+        const auto addColumn = [&](auto column) { add(elementCount(column.length), column.width); };
+        FindIndexStorage::visitStoredColumns(addColumn);
+        FindIndexFileTables::visitColumns(addColumn);
         return saturatingAdd(end, trailer.size());
     }
 };

@@ -17,7 +17,7 @@ namespace {
 
 using Error = FindIndexPersistenceError;
 
-struct DescribePersistenceError {
+struct PersistenceErrorText {
     std::string operator()(const Error::UnsupportedVersion& found) const {
         return fmt::format("The index is of version {}, which this program does not know.",
                            found.version);
@@ -43,12 +43,12 @@ class IndexWriter {
     explicit IndexWriter(platform::DurableWriter writer) : writer_(std::move(writer)) {}
 
     template <class T>
-    void array(std::span<const T> values) {
-        bytes(std::as_bytes(values));
+    void writeArray(std::span<const T> values) {
+        write(std::as_bytes(values));
         constexpr std::array<std::byte, FindIndexFileHead::alignment> zeros{};
-        bytes(std::span(zeros).first((0 - written_) % zeros.size()));
+        write(std::span(zeros).first((0 - written_) % zeros.size()));
     }
-    void bytes(std::span<const std::byte> bytes) {
+    void write(std::span<const std::byte> bytes) {
         if (result_) result_ = writer_.append(bytes);
         written_ += bytes.size();
     }
@@ -62,34 +62,28 @@ class IndexWriter {
     std::uint64_t written_ = 0;
 };
 
-/// The tables beside the columns, as columns.
-struct Pairs {
-    std::vector<std::uint32_t> bigSizeKeys;
-    std::vector<std::uint64_t> bigSizeValues;
-    std::vector<std::uint32_t> extraChildFolders;
-    std::vector<std::uint32_t> extraChildren;
-
-    explicit Pairs(const FindIndexStorage& storage) {
-        for (const auto& [entry, size] : storage.bigSizes) {
-            bigSizeKeys.push_back(entry);
-            bigSizeValues.push_back(size);
-        }
-        for (const auto& [folder, children] : storage.extraChildren) {
-            extraChildFolders.insert(extraChildFolders.end(), children.size(), folder);
-            extraChildren.insert(extraChildren.end(), children.begin(), children.end());
-        }
+FindIndexFileTables tablesOf(const FindIndexStorage& storage) {
+    FindIndexFileTables tables;
+    for (const auto& [entry, size] : storage.bigSizes) {
+        tables.bigSizeKeys.push(entry);
+        tables.bigSizeValues.push(size);
     }
-};
+    for (const auto& [folder, children] : storage.extraChildren) {
+        tables.extraChildFolders.append(children.size(), folder);
+        tables.extraChildren.append(children);
+    }
+    return tables;
+}
 
 FindIndexFileHead head(const FindIndexStorage& storage, const FindIndexMetadata& metadata,
-                       const Pairs& pairs) {
+                       const FindIndexFileTables& tables) {
     const auto counted = [](std::int64_t count) {
         return static_cast<std::uint64_t>(std::max(count, std::int64_t{0}));
     };
     return {.entryCount = storage.count(),
             .nameByteCount = storage.names.size(),
-            .bigSizeCount = pairs.bigSizeKeys.size(),
-            .extraChildCount = pairs.extraChildren.size(),
+            .bigSizeCount = tables.bigSizeKeys.size(),
+            .extraChildCount = tables.extraChildren.size(),
             .lastEventID = metadata.lastEventID,
             .builtAt = metadata.builtAt.secondsSince1970(),
             .savedAt = metadata.savedAt.secondsSince1970(),
@@ -107,32 +101,23 @@ std::expected<void, SystemError> save(const FindIndexStorage& storage,
     if (!opened) return std::unexpected(opened.error());
     IndexWriter writer(*std::move(opened));
 
-    const Pairs pairs(storage);
-    const FindIndexFileHead first = head(storage, metadata, pairs);
-    writer.bytes(std::as_bytes(std::span(FindIndexFileHead::magic)));
-    writer.bytes(std::as_bytes(std::span(&first, 1)));
-    writer.array(std::span<const char>(storage.rootPath));
-    writer.array(storage.names.span());
-    writer.array(storage.nameStart.span());
-    writer.array(storage.parent.span());
-    writer.array(storage.size32.span());
-    writer.array(storage.mtime.span());
-    writer.array(storage.flags.span());
-    writer.array(storage.kind.span());
-    writer.array(storage.depth.span());
-    writer.array(storage.firstChild.span());
-    writer.array(std::span<const std::uint32_t>(pairs.bigSizeKeys));
-    writer.array(std::span<const std::uint64_t>(pairs.bigSizeValues));
-    writer.array(std::span<const std::uint32_t>(pairs.extraChildFolders));
-    writer.array(std::span<const std::uint32_t>(pairs.extraChildren));
-    writer.bytes(std::as_bytes(std::span(FindIndexFileHead::trailer)));
+    const FindIndexFileTables tables = tablesOf(storage);
+    const FindIndexFileHead first = head(storage, metadata, tables);
+    writer.write(std::as_bytes(std::span(FindIndexFileHead::magic)));
+    writer.write(std::as_bytes(std::span(&first, 1)));
+    writer.writeArray(std::span<const char>(storage.rootPath));
+    FindIndexStorage::visitStoredColumns(
+        [&](auto column) { writer.writeArray((storage.*column.values).span()); });
+    FindIndexFileTables::visitColumns(
+        [&](auto column) { writer.writeArray((tables.*column.values).span()); });
+    writer.write(std::as_bytes(std::span(FindIndexFileHead::trailer)));
     return writer.commit();
 }
 
 } // namespace
 
 std::string FindIndexPersistenceError::description() const {
-    return std::visit(DescribePersistenceError{}, kind);
+    return std::visit(PersistenceErrorText{}, kind);
 }
 
 FileURL FindIndexPersistence::defaultURL() {

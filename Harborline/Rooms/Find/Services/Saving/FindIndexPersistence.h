@@ -5,21 +5,60 @@
 #include <expected>
 #include <functional>
 #include <span>
+#include <string>
+#include <variant>
 
 #include "Base/FileURL.h"
+#include "Base/SystemError.h"
 #include "Rooms/Find/Services/Index/FindIndex.h"
-#include "Rooms/Find/Services/Saving/FindIndexPersistenceError.h"
 
 namespace tidyro {
 
-/// Keeps an index in one file, so that it can be opened at once the next time.
+/// Why an index could not be saved or opened. It can always be built anew from the disk.
+struct FindIndexPersistenceError {
+    struct UnsupportedVersion {
+        std::uint32_t version;
+        bool operator==(const UnsupportedVersion&) const = default;
+    };
+    /// The file has the right length and contradicts itself. The reason is "name offsets",
+    /// "structure", "extra children" or "sizes".
+    struct Inconsistent {
+        std::string reason;
+        bool operator==(const Inconsistent&) const = default;
+    };
+    struct WriteFailed {
+        SystemError error;
+        bool operator==(const WriteFailed&) const = default;
+    };
+    struct Unreadable {
+        bool operator==(const Unreadable&) const = default;
+    };
+    struct NotAnIndex {
+        bool operator==(const NotAnIndex&) const = default;
+    };
+    /// The file is shorter than its head says.
+    struct Truncated {
+        bool operator==(const Truncated&) const = default;
+    };
+
+    std::variant<UnsupportedVersion, Inconsistent, WriteFailed, Unreadable, NotAnIndex, Truncated>
+        kind;
+
+    /// One sentence for people.
+    [[nodiscard]] std::string description() const;
+    bool operator==(const FindIndexPersistenceError&) const = default;
+};
+
+/// Saves an index in one file, so that the next start can open it instead of walking the disk. Any
+/// thread may call.
 ///
-///     FindIndexPersistence::write(storage, metadata, url)
+///     const auto saved = FindIndexPersistence::write(storage, metadata, url);
 ///     auto opened = FindIndexPersistence::read(url);
-///     index.replace(std::move(opened->storage), opened->metadata);
+///     if (opened) index.replace(std::move(opened->storage), opened->metadata);
 ///
-/// FindIndexFile.h says how the file is laid out. Any bytes at all may stand in it: what is read is
-/// an index of which every walk ends inside it, or an error, in time that grows with the file.
+/// FindIndexFile.h says how the file is laid out. Reading trusts none of its bytes. It returns an
+/// index whose every link stays inside it, or an error, and takes time in proportion to the length
+/// of the file.
 struct FindIndexPersistence {
     using Error = FindIndexPersistenceError;
     using Metadata = FindIndexMetadata;
@@ -27,27 +66,28 @@ struct FindIndexPersistence {
     /// "Harborline/Find/name-index-v1.bin" in the person's Application Support folder.
     [[nodiscard]] static FileURL defaultURL();
 
-    /// Replaces the file as a whole, and makes its folder when it is missing. The new bytes stand
-    /// in ".partial" beside it first, which is locked: of two processes that save at once one waits
-    /// for the other, and the last one's index stays.
+    /// Replaces the file as a whole and makes its folder when that is missing. The new bytes go
+    /// into a file beside it first, whose name ends with ".partial" and which is locked: when two
+    /// processes save at once, one waits for the other, and the later one's index stays.
     [[nodiscard]] static std::expected<void, Error>
     write(const FindIndexStorage& storage, const Metadata& metadata, const FileURL& url);
 
-    /// With its folded names. Dates are kept by their seconds since 1970, which may move a moment
-    /// by a tenth of a microsecond.
+    /// What was read; the names are folded again. Dates are saved as seconds since 1970 and may be
+    /// a tenth of a microsecond off.
     struct Opened {
         FindIndexStorage storage;
         Metadata metadata;
     };
     [[nodiscard]] static std::expected<Opened, Error> read(const FileURL& url);
 
-    /// The same from bytes that come from anywhere: `next` fills a block with what follows and
-    /// says how much there was.
+    /// Reads the same from any source of bytes. `next` fills a block with the bytes that follow and
+    /// returns how many there were.
     using Next = std::function<std::expected<std::size_t, SystemError>(std::span<std::byte>)>;
     [[nodiscard]] static std::expected<Opened, Error> read(std::uint64_t byteCount,
                                                            const Next& next);
 
-    /// Whether every number in the stored form leads where it should. Folded names play no part.
+    /// Checks that every number in the stored columns leads where it should: to an entry that
+    /// exists, upwards to the root, to the end of a block. Folded names are not looked at.
     [[nodiscard]] static std::expected<void, Error> validate(const FindIndexStorage& storage);
 };
 

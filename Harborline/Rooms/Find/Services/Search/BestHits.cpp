@@ -7,9 +7,9 @@ namespace tidyro {
 
 namespace {
 
-/// Folders above an entry; the depth that is stored ends at `deepest`.
+/// Folders above an entry; the depth that is stored ends at `maxDepth`.
 std::size_t depthOf(const FindIndexStorage& storage, std::uint32_t entry) {
-    if (storage.depth[entry] < FindIndexStorage::deepest) return storage.depth[entry];
+    if (storage.depth[entry] < FindIndexStorage::maxDepth) return storage.depth[entry];
     std::size_t depth = 0;
     for (; entry != 0; entry = storage.parent[entry]) ++depth;
     return depth;
@@ -17,7 +17,7 @@ std::size_t depthOf(const FindIndexStorage& storage, std::uint32_t entry) {
 
 } // namespace
 
-bool comesBeforeByPath(const FindIndexStorage& storage, std::uint32_t a, std::uint32_t b) {
+bool isBeforeByPath(const FindIndexStorage& storage, std::uint32_t a, std::uint32_t b) {
     if (a == b) return false;
     std::uint32_t left = a;
     std::uint32_t right = b;
@@ -57,7 +57,7 @@ std::uint64_t BestHits::keyOf(std::uint32_t entry, FindNameRank rank) const {
 }
 
 bool BestHits::isBetter(const Hit& a, const Hit& b) const {
-    return a.key != b.key ? a.key < b.key : comesBeforeByPath(*storage_, a.entry, b.entry);
+    return a.key != b.key ? a.key < b.key : isBeforeByPath(*storage_, a.entry, b.entry);
 }
 
 void BestHits::offer(std::uint32_t entry, FindNameRank rank) {

@@ -10,16 +10,16 @@
 
 namespace tidyro {
 
-/// Keeps the best of very many hits in little memory: by rank, then what lies less deep, then the
-/// shorter name, then what was modified later, then by path. Which they are does not depend on the
-/// order in which they come.
+/// Keeps the best of very many hits in little memory. A hit is better by its rank, then by lying
+/// less deep, then by a shorter name, then by a later date, then by its path. The result does not
+/// depend on the order in which the hits are offered.
 class BestHits {
   public:
     BestHits(const FindIndexStorage& storage, std::size_t limit);
 
-    /// True when a hit of this rank can no longer be among the best: it need not be offered.
+    /// Whether a hit of this rank can no longer be among the best, so that it need not be offered.
     [[nodiscard]] bool isOut(FindNameRank rank) const { return isFull_ && keyOf(rank) > worst_; }
-    /// The same of one entry, by what is quickly known of it.
+    /// The same for one entry, whose depth and length count as well.
     [[nodiscard]] bool isOut(std::uint32_t entry, FindNameRank rank) const {
         if (!isFull_) return false;
         if (isOut(rank)) return true;
@@ -29,7 +29,7 @@ class BestHits {
         return limit_ == 0 || shortest > worst || shortest + lengthOf(entry) > worst;
     }
     void offer(std::uint32_t entry, FindNameRank rank);
-    /// The best first. Leaves nothing behind.
+    /// Hands out the hits, the best first, and is empty afterwards.
     [[nodiscard]] std::vector<std::uint32_t> take();
 
   private:
@@ -46,9 +46,9 @@ class BestHits {
                                                              << 16U;
     }
     [[nodiscard]] std::uint64_t lengthOf(std::uint32_t entry) const {
-        constexpr std::uint32_t longest = 0xFFFF;
+        constexpr std::uint32_t maxLength = 0xFFFF;
         const auto [begin, end] = storage_->nameRange(entry);
-        return std::min(end - begin, longest);
+        return std::min(end - begin, maxLength);
     }
     [[nodiscard]] std::uint64_t keyOf(std::uint32_t entry, FindNameRank rank) const;
     [[nodiscard]] bool isBetter(const Hit& a, const Hit& b) const;
@@ -61,7 +61,7 @@ class BestHits {
 };
 
 /// Whether the path of one entry comes before that of another, byte by byte.
-[[nodiscard]] bool comesBeforeByPath(const FindIndexStorage& storage, std::uint32_t a,
-                                     std::uint32_t b);
+[[nodiscard]] bool isBeforeByPath(const FindIndexStorage& storage, std::uint32_t a,
+                                  std::uint32_t b);
 
 } // namespace tidyro

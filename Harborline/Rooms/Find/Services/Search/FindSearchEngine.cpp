@@ -26,9 +26,9 @@ using Storage = FindIndex::Storage;
 
 /// Matches up to this many are remembered: the next letter leaves some of them. Of more the filter
 /// rules out most just as soon.
-constexpr std::size_t mostRemembered = 20'000;
+constexpr std::size_t maxRemembered = 20'000;
 /// In a smaller index everything is looked through faster than a filter is made.
-constexpr std::uint32_t fewEntries = 10'000;
+constexpr std::uint32_t minEntriesOfFilter = 10'000;
 
 /// The words, each once, of a query that asks for nothing else than that all of them stand in the
 /// name; none for any other query.
@@ -37,83 +37,14 @@ std::vector<std::string> plainWords(const FindQueryNode& root) {
     std::vector<std::string> words;
     std::set<std::string_view> known;
     for (const FindQueryNode& node : root.children) {
-        const bool isPlain = node.kind == FindQueryNode::Kind::text && !node.text.matchesCase &&
-                             node.text.mode == FindTextMode::contains && !node.text.inPath &&
+        const bool isPlain = node.kind == FindQueryNode::Kind::text && !node.text.isCaseSensitive &&
+                             node.text.mode == FindTextMode::contains && !node.text.isInPath &&
                              !node.text.folded.empty();
         if (!isPlain) return {};
         if (known.insert(node.text.folded).second) words.push_back(node.text.folded);
     }
     return words;
 }
-
-/// Makes the filter of an index beside the searches, which do without until it is there.
-class FilterMaker {
-  public:
-    ~FilterMaker() { stop_.request_stop(); }
-
-    /// The filter when it is ready and good for the storage. It is begun with the second search of
-    /// an index: it takes longer to make than one search without it.
-    std::shared_ptr<const FindBlockFilter> filter(const Storage& of, std::uint64_t generation) {
-        if (generation == generation_) {
-            begin(of, generation);
-            const bool isThere = made_ != nullptr && made_->isReady && made_->filter != nullptr;
-            return isThere && made_->filter->covered() <= of->count() ? made_->filter : nullptr;
-        }
-        leave(generation);
-        return nullptr;
-    }
-
-    void begin(const Storage& of, std::uint64_t generation) {
-        if (generation != generation_) leave(generation);
-        if (made_ != nullptr || of->count() < fewEntries) return;
-        made_ = std::make_shared<Made>();
-        try {
-            thread_.emplace("Tidyro name filter", platform::Quality::utility,
-                            [storage = of, made = made_, cancel = stop_.get_token()] {
-                                make(*made, *storage, cancel);
-                            });
-        } catch (const std::system_error&) {
-            thread_.reset(); // none is to be had: searches go on without
-        }
-    }
-
-  private:
-    struct Made {
-        std::shared_ptr<const FindBlockFilter> filter;
-        std::atomic<bool> isReady = false; ///< `filter` is not touched before and not changed after
-    };
-
-    static void make(Made& made, const FindIndexStorage& of, const CancelToken& cancel) {
-        try {
-            made.filter = std::make_shared<const FindBlockFilter>(of, cancel);
-            made.isReady = true;
-        } catch (const std::bad_alloc&) {
-            made.filter = nullptr; // no memory is to be had: searches go on without
-        }
-    }
-
-    /// What there is of another index goes.
-    void leave(std::uint64_t generation) {
-        stop_.request_stop();
-        thread_.reset(); // joins
-        stop_ = std::stop_source();
-        made_ = nullptr;
-        generation_ = generation;
-    }
-
-    std::optional<std::uint64_t> generation_;
-    std::shared_ptr<Made> made_;
-    std::stop_source stop_;
-    std::optional<platform::DedicatedThread> thread_;
-};
-
-/// The matches of the last query, among which those of a longer one are.
-struct LastMatches {
-    Storage storage;
-    FindScope scope;
-    std::string word;
-    std::vector<std::uint32_t> entries;
-};
 
 /// A storage and its generation.
 struct Moment {
@@ -147,6 +78,76 @@ FindSearchResult searchWholeLanguage(const FindIndexStorage& storage, const Find
 } // namespace
 
 struct FindSearchEngine::Memory {
+    /// Makes the filter of an index beside the searches, which do without until it is there.
+    class FilterMaker {
+      public:
+        ~FilterMaker() { stop_.request_stop(); }
+
+        /// The filter when it is ready and good for the storage. It is begun with the second search
+        /// of an index: it takes longer to make than one search without it.
+        std::shared_ptr<const FindBlockFilter> filter(const Storage& of, std::uint64_t generation) {
+            if (generation == generation_) {
+                begin(of, generation);
+                const bool isThere = made_ != nullptr && made_->isReady && made_->filter != nullptr;
+                return isThere && made_->filter->covered() <= of->count() ? made_->filter : nullptr;
+            }
+            leave(generation);
+            return nullptr;
+        }
+
+        void begin(const Storage& of, std::uint64_t generation) {
+            if (generation != generation_) leave(generation);
+            if (made_ != nullptr || of->count() < minEntriesOfFilter) return;
+            made_ = std::make_shared<Made>();
+            try {
+                thread_.emplace("Tidyro name filter", platform::Quality::utility,
+                                [storage = of, made = made_, cancel = stop_.get_token()] {
+                                    make(*made, *storage, cancel);
+                                });
+            } catch (const std::system_error&) {
+                thread_.reset(); // none is to be had: searches go on without
+            }
+        }
+
+      private:
+        struct Made {
+            std::shared_ptr<const FindBlockFilter> filter;
+            std::atomic<bool> isReady =
+                false; ///< `filter` is not touched before and not changed after
+        };
+
+        static void make(Made& made, const FindIndexStorage& of, const CancelToken& cancel) {
+            try {
+                made.filter = std::make_shared<const FindBlockFilter>(of, cancel);
+                made.isReady = true;
+            } catch (const std::bad_alloc&) {
+                made.filter = nullptr; // no memory is to be had: searches go on without
+            }
+        }
+
+        /// What there is of another index goes.
+        void leave(std::uint64_t generation) {
+            stop_.request_stop();
+            thread_.reset(); // joins
+            stop_ = std::stop_source();
+            made_ = nullptr;
+            generation_ = generation;
+        }
+
+        std::optional<std::uint64_t> generation_;
+        std::shared_ptr<Made> made_;
+        std::stop_source stop_;
+        std::optional<platform::DedicatedThread> thread_;
+    };
+
+    /// The matches of the last query, among which those of a longer one are.
+    struct LastMatches {
+        Storage storage;
+        FindScope scope;
+        std::string word;
+        std::vector<std::uint32_t> entries;
+    };
+
     FilterMaker filters;
     std::optional<LastMatches> last;
 
@@ -159,17 +160,17 @@ struct FindSearchEngine::Memory {
                             .words = words,
                             .limit = question.limit,
                             .cancel = question.cancel,
-                            .mostRemembered = mostRemembered});
-        const bool narrows = last && last->storage == storage &&
-                             last->scope == question.scopeMask &&
-                             words.front().find(last->word) != std::string::npos;
-        if (narrows) {
+                            .maxRemembered = maxRemembered});
+        const bool isNarrower = last && last->storage == storage &&
+                                last->scope == question.scopeMask &&
+                                words.front().find(last->word) != std::string::npos;
+        if (isNarrower) {
             search.runOver(last->entries);
         } else {
             search.run();
         }
         last.reset();
-        if (search.remembersMatches() && !search.wasCancelled() && words.size() == 1) {
+        if (search.hasRememberedAll() && !search.wasCancelled() && words.size() == 1) {
             last = LastMatches{.storage = storage,
                                .scope = question.scopeMask,
                                .word = words.front(),
@@ -193,7 +194,7 @@ void FindSearchEngine::prepare(const FindIndex& index) {
 FindSearchResult FindSearchEngine::search(std::string_view query, const Question& question) {
     const auto [storage, generation] = momentOf(question.in);
     // An index that was replaced must not be kept for what a next letter might use of it.
-    std::optional<LastMatches>& last = memory_->last;
+    auto& last = memory_->last;
     if (last && last->storage != storage) last.reset();
     if (question.generation && *question.generation != generation) {
         return {.generation = generation, .wasCancelled = true};

@@ -4,38 +4,48 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "Base/Cancellation.h"
 #include "Base/Timestamp.h"
 #include "Rooms/Find/Services/Index/FindIndex.h"
-#include "Rooms/Find/Services/Index/FindScope.h"
-#include "Rooms/Find/Services/Search/FindSearchResult.h"
 
 namespace tidyro {
 
-/// Answers queries over an index, one for each key that a person presses.
+/// What a search found.
+struct FindSearchResult {
+    std::vector<std::uint32_t> hits = {}; ///< entries, the best first, at most `limit`
+    std::uint64_t matchCount = 0;         ///< of all matches, not only of the hits
+    /// That of the index that was searched. The hits mean nothing in another generation.
+    std::uint64_t generation = 0;
+    bool wasCancelled = false; ///< hits and count are incomplete
+    /// Why a part of the query was taken for plain words; one sentence for people.
+    std::optional<std::string> problem = std::nullopt;
+    bool operator==(const FindSearchResult&) const = default;
+};
+
+/// Answers queries over an index, as fast as a person types them.
 ///
 ///     FindSearchEngine engine;
 ///     const auto found = engine.search("readme", {.in = index, .limit = 500, .now = now});
+/// Hits are in the order of `BestHits`: by where the first text stands in the name, then by depth,
+/// length of the name, date and path. The same index, query and moment give the same hits.
 ///
-/// The same index, query and moment give the same hits in the same order: the whole name, then the
-/// name without its extension, then names that begin with it, then words in names that do, then
-/// anywhere; within one of these what lies less deep, then the shorter name, then what was modified
-/// later, then by path.
-///
-/// An engine remembers what helps the next query and is used by one thread at a time; the index may
-/// change meanwhile, a search goes on with what it began with.
+/// An engine keeps what helps the next query. One thread at a time uses it. The index may change
+/// during a search, which goes on with the storage that it began with. No search fails: a query
+/// that cannot be read as it was meant has a `problem`.
 class FindSearchEngine {
   public:
     struct Question {
         const FindIndex& in;
         FindScope scopeMask = {};
-        /// Of the index whose numbers the hits are meant to be: a search for one that has been
-        /// replaced meanwhile ends at once, as cancelled. Absent: whichever there is.
+        /// The generation that the caller can use hits of. When the index has another one, the
+        /// search ends at once, as cancelled. Absent, any generation is searched.
         std::optional<std::uint64_t> generation = std::nullopt;
         std::size_t limit = 500;
-        Timestamp now;
+        Timestamp now; ///< says which day a query means by "today"
         CancelToken cancel = {};
     };
 
@@ -44,9 +54,9 @@ class FindSearchEngine {
     FindSearchEngine(const FindSearchEngine&) = delete;
     FindSearchEngine& operator=(const FindSearchEngine&) = delete;
 
-    /// Begins to make ready, beside the caller, what lets searches of this index pass over most
-    /// names; with it a letter takes 1 ms in a million names rather than 10. For whoever waits for
-    /// a person to type: otherwise the second search begins it. Takes 23 bytes an entry.
+    /// Begins to make the filter of this index, on a thread of its own, and returns at once. With
+    /// the filter a search passes over most names unread; FindBlockFilter says what it takes. Call
+    /// it before a person begins to type: otherwise the second search of an index begins it.
     void prepare(const FindIndex& index);
 
     [[nodiscard]] FindSearchResult search(std::string_view query, const Question& question);

@@ -25,7 +25,7 @@ PlainSearch::PlainSearch(const Options& options)
     : options_(options),
       storage_(options.storage),
       finder_(options.words[rarestOf(options.words)]),
-      ranksByFinder_(rarestOf(options.words) == 0),
+      isRankedByFinder_(rarestOf(options.words) == 0),
       best_(options.storage, options.limit) {
     const std::size_t rarest = rarestOf(options.words);
     for (std::size_t i = 0; i < options.words.size(); ++i) {
@@ -40,9 +40,9 @@ bool PlainSearch::hasOtherWords(std::uint32_t entry) const {
 }
 
 inline void PlainSearch::remember(std::uint32_t entry) {
-    if (!remembers_) return;
-    if (matches_.size() == options_.mostRemembered) {
-        remembers_ = false;
+    if (!isRemembering_) return;
+    if (matches_.size() == options_.maxRemembered) {
+        isRemembering_ = false;
         matches_ = {};
         return;
     }
@@ -65,15 +65,15 @@ inline void PlainSearch::takePlace(std::uint32_t entry, std::uint32_t at) {
         if (!others_.empty() && !hasOtherWords(entry)) return;
         ++matchCount_;
         remember(entry);
-        const bool mayBegin = !ranksByFinder_ || at == storage_.foldedStart[entry];
+        const bool mayBegin = !isRankedByFinder_ || at == storage_.foldedStart[entry];
         isWanted_ = !best_.isOut(entry, mayBegin ? FindNameRank::wholeName : FindNameRank::word);
         if (!isWanted_) return;
         rank_ =
             mayBegin ? nameRank(storage_, entry, options_.words.front()) : FindNameRank::anywhere;
         if (mayBegin) return;
     }
-    if (!isWanted_ || rank_ != FindNameRank::anywhere || !ranksByFinder_) return;
-    if (beginsWord(storage_, entry, at - storage_.foldedStart[entry])) rank_ = FindNameRank::word;
+    if (!isWanted_ || rank_ != FindNameRank::anywhere || !isRankedByFinder_) return;
+    if (isWordStart(storage_, entry, at - storage_.foldedStart[entry])) rank_ = FindNameRank::word;
 }
 
 /// Words of one letter each stand in very many names: which ones, the filter's bits tell. Names
@@ -99,11 +99,11 @@ void PlainSearch::runByLetters() {
         for (const std::string& word : options_.words)
             matching &= filter.namesWith(word.front())[block];
         matchCount_ += static_cast<std::uint64_t>(std::popcount(matching));
-        const std::uint64_t begins = matching & filter.beginningWith(first.front(), block);
+        const std::uint64_t begins = matching & filter.namesBeginningWith(first.front(), block);
         left[block] = matching & ~begins;
         offer(block, begins, FindNameRank::wholeName, first);
     }
-    remembers_ = false;
+    isRemembering_ = false;
     for (std::size_t block = 0; block < blocks && !best_.isOut(FindNameRank::word); ++block) {
         offer(block, left[block], FindNameRank::word, first);
     }

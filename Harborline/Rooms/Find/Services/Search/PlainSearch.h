@@ -16,10 +16,11 @@
 
 namespace tidyro {
 
-/// The search that is made on almost every key: names that hold some words, all of them, anywhere.
+/// The search that almost every key starts: for names that hold all of some words, anywhere.
 ///
-/// The rarest word is looked for in all names, and what it stands in is a match when the others
-/// stand there as well. How well a match fits is only asked of those that may be among the best.
+/// It looks for the rarest word in all names; a name that holds it is a match when it holds the
+/// other words as well. Only matches that may be among the best are ranked. One search is run once,
+/// by one thread.
 class PlainSearch {
   public:
     struct Options {
@@ -29,13 +30,13 @@ class PlainSearch {
         std::span<const std::string> words; ///< folded, not empty; ranks go by the first
         std::size_t limit;
         CancelToken cancel;
-        /// Numbers of matches up to this many are kept for the next query.
-        std::size_t mostRemembered;
+        /// More matches than this are not kept for the next query.
+        std::size_t maxRemembered;
     };
     explicit PlainSearch(const Options& options);
 
     void run();
-    /// Of these entries only, which are all that can match.
+    /// Searches these entries only; no other may match.
     void runOver(std::span<const std::uint32_t> entries);
 
     [[nodiscard]] std::uint64_t matchCount() const { return matchCount_; }
@@ -43,7 +44,7 @@ class PlainSearch {
     [[nodiscard]] std::vector<std::uint32_t> takeHits() { return best_.take(); }
     /// All matches in the order of the entries; empty when there were too many to remember.
     [[nodiscard]] std::vector<std::uint32_t> takeMatches() { return std::move(matches_); }
-    [[nodiscard]] bool remembersMatches() const { return remembers_; }
+    [[nodiscard]] bool hasRememberedAll() const { return isRemembering_; }
 
   private:
     static constexpr std::uint32_t none = FindIndexStorage::none;
@@ -56,15 +57,15 @@ class PlainSearch {
 
     Options options_;
     const FindIndexStorage& storage_;
-    NeedleFinder finder_; ///< of the word that is looked for
-    bool ranksByFinder_;  ///< the first word is that one
+    NeedleFinder finder_;   ///< of the word that is looked for
+    bool isRankedByFinder_; ///< it is the first word as well
     std::vector<std::string_view> others_;
     BestHits best_;
     std::uint64_t matchCount_ = 0;
     bool wasCancelled_ = false;
-    bool remembers_ = true;
+    bool isRemembering_ = true;
     std::vector<std::uint32_t> matches_;
-    // The entry whose places are being told, and what is known of it
+    // The entry whose places the finder is at, and what is known of it
     std::uint32_t entry_ = none;
     bool isWanted_ = false; ///< it may be among the best
     FindNameRank rank_ = FindNameRank::anywhere;

@@ -70,7 +70,7 @@ Facts factsOf(const FindIndexStorage& storage) {
         if (entry == 0 || storage.isDeletedOrInside(entry)) continue;
         EXPECT_LT(storage.parent[entry], entry);
         EXPECT_EQ(storage.depth[entry], std::min(storage.depth[storage.parent[entry]] + 1, 255));
-        const char type = storage.is(entry, findflag::directory) ? 'd'
+        const char type = storage.is(entry, findflag::folder)    ? 'd'
                           : storage.is(entry, findflag::symlink) ? 'l'
                                                                  : 'f';
         const std::string path = storage.path(entry).substr(storage.rootPath.size());

@@ -30,7 +30,8 @@ TEST(FindIndexStorage, KeepsWhatAListingSays) {
     EXPECT_EQ(first, 1U);
     using namespace findflag;
     const std::vector<unsigned> flags{
-        directory, directory | system, directory, hidden, hidden, symlink, notASCII};
+        findflag::folder, findflag::folder | system, findflag::folder, hidden, hidden, symlink,
+        notASCII};
     EXPECT_EQ(std::vector<unsigned>(storage.flags.begin(), storage.flags.end()), flags);
     const std::vector<unsigned> kinds{1, 1, 1, 64, 64, 0, 2 | 128};
     EXPECT_EQ(std::vector<unsigned>(storage.kind.begin(), storage.kind.end()), kinds);
@@ -43,8 +44,8 @@ TEST(FindIndexStorage, KeepsWhatAListingSays) {
     EXPECT_EQ(storage.mtime[6], 7U);
 
     const Entry inside = storage.appendBlock(1, listing({folder("System"), folder("Mail.app")}));
-    EXPECT_EQ(storage.flags[inside], directory | system) << "inherited, not by its name";
-    EXPECT_EQ(storage.flags[inside + 1], directory | system | package);
+    EXPECT_EQ(storage.flags[inside], findflag::folder | system) << "inherited, not by its name";
+    EXPECT_EQ(storage.flags[inside + 1], findflag::folder | system | package);
     EXPECT_EQ(storage.category(inside + 1), FindCategory::app);
     EXPECT_EQ(storage.lookup("/usr/Mail.app"), inside + 1);
     EXPECT_EQ(storage.lookup("/usr/none"), std::nullopt);
@@ -126,6 +127,11 @@ TEST(FindIndexStorage, FoldsPlainRunsAndOtherNamesAlike) {
     EXPECT_EQ(storage.foldedName(10), "\u304C") << "another letter, not an accent";
     EXPECT_EQ(storage.foldedName(12), "a.txt");
     EXPECT_EQ(storage.foldedEntries.size(), storage.count());
+}
+
+TEST(FindExtensions, KnowsPackages) {
+    EXPECT_TRUE(FindExtensions::isPackage("Mail.APP"));
+    EXPECT_FALSE(FindExtensions::isPackage("Mail"));
 }
 
 } // namespace

@@ -94,5 +94,16 @@ TEST(FindIndex, IsSearchedWhileItChanges) {
     }
 }
 
+TEST(FindIndex, IsUsedAsItsHeaderSays) {
+    FindIndexStorage storage = sample();
+    const Timestamp now = Timestamp::since1970(9.0);
+    FindIndex index;
+    index.replace(std::move(storage), {.builtAt = now, .savedAt = now});
+    const auto searched = index.storage();
+    const auto mask = index.mask(searched, {.hidden = false});
+    EXPECT_FALSE(mask->has(2));
+    EXPECT_EQ(index.metadata().builtAt, now);
+}
+
 } // namespace
 } // namespace tidyro

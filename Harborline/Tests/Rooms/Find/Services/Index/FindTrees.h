@@ -49,7 +49,8 @@ inline FindIndexStorage indexOf(const std::vector<Item>& items,
              .mtime = item.mtime});
         if (isFolder) folders.emplace_back(path);
     }
-    FindIndexStorage storage{std::string(root), true};
+    FindIndexStorage storage{std::string(root)};
+    storage.marksSystemFolders = true;
     storage.appendRoot(root, 0);
     for (const std::string& folder : folders) {
         const auto entry = storage.lookup(path::joined(root, folder));

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
+#include "Rooms/Find/Services/Index/FindIndex.h"
 #include "Rooms/Find/Services/Index/FindTrees.h"
 
 namespace tidyro {
@@ -100,25 +101,25 @@ TEST(FindQueryMatcher, LooksForTextInEveryScript) {
     EXPECT_EQ(found(others, "word:new -word:ne"), found(others, ""));
 }
 
-const std::vector<Item> smallTree{{"docs/"},
-                                  {"src/"},
-                                  {".config/"},
-                                  {"usr/"},
-                                  {"Mail.app/"},
-                                  {"docs/a.tar.gz", 5'000'000'000, 2'000'000'000},
-                                  {"docs/empty.txt", 0},
-                                  {"docs/hollow/"},
-                                  {"docs/src/"},
-                                  {"src/Lib/"},
-                                  {"src/main.cpp", 999},
-                                  {"src/Lib/main.cpp", 1'000},
-                                  {"src/Lib/.gz", 0},
-                                  {".config/main.json"},
-                                  {"usr/bin", 20},
-                                  {"docs/src/clip.mp4", 1}};
+const std::vector<Item> sampleTree{{"docs/"},
+                                   {"src/"},
+                                   {".config/"},
+                                   {"usr/"},
+                                   {"Mail.app/"},
+                                   {"docs/a.tar.gz", 5'000'000'000, 2'000'000'000},
+                                   {"docs/empty.txt", 0},
+                                   {"docs/hollow/"},
+                                   {"docs/src/"},
+                                   {"src/Lib/"},
+                                   {"src/main.cpp", 999},
+                                   {"src/Lib/main.cpp", 1'000},
+                                   {"src/Lib/.gz", 0},
+                                   {".config/main.json"},
+                                   {"usr/bin", 20},
+                                   {"docs/src/clip.mp4", 1}};
 
 TEST(FindQueryMatcher, LooksAtPathsAndFacts) {
-    const FindIndexStorage storage = indexOf(smallTree);
+    const FindIndexStorage storage = indexOf(sampleTree);
     const ExpectedMatches table[] = {
         {"src/", "src/Lib | src/main.cpp | docs/src/clip.mp4 | src/Lib/main.cpp | src/Lib/.gz"},
         {"lib/MAIN", "src/Lib/main.cpp"},
@@ -163,7 +164,7 @@ TEST(FindQueryMatcher, LooksAtPathsAndFacts) {
 }
 
 TEST(FindQueryMatcher, PassesOverWhatIsDeleted) {
-    FindIndexStorage storage = indexOf(smallTree);
+    FindIndexStorage storage = indexOf(sampleTree);
     storage.markDeleted(*storage.lookup("/home/ada/src/Lib"));
     storage.markDeleted(*storage.lookup("/home/ada/docs/src/clip.mp4"));
     EXPECT_EQ(found(storage, "main.cpp | clip | lib"), "src/main.cpp");
@@ -212,6 +213,19 @@ TEST(FindQueryMatcher, TakesTimeThatGrowsWithTheTextOnly) {
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
         EXPECT_LT(taken.count(), 3.0) << query.substr(0, 20);
     }
+}
+
+TEST(FindQueryMatcher, IsUsedAsItsHeaderSays) {
+    FindIndex index;
+    index.replace(
+        indexOf({{"small.png", 1'000}, {"large.png", 2'000'000}, {"large.txt", 2'000'000}}), {});
+    const auto storage = index.storage();
+    const auto mask = index.mask(storage, {});
+    const Timestamp now = {};
+    const FindQuery query = parsedFindQuery("kind:image size:>1mb", now);
+    const FindEntrySet matches = FindQueryMatcher(*storage, query).matches(*mask);
+    EXPECT_EQ(matches.size(), 1U);
+    EXPECT_TRUE(matches.has(2));
 }
 
 } // namespace

@@ -48,7 +48,7 @@ Places allPlaces(std::string_view text, const Find& findSome) {
     return all;
 }
 
-void expectSame(std::string_view needle, std::string_view text) {
+void expectSamePlaces(std::string_view needle, std::string_view text) {
     Places expected;
     for (std::size_t at = text.find(needle); at != std::string_view::npos;
          at = text.find(needle, at + 1)) {
@@ -88,7 +88,7 @@ TEST(NeedleFinder, FindsWhatAPlainSearchFinds) {
                 break;
             default: break;
             }
-            expectSame(needle, TightText(text, random.below(65)).text());
+            expectSamePlaces(needle, TightText(text, random.below(65)).text());
             if (HasFatalFailure()) return;
         }
     }
@@ -100,8 +100,9 @@ TEST(NeedleFinder, FindsAtEveryPlaceOfEveryAlignment) {
         for (std::size_t shift = 0; shift < 32; ++shift) {
             for (std::size_t before = 0; before < 70; ++before) {
                 const std::string text = std::string(before, 'e') + needle;
-                expectSame(needle, TightText(text, shift).text());
-                expectSame(needle, TightText(text + std::string(150, 'e') + needle, shift).text());
+                expectSamePlaces(needle, TightText(text, shift).text());
+                expectSamePlaces(needle,
+                                 TightText(text + std::string(150, 'e') + needle, shift).text());
                 if (HasFatalFailure()) return;
             }
         }

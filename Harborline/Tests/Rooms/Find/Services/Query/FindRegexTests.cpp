@@ -57,8 +57,9 @@ struct Names {
 TEST(FindRegex, MatchesManyNamesInOneGoAsOneByOne) {
     testing::RandomSource random(5);
     for (const std::string_view expression : expressions) {
-        for (const bool matchesCase : {false, true}) {
-            const auto regex = FindRegex::compiled(expression, matchesCase);
+        for (const bool isCaseSensitive : {false, true}) {
+            const auto regex =
+                FindRegex::compiled(expression, {.isCaseSensitive = isCaseSensitive});
             ASSERT_NE(regex, nullptr) << expression;
             FindRegexRun run(*regex);
             for (int round = 0; round < 40; ++round) {
@@ -78,8 +79,9 @@ TEST(FindRegex, RulesOutByItsLiteralsOnlyWhatDoesNotMatch) {
     testing::RandomSource random(6);
     std::size_t ruledOut = 0;
     for (const std::string_view expression : expressions) {
-        for (const bool matchesCase : {false, true}) {
-            const auto regex = FindRegex::compiled(expression, matchesCase);
+        for (const bool isCaseSensitive : {false, true}) {
+            const auto regex =
+                FindRegex::compiled(expression, {.isCaseSensitive = isCaseSensitive});
             for (int round = 0; round < 10; ++round) {
                 for (const std::string_view name : Names(random).all) {
                     const std::string folded = searchFolded(name);
@@ -102,7 +104,8 @@ TEST(FindRegex, RefusesWhatIsNoneOrTooLarge) {
     for (const std::string& expression :
          {std::string("("), std::string("a{2,1}"), std::string("((a{1,90}){1,90}){1,90}"),
           std::string(5'000, 'a')}) {
-        EXPECT_EQ(FindRegex::compiled(expression, false), nullptr) << expression.substr(0, 20);
+        EXPECT_EQ(FindRegex::compiled(expression, {.isCaseSensitive = false}), nullptr)
+            << expression.substr(0, 20);
     }
 }
 

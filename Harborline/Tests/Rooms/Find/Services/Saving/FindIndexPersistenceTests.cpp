@@ -396,5 +396,17 @@ TEST(FindIndexPersistence, SavesWholeFilesFromSeveralProcesses) {
     EXPECT_EQ(entriesIn(place.path()), 1U);
 }
 
+TEST(FindIndexPersistence, IsUsedAsItsHeaderSays) {
+    const FindIndexStorage storage = everythingOnce();
+    const TemporaryFolder place;
+    const FileURL url = FileURL::file(place / "index");
+    FindIndex index;
+    const auto saved = FindIndexPersistence::write(storage, metadata, url);
+    auto opened = FindIndexPersistence::read(url);
+    if (opened) index.replace(std::move(opened->storage), opened->metadata);
+    EXPECT_TRUE(saved);
+    EXPECT_EQ(index.metadata(), metadata);
+}
+
 } // namespace
 } // namespace tidyro

@@ -69,7 +69,7 @@ constexpr std::array systemNames{"System", "Library", "usr", "tmp", "var"};
 constexpr std::array<std::uint64_t, 10> sizes{
     0, 0, 1, 999, 1'000, 1'048'576, 0xFFFF'FFFE, 0xFFFF'FFFF, 5'000'000'000, 0x9000'0000'0000'0000};
 
-constexpr std::size_t longestName = 255;
+constexpr std::size_t maxNameLength = 255;
 
 bool beginsCharacter(char byte) { return (byte & 0xC0) != 0x80; }
 
@@ -99,21 +99,22 @@ std::string charactersOf(std::string_view text, std::size_t from, std::size_t co
 }
 
 RandomTree::RandomTree(RandomSource& random, const Options& options)
-    : random_(random), storage_(options.rootPath, true) {
+    : random_(random), storage_(options.rootPath) {
+    storage_.marksSystemFolders = true;
     storage_.appendRoot(options.rootPath, 0);
     std::vector<std::uint32_t> folders{0}; // that nothing was put into
-    const std::size_t most = std::max<std::size_t>(8, options.entries / 40);
+    const std::size_t maxCount = std::max<std::size_t>(8, options.entries / 40);
     while (storage_.count() < options.entries) {
         const bool isFresh = !folders.empty();
         const std::size_t at = isFresh ? random_.below(folders.size()) : 0;
         const std::uint32_t folder = isFresh ? folders[at] : anyFolder();
-        const FindDirectoryListing inside = listing(folder, most);
+        const FindDirectoryListing inside = listing(folder, maxCount);
         const std::uint32_t first = isFresh ? storage_.appendBlock(folder, inside)
                                             : storage_.appendLooseChildren(folder, inside);
         if (first == FindIndexStorage::none) continue;
         if (isFresh) folders.erase(folders.begin() + static_cast<std::ptrdiff_t>(at));
         for (std::uint32_t entry = first; entry < storage_.count(); ++entry) {
-            if (storage_.is(entry, findflag::directory)) folders.push_back(entry);
+            if (storage_.is(entry, findflag::folder)) folders.push_back(entry);
         }
     }
     std::uint32_t deep = folders.empty() || !options.isDeep ? 0 : folders.front();
@@ -133,21 +134,21 @@ std::string RandomTree::name(bool isFolder) {
         if (parts > 1) made += random_.oneOf(separators);
     }
     if (random_.oneIn(60)) {
-        while (made.size() < longestName) made += made;
-        made.resize(longestName); // which may cut a character
+        while (made.size() < maxNameLength) made += made;
+        made.resize(maxNameLength); // which may cut a character
     }
     if (random_.oneIn(12)) made.insert(0, ".");
     if (isFolder ? random_.oneIn(8) : !random_.oneIn(4)) {
         made += isFolder ? ".app" : random_.oneOf(extensions);
     }
-    if (made.size() > longestName) made.resize(longestName);
+    if (made.size() > maxNameLength) made.resize(maxNameLength);
     return made;
 }
 
-FindDirectoryListing RandomTree::listing(std::uint32_t folder, std::size_t most) {
+FindDirectoryListing RandomTree::listing(std::uint32_t folder, std::size_t maxCount) {
     FindDirectoryListing made;
     std::set<std::string> names;
-    for (std::size_t left = random_.below(most + 1); left > 0; --left) {
+    for (std::size_t left = random_.below(maxCount + 1); left > 0; --left) {
         const bool isFolder = random_.oneIn(3);
         std::string chosen = folder == 0 && isFolder && random_.oneIn(2)
                                  ? random_.oneOf(systemNames)
@@ -178,7 +179,7 @@ std::uint32_t RandomTree::anyEntry() {
 std::uint32_t RandomTree::anyFolder() {
     if (random_.oneIn(5)) return 0;
     std::uint32_t entry = anyEntry();
-    while (!storage_.is(entry, findflag::directory)) entry = storage_.parent[entry];
+    while (!storage_.is(entry, findflag::folder)) entry = storage_.parent[entry];
     return entry;
 }
 
@@ -196,7 +197,7 @@ void RandomTree::change() {
         FindDirectoryListing now = listing(folder, 6);
         for (const std::uint32_t child : storage_.children(folder)) {
             if (storage_.is(child, findflag::deleted) || random_.oneIn(4)) continue;
-            const bool isFolder = storage_.is(child, findflag::directory);
+            const bool isFolder = storage_.is(child, findflag::folder);
             now.append({.name = storage_.name(child),
                         .type = isFolder ? FindObjectType::directory : FindObjectType::file,
                         .size = random_.oneOf(sizes),

@@ -56,7 +56,7 @@ class RandomTree {
     [[nodiscard]] std::uint32_t anyFolder();
     [[nodiscard]] std::string name(bool isFolder);
     /// With names that the folder does not hold yet.
-    [[nodiscard]] FindDirectoryListing listing(std::uint32_t folder, std::size_t most);
+    [[nodiscard]] FindDirectoryListing listing(std::uint32_t folder, std::size_t maxCount);
 
     RandomSource& random_;
     FindIndexStorage storage_;

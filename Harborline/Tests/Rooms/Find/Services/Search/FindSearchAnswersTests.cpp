@@ -24,7 +24,7 @@ using testing::indexOf;
 using testing::Item;
 
 /// The paths of the hits, the best first, parted by blanks and bars.
-std::string found(const FindIndex& index, std::string_view query, std::size_t limit = 500) {
+std::string hitsOf(const FindIndex& index, std::string_view query, std::size_t limit = 500) {
     FindSearchEngine engine;
     const auto result = engine.search(query, {.in = index, .limit = limit, .now = Timestamp()});
     const auto storage = index.storage();
@@ -91,9 +91,9 @@ TEST(FindSearchEngine, PutsWhatIsMeantFirst) {
                            "reporting | REPORTReport | docs/REPORT | docs/old/report"},
         {"word:report size:>0 ext:txt", "report.txt | \u00FC report.txt"},
     };
-    for (const auto& [query, paths] : table) EXPECT_EQ(found(index, query), paths) << query;
-    EXPECT_EQ(found(index, "report", 2), "report | docs/REPORT");
-    EXPECT_EQ(found(index, "report", 0), "");
+    for (const auto& [query, paths] : table) EXPECT_EQ(hitsOf(index, query), paths) << query;
+    EXPECT_EQ(hitsOf(index, "report", 2), "report | docs/REPORT");
+    EXPECT_EQ(hitsOf(index, "report", 0), "");
 }
 
 TEST(FindSearchEngine, TakesTheRootsOwnPathForTheBeginning) {
@@ -104,15 +104,15 @@ TEST(FindSearchEngine, TakesTheRootsOwnPathForTheBeginning) {
         {"/home/ada/s*", "src"},          {"path:word:/home/ada/src", "src"},
         {"/home/ada", "b | src | b/src"}, {"home/ada", ""},
     };
-    for (const auto& [query, paths] : table) EXPECT_EQ(found(index, query), paths) << query;
+    for (const auto& [query, paths] : table) EXPECT_EQ(hitsOf(index, query), paths) << query;
 }
 
 TEST(FindSearchEngine, TakesEachByteThatIsNoTextForACharacter) {
     FindIndex index;
     index.replace(indexOf({{.path = "\x80\x80"}, {.path = "\xFF"}, {.path = "\xFF\x80z"}}), {});
-    EXPECT_EQ(found(index, "case:?"), "\xFF");
-    EXPECT_EQ(found(index, "case:??"), "\x80\x80");
-    EXPECT_EQ(found(index, "case:*?z"), "\xFF\x80z");
+    EXPECT_EQ(hitsOf(index, "case:?"), "\xFF");
+    EXPECT_EQ(hitsOf(index, "case:??"), "\x80\x80");
+    EXPECT_EQ(hitsOf(index, "case:*?z"), "\xFF\x80z");
 }
 
 TEST(FindSearchEngine, SaysWhenItWasCutShort) {
@@ -267,6 +267,15 @@ TEST(FindSearchEngine, PreparesMonstrousExpressionsSoon) {
     const auto [result, seconds] = timed(index, "regex:" + repeated("a?", 49'000));
     EXPECT_EQ(result.matchCount, result.problem ? 0 : 2);
     EXPECT_LT(seconds, 1.0);
+}
+
+TEST(FindSearchEngine, IsUsedAsItsHeaderSays) {
+    FindIndex index;
+    index.replace(indexOf({{"readme.md"}, {"other"}}), {});
+    const Timestamp now = {};
+    FindSearchEngine engine;
+    const auto found = engine.search("readme", {.in = index, .limit = 500, .now = now});
+    EXPECT_EQ(found.hits, std::vector<std::uint32_t>{1});
 }
 
 } // namespace

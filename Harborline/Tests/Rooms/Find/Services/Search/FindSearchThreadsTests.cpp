@@ -39,7 +39,7 @@ class ChangingIndex {
         storage_.appendRoot("/r", 0);
         storage_.appendBlock(0, newNames(11'000));
         storage_.aggregateFolderSizes();
-        publish(true);
+        publish(Publishing::newIndex);
     }
 
     [[nodiscard]] const FindIndex& index() const { return index_; }
@@ -52,7 +52,7 @@ class ChangingIndex {
         storage_.appendLooseChildren(0, newNames(20 + random_.below(30)));
         const bool isNew = random_.oneIn(4);
         if (isNew) storage_ = storage_.compacted();
-        publish(isNew);
+        publish(isNew ? Publishing::newIndex : Publishing::update);
     }
 
     /// Whether one of the states between two revisions has so many answers.
@@ -75,7 +75,8 @@ class ChangingIndex {
         }
         return listing;
     }
-    void publish(bool isNew) {
+    enum class Publishing : std::uint8_t { newIndex, update };
+    void publish(Publishing publishing) {
         Counts counts{};
         for (std::uint32_t entry = 1; entry < storage_.count(); ++entry) {
             if (storage_.is(entry, findflag::deleted)) continue;
@@ -90,7 +91,11 @@ class ChangingIndex {
             counts_.resize(index_.revision() + 1, counts_.empty() ? Counts{} : counts_.back());
             counts_.push_back(counts);
         }
-        isNew ? index_.replace(storage_, {}) : index_.update(storage_, {});
+        if (publishing == Publishing::newIndex) {
+            index_.replace(storage_, {});
+        } else {
+            index_.update(storage_, {});
+        }
     }
 
     RandomSource random_{17};

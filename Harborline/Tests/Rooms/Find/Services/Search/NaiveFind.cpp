@@ -65,7 +65,7 @@ unsigned rankOf(const std::string& own, const std::string& folded, const std::st
 /// The texts that names are ranked by.
 std::vector<std::string> rankingTexts(const FindQueryNode& node) {
     const FindTextTerm& term = node.text;
-    if (node.kind == Kind::text && !term.inPath && term.mode != FindTextMode::glob &&
+    if (node.kind == Kind::text && !term.isInPath && term.mode != FindTextMode::glob &&
         term.mode != FindTextMode::regex && !term.folded.empty()) {
         return {term.folded};
     }
@@ -89,9 +89,9 @@ struct NaiveFind::Search {
 
     bool holds(const FindQueryNode& node, std::uint32_t entry) {
         const Thing& thing = in.things_[entry];
-        const bool isFolder = storage.is(entry, findflag::directory);
+        const bool isFolder = storage.is(entry, findflag::folder);
         const auto isBetween = [&node](std::uint64_t value) {
-            return node.least <= value && value <= node.most;
+            return node.min <= value && value <= node.max;
         };
         const auto holdsToo = [&](const FindQueryNode& child) { return holds(child, entry); };
         switch (node.kind) {
@@ -105,7 +105,7 @@ struct NaiveFind::Search {
                 return name.ends_with("." + extension) && name.size() > extension.size() + 1;
             });
         case Kind::kind:
-            return (isFolder ? node.takesFolders : node.takesFiles) ||
+            return (isFolder ? node.mayBeFolder : node.mayBeFile) ||
                    std::ranges::count(node.categories, storage.category(entry)) > 0;
         case Kind::size: return isBetween(storage.size(entry));
         case Kind::date: return isBetween(storage.mtime[entry]);
@@ -143,15 +143,15 @@ struct NaiveFind::Search {
 
     bool textHolds(const FindQueryNode& node, const Thing& thing) {
         const FindTextTerm& term = node.text;
-        const Text& where = term.inPath ? thing.path : thing.name;
-        const std::string& text = term.matchesCase ? where.own : where.folded;
-        std::string needle = term.matchesCase ? term.text : term.folded;
+        const Text& where = term.isInPath ? thing.path : thing.name;
+        const std::string& text = term.isCaseSensitive ? where.own : where.folded;
+        std::string needle = term.isCaseSensitive ? term.text : term.folded;
         if (term.mode == FindTextMode::regex) return expressionHolds(node, where.own);
         // A text that begins with the root's own path is fixed to the beginning.
         bool isFixed = false;
         const std::string& root = storage.rootPath;
-        const std::string start = term.matchesCase ? root : searchFolded(root);
-        if (term.inPath && root != "/" && (needle + "/").starts_with(start + "/")) {
+        const std::string start = term.isCaseSensitive ? root : searchFolded(root);
+        if (term.isInPath && root != "/" && (needle + "/").starts_with(start + "/")) {
             isFixed = true;
             needle = needle.size() > start.size() ? needle.substr(start.size()) : "/";
         }
@@ -161,23 +161,23 @@ struct NaiveFind::Search {
         case FindTextMode::word:
             return naiveWord(needle, {.own = where.own,
                                       .folded = where.folded,
-                                      .inOwn = term.matchesCase,
+                                      .inOwn = term.isCaseSensitive,
                                       .atBeginning = isFixed});
         case FindTextMode::exact: {
-            if (!term.inPath) return text == needle;
+            if (!term.isInPath) return text == needle;
             if (needle.starts_with('/')) needle.erase(0, 1);
             if (needle.ends_with('/')) needle.pop_back();
             return text == "/" + needle;
         }
-        case FindTextMode::glob: return globHolds(needle, text, term.inPath, isFixed);
+        case FindTextMode::glob: return globHolds(needle, text, term.isInPath, isFixed);
         case FindTextMode::regex: break;
         }
         return false;
     }
 
-    static bool globHolds(const std::string& pattern, const std::string& text, bool inPath,
+    static bool globHolds(const std::string& pattern, const std::string& text, bool isInPath,
                           bool isFixed) {
-        if (!inPath || isFixed || pattern.starts_with('*')) return naiveGlob(pattern, text);
+        if (!isInPath || isFixed || pattern.starts_with('*')) return naiveGlob(pattern, text);
         // From the beginning of some component, with or without the "/" before it.
         const bool isWithSlash = pattern.starts_with('/');
         for (std::size_t at = 0; at < text.size(); ++at) {
@@ -191,10 +191,10 @@ struct NaiveFind::Search {
         auto& expression = expressions[&node];
         if (expression == nullptr) {
             RE2::Options options(RE2::Quiet);
-            options.set_case_sensitive(node.text.matchesCase);
+            options.set_case_sensitive(node.text.isCaseSensitive);
             expression = std::make_unique<RE2>(node.text.text, options);
         }
-        const std::string text = repairedUTF8(own.substr(node.text.inPath ? 1 : 0));
+        const std::string text = repairedUTF8(own.substr(node.text.isInPath ? 1 : 0));
         return RE2::PartialMatch(text, *expression);
     }
 };
@@ -212,7 +212,7 @@ NaiveFind::Thing NaiveFind::thing(std::uint32_t entry) const {
     Thing thing{
         .name = {.own = std::string(storage_.name(entry)), .folded = ""}, .path = {}, .above = {}};
     thing.name.folded = searchFolded(thing.name.own);
-    if (storage_.is(entry, findflag::directory)) {
+    if (storage_.is(entry, findflag::folder)) {
         thing.components = foldedComponents(storage_.path(entry));
     }
     for (std::uint32_t at = entry; at != 0; at = storage_.parent[at]) {
@@ -222,7 +222,7 @@ NaiveFind::Thing NaiveFind::thing(std::uint32_t entry) const {
         thing.above.push_back(storage_.parent[at]);
         thing.isGone = thing.isGone || storage_.is(at, findflag::deleted);
         thing.isHidden = thing.isHidden || (storage_.kind[at] & findkind::hiddenItself) != 0;
-        const bool isFolder = storage_.is(at, findflag::directory);
+        const bool isFolder = storage_.is(at, findflag::folder);
         thing.isSystem = isFolder && storage_.parent[at] == 0 && storage_.marksSystemFolders &&
                          FindIndexStorage::isSystemTopLevelName(name);
         const bool isPackage = isFolder && FindExtensions::isPackage(name);

@@ -8,9 +8,8 @@
 
 #include "Base/Timestamp.h"
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
-#include "Rooms/Find/Services/Index/FindScope.h"
 #include "Rooms/Find/Services/Query/FindQuery.h"
-#include "Rooms/Find/Services/Search/FindSearchResult.h"
+#include "Rooms/Find/Services/Search/FindSearchEngine.h"
 
 namespace tidyro::testing {
 

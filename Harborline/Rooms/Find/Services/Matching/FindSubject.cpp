@@ -1,10 +1,10 @@
-#include "Rooms/Find/Services/Matching/FindPathText.h"
+#include "Rooms/Find/Services/Matching/FindSubject.h"
 
 #include <ranges>
 
 namespace tidyro {
 
-FindSubject FindPathText::subject(std::uint32_t entry) {
+FindSubject FindSubjects::path(std::uint32_t entry) {
     const std::uint32_t folder = storage_.parent[entry];
     if (folder != folder_) writeFolder(folder);
     own_.resize(ownFolder_);
@@ -12,10 +12,10 @@ FindSubject FindPathText::subject(std::uint32_t entry) {
     append(entry);
     return {.own = own_,
             .folded = folded_,
-            .isASCII = folderIsASCII_ && !storage_.is(entry, findflag::notASCII)};
+            .isASCII = isFolderASCII_ && !storage_.is(entry, findflag::notASCII)};
 }
 
-void FindPathText::writeFolder(std::uint32_t folder) {
+void FindSubjects::writeFolder(std::uint32_t folder) {
     above_.clear();
     for (std::uint32_t at = folder; at != 0 && at != FindIndexStorage::none;
          at = storage_.parent[at]) {
@@ -23,17 +23,17 @@ void FindPathText::writeFolder(std::uint32_t folder) {
     }
     own_.clear();
     folded_.clear();
-    folderIsASCII_ = true;
+    isFolderASCII_ = true;
     for (const std::uint32_t entry : std::views::reverse(above_)) {
         append(entry);
-        if (storage_.is(entry, findflag::notASCII)) folderIsASCII_ = false;
+        if (storage_.is(entry, findflag::notASCII)) isFolderASCII_ = false;
     }
     folder_ = folder;
     ownFolder_ = own_.size();
     foldedFolder_ = folded_.size();
 }
 
-void FindPathText::append(std::uint32_t entry) {
+void FindSubjects::append(std::uint32_t entry) {
     own_ += '/';
     own_ += storage_.name(entry);
     folded_ += '/';

@@ -1,4 +1,4 @@
-#include "Rooms/Find/Services/Query/FindDates.h"
+#include "Rooms/Find/Services/Query/FindSpan.h"
 
 #include <algorithm>
 #include <array>
@@ -61,9 +61,9 @@ std::optional<std::vector<int>> dateNumbers(std::string_view text) {
     while (numbers.size() < 3) {
         const std::size_t end = std::min(text.find('-'), text.size());
         const std::string_view digits = text.substr(0, end);
-        const bool fits = numbers.empty() ? end == 4 : end == 1 || end == 2;
+        const bool hasRightLength = numbers.empty() ? end == 4 : end == 1 || end == 2;
         const auto number = decimalArgument<int>(digits);
-        if (!fits || !number || digits.front() == '+') return std::nullopt;
+        if (!hasRightLength || !number || digits.front() == '+') return std::nullopt;
         numbers.push_back(*number);
         if (end == text.size()) return numbers;
         text.remove_prefix(end + 1);
@@ -101,7 +101,7 @@ std::optional<FindSpan> dateSpan(std::string_view text, Timestamp now) {
         auto span = namedDays(value, today);
         if (!span) span = writtenDays(value);
         if (!span) return std::nullopt;
-        return FindSpan{.least = beginningOf(span->first), .most = beginningOf(span->end) - 1};
+        return FindSpan{.min = beginningOf(span->first), .max = beginningOf(span->end) - 1};
     };
     return comparedSpan(lowercased(text), read);
 }

@@ -4,17 +4,17 @@
 #include <limits>
 
 #include "Base/Saturating.h"
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
 namespace {
 
-constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t maxSize = std::numeric_limits<std::uint64_t>::max();
 
-std::uint64_t total(const FindIndexStorage& storage, FindIndexStorage::Entry folder) {
+std::uint64_t sumOfChildren(const FindIndexStorage& storage, FindIndexStorage::Entry folder) {
     std::uint64_t sum = 0;
-    visitChildren(storage, folder, [&](FindIndexStorage::Entry child) {
+    storage.visitChildren(folder, [&](FindIndexStorage::Entry child) {
         if (!storage.is(child, findflag::deleted)) sum = saturatingAdd(sum, storage.size(child));
         return true;
     });
@@ -29,19 +29,19 @@ std::uint64_t FindIndexStorage::size(Entry entry) const {
     return big == bigSizes.end() ? bigSize : big->second;
 }
 
-void FindIndexStorage::setSize(std::uint64_t size, Entry of) {
+void FindIndexStorage::setSize(std::uint64_t size, Entry entry) {
     if (size >= bigSize) {
-        bigSizes[of] = size;
-    } else if (size32[of] == bigSize) {
-        bigSizes.erase(of);
+        bigSizes[entry] = size;
+    } else if (size32[entry] == bigSize) {
+        bigSizes.erase(entry);
     }
-    size32[of] = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, bigSize));
+    size32[entry] = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, bigSize));
 }
 
 void FindIndexStorage::aggregateFolderSizes() {
     const Entry all = count();
     for (Entry entry = 0; entry < all; ++entry) {
-        if (is(entry, findflag::directory)) setSize(0, entry);
+        if (is(entry, findflag::folder)) setSize(0, entry);
     }
     // From the last to the first, so that a folder's sum is whole before it is added to another.
     // Siblings stand together: a run of them reaches their folder at once.
@@ -60,25 +60,26 @@ void FindIndexStorage::aggregateFolderSizes() {
     }
 }
 
-void FindIndexStorage::changeAncestors(Entry of, bool grow, std::uint64_t by) {
-    if (by == 0) return;
-    for (Entry above = parent[of]; above != none; above = parent[above]) {
+void FindIndexStorage::changeAncestors(Entry entry, Change change, std::uint64_t bytes) {
+    if (bytes == 0) return;
+    for (Entry above = parent[entry]; above != none; above = parent[above]) {
         const std::uint64_t held = size(above);
-        if (grow) {
-            setSize(saturatingAdd(held, by), above);
-        } else if (held == largest) { // how far beyond its end the sum went is not known
-            setSize(total(*this, above), above);
+        if (change == Change::growth) {
+            setSize(saturatingAdd(held, bytes), above);
+        } else if (held == maxSize) { // how far beyond its end the sum went is not known
+            setSize(sumOfChildren(*this, above), above);
         } else {
-            setSize(saturatingSubtract(held, by), above);
+            setSize(saturatingSubtract(held, bytes), above);
         }
         if (is(above, findflag::deleted)) return;
     }
 }
 
-void FindIndexStorage::addToAncestors(Entry of, std::int64_t delta) {
-    if (is(of, findflag::deleted)) return;
+void FindIndexStorage::addToAncestors(Entry entry, std::int64_t delta) {
+    if (is(entry, findflag::deleted)) return;
     const auto raw = static_cast<std::uint64_t>(delta);
-    changeAncestors(of, delta > 0, delta > 0 ? raw : 0 - raw);
+    if (delta > 0) changeAncestors(entry, Change::growth, raw);
+    if (delta < 0) changeAncestors(entry, Change::loss, 0 - raw);
 }
 
 } // namespace tidyro

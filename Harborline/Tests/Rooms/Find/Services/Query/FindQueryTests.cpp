@@ -19,9 +19,9 @@ using Kind = FindQueryNode::Kind;
 
 std::string shown(const FindTextTerm& term) {
     constexpr std::array<std::string_view, 5> modes{"", "word:", "exact:", "glob:", "regex:"};
-    return fmt::format("{}{}{}'{}'", term.matchesCase ? "case:" : "", term.inPath ? "path:" : "",
-                       modes.at(static_cast<std::size_t>(term.mode)),
-                       term.matchesCase || term.folded.empty() ? term.text : term.folded);
+    return fmt::format("{}{}{}'{}'", term.isCaseSensitive ? "case:" : "",
+                       term.isInPath ? "path:" : "", modes.at(static_cast<std::size_t>(term.mode)),
+                       term.isCaseSensitive || term.folded.empty() ? term.text : term.folded);
 }
 
 /// A tree as text: "all('a' any('b' size[1-2]))".
@@ -38,12 +38,12 @@ std::string shown(const FindQueryNode& node) {
     for (const FindQueryNode& child : node.children) add(shown(child));
     for (const std::string& name : node.names) add(name);
     for (const FindCategory category : node.categories) add(rawValue(category));
-    if (node.takesFiles) add("file");
-    if (node.takesFolders) add("folder");
+    if (node.mayBeFile) add("file");
+    if (node.mayBeFolder) add("folder");
     std::string text(names.at(static_cast<std::size_t>(node.kind)));
     if (node.kind >= Kind::size && node.kind <= Kind::depth) {
-        const auto most = node.most == UINT64_MAX ? "" : fmt::format("{}", node.most);
-        return text + fmt::format("[{}-{}]", node.least, most);
+        const auto max = node.max == UINT64_MAX ? "" : fmt::format("{}", node.max);
+        return text + fmt::format("[{}-{}]", node.min, max);
     }
     return node.kind >= Kind::empty && node.kind <= Kind::system ? text : text + "(" + inner + ")";
 }
@@ -64,7 +64,7 @@ void expectTrees(const QueryReading (&readings)[Count]) {
     }
 }
 
-TEST(FindQueryParser, JoinsWordsAndBrackets) {
+TEST(FindQuery, JoinsWordsAndBrackets) {
     expectTrees({
         {"", "all()"},
         {" \t ", "all()"},
@@ -86,7 +86,7 @@ TEST(FindQueryParser, JoinsWordsAndBrackets) {
     });
 }
 
-TEST(FindQueryParser, ReadsFields) {
+TEST(FindQuery, ReadsFields) {
     expectTrees({
         {"CASE:Ab word:Cd exact:Ef path:gh", "all(case:'Ab' word:'cd' exact:'ef' path:'gh')"},
         {"case:path:Ab exact:case:Cd", "all(case:path:'Ab' case:exact:'Cd')"},
@@ -112,7 +112,7 @@ TEST(FindQueryParser, ReadsFields) {
     });
 }
 
-TEST(FindQueryParser, TakesForWordsWhatItCannotRead) {
+TEST(FindQuery, TakesForWordsWhatItCannotRead) {
     expectTrees({
         {"size:>banana", "all('size:>banana')", true},
         {"size:1..2..3 size: size:.. size:-1 size:1kg",
@@ -146,7 +146,7 @@ std::size_t depthOf(const FindQueryNode& node) {
     return deepest + 1;
 }
 
-TEST(FindQueryParser, KnowsThePersonsHome) {
+TEST(FindQuery, KnowsThePersonsHome) {
     const auto folder = [](std::string_view query) {
         return parsedFindQuery(query, Timestamp()).root.children.at(0).names.at(0);
     };
@@ -155,7 +155,7 @@ TEST(FindQueryParser, KnowsThePersonsHome) {
     EXPECT_EQ(folder("in:~ada"), "~ada");
 }
 
-TEST(FindQueryParser, ReadsHostileQueriesInTimeThatGrowsWithThem) {
+TEST(FindQuery, ReadsHostileQueriesInTimeThatGrowsWithThem) {
     const auto repeated = [](std::string_view text, std::size_t count) {
         std::string all;
         for (std::size_t i = 0; i < count; ++i) all += text;
@@ -197,6 +197,12 @@ TEST(FindQueryParser, ReadsHostileQueriesInTimeThatGrowsWithThem) {
         EXPECT_LT(taken.count(), 3.0) << query.substr(0, 20);
         EXPECT_LT(depthOf(read.root), 300U) << query.substr(0, 20);
     }
+}
+
+TEST(FindQuery, IsUsedAsItsHeaderSays) {
+    const Timestamp now = {};
+    const FindQuery query = parsedFindQuery("report (pdf | docx) -draft size:>1mb", now);
+    EXPECT_EQ(shown(query.root), "all('report' any('pdf' 'docx') not('draft') size[1000001-])");
 }
 
 } // namespace

@@ -53,7 +53,7 @@ void expectSame(const FindIndexStorage& storage, const Node& root) {
         EXPECT_EQ(storage.size(entry), node.size()) << path;
         EXPECT_EQ(storage.is(entry, findflag::hidden), isHiddenThere(node)) << path;
         EXPECT_EQ(storage.is(entry, findflag::symlink), node.type == FindObjectType::symlink);
-        EXPECT_EQ(storage.is(entry, findflag::directory), node.type == FindObjectType::directory);
+        EXPECT_EQ(storage.is(entry, findflag::folder), node.type == FindObjectType::directory);
         EXPECT_EQ(storage.mtime[entry], node.mtime) << path;
     }
     EXPECT_EQ(found, expected.size());
@@ -92,12 +92,13 @@ class Updates {
                                                    "x.app", "y", "z",  "Library"};
         return names[below(names.size())];
     }
+    enum class Picked : std::uint8_t { anything, folder };
     /// A path that exists; its node.
-    std::pair<std::string, Node*> pick(bool isFolder) {
+    std::pair<std::string, Node*> pick(Picked picked) {
         std::map<std::string, const Node*> all;
         root_.collect("/r", all);
         std::erase_if(all, [&](const auto& one) {
-            return isFolder && one.second->type != FindObjectType::directory;
+            return picked == Picked::folder && one.second->type != FindObjectType::directory;
         });
         const auto at = std::next(all.begin(), below(static_cast<std::uint32_t>(all.size())));
         return {at->first, const_cast<Node*>(at->second)};
@@ -107,12 +108,13 @@ class Updates {
         std::map<std::string, Node> nodes;
         FindDirectoryListing listed;
     };
-    Drawn draw(const Node& folder, bool isFresh) {
+    enum class Names : std::uint8_t { any, newOnly };
+    Drawn draw(const Node& folder, Names names) {
         Drawn drawn;
         const std::uint32_t count = below(6);
         for (std::uint32_t i = 0; i < count; ++i) {
             const std::string name = randomName();
-            if (isFresh && folder.below.contains(name)) continue;
+            if (names == Names::newOnly && folder.below.contains(name)) continue;
             constexpr std::array types{FindObjectType::file, FindObjectType::directory,
                                        FindObjectType::symlink, FindObjectType::directory};
             Node node{.type = types[below(types.size())], .bytes = randomSize(), .mtime = below(9)};
@@ -134,8 +136,8 @@ class Updates {
     }
 
     void replace() {
-        const auto [path, folder] = pick(true);
-        Drawn drawn = draw(*folder, false);
+        const auto [path, folder] = pick(Picked::folder);
+        Drawn drawn = draw(*folder, Names::any);
         std::size_t newFolders = 0;
         std::erase_if(folder->below, [&](const auto& held) {
             const auto stays = drawn.nodes.find(held.first);
@@ -158,14 +160,14 @@ class Updates {
         EXPECT_EQ(made.size(), newFolders);
     }
     void append() {
-        const auto [path, folder] = pick(true);
-        Drawn drawn = draw(*folder, true);
+        const auto [path, folder] = pick(Picked::folder);
+        Drawn drawn = draw(*folder, Names::newOnly);
         const Entry first = storage_.appendLooseChildren(*storage_.lookup(path), drawn.listed);
         EXPECT_EQ(first == FindIndexStorage::none, drawn.nodes.empty());
         for (auto& [name, node] : drawn.nodes) put(*folder, name, std::move(node));
     }
     void remove() {
-        const auto [path, node] = pick(false);
+        const auto [path, node] = pick(Picked::anything);
         if (node->above == nullptr) return;
         const Entry entry = *storage_.lookup(path);
         storage_.markDeleted(entry);
@@ -177,7 +179,7 @@ class Updates {
                       [&](const auto& one) { return one.second.get() == gone; });
     }
     void resize() {
-        const auto [path, node] = pick(false);
+        const auto [path, node] = pick(Picked::anything);
         if (node->type == FindObjectType::directory) return;
         const Entry entry = *storage_.lookup(path);
         const std::uint64_t now = node->bytes / 2;
@@ -201,7 +203,7 @@ class Updates {
     Node root_;
 };
 
-TEST(FindIndexLiveUpdates, DoWhatAPlainTreeDoes) {
+TEST(FindIndexStorageUpdates, DoWhatAPlainTreeDoes) {
     for (unsigned seed = 1; seed <= 60; ++seed) {
         SCOPED_TRACE(seed);
         Updates(seed).run();
@@ -209,16 +211,17 @@ TEST(FindIndexLiveUpdates, DoWhatAPlainTreeDoes) {
     }
 }
 
-TEST(FindIndexLiveUpdates, TakeAFreshListing) {
+TEST(FindIndexStorageUpdates, TakeAFreshListing) {
     FindIndexStorage storage("/r");
     storage.appendRoot("/r", 0);
-    const auto listed = [](const char* name, FindObjectType type, bool isMountPoint = false) {
-        return testing::Listed{.name = name, .type = type, .size = 5, .isMountPoint = isMountPoint};
+    const auto listed = [](const char* name, FindObjectType type) {
+        return testing::Listed{.name = name, .type = type, .size = 5};
     };
     using enum FindObjectType;
-    const auto made = storage.replaceChildren(
-        0, listing({listed("a", directory), listed("b", file), listed("mounted", directory, true),
-                    listed("b", file), listed("c", directory)}));
+    const testing::Listed mounted{.name = "mounted", .type = directory, .isMountPoint = true};
+    const auto made =
+        storage.replaceChildren(0, listing({listed("a", directory), listed("b", file), mounted,
+                                            listed("b", file), listed("c", directory)}));
     EXPECT_EQ(made, (std::vector<Entry>{1, 4})) << "a name that was told twice is there once";
     EXPECT_EQ(storage.size(0), 5U);
     storage.appendBlock(1, listing({listed("inside", file)}));

@@ -38,7 +38,7 @@ class IndexReader {
 
     [[nodiscard]] const std::expected<void, Error>& result() const { return result_; }
 
-    void bytes(std::span<std::byte> into) {
+    void read(std::span<std::byte> into) {
         if (!result_) return;
         const auto got = next_(into);
         if (!got) {
@@ -48,18 +48,18 @@ class IndexReader {
         }
         read_ += into.size();
     }
-    void align() {
+    void skipPadding() {
         std::array<std::byte, Head::alignment> zeros{};
-        bytes(std::span(zeros).first((0 - read_) % zeros.size()));
+        read(std::span(zeros).first((0 - read_) % zeros.size()));
     }
     /// The file was found to hold as much.
     template <class T>
-    void column(GrowingArray<T>& column, std::uint64_t count) {
+    void readColumn(GrowingArray<T>& column, std::uint64_t count) {
         column.clear();
         makeRoom(column, count);
         if (count == 0 || !result_) return;
-        bytes(std::as_writable_bytes(std::span(column.appendUnset(count), count)));
-        align();
+        read(std::as_writable_bytes(std::span(column.appendUnset(count), count)));
+        skipPadding();
     }
 
   private:
@@ -72,7 +72,7 @@ class IndexReader {
 std::expected<Head, Error> readHead(IndexReader& reader, std::uint64_t byteCount) {
     std::array<char, Head::magic.size()> magic{};
     const std::size_t there = std::min<std::uint64_t>(byteCount, magic.size());
-    reader.bytes(std::as_writable_bytes(std::span(magic).first(there)));
+    reader.read(std::as_writable_bytes(std::span(magic).first(there)));
     if (!reader.result()) return std::unexpected(reader.result().error());
     if (std::string_view(magic.data(), there) != Head::magic.substr(0, there)) {
         return std::unexpected(Error{Error::NotAnIndex{}});
@@ -80,12 +80,12 @@ std::expected<Head, Error> readHead(IndexReader& reader, std::uint64_t byteCount
     Head head{};
     const auto bytes = std::as_writable_bytes(std::span(&head, 1));
     if (byteCount < magic.size() + sizeof(head.version)) return truncated();
-    reader.bytes(bytes.first(sizeof(head.version)));
+    reader.read(bytes.first(sizeof(head.version)));
     if (reader.result() && head.version != Head::knownVersion) {
         return std::unexpected(Error{Error::UnsupportedVersion{head.version}});
     }
     if (byteCount < magic.size() + sizeof(head)) return truncated();
-    reader.bytes(bytes.subspan(sizeof(head.version)));
+    reader.read(bytes.subspan(sizeof(head.version)));
     if (!reader.result()) return std::unexpected(reader.result().error());
 
     const std::uint64_t expected = head.fileByteCount();
@@ -95,11 +95,13 @@ std::expected<Head, Error> readHead(IndexReader& reader, std::uint64_t byteCount
     if (head.extraChildCount > head.entryCount) return inconsistent("extra children");
     if (head.bigSizeCount > head.entryCount) return inconsistent("sizes");
     // Far more than people have, and dates can still be made of it.
-    constexpr double farthest = 253'402'300'799; // the end of the year 9999
-    const bool areDates = std::abs(head.builtAt) <= farthest && std::abs(head.savedAt) <= farthest;
-    constexpr std::uint64_t longestRoot = 65'536; // systems take paths of a few thousand bytes
+    constexpr double maxSeconds = 253'402'300'799; // the end of the year 9999
+    const bool areDates =
+        std::abs(head.builtAt) <= maxSeconds && std::abs(head.savedAt) <= maxSeconds;
+    constexpr std::uint64_t maxRootPathLength =
+        65'536; // systems take paths of a few thousand bytes
     if (expected != byteCount || !areDates || head.entryCount >= FindIndexStorage::none ||
-        head.entryCount > head.nameByteCount + 1 || head.rootPathLength > longestRoot ||
+        head.entryCount > head.nameByteCount + 1 || head.rootPathLength > maxRootPathLength ||
         head.deletedCount > head.entryCount || head.deniedCount > INT64_MAX ||
         head.marksSystemFolders > 1) {
         return inconsistent("structure");
@@ -108,18 +110,18 @@ std::expected<Head, Error> readHead(IndexReader& reader, std::uint64_t byteCount
 }
 
 std::expected<void, Error> takeBigSizes(FindIndexStorage& storage,
-                                        const GrowingArray<std::uint32_t>& entries,
-                                        const GrowingArray<std::uint64_t>& sizes) {
+                                        const FindIndexFileTables& tables) {
+    const auto& entries = tables.bigSizeKeys;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (i > 0 && entries[i - 1] >= entries[i]) return inconsistent("sizes");
-        storage.bigSizes.emplace_hint(storage.bigSizes.end(), entries[i], sizes[i]);
+        storage.bigSizes.emplace_hint(storage.bigSizes.end(), entries[i], tables.bigSizeValues[i]);
     }
     return {};
 }
 
 std::expected<void, Error> takeExtraChildren(FindIndexStorage& storage,
-                                             const GrowingArray<std::uint32_t>& folders,
-                                             const GrowingArray<std::uint32_t>& children) {
+                                             const FindIndexFileTables& tables) {
+    const auto& folders = tables.extraChildFolders;
     auto last = storage.extraChildren.end();
     for (std::size_t i = 0; i < folders.size(); ++i) {
         if (i > 0 && folders[i - 1] > folders[i]) return inconsistent("extra children");
@@ -127,7 +129,7 @@ std::expected<void, Error> takeExtraChildren(FindIndexStorage& storage,
             last = storage.extraChildren.emplace_hint(storage.extraChildren.end(), folders[i],
                                                       std::vector<std::uint32_t>{});
         }
-        last->second.push_back(children[i]);
+        last->second.push_back(tables.extraChildren[i]);
     }
     return {};
 }
@@ -135,14 +137,14 @@ std::expected<void, Error> takeExtraChildren(FindIndexStorage& storage,
 /// Folding may make three bytes of one that is no text, and offsets have 32 bits. Only an index so
 /// large that it might not fit is folded once more to know.
 bool hasRoomToFold(const FindIndexStorage& storage) {
-    constexpr std::uint64_t most = 0xFFFFFFFF;
-    if (storage.names.size() <= most / 3) return true;
+    constexpr std::uint64_t maxBytes = 0xFFFFFFFF;
+    if (storage.names.size() <= maxBytes / 3) return true;
     std::uint64_t bytes = 0;
     for (FindIndexStorage::Entry entry = 0; entry < storage.count(); ++entry) {
         const std::string_view name = storage.name(entry);
         bytes += storage.is(entry, findflag::notASCII) ? searchFolded(name).size() : name.size();
     }
-    return bytes <= most;
+    return bytes <= maxBytes;
 }
 
 } // namespace
@@ -154,8 +156,8 @@ FindIndexPersistence::read(std::uint64_t byteCount, const Next& next) {
     if (!head) return std::unexpected(head.error());
 
     std::string rootPath(head->rootPathLength, '\0');
-    reader.bytes(std::as_writable_bytes(std::span(rootPath)));
-    reader.align();
+    reader.read(std::as_writable_bytes(std::span(rootPath)));
+    reader.skipPadding();
     Opened opened{.storage = FindIndexStorage(std::move(rootPath), head->marksSystemFolders == 1),
                   .metadata = {.lastEventID = head->lastEventID,
                                .builtAt = Timestamp::since1970(head->builtAt),
@@ -163,39 +165,28 @@ FindIndexPersistence::read(std::uint64_t byteCount, const Next& next) {
     FindIndexStorage& storage = opened.storage;
     storage.deniedCount = static_cast<std::int64_t>(head->deniedCount);
     storage.deletedCount = static_cast<std::int64_t>(head->deletedCount);
-    reader.column(storage.names, head->nameByteCount);
-    reader.column(storage.nameStart, head->entryCount + 1);
-    reader.column(storage.parent, head->entryCount);
-    reader.column(storage.size32, head->entryCount);
-    reader.column(storage.mtime, head->entryCount);
-    reader.column(storage.flags, head->entryCount);
-    reader.column(storage.kind, head->entryCount);
-    reader.column(storage.depth, head->entryCount);
-    reader.column(storage.firstChild, head->entryCount);
-    GrowingArray<std::uint32_t> bigEntries;
-    GrowingArray<std::uint64_t> bigSizes;
-    GrowingArray<std::uint32_t> folders;
-    GrowingArray<std::uint32_t> children;
-    reader.column(bigEntries, head->bigSizeCount);
-    reader.column(bigSizes, head->bigSizeCount);
-    reader.column(folders, head->extraChildCount);
-    reader.column(children, head->extraChildCount);
+    FindIndexStorage::visitStoredColumns([&](auto column) {
+        reader.readColumn(storage.*column.values, head->elementCount(column.length));
+    });
+    FindIndexFileTables tables;
+    FindIndexFileTables::visitColumns([&](auto column) {
+        reader.readColumn(tables.*column.values, head->elementCount(column.length));
+    });
     std::array<char, Head::trailer.size()> trailer{};
-    reader.bytes(std::as_writable_bytes(std::span(trailer)));
+    reader.read(std::as_writable_bytes(std::span(trailer)));
     if (!reader.result()) return std::unexpected(reader.result().error());
     if (std::string_view(trailer.data(), trailer.size()) != Head::trailer) return truncated();
 
-    if (auto taken = takeBigSizes(storage, bigEntries, bigSizes); !taken) {
-        return std::unexpected(taken.error());
-    }
-    if (auto taken = takeExtraChildren(storage, folders, children); !taken) {
+    if (auto taken = takeBigSizes(storage, tables); !taken) return std::unexpected(taken.error());
+    if (auto taken = takeExtraChildren(storage, tables); !taken) {
         return std::unexpected(taken.error());
     }
     if (auto valid = validate(storage); !valid) return std::unexpected(valid.error());
     if (!hasRoomToFold(storage)) return inconsistent("name offsets");
-    makeRoom(storage.foldedNames, storage.names.size());
-    makeRoom(storage.foldedStart, storage.count());
-    makeRoom(storage.foldedEntries, storage.count());
+    FindIndexStorage::visitFoldedColumns([&](auto column) {
+        const bool isBytes = column.length == FindColumnLength::foldedBytes;
+        makeRoom(storage.*column.values, isBytes ? storage.names.size() : storage.count());
+    });
     storage.extendFolded();
     return opened;
 }
@@ -205,9 +196,10 @@ std::expected<FindIndexPersistence::Opened, Error> FindIndexPersistence::read(co
     if (!file) return std::unexpected(Error{Error::Unreadable{}});
     // A file that is long and takes nothing is a hole, which would fill the memory with zeros.
     // Names are never compressed so far.
-    constexpr std::uint64_t smallest = 1'048'576;
-    constexpr std::uint64_t mostCompressed = 64;
-    if (file->byteCount() > smallest && file->byteCount() / mostCompressed > file->bytesOnDisk()) {
+    constexpr std::uint64_t minSuspicious = 1'048'576;
+    constexpr std::uint64_t maxCompression = 64;
+    if (file->byteCount() > minSuspicious &&
+        file->byteCount() / maxCompression > file->bytesOnDisk()) {
         return inconsistent("structure");
     }
     return read(file->byteCount(), [&](std::span<std::byte> into) { return file->read(into); });

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "Base/Saturating.h"
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
@@ -20,13 +20,13 @@ class ListedNames {
         }
     }
     /// The place of a name that an entry may go on with; it is given once.
-    [[nodiscard]] std::optional<std::size_t> take(std::string_view name, bool isDirectory,
+    [[nodiscard]] std::optional<std::size_t> take(std::string_view name, bool isFolder,
                                                   const FindDirectoryListing& listing) {
         const auto found = byName_.find(name);
         if (found == byName_.end()) return std::nullopt;
         const std::size_t at = found->second;
-        const bool isListedDirectory = listing.types[at] == FindObjectType::directory;
-        if (isDone_[at] || isListedDirectory != isDirectory) return std::nullopt;
+        const bool isListedFolder = listing.types[at] == FindObjectType::directory;
+        if (isDone_[at] || isListedFolder != isFolder) return std::nullopt;
         isDone_[at] = true;
         return at;
     }
@@ -61,7 +61,7 @@ void FindIndexStorage::markDeleted(Entry entry) {
     if (is(entry, findflag::deleted)) return;
     flags[entry] |= findflag::deleted;
     ++deletedCount;
-    changeAncestors(entry, false, size(entry));
+    changeAncestors(entry, Change::loss, size(entry));
 }
 
 FindIndexStorage::Entry FindIndexStorage::appendLooseChildren(Entry folder,
@@ -70,7 +70,7 @@ FindIndexStorage::Entry FindIndexStorage::appendLooseChildren(Entry folder,
     if (first == none) return none;
     std::vector<Entry>& later = extraChildren[folder];
     for (Entry child = first; child < count(); ++child) later.push_back(child);
-    changeAncestors(first, true, totalSize(listing));
+    changeAncestors(first, Change::growth, totalSize(listing));
     return first;
 }
 
@@ -85,7 +85,7 @@ void FindIndexStorage::setHiddenItself(Entry entry, bool isHidden) {
                            (parent[at] != none && is(parent[at], findflag::hidden));
         if (hides == is(at, findflag::hidden)) continue; // so is what it holds
         flags[at] ^= findflag::hidden;
-        visitChildren(*this, at, [&](Entry child) {
+        visitChildren(at, [&](Entry child) {
             changed.push_back(child);
             return true;
         });
@@ -100,34 +100,35 @@ void FindIndexStorage::takeListed(Entry entry, const FindDirectoryListing& listi
     if (isHidden != ((kind[entry] & findkind::hiddenItself) != 0)) {
         setHiddenItself(entry, isHidden);
     }
-    if (is(entry, findflag::directory)) return;
+    if (is(entry, findflag::folder)) return;
     const bool isLink = listing.types[at] == FindObjectType::symlink;
     if (isLink != is(entry, findflag::symlink)) flags[entry] ^= findflag::symlink;
     const std::uint64_t before = size(entry);
     const std::uint64_t now = listing.sizes[at];
     setSize(now, entry);
-    changeAncestors(entry, now > before, now > before ? now - before : before - now);
+    if (now > before) changeAncestors(entry, Change::growth, now - before);
+    if (now < before) changeAncestors(entry, Change::loss, before - now);
 }
 
 std::vector<FindIndexStorage::Entry>
-FindIndexStorage::replaceChildren(Entry of, const FindDirectoryListing& with) {
-    ListedNames listed(with);
-    flags[of] &= static_cast<std::uint8_t>(~findflag::unread);
-    for (const Entry child : children(of)) {
+FindIndexStorage::replaceChildren(Entry folder, const FindDirectoryListing& listing) {
+    ListedNames listed(listing);
+    flags[folder] &= static_cast<std::uint8_t>(~findflag::unread);
+    for (const Entry child : children(folder)) {
         if (is(child, findflag::deleted)) continue;
-        if (const auto at = listed.take(name(child), is(child, findflag::directory), with)) {
-            takeListed(child, with, *at);
+        if (const auto at = listed.take(name(child), is(child, findflag::folder), listing)) {
+            takeListed(child, listing, *at);
         } else {
             markDeleted(child);
         }
     }
-    const FindDirectoryListing left = remaining(with, listed);
+    const FindDirectoryListing left = remaining(listing, listed);
     Entry first = none;
-    if (firstChild[of] == none) {
-        first = appendBlock(of, left);
-        if (first != none) changeAncestors(first, true, totalSize(left));
+    if (firstChild[folder] == none) {
+        first = appendBlock(folder, left);
+        if (first != none) changeAncestors(first, Change::growth, totalSize(left));
     } else {
-        first = appendLooseChildren(of, left);
+        first = appendLooseChildren(folder, left);
     }
     std::vector<Entry> folders;
     for (std::size_t i = 0; i < left.count(); ++i) {
@@ -136,6 +137,41 @@ FindIndexStorage::replaceChildren(Entry of, const FindDirectoryListing& with) {
         }
     }
     return folders;
+}
+
+/// Folder by folder from the top: what is deleted is never come to, nor is what lies in it. The
+/// children of a folder, its block and those that came later, become one block.
+FindIndexStorage FindIndexStorage::compacted() const {
+    FindIndexStorage made(rootPath, marksSystemFolders);
+    made.deniedCount = deniedCount;
+    std::vector<Entry> kept; // by the new number
+    const auto keep = [&](Entry entry, Entry folder) {
+        kept.push_back(entry);
+        const Entry number = made.count();
+        visitStoredColumns([&](auto column) {
+            if (column.length != FindColumnLength::entries) return;
+            (made.*column.values).push((this->*column.values)[entry]);
+        });
+        made.names.append(name(entry));
+        made.nameStart.push(static_cast<std::uint32_t>(made.names.size()));
+        made.parent[number] = folder;
+        made.firstChild[number] = none;
+        made.kind[number] &= static_cast<std::uint8_t>(~findkind::lastOfBlock);
+        if (size32[entry] == bigSize) made.bigSizes[number] = size(entry);
+    };
+    if (count() != 0 && !is(0, findflag::deleted)) keep(0, none);
+    for (Entry folder = 0; folder < made.count(); ++folder) {
+        const Entry first = made.count();
+        visitChildren(kept[folder], [&](Entry child) {
+            if (!is(child, findflag::deleted)) keep(child, folder);
+            return true;
+        });
+        if (made.count() == first) continue;
+        made.firstChild[folder] = first;
+        made.kind[made.count() - 1] |= findkind::lastOfBlock;
+    }
+    made.extendFolded();
+    return made;
 }
 
 } // namespace tidyro

@@ -49,9 +49,13 @@ bool areNamesPossible(const FindIndexStorage& storage) {
 
 bool areColumnsAsLong(const FindIndexStorage& storage) {
     const std::size_t count = storage.parent.size();
-    return count < none && storage.size32.size() == count && storage.mtime.size() == count &&
-           storage.flags.size() == count && storage.kind.size() == count &&
-           storage.depth.size() == count && storage.firstChild.size() == count;
+    bool areAsLong = count < none;
+    FindIndexStorage::visitStoredColumns([&](auto column) {
+        if (column.length == FindColumnLength::entries) {
+            areAsLong &= (storage.*column.values).size() == count;
+        }
+    });
+    return areAsLong;
 }
 
 /// Every parent stands before what it holds, so no walk upwards goes round in a ring.
@@ -65,8 +69,8 @@ bool areParentsSound(const FindIndexStorage& storage) {
         const Entry folder = storage.parent[entry];
         if (folder >= entry) return false;
         const unsigned above = storage.flags[folder];
-        const int depth = std::min(storage.depth[folder] + 1, int{FindIndexStorage::deepest});
-        isSound &= (above & findflag::directory) != 0;
+        const int depth = std::min(storage.depth[folder] + 1, int{FindIndexStorage::maxDepth});
+        isSound &= (above & findflag::folder) != 0;
         isSound &= (above & inherited & ~unsigned{storage.flags[entry]}) == 0;
         isSound &= storage.depth[entry] == depth;
         isSound &= (storage.kind[entry] & findkind::categoryMask) <= lastCategory;
@@ -133,7 +137,7 @@ bool areSizesSound(const FindIndexStorage& storage) {
     return static_cast<std::size_t>(big) == storage.bigSizes.size();
 }
 
-std::int64_t deletedCount(const FindIndexStorage& storage) {
+std::int64_t countDeleted(const FindIndexStorage& storage) {
     std::int64_t deleted = 0;
     for (const std::uint8_t flags : storage.flags) deleted += (flags & findflag::deleted) != 0;
     return deleted;
@@ -148,7 +152,7 @@ FindIndexPersistence::validate(const FindIndexStorage& storage) {
     };
     if (!areOffsetsSound(storage)) return inconsistent("name offsets");
     if (!areColumnsAsLong(storage) || !areNamesPossible(storage) || !areParentsSound(storage) ||
-        deletedCount(storage) != storage.deletedCount) {
+        countDeleted(storage) != storage.deletedCount) {
         return inconsistent("structure");
     }
     const auto inBlocks = entriesInBlocks(storage);

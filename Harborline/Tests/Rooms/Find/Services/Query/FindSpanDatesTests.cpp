@@ -1,4 +1,4 @@
-#include "Rooms/Find/Services/Query/FindDates.h"
+#include "Rooms/Find/Services/Query/FindSpan.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -44,7 +44,7 @@ std::string spanOf(std::string_view text, Timestamp now) {
         if (seconds == FindSpan::lowest || seconds == FindSpan::highest) return std::string("...");
         return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::gmtime(static_cast<std::time_t>(seconds)));
     };
-    return moment(span->least) + " - " + moment(span->most);
+    return moment(span->min) + " - " + moment(span->max);
 }
 
 struct DateReading {
@@ -54,7 +54,7 @@ struct DateReading {
     std::string_view span;
 };
 
-TEST(FindDates, AreThoseOfThePersonsCalendar) {
+TEST(FindSpanDates, AreThoseOfThePersonsCalendar) {
     constexpr const char* berlin = "CET-1CEST,M3.5.0,M10.5.0/3";
     constexpr const char* midnightGap = "<-03>3<-02>,M11.1.0/0,M2.3.0/0";
     const Timestamp sunday = utc(2026, 3, 29, 12, 0); // clocks were set forward in the night

@@ -9,7 +9,7 @@ namespace tidyro {
 namespace {
 
 using Kind = FindQueryNode::Kind;
-using Token = FindQueryToken::Kind;
+using TokenKind = FindQueryToken::Kind;
 
 /// Several nodes as one; of no nodes there is nothing.
 std::optional<FindQueryNode> joined(Kind kind, std::vector<FindQueryNode> nodes) {
@@ -41,9 +41,9 @@ void flatten(FindQueryNode& node) {
 }
 
 /// By descent: the tokens bound its depth.
-class Parser {
+class QueryParser {
   public:
-    Parser(std::vector<FindQueryToken> tokens, Timestamp now)
+    QueryParser(std::vector<FindQueryToken> tokens, Timestamp now)
         : tokens_(std::move(tokens)), conditions_(now) {}
 
     FindQuery read() {
@@ -60,33 +60,37 @@ class Parser {
     }
 
   private:
-    [[nodiscard]] bool isAt(Token kind) const {
+    [[nodiscard]] bool isAt(TokenKind kind) const {
         return at_ < tokens_.size() && tokens_[at_].kind == kind;
+    }
+
+    /// Steps over a token of this kind. Whether there was one.
+    bool take(TokenKind kind) {
+        if (!isAt(kind)) return false;
+        ++at_;
+        return true;
     }
 
     std::optional<FindQueryNode> alternatives() {
         std::vector<FindQueryNode> nodes;
         do {
             if (auto node = sideBySide()) nodes.push_back(*std::move(node));
-        } while (isAt(Token::either) && ++at_ > 0);
+        } while (take(TokenKind::either));
         return joined(Kind::any, std::move(nodes));
     }
 
     std::optional<FindQueryNode> sideBySide() {
         std::vector<FindQueryNode> nodes;
-        while (at_ < tokens_.size() && !isAt(Token::either) && !isAt(Token::close)) {
-            if (isAt(Token::both)) {
-                ++at_;
-            } else if (auto node = operand()) {
-                nodes.push_back(*std::move(node));
-            }
+        while (at_ < tokens_.size() && !isAt(TokenKind::either) && !isAt(TokenKind::close)) {
+            if (take(TokenKind::both)) continue;
+            if (auto node = operand()) nodes.push_back(*std::move(node));
         }
         return joined(Kind::all, std::move(nodes));
     }
 
     std::optional<FindQueryNode> operand() {
         bool isDenied = false;
-        for (; isAt(Token::denial); ++at_) isDenied = !isDenied;
+        while (take(TokenKind::denial)) isDenied = !isDenied;
         auto node = bracketOrWord();
         if (!node || !isDenied) return node;
         if (node->kind == Kind::none) return std::move(node->children.front());
@@ -98,9 +102,9 @@ class Parser {
     std::optional<FindQueryNode> bracketOrWord() {
         if (at_ == tokens_.size()) return std::nullopt;
         const FindQueryToken& token = tokens_[at_];
-        if (token.kind != Token::word && token.kind != Token::open) return std::nullopt;
+        if (token.kind != TokenKind::word && token.kind != TokenKind::open) return std::nullopt;
         ++at_;
-        if (token.kind == Token::word) return conditions_.condition(token);
+        if (token.kind == TokenKind::word) return conditions_.condition(token);
         auto inner = alternatives();
         ++at_; // the other bracket
         return inner;
@@ -115,7 +119,7 @@ class Parser {
 
 FindQuery parsedFindQuery(std::string_view text, Timestamp now) {
     FindQueryTokens read = findQueryTokens(text);
-    FindQuery query = Parser(std::move(read.tokens), now).read();
+    FindQuery query = QueryParser(std::move(read.tokens), now).read();
     if (read.problem) query.problem = std::move(read.problem);
     return query;
 }

@@ -1,6 +1,6 @@
 // Where entries are: paths, children, what was deleted around them.
 #include "Base/PathText.h"
-#include "Rooms/Find/Services/Index/FindIndexChildren.h"
+#include "Rooms/Find/Services/Index/FindIndexStorage.h"
 
 namespace tidyro {
 
@@ -32,7 +32,7 @@ bool FindIndexStorage::isDeletedOrInside(Entry entry) const {
 std::optional<FindIndexStorage::Entry> FindIndexStorage::child(Entry folder,
                                                                std::string_view named) const {
     std::optional<Entry> found;
-    visitChildren(*this, folder, [&](Entry candidate) {
+    visitChildren(folder, [&](Entry candidate) {
         if (name(candidate) == named && !is(candidate, findflag::deleted)) found = candidate;
         return !found;
     });
@@ -52,9 +52,9 @@ std::optional<FindIndexStorage::Entry> FindIndexStorage::lookup(std::string_view
     return at;
 }
 
-std::vector<FindIndexStorage::Entry> FindIndexStorage::children(Entry of) const {
+std::vector<FindIndexStorage::Entry> FindIndexStorage::children(Entry folder) const {
     std::vector<Entry> found;
-    visitChildren(*this, of, [&](Entry child) {
+    visitChildren(folder, [&](Entry child) {
         found.push_back(child);
         return true;
     });
