@@ -11,7 +11,6 @@ namespace tidyro {
 namespace {
 
 using Arguments = std::vector<std::string>;
-using DuplicatesRequest = DuplicatesCommandLine::Request;
 
 TEST(DuplicatesCommandLine, ReadsItsArguments) {
     const auto parse = [](Arguments arguments) {
@@ -22,7 +21,7 @@ TEST(DuplicatesCommandLine, ReadsItsArguments) {
           {"Tidyro", "--cli", "index", "/x", "--query", "--find-duplicates"}}) {
         EXPECT_TRUE(std::holds_alternative<CommandLineNotRequested>(parse(others)));
     }
-    const std::vector<std::pair<Arguments, DuplicatesRequest>> cases{
+    const std::vector<std::pair<Arguments, DuplicatesCommandLine::Request>> cases{
         {{"Tidyro", "--find-duplicates", "~/x/../y"}, {.folder = "/home/ada/y"}},
         {{"--find-duplicates", "--json", "--min-size", "5", "/x", "--include-system"},
          {.folder = "/x", .minimumBytes = 5, .includeSystem = true, .asJSON = true}},
@@ -30,7 +29,8 @@ TEST(DuplicatesCommandLine, ReadsItsArguments) {
         {{"--find-duplicates", "/x", "--min-size", "18446744073709551615"},
          {.folder = "/x", .minimumBytes = UINT64_MAX}}};
     for (const auto& [arguments, request] : cases) {
-        EXPECT_EQ(std::get<DuplicatesRequest>(parse(arguments)), request) << arguments.back();
+        EXPECT_EQ(std::get<DuplicatesCommandLine::Request>(parse(arguments)), request)
+            << arguments.back();
     }
     for (const Arguments& wrong :
          std::vector<Arguments>{{"--find-duplicates"},

@@ -20,18 +20,18 @@ using testing::TemporaryFolder;
 using Subject = ScanDiagnostics::Subject;
 
 TEST(ScanDiagnostics, ReadsItsSwitches) {
-    using Request = ScanDiagnostics::Request;
     const auto parsed = [](std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), "Tidyro");
         return ScanDiagnostics::parse(arguments, "/home/ada");
     };
-    const CommandLineParse<Request> notRequested = CommandLineNotRequested{};
+    const CommandLineParse<ScanDiagnostics::Request> notRequested = CommandLineNotRequested{};
     EXPECT_EQ(parsed({}), notRequested);
     EXPECT_EQ(parsed({"--cli", "index", "/a", "--query", "--diagnose-find"}), notRequested);
-    EXPECT_EQ(std::get<Request>(parsed({"--diagnose-scan", "~/Music/../x"})),
-              (Request{.subject = Subject::scan, .folder = "/home/ada/x"}));
-    EXPECT_EQ(std::get<Request>(parsed({"--diagnose-find", "/a"})).subject, Subject::find);
-    EXPECT_EQ(std::get<Request>(parsed({"--diagnose-duplicates", "/a"})).subject,
+    EXPECT_EQ(std::get<ScanDiagnostics::Request>(parsed({"--diagnose-scan", "~/Music/../x"})),
+              (ScanDiagnostics::Request{.subject = Subject::scan, .folder = "/home/ada/x"}));
+    EXPECT_EQ(std::get<ScanDiagnostics::Request>(parsed({"--diagnose-find", "/a"})).subject,
+              Subject::find);
+    EXPECT_EQ(std::get<ScanDiagnostics::Request>(parsed({"--diagnose-duplicates", "/a"})).subject,
               Subject::duplicates);
     for (const std::vector<std::string>& malformed :
          {std::vector<std::string>{"--diagnose-find"},
