@@ -55,7 +55,7 @@ class ProcessReader {
 
     [[nodiscard]] Outcome read(long pid, Found& found);
     /// Why the last reading failed.
-    [[nodiscard]] SystemError error() const { return error_.value(); }
+    [[nodiscard]] const std::optional<SystemError>& error() const { return error_; }
 
   private:
     void readExecutable(const FolderDescriptor& folder, RunningProcess& process);
