@@ -158,7 +158,9 @@ class FindIndexStorage {
     [[nodiscard]] FindCategory category(Entry entry) const {
         return static_cast<FindCategory>(kind[entry] & findkind::categoryMask);
     }
-    [[nodiscard]] std::uint64_t size(Entry entry) const;
+    [[nodiscard]] std::uint64_t size(Entry entry) const {
+        return size32[entry] != bigSize ? size32[entry] : sizeOfBig(entry);
+    }
     void setSize(std::uint64_t size, Entry entry);
     [[nodiscard]] std::string path(Entry entry) const;
     [[nodiscard]] bool isDeletedOrInside(Entry entry) const;
@@ -200,6 +202,7 @@ class FindIndexStorage {
   private:
     enum class Change : std::uint8_t { growth, loss };
 
+    [[nodiscard]] std::uint64_t sizeOfBig(Entry entry) const;
     Entry appendEntries(Entry folder, const FindDirectoryListing& listing);
     void foldPlainNames(Entry from, Entry to);
     void changeAncestors(Entry entry, Change change, std::uint64_t bytes);

@@ -23,8 +23,7 @@ std::uint64_t sumOfChildren(const FindIndexStorage& storage, FindIndexStorage::E
 
 } // namespace
 
-std::uint64_t FindIndexStorage::size(Entry entry) const {
-    if (size32[entry] != bigSize) return size32[entry];
+std::uint64_t FindIndexStorage::sizeOfBig(Entry entry) const {
     const auto big = bigSizes.find(entry);
     return big == bigSizes.end() ? bigSize : big->second;
 }
