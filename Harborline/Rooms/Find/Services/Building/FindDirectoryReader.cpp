@@ -37,7 +37,7 @@ FindDirectoryListing::Entry entryOf(const FolderEntry& found) {
 
 } // namespace
 
-FindDirectoryReader::Failure FindDirectoryReader::Failure::of(SystemError error) {
+FindDirectoryReader::Failure FindDirectoryReader::Failure::fromError(SystemError error) {
     switch (error.code) {
     case EACCES:
     case EPERM: return {.kind = Kind::denied, .error = error};
@@ -76,13 +76,13 @@ FindDirectoryReader::readPart(FindDirectoryListing& listing, std::size_t maxCoun
         if (found == nullptr) break;
         if (found->name.size() > std::numeric_limits<std::uint32_t>::max() - listing.names.size()) {
             listing.clear(); // its offsets have 32 bits
-            return std::unexpected(Failure::of({EOVERFLOW}));
+            return std::unexpected(Failure::fromError({EOVERFLOW}));
         }
         listing.append(entryOf(*found));
     }
     if (lister_.error().code == 0) return {};
     listing.clear();
-    return std::unexpected(Failure::of(lister_.error()));
+    return std::unexpected(Failure::fromError(lister_.error()));
 }
 
 } // namespace tidyro

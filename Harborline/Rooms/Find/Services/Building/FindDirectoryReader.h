@@ -30,7 +30,7 @@ class FindDirectoryReader {
         Kind kind;
         SystemError error;
 
-        [[nodiscard]] static Failure of(SystemError error);
+        [[nodiscard]] static Failure fromError(SystemError error);
         bool operator==(const Failure&) const = default;
     };
 

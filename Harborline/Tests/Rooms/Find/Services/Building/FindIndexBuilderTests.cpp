@@ -408,7 +408,7 @@ TEST(FindDirectoryReader, TellsWhyAFolderCannotBeRead) {
                                      {ELOOP, notDirectory},
                                      {EIO, failed},
                                      {EMFILE, failed}}) {
-        EXPECT_EQ(Failure::of({code}), (Failure{.kind = kind, .error = {code}})) << code;
+        EXPECT_EQ(Failure::fromError({code}), (Failure{.kind = kind, .error = {code}})) << code;
     }
     // Closed between opening and reading it.
     const TemporaryFolder place;

@@ -82,8 +82,8 @@ bool BlockDevices::isInternalDisk(const std::string& folder) const {
 }
 
 bool BlockDevices::isInternalFolder(const std::string& folder, int depth) const {
-    constexpr int deepest = 16; // layers of devices upon devices
-    if (folder.empty() || depth > deepest) return false;
+    constexpr int maxDepth = 16; // layers of devices upon devices
+    if (folder.empty() || depth > maxDepth) return false;
     if (exists(folder + "/partition")) {
         return isInternalFolder(std::string(path::parent(folder)), depth + 1);
     }
