@@ -23,8 +23,8 @@ std::string_view allNames(const FindDirectoryListing& listing) {
 
 } // namespace
 
-FindIndexStorage::FindIndexStorage(std::string path, std::optional<bool> marks)
-    : rootPath(std::move(path)), marksSystemFolders(false) {
+FindIndexStorage::FindIndexStorage(std::string path, std::optional<bool> marks) {
+    rootPath = std::move(path);
     if (rootPath.size() > 1 && rootPath.ends_with('/')) rootPath.pop_back();
     marksSystemFolders = marks.value_or(rootPath == "/");
     nameStart.push(0);
