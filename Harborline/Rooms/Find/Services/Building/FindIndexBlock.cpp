@@ -79,7 +79,9 @@ bool FindIndexBlock::fits(const FindIndexStorage& storage) const {
                          prepared_.foldedNames.size() - prepared_.foldedStart[1]);
 }
 
-Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
+FindIndexStorage::Entry FindIndexBlock::moveInto(FindIndexStorage& storage,
+                                                 FindIndexStorage::Entry folder) {
+    using Entry = FindIndexStorage::Entry;
     const std::uint32_t added = count();
     if (added == 0) return FindIndexStorage::none;
     const Entry first = storage.count();
