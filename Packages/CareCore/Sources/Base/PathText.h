@@ -10,9 +10,8 @@ namespace tidyro::path {
 
 /// "/a/./b//../c/" becomes "/a/c". Empty and "." components go; ".." goes together with the
 /// component before it, and stops at the root. A trailing "/" goes unless it is the whole path. An
-/// absolute path stays absolute. A relative path keeps each ".." that no component stands before,
-/// and becomes
-/// "." when nothing remains.
+/// absolute path stays absolute. A relative path keeps each ".." that no component stands before.
+/// When nothing of it remains, it becomes ".".
 [[nodiscard]] std::string standardized(std::string_view path);
 
 /// `path` made absolute against the process's working folder, and standardised. When that folder is

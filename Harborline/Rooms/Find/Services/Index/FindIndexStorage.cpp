@@ -43,7 +43,7 @@ bool FindIndexStorage::isSystemTopLevelName(std::string_view name) {
 bool FindIndexStorage::hasRoomFor(const FindDirectoryListing& listing) const {
     if (listing.count() == 0) return true;
     constexpr std::uint64_t maxNumber = 0xFFFFFFFF;
-    // Folding makes at maxNumber three bytes of one: a byte that is no text becomes U+FFFD.
+    // Folding makes at most three bytes of one: a byte that is no text becomes U+FFFD.
     const std::uint64_t bytes = allNames(listing).size();
     return std::uint64_t{count()} + listing.count() < maxNumber &&
            names.size() + bytes <= maxNumber && foldedNames.size() + bytes * 3 <= maxNumber;

@@ -18,6 +18,7 @@ namespace tidyro {
 ///
 ///     const FindQuery query = parsedFindQuery("kind:image size:>1mb", now);
 ///     const FindEntrySet matches = FindQueryMatcher(*storage, query).matches(*mask);
+///
 /// - A text is looked for in the folded name, and a case-sensitive one in the bytes of the name.
 ///   Regular expressions see the name as it is, with U+FFFD for bytes that are not UTF-8.
 /// - A path is the path below the root with a "/" before each component; see `FindTextTest`.

@@ -14,6 +14,8 @@ namespace tidyro {
 ///     const NeedleFinder finder("readme");
 ///     for (std::size_t at = 0; at < bytes.size();) {
 ///         for (const auto place : std::span(places).first(finder.findSome(bytes, at, places))) ...
+///     }
+///
 /// The processor decides which form of it runs; all forms give the same answers. Any thread may use
 /// a finder.
 class NeedleFinder {

@@ -30,6 +30,7 @@ struct FindSearchResult {
 ///
 ///     FindSearchEngine engine;
 ///     const auto found = engine.search("readme", {.in = index, .limit = 500, .now = now});
+///
 /// Hits are in the order of `BestHits`: by where the first text stands in the name, then by depth,
 /// length of the name, date and path. The same index, query and moment give the same hits.
 ///

@@ -27,27 +27,21 @@ struct Volume {
     /// identifier; a volume with a UUID of its own keeps it from run to run.
     std::string identifier;
     std::string fileSystem; ///< its type as the system calls it ("ext4", "apfs")
-    /// Whether the volume lies on a disk inside this machine and nowhere else. A volume of which
-    /// that cannot be shown is not internal:
+    /// Whether the volume lies on a disk inside this machine and nowhere else. In doubt it does
+    /// not:
     ///
     /// - The network, removable disks, disks on USB, loop devices, disk images, compressed memory
-    /// and
-    ///   block devices that another machine serves are not.
+    ///   and block devices that another machine serves are not internal.
     /// - Partitions, RAID and device-mapper (encryption, logical volumes) are internal when all
-    /// disks
-    ///   below them are.
-    /// - btrfs is internal when all devices of the file system are. A file system that spans
-    /// devices
-    ///   in a way of its own (ZFS, bcachefs) is not known to be.
-    /// - FUSE is internal only as the driver of a real block device ("fuseblk"). Any other may have
-    /// a
-    ///   server or a folder behind it, which does not show.
-    /// - overlay is not: removing a file of a lower layer frees nothing, but adds a note to the
-    /// upper
-    ///   one. tmpfs is memory and no disk.
-    /// - On macOS a volume is internal when it lies on the disk that the running system started
-    /// from;
-    ///   images, removable and other disks are not.
+    ///   disks below them are.
+    /// - btrfs is internal when all devices of the file system are. ZFS and bcachefs span devices
+    ///   in ways of their own, so they are not known to be.
+    /// - FUSE is internal only as the driver of a real block device ("fuseblk"). Behind any other
+    ///   may be a server or a folder, which does not show.
+    /// - overlay is not internal: removing a file of a lower layer frees nothing, but adds a note
+    ///   to the upper one. tmpfs is memory and no disk.
+    /// - On macOS the disk that the running system started from is internal. Images, removable
+    ///   and other disks are not.
     bool isInternalLocal;
 };
 
