@@ -12,9 +12,9 @@
 
 namespace tidyro {
 
-/// The names that lead from an open folder down to one that is to be read. A walk keeps one for
-/// each thread: it is gathered under the walk's lock and gone down without it. Remembers its
-/// strings' room.
+/// The names that lead from an open folder down to one that is to be read. They are gathered under
+/// the walk's lock and followed without it. Each thread keeps one route, so that its strings keep
+/// their room.
 class FolderRoute {
   public:
     /// Begins with the folder that is to be read.

@@ -110,7 +110,7 @@ class FolderWalk {
         std::set<std::string> skippingContentsOf = {};
         std::uint32_t maxDepth = std::numeric_limits<std::uint32_t>::max();
     };
-    /// The target outlives the walk and has its root already.
+    /// The target outlives the walk, and holds its root by the time of `run`.
     FolderWalk(Options options, Target& target);
 
     /// Reads everything. Once only. ECANCELED after `cancel`, EOVERFLOW when the target has no

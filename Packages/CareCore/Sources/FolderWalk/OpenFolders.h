@@ -12,10 +12,10 @@ namespace tidyro {
 
 /// The folders that a walk holds open because folders inside them still wait to be read.
 ///
-/// A waiting folder names the slot from which it is reached: that of its parent, or, once as many
-/// folders are open as the process may afford, that of the nearest ancestor that still is. Slots
-/// are counted by those who wait and close with the last. The walk's lock guards all of it; an open
-/// folder itself may be used without the lock for as long as one counts.
+/// A waiting folder names the slot from which it is reached. That is the slot of its parent or,
+/// once as many folders are open as the process may afford, of the nearest ancestor that is open. A
+/// slot counts the folders that wait for it, and closes with the last. The walk's lock guards all
+/// of it. An open folder itself may be used without the lock by whoever is counted in its slot.
 class OpenFolders {
   public:
     using Slot = std::uint32_t;

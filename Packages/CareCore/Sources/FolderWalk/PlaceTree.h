@@ -9,9 +9,10 @@
 
 namespace tidyro {
 
-/// A set of places below a root, asked one component at a time as a walk goes down. A walk carries
-/// the branch it stands on, which is none almost everywhere, so places cost nothing where none are
-/// near and no path is ever built to look one up.
+/// Knows the places below a root that a walk skips or does not enter. It is asked one component at
+/// a time as the walk goes down. The walk carries the branch that it stands on, and almost
+/// everywhere there is none. So places cost nothing where none are near, and no path is built to
+/// look one up.
 class PlaceTree {
   public:
     enum class Mark { none, skipped, contentsSkipped, mountPoint };

@@ -7,16 +7,16 @@
 
 namespace tidyro {
 
-/// Who of a walk's workers is reading, so that a worker for whom there was no file left to open
-/// knows when to try again, and when to give up.
+/// Decides what a worker of a walk does when the process has no descriptor left for its folder:
+/// whether it waits for the others, tries again or gives up.
 ///
-/// It puts its folder back and waits until somebody has finished one, since that closes files.
-/// That nobody else is reading when it fails does not mean that nobody can help: the other may have
-/// ended only now. That somebody is reading does not mean that he will: two that fail in turn would
-/// keep each other trying for ever. So what counts is a reading that failed though it was alone
-/// from its beginning to its end. Even then something else may have had a file open in passing, as
-/// the system's library does when a thread first asks for memory: the walk gives up once it has
-/// come no further in that way for a while.
+/// Such a worker puts its folder back and waits until another worker has finished one, since that
+/// closes files. When nobody else is reading by then, the other may have ended only now, so trying
+/// again may help. When somebody is, that is no reason to go on either: two workers that fail in
+/// turn would keep each other trying for ever. So only those readings count against the walk that
+/// failed although they were alone from beginning to end. Even then something else may have had a
+/// file open in passing, as the system's library does when a thread first asks for memory. So the
+/// walk gives up only when such failures go on for a while and no folder is finished in between.
 ///
 ///     ready.wait(lock, [&] { return !jobs.empty() && turns.mayBegin(turn); });
 ///     turns.begin(turn);
@@ -25,8 +25,8 @@ namespace tidyro {
 ///     else if (turns.postpone(turn)) jobs.insert(jobs.begin(), job);
 ///     else fail();
 ///
-/// The walk's lock guards all of it. A worker that is not reading keeps nothing open of what it
-/// read before, or those who wait would wait for that.
+/// The walk's lock guards all of it. A worker that is not reading keeps no folder open, since the
+/// others may be waiting for a descriptor.
 class ReadingTurns {
   public:
     /// The last reading of one worker.

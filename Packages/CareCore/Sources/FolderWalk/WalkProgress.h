@@ -7,8 +7,8 @@
 
 namespace tidyro {
 
-/// Tells a handler of a walk's progress, from whichever worker has just finished a folder when a
-/// report is due; never from two at once, and never an older record after a newer one.
+/// Reports a walk's progress. The worker that finishes a folder when a report is due calls the
+/// handler. No two workers call it at once, and no older record follows a newer one.
 ///
 ///     if (progress.isDue()) progress.report(lock, [&] { return recordSoFar(); });
 template <class Record>
@@ -16,7 +16,7 @@ class WalkProgress {
   public:
     using Handler = std::function<void(const Record&)>;
 
-    /// The handler may be null. At most one report in so many seconds; the first after them.
+    /// The handler may be null. `interval`: seconds before the first report and between two.
     WalkProgress(Handler handler, double interval)
         : handler_(std::move(handler)), interval_(interval) {}
 

@@ -23,7 +23,7 @@ class WalkThreads {
     };
     explicit WalkThreads(Options options) : options_(std::move(options)) {}
 
-    /// Returns when all have ended. Where the system has no thread left, the caller's does it.
+    /// Returns when all have ended. When the system has no thread left, the caller's does the work.
     void run();
 
     // Under the walk's lock.
