@@ -15,8 +15,8 @@ namespace tidyro::platform {
 
 /// Replaces the file at `path`: writes a temporary sibling (made exclusively, mode 0600), flushes
 /// it to the disk, renames it over the path and flushes the folder. On failure the old file stands
-/// and the sibling is gone. Only when the very last flush failed, the new file is in its place, but
-/// may not outlast a crash.
+/// and the sibling is gone. The one exception is the flush of the folder: when that fails, the new
+/// file is in its place but may not outlast a crash.
 [[nodiscard]] std::expected<void, SystemError> writeDurably(const std::string& path,
                                                             std::string_view bytes);
 
@@ -32,9 +32,9 @@ class DurableWriter {
   public:
     enum class Sibling {
         unique, ///< a name that nobody else has: of several writers the last to end wins
-        /// `path` and ".partial", so that the next writer uses up what a crash left. Whoever has it
-        /// locks it; others wait, and give up with EWOULDBLOCK after `maxWait` seconds. Fails where
-        /// the file system has no locks.
+        /// `path` and ".partial", so that the next writer overwrites what a crash left. Whoever has
+        /// it locks it; others wait, and give up with EWOULDBLOCK after `maxWait` seconds. Fails
+        /// where the file system has no locks.
         shared,
     };
     static constexpr int maxWait = 10;

@@ -66,8 +66,8 @@ struct FileMetadata {
 [[nodiscard]] bool isReadable(const std::string& path);
 [[nodiscard]] bool isReadable(const FolderDescriptor& folder, const char* name);
 
-/// Whether this process may add, rename and remove entries of a folder, answered likewise. The
-/// answer leaves out locks, and that a sticky folder lets go only of the user's own entries.
+/// Whether this process may add, rename and remove entries of a folder, answered likewise. Locks do
+/// not count, nor does it count that a sticky folder lets go of the user's own entries only.
 [[nodiscard]] bool isWritableFolder(const std::string& path);
 
 /// The path with every link in it resolved. ENOENT when nothing is there. `FolderResolver` also

@@ -111,8 +111,8 @@ class FolderDescriptor {
 };
 
 /// Whether this folder's volume is of a kind that is known to share blocks between files. A volume
-/// of an unknown kind is not: asking it for each file's clones would cost more than it finds.
-/// `mayShareBlocks` answers the other way round.
+/// of an unknown kind is not: asking it for each file's clones would cost more than it finds. For
+/// such a volume `mayShareBlocks` is true.
 [[nodiscard]] bool isKnownToShareBlocks(const FolderDescriptor& folder);
 
 /// How many folders a walk may hold open at once. Raises this process's limit on open files when it

@@ -17,7 +17,7 @@ namespace tidyro::platform {
 /// The folders whose children are the items in the Trash.
 struct TrashPlaces {
     FileURL home;                         ///< this person's
-    std::vector<std::string> belowVolume; ///< from the top of each volume, for this user
+    std::vector<std::string> belowVolume; ///< paths below the top of each volume, for this user
 };
 [[nodiscard]] TrashPlaces trashPlaces();
 

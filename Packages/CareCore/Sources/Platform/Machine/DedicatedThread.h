@@ -9,7 +9,7 @@ namespace tidyro::platform {
 
 enum class Quality : unsigned {
     userInitiated = 25, ///< somebody waits for the result
-    utility = 17,
+    utility = 17,       ///< nobody waits for it
 };
 
 /// A thread with a name that debuggers and profilers show. Joins when it goes.

@@ -38,12 +38,12 @@ class BlockDevices {
 /// the kernel or the file system does not tell one, and for all zeros, which identify nothing.
 [[nodiscard]] std::optional<std::string> mountedUUID(const std::string& mountPath);
 
-/// The number of a block device at a path; none when there is none.
 struct BlockDeviceNumber {
     std::uint32_t major;
     std::uint32_t minor;
     bool operator==(const BlockDeviceNumber&) const = default;
 };
+/// The number of the block device at a path; none when none is there.
 [[nodiscard]] std::optional<BlockDeviceNumber> blockDeviceAt(const std::string& path);
 
 } // namespace tidyro::platform
