@@ -10,7 +10,7 @@
 namespace tidyro {
 
 /// A path in lower case, for the many comparisons without regard to case that one verdict makes.
-/// Lies in its own storage: a verdict on a path of plain ASCII of usual length allocates nothing.
+/// The text lies in the object itself, so a plain ASCII path of usual length allocates nothing.
 class LoweredPath {
   public:
     explicit LoweredPath(std::string_view path) {
@@ -42,7 +42,7 @@ class LoweredPath {
     }
 
   private:
-    /// False when the path is not plain ASCII, which Unicode's own rules then lower.
+    /// False when the path is not plain ASCII: then it has to be lowered by Unicode's rules.
     bool lowerInline(std::string_view path) {
         for (std::size_t i = 0; i < path.size(); ++i) {
             const char byte = path[i];

@@ -14,8 +14,8 @@ namespace tidyro {
 /// One code point in UTF-8; U+FFFD for one that does not exist.
 [[nodiscard]] std::string utf8Text(char32_t codePoint);
 
-/// How many bytes the first character of `bytes` takes. An invalid sequence counts as one character
-/// when `repairedUTF8` replaces it by one. `bytes` are not empty.
+/// How many bytes the first character of `bytes` takes. An invalid sequence that `repairedUTF8`
+/// replaces by one U+FFFD counts as one character. `bytes` are not empty.
 [[nodiscard]] std::size_t characterLength(std::string_view bytes);
 
 /// `bytes` as UTF-8, each invalid sequence replaced by one U+FFFD.

@@ -65,8 +65,8 @@ struct CleanupReceipt {
     [[nodiscard]] std::uint64_t movedToTrashByteCount() const;
     [[nodiscard]] std::uint64_t permanentlyRemovedByteCount() const;
     [[nodiscard]] std::uint64_t simulatedByteCount() const;
-    /// Whether anything was removed for good. A permanent plan of which every entry failed is not
-    /// permanent.
+    /// Whether anything was removed for good. When every entry of a permanent plan failed, nothing
+    /// was.
     [[nodiscard]] bool isPermanent() const;
     /// Whether the receipt is still kept at a moment. At `retainUntil` it is not any more.
     [[nodiscard]] bool isRetained(Timestamp at) const { return at < retainUntil; }

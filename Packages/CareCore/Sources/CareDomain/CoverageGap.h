@@ -36,7 +36,7 @@ constexpr RawValueTable<CoverageGapReason, 10> rawValues(RawValueTag<CoverageGap
               {privacyProtectedExcluded, "privacyProtectedExcluded"}}}};
 }
 
-/// One place that a scan left out.
+/// A part of a root that a scan did not measure.
 struct CoverageGap {
     FileURL url;
     CoverageGapReason reason;

@@ -69,8 +69,8 @@ constexpr RawValueTable<EvidenceCode, 24> rawValues(RawValueTag<EvidenceCode>) {
               {openByProcess, "openByProcess"}}}};
 }
 
-/// A set of evidence codes, ascending by raw text. In whatever order and however often codes are
-/// inserted, equal sets are equal.
+/// A set of evidence codes, ascending by raw text. The order in which codes are inserted makes no
+/// difference, nor does repetition.
 ///
 ///     EvidenceCodes codes{EvidenceCode::oldEnough, EvidenceCode::regenerable};
 ///     codes.insert(EvidenceCode::oldEnough);
