@@ -72,9 +72,9 @@ class DuplicateScanner {
 
     [[nodiscard]] const Options& options() const { return options_; }
 
-    /// Sizes are taken whole or not at all: the first one whose files do not fit into the bounds
-    /// ends the scan. The original of a set is the one that was modified first; one without a date
-    /// comes after all that have one, and among equals the path decides.
+    /// All files of a size are hashed, or none: the first size whose files do not fit into the
+    /// bounds ends the scan. The original of a set is the file that was modified first. A file
+    /// without a date comes after all that have one, and among equals the path decides.
     [[nodiscard]] std::expected<DuplicateScanResult, ExactDuplicateFinder::Error>
     scan(std::span<const FileObservation> observations, const CancelToken& cancel = {}) const;
 

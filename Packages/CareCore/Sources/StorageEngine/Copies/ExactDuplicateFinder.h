@@ -49,7 +49,7 @@ class ExactDuplicateFinder {
 
     [[nodiscard]] std::int64_t readChunkSize() const { return readChunkSize_; }
 
-    /// Groups that would free more come first, equal ones by digest; the members of a group are
+    /// Sets that would free more come first, and equal ones by digest. The members of a set are
     /// ordered by the bytes of their paths. Yields the processor after each file.
     [[nodiscard]] std::expected<std::vector<ExactDuplicateGroup>, Error>
     findGroups(std::span<const FileObservation> observations, const CancelToken& cancel = {}) const;

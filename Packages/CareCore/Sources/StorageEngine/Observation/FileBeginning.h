@@ -10,7 +10,7 @@
 namespace tidyro {
 
 /// Whether the regular file that was seen under a name in an open folder begins with these bytes,
-/// of which there are at most 64. The error is ESTALE when another file stands there by now.
+/// at most 64. The error is ESTALE when another file stands there by now.
 [[nodiscard]] std::expected<bool, SystemError>
 fileBeginsWith(const platform::FolderDescriptor& folder, const char* name,
                const platform::FileMetadata& seen, std::string_view beginning);

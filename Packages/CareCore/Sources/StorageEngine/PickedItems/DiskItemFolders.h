@@ -21,7 +21,7 @@ namespace tidyro {
 
 /// Why an item stays that is, or lies in, a folder that must stay.
 [[nodiscard]] DiskItemRefusal refusalFor(KeptFolders::Reason reason);
-/// Why a folder stays that holds one.
+/// Why a folder stays that holds a folder that must stay.
 [[nodiscard]] DiskItemRefusal refusalForHolderOf(KeptFolders::Reason reason);
 
 /// Knows the folders that picked items lie in. It remembers what it found out about a folder, but

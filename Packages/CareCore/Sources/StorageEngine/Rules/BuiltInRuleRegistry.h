@@ -28,7 +28,7 @@ struct CleanupRuleGroup {
 /// material that its owner builds again when it is missing. The tables are constant, so any thread
 /// may read them.
 struct BuiltInRuleRegistry {
-    /// The seven groups with their rows, in the order in which rules are tried and listed.
+    /// The groups with their rows, in the order in which rules are tried and listed.
     [[nodiscard]] static std::span<const CleanupRuleGroup> groupedSpecs();
     /// All rows in group order.
     [[nodiscard]] static std::span<const CleanupRuleSpec> allSpecs();

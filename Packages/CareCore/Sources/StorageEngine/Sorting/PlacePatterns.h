@@ -10,7 +10,7 @@
 
 namespace tidyro {
 
-/// Finds in a tree the items of places. A place is a pattern below a base folder, which is the home
+/// Finds the items of places in a tree. A place is a pattern below a base folder, which is the home
 /// or the top of a volume. The tree may hold the base, begin at it, or begin somewhere inside it.
 /// Keeps a reference to the tree.
 class PlacePatterns {
