@@ -46,7 +46,7 @@ struct CommandLineMode {
                                            std::string_view home);
 
     /// Performs one request and returns the exit status. `snapshot` keeps its result in the
-    /// directory that is handed in; without one, in the archive's own.
+    /// folder that is handed in; without one, in the archive's own.
     [[nodiscard]] static int run(const Request& request, const TextOutput& output,
                                  const std::optional<FileURL>& snapshotDirectory = std::nullopt);
 

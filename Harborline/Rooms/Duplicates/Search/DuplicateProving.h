@@ -19,8 +19,8 @@ struct FurtherName {
 };
 
 /// Proves which of the files that agree in their beginning are copies. It reads small files whole
-/// at once. Of large ones it looks at both ends first, and reads only those whole whose ends agree,
-/// the largest first.
+/// at once. Of large files it first looks at both ends. Those whose ends agree it reads whole, the
+/// largest first.
 ///
 /// Every file is read by one of its names only. In the end each file is looked at again, since the
 /// first may have been read long before the last. A file that is gone, was replaced or was written
@@ -38,7 +38,7 @@ class DuplicateProving {
         std::vector<ProvenFile> files;
         std::vector<FurtherName> furtherNames;
     };
-    /// One number of threads reads many small files best, another one large files.
+    /// Small and large files are read best by different numbers of threads.
     struct Threads {
         ReaderThreads& small;
         ReaderThreads& large;

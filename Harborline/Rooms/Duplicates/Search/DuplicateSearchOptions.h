@@ -18,7 +18,7 @@ struct DuplicateSearchOptions {
     bool includeSystemVolumes = false;
     FileURL home; ///< tells which copies lie in a place that is known, and may be removed
     std::set<std::string> skipping = {};           ///< files and folders that are left out
-    std::set<std::string> skippingContentsOf = {}; ///< folders of which everything is left out
+    std::set<std::string> skippingContentsOf = {}; ///< folders whose contents are left out
     std::vector<FileURL> systemVolumeRoots = macOSVolumes();
 
     /// Where macOS keeps what it starts up and updates itself from.

@@ -47,7 +47,7 @@ class DiskTurns {
     std::map<std::uint64_t, std::mutex> disks_; ///< its elements stay where they are
 };
 
-/// Reads large files whole that are probably copies, side by side. It hashes the first and compares
+/// Reads large files that are probably copies, whole and side by side. It hashes one and compares
 /// the others with it byte for byte, which takes a tenth of the time that hashing them would. A
 /// file that turns out to differ has to be read again by itself. Used by one thread.
 class LargeFileReader {

@@ -27,8 +27,8 @@ struct ProvenFile {
 /// date of change, which cannot be set back.
 [[nodiscard]] bool isUnchanged(const ProvenFile& file, const platform::FileMetadata& seen);
 
-/// Proves a file by the digest of its contents, all of which were read. None when the file was
-/// written to meanwhile: what was read may never have been its contents at any one time.
+/// Proves a file by the digest of its whole contents. None when the file was written to meanwhile:
+/// what was read may never have been its contents at any one time.
 [[nodiscard]] std::optional<ProvenFile> prove(std::uint32_t file,
                                               const ListedFileOpener::Opened& opened,
                                               const platform::SHA256::Digest& digest);

@@ -40,7 +40,7 @@ class FindIndexBlock {
   private:
     [[nodiscard]] static FindIndexStorage emptied();
 
-    /// The folder stands for the root in it, as entry 0.
+    /// Its root, entry 0, stands for the folder.
     FindIndexStorage prepared_ = emptied();
     bool isOverflowing_ = false; ///< the folder alone has more than a storage can count
 };

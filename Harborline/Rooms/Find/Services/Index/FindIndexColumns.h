@@ -36,8 +36,8 @@ struct FindColumn {
 };
 
 /// The columns of an index of names, and the one list of them. Reserving, joining, saving, reading,
-/// checking and counting bytes walk that list: a further column is a member here, a row of the
-/// list, and what gives it its values. FindIndexStorage has the functions.
+/// checking and counting bytes walk that list. A further column needs a member here, a row of the
+/// list, and code that gives it its values. FindIndexStorage has the functions.
 struct FindIndexColumns {
     using Entry = std::uint32_t;
     static constexpr Entry none = 0xFFFFFFFF;            ///< no parent, no child, no entry

@@ -110,7 +110,7 @@ class FindIndexStorage : public FindIndexColumns {
     /// A copy without deleted entries and what lies in them. Its entries have other numbers.
     [[nodiscard]] FindIndexStorage compacted() const;
 
-    /// The eleven names of the system's folders at the top of a disk.
+    /// Whether one of the system's folders at the top of a disk has this name.
     [[nodiscard]] static bool isSystemTopLevelName(std::string_view name);
 
   private:

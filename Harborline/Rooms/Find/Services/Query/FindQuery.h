@@ -36,7 +36,7 @@ struct FindTextTerm {
 struct FindQueryNode {
     enum class Kind : std::uint8_t {
         all,    ///< meets all children; without children every entry does
-        any,    ///< meets one of the children, of which there are at least two
+        any,    ///< meets at least one child; there are two or more
         none,   ///< does not meet the one child
         text,   ///< meets `text`
         ext,    ///< has an extension among `names`: folded, without the stop, sorted, each once

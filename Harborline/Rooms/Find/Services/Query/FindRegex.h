@@ -30,7 +30,7 @@ class FindRegex {
     [[nodiscard]] bool isIn(std::string_view text) const;
 
     static constexpr std::size_t maxLiterals = 10;
-    /// Texts of which a matching name has to hold some, in ASCII and small letters; `mayMatch` says
+    /// Texts in ASCII and small letters. Every matching name holds some of them; `mayMatch` says
     /// which. At most `maxLiterals`; none when the expression asks for no text.
     [[nodiscard]] std::span<const std::string> literals() const;
     /// Whether the expression may match in a text that holds exactly these of the literals, upper
