@@ -14,8 +14,8 @@
 #include "Rooms/Duplicates/Choosing/CleanupQueue.h"
 #include "Rooms/Duplicates/Choosing/CopyState.h"
 #include "Rooms/Duplicates/Choosing/KeepRule.h"
-#include "Rooms/Duplicates/Report/DuplicateReport.h"
 #include "Rooms/Duplicates/Search/DuplicateProgress.h"
+#include "Rooms/Duplicates/Search/DuplicateReport.h"
 #include "Rooms/Duplicates/Search/DuplicateSearchOptions.h"
 
 namespace tidyro {

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "Base/RawValues.h"
-#include "Rooms/Duplicates/Report/DuplicateReport.h"
+#include "Rooms/Duplicates/Search/DuplicateReport.h"
 
 namespace tidyro {
 

@@ -6,7 +6,7 @@
 
 #include "Base/JSON.h"
 #include "Rooms/Duplicates/Choosing/DuplicatesModel.h"
-#include "Rooms/Duplicates/Report/DuplicateReport.h"
+#include "Rooms/Duplicates/Search/DuplicateReport.h"
 
 namespace tidyro {
 

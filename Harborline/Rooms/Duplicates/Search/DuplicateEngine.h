@@ -7,8 +7,8 @@
 #include <variant>
 
 #include "Base/Cancellation.h"
-#include "Rooms/Duplicates/Report/DuplicateReport.h"
 #include "Rooms/Duplicates/Search/DuplicateProgress.h"
+#include "Rooms/Duplicates/Search/DuplicateReport.h"
 #include "Rooms/Duplicates/Search/DuplicateSearchOptions.h"
 #include "StorageEngine/DiskTree/DiskTree.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"

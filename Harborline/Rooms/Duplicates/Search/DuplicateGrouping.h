@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "Rooms/Duplicates/Report/DuplicateReport.h"
 #include "Rooms/Duplicates/Search/DuplicateListing.h"
 #include "Rooms/Duplicates/Search/DuplicateProving.h"
+#include "Rooms/Duplicates/Search/DuplicateReport.h"
 #include "Rooms/Duplicates/Search/DuplicateSearchOptions.h"
 #include "Rooms/Duplicates/Search/ProvenFile.h"
 #include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"

@@ -1,4 +1,4 @@
-#include "Rooms/Duplicates/Report/DuplicateReport.h"
+#include "Rooms/Duplicates/Search/DuplicateReport.h"
 
 #include <algorithm>
 #include <vector>
