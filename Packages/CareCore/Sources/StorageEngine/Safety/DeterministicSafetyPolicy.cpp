@@ -189,7 +189,8 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
         return protectedFor(activeGrowth,
                             SharedText::lasting(explanation(LiveDataSignal::activeGrowth)));
     }
-    if (isApplicationData(lowered, observation.kind == FileKind::directory)) {
+    constexpr bool isFolder = false; // only regular files come this far
+    if (isApplicationData(lowered, isFolder)) {
         return protectedFor(
             protectedLocation,
             "Application Support data is review-only and cannot be inferred as temporary.");
