@@ -72,7 +72,7 @@ void FindIndexBlock::add(const FindDirectoryListing& listing) {
     prepared_.appendBlock(0, listing);
 }
 
-bool FindIndexBlock::fits(const FindIndexStorage& storage) const {
+bool FindIndexBlock::hasRoomIn(const FindIndexStorage& storage) const {
     return !isOverflowing_ && count() < FindIndexStorage::none - storage.count() &&
            hasRoomBehind(storage.names.size(), prepared_.names.size() - prepared_.nameStart[1]) &&
            hasRoomBehind(storage.foldedNames.size(),

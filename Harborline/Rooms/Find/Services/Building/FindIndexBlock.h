@@ -31,7 +31,7 @@ class FindIndexBlock {
 
     [[nodiscard]] std::uint32_t count() const { return prepared_.count() - 1; }
     /// Whether the storage has room for the entries: numbers and offsets have 32 bits.
-    [[nodiscard]] bool fits(const FindIndexStorage& storage) const;
+    [[nodiscard]] bool hasRoomIn(const FindIndexStorage& storage) const;
     /// Appends the entries as the folder's block and returns the first of them, or `none` when
     /// there are none. The block is spent until the next `begin`; memory that a huge folder took is
     /// given back.

@@ -74,7 +74,7 @@ class FindIndexWalk::Reader : public FolderWalk::Reader {
             ++storage.deniedCount;
             break;
         case read:
-            if (!block_.fits(storage)) return std::nullopt;
+            if (!block_.hasRoomIn(storage)) return std::nullopt;
             return append(folder);
         }
         return FolderWalk::Handover{};

@@ -26,7 +26,7 @@ FindGlob::FindGlob(std::string_view pattern) {
     }
 }
 
-bool FindGlob::doesMatch(std::string_view text) const {
+bool FindGlob::isMatchedBy(std::string_view text) const {
     if (text.size() < minBytes_) return false;
     std::size_t inPattern = 0;
     std::size_t inText = 0;
@@ -84,7 +84,7 @@ bool FindTextTest::isMetBy(const FindSubject& subject) const {
     case FindTextMode::contains: return isIn(text);
     case FindTextMode::word: return isWordIn(subject, text);
     case FindTextMode::exact: return text == needle_;
-    case FindTextMode::glob: return glob_.doesMatch(text);
+    case FindTextMode::glob: return glob_.isMatchedBy(text);
     case FindTextMode::regex: return term_.regex->isIn(subject.own.substr(term_.isInPath ? 1 : 0));
     }
     return false;

@@ -16,7 +16,7 @@ class FindGlob {
   public:
     explicit FindGlob(std::string_view pattern);
     /// Whether the pattern matches the whole of `text`.
-    [[nodiscard]] bool doesMatch(std::string_view text) const;
+    [[nodiscard]] bool isMatchedBy(std::string_view text) const;
 
   private:
     std::string pattern_; ///< no "*" directly behind another

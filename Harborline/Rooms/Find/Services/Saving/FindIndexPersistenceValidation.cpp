@@ -47,7 +47,7 @@ bool areNamesPossible(const FindIndexStorage& storage) {
     return true;
 }
 
-bool areColumnsAsLong(const FindIndexStorage& storage) {
+bool areColumnsEquallyLong(const FindIndexStorage& storage) {
     const std::size_t count = storage.parent.size();
     bool areAsLong = count < none;
     FindIndexStorage::visitStoredColumns([&](auto column) {
@@ -151,8 +151,8 @@ FindIndexPersistence::validate(const FindIndexStorage& storage) {
         return std::unexpected(Error{Error::Inconsistent{reason}});
     };
     if (!areOffsetsSound(storage)) return inconsistent("name offsets");
-    if (!areColumnsAsLong(storage) || !areNamesPossible(storage) || !areParentsSound(storage) ||
-        countDeleted(storage) != storage.deletedCount) {
+    if (!areColumnsEquallyLong(storage) || !areNamesPossible(storage) ||
+        !areParentsSound(storage) || countDeleted(storage) != storage.deletedCount) {
         return inconsistent("structure");
     }
     const auto inBlocks = entriesInBlocks(storage);

@@ -16,12 +16,11 @@ namespace tidyro {
 
 namespace {
 
-constexpr std::int64_t fewestWorkers = 4;
-constexpr std::int64_t mostWorkers = 12;
+constexpr std::int64_t minWorkers = 4;
+constexpr std::int64_t maxWorkers = 12;
 
 std::int64_t defaultWorkerCount() {
-    return std::clamp<std::int64_t>(std::thread::hardware_concurrency(), fewestWorkers,
-                                    mostWorkers);
+    return std::clamp<std::int64_t>(std::thread::hardware_concurrency(), minWorkers, maxWorkers);
 }
 
 struct Describe {
@@ -44,7 +43,7 @@ std::string DiskTreeScanner::description(const ScanError& error) {
 
 DiskTreeScanner::DiskTreeScanner(std::optional<std::int64_t> workers, double interval)
     : workerCount(std::max<std::int64_t>(workers.value_or(defaultWorkerCount()), 1)),
-      standInCount(workers ? 0 : mostWorkers - workerCount),
+      standInCount(workers ? 0 : maxWorkers - workerCount),
       progressInterval(interval) {}
 
 std::expected<DiskTree, DiskTreeScanner::ScanError>

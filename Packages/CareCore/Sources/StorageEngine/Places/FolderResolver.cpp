@@ -14,7 +14,7 @@ std::optional<std::string> FolderResolver::resolved(const std::string& path) {
     return path::standardized(real.string());
 }
 
-bool FolderResolver::doesLeadTo(std::string_view path, std::string_view expected) {
+bool FolderResolver::isReallyAt(std::string_view path, std::string_view expected) {
     auto known = known_.find(path);
     if (known == known_.end()) {
         std::string folder(path);

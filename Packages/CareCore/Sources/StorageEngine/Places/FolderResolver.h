@@ -18,7 +18,7 @@ class FolderResolver {
     [[nodiscard]] static std::optional<std::string> resolved(const std::string& path);
 
     /// Whether the folder at `path` really lies at `expected`; both are standardised.
-    [[nodiscard]] bool doesLeadTo(std::string_view path, std::string_view expected);
+    [[nodiscard]] bool isReallyAt(std::string_view path, std::string_view expected);
 
   private:
     StringMap<std::optional<std::string>> known_;

@@ -41,9 +41,9 @@ bool CleanupRule::grantsSafeCleanupAuthority(const FileURL& url, FolderResolver&
     if (options_.authority != Authority::builtIn || !matches(url.path()) || !resolvedRoot_) {
         return false;
     }
-    if (url.path() == rootPath()) return folders.doesLeadTo(rootPath(), resolvedRoot_->path());
+    if (url.path() == rootPath()) return folders.isReallyAt(rootPath(), resolvedRoot_->path());
     const std::string_view folder = path::parent(url.path());
-    return folders.doesLeadTo(folder,
+    return folders.isReallyAt(folder,
                               folder == rootPath() ? resolvedRoot_->path() : expectedPlace(folder));
 }
 

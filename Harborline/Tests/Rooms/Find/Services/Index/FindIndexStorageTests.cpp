@@ -65,7 +65,7 @@ TEST(FindIndexStorage, KnowsWhenItsOffsetsWouldEnd) {
         FindIndexBlock block;
         block.begin({.flags = storage.flags[0], .marksSystemFolders = false});
         block.add(listing({file(name)}));
-        return std::pair(storage.hasRoomFor(listing({file(name)})), block.fits(storage));
+        return std::pair(storage.hasRoomFor(listing({file(name)})), block.hasRoomIn(storage));
     };
     EXPECT_EQ(roomFor("12345"), std::pair(true, true));
     EXPECT_EQ(roomFor("123456"), std::pair(false, false));
