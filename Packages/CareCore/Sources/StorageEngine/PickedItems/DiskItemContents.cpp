@@ -13,7 +13,7 @@
 #include "StorageEngine/Observation/DatabaseFile.h"
 #include "StorageEngine/Observation/FolderSigns.h"
 #include "StorageEngine/Observation/FolderSurroundings.h"
-#include "StorageEngine/Observation/LiveDataDetection.h"
+#include "StorageEngine/Observation/LiveDataDetector.h"
 #include "StorageEngine/PickedItems/DiskItemFolders.h"
 
 namespace tidyro {

@@ -6,7 +6,7 @@
 
 #include "Base/PathText.h"
 #include "StorageEngine/Observation/DatabaseFile.h"
-#include "StorageEngine/Observation/LiveDataDetection.h"
+#include "StorageEngine/Observation/LiveDataDetector.h"
 #include "StorageEngine/PickedItems/DiskItemContents.h"
 #include "StorageEngine/PickedItems/RemovalConsequence.h"
 #include "StorageEngine/Places/DesktopFolders.h"

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "Base/PathText.h"
-#include "StorageEngine/Observation/LiveDataDetection.h"
+#include "StorageEngine/Observation/LiveDataDetector.h"
 #include "StorageEngine/Places/SystemPlaces.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 #include "StorageEngine/Rules/ReviewRequiredScope.h"

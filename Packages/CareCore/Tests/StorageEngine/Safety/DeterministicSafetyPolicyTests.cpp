@@ -9,7 +9,7 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
-#include "StorageEngine/Observation/LiveDataDetection.h"
+#include "StorageEngine/Observation/LiveDataDetector.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Rules/ReviewRequiredScope.h"
 #include "Support/QuietMachine.h"

@@ -1,4 +1,4 @@
-#include "StorageEngine/Observation/LiveDataDetection.h"
+#include "StorageEngine/Observation/LiveDataDetector.h"
 
 #include <algorithm>
 #include <array>
