@@ -16,7 +16,7 @@ namespace tidyro {
 ///     const auto first = block.moveInto(storage, folder); // under it
 ///
 /// A block has a small storage of its own, so that flags, categories and folded names are worked
-/// out in one place only. One thread uses a block.
+/// out in one position only. One thread uses a block.
 class FindIndexBlock {
   public:
     /// What the folder hands down.

@@ -42,7 +42,7 @@ FindIndexBuilder::run(const ProgressHandler& progress, const CancelToken& cancel
     if (!root && root.error().code == ENOTDIR) return std::unexpected(NotADirectory{});
     if (!root) return std::unexpected(Unreadable{root.error()});
 
-    // What suits the machine does not depend on what is kept of the folders.
+    // The number of threads that suits the machine is the same for a tree and an index.
     const DiskTreeScanner scanner =
         options_.workerCount < 1 ? DiskTreeScanner() : DiskTreeScanner(options_.workerCount);
     std::set<std::string> skipping = options_.skipping;

@@ -17,7 +17,8 @@ FindEntrySet takingPart(const FindIndexStorage& storage, FindScope scope) {
     const auto unwanted =
         static_cast<std::uint8_t>((scope.hidden ? 0 : findflag::hidden) |
                                   (scope.system ? 0 : findflag::system) | findflag::deleted);
-    // What of a folder's flags keeps out what is in it. Hidden and system stand in every entry.
+    // A folder with one of these flags keeps out its contents. Hidden and system are in the flags
+    // of every entry anyway.
     const auto closing = static_cast<std::uint8_t>(findflag::deleted |
                                                    (scope.packageContents ? 0 : findflag::package));
     GrowingArray<bool> isClosed; // to what it holds

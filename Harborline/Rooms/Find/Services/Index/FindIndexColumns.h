@@ -22,8 +22,8 @@ enum class FindColumnLength : std::uint8_t {
 
 /// Whether the elements of a column mean the same in another storage.
 enum class FindColumnMeaning : std::uint8_t {
-    fact,  ///< they tell of the entry itself: such a column is copied as it is
-    place, ///< they tell where the entry or its name lies in this storage
+    fact,     ///< they tell of the entry itself: such a column is copied as it is
+    position, ///< they tell where the entry or its name lies in this storage
 };
 
 /// One column of `Owner`, as a list of its columns names it.
@@ -75,14 +75,14 @@ struct FindIndexColumns {
         using enum FindColumnLength;
         using enum FindColumnMeaning;
         visit(FindColumn{&Index::names, nameBytes});
-        visit(FindColumn{&Index::nameStart, starts, place});
-        visit(FindColumn{&Index::parent, entries, place});
+        visit(FindColumn{&Index::nameStart, starts, position});
+        visit(FindColumn{&Index::parent, entries, position});
         visit(FindColumn{&Index::size32, entries});
         visit(FindColumn{&Index::mtime, entries});
         visit(FindColumn{&Index::flags, entries});
         visit(FindColumn{&Index::kind, entries});
-        visit(FindColumn{&Index::depth, entries, place});
-        visit(FindColumn{&Index::firstChild, entries, place});
+        visit(FindColumn{&Index::depth, entries, position});
+        visit(FindColumn{&Index::firstChild, entries, position});
     }
     /// Calls `visit` with each column that is made from the stored ones.
     template <class Visit>
@@ -90,8 +90,8 @@ struct FindIndexColumns {
         using Index = FindIndexColumns;
         using enum FindColumnLength;
         using enum FindColumnMeaning;
-        visit(FindColumn{&Index::foldedEntries, entries, place});
-        visit(FindColumn{&Index::foldedStart, starts, place});
+        visit(FindColumn{&Index::foldedEntries, entries, position});
+        visit(FindColumn{&Index::foldedStart, starts, position});
         visit(FindColumn{&Index::foldedNames, foldedBytes});
     }
     template <class Visit>

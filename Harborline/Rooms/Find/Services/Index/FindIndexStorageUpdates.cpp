@@ -139,7 +139,7 @@ FindIndexStorage::replaceChildren(Entry folder, const FindDirectoryListing& list
     return folders;
 }
 
-/// Folder by folder from the top: what is deleted is never come to, nor is what lies in it. The
+/// Folder by folder from the top: deleted entries are never reached, nor is what lies in them. The
 /// children of a folder, its block and those that came later, become one block.
 FindIndexStorage FindIndexStorage::compacted() const {
     FindIndexStorage made(rootPath, marksSystemFolders);

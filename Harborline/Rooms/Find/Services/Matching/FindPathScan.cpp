@@ -98,7 +98,7 @@ bool FindPathScan::hasPathEnding(Entry folder, std::span<const std::string_view>
     return above.front().empty() || (folder != 0 && component(folder).ends_with(above.front()));
 }
 
-/// Only what is found is gone through, which mostly is little.
+/// Goes through the entries found, which are few mostly.
 void FindPathScan::addContents(FindEntrySet& found) const {
     std::vector<Entry> open;
     found.forEach([&](Entry entry) {

@@ -34,8 +34,7 @@ class DiskTreeFlags {
 
     constexpr DiskTreeFlags() = default;
     // A flag is a set of one.
-    constexpr DiskTreeFlags(Flag flag) noexcept
-        : raw_(flag) {} // NOLINT(google-explicit-constructor)
+    constexpr DiskTreeFlags(Flag flag) noexcept : raw_(flag) {}
     [[nodiscard]] static constexpr DiskTreeFlags fromRawValue(std::uint16_t raw) noexcept {
         DiskTreeFlags flags;
         flags.raw_ = raw;

@@ -158,7 +158,7 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
     if (!applications) return std::nullopt;
     const auto desktop = DesktopFolders::read(home_);
     if (!desktop) return std::nullopt;
-    // Last, so that what is in use is the youngest of it all.
+    // Asked last, so that nothing is fresher than the list of files in use.
     auto activity = machine_.processes.activity();
     if (!activity) return std::nullopt;
 
