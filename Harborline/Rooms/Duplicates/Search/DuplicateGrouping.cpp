@@ -15,7 +15,7 @@ struct DuplicateGrouping::Named {
     ProvenFile proof;
     std::string path;
     std::vector<std::string> otherNames;
-    bool isInPackage;
+    bool insidePackage;
 };
 
 DuplicateGrouping::DuplicateGrouping(const Options& options) : options_(options) {}
@@ -55,7 +55,7 @@ DuplicateGrouping::Named DuplicateGrouping::withNames(const ProvenFile& file) co
     Named found{.proof = file,
                 .path = names.front().first,
                 .otherNames = {},
-                .isInPackage = files[names.front().second].isInPackage};
+                .insidePackage = files[names.front().second].insidePackage};
     for (auto name = names.begin() + 1; name != names.end(); ++name) {
         // Two roots may list the same path.
         if (name->first != std::prev(name)->first) found.otherNames.push_back(name->first);
@@ -73,7 +73,7 @@ std::optional<std::string> DuplicateGrouping::heldBecause(const Named& file) {
     if (isOnSystemVolume(file.path)) {
         return std::string(platform::systemText(SystemText::belongsToSystem));
     }
-    if (file.isInPackage) return "Inside an app or library, which would break without it.";
+    if (file.insidePackage) return "Inside an app or library, which would break without it.";
     if (file.proof.linkCount > 1) {
         return "This file has another name on the disk (a hard link), so moving one name frees "
                "nothing.";

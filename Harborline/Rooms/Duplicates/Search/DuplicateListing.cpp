@@ -72,29 +72,29 @@ void DuplicateListing::add(const DiskTree& tree, const DuplicateSearchOptions& o
 
     struct Folder {
         NodeNumber node;
-        bool isInPackage;
+        bool insidePackage;
     };
     std::vector<Folder> folders{
-        {.node = DiskTree::root, .isInPackage = liesInPackage(tree.rootURL().path())}};
+        {.node = DiskTree::root, .insidePackage = liesInPackage(tree.rootURL().path())}};
     while (!folders.empty()) {
         const Folder folder = folders.back();
         folders.pop_back();
-        const bool isInPackage =
-            folder.isInPackage || tree.flags(folder.node).contains(Flags::package);
+        const bool insidePackage =
+            folder.insidePackage || tree.flags(folder.node).contains(Flags::package);
         for (const NodeNumber node : tree.children(folder.node)) {
             const Flags flags = tree.flags(node);
             if (flags.contains(Flags::movedAway) || flags.contains(Flags::symlink)) continue;
             if (flags.contains(Flags::directory)) {
                 if (flags.contains(Flags::denied) || flags.contains(Flags::mountPoint)) continue;
                 if (skipped.contains(node) || notEntered.contains(node)) continue;
-                folders.push_back({.node = node, .isInPackage = isInPackage});
+                folders.push_back({.node = node, .insidePackage = insidePackage});
                 continue;
             }
             if (flags.contains(Flags::dataless) || skipped.contains(node)) continue;
             const std::uint64_t bytes = sizeOf(tree, node, flags);
             if (bytes == 0 || bytes < options.minimumBytes) continue;
             files_.push_back(
-                {.bytes = bytes, .node = node, .tree = number, .isInPackage = isInPackage});
+                {.bytes = bytes, .node = node, .tree = number, .insidePackage = insidePackage});
         }
     }
 }

@@ -21,7 +21,7 @@ struct ListedFile {
     std::uint64_t bytes;
     NodeNumber node;    ///< in its tree
     std::uint16_t tree; ///< the number of its tree in the listing
-    bool isInPackage;   ///< in an application or another package folder
+    bool insidePackage; ///< in an application or another package folder
 };
 
 /// All files that a search for duplicates may look at, in the order of their folders. It refers to

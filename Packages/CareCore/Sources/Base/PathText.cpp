@@ -1,5 +1,6 @@
 #include "Base/PathText.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -79,6 +80,11 @@ std::string_view extensionOf(std::string_view name) {
 bool isInsideOrEqual(std::string_view path, std::string_view root) {
     if (!path.starts_with(root)) return false;
     return path.size() == root.size() || root.ends_with('/') || path[root.size()] == '/';
+}
+
+bool isOrHoldsAny(std::string_view path, std::span<const std::string> folders) {
+    return std::ranges::any_of(
+        folders, [&](const std::string& folder) { return isInsideOrEqual(folder, path); });
 }
 
 std::string_view below(std::string_view path, std::string_view root) {

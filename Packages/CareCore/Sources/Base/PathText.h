@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,9 @@ namespace tidyro::path {
 /// Whether `path` is `root` or lies below it, component by component ("/ab" does not lie in "/a").
 /// Both are standardised.
 [[nodiscard]] bool isInsideOrEqual(std::string_view path, std::string_view root);
+
+/// Whether `path` is one of the folders or holds one of them.
+[[nodiscard]] bool isOrHoldsAny(std::string_view path, std::span<const std::string> folders);
 
 /// The part of `path` below `root`, which is empty for the root itself. The path must lie in the
 /// root.

@@ -85,27 +85,29 @@ struct FindSearchEngine::Memory {
 
         /// The filter when it is ready and good for the storage. It is begun with the second search
         /// of an index: it takes longer to make than one search without it.
-        std::shared_ptr<const FindBlockFilter> filter(const Storage& of, std::uint64_t generation) {
+        std::shared_ptr<const FindBlockFilter> filter(const Storage& storage,
+                                                      std::uint64_t generation) {
             if (generation == generation_) {
-                begin(of, generation);
+                begin(storage, generation);
                 const bool isThere = made_ != nullptr && made_->isReady && made_->filter != nullptr;
-                return isThere && made_->filter->covered() <= of->count() ? made_->filter : nullptr;
+                return isThere && made_->filter->covered() <= storage->count() ? made_->filter
+                                                                               : nullptr;
             }
             leave(generation);
             return nullptr;
         }
 
-        void begin(const Storage& of, std::uint64_t generation) {
+        void begin(const Storage& storage, std::uint64_t generation) {
             if (generation != generation_) leave(generation);
-            if (made_ != nullptr || of->count() < minEntriesOfFilter) return;
+            if (made_ != nullptr || storage->count() < minEntriesOfFilter) return;
             made_ = std::make_shared<Made>();
             try {
                 thread_.emplace("Tidyro name filter", platform::Quality::utility,
-                                [storage = of, made = made_, cancel = stop_.get_token()] {
+                                [storage, made = made_, cancel = stop_.get_token()] {
                                     make(*made, *storage, cancel);
                                 });
             } catch (const std::system_error&) {
-                thread_.reset(); // none is to be had: searches go on without
+                thread_.reset(); // there is nothing left: searches go on without it
             }
         }
 
@@ -116,9 +118,9 @@ struct FindSearchEngine::Memory {
                 false; ///< `filter` is not touched before and not changed after
         };
 
-        static void make(Made& made, const FindIndexStorage& of, const CancelToken& cancel) {
+        static void make(Made& made, const FindIndexStorage& storage, const CancelToken& cancel) {
             try {
-                made.filter = std::make_shared<const FindBlockFilter>(of, cancel);
+                made.filter = std::make_shared<const FindBlockFilter>(storage, cancel);
                 made.isReady = true;
             } catch (const std::bad_alloc&) {
                 made.filter = nullptr; // no memory is to be had: searches go on without

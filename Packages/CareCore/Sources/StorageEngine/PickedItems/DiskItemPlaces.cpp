@@ -14,12 +14,6 @@ namespace tidyro {
 
 namespace {
 
-/// Whether a path is one of the folders or holds one.
-bool isOrHoldsAny(std::string_view path, const std::vector<std::string>& folders) {
-    return std::ranges::any_of(
-        folders, [&](const std::string& folder) { return path::isInsideOrEqual(folder, path); });
-}
-
 /// Whether a folder has the name of a Trash: ".Trash", ".Trashes", ".Trash-1000". These lie in the
 /// home on macOS and at the top of a volume. A folder further down by such a name was one once, for
 /// nothing else is called so.
@@ -113,8 +107,8 @@ bool DiskItemPlaces::isInHome(std::string_view path) const {
 std::optional<DiskItemRefusal> DiskItemPlaces::byFolders(const std::string& folded) const {
     using enum DiskItemRefusal;
     if (inTrash_.contains(folded)) return inTrash;
-    if (isOrHoldsAny(folded, standard_)) return standardFolder;
-    if (isOrHoldsAny(folded, shared_)) return sharedFolder;
+    if (path::isOrHoldsAny(folded, standard_)) return standardFolder;
+    if (path::isOrHoldsAny(folded, shared_)) return sharedFolder;
     if (inClouds_.contains(folded)) return inCloudFolder;
     for (const std::string& home : homes_) {
         if (path::isInsideOrEqual(folded, home) &&
@@ -122,10 +116,10 @@ std::optional<DiskItemRefusal> DiskItemPlaces::byFolders(const std::string& fold
             return inCloudFolder;
         }
     }
-    if (isOrHoldsAny(folded, clouds_)) return holdsCloudFolder;
+    if (path::isOrHoldsAny(folded, clouds_)) return holdsCloudFolder;
     if (system_.isTouchedBy(folded)) return systemPlace;
     if (inProtected_.contains(folded)) return protectedPlace;
-    if (isOrHoldsAny(folded, protected_)) return holdsProtectedPlace;
+    if (path::isOrHoldsAny(folded, protected_)) return holdsProtectedPlace;
     return std::nullopt;
 }
 
@@ -158,8 +152,8 @@ std::optional<DiskItemRefusal>
 DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> chosen) const {
     using enum DiskItemRefusal;
     const std::string folded = tidyro::folded(path);
-    if (isOrHoldsAny(folded, homes_)) return homeFolder;
-    if (isOrHoldsAny(folded, opened_)) return openedFolder;
+    if (path::isOrHoldsAny(folded, homes_)) return homeFolder;
+    if (path::isOrHoldsAny(folded, opened_)) return openedFolder;
     if (std::ranges::none_of(chosen, [&](const std::string& folder) {
             return path::isInsideOrEqual(path, folder);
         })) {
@@ -168,7 +162,7 @@ DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> ch
     if (isInTrashOfVolume(path)) return inTrash;
     if (const auto refusal = byFolders(folded)) return refusal;
     if (const auto refusal = byNames(path)) return refusal;
-    if (inActive_.contains(folded) || isOrHoldsAny(folded, active_)) return activeApplication;
+    if (inActive_.contains(folded) || path::isOrHoldsAny(folded, active_)) return activeApplication;
     return std::nullopt;
 }
 

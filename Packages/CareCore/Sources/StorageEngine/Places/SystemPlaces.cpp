@@ -53,12 +53,7 @@ constexpr std::array<std::string_view, 4> tops{"/", "/var", "/private", "/privat
 /// Where disks of people appear, in the midst of a place of the system.
 constexpr std::string_view disksOfPeople = "/run/media/";
 
-bool holdsOne(std::string_view path, std::span<const std::string> paths) {
-    return std::ranges::any_of(
-        paths, [&](const std::string& one) { return path::isInsideOrEqual(one, path); });
-}
-
-bool liesInOne(std::string_view path, std::span<const std::string> paths) {
+bool isInsideOrEqualToAny(std::string_view path, std::span<const std::string> paths) {
     return std::ranges::any_of(
         paths, [&](const std::string& one) { return path::isInsideOrEqual(path, one); });
 }
@@ -79,7 +74,7 @@ SystemPlaces::SystemPlaces(std::span<const std::string> homes)
     std::vector<std::string> apart;
     std::vector<std::string> around;
     for (const std::string& place : places_) {
-        (holdsOne(place, homes_) ? around : apart).push_back(place);
+        (path::isOrHoldsAny(place, homes_) ? around : apart).push_back(place);
     }
     index_ = RootPathIndex(apart);
     aroundHomes_ = RootPathIndex(around);
@@ -87,8 +82,8 @@ SystemPlaces::SystemPlaces(std::span<const std::string> homes)
 
 bool SystemPlaces::isTouchedBy(std::string_view path) const {
     if (path.starts_with(disksOfPeople)) return false;
-    if (index_.contains(path) || holdsOne(path, places_)) return true;
-    if (liesInOne(path, homes_)) return false;
+    if (index_.contains(path) || path::isOrHoldsAny(path, places_)) return true;
+    if (isInsideOrEqualToAny(path, homes_)) return false;
     return aroundHomes_.contains(path) || std::ranges::find(tops, path::parent(path)) != tops.end();
 }
 

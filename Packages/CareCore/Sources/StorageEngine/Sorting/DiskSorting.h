@@ -19,8 +19,8 @@ namespace tidyro {
 ///     const auto options = DiskSorting::Options::current();
 ///     const DiskSorting sorting(tree, ProjectFolderJudge::live(), options);
 ///     for (const DiskGroup group : allCases<DiskGroup>()) {
-///         report += std::string(title(group)) + ": " + RoomText::bytes(sorting.bytes(group)) +
-///         "\n";
+///         report += std::string(title(group)) + ": ";
+///         report += RoomText::bytes(sorting.bytes(group)) + "\n";
 ///     }
 ///
 /// The sorting goes down from the root and places an item in the first group that takes it. Nothing

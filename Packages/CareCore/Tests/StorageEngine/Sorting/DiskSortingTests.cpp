@@ -201,7 +201,8 @@ TEST(DiskSorting, ReportsAsTheHeaderShows) {
     const auto options = DiskSorting::Options::current();
     const DiskSorting sorting(tree, ProjectFolderJudge::live(), options);
     for (const DiskGroup group : allCases<DiskGroup>()) {
-        report += std::string(title(group)) + ": " + RoomText::bytes(sorting.bytes(group)) + "\n";
+        report += std::string(title(group)) + ": ";
+        report += RoomText::bytes(sorting.bytes(group)) + "\n";
     }
     EXPECT_TRUE(report.starts_with("Trash: 5 bytes\nGenerated project folders: Zero KB\n"));
 }
