@@ -107,7 +107,7 @@ struct FindSearchEngine::Memory {
                                     make(*made, *storage, cancel);
                                 });
             } catch (const std::system_error&) {
-                thread_.reset(); // there is nothing left: searches go on without it
+                thread_.reset(); // no thread is left: searches go on without a filter
             }
         }
 
@@ -123,7 +123,7 @@ struct FindSearchEngine::Memory {
                 made.filter = std::make_shared<const FindBlockFilter>(storage, cancel);
                 made.isReady = true;
             } catch (const std::bad_alloc&) {
-                made.filter = nullptr; // no memory is to be had: searches go on without
+                made.filter = nullptr; // no memory is left: searches go on without it
             }
         }
 
