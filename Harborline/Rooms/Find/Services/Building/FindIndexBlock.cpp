@@ -6,6 +6,8 @@ namespace tidyro {
 
 namespace {
 
+using Entry = FindIndexStorage::Entry;
+
 /// How many elements of a column are those of the root.
 std::size_t elementsOfRoot(const FindIndexStorage& storage, FindColumnLength length) {
     switch (length) {
@@ -79,9 +81,7 @@ bool FindIndexBlock::hasRoomIn(const FindIndexStorage& storage) const {
                          prepared_.foldedNames.size() - prepared_.foldedStart[1]);
 }
 
-FindIndexStorage::Entry FindIndexBlock::moveInto(FindIndexStorage& storage,
-                                                 FindIndexStorage::Entry folder) {
-    using Entry = FindIndexStorage::Entry;
+Entry FindIndexBlock::moveInto(FindIndexStorage& storage, Entry folder) {
     const std::uint32_t added = count();
     if (added == 0) return FindIndexStorage::none;
     const Entry first = storage.count();
