@@ -125,7 +125,8 @@ TEST(FolderWalk, TellsWhatBecameOfEachFolder) {
         options.skipping = {place / "skipped", "/elsewhere"};
         options.skippingContentsOf = {place / "listed/"};
         FolderWalk walk(std::move(options), names);
-        return fmt::format("{} {}", walk.run().has_value(), fmt::join(names.all(), " "));
+        const bool isRead = walk.run().has_value();
+        return fmt::format("{} {}", isRead, fmt::join(names.all(), " "));
     });
     EXPECT_EQ(told, "true a/b/c/deep a/b/c=read a/b=read a/file a=read closed=closed link listed");
 
