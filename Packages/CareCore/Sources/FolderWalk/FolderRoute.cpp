@@ -8,13 +8,13 @@ using platform::FolderDescriptor;
 
 namespace {
 
-bool liesElsewhere(const platform::FolderFacts& facts, std::uint64_t device) {
-    return facts.traits.has(platform::EntryTrait::mountPoint) || facts.identity.device != device;
+bool liesElsewhere(const platform::FolderFacts& facts, std::uint64_t volume) {
+    return facts.traits.has(platform::EntryTrait::mountPoint) || facts.volume != volume;
 }
 
 } // namespace
 
-FolderRoute::Arrival FolderRoute::follow(const FolderDescriptor& from, std::uint64_t device) const {
+FolderRoute::Arrival FolderRoute::follow(const FolderDescriptor& from, std::uint64_t volume) const {
     Arrival arrival;
     const FolderDescriptor* parent = &from;
     for (std::size_t i = length_; i > 0; --i) {
@@ -24,7 +24,7 @@ FolderRoute::Arrival FolderRoute::follow(const FolderDescriptor& from, std::uint
             const auto facts = parent->facts(name);
             if (i == 1 && facts) {
                 // What is mounted there may be closed to us; then it is still a mount point.
-                arrival.isElsewhere = liesElsewhere(*facts, device);
+                arrival.isElsewhere = liesElsewhere(*facts, volume);
                 arrival.facts = *facts;
             }
             arrival.error = next.error();
@@ -37,7 +37,7 @@ FolderRoute::Arrival FolderRoute::follow(const FolderDescriptor& from, std::uint
     }
     if (const auto facts = parent->facts()) {
         arrival.facts = *facts;
-        arrival.isElsewhere = length_ > 0 && liesElsewhere(*facts, device);
+        arrival.isElsewhere = length_ > 0 && liesElsewhere(*facts, volume);
     } else {
         arrival.error = facts.error();
     }

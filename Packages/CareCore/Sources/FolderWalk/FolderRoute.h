@@ -33,9 +33,9 @@ class FolderRoute {
         bool isElsewhere = false;                   ///< it lies on another volume
         SystemError error{0};
     };
-    /// Follows no link. `device` is that of the walk.
+    /// Follows no link. `volume` is that of the walk's root.
     [[nodiscard]] Arrival follow(const platform::FolderDescriptor& from,
-                                 std::uint64_t device) const;
+                                 std::uint64_t volume) const;
 
   private:
     std::vector<std::string> names_; ///< the first `length_` of them, from below

@@ -23,7 +23,7 @@ FolderWalk::FolderWalk(Options options, Target& target)
     places_.addBelow(options.rootPath, options.skippingContentsOf,
                      PlaceTree::Mark::contentsSkipped);
     places_.addBelow(options.rootPath, options.skipping, PlaceTree::Mark::skipped);
-    if (const auto facts = root.facts()) rootDevice_ = facts->identity.device;
+    if (const auto facts = root.facts()) volume_ = facts->volume;
     jobs_.push_back({.folder = 0, .from = 0, .depth = 0, .places = places_.top()});
     openFolders_.retain(0, 1);
 }
@@ -92,7 +92,7 @@ void FolderWalk::takeJob(Reading& reading) {
 
 void FolderWalk::read(Reading& reading) const {
     // The root's route is empty: it is read through the descriptor that it came with.
-    auto arrival = reading.route.follow(*reading.from, rootDevice_);
+    auto arrival = reading.route.follow(*reading.from, volume_);
     reading.facts = arrival.facts;
     reading.folder = std::move(arrival.folder);
     reading.error = arrival.error;

@@ -68,12 +68,17 @@ struct FolderEntry {
     ItemIdentity identity{};
     /// Files of one device with the same family share their blocks; 0 for none.
     std::uint64_t cloneFamily = 0;
+    /// How many of a clone's allocated bytes others may share; the rest is its own.
+    std::uint64_t cloneSharedBytes = 0;
 };
 
 /// A folder's own facts.
 struct FolderFacts {
     ItemIdentity identity;
-    EntryTraits traits;
+    /// Folders of one volume have the same number. The subvolumes of one file system that are not
+    /// mounted on their own do as well, though each has a device of its own.
+    std::uint64_t volume;
+    EntryTraits traits; ///< a read-only snapshot that is open counts as a mount point
     std::uint32_t modified;
     std::uint32_t accessed;
 };

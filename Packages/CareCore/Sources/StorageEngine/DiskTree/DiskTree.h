@@ -141,7 +141,8 @@ class DiskTree {
                                                                           Measure measure) const;
     /// The bytes that the file system saves by compressing files: logical minus allocated ones.
     [[nodiscard]] std::uint64_t compressionSavings(NodeNumber node) const;
-    /// What further clones would take, in whole blocks of 4 KiB, if each had blocks of its own.
+    /// What further clones would take in addition, in whole blocks of 4 KiB, if each had all of its
+    /// blocks for itself.
     [[nodiscard]] std::uint64_t cloneSavings(NodeNumber node) const;
     [[nodiscard]] bool hasSharedStorage() const;
     [[nodiscard]] std::uint64_t sharedStorageBytes(NodeNumber node, Measure measure) const;

@@ -41,8 +41,7 @@ void DiskTreeBatch::clear() {
     kinds_.clear();
     flags_.clear();
     descents_.clear();
-    hardLinks_.clear();
-    clones_.clear();
+    sharing_.clear();
     undated_.clear();
     folders_ = logicalTotal_ = allocatedTotal_ = 0;
 }
@@ -87,11 +86,16 @@ void DiskTreeBatch::addFolder(const platform::FolderEntry& entry, const Inherite
 void DiskTreeBatch::addFile(const platform::FolderEntry& entry, const Inherited& inherited) {
     DiskTreeFlags flags = flagsOf(entry.traits, inherited.context);
     if (entry.type == platform::EntryType::link) flags.insert(DiskTreeFlags::symlink);
-    if (entry.linkCount > 1) hardLinks_.push_back({.slot = count(), .key = entry.identity});
-    if (entry.cloneFamily != 0) {
-        flags.insert(DiskTreeFlags::sharedStorage);
-        clones_.push_back({.slot = count(),
-                           .key = {.device = entry.identity.device, .inode = entry.cloneFamily}});
+    if (entry.cloneFamily != 0) flags.insert(DiskTreeFlags::sharedStorage);
+    if (entry.linkCount > 1 || entry.cloneFamily != 0) {
+        SharedFiles::Sharing sharing{.node = static_cast<NodeNumber>(count())};
+        if (entry.linkCount > 1) sharing.file = entry.identity;
+        if (entry.cloneFamily != 0) {
+            // Without a device: the subvolumes of one file system share blocks as well.
+            sharing.family = {.device = 0, .inode = entry.cloneFamily};
+            sharing.sharedBytes = entry.cloneSharedBytes;
+        }
+        sharing_.push_back(sharing);
     }
     push(entry, inherited.context ? *inherited.context : contentKindForFile(entry.name), flags);
     if (flags.contains(DiskTreeFlags::mountPoint)) {
@@ -119,24 +123,6 @@ void DiskTreeBatch::dateUnreadFolders(const platform::FolderDescriptor& folder) 
             modified_[slot] = facts->modified;
             accessed_[slot] = facts->accessed;
         }
-    }
-}
-
-void DiskTreeBatch::settleShared(SeenSet& hardLinks, SeenSet& clones) {
-    for (const Shared& link : hardLinks_) {
-        if (hardLinks.insert(link.key)) continue;
-        logicalTotal_ = saturatingSubtract(logicalTotal_, logical_[link.slot]);
-        allocatedTotal_ = saturatingSubtract(allocatedTotal_, allocated_[link.slot]);
-        logical_[link.slot] = allocated_[link.slot] = 0;
-        flags_[link.slot].insert(DiskTreeFlags::extraHardLink);
-    }
-    for (const Shared& clone : clones_) {
-        // A further name of a clone is no further clone.
-        if (flags_[clone.slot].contains(DiskTreeFlags::extraHardLink)) continue;
-        if (clones.insert(clone.key)) continue;
-        allocatedTotal_ = saturatingSubtract(allocatedTotal_, allocated_[clone.slot]);
-        allocated_[clone.slot] = 0;
-        flags_[clone.slot].insert(DiskTreeFlags::extraClone);
     }
 }
 

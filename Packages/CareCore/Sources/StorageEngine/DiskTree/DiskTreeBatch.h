@@ -10,7 +10,7 @@
 #include "FolderWalk/FolderWalk.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/DiskTree/DiskTreeColumns.h"
-#include "StorageEngine/DiskTree/SeenSet.h"
+#include "StorageEngine/DiskTree/SharedFiles.h"
 
 namespace tidyro {
 
@@ -32,10 +32,6 @@ class DiskTreeBatch {
     /// Looks up the dates of those folders that will not be opened.
     void dateUnreadFolders(const platform::FolderDescriptor& folder);
 
-    /// Finds the further links and clones among the entries: they keep their place and give up the
-    /// bytes that were counted with the first.
-    void settleShared(SeenSet& hardLinks, SeenSet& clones);
-
     /// Appends the entries as children of `parent`. The batch is spent, and gives back what a very
     /// large folder made it take.
     void moveInto(DiskTreeColumns& columns, NodeNumber parent);
@@ -47,13 +43,10 @@ class DiskTreeBatch {
     [[nodiscard]] std::uint64_t allocatedTotal() const { return allocatedTotal_; }
     /// The folders among the entries that are to be read.
     [[nodiscard]] const std::vector<FolderWalk::Descent>& descents() const { return descents_; }
+    /// The entries that share something; each node is still a slot among this batch's entries.
+    [[nodiscard]] const std::vector<SharedFiles::Sharing>& sharing() const { return sharing_; }
 
   private:
-    struct Shared {
-        std::size_t slot;
-        platform::ItemIdentity key;
-    };
-
     void addFolder(const platform::FolderEntry& entry, const Inherited& inherited,
                    const PlaceTree::Branch* places);
     void addFile(const platform::FolderEntry& entry, const Inherited& inherited);
@@ -68,8 +61,7 @@ class DiskTreeBatch {
     GrowingArray<ContentKind> kinds_;
     GrowingArray<DiskTreeFlags> flags_;
     std::vector<FolderWalk::Descent> descents_;
-    std::vector<Shared> hardLinks_;
-    std::vector<Shared> clones_;
+    std::vector<SharedFiles::Sharing> sharing_;
     std::vector<std::pair<std::size_t, std::string>> undated_; ///< slot and name
     std::uint64_t folders_ = 0;
     std::uint64_t logicalTotal_ = 0;

@@ -29,7 +29,7 @@ class DiskTreeFlags {
         systemOwned = 0x0200,   ///< belongs to the operating system
         movedAway = 0x0400,     ///< gone since the scan; see DiskTree::removing
         sharedStorage = 0x0800, ///< shares its blocks with another file
-        extraClone = 0x1000,    ///< a further clone of blocks already counted; allocates none
+        extraClone = 0x1000,    ///< a further clone; holds the blocks that are its own alone
     };
 
     constexpr DiskTreeFlags() = default;
@@ -43,6 +43,7 @@ class DiskTreeFlags {
     [[nodiscard]] constexpr std::uint16_t rawValue() const noexcept { return raw_; }
     [[nodiscard]] constexpr bool contains(Flag flag) const noexcept { return (raw_ & flag) != 0; }
     constexpr void insert(Flag flag) noexcept { raw_ = static_cast<std::uint16_t>(raw_ | flag); }
+    constexpr void erase(Flag flag) noexcept { raw_ = static_cast<std::uint16_t>(raw_ & ~flag); }
 
     bool operator==(const DiskTreeFlags&) const = default;
 

@@ -152,7 +152,7 @@ std::uint64_t DiskTree::compressionSavings(NodeNumber node) const {
 std::uint64_t DiskTree::cloneSavings(NodeNumber node) const {
     return summed(node, [&](std::size_t i) -> std::uint64_t {
         if (!columns_.flags[i].contains(Flags::extraClone)) return 0;
-        return wholeBlocks(columns_.logicalSize[i]);
+        return saturatingSubtract(wholeBlocks(columns_.logicalSize[i]), columns_.allocatedSize[i]);
     });
 }
 

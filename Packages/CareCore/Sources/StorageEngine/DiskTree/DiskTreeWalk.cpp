@@ -133,15 +133,21 @@ bool DiskTreeWalk::hasRoomFor(const DiskTreeBatch& batch) const {
 }
 
 void DiskTreeWalk::append(DiskTreeBatch& batch, NodeNumber folder) {
-    batch.settleShared(seenHardLinks_, seenClones_);
     progress_.items += batch.count();
     progress_.folders += batch.folders();
     progress_.logicalBytes = saturatingAdd(progress_.logicalBytes, batch.logicalTotal());
     progress_.allocatedBytes = saturatingAdd(progress_.allocatedBytes, batch.allocatedTotal());
     const auto node = static_cast<std::size_t>(folder);
-    columns_.childStart[node] = static_cast<NodeNumber>(columns_.parent.size());
+    const auto first = static_cast<NodeNumber>(columns_.parent.size());
+    columns_.childStart[node] = first;
     columns_.childCount[node] = static_cast<std::int32_t>(batch.count());
     batch.moveInto(columns_, folder);
+    for (SharedFiles::Sharing sharing : batch.sharing()) {
+        sharing.node += first;
+        const SharedFiles::Change change = sharedFiles_.add(columns_, sharing);
+        progress_.logicalBytes += static_cast<std::uint64_t>(change.logical);
+        progress_.allocatedBytes += static_cast<std::uint64_t>(change.allocated);
+    }
 }
 
 void DiskTreeWalk::report(std::unique_lock<std::mutex>& lock, Number folder) {

@@ -64,8 +64,7 @@ class DiskTreeWalk : private FolderWalk::Target {
 
     // Under the walk's lock.
     WalkProgress<DiskTreeScanner::Progress> reports_;
-    SeenSet seenHardLinks_;
-    SeenSet seenClones_;
+    SharedFiles sharedFiles_;
     DiskTreeColumns columns_;
     std::vector<NodeNumber> vanished_;
     DiskTreeScanner::Progress progress_;

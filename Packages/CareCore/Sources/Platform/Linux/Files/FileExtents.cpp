@@ -10,6 +10,7 @@
 
 #include <fcntl.h>
 #include <linux/btrfs.h>
+#include <linux/btrfs_tree.h>
 #include <linux/fiemap.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
@@ -83,6 +84,8 @@ bool isSettled(const fiemap_extent& extent) {
     return (extent.fe_flags & unsettled) == 0;
 }
 
+bool isShared(const fiemap_extent& extent) { return (extent.fe_flags & FIEMAP_EXTENT_SHARED) != 0; }
+
 /// Whether each of its bytes lies where the extent says.
 bool isExact(const fiemap_extent& extent) {
     return isSettled(extent) && (extent.fe_flags & FIEMAP_EXTENT_NOT_ALIGNED) == 0;
@@ -108,20 +111,48 @@ std::uint64_t mixed(std::uint64_t value) {
     return value ^ value >> 29;
 }
 
+SharedExtents sharedExtentsOfFile(int fd) {
+    constexpr std::uint64_t toTheEnd = std::numeric_limits<std::uint64_t>::max();
+    ExtentReader extents(fd);
+    if (!extents.read(0, toTheEnd, 1) || extents.found().empty()) return {};
+    const fiemap_extent first = extents.found().front();
+    if (!isShared(first) || !isSettled(first)) return {};
+    const std::uint64_t family = mixed(first.fe_physical);
+    SharedExtents shared{.family = family == 0 ? 1 : family, .sharedBytes = first.fe_length};
+    // A file that changes meanwhile may come to no end.
+    constexpr int maxReadings = 100'000;
+    std::uint64_t from = first.fe_logical + first.fe_length;
+    bool isLast = (first.fe_flags & FIEMAP_EXTENT_LAST) != 0;
+    for (int i = 0; i < maxReadings && !isLast; ++i) {
+        if (!extents.read(from, toTheEnd - from) || extents.found().empty()) break;
+        for (const fiemap_extent& extent : extents.found()) {
+            if (isShared(extent)) shared.sharedBytes += extent.fe_length;
+        }
+        const fiemap_extent& last = extents.found().back();
+        from = last.fe_logical + last.fe_length;
+        isLast = (last.fe_flags & FIEMAP_EXTENT_LAST) != 0;
+    }
+    return shared;
+}
+
 } // namespace
 
-std::uint64_t sharedExtentFamily(int folder, const char* name, std::uint64_t size) {
+SharedExtents sharedExtents(int folder, const char* name) {
     const int fd =
         ::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (fd < 0) return 0;
-    ExtentReader extents(fd);
-    const bool isRead = extents.read(0, std::numeric_limits<std::uint64_t>::max(), 1);
+    if (fd < 0) return {};
+    const SharedExtents found = sharedExtentsOfFile(fd);
     ::close(fd);
-    if (!isRead || extents.found().empty()) return 0;
-    const fiemap_extent& extent = extents.found().front();
-    if ((extent.fe_flags & FIEMAP_EXTENT_SHARED) == 0 || !isSettled(extent)) return 0;
-    const std::uint64_t family = mixed(extent.fe_physical) ^ mixed(mixed(size) + 1);
-    return family == 0 ? 1 : family;
+    return found;
+}
+
+bool isReadOnlySnapshot(int folder, const ItemIdentity& identity) {
+    // The top of each subvolume has this number, and most folders elsewhere do not: they cost
+    // nothing.
+    if (identity.inode != BTRFS_FIRST_FREE_OBJECTID) return false;
+    std::uint64_t flags = 0;
+    return ::ioctl(folder, BTRFS_IOC_SUBVOL_GETFLAGS, &flags) == 0 &&
+           (flags & BTRFS_SUBVOL_RDONLY) != 0;
 }
 
 std::optional<FileExtent> fileExtent(int fd, const FileMetadata& seen) {

@@ -9,14 +9,22 @@
 /// knows which file systems share them.
 namespace tidyro::platform {
 
-/// The clone family of a regular file: files that share their first physical extent and have the
-/// same length have the same number. 0 for none: the file system does not call the extent shared,
-/// the file cannot be opened, or its place on the disk is not settled.
-///
-/// The length takes part because a clone that was appended to since holds blocks of its own.
-/// Counted in full it is overstated by what it shares; counted as a clone it would be understated
-/// by all that it grew.
-[[nodiscard]] std::uint64_t sharedExtentFamily(int folder, const char* name, std::uint64_t size);
+/// What a regular file shares with others.
+struct SharedExtents {
+    /// Clones have the same number: that of their first physical extent. 0 for none.
+    std::uint64_t family = 0;
+    /// Bytes in the extents that the file system calls shared. The rest is this file's own: what
+    /// was appended to a clone, or rewritten in it.
+    std::uint64_t sharedBytes = 0;
+};
+/// A file belongs to no family when the file system does not call its first extent shared, when it
+/// cannot be opened, and when its place on the disk is not settled. One call for such a file; all
+/// extents are read for a clone.
+[[nodiscard]] SharedExtents sharedExtents(int folder, const char* name);
+
+/// Whether an open folder is the top of a subvolume that nobody can write to: a snapshot, whose
+/// files are those of another folder as they were once.
+[[nodiscard]] bool isReadOnlySnapshot(int folder, const ItemIdentity& identity);
 
 /// As `FileContents::extent` promises it.
 [[nodiscard]] std::optional<FileExtent> fileExtent(int fd, const FileMetadata& seen);

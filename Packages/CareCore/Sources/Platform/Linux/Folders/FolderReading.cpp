@@ -1,6 +1,7 @@
 // statx and getdents64 are Linux's own.
 #include "Platform/Folders/FolderReading.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cerrno>
@@ -47,10 +48,13 @@ bool isMountRoot(const struct statx& status) {
 
 std::expected<FolderFacts, SystemError> factsOf(int folder, const char* name, int flags) {
     struct statx status{};
-    if (::statx(folder, name, flags, wantedOfEntry, &status) != 0) {
+    if (::statx(folder, name, flags, wantedOfEntry | STATX_MNT_ID, &status) != 0) {
         return std::unexpected(SystemError{errno});
     }
-    FolderFacts facts{.identity = identityOf(status),
+    const bool hasMount = (status.stx_mask & STATX_MNT_ID) != 0;
+    const ItemIdentity identity = identityOf(status);
+    FolderFacts facts{.identity = identity,
+                      .volume = hasMount ? status.stx_mnt_id : identity.device,
                       .traits = {},
                       .modified = compactSeconds(status.stx_mtime.tv_sec),
                       .accessed = compactSeconds(status.stx_atime.tv_sec)};
@@ -80,7 +84,11 @@ FolderDescriptor::openBelow(const std::string& relativePath) const {
 }
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts() const {
-    return factsOf(fd_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC);
+    auto facts = factsOf(fd_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC);
+    if (facts && isReadOnlySnapshot(fd_, facts->identity)) {
+        facts->traits.add(EntryTrait::mountPoint);
+    }
+    return facts;
 }
 
 std::expected<FolderFacts, SystemError> FolderDescriptor::facts(const char* name) const {
@@ -175,7 +183,9 @@ const FolderEntry* FolderLister::next() {
         if (isMountRoot(status)) entry_.traits.add(EntryTrait::mountPoint);
         if (options_.isAskedForClones && S_ISREG(status.stx_mode) &&
             status.stx_size >= minCloneSize) {
-            entry_.cloneFamily = sharedExtentFamily(body_->folder, found.name, status.stx_size);
+            const SharedExtents shared = sharedExtents(body_->folder, found.name);
+            entry_.cloneFamily = shared.family;
+            entry_.cloneSharedBytes = std::min(shared.sharedBytes, entry_.allocatedSize);
         }
         return &entry_;
     }

@@ -208,6 +208,7 @@ std::expected<FolderFacts, SystemError> factsBy(Call call) {
         return std::unexpected(SystemError{EIO});
     }
     return FolderFacts{.identity = identityOf(*record),
+                       .volume = identityOf(*record).device,
                        .traits = traitsOf(*record),
                        .modified = compactSeconds(record->modified.tv_sec),
                        .accessed = compactSeconds(record->accessed.tv_sec)};
@@ -334,6 +335,7 @@ const FolderEntry* FolderLister::next() {
         entry_.allocatedSize =
             static_cast<std::uint64_t>(std::max<std::int64_t>(record->allocatedSize, 0));
         entry_.cloneFamily = cloneFamilyOf(*record);
+        if (entry_.cloneFamily != 0) entry_.cloneSharedBytes = entry_.allocatedSize;
         return &entry_;
     }
     return nullptr;
