@@ -92,7 +92,24 @@ class RequestRun : private TextOutput {
             line("{} closed to Tidyro and not measured.",
                  RoomText::counted(denied, "folder was", "folders were"));
         }
+        tellVolumes(*tree);
         return *std::move(tree);
+    }
+
+    /// What is mounted inside is left out, and so are read-only snapshots.
+    void tellVolumes(const DiskTree& tree) const {
+        constexpr std::size_t maxNamed = 3;
+        std::vector<std::string> paths;
+        std::uint64_t count = 0;
+        for (NodeNumber node = 1; node < tree.count(); ++node) {
+            if (!tree.isDirectory(node)) continue;
+            if (!tree.flags(node).contains(DiskTree::Flags::mountPoint)) continue;
+            if (++count <= maxNamed) paths.push_back(shown(tree.path(node)));
+        }
+        if (count == 0) return;
+        line("{} inside {} not read: {}{}.", RoomText::counted(count, "volume", "volumes"),
+             count == 1 ? "was" : "were", fmt::join(paths, ", "),
+             count > maxNamed ? " and others" : "");
     }
 
     [[nodiscard]] Step<void> duplicates(const FileURL& folder) const {

@@ -1,9 +1,13 @@
 #include "Terminal/CommandLine.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
+#include "Base/PathText.h"
+#include "Base/SystemError.h"
+#include "Base/UnicodeText.h"
 #include "Platform/Terminal/OutputLines.h"
 #include "Platform/Terminal/StandardStreams.h"
 
@@ -12,7 +16,23 @@ namespace tidyro {
 bool TextOutput::confirmFolder(const std::string& path) const {
     std::error_code failed;
     if (std::filesystem::is_directory(path, failed)) return true;
-    line("No folder at {}.", shown(path));
+    if (path::isInsideOrEqual(path, path::unknownWorkingFolder)) {
+        const std::string_view below = path::below(path, path::unknownWorkingFolder);
+        line("No folder at {} (the working folder is gone).",
+             below.empty() ? "." : shown(std::string(below)));
+        return false;
+    }
+    const bool isMissing = failed.value() == 0 || failed == std::errc::no_such_file_or_directory ||
+                           failed == std::errc::not_a_directory;
+    if (isMissing) {
+        line("No folder at {}.", shown(path));
+    } else {
+        // A folder may well be there, but the system does not let us see it.
+        std::string reason = SystemError{failed.value()}.description();
+        reason = lowercased(reason.substr(0, 1)) +
+                 reason.substr(std::min<std::size_t>(1, reason.size()));
+        line("No folder at {} ({}).", shown(path), reason);
+    }
     return false;
 }
 

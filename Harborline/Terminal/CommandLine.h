@@ -65,7 +65,8 @@ struct TextOutput {
         return LocaleText::current().decimal(value, digits);
     }
 
-    /// Whether a folder, or a link to one, is at the path. When there is none, a line says so.
+    /// Whether a folder, or a link to one, is at the path. When there is none, a line says so, with
+    /// the reason when the system does not let us look.
     [[nodiscard]] bool confirmFolder(const std::string& path) const;
     /// Writes why the work ended early. Returns the exit status for that.
     [[nodiscard]] int tellStop(std::string reason) const;

@@ -169,6 +169,28 @@ TEST(CommandLineMode, IndexTimesEachQuery) {
               "0 The index could not be built.");
 }
 
+TEST(CommandLineMode, TellsWhichVolumesWereNotRead) {
+    const TemporaryFolder place;
+    for (const char* name : {"a", "b", "c", "d"}) place.folder(std::string("tree/") + name);
+    place.file("other/x");
+    const auto lines = testing::inMountNamespace([&]() -> std::string {
+        const CommandLineMode::Request request{.command = Command::scan, .path = place / "tree"};
+        if (!testing::bindMount(place / "other", place / "tree/b")) return "no mount";
+        const std::string one = ran(request).lines.at(1);
+        for (const char* name : {"a", "c", "d"}) {
+            if (!testing::bindMount(place / "other", place / (std::string("tree/") + name)))
+                return "";
+        }
+        return one + "\n" + ran(request).lines.at(1);
+    });
+    if (!lines) GTEST_SKIP() << "mount namespaces need root";
+    EXPECT_EQ(lines->substr(0, lines->find('\n')),
+              "1 volume inside was not read: " + place / "tree/b" + ".");
+    EXPECT_THAT(*lines,
+                ::testing::HasSubstr("\n4 volumes inside were not read: " + place / "tree/"));
+    EXPECT_THAT(*lines, ::testing::EndsWith(" and others."));
+}
+
 TEST(CommandLineMode, SaysWhyItStops) {
     const TemporaryFolder place;
     place.file("file");
@@ -177,8 +199,16 @@ TEST(CommandLineMode, SaysWhyItStops) {
         EXPECT_EQ(output.status, 66);
         EXPECT_THAT(output.lines, ElementsAre("No folder at " + path + "."));
     }
-    place.folder("closed");
+    const std::string beyondTheLimit = place / std::string(300, 'x');
+    EXPECT_THAT(ran({.command = Command::scan, .path = beyondTheLimit}).lines,
+                ElementsAre("No folder at " + beyondTheLimit + " (file name too long)."));
+    place.folder("closed/inside");
     place.permissions("closed", 0);
+    EXPECT_EQ(
+        testing::asOrdinaryUser([&] {
+            return ran({.command = Command::scan, .path = place / "closed/inside"}).lines.at(0);
+        }),
+        "No folder at " + place / "closed/inside" + " (permission denied).");
     EXPECT_EQ(testing::asOrdinaryUser([&] {
                   const Output output = ran({.command = Command::scan, .path = place / "closed"});
                   return fmt::format("{} {}", output.status, output.lines.at(0));
@@ -217,7 +247,9 @@ TEST(Executable, EndsWithTheStatusAndTheStreamThatScriptsExpect) {
     EXPECT_EQ(shell("$T --cli scan " + place.path()).status, 0);
     // A working folder that is gone leads nowhere, not to the root.
     place.folder("gone");
-    EXPECT_EQ(shell("cd " + place / "gone" + " && rmdir ../gone && $T --cli scan .").status, 66);
+    const Process gone = shell("cd " + place / "gone" + " && rmdir ../gone && $T --cli scan a/.");
+    EXPECT_EQ(gone.status, 66);
+    EXPECT_EQ(gone.output, "No folder at a (the working folder is gone).\n");
     // A file that may not grow.
     place.folder("kept");
     EXPECT_EQ(shell("(ulimit -f 0; XDG_DATA_HOME=" + place / "kept" + " $T --cli snapshot " +

@@ -45,7 +45,7 @@ std::string absolute(std::string_view path) {
     const std::string folder = std::filesystem::current_path(failed).string();
     // Some systems name a folder that was unmounted "(unreachable)/...".
     const bool isKnown = !failed && folder.starts_with('/');
-    return standardized(joined(isKnown ? folder : "/dev/null", path));
+    return standardized(joined(isKnown ? folder : std::string(unknownWorkingFolder), path));
 }
 
 std::string joined(std::string_view folder, std::string_view name) {

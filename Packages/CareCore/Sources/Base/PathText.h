@@ -15,9 +15,12 @@ namespace tidyro::path {
 /// When nothing of it remains, it becomes ".".
 [[nodiscard]] std::string standardized(std::string_view path);
 
+/// Stands for a working folder that is gone: nothing can lie in it. Any other folder would be a
+/// wrong one that exists.
+inline constexpr std::string_view unknownWorkingFolder = "/dev/null";
+
 /// `path` made absolute against the process's working folder, and standardised. When that folder is
-/// gone the result lies in "/dev/null", where nothing can be. Any other folder would be a wrong one
-/// that exists.
+/// gone the result lies in `unknownWorkingFolder`.
 [[nodiscard]] std::string absolute(std::string_view path);
 
 /// The components of a path; "/" and "" have none.
