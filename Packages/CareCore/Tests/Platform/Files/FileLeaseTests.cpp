@@ -1,0 +1,108 @@
+#ifdef __linux__
+#include "Platform/Files/FileLease.h"
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "Support/OtherCircumstances.h"
+
+namespace tidyro::platform {
+namespace {
+
+using tidyro::testing::MountedImage;
+using tidyro::testing::TemporaryFolder;
+
+FileUse useOf(const std::string& folder, const char* name = "file") {
+    const auto opened = FolderDescriptor::openRoot(folder);
+    return opened ? fileUse(*opened, name) : FileUse::unknown;
+}
+
+/// Asks while another process does something to the file; that process is then let go.
+FileUse whileAnother(const std::string& folder, const std::function<void()>& act) {
+    int ready[2];
+    int over[2];
+    if (::pipe(ready) != 0 || ::pipe(over) != 0) return FileUse::unknown;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::close(over[1]);
+        act();
+        char byte = 'x';
+        static_cast<void>(::write(ready[1], &byte, 1));
+        static_cast<void>(::read(over[0], &byte, 1));
+        ::_exit(0);
+    }
+    ::close(over[0]);
+    char byte = 0;
+    static_cast<void>(::read(ready[0], &byte, 1));
+    const FileUse use = useOf(folder);
+    ::close(over[1]);
+    ::waitpid(child, nullptr, 0);
+    ::close(ready[0]);
+    ::close(ready[1]);
+    return use;
+}
+
+class ProvenByLease : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(ProvenByLease, WhoeverHasTheFileOpen) {
+    const auto image = MountedImage::make(GetParam());
+    if (!image) GTEST_SKIP() << GetParam() << " images need root and its tools";
+    const TemporaryFolder& place = image->folder();
+    place.noise("file", 20'000);
+    place.hardLink("other name", "file");
+    const std::string file = place / "file";
+    const std::string path = place.path();
+    EXPECT_EQ(useOf(path), FileUse::free);
+    EXPECT_EQ(useOf(path, "other name"), FileUse::free);
+    EXPECT_EQ(useOf(path, "nothing"), FileUse::unknown);
+
+    const auto open = [](const std::string& name, int flags) {
+        return [name, flags] { static_cast<void>(::open(name.c_str(), flags)); };
+    };
+    const std::map<std::string, std::function<void()>> users{
+        {"reads", open(file, O_RDONLY)},
+        {"writes", open(file, O_RDWR)},
+        {"has another name of it open", open(place / "other name", O_RDONLY)},
+        {"has it mapped and nothing else",
+         [&] {
+             const int fd = ::open(file.c_str(), O_RDWR);
+             static_cast<void>(::mmap(nullptr, 4'096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+             ::close(fd);
+         }},
+        {"has it open below a mount of its own namespace",
+         [&] {
+             static_cast<void>(::unshare(CLONE_NEWNS));
+             static_cast<void>(::open(file.c_str(), O_RDONLY));
+         }},
+    };
+    for (const auto& [what, act] : users)
+        EXPECT_EQ(whileAnother(path, act), FileUse::inUse) << what;
+    EXPECT_EQ(useOf(path), FileUse::free) << "once all of them are gone";
+}
+
+INSTANTIATE_TEST_SUITE_P(FileLease, ProvenByLease, ::testing::Values("ext4", "btrfs", "xfs"));
+
+TEST(FileLease, ProvesNothingWhereItIsNotKnownTo) {
+    const std::string name = "tidyro-lease-" + std::to_string(::getpid());
+    const TemporaryFolder memory("/dev/shm"); // not ours: only the file is removed
+    memory.file(name, "x");
+    EXPECT_EQ(useOf(memory.path(), name.c_str()), FileUse::unknown) << "not proven to";
+    const int held = ::open((memory / name).c_str(), O_RDONLY);
+    EXPECT_EQ(useOf(memory.path(), name.c_str()), FileUse::inUse) << "a refusal always counts";
+    ::close(held);
+    ::unlink((memory / name).c_str());
+    EXPECT_EQ(useOf("/proc/self", "status"), FileUse::unknown);
+}
+
+} // namespace
+} // namespace tidyro::platform
+#endif
