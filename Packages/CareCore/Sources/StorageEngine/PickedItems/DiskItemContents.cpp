@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Base/PathText.h"
+#include "Platform/Files/FileLease.h"
 #include "Platform/Mounts/MountPoints.h"
 #include "StorageEngine/Observation/DatabaseFile.h"
 #include "StorageEngine/Observation/FolderSigns.h"
@@ -107,6 +108,10 @@ class Walk {
             signs.add(lowered.text());
             if (const Verdict found = judge(*seen, name, entryName, lowered)) return found;
             if (const Verdict found = byBeginning(folder, entryName, *seen)) return found;
+            if (seen->kind == ItemKind::regularFile &&
+                platform::fileUse(folder, entryName.c_str()) == platform::FileUse::inUse) {
+                return openByProcess;
+            }
             latest_ = std::max(latest_, seen->modified.value_or(never));
             if (seen->kind == ItemKind::folder) folders.push_back(std::move(entryName));
         }

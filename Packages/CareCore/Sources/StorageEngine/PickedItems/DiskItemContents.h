@@ -19,6 +19,7 @@ namespace tidyro {
 /// - items that cannot be read, belong to another user, are locked or are no ordinary files;
 /// - folders that are mounted in it, and files whose contents are in a cloud;
 /// - backups;
+/// - files that somebody has open, by whatever name, where the file system tells;
 /// - databases, told by their names, by the files that they consist of and by how files begin.
 ///
 /// It goes down by open folders and single names, follows no link and enters no mount point.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Base/PathText.h"
+#include "Platform/Files/FileLease.h"
 #include "StorageEngine/Observation/DatabaseFile.h"
 #include "StorageEngine/Observation/LiveDataDetector.h"
 #include "StorageEngine/PickedItems/DiskItemContents.h"
@@ -122,8 +123,8 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::bySurroundings(const Look&
                                                                  : std::nullopt;
 }
 
-/// Files in use are known by path, so a file that is open by another of its names is missed.
-/// Whoever offers items holds files with several names without asking here.
+/// The paths in use miss a file that is open by another of its names, or by a process that may not
+/// be read. So the file itself is asked as well, where its file system answers.
 DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byUse(const Look& look) const {
     const std::string& path = look.question.item.path();
     const bool isFolder = look.seen.kind == ItemKind::folder;
@@ -133,7 +134,10 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byUse(const Look& look) co
         if (hasPath(context_->facts().activelyGrowingPaths, *one, isFolder)) return growing;
         if (look.real == path) break;
     }
-    return std::nullopt;
+    const bool isInUse =
+        look.seen.kind == ItemKind::regularFile &&
+        platform::fileUse(look.parent, look.name.c_str()) == platform::FileUse::inUse;
+    return isInUse ? Verdict(openByProcess) : std::nullopt;
 }
 
 /// A folder is looked through for databases later on, with all that is in it.

@@ -36,8 +36,8 @@ namespace tidyro {
 ///     if (!entry) show(explanation(entry.error()));
 ///
 /// The checks come in the order in which `DiskItemRefusal` lists the refusals, and every doubt is a
-/// refusal. An item that is refused by its path costs no look at the disk, a file that may go about
-/// a dozen system calls, and a folder a look through all that it holds.
+/// refusal. An item that is refused by its path costs no look at the disk, a file that may go some
+/// twenty system calls, and a folder a look through all that it holds.
 ///
 /// The folder that an item lies in is opened without following a link, and everything about the
 /// item is asked through that open folder. A folder on the way that is exchanged meanwhile

@@ -13,6 +13,7 @@
 
 #include "Base/PathText.h"
 #include "CareDomain/FileFingerprint.h"
+#include "Platform/Files/FileLease.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Places/FolderResolver.h"
@@ -59,6 +60,26 @@ class NameCount {
 
   private:
     std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> counted_;
+};
+
+/// Asks who has a file open by the file itself. Files of one folder are asked for one after
+/// another, so the folder stays open from one to the next.
+class UseByFile {
+  public:
+    [[nodiscard]] platform::FileUse use(const FileURL& file) {
+        const std::string_view parent = path::parent(file.path());
+        if (parent != path_) {
+            path_ = parent;
+            auto opened = platform::FolderDescriptor::openRoot(path_);
+            folder_ = opened ? *std::move(opened) : platform::FolderDescriptor();
+        }
+        if (!folder_.isOpen()) return platform::FileUse::unknown;
+        return platform::fileUse(folder_, std::string(file.lastComponent()).c_str());
+    }
+
+  private:
+    std::string path_;
+    platform::FolderDescriptor folder_;
 };
 
 class Run {
@@ -209,11 +230,12 @@ void Run::look(const SafetyPolicyContext& context) {
     }
 }
 
-/// Looks at every eligible file again, and notes in `facts` the files that are being written to.
-/// Files that are gone by now are eligible no more.
+/// Looks at every eligible file again, and notes in `facts` the files that are being written to or
+/// that somebody has open. Files that are gone by now are eligible no more.
 std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
     // A new one: it remembers nothing of the first look.
     FileObserver observer(home_, volumes_);
+    UseByFile useByFile;
     std::vector<FileObservation> again;
     again.reserve(eligible_.size());
     std::erase_if(eligible_, [&](const EligibleFile& file) {
@@ -231,6 +253,9 @@ std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
         }
         if (!FileFingerprint::fromObservation(file.observation).matches(*seen)) {
             facts.activelyGrowingPaths.insert(url.path());
+        }
+        if (seen->kind == FileKind::regularFile && useByFile.use(url) == platform::FileUse::inUse) {
+            facts.openByProcessPaths.insert(url.path());
         }
         again.push_back(*std::move(seen));
         return false;

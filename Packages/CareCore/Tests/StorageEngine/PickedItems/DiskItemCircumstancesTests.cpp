@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Platform/Files/FileLease.h"
 #include "StorageEngine/PickedItems/DiskItemContents.h"
 #include "StorageEngine/PickedItems/PickedItemsBench.h"
 #include "Support/OtherCircumstances.h"
@@ -40,6 +41,26 @@ TEST(DiskItemRemovalPolicy, NoticesThatAFolderWasExchanged) {
                                                             .owner = ::geteuid(),
                                                             .kept = KeptFolders()});
     EXPECT_EQ(looked.error(), DiskItemRefusal::vanished);
+}
+
+TEST(DiskItemRemovalPolicy, LeavesWhatIsOpenByAnotherName) {
+    const PickedItemsBench bench;
+    bench.place.file("home/folder/deep/file", "x");
+    bench.place.file("home/folder/deep/quiet", "x");
+    bench.place.hardLink("home/other", "home/folder/deep/file");
+    DiskItemRemovalPolicy policy = bench.policy();
+    std::FILE* open = std::fopen((bench.place / "home/other").c_str(), "re");
+    ASSERT_NE(open, nullptr);
+    const auto parent = platform::FolderDescriptor::openRoot(bench.place / "home");
+    const bool isTold = platform::fileUse(*parent, "other") == platform::FileUse::inUse;
+    const std::string file = told(policy, bench.at("home/folder/deep/file"));
+    const std::string folder = told(policy, bench.at("home/folder"));
+    EXPECT_EQ(told(policy, bench.at("home/folder/deep/quiet")), "");
+    std::fclose(open);
+    if (!isTold) GTEST_SKIP() << "the file system does not tell who has a file open";
+    EXPECT_EQ(file, "openByProcess");
+    EXPECT_EQ(folder, "openByProcess");
+    EXPECT_EQ(told(policy, bench.at("home/folder")), "") << "once it is closed";
 }
 
 TEST(DiskItemRemovalPolicy, JudgesAnOpenedFolderByItsWholePath) {

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
+#include "Platform/Files/FileLease.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Testing/FakeRunningApplications.h"
 #include "Platform/Testing/FakeRunningProcesses.h"
@@ -90,7 +91,8 @@ constexpr std::array<Row, 47> rows{{
     {"projects/app/node_modules/x/index.js", 400, 97, ""},
 }};
 
-/// The machine around a home: real processes, chosen volumes and applications.
+/// The machine around a home: real processes unless a test chooses them, chosen volumes and
+/// applications.
 class Machine {
   public:
     TemporaryFolder place;
@@ -98,7 +100,8 @@ class Machine {
     platform::testing::FakeVolumes volumes =
         platform::testing::FakeVolumes::withOneAt(place.path());
     platform::testing::FakeRunningApplications applications;
-    platform::LiveRunningProcesses processes;
+    platform::LiveRunningProcesses liveProcesses;
+    const platform::RunningProcesses* processes = &liveProcesses;
     Timestamp now = Timestamp::now();
 
     Machine() {
@@ -115,7 +118,7 @@ class Machine {
     scan(SmartCleanupScan::Options options, const CancelToken& cancel = {},
          const SmartCleanupScan::ProgressHandler& progress = nullptr) const {
         LocalRuntimeSafetyContextProvider contexts(
-            home, {.volumes = volumes, .processes = processes, .applications = applications}, {});
+            home, {.volumes = volumes, .processes = *processes, .applications = applications}, {});
         options.secondsBetweenLooks = 0;
         options.clock = [this] { return now; };
         return SmartCleanupScan(home, contexts, volumes, std::move(options)).run(progress, cancel);
@@ -292,6 +295,37 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
         }
         EXPECT_EQ(told, change.stays) << change.what;
     }
+}
+
+TEST(SmartCleanupScan, HoldsWhatIsOpenThoughNoPathInUseSaysSo) {
+    Machine machine;
+    machine.file(".npm/_cacache/a/linked", 90, 5);
+    machine.file(".npm/_cacache/a/quiet", 90, 5);
+    machine.file(".npm/_cacache/b/read by one that hides", 90, 5);
+    machine.place.hardLink("home/project", "home/.npm/_cacache/a/linked");
+    std::FILE* other = std::fopen((machine.place / "home/project").c_str(), "re");
+    std::FILE* hidden =
+        std::fopen((machine.place / "home/.npm/_cacache/b/read by one that hides").c_str(), "re");
+    ASSERT_TRUE(other != nullptr && hidden != nullptr);
+    const auto folder = platform::FolderDescriptor::openRoot(machine.place / "home");
+    const bool isTold = folder && platform::fileUse(*folder, "project") == platform::FileUse::inUse;
+    const platform::testing::FakeRunningProcesses none;
+    std::vector<std::string> found;
+    std::uint64_t open = 0;
+    machine.processes = &none;
+    const auto report = machine.scan({});
+    for (const auto& one : report->candidates())
+        found.push_back(machine.below(one.observation.url));
+    for (const auto& group : report->groups) {
+        if (group.heldBecause.contains(EvidenceCode::openByProcess))
+            open += group.heldBecause.at(EvidenceCode::openByProcess);
+    }
+    std::fclose(other);
+    std::fclose(hidden);
+    if (!isTold) GTEST_SKIP() << "the file system does not tell who has a file open";
+    EXPECT_EQ(found, std::vector<std::string>{".npm/_cacache/a/quiet"});
+    EXPECT_EQ(open, 2U);
+    EXPECT_EQ(machine.scan({})->candidates().size(), 3U) << "once they are closed";
 }
 
 TEST(SmartCleanupScan, KeepsToItsBudgetAndTellsOfIt) {
