@@ -2,6 +2,7 @@
 
 #include "Base/PathText.h"
 #include "Platform/Folders/WellKnownFolders.h"
+#include "StorageEngine/Observation/DatabaseFile.h"
 
 namespace tidyro {
 
@@ -15,6 +16,24 @@ FileKind kindOf(platform::ItemKind kind) {
     case platform::ItemKind::other: break;
     }
     return FileKind::other;
+}
+
+/// Whether the file is a database by itself. A file that is gone is none.
+bool isDatabaseByItself(const FileObservation& file, bool isNearJournal) {
+    const bool hasItsLength = DatabaseFile::hasDatabaseLength(file.byteCount);
+    if (!hasItsLength && !isNearJournal) return false; // nearly every file
+    const auto folder =
+        platform::FolderDescriptor::openRoot(std::string(path::parent(file.url.path())));
+    if (!folder) return !platform::hasVanished(folder.error());
+    const std::string name(file.url.lastComponent());
+    if (isNearJournal && DatabaseFile::hasJournal(*folder, name.c_str()).value_or(true)) {
+        return true;
+    }
+    if (!hasItsLength) return false;
+    const auto seen = platform::fileMetadata(*folder, name.c_str());
+    if (!seen) return !platform::hasVanished(seen.error());
+    if (seen->kind != platform::ItemKind::regularFile) return false;
+    return DatabaseFile::isDatabase(*folder, name.c_str(), *seen).value_or(true);
 }
 
 } // namespace
@@ -79,6 +98,15 @@ FileObserver::observation(const platform::FolderDescriptor& folder, const FileUR
                     seen->kind == platform::ItemKind::folder ? url.appendingFolder(name)
                                                              : url.appending(name),
                     platform::isReadable(folder, name));
+}
+
+PartOf FileObserver::partOf(const FileObservation& file) {
+    const FolderSurroundings around =
+        surroundings_.surroundings(std::string(path::parent(file.url.path())));
+    if (around.isInDatabase) return PartOf::database;
+    if (around.isInHistory) return PartOf::repository;
+    if (around.isInEnvironment) return PartOf::environment;
+    return isDatabaseByItself(file, around.isNearJournal) ? PartOf::database : PartOf::nothing;
 }
 
 } // namespace tidyro

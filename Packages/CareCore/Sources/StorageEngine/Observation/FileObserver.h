@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <expected>
 #include <string>
 #include <vector>
@@ -22,6 +23,15 @@ struct FileIdentity {
     /// The same for another home and other volumes than the running system's.
     [[nodiscard]] static std::expected<FileObservation, SystemError>
     observation(const FileURL& at, const FileURL& home, const platform::Volumes& volumes);
+};
+
+/// A whole of which a file is a part. It is of no use without its parts, so they do not go one by
+/// one.
+enum class PartOf : std::uint8_t {
+    nothing,
+    database,    ///< of one file or of many
+    repository,  ///< the history of a project
+    environment, ///< of Python or conda
 };
 
 /// Observes the items of one scan. What many of them share is found out once and remembered: the
@@ -56,6 +66,10 @@ class FileObserver {
     [[nodiscard]] FolderSurroundings surroundings(const std::string& folder) {
         return surroundings_.surroundings(folder);
     }
+
+    /// What the regular file that was seen belongs to, by the folders above it and by how it
+    /// begins. A file that cannot be read counts as a database.
+    [[nodiscard]] PartOf partOf(const FileObservation& file);
 
   private:
     [[nodiscard]] FileObservation assemble(const platform::FileMetadata& seen, const FileURL& url,

@@ -29,13 +29,15 @@ enum class Sign : std::uint32_t {
     objects = 1 << 15,
     refs = 1 << 16,
     usedElsewhere = 1 << 17,
+    onlyOfEnvironments = 1 << 18,
+    journal = 1 << 19,
 };
 
 struct NamedSign {
     std::string_view name;
     Sign sign;
 };
-constexpr std::array<NamedSign, 23> signNames{{
+constexpr std::array<NamedSign, 25> signNames{{
     {"config", Sign::config},
     {"data", Sign::data},
     {"keys", Sign::keys},
@@ -59,12 +61,19 @@ constexpr std::array<NamedSign, 23> signNames{{
     {"refs", Sign::refs},
     {"index", Sign::usedElsewhere}, // of the files that are checked out
     {"worktrees", Sign::usedElsewhere},
+    {"pyvenv.cfg", Sign::onlyOfEnvironments},
+    {"conda-meta", Sign::onlyOfEnvironments},
 }};
 constexpr std::array<NamedSign, 4> signBeginnings{{
     {"duplicity-full", Sign::onlyOfBackups},
     {"duplicity-inc", Sign::onlyOfBackups},
     {"duplicity-new-signatures", Sign::onlyOfBackups},
     {"manifest-", Sign::manifest},
+}};
+constexpr std::array<NamedSign, 3> signEndings{{
+    {"-wal", Sign::journal},
+    {"-shm", Sign::journal},
+    {"-journal", Sign::journal},
 }};
 
 } // namespace
@@ -75,6 +84,9 @@ void FolderSigns::add(std::string_view loweredName) {
     }
     for (const NamedSign& sign : signBeginnings) {
         if (loweredName.starts_with(sign.name)) bits_ |= static_cast<std::uint32_t>(sign.sign);
+    }
+    for (const NamedSign& sign : signEndings) {
+        if (loweredName.ends_with(sign.name)) bits_ |= static_cast<std::uint32_t>(sign.sign);
     }
 }
 
@@ -91,6 +103,10 @@ bool FolderSigns::mayBeBorg() const { return hasAll(Sign::config, Sign::data); }
 bool FolderSigns::isDatabase() const {
     return hasAll(Sign::onlyOfDatabases) || hasAll(Sign::current, Sign::manifest);
 }
+
+bool FolderSigns::hasJournal() const { return hasAll(Sign::journal); }
+
+bool FolderSigns::isEnvironment() const { return hasAll(Sign::onlyOfEnvironments); }
 
 bool FolderSigns::isRepository() const { return hasAll(Sign::head, Sign::objects, Sign::refs); }
 

@@ -7,7 +7,8 @@
 
 namespace tidyro {
 
-/// Recognises the top of a backup, of a database or of a git repository by the names in the folder.
+/// Recognises the top of a backup, of a database, of a git repository or of an environment by the
+/// names in the folder.
 /// Add every name first, then ask.
 ///
 ///     FolderSigns signs;
@@ -25,6 +26,10 @@ class FolderSigns {
     [[nodiscard]] bool mayBeBorg() const;
     /// A database that is made of several files, whose own names do not say so.
     [[nodiscard]] bool isDatabase() const;
+    /// Perhaps a database of one file lies here: the journal of one does.
+    [[nodiscard]] bool hasJournal() const;
+    /// An environment of Python or conda, whose files are of no use without each other.
+    [[nodiscard]] bool isEnvironment() const;
     /// The store of a git repository, such as a ".git": its files are the history of a project.
     [[nodiscard]] bool isRepository() const;
     /// Such a store that has an index or worktrees: the project's own files lie elsewhere.

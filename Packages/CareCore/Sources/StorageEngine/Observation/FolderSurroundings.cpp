@@ -17,8 +17,12 @@ namespace tidyro {
 
 namespace {
 
-constexpr FolderSurroundings inDoubt{
-    .isInProjectRepository = true, .isInBackup = true, .isInDatabase = true, .isInHistory = true};
+constexpr FolderSurroundings inDoubt{.isInProjectRepository = true,
+                                     .isInBackup = true,
+                                     .isInDatabase = true,
+                                     .isInHistory = true,
+                                     .isInEnvironment = true,
+                                     .isNearJournal = true};
 
 /// Scans of very many folders must not remember them all.
 constexpr std::size_t maxRememberedFolders = 100'000;
@@ -40,7 +44,9 @@ FolderSurroundings readSigns(const std::string& folder) {
     return {.isInProjectRepository = false,
             .isInBackup = isBackup,
             .isInDatabase = signs.isDatabase(),
-            .isInHistory = signs.isRepository()};
+            .isInHistory = signs.isRepository(),
+            .isInEnvironment = signs.isEnvironment(),
+            .isNearJournal = signs.hasJournal()};
 }
 
 bool hasRepository(const std::string& folder) {
@@ -52,7 +58,9 @@ FolderSurroundings united(FolderSurroundings a, FolderSurroundings b) {
     return {.isInProjectRepository = a.isInProjectRepository || b.isInProjectRepository,
             .isInBackup = a.isInBackup || b.isInBackup,
             .isInDatabase = a.isInDatabase || b.isInDatabase,
-            .isInHistory = a.isInHistory || b.isInHistory};
+            .isInHistory = a.isInHistory || b.isInHistory,
+            .isInEnvironment = a.isInEnvironment || b.isInEnvironment,
+            .isNearJournal = a.isNearJournal || b.isNearJournal};
 }
 
 } // namespace
@@ -100,6 +108,7 @@ FolderSurroundings FolderSurroundingsFinder::readUpwards(std::string_view folder
         FolderSurroundings own = readSigns(*at);
         own.isInProjectRepository = !isHome(*at) && hasRepository(*at);
         own.isInHistory = own.isInHistory && !isHome(*at);
+        own.isInEnvironment = own.isInEnvironment && !isHome(*at);
         found = united(found, own);
         read_.emplace(*at, found);
     }

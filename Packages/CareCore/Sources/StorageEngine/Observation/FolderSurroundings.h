@@ -24,6 +24,12 @@ struct FolderSurroundings {
     /// The folder or one above it is the store of a git repository, which holds the history of a
     /// project and not its files. The home itself does not count.
     bool isInHistory;
+    /// The folder or one above it is an environment of Python or conda. The home itself does not
+    /// count.
+    bool isInEnvironment;
+    /// In the folder or in one above it lies the journal of a database, so files in it may be
+    /// databases whatever their lengths.
+    bool isNearJournal;
 
     bool operator==(const FolderSurroundings&) const = default;
 };
@@ -33,7 +39,7 @@ struct FolderSurroundings {
 /// one.
 ///
 /// The folders above both the written path and the real path count. A folder that cannot be read
-/// counts as repository, backup, database and history at once. Used by one thread.
+/// counts as all of these at once. Used by one thread.
 class FolderSurroundingsFinder {
   public:
     explicit FolderSurroundingsFinder(const FileURL& home);

@@ -42,6 +42,23 @@ RiskAssessment reviewOnly(CleanupCategory category) {
                      .summary = "This item is review-only and is never selected by Clean Safely."}};
 }
 
+std::optional<RiskAssessment> protectedAsPart(PartOf whole) {
+    switch (whole) {
+    case PartOf::nothing: return std::nullopt;
+    case PartOf::database:
+        return protectedFor(EvidenceCode::liveDataStore,
+                            SharedText::lasting(explanation(LiveDataSignal::database)));
+    case PartOf::repository:
+        return protectedFor(EvidenceCode::projectRepository,
+                            "This is part of a project's history, which breaks without it.");
+    case PartOf::environment:
+        return protectedFor(EvidenceCode::projectContent,
+                            "This is part of an environment of programs, which breaks without "
+                            "it.");
+    }
+    return std::nullopt;
+}
+
 bool isReviewOnly(CleanupCategory category) {
     return category == CleanupCategory::download || category == CleanupCategory::exactDuplicate ||
            category == CleanupCategory::largeFile || category == CleanupCategory::applicationBundle;
@@ -220,6 +237,9 @@ DeterministicSafetyPolicy::verdict(const FileObservation& observation,
     if (auto assessment = protectedBy(observation, lowered, question.context)) {
         return {category, *std::move(assessment)};
     }
+    if (auto assessment = protectedAsPart(question.partOf)) {
+        return {category, *std::move(assessment)};
+    }
     if (isReviewOnly(category)) return {category, reviewOnly(category)};
     return byRule(observation, question, category);
 }
@@ -250,13 +270,19 @@ DeterministicSafetyPolicy::byRule(const FileObservation& observation, const Ques
             protectedFor(unknownPurpose,
                          "The matching rule does not prove that this category is regenerable.")};
     }
-    const auto& modified = observation.modificationDate;
-    const bool isOldEnough =
-        modified && question.now.secondsSinceReference() - modified->secondsSinceReference() >=
-                        rule->minimumAge();
-    if (!isOldEnough) {
+    const auto isOldEnough = [&](const std::optional<Timestamp>& since) {
+        return since && question.now.secondsSinceReference() - since->secondsSinceReference() >=
+                            rule->minimumAge();
+    };
+    if (!isOldEnough(observation.modificationDate)) {
         return {category, protectedFor(insufficientAge,
                                        "The item has not met the cleanup rule's minimum age.")};
+    }
+    if (question.ageCount == AgeCount::sinceModificationAndCreation && observation.creationDate &&
+        !isOldEnough(observation.creationDate)) {
+        return {category,
+                protectedFor(insufficientAge, "The item looks old, but it was put here within the "
+                                              "cleanup rule's minimum age.")};
     }
     const bool needsReview = rule->alwaysNeedsReview() ||
                              ReviewRequiredScope::touchesReviewRoot(url.path(), homePrefix_);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -12,6 +13,7 @@
 #include "CareDomain/CleanupCategory.h"
 #include "CareDomain/FileObservation.h"
 #include "CareDomain/RiskAssessment.h"
+#include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Rules/CleanupRule.h"
 #include "StorageEngine/Safety/SafetyPolicyContext.h"
 
@@ -34,6 +36,9 @@ class DeterministicSafetyPolicy {
   public:
     explicit DeterministicSafetyPolicy(FileURL home);
 
+    /// What the age of an item is counted from; the younger of two counts.
+    enum class AgeCount : std::uint8_t { sinceModification, sinceModificationAndCreation };
+
     struct Question {
         std::optional<CleanupCategory> categoryHint = std::nullopt;
         std::span<const CleanupRule> rules;
@@ -43,6 +48,11 @@ class DeterministicSafetyPolicy {
         /// one the item's own path is resolved on the disk, which is a must right before the item
         /// is touched.
         FolderResolver* folders = nullptr;
+        /// What the item belongs to, as its observer tells. A part of anything is protected.
+        PartOf partOf = PartOf::nothing;
+        /// A file that was unpacked a moment ago may bear a modification date of years ago. So
+        /// whoever looks for files to suggest counts their age from their creation as well.
+        AgeCount ageCount = AgeCount::sinceModification;
     };
     /// The candidate with its verdict. It carries the observation unchanged, and no authorization.
     [[nodiscard]] CleanupCandidate classify(FileObservation observation,

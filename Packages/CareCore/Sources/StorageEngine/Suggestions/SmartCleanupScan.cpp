@@ -108,10 +108,16 @@ class Run {
     [[nodiscard]] std::vector<CleanupPlace> openPlaces();
     void walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
               const SafetyPolicyContext& context);
-    [[nodiscard]] CleanupCandidate rated(FileObservation observation,
+    /// What the second look saw of a file.
+    struct Seen {
+        FileObservation observation;
+        PartOf partOf;
+    };
+
+    [[nodiscard]] CleanupCandidate rated(FileObservation observation, PartOf partOf,
                                          const SafetyPolicyContext& context,
                                          FolderResolver& folders) const;
-    [[nodiscard]] std::vector<FileObservation> secondLook(SafetyPolicyFacts& facts);
+    [[nodiscard]] std::vector<Seen> secondLook(SafetyPolicyFacts& facts);
     void addCandidate(CleanupCandidate candidate, const EligibleFile& file);
     void hold(const CleanupCandidate& candidate);
     void leaveOut(const CleanupPlace& place);
@@ -165,11 +171,15 @@ std::vector<CleanupPlace> Run::openPlaces() {
     return places;
 }
 
-CleanupCandidate Run::rated(FileObservation observation, const SafetyPolicyContext& context,
-                            FolderResolver& folders) const {
-    return policy_.classify(
-        std::move(observation),
-        {.rules = rules_, .context = context, .now = options_.clock(), .folders = &folders});
+CleanupCandidate Run::rated(FileObservation observation, PartOf partOf,
+                            const SafetyPolicyContext& context, FolderResolver& folders) const {
+    using enum DeterministicSafetyPolicy::AgeCount;
+    return policy_.classify(std::move(observation), {.rules = rules_,
+                                                     .context = context,
+                                                     .now = options_.clock(),
+                                                     .folders = &folders,
+                                                     .partOf = partOf,
+                                                     .ageCount = sinceModificationAndCreation});
 }
 
 void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
@@ -177,7 +187,9 @@ void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
     FileObserver observer(home_, volumes_);
     FolderResolver folders;
     const auto take = [&](CleanupPlaceWalk::Found found) {
-        CleanupCandidate candidate = rated(std::move(found.observation), context, folders);
+        // The second look finds out what the file belongs to: most files never come that far.
+        CleanupCandidate candidate =
+            rated(std::move(found.observation), PartOf::nothing, context, folders);
         if (candidate.assessment.tier == RiskTier::protected_) {
             hold(candidate);
             return true;
@@ -232,11 +244,11 @@ void Run::look(const SafetyPolicyContext& context) {
 
 /// Looks at every eligible file again, and notes in `facts` the files that are being written to or
 /// that somebody has open. Files that are gone by now are eligible no more.
-std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
+std::vector<Run::Seen> Run::secondLook(SafetyPolicyFacts& facts) {
     // A new one: it remembers nothing of the first look.
     FileObserver observer(home_, volumes_);
     UseByFile useByFile;
-    std::vector<FileObservation> again;
+    std::vector<Seen> again;
     again.reserve(eligible_.size());
     std::erase_if(eligible_, [&](const EligibleFile& file) {
         if (cancel_.stop_requested()) return true;
@@ -257,7 +269,8 @@ std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
         if (seen->kind == FileKind::regularFile && useByFile.use(url) == platform::FileUse::inUse) {
             facts.openByProcessPaths.insert(url.path());
         }
-        again.push_back(*std::move(seen));
+        const PartOf partOf = observer.partOf(*seen);
+        again.push_back({.observation = *std::move(seen), .partOf = partOf});
         return false;
     });
     return again;
@@ -265,11 +278,12 @@ std::vector<FileObservation> Run::secondLook(SafetyPolicyFacts& facts) {
 
 void Run::confirm(const SafetyPolicyContext& context) {
     SafetyPolicyFacts facts = context.facts();
-    std::vector<FileObservation> again = secondLook(facts);
+    std::vector<Seen> again = secondLook(facts);
     const SafetyPolicyContext now(std::move(facts));
     FolderResolver folders;
     for (std::size_t i = 0; i < again.size() && !cancel_.stop_requested(); ++i) {
-        addCandidate(rated(std::move(again[i]), now, folders), eligible_[i]);
+        addCandidate(rated(std::move(again[i].observation), again[i].partOf, now, folders),
+                     eligible_[i]);
     }
 }
 

@@ -29,8 +29,10 @@ namespace tidyro {
 /// Every file that a first look finds eligible is looked at a second time, some time later and with
 /// a fresh view of what runs. A file that changed between the looks is being written to and stays;
 /// so does one whose folder was replaced by a link. The second look also asks each file itself who
-/// has it open, since a path in use says nothing of the file's other names. A file that passes both
-/// looks is a candidate with the authorization of its rule. Nothing on the disk is changed.
+/// has it open, since a path in use says nothing of the file's other names. It holds the parts of
+/// databases, repositories and environments. A file that was created within its rule's age stays
+/// too: it was unpacked lately, however old it says it is. A file that passes both looks is a
+/// candidate with the authorization of its rule. Nothing on the disk is changed.
 ///
 /// `run` works on the thread that calls it.
 class SmartCleanupScan {

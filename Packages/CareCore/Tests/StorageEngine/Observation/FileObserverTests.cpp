@@ -193,7 +193,9 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
               (FolderSurroundings{.isInProjectRepository = true,
                                   .isInBackup = true,
                                   .isInDatabase = true,
-                                  .isInHistory = true}));
+                                  .isInHistory = true,
+                                  .isInEnvironment = true,
+                                  .isNearJournal = true}));
 }
 
 } // namespace

@@ -32,7 +32,7 @@ struct Row {
     std::size_t bytes;
     const char* said;
 };
-constexpr std::array<Row, 47> rows{{
+constexpr std::array<Row, 65> rows{{
     {".npm/_cacache/content-v2/sha512/aa/bb", 31, 900, "safe npm-cache"},
     {".npm/_cacache/content-v2/sha512/aa/young", 29, 901, "held npm-cache insufficientAge"},
     {".npm/_cacache/content-v2/sha512/aa/open", 31, 902, "held npm-cache openByProcess"},
@@ -87,6 +87,26 @@ constexpr std::array<Row, 47> rows{{
     {"Library/Logs/growing.log", 15, 93, "held user-logs activeGrowth"},
     {"Library/Logs/DiagnosticReports/crash.ips", 29, 94, "held diagnostic-reports insufficientAge"},
     {"Library/pnpm/store/v3/files/00/exec", 61, 95, "review pnpm-store"},
+    {".cache/terraform/kv/CURRENT", 400, 101, "held terraform-cache liveDataStore"},
+    {".cache/terraform/kv/MANIFEST-000004", 400, 102, "held terraform-cache liveDataStore"},
+    {".cache/terraform/kv/000003.log", 400, 103, "held terraform-cache liveDataStore"},
+    {".cache/terraform/pg/PG_VERSION", 400, 104, "held terraform-cache liveDataStore"},
+    {".cache/terraform/pg/base/1/2619", 400, 105, "held terraform-cache liveDataStore"},
+    {".cache/terraform/pages", 400, 1'024, "held terraform-cache liveDataStore"},
+    {".cache/terraform/blocks", 400, 1'024, "safe terraform-cache"},
+    {".cache/terraform/cut/state", 400, 106, "held terraform-cache liveDataStore"},
+    {".cache/terraform/cut/state-journal", 400, 107, "held terraform-cache liveDataStore"},
+    {".cache/terraform/cut/other", 400, 108, "safe terraform-cache"},
+    {".cache/terraform/own.git/HEAD", 400, 109, "held terraform-cache projectRepository"},
+    {".cache/terraform/own.git/objects/pack/p", 400, 110, "held terraform-cache projectRepository"},
+    {".cache/terraform/own.git/refs/heads/main", 400, 111,
+     "held terraform-cache projectRepository"},
+    {".cache/terraform/env/pyvenv.cfg", 400, 112, "held terraform-cache projectContent"},
+    {".cache/terraform/env/lib/python3.11/site.py", 400, 113,
+     "held terraform-cache projectContent"},
+    {".cache/terraform/conda/conda-meta/history", 400, 114, "held terraform-cache projectContent"},
+    {".cache/terraform/conda/bin/tool", 400, 115, "held terraform-cache projectContent"},
+    {".cache/terraform/CURRENT", 400, 116, "safe terraform-cache"},
     {"Documents/thesis.txt", 400, 96, ""},
     {"projects/app/node_modules/x/index.js", 400, 97, ""},
 }};
@@ -102,15 +122,17 @@ class Machine {
     platform::testing::FakeRunningApplications applications;
     platform::LiveRunningProcesses liveProcesses;
     const platform::RunningProcesses* processes = &liveProcesses;
-    Timestamp now = Timestamp::now();
+    /// Years ahead: what a test makes was created long ago then, and not unpacked lately.
+    Timestamp now = Timestamp::now().adding(3'000 * day);
 
     Machine() {
         place.folder("home");
         applications.answer = std::vector<platform::RunningApplication>{
             {.bundleIdentifier = {}, .executable = "/opt/Cursor/cursor", .name = "cursor"}};
     }
-    void file(const std::string& name, double daysOld, std::size_t bytes) const {
-        place.file("home/" + name, std::string(bytes, 'x'));
+    void file(const std::string& name, double daysOld, std::size_t bytes,
+              const std::string& beginning = {}) const {
+        place.file("home/" + name, beginning + std::string(bytes - beginning.size(), 'x'));
         const auto then = static_cast<std::int64_t>(now.secondsSince1970() - daysOld * day) - 60;
         place.times("home/" + name, then, then);
     }
@@ -130,6 +152,7 @@ class Machine {
 
 void makeHome(const Machine& machine) {
     for (const Row& row : rows) machine.file(row.path, row.daysOld, row.bytes);
+    machine.file(".cache/terraform/pages", 400, 1'024, std::string("SQLite format 3\0", 16));
     machine.place.file("outside/precious", "x");
     machine.place.times("outside/precious", 0, 0);
     machine.place.link("home/Library/Caches/out", machine.place / "outside");
@@ -295,6 +318,22 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
         }
         EXPECT_EQ(told, change.stays) << change.what;
     }
+}
+
+TEST(SmartCleanupScan, HoldsWhatWasUnpackedLately) {
+    Machine machine;
+    machine.file(".npm/_cacache/x", 90, 5);
+    const auto created =
+        platform::fileMetadata(machine.place / "home/.npm/_cacache/x").value().created;
+    if (!created) GTEST_SKIP() << "the file system keeps no creation dates";
+    machine.now = created->adding(29 * day);
+    machine.file(".npm/_cacache/x", 90, 5);
+    const auto report = machine.scan({});
+    EXPECT_TRUE(report->candidates().empty());
+    EXPECT_EQ(report->groups.at(0).heldBecause,
+              (decltype(report->groups[0].heldBecause){{EvidenceCode::insufficientAge, 1}}));
+    machine.now = created->adding(30 * day + 1);
+    EXPECT_EQ(machine.scan({})->safe().itemCount, 1U);
 }
 
 TEST(SmartCleanupScan, HoldsWhatIsOpenThoughNoPathInUseSaysSo) {
