@@ -50,7 +50,8 @@ bool CleanupRule::grantsSafeCleanupAuthority(const FileURL& url, FolderResolver&
 bool CleanupRule::operator==(const CleanupRule& other) const {
     return id() == other.id() && rootURL() == other.rootURL() && category() == other.category() &&
            minimumAge() == other.minimumAge() && isRegenerable() == other.isRegenerable() &&
-           alwaysNeedsReview() == other.alwaysNeedsReview() && authority() == other.authority();
+           alwaysNeedsReview() == other.alwaysNeedsReview() && authority() == other.authority() &&
+           resolvedRootURL() == other.resolvedRootURL();
 }
 
 namespace coding {
@@ -76,8 +77,32 @@ struct WrittenRule {
 
 } // namespace coding
 
+namespace {
+
+/// Where the root of a rule that was read has to lie. None when the rule is not one of the
+/// registry's, or when its root is nowhere below a home.
+std::optional<std::string> registeredRoot(const coding::WrittenRule& written,
+                                          const CleanupRuleSpec* spec) {
+    const std::string& root = written.rootURL.path();
+    if (spec == nullptr || written.trust != CleanupRuleTrust::verifiedBuiltIn ||
+        written.category != spec->category) {
+        return std::nullopt;
+    }
+    const std::string below = "/" + std::string(spec->relativePath);
+    if (root.size() <= below.size() || !root.ends_with(below)) return std::nullopt;
+    const auto home = FolderResolver::resolved(root.substr(0, root.size() - below.size()));
+    if (!home) return std::nullopt;
+    return path::joined(*home, spec->relativePath);
+}
+
+} // namespace
+
 JSON JSONCoder<CleanupRule>::encode(const CleanupRule& rule) {
-    const bool isOurs = rule.authority() == CleanupRule::Authority::builtIn;
+    const CleanupRuleSpec* spec = BuiltInRuleRegistry::spec(rule.id());
+    const bool isReviewKnown =
+        spec == nullptr || spec->alwaysNeedsReview || !rule.alwaysNeedsReview();
+    const bool isOurs = rule.authority() == CleanupRule::Authority::builtIn &&
+                        rule.resolvedRootURL() && isReviewKnown;
     return toJSON(coding::WrittenRule{.id = rule.id(),
                                       .rootURL = rule.rootURL(),
                                       .category = rule.category(),
@@ -91,15 +116,16 @@ Decoded<CleanupRule> JSONCoder<CleanupRule>::decode(const JSON& json) {
     const auto written = fromJSON<coding::WrittenRule>(json);
     if (!written) return std::unexpected(written.error());
     const CleanupRuleSpec* spec = BuiltInRuleRegistry::spec(written->id);
-    const bool isOurs = written->trust == CleanupRuleTrust::verifiedBuiltIn;
-    return CleanupRule({.id = written->id,
-                        .rootURL = written->rootURL,
-                        .category = written->category,
-                        .minimumAge = written->minimumAge,
-                        .isRegenerable = written->isRegenerable,
-                        .alwaysNeedsReview = spec == nullptr || spec->alwaysNeedsReview,
-                        .authority = isOurs ? CleanupRule::Authority::builtIn
-                                            : CleanupRule::Authority::unverified});
+    const auto root = registeredRoot(*written, spec);
+    return CleanupRule(
+        {.id = written->id,
+         .rootURL = written->rootURL,
+         .category = written->category,
+         .minimumAge = written->minimumAge,
+         .isRegenerable = written->isRegenerable,
+         .alwaysNeedsReview = spec == nullptr || spec->alwaysNeedsReview,
+         .authority = root ? CleanupRule::Authority::builtIn : CleanupRule::Authority::unverified,
+         .expectedRoot = root});
 }
 
 } // namespace tidyro

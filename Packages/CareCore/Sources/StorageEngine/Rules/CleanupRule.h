@@ -79,6 +79,7 @@ class CleanupRule {
     [[nodiscard]] bool grantsSafeCleanupAuthority(const FileURL& url,
                                                   FolderResolver& folders) const;
 
+    /// Equal rules give equal verdicts: where the root really lies counts as well.
     bool operator==(const CleanupRule& other) const;
 
   private:
@@ -91,9 +92,14 @@ class CleanupRule {
     std::optional<FileURL> resolvedRoot_;
 };
 
-/// Keys: "id", "rootURL", "category", "minimumAge", "isRegenerable", "trust". Whether a rule always
-/// needs review is not written, so that no file can take it back: the registry says it, and a rule
-/// that the registry does not know always needs review.
+/// Keys: "id", "rootURL", "category", "minimumAge", "isRegenerable", "trust".
+///
+/// A rule that is read is never more trusting than the one that was written. It is a built-in one
+/// only when the registry knows its id and category, and its root lies below some home where the
+/// registry says; it is then bound to that home anew, and a link on the way takes its authority. A
+/// rule of ours that grants nothing, or that needs review although the registry does not say so, is
+/// written as unverified: no key says these things. A rule that the registry does not know always
+/// needs review.
 template <>
 struct JSONCoder<CleanupRule> {
     static JSON encode(const CleanupRule& rule);

@@ -1,5 +1,6 @@
 #include "StorageEngine/Rules/CleanupRule.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Base/PathText.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
@@ -185,6 +187,60 @@ TEST(CleanupRule, ReadsBackNoMoreTrustingThanItWas) {
     EXPECT_TRUE(fromJSON<CleanupRule>(written)->alwaysNeedsReview());
     written["id"] = "nobody's";
     EXPECT_TRUE(fromJSON<CleanupRule>(written)->alwaysNeedsReview());
+}
+
+TEST(CleanupRule, GrantsNoMoreAfterItWasReadBack) {
+    const TemporaryFolder place;
+    place.file("home/.gem/cache/x");
+    place.file("home/Documents/_cacache/thesis");
+    place.link("home/.npm", "Documents");
+    place.link("linked", "home");
+    const FileURL home = FileURL::folder(place / "linked");
+    const auto grants = [](const CleanupRule& rule, const FileURL& file) {
+        return rule.grantsSafeCleanupAuthority(file);
+    };
+    for (const CleanupRule& rule : BuiltInCleanupRules::allLocations(home)) {
+        const auto read = fromJSON<CleanupRule>(toJSON(rule));
+        ASSERT_TRUE(read);
+        const FileURL file = FileURL::file(path::joined(rule.rootPath(), "thesis"));
+        EXPECT_EQ(grants(*read, file), grants(rule, file)) << rule.id();
+        EXPECT_EQ(*read == rule, rule.resolvedRootURL().has_value()) << rule.id();
+    }
+    const auto rules = BuiltInCleanupRules::allLocations(home);
+    const auto gems = std::ranges::find(rules, "ruby-gem-cache", &CleanupRule::id);
+    const auto npm = std::ranges::find(rules, "npm-cache", &CleanupRule::id);
+    const auto gem = home.appending(".gem/cache/x");
+    const auto thesis = home.appending(".npm/_cacache/thesis");
+    EXPECT_TRUE(grants(*fromJSON<CleanupRule>(toJSON(*gems)), gem));
+    EXPECT_FALSE(grants(*fromJSON<CleanupRule>(toJSON(*npm)), thesis));
+
+    const auto readWith = [&](const char* key, const JSON& value) {
+        JSON written = toJSON(*gems);
+        written["rootURL"] = toJSON(FileURL::folder(place / "home/.gem/cache"));
+        written[key] = value;
+        const auto read = fromJSON<CleanupRule>(written);
+        return read && read->authority() == CleanupRule::Authority::builtIn;
+    };
+    EXPECT_TRUE(readWith("minimumAge", 0.0));
+    EXPECT_FALSE(readWith("rootURL", toJSON(FileURL::folder(place / "home/Documents"))));
+    EXPECT_FALSE(readWith("rootURL", toJSON(FileURL::folder("/.gem/cache"))));
+    EXPECT_FALSE(readWith("id", "npm-cache"));
+    EXPECT_FALSE(readWith("id", "nobody's"));
+    EXPECT_FALSE(readWith("category", "expiredLog"));
+
+    const CleanupRule reviewed({.id = "ruby-gem-cache",
+                                .rootURL = gems->rootURL(),
+                                .category = gems->category(),
+                                .minimumAge = 0,
+                                .isRegenerable = true,
+                                .alwaysNeedsReview = true});
+    EXPECT_FALSE(grants(*fromJSON<CleanupRule>(toJSON(reviewed)), gem));
+    const CleanupRule trusting({.id = npm->id(),
+                                .rootURL = npm->rootURL(),
+                                .category = npm->category(),
+                                .minimumAge = npm->minimumAge(),
+                                .isRegenerable = true});
+    EXPECT_FALSE(trusting == *npm) << "one grants what lies behind the link, the other does not";
 }
 
 } // namespace
