@@ -53,6 +53,9 @@ DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
                                         .volumes = volumes};
     places_.emplace(known);
     realHome_ = FileURL::folder(places_->realHome());
+    std::vector<std::string> choosable;
+    for (const FileURL& root : context_->choosableRoots()) choosable.push_back(root.path());
+    mountedTwice_ = RootPathIndex(choosable);
     folders_ = DiskItemFolders(places_->keptFolders(known));
 }
 
@@ -194,14 +197,31 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byTime(const Look& look) c
     return isQuietSince(question.at.adding(-quietPeriod)) ? Verdict() : inUseLately;
 }
 
+bool DiskItemRemovalPolicy::isElsewhere(const Look& look) const {
+    if (look.place == nullptr) return false;
+    const std::string& path = look.question.item.path();
+    if (mountedTwice_.contains(path) || mountedTwice_.contains(look.real)) return true;
+    return look.real != path::joined(realHome_.path(), path::below(path, home_.path()));
+}
+
+/// An item behind a known place that leads elsewhere is what its real place says, and the group
+/// that it was sorted into by its written path says nothing. By a folder that is mounted twice
+/// nobody can tell which of its places is the real one.
 CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look,
                                               const FileObservation& observation) {
     const Question& question = look.question;
-    auto group = question.group;
-    if (!group && look.realPlace != nullptr) group = look.realPlace->group;
-    if (look.place != nullptr && !question.group) group = look.place->group;
-    const CleanupCategory category =
-        group ? cleanupCategory(*group) : DeterministicSafetyPolicy::category(observation);
+    const bool isMountedTwice = look.isElsewhere && look.real == question.item.path();
+    auto group = look.isElsewhere ? std::nullopt : question.group;
+    if (!group && look.place != nullptr && !look.isElsewhere) group = look.place->group;
+    if (!group && look.realPlace != nullptr && !isMountedTwice) group = look.realPlace->group;
+    CleanupCategory category = CleanupCategory::unknown;
+    if (group) {
+        category = cleanupCategory(*group);
+    } else if (!isMountedTwice) {
+        FileObservation real = observation;
+        real.url = FileURL::file(look.real);
+        category = DeterministicSafetyPolicy::category(real);
+    }
     EvidenceCodes codes{EvidenceCode::userReviewRequired, EvidenceCode::currentUserOwned,
                         EvidenceCode::inactive};
     if (look.isInternal) codes.insert(EvidenceCode::internalLocalVolume);
@@ -262,6 +282,7 @@ DiskItemRemovalPolicy::planEntry(const Question& question) {
               .realPlace = nullptr};
     const bool isWrittenAsItIs = look.real == path && realHome_ == home_;
     look.realPlace = isWrittenAsItIs ? look.place : KnownPlaces::place(look.real, realHome_);
+    look.isElsewhere = isElsewhere(look);
     Verdict found = byOrigin(look, observation);
     if (!found) found = byPermissions(look, observation);
     if (!found) found = bySurroundings(look);

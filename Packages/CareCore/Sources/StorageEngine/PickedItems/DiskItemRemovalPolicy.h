@@ -19,6 +19,7 @@
 #include "StorageEngine/PickedItems/DiskItemFolders.h"
 #include "StorageEngine/PickedItems/DiskItemPlaces.h"
 #include "StorageEngine/PickedItems/DiskItemRefusal.h"
+#include "StorageEngine/Places/RootPathIndex.h"
 #include "StorageEngine/Safety/SafetyPolicyContext.h"
 #include "StorageEngine/Sorting/DiskGroup.h"
 #include "StorageEngine/Sorting/KnownPlaces.h"
@@ -87,6 +88,9 @@ class DiskItemRemovalPolicy {
         const KnownPlace* place;     ///< by its written path
         const KnownPlace* realPlace; ///< by its real one
         bool isInternal = false;     ///< on a disk inside the machine
+        /// The known place of the written path leads to a folder that lies elsewhere as well, which
+        /// may be anybody's: a link does, and so does something that is mounted there once more.
+        bool isElsewhere = false;
     };
     using Verdict = std::optional<DiskItemRefusal>; ///< none: nothing was found against it
 
@@ -100,6 +104,7 @@ class DiskItemRemovalPolicy {
     [[nodiscard]] Verdict byPlace(const Look& look);
     [[nodiscard]] Verdict byTime(const Look& look) const;
     [[nodiscard]] bool isVouchedFor(const Look& look, const FileObservation& observation);
+    [[nodiscard]] bool isElsewhere(const Look& look) const;
     [[nodiscard]] static CleanupPlanEntry entry(const Look& look,
                                                 const FileObservation& observation);
 
@@ -109,6 +114,7 @@ class DiskItemRemovalPolicy {
     DiskItemRefusal unknown_ = DiskItemRefusal::nothingKnown; ///< why there are no places
     std::optional<DiskItemPlaces> places_;
     FileURL realHome_;
+    RootPathIndex mountedTwice_; ///< and the person's own folders
     DiskItemFolders folders_{{}};
     std::map<std::string, std::optional<std::string>>
         openedVolumes_; ///< volumes of opened folders, by their real paths

@@ -428,6 +428,38 @@ TEST(DiskItemRemovalPolicy, BelievesAPlaceOnlyWhenTheItemIsReallyInIt) {
     EXPECT_EQ(told(policy, bench.at("home/Library/Caches/.DS_Store"), "caches"), "otherPlace");
 }
 
+TEST(DiskItemRemovalPolicy, SaysNothingOfAPlaceThatLeadsElsewhere) {
+    PickedItemsBench bench;
+    bench.place.file("home/Documents/_cacache/thesis");
+    bench.place.link("home/.npm", "Documents");
+    bench.place.file("home/letters/mine/1");
+    bench.place.folder("home/Library");
+    bench.place.link("home/Library/Caches", "../letters");
+    bench.place.file("home/.cache/pip/http/1"); // mounted here and elsewhere, says the context
+    bench.place.file("home/.cargo/registry/cache/1");
+    bench.choosable = {bench.at("home/.cache/pip")};
+    bench.facts.additionalProtectedRoots = bench.choosable;
+    DiskItemRemovalPolicy policy = bench.policy();
+    const auto card = [&](const char* item, std::optional<DiskGroup> group) {
+        const auto entry = policy.planEntry({.item = bench.at(item),
+                                             .measuredBytes = 1,
+                                             .group = group,
+                                             .at = Timestamp::now().adding(3 * secondsOfDay)});
+        if (!entry) return std::string(rawValue(entry.error()));
+        return std::string(rawValue(entry->proofCard.category)) + ": " +
+               std::string(entry->proofCard.evidence.summary.text());
+    };
+    const std::string nobodyKnows = "unknown: Nothing tells what the item is for or who needs it.";
+    for (const auto group : {std::optional<DiskGroup>(), std::optional(DiskGroup::packageCaches)}) {
+        EXPECT_EQ(card("home/.npm/_cacache", group), nobodyKnows);
+        EXPECT_EQ(card("home/.npm/_cacache/thesis", group), nobodyKnows);
+        EXPECT_EQ(card("home/Library/Caches/mine", group), nobodyKnows);
+        EXPECT_EQ(card("home/.cache/pip/http", group), nobodyKnows);
+    }
+    EXPECT_EQ(card("home/.cargo/registry/cache/1", std::nullopt),
+              "regenerableCache: Packages are downloaded again the next time they are installed.");
+}
+
 TEST(DiskItemRemovalPolicy, WaitsUntilAnItemHasBeenQuietAndIsWhatWasMeasured) {
     const PickedItemsBench bench;
     constexpr std::int64_t written = 1'700'000'000;
