@@ -38,6 +38,10 @@ struct ProcessActivity {
     /// How many processes may not be read completely: other people's, and ones that guard
     /// themselves. Some always are.
     std::size_t unreadable = 0;
+    /// This program runs in a process namespace of its own, as in a container or a sandbox. There
+    /// may be processes outside, which have files of this system in use and are not told of. False
+    /// where the namespace holds a whole system, as with LXC and WSL.
+    bool areOthersHidden = false;
 };
 
 /// Handed in, so that tests decide what runs. Any thread may ask.

@@ -126,4 +126,12 @@ ActiveApplications::dataFolders(std::span<const platform::RunningApplication> ru
     return {folders.begin(), folders.end()};
 }
 
+std::vector<std::string> ActiveApplications::allFolders() {
+    std::set<std::string> folders;
+    for (const Known& application : table()) {
+        for (const std::string_view folder : elements(application.folders)) folders.emplace(folder);
+    }
+    return {folders.begin(), folders.end()};
+}
+
 } // namespace tidyro

@@ -19,6 +19,9 @@ struct ActiveApplications {
     [[nodiscard]] static std::vector<std::string>
     dataFolders(std::span<const platform::RunningApplication> running);
 
+    /// The folders of all applications of the table, whether they run or not.
+    [[nodiscard]] static std::vector<std::string> allFolders();
+
     /// One row of the table: how an application's processes are recognised, and where it keeps
     /// what must not change under it. Elements of a list are separated by "|".
     struct Known {

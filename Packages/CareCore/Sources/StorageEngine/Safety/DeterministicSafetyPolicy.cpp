@@ -33,6 +33,15 @@ RiskAssessment safeAssessment() {
                              "regenerable."}};
 }
 
+RiskAssessment mayBeInUseAssessment() {
+    using enum EvidenceCode;
+    return {.tier = RiskTier::reviewCarefully,
+            .evidence = {.codes = {verifiedBuiltInRule, regenerable, oldEnough, currentUserOwned,
+                                   internalLocalVolume, userReviewRequired},
+                         .summary = "This is old and regenerable, but Tidyro runs in a container "
+                                    "or sandbox, and a program outside may be using it."}};
+}
+
 RiskAssessment reviewOnly(CleanupCategory category) {
     EvidenceCodes codes{EvidenceCode::userReviewRequired};
     if (category == CleanupCategory::exactDuplicate) codes.insert(EvidenceCode::exactByteDuplicate);
@@ -105,7 +114,8 @@ DeterministicSafetyPolicy::DeterministicSafetyPolicy(FileURL home)
     : home_(std::move(home)),
       homePrefix_(loweredHomePrefix(home_)),
       safe_(safeAssessment()),
-      reviewRequired_(ReviewRequiredScope::downgraded(safe_)) {}
+      reviewRequired_(ReviewRequiredScope::downgraded(safe_)),
+      mayBeInUse_(mayBeInUseAssessment()) {}
 
 CleanupCategory DeterministicSafetyPolicy::category(const FileObservation& observation) {
     return categoryOf(observation, LoweredPath(observation.url.path()));
@@ -286,7 +296,12 @@ DeterministicSafetyPolicy::byRule(const FileObservation& observation, const Ques
     }
     const bool needsReview = rule->alwaysNeedsReview() ||
                              ReviewRequiredScope::touchesReviewRoot(url.path(), homePrefix_);
-    return {category, needsReview ? reviewRequired_ : safe_};
+    if (needsReview) return {category, reviewRequired_};
+    const bool mayBeInUse =
+        question.context.areProcessesHidden() &&
+        (question.use != platform::FileUse::free ||
+         question.context.mayBeUsedByHidden(url.path(), observation.volumeIdentifier));
+    return {category, mayBeInUse ? mayBeInUse_ : safe_};
 }
 
 } // namespace tidyro

@@ -13,6 +13,7 @@
 #include "CareDomain/CleanupCategory.h"
 #include "CareDomain/FileObservation.h"
 #include "CareDomain/RiskAssessment.h"
+#include "Platform/Files/FileLease.h"
 #include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Rules/CleanupRule.h"
 #include "StorageEngine/Safety/SafetyPolicyContext.h"
@@ -53,6 +54,9 @@ class DeterministicSafetyPolicy {
         /// A file that was unpacked a moment ago may bear a modification date of years ago. So
         /// whoever looks for files to suggest counts their age from their creation as well.
         AgeCount ageCount = AgeCount::sinceModification;
+        /// What the file itself tells of who has it open. Asked where processes may be hidden: a
+        /// file that is not known to be free needs review there.
+        platform::FileUse use = platform::FileUse::unknown;
     };
     /// The candidate with its verdict. It carries the observation unchanged, and no authorization.
     [[nodiscard]] CleanupCandidate classify(FileObservation observation,
@@ -98,6 +102,7 @@ class DeterministicSafetyPolicy {
     std::string homePrefix_; ///< lower-cased, "/" at its end
     RiskAssessment safe_;
     RiskAssessment reviewRequired_;
+    RiskAssessment mayBeInUse_;
 };
 
 } // namespace tidyro

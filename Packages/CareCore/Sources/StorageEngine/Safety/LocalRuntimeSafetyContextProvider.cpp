@@ -120,6 +120,15 @@ SafetyPolicyFacts::PathSet pathsInUse(platform::ProcessActivity activity, const 
     return pathSet(std::move(paths));
 }
 
+/// The volume of the root. What else is mounted in a namespace of processes came from outside.
+std::optional<std::string> volumeOfRoot(const std::vector<platform::Volume>& volumes) {
+    std::optional<std::string> last; // mounted over the others
+    for (const platform::Volume& volume : volumes) {
+        if (volume.mountPath == "/") last = volume.identifier;
+    }
+    return last;
+}
+
 /// The folders, and the real ones of those that are reached through links.
 std::vector<FileURL> withRealPlaces(std::vector<FileURL> folders) {
     const std::size_t given = folders.size();
@@ -175,13 +184,22 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
     choosable = withoutKept(kept, withRealPlaces(std::move(choosable)));
     std::vector<FileURL> roots = std::move(kept);
     roots.insert(roots.end(), choosable.begin(), choosable.end());
+    std::optional<HiddenProcesses> hidden;
+    if (activity->areOthersHidden) {
+        std::vector<FileURL> owned;
+        for (const std::string& folder : ActiveApplications::allFolders()) {
+            owned.push_back(home_.appendingFolder(folder));
+        }
+        hidden = HiddenProcesses{.applicationFolders = withRealPlaces(std::move(owned)),
+                                 .ownVolume = volumeOfRoot(*volumes)};
+    }
     return SafetyPolicyContext({.currentUserID = platform::currentUserID(),
                                 .internalLocalVolumeIdentifiers = internalVolumes(*volumes),
                                 .activeApplicationRoots = withRealPlaces(std::move(activeRoots)),
                                 .additionalProtectedRoots = std::move(roots),
                                 .activelyGrowingPaths = {},
                                 .openByProcessPaths = pathsInUse(*std::move(activity), home_)},
-                               std::move(choosable));
+                               std::move(choosable), hidden);
 }
 
 LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::rebuild() {

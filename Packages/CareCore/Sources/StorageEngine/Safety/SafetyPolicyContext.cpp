@@ -34,13 +34,33 @@ SafetyPolicyFacts::PathSet readBack(const SafetyPolicyFacts::PathSet& paths) {
 
 } // namespace
 
-SafetyPolicyContext::SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<FileURL> choosable)
+SafetyPolicyContext::SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<FileURL> choosable,
+                                         const std::optional<HiddenProcesses>& hidden)
     : facts_(std::move(facts)),
       choosableRoots_(std::move(choosable)),
       activeApplicationRootPaths_(pathsOf(facts_.activeApplicationRoots)),
       additionalProtectedRootPaths_(pathsOf(facts_.additionalProtectedRoots)),
       activeApplicationRoots_(activeApplicationRootPaths_),
-      additionalProtectedRoots_(additionalProtectedRootPaths_) {}
+      additionalProtectedRoots_(additionalProtectedRootPaths_),
+      areProcessesHidden_(hidden.has_value()) {
+    if (!hidden) return;
+    hiddenApplicationFolders_ = RootPathIndex(pathsOf(hidden->applicationFolders));
+    ownVolume_ = hidden->ownVolume;
+}
+
+SafetyPolicyContext SafetyPolicyContext::with(SafetyPolicyFacts facts) const {
+    SafetyPolicyContext changed(std::move(facts), choosableRoots_);
+    changed.areProcessesHidden_ = areProcessesHidden_;
+    changed.hiddenApplicationFolders_ = hiddenApplicationFolders_;
+    changed.ownVolume_ = ownVolume_;
+    return changed;
+}
+
+bool SafetyPolicyContext::mayBeUsedByHidden(std::string_view path,
+                                            const std::optional<std::string>& volume) const {
+    if (!areProcessesHidden_) return false;
+    return !ownVolume_ || volume != ownVolume_ || hiddenApplicationFolders_.contains(path);
+}
 
 JSON JSONCoder<SafetyPolicyContext>::encode(const SafetyPolicyContext& context) {
     SafetyPolicyFacts facts = context.facts();
@@ -54,7 +74,7 @@ Decoded<SafetyPolicyContext> JSONCoder<SafetyPolicyContext>::decode(const JSON& 
     if (!facts) return std::unexpected(std::move(facts.error()));
     facts->activelyGrowingPaths = readBack(facts->activelyGrowingPaths);
     facts->openByProcessPaths = readBack(facts->openByProcessPaths);
-    return SafetyPolicyContext(*std::move(facts));
+    return SafetyPolicyContext(*std::move(facts), {}, HiddenProcesses{.applicationFolders = {}});
 }
 
 } // namespace tidyro

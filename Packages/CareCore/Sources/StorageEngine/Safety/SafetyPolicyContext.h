@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Base/FileURL.h"
@@ -37,6 +39,15 @@ struct SafetyPolicyFacts {
     bool operator==(const SafetyPolicyFacts&) const = default;
 };
 
+/// What holds where processes may run that this program does not see, as in a container: nobody
+/// knows which applications run, and only a file itself can tell that nobody has it open.
+struct HiddenProcesses {
+    /// Folders of applications. What they keep may go only when they do not run.
+    std::vector<FileURL> applicationFolders;
+    /// The volume that this system lies on. Others were mounted from outside.
+    std::optional<std::string> ownVolume = std::nullopt;
+};
+
 /// The facts, and what is derived from them once because every verdict asks for it. Immutable.
 class SafetyPolicyContext {
   public:
@@ -44,7 +55,13 @@ class SafetyPolicyContext {
     /// items, though rules leave them alone: the folders of documents, music, pictures and the
     /// like, and folders that are mounted a second time. JSON does not hold them: a context that
     /// was read back has none, which is the safe side.
-    explicit SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<FileURL> choosable = {});
+    ///
+    /// `hidden`: none where all processes are seen. JSON does not hold this either: in a context
+    /// that was read back all items count as used by processes that are not seen.
+    explicit SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<FileURL> choosable = {},
+                                 const std::optional<HiddenProcesses>& hidden = std::nullopt);
+    /// The same with other facts.
+    [[nodiscard]] SafetyPolicyContext with(SafetyPolicyFacts facts) const;
 
     [[nodiscard]] const SafetyPolicyFacts& facts() const { return facts_; }
     [[nodiscard]] const std::vector<FileURL>& choosableRoots() const { return choosableRoots_; }
@@ -61,6 +78,11 @@ class SafetyPolicyContext {
         return additionalProtectedRoots_;
     }
 
+    /// Whether a process that is not seen may be using an item, as far as its place tells.
+    [[nodiscard]] bool mayBeUsedByHidden(std::string_view path,
+                                         const std::optional<std::string>& volume) const;
+    [[nodiscard]] bool areProcessesHidden() const { return areProcessesHidden_; }
+
     bool operator==(const SafetyPolicyContext& other) const { return facts_ == other.facts_; }
 
   private:
@@ -70,6 +92,9 @@ class SafetyPolicyContext {
     std::vector<std::string> additionalProtectedRootPaths_;
     RootPathIndex activeApplicationRoots_;
     RootPathIndex additionalProtectedRoots_;
+    bool areProcessesHidden_;
+    RootPathIndex hiddenApplicationFolders_;
+    std::optional<std::string> ownVolume_;
 };
 
 /// The keys are those of the facts. JSON is Unicode, and names of files need not be: a path that is

@@ -111,11 +111,11 @@ class Run {
     /// What the second look saw of a file.
     struct Seen {
         FileObservation observation;
-        PartOf partOf;
+        PartOf partOf = PartOf::nothing;
+        platform::FileUse use = platform::FileUse::unknown;
     };
 
-    [[nodiscard]] CleanupCandidate rated(FileObservation observation, PartOf partOf,
-                                         const SafetyPolicyContext& context,
+    [[nodiscard]] CleanupCandidate rated(Seen file, const SafetyPolicyContext& context,
                                          FolderResolver& folders) const;
     [[nodiscard]] std::vector<Seen> secondLook(SafetyPolicyFacts& facts);
     void addCandidate(CleanupCandidate candidate, const EligibleFile& file);
@@ -171,15 +171,16 @@ std::vector<CleanupPlace> Run::openPlaces() {
     return places;
 }
 
-CleanupCandidate Run::rated(FileObservation observation, PartOf partOf,
-                            const SafetyPolicyContext& context, FolderResolver& folders) const {
+CleanupCandidate Run::rated(Seen file, const SafetyPolicyContext& context,
+                            FolderResolver& folders) const {
     using enum DeterministicSafetyPolicy::AgeCount;
-    return policy_.classify(std::move(observation), {.rules = rules_,
-                                                     .context = context,
-                                                     .now = options_.clock(),
-                                                     .folders = &folders,
-                                                     .partOf = partOf,
-                                                     .ageCount = sinceModificationAndCreation});
+    return policy_.classify(std::move(file.observation), {.rules = rules_,
+                                                          .context = context,
+                                                          .now = options_.clock(),
+                                                          .folders = &folders,
+                                                          .partOf = file.partOf,
+                                                          .ageCount = sinceModificationAndCreation,
+                                                          .use = file.use});
 }
 
 void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
@@ -187,9 +188,9 @@ void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
     FileObserver observer(home_, volumes_);
     FolderResolver folders;
     const auto take = [&](CleanupPlaceWalk::Found found) {
-        // The second look finds out what the file belongs to: most files never come that far.
+        // The second look finds out the rest: most files never come that far.
         CleanupCandidate candidate =
-            rated(std::move(found.observation), PartOf::nothing, context, folders);
+            rated({.observation = std::move(found.observation)}, context, folders);
         if (candidate.assessment.tier == RiskTier::protected_) {
             hold(candidate);
             return true;
@@ -266,11 +267,13 @@ std::vector<Run::Seen> Run::secondLook(SafetyPolicyFacts& facts) {
         if (!FileFingerprint::fromObservation(file.observation).matches(*seen)) {
             facts.activelyGrowingPaths.insert(url.path());
         }
-        if (seen->kind == FileKind::regularFile && useByFile.use(url) == platform::FileUse::inUse) {
-            facts.openByProcessPaths.insert(url.path());
+        Seen now{.observation = *std::move(seen)};
+        if (now.observation.kind == FileKind::regularFile) {
+            now.use = useByFile.use(url);
+            now.partOf = observer.partOf(now.observation);
         }
-        const PartOf partOf = observer.partOf(*seen);
-        again.push_back({.observation = *std::move(seen), .partOf = partOf});
+        if (now.use == platform::FileUse::inUse) facts.openByProcessPaths.insert(url.path());
+        again.push_back(std::move(now));
         return false;
     });
     return again;
@@ -279,11 +282,10 @@ std::vector<Run::Seen> Run::secondLook(SafetyPolicyFacts& facts) {
 void Run::confirm(const SafetyPolicyContext& context) {
     SafetyPolicyFacts facts = context.facts();
     std::vector<Seen> again = secondLook(facts);
-    const SafetyPolicyContext now(std::move(facts));
+    const SafetyPolicyContext now = context.with(std::move(facts));
     FolderResolver folders;
     for (std::size_t i = 0; i < again.size() && !cancel_.stop_requested(); ++i) {
-        addCandidate(rated(std::move(again[i].observation), again[i].partOf, now, folders),
-                     eligible_[i]);
+        addCandidate(rated(std::move(again[i]), now, folders), eligible_[i]);
     }
 }
 

@@ -23,6 +23,7 @@
 #include "Platform/Processes/RunningApplications.h"
 #ifdef __linux__
 #include "Platform/Linux/Processes/KernelFiles.h"
+#include "Platform/Linux/Processes/ProcessNamespace.h"
 #endif
 #include "Support/OtherCircumstances.h"
 
@@ -280,6 +281,39 @@ TEST(RunningProcesses, AreToldAsFarAsTheTableIsOpen) {
     }
 }
 
+#endif
+
+#ifdef __linux__
+TEST(RunningProcesses, KnowWhereOthersAreHidden) {
+    const std::string first = "pid:[4026531836]";
+    const std::string other = "pid:[4026532281]";
+    const std::string windows = "5.15.167.4-microsoft-standard-WSL2";
+    struct Case {
+        ProcessNamespaceSigns signs;
+        bool areHidden;
+        const char* what;
+    };
+    for (const auto& [signs, areHidden, what] : std::vector<Case>{
+             {{first, "6.1.0", "systemd", "", false}, false, "an ordinary system"},
+             {{first, "6.1.0", "bash", "docker", true}, false, "a container that sees its host"},
+             {{other, "6.1.0", "bash", "", false}, true, "unshare"},
+             {{other, "6.1.0", "bwrap", "", false}, true, "Flatpak"},
+             {{other, "6.1.0", "systemd", "", false}, true, "an init system of nobody knows what"},
+             {{other, "6.1.0", "systemd", "docker", true}, true, "a container with a service"},
+             {{other, "6.1.0", "systemd", "lxc", false}, false, "LXC"},
+             {{other, "6.1.0", "bash", "lxc", false}, true, "a namespace inside LXC"},
+             {{other, windows, "init(Debian)", "", false}, false, "WSL"},
+             {{other, windows, "systemd", "wsl", false}, false, "WSL with services"},
+             {{other, windows, "init", "", true}, true, "a container inside WSL"},
+             {{"", "", "", "", false}, true, "nothing is told"}}) {
+        EXPECT_EQ(areOthersHidden(signs), areHidden) << what;
+    }
+    const std::string told = testing::inChild([] {
+        if (::unshare(CLONE_NEWPID) != 0) return std::string("not allowed");
+        return testing::inChild([] { return std::string(areOthersHidden() ? "hidden" : "seen"); });
+    });
+    EXPECT_TRUE(told == "hidden" || told == "not allowed") << told;
+}
 #endif
 
 } // namespace

@@ -95,6 +95,35 @@ TEST(DeterministicSafetyPolicy, IsUsedAsItsHeaderShows) {
     EXPECT_EQ(suggested.size(), 1U);
 }
 
+TEST(DeterministicSafetyPolicy, AsksForReviewWhereProcessesAreHidden) {
+    const Bench bench;
+    const FileObservation file = fileAt("Library/Caches/tool/old");
+    const auto rated = [&](const SafetyPolicyContext& context, platform::FileUse use) {
+        return bench.policy
+            .classify(file, {.rules = bench.rules, .context = context, .now = now, .use = use})
+            .assessment;
+    };
+    using enum platform::FileUse;
+    const HiddenProcesses some{.applicationFolders = {home.appendingFolder(".gem")},
+                               .ownVolume = "inside"};
+    const SafetyPolicyContext hidden(machine(), {}, some);
+    EXPECT_EQ(told(rated(bench.context, unknown)), safe);
+    EXPECT_EQ(told(rated(hidden, free)), safe);
+    EXPECT_EQ(told(rated(hidden, unknown)),
+              "reviewCarefully currentUserOwned internalLocalVolume oldEnough regenerable "
+              "userReviewRequired verifiedBuiltInRule: This is old and regenerable, but Tidyro "
+              "runs in a container or sandbox, and a program outside may be using it.");
+    EXPECT_EQ(rated(hidden.with(machine()), unknown), rated(hidden, unknown));
+    for (const HiddenProcesses& other :
+         {HiddenProcesses{.applicationFolders = {home}, .ownVolume = "inside"},
+          HiddenProcesses{.applicationFolders = {}, .ownVolume = "another"},
+          HiddenProcesses{.applicationFolders = {}}}) {
+        EXPECT_EQ(rated(SafetyPolicyContext(machine(), {}, other), free), rated(hidden, unknown));
+    }
+    const auto read = fromJSON<SafetyPolicyContext>(toJSON(bench.context));
+    EXPECT_EQ(rated(*read, free).tier, RiskTier::reviewCarefully) << "nobody knows by now";
+}
+
 TEST(DeterministicSafetyPolicy, ProtectsByTheFirstCheckThatFires) {
     struct Case {
         std::string place;

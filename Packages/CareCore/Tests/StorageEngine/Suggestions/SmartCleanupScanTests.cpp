@@ -111,6 +111,16 @@ constexpr std::array<Row, 65> rows{{
     {"projects/app/node_modules/x/index.js", 400, 97, ""},
 }};
 
+/// The real processes, as though none could be hidden: tests run in containers, too.
+class SeenProcesses final : public platform::RunningProcesses {
+  public:
+    [[nodiscard]] std::expected<platform::ProcessActivity, SystemError> activity() const override {
+        auto seen = platform::LiveRunningProcesses().activity();
+        if (seen) seen->areOthersHidden = false;
+        return seen;
+    }
+};
+
 /// The machine around a home: real processes unless a test chooses them, chosen volumes and
 /// applications.
 class Machine {
@@ -120,8 +130,8 @@ class Machine {
     platform::testing::FakeVolumes volumes =
         platform::testing::FakeVolumes::withOneAt(place.path());
     platform::testing::FakeRunningApplications applications;
-    platform::LiveRunningProcesses liveProcesses;
-    const platform::RunningProcesses* processes = &liveProcesses;
+    SeenProcesses seenProcesses;
+    const platform::RunningProcesses* processes = &seenProcesses;
     /// Years ahead: what a test makes was created long ago then, and not unpacked lately.
     Timestamp now = Timestamp::now().adding(3'000 * day);
 
@@ -318,6 +328,31 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
         }
         EXPECT_EQ(told, change.stays) << change.what;
     }
+}
+
+TEST(SmartCleanupScan, CallsNothingSafeThatAHiddenProcessMayUse) {
+    Machine machine;
+    machine.file(".gem/cache/owned", 90, 5); // by Ruby
+    machine.file("Library/Caches/tool/free", 90, 5);
+    platform::testing::FakeRunningProcesses some;
+    some.answer->areOthersHidden = true;
+    machine.processes = &some;
+    const auto told = [&] {
+        std::map<std::string, std::string> found;
+        for (const auto& one : machine.scan({}).value().candidates()) {
+            found[machine.below(one.observation.url)] = word(one.assessment.tier);
+        }
+        return found;
+    };
+    const auto folder =
+        platform::FolderDescriptor::openRoot(machine.place / "home/Library/Caches/tool");
+    const bool isProven = platform::fileUse(*folder, "free") == platform::FileUse::free;
+    std::map<std::string, std::string> expected{
+        {".gem/cache/owned", "review"}, {"Library/Caches/tool/free", isProven ? "safe" : "review"}};
+    EXPECT_EQ(told(), expected);
+    machine.volumes.answer->front().mountPath = "/from/outside";
+    expected["Library/Caches/tool/free"] = "review";
+    EXPECT_EQ(told(), expected);
 }
 
 TEST(SmartCleanupScan, HoldsWhatWasUnpackedLately) {

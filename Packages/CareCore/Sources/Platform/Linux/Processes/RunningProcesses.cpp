@@ -16,6 +16,7 @@
 #include "Platform/Linux/Mounts/MountNamespaces.h"
 #include "Platform/Linux/Mounts/PathAliases.h"
 #include "Platform/Linux/Processes/KernelFiles.h"
+#include "Platform/Linux/Processes/ProcessNamespace.h"
 #include "Platform/Linux/Processes/ProcessTable.h"
 #include "Platform/Machine/DedicatedThread.h"
 
@@ -215,6 +216,7 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
     const std::vector<PathAliases> known = namespaces.aliases();
     const std::span<const PathAliases> aliases = known;
     ProcessActivity activity;
+    activity.areOthersHidden = areOthersHidden();
     for (Share& share : shares) {
         if (share.error) return std::unexpected(*share.error);
         activity.unreadable += share.unreadable;
