@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -63,7 +64,11 @@ std::string inChild(const std::function<std::string()>& work) {
 std::string asOrdinaryUser(const std::function<std::string()>& work) {
     constexpr uid_t nobody = 65'534;
     const Ended ended = run(
-        [] { return ::getuid() != 0 || (::setgid(nobody) == 0 && ::setuid(nobody) == 0); }, work);
+        [] {
+            return ::getuid() != 0 ||
+                   (::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0);
+        },
+        work);
     EXPECT_EQ(ended.status, 0);
     return ended.text;
 }
@@ -93,7 +98,10 @@ std::optional<std::string> inMountNamespace(const std::function<std::string()>& 
 bool bindMount(const std::string& source, const std::string& target) {
     return ::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0;
 }
+
+bool isProcMounted() { return ::access("/proc/self/mountinfo", R_OK) == 0; }
 #else
+bool isProcMounted() { return true; }
 std::optional<std::string> inMountNamespace(const std::function<std::string()>&) {
     return std::nullopt;
 }

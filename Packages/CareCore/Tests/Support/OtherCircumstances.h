@@ -20,6 +20,10 @@ namespace tidyro::testing {
 /// The same in a mount namespace of its own. None where that is not allowed; the test then skips.
 [[nodiscard]] std::optional<std::string> inMountNamespace(const std::function<std::string()>& work);
 
+/// Whether the system tells what runs and what is mounted. A bare chroot of Linux, without /proc,
+/// does not; tests of the running system skip there.
+[[nodiscard]] bool isProcMounted();
+
 /// Lets this process open so many files more than it has open now. Only in a child.
 [[nodiscard]] bool leaveOpenFiles(unsigned count);
 

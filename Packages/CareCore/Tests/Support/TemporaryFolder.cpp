@@ -28,11 +28,13 @@ TemporaryFolder::TemporaryFolder() {
 
 TemporaryFolder::~TemporaryFolder() {
     if (!isOwned_) return;
-    // std::filesystem works with whole paths; very deep trees need rm.
+    // std::filesystem works with whole paths; very deep trees need rm. Folders that a test closed
+    // are closed to their owner too, who is not always root.
     std::error_code failed;
     std::filesystem::remove_all(path_, failed);
     if (failed) {
-        static_cast<void>(std::system(("rm -rf '" + path_ + "'").c_str())); // NOLINT
+        const std::string command = "chmod -R u+rwx '" + path_ + "'; rm -rf '" + path_ + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0) << path_ << " stays behind"; // NOLINT
     }
 }
 

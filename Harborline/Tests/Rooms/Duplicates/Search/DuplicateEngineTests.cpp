@@ -271,6 +271,7 @@ TEST(DuplicateEngine, LooksOnlyWhereItMay) {
 }
 
 TEST(DuplicateEngine, HoldsCopiesThatMustStay) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const TemporaryFolder place;
     const auto seen = platform::fileMetadata(place.path());
     for (const char* name : {"home/projects/a", "home/Tool.app/Contents/a", "outside/a", "system/a",
@@ -285,6 +286,7 @@ TEST(DuplicateEngine, HoldsCopiesThatMustStay) {
     options.systemVolumeRoots = {FileURL::folder(place / "system")};
     const auto tree = DiskTreeScanner().scan(FileURL::folder(place.path()));
     const auto volume = platform::LiveVolumes().mounted();
+    ASSERT_TRUE(seen && tree && volume);
     const auto identifier = platform::volumeOf(*seen, *volume);
     const DuplicateEngine judging(DuplicateEngine::Settings{.context = [&] {
         SafetyPolicyFacts facts = testing::quietMachine();

@@ -72,7 +72,9 @@ TEST(DurableFile, RefusesWhatIsNoPlainFileOrFolder) {
     EXPECT_EQ(makePrivateFolder(place / "file/below").error().code, ENOTDIR);
 #ifdef __linux__
     // A file system that has no folder there and makes none.
-    EXPECT_EQ(makePrivateFolder("/proc/none/below").error().code, ENOENT);
+    if (testing::isProcMounted()) {
+        EXPECT_EQ(makePrivateFolder("/proc/none/below").error().code, ENOENT);
+    }
 #endif
     EXPECT_EQ(readWholeFile(place / "pipe", 100).error().code, EINVAL);
     EXPECT_EQ(readWholeFile(place.path(), 100).error().code, EINVAL);

@@ -84,6 +84,7 @@ void openFor(const TemporaryFolder& place, const char* name) {
 }
 
 TEST(RunningProcesses, HaveFilesOpenMappedAndRunning) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const TemporaryFolder place;
     for (const char* name : {"open", "two\nlines \\012", "mapped\nfile", "gone", "closed"}) {
         place.file(name, "contents");
@@ -123,6 +124,7 @@ TEST(RunningProcesses, HaveFilesOpenMappedAndRunning) {
 }
 
 TEST(RunningApplications, AreToldByExecutableAndName) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const TemporaryFolder place;
     const std::string program = place / "editor";
     std::filesystem::copy_file("/bin/sleep", program);
@@ -140,6 +142,7 @@ TEST(RunningApplications, AreToldByExecutableAndName) {
 #ifdef __linux__
 
 TEST(RunningProcesses, CountThoseThatMayNotBeRead) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     if (::getuid() != 0) GTEST_SKIP() << "needs a process of another user's";
     const TemporaryFolder place;
     place.file("file", "x");
@@ -180,6 +183,7 @@ bool leaveMountNamespace() {
 }
 
 TEST(RunningProcesses, NameFilesAsTheyAreNamedHere) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const TemporaryFolder place;
     for (const char* name : {"home/held", "home/gone", "home/before", "home/closed"}) {
         place.file(name, "x");
@@ -212,6 +216,7 @@ TEST(RunningProcesses, NameFilesAsTheyAreNamedHere) {
 }
 
 TEST(RunningProcesses, NameFilesByEveryMountOfTheirFolder) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const TemporaryFolder place;
     place.file("home/one", "x");
     place.file("home/two", "x");
@@ -239,6 +244,7 @@ TEST(RunningProcesses, NameFilesByEveryMountOfTheirFolder) {
 }
 
 TEST(RunningProcesses, TellWhatTheKernelHasInUse) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     EXPECT_EQ(swapFiles("Filename\t\t\tType\t\tSize\t\tUsed\t\tPriority\n"
                         "/dev/dm-1                partition\t1000\t\t0\t\t-2\n"
                         "/var/my\\040swap\\134 file\t\t1000\t\t0\t\t-3\n"),

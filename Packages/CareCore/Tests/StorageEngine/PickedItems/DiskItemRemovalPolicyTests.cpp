@@ -10,6 +10,7 @@
 #include "StorageEngine/PickedItems/PickedItemsBench.h"
 #include "StorageEngine/PickedItems/RemovalConsequence.h"
 #include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
+#include "Support/OtherCircumstances.h"
 
 namespace tidyro {
 namespace {
@@ -247,6 +248,7 @@ void makeCases(const TemporaryFolder& place) {
 }
 
 TEST(DiskItemRemovalPolicy, IsUsedAsItsHeaderShows) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const PickedItemsBench bench;
     const FileURL home = bench.home();
     const std::vector<FileURL> opened{bench.at("opened")};

@@ -177,6 +177,7 @@ void makeHome(const Machine& machine) {
 std::string word(RiskTier tier) { return tier == RiskTier::safeToReclaim ? "safe" : "review"; }
 
 TEST(SmartCleanupScan, IsUsedAsItsHeaderShows) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const TemporaryFolder place;
     const FileURL home = FileURL::folder(place.path());
     const auto show = [](const std::string& text) { ADD_FAILURE() << text; };
@@ -191,6 +192,7 @@ TEST(SmartCleanupScan, IsUsedAsItsHeaderShows) {
 }
 
 TEST(SmartCleanupScan, FindsWhatMayGoInARealHomeRowByRow) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     Machine machine;
     makeHome(machine);
     std::FILE* open =
@@ -250,6 +252,7 @@ TEST(SmartCleanupScan, FindsWhatMayGoInARealHomeRowByRow) {
 }
 
 TEST(SmartCleanupScan, OrdersGroupsAndTotalsThem) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     Machine machine;
     machine.file(".gem/cache/small", 90, 10);
     machine.file(".gem/cache/large", 90, 20'000);
@@ -288,6 +291,7 @@ TEST(SmartCleanupScan, OrdersGroupsAndTotalsThem) {
 }
 
 TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     struct Change {
         const char* what;
         std::function<void(const Machine&)> make;
@@ -403,6 +407,7 @@ TEST(SmartCleanupScan, HoldsWhatIsOpenThoughNoPathInUseSaysSo) {
 }
 
 TEST(SmartCleanupScan, KeepsToItsBudgetAndTellsOfIt) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     Machine machine;
     for (int i = 0; i < 20; ++i) {
         machine.file(fmt::format(".gem/cache/{:02}", i), 90, 1);
@@ -420,16 +425,19 @@ TEST(SmartCleanupScan, KeepsToItsBudgetAndTellsOfIt) {
     };
     const auto few =
         machine.scan({.budget = {.entriesPerPlace = 10, .candidates = 1'000, .depth = 128}});
+    ASSERT_TRUE(few);
     EXPECT_EQ(few->safe().itemCount, 22U);
     EXPECT_EQ(gapsOf(*few), (std::vector<std::string>{"_cacache", "cache"}));
     const auto shallow =
         machine.scan({.budget = {.entriesPerPlace = 100, .candidates = 30, .depth = 4}});
+    ASSERT_TRUE(shallow);
     EXPECT_EQ(shallow->safe().itemCount, 30U);
     EXPECT_EQ(gapsOf(*shallow), (std::vector<std::string>{"d", "cache", "node"}))
         << "places that were not looked at any more are told";
 }
 
 TEST(SmartCleanupScan, EndsWhenItIsAskedToAndWhenNothingIsKnown) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     Machine machine;
     machine.file(".npm/_cacache/x", 90, 5);
     std::stop_source early;
@@ -454,6 +462,7 @@ TEST(SmartCleanupScan, EndsWhenItIsAskedToAndWhenNothingIsKnown) {
 }
 
 TEST(SmartCleanupScan, LeavesOutWhatIsClosedOrMounted) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const auto told = testing::inMountNamespace([]() -> std::string {
         Machine machine;
         machine.file(".npm/_cacache/mount/below", 90, 5);

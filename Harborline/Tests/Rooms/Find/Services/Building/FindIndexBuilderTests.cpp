@@ -205,7 +205,7 @@ TEST(FindIndexBuilder, CountsFoldersThatAreClosed) {
     }
     place.times("closed", 77, 77);
     place.permissions("closed", 0);
-    place.permissions("listed only", 0744);
+    place.permissions("listed only", 0444);
     EXPECT_EQ(testing::asOrdinaryUser([&] {
                   const auto storage = built({.rootPath = place.path()});
                   const bool isMarked =
@@ -413,7 +413,7 @@ TEST(FindDirectoryReader, TellsWhyAFolderCannotBeRead) {
     // Closed between opening and reading it.
     const TemporaryFolder place;
     place.file("listed only/file");
-    place.permissions("listed only", 0744);
+    place.permissions("listed only", 0444);
     EXPECT_EQ(testing::asOrdinaryUser([&] {
                   FindDirectoryListing listing;
                   const auto folder = platform::FolderDescriptor::openRoot(place / "listed only");
