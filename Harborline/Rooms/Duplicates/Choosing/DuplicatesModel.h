@@ -98,7 +98,6 @@ class DuplicatesModel {
         bool includeSystemVolumes;
         bool operator==(const AutoRun&) const = default;
     };
-    [[nodiscard]] const std::optional<AutoRun>& lastAutoRun() const { return lastAutoRun_; }
 
     void scanBegan() { isScanUnderWay_ = true; }
     void scanEndedWithoutResult() { isScanUnderWay_ = false; }

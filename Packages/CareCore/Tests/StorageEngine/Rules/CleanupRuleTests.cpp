@@ -86,6 +86,7 @@ TEST(BuiltInCleanupRules, AreBoundToAHomeWithTheAgeFloorApplied) {
     EXPECT_EQ(applied(CleanupAgeFloor::ninetyDays, 120 * 86'400.0), 120 * 86'400.0);
     EXPECT_EQ(applied(CleanupAgeFloor::recommended, -5), 0);
     EXPECT_EQ(BuiltInCleanupRules::allLocations(url).size(), 89U);
+    EXPECT_EQ(BuiltInCleanupRules::currentUser(url), BuiltInCleanupRules::allLocations(url));
 }
 
 TEST(BuiltInCleanupRules, GrantNothingThroughALinkThatLeadsAway) {

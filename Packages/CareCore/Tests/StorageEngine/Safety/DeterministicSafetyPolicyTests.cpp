@@ -224,6 +224,9 @@ TEST(DeterministicSafetyPolicy, ProtectsByTheFirstCheckThatFires) {
         if (each.change) each.change(observation);
         const CleanupCandidate candidate = bench.rated(observation);
         EXPECT_EQ(told(candidate.assessment), "protected " + each.verdict) << each.place;
+        EXPECT_EQ(bench.policy.protectedAssessment(observation, bench.context),
+                  candidate.assessment)
+            << each.place;
         EXPECT_EQ(candidate.observation, observation);
         EXPECT_FALSE(candidate.authorization);
     }
@@ -268,6 +271,8 @@ TEST(DeterministicSafetyPolicy, ClassifiesWhatNothingProtects) {
         const CleanupCandidate candidate = bench.rated(fileAt(each.place, each.age * day));
         EXPECT_EQ(told(candidate.assessment), each.verdict) << each.place;
         EXPECT_EQ(candidate.category, each.category) << each.place;
+        EXPECT_FALSE(bench.policy.protectedAssessment(candidate.observation, bench.context))
+            << "the rules decide: " << each.place;
     }
 
     FileObservation undated = fileAt(".npm/_cacache/x");
@@ -311,6 +316,8 @@ TEST(DeterministicSafetyPolicy, TrustsNoRuleFurtherThanItReaches) {
 TEST(DeterministicSafetyPolicy, TellsPlacesByTheirNames) {
     using Policy = DeterministicSafetyPolicy;
     const auto at = [](const char* path) { return FileURL::file(path); };
+    EXPECT_TRUE(Policy::isPersonalProtected(at("/u/Documents/Caches/x")));
+    EXPECT_FALSE(Policy::isPersonalProtected(at("/u/Library/Caches/x")));
     EXPECT_TRUE(Policy::isSystemProtected(at("/Applications")));
     EXPECT_TRUE(Policy::isSystemProtected(at("/Users/Shared/x")));
     EXPECT_FALSE(Policy::isSystemProtected(at("/Applications old/x")));
@@ -329,6 +336,33 @@ TEST(DeterministicSafetyPolicy, TellsPlacesByTheirNames) {
     for (const char* path : {"/now", "/elsewhere/.docker", "/nowhere/ada/.dockers",
                              "/nowhere/ada/.cache/huggingface2", "/nowhere/adam/.docker"}) {
         EXPECT_FALSE(ReviewRequiredScope::touchesReviewRoot(path, prefix)) << path;
+    }
+}
+
+TEST(ReviewRequiredScope, CapsWhatIsSafeByPlaceCategoryAndGroup) {
+    using enum CleanupCategory;
+    struct Case {
+        const char* place;
+        CleanupCategory category;
+        std::optional<DiskGroup> group;
+        bool isReviewed;
+    };
+    const RiskAssessment safeToGo = Bench().rated(fileAt(".npm/_cacache/x")).assessment;
+    const RiskAssessment kept = Bench().rated(fileAt("somewhere/x")).assessment;
+    for (const Case& each : {Case{".npm/_cacache/x", regenerableCache, {}, false},
+                             {".npm/_cacache/x", expiredLog, DiskGroup::logs, false},
+                             {".docker/x", regenerableCache, {}, true},
+                             {".npm/_cacache/x", archivedConversation, {}, true},
+                             {".npm/_cacache/x", generatedWork, {}, true},
+                             {".npm/_cacache/x", applicationData, {}, true},
+                             {".npm/_cacache/x", regenerableCache, DiskGroup::oldDownloads, true},
+                             {".npm/_cacache/x", regenerableCache, DiskGroup::largeFiles, true}}) {
+        const FileURL url = fileAt(each.place).url;
+        EXPECT_EQ(told(ReviewRequiredScope::capped(safeToGo, url, each.category, home, each.group)),
+                  each.isReviewed ? reviewed : safe)
+            << each.place << " " << rawValue(each.category);
+        EXPECT_EQ(ReviewRequiredScope::capped(kept, url, each.category, home, each.group), kept)
+            << "what stays anyway is not made less strict";
     }
 }
 
