@@ -18,7 +18,7 @@ namespace tidyro {
 struct DuplicatesCommandLine {
     struct Request {
         std::string folder; ///< absolute and standardised
-        std::uint64_t minimumBytes = 1;
+        std::uint64_t minimumBytes = 1'000'000;
         bool includeSystem = false;
         bool asJSON = false;
         bool operator==(const Request&) const = default;

@@ -22,7 +22,8 @@ TEST(DuplicatesCommandLine, ReadsItsArguments) {
         EXPECT_TRUE(std::holds_alternative<CommandLineNotRequested>(parse(others)));
     }
     const std::vector<std::pair<Arguments, DuplicatesCommandLine::Request>> cases{
-        {{"Tidyro", "--find-duplicates", "~/x/../y"}, {.folder = "/home/ada/y"}},
+        {{"Tidyro", "--find-duplicates", "~/x/../y"},
+         {.folder = "/home/ada/y", .minimumBytes = 1'000'000}},
         {{"--find-duplicates", "--json", "--min-size", "5", "/x", "--include-system"},
          {.folder = "/x", .minimumBytes = 5, .includeSystem = true, .asJSON = true}},
         {{"--find-duplicates", "/x", "--min-size", "0"}, {.folder = "/x", .minimumBytes = 1}},
@@ -49,10 +50,13 @@ TEST(DuplicatesCommandLine, WritesTextOrJSON) {
     place.file("b", "same");
     std::string written;
     const TextOutput output{.write = [&](std::string_view text) { written += text; }};
-    EXPECT_EQ(DuplicatesCommandLine::run({.folder = place.path()}, output), 0);
+    const DuplicatesCommandLine::Request all{.folder = place.path(), .minimumBytes = 1};
+    EXPECT_EQ(DuplicatesCommandLine::run(all, output), 0);
     EXPECT_TRUE(written.starts_with("Looked at 2 files of 1 byte or more.\n")) << written;
     written.clear();
-    EXPECT_EQ(DuplicatesCommandLine::run({.folder = place.path(), .asJSON = true}, output), 0);
+    EXPECT_EQ(DuplicatesCommandLine::run(
+                  {.folder = place.path(), .minimumBytes = 1, .asJSON = true}, output),
+              0);
     EXPECT_EQ(JSON::parse(written)["groups"].size(), 1U);
     written.clear();
     EXPECT_EQ(DuplicatesCommandLine::run({.folder = place / "a"}, output), 66);
