@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <set>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
+#include "Base/PathText.h"
 #include "Base/Saturating.h"
 
 namespace tidyro {
@@ -16,16 +18,45 @@ bool isInState(const CopyState& state) {
     return std::holds_alternative<Case>(state.value);
 }
 
-/// The copy that the rule prefers among those that the filter lets through.
-template <class Filter>
-const DuplicateCopy* bestCopy(std::span<const DuplicateCopy> copies, KeepRule rule,
+CopyStanding standingOf(const DuplicateCopy& copy) {
+    return copy.standing.value_or(CopyStanding{});
+}
+
+/// What counts before the rule; the smaller one stays. A disk of this machine comes before volumes
+/// that may be taken away, even where those hold the more lasting place.
+auto rankOf(const DuplicateCopy& copy) {
+    const CopyStanding standing = standingOf(copy);
+    return std::tuple(!standing.isReason, standing.volume.has_value(), standing.place);
+}
+
+/// The copy that the order puts first among those that the filter lets through; of several there,
+/// the one that the rule prefers.
+template <class Order, class Filter>
+const DuplicateCopy* bestCopy(std::span<const DuplicateCopy> copies, KeepRule rule, Order order,
                               Filter mayBeTaken) {
     const DuplicateCopy* found = nullptr;
     for (const DuplicateCopy& copy : copies) {
         if (!mayBeTaken(copy)) continue;
-        if (found == nullptr || isBetterToKeep(copy, *found, rule)) found = &copy;
+        const bool isBetter = found == nullptr || order(copy) < order(*found) ||
+                              (order(copy) == order(*found) && isBetterToKeep(copy, *found, rule));
+        if (isBetter) found = &copy;
     }
     return found;
+}
+
+/// Why a copy may not go because another one is kept; empty when it may.
+std::string_view whyKeptIsNoReason(const DuplicateCopy& kept, const DuplicateCopy& copy) {
+    const CopyStanding staying = standingOf(kept);
+    const CopyStanding going = standingOf(copy);
+    if (!staying.isReason) return "No copy of this set is sure to last, so none of them may go.";
+    if (staying.volume != going.volume) {
+        return "The copy that is kept lies on another volume, and removable and remote volumes "
+               "come and go.";
+    }
+    if (staying.place > going.place) {
+        return "The copy that is kept lies in a place that lasts less long than this one.";
+    }
+    return {};
 }
 
 const DuplicateCopy* copyAt(std::string_view path, const DuplicateGroup& group) {
@@ -126,7 +157,7 @@ void DuplicatesModel::setPreferredFolder(std::optional<FileURL> folder, CleanupQ
 }
 
 const DuplicateCopy* DuplicatesModel::pick(std::span<const DuplicateCopy> copies, KeepRule rule) {
-    return bestCopy(copies, rule, [](const DuplicateCopy&) { return true; });
+    return bestCopy(copies, rule, rankOf, [](const DuplicateCopy&) { return true; });
 }
 
 const DuplicateCopy* DuplicatesModel::keptCopy(const DuplicateGroup& group) const {
@@ -135,15 +166,16 @@ const DuplicateCopy* DuplicatesModel::keptCopy(const DuplicateGroup& group) cons
         if (copy != nullptr && !covers(gone_, copy->path)) return copy;
     }
     const auto isThere = [&](const DuplicateCopy& copy) { return !covers(gone_, copy.path); };
+    std::optional<std::string> preferred;
     if (keepRule_ == KeepRule::preferredFolder && preferredFolder_) {
-        const std::string inside = preferredFolder_->path() + "/";
-        const DuplicateCopy* found =
-            bestCopy(group.copies, keepRule_, [&](const DuplicateCopy& copy) {
-                return copy.path.starts_with(inside) && isThere(copy);
-            });
-        if (found != nullptr) return found;
+        preferred = preferredFolder_->path() + "/";
     }
-    return bestCopy(group.copies, keepRule_, isThere);
+    const auto order = [&](const DuplicateCopy& copy) {
+        return std::tuple(rankOf(copy), isNamedAsCopy(path::lastComponent(copy.path)),
+                          !standingOf(copy).hasSeveralNames,
+                          preferred && !copy.path.starts_with(*preferred));
+    };
+    return bestCopy(group.copies, keepRule_, order, isThere);
 }
 
 CopyState DuplicatesModel::stateOf(const DuplicateCopy& copy, const DuplicateCopy* kept,
@@ -152,7 +184,10 @@ CopyState DuplicatesModel::stateOf(const DuplicateCopy& copy, const DuplicateCop
     if (kept != nullptr && kept->path == copy.path) return {copystate::Kept{}};
     if (covers(staged, copy.path)) return {copystate::Staged{}};
     if (copy.heldBecause) return {copystate::Held{*copy.heldBecause}};
-    if (kept != nullptr && kept->storage == copy.storage) return {copystate::SharesStorage{}};
+    if (kept == nullptr) return {copystate::Extra{}};
+    if (kept->storage == copy.storage) return {copystate::SharesStorage{}};
+    const std::string_view reason = whyKeptIsNoReason(*kept, copy);
+    if (!reason.empty()) return {copystate::Held{std::string(reason)}};
     return {copystate::Extra{}};
 }
 
@@ -290,8 +325,12 @@ void DuplicatesModel::settle(const DuplicateGroup& group, const PathSet& staged,
     const DuplicateCopy* kept = keptCopy(group);
     if (kept == nullptr) return;
     for (const DuplicateCopy& copy : group.copies) {
-        // Removing it would free nothing any more, since the kept copy lies on the same blocks.
-        if (&copy != kept && copy.storage == kept->storage && staged.contains(copy.path)) {
+        // Removing it would free nothing any more, since the kept copy lies on the same blocks; or
+        // it was staged because of another copy than the one that is kept now. What is held was
+        // staged by another room, for reasons of its own.
+        const bool mayNotGo = copy.storage == kept->storage ||
+                              (!copy.heldBecause && !whyKeptIsNoReason(*kept, copy).empty());
+        if (&copy != kept && mayNotGo && staged.contains(copy.path)) {
             static_cast<void>(queue.unstage(copy.path));
         }
     }

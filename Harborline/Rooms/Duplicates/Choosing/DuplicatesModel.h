@@ -120,13 +120,17 @@ class DuplicatesModel {
     /// What was removed since the last search began.
     [[nodiscard]] const PathSet& gone() const { return gone_; }
 
-    /// The copy that the rule prefers; where it prefers none, the earlier one. Null for no copies.
+    /// The copy that stands best, and of several such the one that the rule prefers; where it
+    /// prefers none, the earlier one. Null for no copies.
     [[nodiscard]] static const DuplicateCopy* pick(std::span<const DuplicateCopy> copies,
                                                    KeepRule rule);
-    /// The copy chosen by hand while it is there, otherwise the rule's. Null when all are gone. The
-    /// pointer, like all that follow, leads into the group.
+    /// The copy chosen by hand while it is there, otherwise the one that stands best. Of several
+    /// such, one whose name is not a copy's stays, then one that has to stay anyway because it has
+    /// several names, then the one that the rule prefers. Null when all are gone. The pointer, like
+    /// all that follow, leads into the group.
     [[nodiscard]] const DuplicateCopy* keptCopy(const DuplicateGroup& group) const;
-    /// `staged`: what the cleanup queue holds.
+    /// A copy is held, whatever may be said of itself, while the kept copy is no reason for it to
+    /// go. `staged`: what the cleanup queue holds.
     [[nodiscard]] CopyState state(const DuplicateCopy& copy, const DuplicateGroup& group,
                                   const PathSet& staged) const;
     /// The states of all copies, in the copies' order. Cheaper than asking for each, since it finds

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "Base/RawValues.h"
 #include "Rooms/Duplicates/Search/DuplicateReport.h"
@@ -22,6 +23,10 @@ constexpr RawValueTable<KeepRule, 4> rawValues(RawValueTag<KeepRule>) {
               {shortestPath, "shortestPath"},
               {preferredFolder, "preferredFolder"}}}};
 }
+
+/// Whether a file's name says that it is a copy of another one, as file managers and browsers name
+/// them: "x (1).jpg", "x copy.jpg", "x - Kopie (2).jpg", "Copy of x.jpg".
+[[nodiscard]] bool isNamedAsCopy(std::string_view fileName);
 
 /// Whether the rule prefers one copy to another. Where it prefers none, the path that is smaller in
 /// bytes wins. Characters are code points; a sequence of bytes that is no UTF-8 counts as one. The

@@ -30,8 +30,8 @@ Sums sumsOf(const DuplicateReport& report, const DuplicatesModel& model) {
         const PathSet extra = extraPaths(group, model);
         sums.extraCopies += extra.size();
         sums.freedBytes = saturatingAdd(sums.freedBytes, model.freedBytes(group, extra));
-        for (const DuplicateCopy& copy : group.copies) {
-            if (copy.heldBecause) ++sums.heldCopies;
+        for (const CopyState& state : model.states(group, {})) {
+            if (std::holds_alternative<copystate::Held>(state.value)) ++sums.heldCopies;
         }
     }
     return sums;
@@ -73,6 +73,12 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
             "{} closed to Tidyro and not searched.\n",
             RoomText::counted(asUnsigned(report.deniedFolders), "folder was", "folders were")));
     }
+    if (report.unreadFiles.value_or(0) > 0) {
+        write(fmt::format(
+            "{} not be opened and {} not compared.\n",
+            RoomText::counted(asUnsigned(*report.unreadFiles), "file could", "files could"),
+            *report.unreadFiles == 1 ? "was" : "were"));
+    }
     for (const DuplicateGroup& group : report.groups) {
         write(fmt::format("\n{} × {}, {} wasted  {}\n", RoomText::bytes(group.bytesEach),
                           group.copies.size(), RoomText::bytes(group.wastedBytes()), group.digest));
@@ -84,7 +90,12 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
             for (const std::string& name : copy.otherNames) {
                 write(fmt::format("  {:<14}  {}\n", "  also named", shown(name)));
             }
-            if (copy.heldBecause) write(fmt::format("  {:<14}  {}\n", "", *copy.heldBecause));
+            const auto* held = std::get_if<copystate::Held>(&states[i].value);
+            // The kept copy may have to stay anyway, and that is worth to know as well.
+            if (held != nullptr || copy.heldBecause) {
+                write(fmt::format("  {:<14}  {}\n", "",
+                                  held != nullptr ? held->reason : *copy.heldBecause));
+            }
         }
     }
     const Sums sums = sumsOf(report, model);

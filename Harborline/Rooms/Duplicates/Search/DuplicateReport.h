@@ -6,10 +6,43 @@
 #include <vector>
 
 #include "Base/FileURL.h"
+#include "Base/RawValues.h"
 #include "Base/Record.h"
 #include "Base/Timestamp.h"
 
 namespace tidyro {
+
+/// How long things last where a copy lies, the longest first.
+enum class CopyPlace : std::uint8_t {
+    own,        ///< the person's own folders and projects
+    landing,    ///< Downloads and the desktop
+    disposable, ///< temporary folders, caches, what tools generate, what programs keep
+};
+
+constexpr RawValueTable<CopyPlace, 3> rawValues(RawValueTag<CopyPlace>) {
+    using enum CopyPlace;
+    return {{{{own, "own"}, {landing, "landing"}, {disposable, "disposable"}}}};
+}
+
+/// What makes a copy a better or worse one to keep, whatever the person's rule.
+struct CopyStanding {
+    CopyPlace place = CopyPlace::own;
+    /// Whether others may go because this one stays. Never so for a copy that may vanish or change
+    /// by itself: one in a backup, one that is open, growing or a database.
+    bool isReason = true;
+    /// The file has several names, so it stays whoever removes one of them.
+    bool hasSeveralNames = false;
+    /// The removable or remote volume that it lies on; absent on a disk of this machine.
+    std::optional<std::string> volume = std::nullopt;
+
+    static constexpr auto fields() {
+        using Self = CopyStanding;
+        return fieldList<Self>(field("place", &Self::place), field("isReason", &Self::isReason),
+                               field("hasSeveralNames", &Self::hasSeveralNames),
+                               field("volume", &Self::volume));
+    }
+    bool operator==(const CopyStanding&) const = default;
+};
 
 /// One of several files with the same contents.
 struct DuplicateCopy {
@@ -23,16 +56,18 @@ struct DuplicateCopy {
     bool isSystem; ///< it lies on a volume of the operating system
     /// Why this copy must not be removed; absent when it may be.
     std::optional<std::string> heldBecause = std::nullopt;
+    /// Absent for a copy that was never judged. Copies without it stand alike.
+    std::optional<CopyStanding> standing = std::nullopt;
 
     [[nodiscard]] const std::string& id() const { return path; }
 
     static constexpr auto fields() {
         using Self = DuplicateCopy;
-        return fieldList<Self>(field("path", &Self::path), field("modified", &Self::modified),
-                               field("created", &Self::created),
-                               field("otherNames", &Self::otherNames),
-                               field("storage", &Self::storage), field("isSystem", &Self::isSystem),
-                               field("heldBecause", &Self::heldBecause));
+        return fieldList<Self>(
+            field("path", &Self::path), field("modified", &Self::modified),
+            field("created", &Self::created), field("otherNames", &Self::otherNames),
+            field("storage", &Self::storage), field("isSystem", &Self::isSystem),
+            field("heldBecause", &Self::heldBecause), field("standing", &Self::standing));
     }
     bool operator==(const DuplicateCopy&) const = default;
 };
@@ -73,6 +108,8 @@ struct DuplicateReport {
     double duration; ///< seconds
     Timestamp finishedAt;
     std::int64_t deniedFolders; ///< folders that were closed to the search
+    /// Files that had to be compared and could not be opened.
+    std::optional<std::int64_t> unreadFiles = std::nullopt;
 
     /// What the extra copies really take: clones and further names take nothing.
     [[nodiscard]] std::uint64_t wastedBytes() const;
@@ -86,7 +123,7 @@ struct DuplicateReport {
             field("minimumBytes", &Self::minimumBytes), field("roots", &Self::roots),
             field("includedSystemVolumes", &Self::includedSystemVolumes),
             field("duration", &Self::duration), field("finishedAt", &Self::finishedAt),
-            field("deniedFolders", &Self::deniedFolders));
+            field("deniedFolders", &Self::deniedFolders), field("unreadFiles", &Self::unreadFiles));
     }
     bool operator==(const DuplicateReport&) const = default;
 };

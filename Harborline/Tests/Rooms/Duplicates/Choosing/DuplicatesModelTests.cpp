@@ -132,6 +132,77 @@ TEST(DuplicatesModel, PicksTheCopyToKeepByItsRule) {
     }
 }
 
+TEST(DuplicatesModel, KeepsWhatLastsLongestWhateverItsRule) {
+    using enum CopyPlace;
+    struct Case {
+        const char* what;
+        CopyStanding older;
+        CopyStanding newer;
+        const char* states; ///< of the older one and the newer one
+    };
+    const std::vector<Case> cases{
+        {"alike", {}, {}, "kept extra"},
+        {"a cache", {.place = disposable}, {.place = own}, "extra kept"},
+        {"Downloads", {.place = landing}, {.place = own}, "extra kept"},
+        {"in both", {.place = disposable}, {.place = disposable}, "kept extra"},
+        {"a backup", {.isReason = false}, {.place = disposable}, "held kept"},
+        {"no reason at all", {.isReason = false}, {.isReason = false}, "kept held"},
+        {"a stick", {.volume = "stick"}, {}, "held kept"},
+        {"a stick that lasts", {.volume = "stick"}, {.place = landing}, "held kept"},
+        {"one stick", {.place = landing, .volume = "stick"}, {.volume = "stick"}, "extra kept"},
+        {"two sticks", {.volume = "stick"}, {.volume = "other"}, "kept held"},
+        {"several names", {}, {.hasSeveralNames = true}, "extra kept"},
+        {"several names in a cache",
+         {},
+         {.place = disposable, .hasSeveralNames = true},
+         "kept extra"}};
+    for (const Case& one : cases) {
+        DuplicateGroup made = group("1", {"/a", "/b"});
+        made.copies[0].standing = one.older;
+        made.copies[1].standing = one.newer;
+        for (std::size_t i = 0; i < 2; ++i) {
+            if (!made.copies[i].standing->isReason) made.copies[i].heldBecause = "Why.";
+        }
+        Room room({made});
+        EXPECT_EQ(room.states(), one.states) << one.what;
+        if (!one.older.hasSeveralNames && !one.newer.hasSeveralNames) {
+            EXPECT_EQ(DuplicatesModel::pick(room.at().copies, KeepRule::oldest)->path, room.kept())
+                << one.what;
+        }
+    }
+}
+
+TEST(DuplicatesModel, LetsNothingGoForACopyThatLastsLessLong) {
+    DuplicateGroup made = group("1", {"/own", "/own too", "/cache", "/stick"});
+    made.copies[2].standing = CopyStanding{.place = CopyPlace::disposable};
+    made.copies[3].standing = CopyStanding{.volume = "stick"};
+    Room room({made});
+    EXPECT_EQ(room.states(), "kept extra extra held");
+    EXPECT_FALSE(room.model.stage(room.at().copies[3], room.at(), room.queue));
+    EXPECT_EQ(room.model.stageEveryExtra(room.queue), 2U);
+    // Chosen by hand, the copy in the cache justifies none of the others: they leave the queue.
+    EXPECT_TRUE(room.model.keep(room.at().copies[2], room.at(), room.queue));
+    EXPECT_TRUE(room.queue.inside.empty());
+    EXPECT_EQ(room.states(), "held held kept held");
+    EXPECT_EQ(room.model.stageEveryExtra(room.queue), 0U);
+}
+
+TEST(DuplicatesModel, LetsCopiesByTheirNameGoFirst) {
+    for (const char* name :
+         {"x (1).jpg", "x(2).jpg", "x (12).tar.gz", "x copy.jpg", "x copy 2.jpg", "x - Kopie.jpg",
+          "x - Kopie (2).jpg", "x - Copy (3)", "Copy of x.jpg", "Kopie von x.jpg", "x (copy).jpg",
+          "x (another copy).jpg", "x_copy.jpg", "X COPY.JPG", "x (Kopie).odt"}) {
+        EXPECT_TRUE(isNamedAsCopy(name)) << name;
+        Room room({group("1", {std::string("/a/") + name, "/b/x.jpg"})});
+        EXPECT_EQ(room.states(), "extra kept") << name;
+    }
+    for (const char* name :
+         {"x.jpg", "copy", "copy.txt", "photocopy.pdf", "report (2019).pdf", "(1)", "1.jpg",
+          "x 2.jpg", "hardcopy 3.ps", "x (a1).jpg", ".copy", ""}) {
+        EXPECT_FALSE(isNamedAsCopy(name)) << name;
+    }
+}
+
 TEST(DuplicatesModel, PrefersAFolderAndAChoiceByHandWhileTheyCanBeFollowed) {
     Room room({group("1", {"/a/x", "/bc/x", "/b/x", "/b/y"})});
     DuplicatesModel& model = room.model;
@@ -265,6 +336,11 @@ TEST(DuplicatesModel, NeverLeavesAGroupToBeRemovedWhole) {
                                          static_cast<double>(upTo(3)),
                                          static_cast<std::int64_t>(upTo(4))));
                 if (upTo(5) == 0) of.copies.back().heldBecause = "Why.";
+                of.copies.back().standing = CopyStanding{
+                    .place = allCases<CopyPlace>()[upTo(3)],
+                    .isReason = !of.copies.back().heldBecause || upTo(2) == 0,
+                    .hasSeveralNames = upTo(4) == 0,
+                    .volume = upTo(4) == 0 ? std::optional<std::string>("stick") : std::nullopt};
             }
         }
         Room room(groups);

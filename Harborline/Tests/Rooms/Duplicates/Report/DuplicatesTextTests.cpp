@@ -58,6 +58,26 @@ TEST(DuplicatesText, TellsEveryCopyAndItsState) {
                         "would free nothing.\n"
                         "1 path is a further name of a file and counted once.\n");
 
+    // What has to stay and is the kept one is not counted as held, one that has no reason to go is.
+    DuplicateReport other = sample();
+    auto& copies = other.groups[0].copies;
+    copies[3].heldBecause = "It stays as well.";
+    copies[0].standing = CopyStanding{.volume = "stick"};
+    other.unreadFiles = 2;
+    text.clear();
+    writeText(
+        other, DuplicatesModel(), [](const std::string& name) { return name; },
+        [&](std::string_view line) { text += line; });
+    EXPECT_NE(text.find("2 files could not be opened and were not compared.\n"), text.npos) << text;
+    EXPECT_NE(text.find("  held            /a/extra\n                  The copy that is kept lies "
+                        "on another volume"),
+              text.npos)
+        << text;
+    EXPECT_NE(text.find("0 copies may go, which frees up to Zero KB; 2 copies are held.\n"),
+              text.npos)
+        << text;
+    EXPECT_EQ(documentOf(other, DuplicatesModel())["heldCopies"], 2);
+
     const JSON document = documentOf(sample(), DuplicatesModel());
     EXPECT_EQ(document.begin().key(), "groups");
     EXPECT_EQ(document["freedBytes"], 2'000'000);
