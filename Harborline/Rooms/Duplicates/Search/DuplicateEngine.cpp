@@ -68,7 +68,8 @@ class DuplicateSearch {
                                .includedSystemVolumes = options_.includeSystemVolumes,
                                .duration = watch_.seconds(),
                                .finishedAt = Timestamp::now(),
-                               .deniedFolders = listing_.deniedFolders()};
+                               .deniedFolders = listing_.deniedFolders(),
+                               .unreadFiles = listing_.unreadFiles()};
     }
 
   private:
@@ -111,16 +112,18 @@ class DuplicateSearch {
     }
 
     [[nodiscard]] DuplicateGrouping::Groups
-    makeGroups(DuplicateProving::Result proven, std::shared_ptr<const SafetyPolicyContext> context,
+    makeGroups(DuplicateProving::Result proven,
+               const std::shared_ptr<const SafetyPolicyContext>& context,
                Timestamp startedAt) const {
         const platform::LiveVolumes volumes;
         DiskItemRemovalPolicy policy({.home = options_.home,
                                       .openedFolders = options_.roots,
-                                      .context = std::move(context),
+                                      .context = context,
                                       .volumes = volumes});
         return DuplicateGrouping({.listing = listing_,
                                   .search = options_,
                                   .policy = policy,
+                                  .context = context.get(),
                                   .startedAt = startedAt,
                                   .cancel = cancel_})
             .makeGroups(std::move(proven));

@@ -1,6 +1,8 @@
 #include "Rooms/Duplicates/Search/DuplicateGrouping.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <tuple>
 #include <utility>
 
@@ -10,15 +12,31 @@
 
 namespace tidyro {
 
+namespace {
+
+/// Whether the file was changed so late before reading began that a later change may have left the
+/// same date. Dates move in steps: most file systems take the moment from a clock that ticks every
+/// hundredth of a second, and one that keeps no fractions may count in steps of two seconds.
+bool mayBeChanging(const ProvenFile& file, Timestamp readingBegan) {
+    const Timestamp changed = file.changed.value_or(file.modified);
+    const double seconds = changed.secondsSinceReference();
+    const double step = seconds == std::floor(seconds) ? 2.0 : 0.02;
+    return !(changed.adding(step) < readingBegan);
+}
+
+} // namespace
+
 /// A proven file with its names.
 struct DuplicateGrouping::Named {
     ProvenFile proof;
     std::string path;
     std::vector<std::string> otherNames;
+    std::vector<std::uint32_t> listed; ///< all names, as their numbers in the listing
     bool insidePackage;
 };
 
-DuplicateGrouping::DuplicateGrouping(const Options& options) : options_(options) {}
+DuplicateGrouping::DuplicateGrouping(const Options& options)
+    : options_(options), places_(options.listing, options.search.home), opener_(options.listing) {}
 
 /// Sorts the files by their contents and keeps each by one of its names. Several mounts or roots
 /// may lead to a file that has one name by its link count, so it may have been read by several.
@@ -55,7 +73,9 @@ DuplicateGrouping::Named DuplicateGrouping::withNames(const ProvenFile& file) co
     Named found{.proof = file,
                 .path = names.front().first,
                 .otherNames = {},
+                .listed = {},
                 .insidePackage = files[names.front().second].insidePackage};
+    for (const auto& [path, number] : names) found.listed.push_back(number);
     for (auto name = names.begin() + 1; name != names.end(); ++name) {
         // Two roots may list the same path.
         if (name->first != std::prev(name)->first) found.otherNames.push_back(name->first);
@@ -69,15 +89,7 @@ bool DuplicateGrouping::isOnSystemVolume(const std::string& path) const {
     });
 }
 
-std::optional<std::string> DuplicateGrouping::heldBecause(const Named& file) {
-    if (isOnSystemVolume(file.path)) {
-        return std::string(platform::systemText(SystemText::belongsToSystem));
-    }
-    if (file.insidePackage) return "Inside an app or library, which would break without it.";
-    if (file.proof.linkCount > 1) {
-        return "This file has another name on the disk (a hard link), so moving one name frees "
-               "nothing.";
-    }
+std::expected<CleanupPlanEntry, DiskItemRefusal> DuplicateGrouping::askPolicy(const Named& file) {
     const KnownPlace* place = KnownPlaces::place(file.path, options_.search.home);
     DiskItemRemovalPolicy::Question question{.item = FileURL::file(file.path),
                                              .measuredBytes = file.proof.bytes,
@@ -88,9 +100,99 @@ std::optional<std::string> DuplicateGrouping::heldBecause(const Named& file) {
         question.placeID = std::string(place->id);
         question.group = place->group;
     }
-    const auto entry = options_.policy.planEntry(question);
-    if (entry) return std::nullopt;
-    return std::string(explanation(entry.error()));
+    return options_.policy.planEntry(question);
+}
+
+/// Finds out why a copy has to stay, and whether others may go because it does. Only a copy that
+/// the policy would let go is such a reason: of any other nothing is known beyond the first thing
+/// against it, which may be that it is a backup, a database or in use.
+void DuplicateGrouping::judge(const Named& file, DuplicateCopy& copy) {
+    CopyStanding standing{.isReason = false, .hasSeveralNames = file.proof.linkCount > 1};
+    CopyPlaces::Finding found;
+    for (const std::uint32_t name : file.listed) {
+        found.add(places_.look(options_.listing.files()[name]));
+    }
+    standing.place = found.place;
+    copy.isSystem = isOnSystemVolume(copy.path);
+    if (copy.isSystem) {
+        copy.heldBecause = platform::systemText(SystemText::belongsToSystem);
+    } else if (file.insidePackage) {
+        copy.heldBecause = "Inside an app or library, which would break without it.";
+    } else {
+        const auto entry = askPolicy(file);
+        standing.isReason = entry && !mayBeChanging(file.proof, options_.startedAt);
+        if (entry) {
+            const auto& codes = entry->proofCard.evidence.codes;
+            if (!codes.contains(EvidenceCode::internalLocalVolume)) {
+                standing.volume = entry->fingerprint.volumeIdentifier;
+            }
+        }
+        if (standing.hasSeveralNames) {
+            copy.heldBecause = "This file has another name on the disk (a hard link), so moving "
+                               "one name frees nothing.";
+        } else if (!entry) {
+            copy.heldBecause = explanation(entry.error());
+        } else if (!standing.isReason) {
+            copy.heldBecause = explanation(DiskItemRefusal::growing);
+        } else if (!found.heldBecause.empty()) {
+            copy.heldBecause = found.heldBecause;
+        }
+    }
+    copy.standing = std::move(standing);
+}
+
+/// Files in use are known by their real paths.
+bool DuplicateGrouping::isInUse(const Named& file) {
+    if (options_.context == nullptr) return true;
+    const SafetyPolicyFacts& facts = options_.context->facts();
+    return std::ranges::any_of(file.listed, [&](std::uint32_t number) {
+        const ListedFile& name = options_.listing.files()[number];
+        const std::string written = options_.listing.path(name);
+        const std::string real = places_.realPath(name);
+        return std::ranges::any_of(
+            std::array{&facts.openByProcessPaths, &facts.activelyGrowingPaths},
+            [&](const auto* paths) { return paths->contains(written) || paths->contains(real); });
+    });
+}
+
+/// The mode does not tell: file systems without modes call all files executable, and programs that
+/// were copied from them may be called none. A file that cannot be asked may be a program.
+bool DuplicateGrouping::beginsAsProgram(const Named& file) {
+    constexpr std::array<std::string_view, 7> beginnings{"\x7F"
+                                                         "ELF",
+                                                         "\xFE\xED\xFA\xCE",
+                                                         "\xFE\xED\xFA\xCF",
+                                                         "\xCE\xFA\xED\xFE",
+                                                         "\xCF\xFA\xED\xFE",
+                                                         "\xCA\xFE\xBA\xBE",
+                                                         "\xCA\xFE\xBA\xBF"};
+    auto opened = opener_.openAndLook(options_.listing.files()[file.proof.file]);
+    if (!opened) return true;
+    std::array<std::byte, 4> bytes{};
+    opened->contents.expectSingleReads();
+    const auto count = opened->contents.read(0, bytes);
+    if (!count) return true;
+    std::string beginning;
+    for (std::size_t i = 0; i < *count; ++i) beginning += static_cast<char>(bytes[i]);
+    return beginning.starts_with("#!") ||
+           std::ranges::find(beginnings, beginning) != beginnings.end();
+}
+
+/// Holds what no look at a single copy shows. A program that has mapped a file writes to it without
+/// changing any date at first, so the copies of an open file may differ from it by now.
+void DuplicateGrouping::judgeTogether(const std::vector<Named>& files, DuplicateGroup& group) {
+    const auto isFree = [](const DuplicateCopy& copy) { return !copy.heldBecause; };
+    if (std::ranges::none_of(group.copies, isFree)) return;
+    std::string_view reason;
+    if (std::ranges::any_of(files, [&](const Named& file) { return isInUse(file); })) {
+        reason = "A program has a copy of this set open and may be changing it.";
+    } else if (beginsAsProgram(files.front())) {
+        reason = "This is a program or a script, which others may start from where it is.";
+    }
+    if (reason.empty()) return;
+    for (DuplicateCopy& copy : group.copies) {
+        if (isFree(copy)) copy.heldBecause = reason;
+    }
 }
 
 DuplicateGroup DuplicateGrouping::makeGroup(std::vector<Named> files) {
@@ -116,9 +218,9 @@ DuplicateGroup DuplicateGrouping::makeGroup(std::vector<Named> files) {
     if (next < 2) return group;
     for (std::size_t i = 0; i < files.size() && !options_.cancel.stop_requested(); ++i) {
         files[i].path = group.copies[i].path;
-        group.copies[i].isSystem = isOnSystemVolume(files[i].path);
-        group.copies[i].heldBecause = heldBecause(files[i]);
+        judge(files[i], group.copies[i]);
     }
+    judgeTogether(files, group);
     return group;
 }
 

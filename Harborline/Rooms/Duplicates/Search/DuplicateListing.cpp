@@ -7,7 +7,9 @@
 
 #include "Base/Fault.h"
 #include "Base/PathText.h"
+#include "Base/UnicodeText.h"
 #include "Platform/Files/FileMetadata.h"
+#include "Rooms/Duplicates/Search/CopyPlaces.h"
 
 namespace tidyro {
 
@@ -28,6 +30,13 @@ std::uint64_t sizeOf(const DiskTree& tree, NodeNumber node, Flags flags) {
     if (!flags.contains(Flags::extraHardLink)) return tree.size(node, {.onDisk = false});
     const auto seen = platform::fileMetadata(tree.path(node));
     return seen ? seen->byteCount : tree.size(node, {.onDisk = false});
+}
+
+/// Asks for the whole path only where the name may be that of a Trash.
+bool isTrash(const DiskTree& tree, NodeNumber folder, const FileURL& home) {
+    const std::string_view name = tree.nameBytes(folder);
+    if (isNameOfTrash(name)) return true;
+    return folded(name) == "trash" && isInTrash(tree.path(folder), home);
 }
 
 bool liesInPackage(std::string_view path) {
@@ -69,6 +78,11 @@ void DuplicateListing::add(const DiskTree& tree, const DuplicateSearchOptions& o
     denied_ += tree.deniedCount();
     const std::set<NodeNumber> skipped = nodesAt(tree, options.skipping);
     const std::set<NodeNumber> notEntered = nodesAt(tree, options.skippingContentsOf);
+    const std::string& written = tree.rootURL().path();
+    if (isInTrash(written, options.home) ||
+        isInTrash(platform::realPath(written).value_or(written), options.home)) {
+        return;
+    }
 
     struct Folder {
         NodeNumber node;
@@ -87,6 +101,7 @@ void DuplicateListing::add(const DiskTree& tree, const DuplicateSearchOptions& o
             if (flags.contains(Flags::directory)) {
                 if (flags.contains(Flags::denied) || flags.contains(Flags::mountPoint)) continue;
                 if (skipped.contains(node) || notEntered.contains(node)) continue;
+                if (isTrash(tree, node, options.home)) continue;
                 folders.push_back({.node = node, .insidePackage = insidePackage});
                 continue;
             }

@@ -24,7 +24,8 @@ struct ListedFile {
     bool insidePackage; ///< in an application or another package folder
 };
 
-/// All files that a search for duplicates may look at, in the order of their folders. It refers to
+/// All files that a search for duplicates may look at, in the order of their folders. What lies in
+/// the Trash is left out: it is gone as soon as somebody empties that. The listing refers to
 /// the trees that are added to it and owns those that it reads. Paths are made from the trees when
 /// they are asked for, since most files never need theirs.
 class DuplicateListing {
@@ -54,7 +55,10 @@ class DuplicateListing {
     /// descriptors or memory. A search that misses files for that reason has no result. Any thread
     /// may call it.
     void noteShortage(SystemError error) const;
-    /// The last one that was noted.
+    /// Counts a file that is there and could not be opened. Any thread may call it.
+    void noteUnread() const { ++unread_; }
+    [[nodiscard]] std::int64_t unreadFiles() const { return unread_; }
+    /// The last shortage that was noted.
     [[nodiscard]] std::optional<SystemError> shortage() const;
 
   private:
@@ -63,6 +67,7 @@ class DuplicateListing {
     std::vector<ListedFile> files_;
     std::int64_t denied_ = 0;
     mutable std::atomic<int> shortage_ = 0;
+    mutable std::atomic<std::int64_t> unread_ = 0;
 };
 
 } // namespace tidyro

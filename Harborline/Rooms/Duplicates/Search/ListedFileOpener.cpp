@@ -63,6 +63,10 @@ std::optional<platform::FileContents> ListedFileOpener::open(const ListedFile& f
     auto contents = platform::FileContents::open(folder_, name_.c_str(), owners_);
     if (contents) return *std::move(contents);
     listing_.noteShortage(contents.error());
+    // A link in its place is another item; the listed file has vanished then, too.
+    if (!platform::hasVanished(contents.error()) && contents.error().code != ELOOP) {
+        listing_.noteUnread();
+    }
     return std::nullopt;
 }
 

@@ -75,6 +75,7 @@ std::optional<DesktopFolders> DesktopFolders::parse(std::string_view list, const
         FileURL folder = FileURL::folder(*path);
         if (path::isInsideOrEqual(home.path(), folder.path())) continue;
         auto& folders = name == "XDG_DOWNLOAD_DIR" ? found.downloads : found.personal;
+        if (name == "XDG_DESKTOP_DIR") found.desktops.push_back(folder);
         folders.push_back(std::move(folder));
     }
     return found;

@@ -19,6 +19,7 @@ namespace tidyro {
 struct DesktopFolders {
     std::vector<FileURL> personal;
     std::vector<FileURL> downloads;
+    std::vector<FileURL> desktops = {}; ///< what lies on the screen; among the personal ones too
 
     /// Reads the list of a home. Empty for a home without one, none when it cannot be read or
     /// understood.
