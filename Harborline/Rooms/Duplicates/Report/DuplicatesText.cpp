@@ -73,11 +73,10 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
             "{} closed to Tidyro and not searched.\n",
             RoomText::counted(asUnsigned(report.deniedFolders), "folder was", "folders were")));
     }
-    if (report.unreadFiles.value_or(0) > 0) {
-        write(fmt::format(
-            "{} not be opened and {} not compared.\n",
-            RoomText::counted(asUnsigned(*report.unreadFiles), "file could", "files could"),
-            *report.unreadFiles == 1 ? "was" : "were"));
+    if (const auto unread = report.unreadFiles.value_or(0); unread > 0) {
+        write(fmt::format("{} not be opened and {} not compared.\n",
+                          RoomText::counted(asUnsigned(unread), "file could", "files could"),
+                          unread == 1 ? "was" : "were"));
     }
     for (const DuplicateGroup& group : report.groups) {
         write(fmt::format("\n{} × {}, {} wasted  {}\n", RoomText::bytes(group.bytesEach),
@@ -92,10 +91,9 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
             }
             const auto* held = std::get_if<copystate::Held>(&states[i].value);
             // The kept copy may have to stay anyway, and that is worth to know as well.
-            if (held != nullptr || copy.heldBecause) {
-                write(fmt::format("  {:<14}  {}\n", "",
-                                  held != nullptr ? held->reason : *copy.heldBecause));
-            }
+            const std::string reason =
+                held != nullptr ? held->reason : copy.heldBecause.value_or(std::string());
+            if (!reason.empty()) write(fmt::format("  {:<14}  {}\n", "", reason));
         }
     }
     const Sums sums = sumsOf(report, model);

@@ -196,7 +196,7 @@ CopyPlaces::Root& CopyPlaces::rootOf(const ListedFile& file) {
 
 std::string CopyPlaces::realPath(const ListedFile& file) {
     const std::string& written = listing_.tree(file).rootURL().path();
-    const std::string path = listing_.path(file);
+    std::string path = listing_.path(file);
     const Root& root = rootOf(file);
     if (root.real == written) return path;
     return path::joined(root.real, path::below(path, written));
