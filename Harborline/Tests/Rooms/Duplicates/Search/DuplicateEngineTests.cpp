@@ -369,6 +369,7 @@ class MadeHome {
 };
 
 TEST(DuplicateEngine, RanksThePlacesOfCopiesAndHoldsProgramsParts) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     using Judged = std::map<std::string, std::string>;
     const std::string hidden = "disposable held: In a hidden fold";
     const std::string store = "disposable held: Part of a store ";
@@ -418,6 +419,7 @@ TEST(DuplicateEngine, RanksThePlacesOfCopiesAndHoldsProgramsParts) {
 }
 
 TEST(DuplicateEngine, LeavesOutTheTrash) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     MadeHome made;
     for (const char* name : {"Documents/a", ".local/share/Trash/files/a", ".Trash/a",
                              "Disk/.Trash-1000/files/a", "Disk/.Trashes/501/a"}) {
@@ -433,6 +435,7 @@ TEST(DuplicateEngine, LeavesOutTheTrash) {
 }
 
 TEST(DuplicateEngine, TakesNoCopyForAReasonThatMayVanishOrChange) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     using Judged = std::map<std::string, std::string>;
     MadeHome made;
     // Each older than the copy in Documents, which would be the extra one by its date.
@@ -451,6 +454,7 @@ TEST(DuplicateEngine, TakesNoCopyForAReasonThatMayVanishOrChange) {
 }
 
 TEST(DuplicateEngine, HoldsAllCopiesOfAFileInUseAndOfPrograms) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     for (const bool isOpen : {false, true}) {
         MadeHome made;
         for (const char* name : {"Documents/a", "Pictures/a", "Videos/a"}) made.file(name);
@@ -474,6 +478,7 @@ TEST(DuplicateEngine, HoldsAllCopiesOfAFileInUseAndOfPrograms) {
 }
 
 TEST(DuplicateEngine, HoldsWhatWasChangedWithinTheStepOfItsDate) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     MadeHome made;
     made.file("Documents/a");
     made.file("Documents/b");
