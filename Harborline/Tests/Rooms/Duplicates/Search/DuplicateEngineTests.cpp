@@ -392,17 +392,17 @@ TEST(DuplicateEngine, RanksThePlacesOfCopiesAndHoldsProgramsParts) {
                     {".hidden", hidden},
                     {"snap/a/common/a", hidden},
                     {"go/pkg/mod/m/a", store},
-                    {"work/lib/site-packages/a", store},
-                    {"work/node_modules/m/a", store},
+                    {"code/lib/site-packages/a", store},
+                    {"code/node_modules/m/a", store},
                     {"miniconda3/lib/a", store},
                     {"tools/env/lib/a", environment},
-                    {"work/app/src/a", project}};
+                    {"code/app/src/a", project}};
     made.place.file("home/tools/env/pyvenv.cfg");
-    made.place.file("home/work/app/Cargo.toml");
+    made.place.file("home/code/app/Cargo.toml");
     int number = 0;
     for (const char* mark : {".git", ".hg", ".jj", ".svn", "_darcs", ".bzr", ".pijul", ".sl",
                              ".fslckout", "_FOSSIL_"}) {
-        const std::string folder = fmt::format("work/{}", ++number);
+        const std::string folder = fmt::format("code/{}", ++number);
         made.place.file("home/" + folder + "/" + mark + (number < 9 ? "/x" : ""));
         expected[folder + "/deep/a"] = project;
     }
