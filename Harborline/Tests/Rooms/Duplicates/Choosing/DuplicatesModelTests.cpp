@@ -377,6 +377,8 @@ TEST(DuplicatesModel, FollowsASearch) {
     FakeQueue queue;
     DuplicatesModel model;
     EXPECT_EQ(model.screen(), Screen::start);
+    EXPECT_EQ(model.stageEveryExtra(queue), 0U) << "nothing has been found yet";
+    model.removed({"/b"}, queue); // by another room
     const auto first = model.searchBegan();
     model.progressed(first, {.done = 3, .currentPath = ""});
     EXPECT_EQ(model.screen(), Screen::searching);
