@@ -1,7 +1,6 @@
 #include "Rooms/Duplicates/Choosing/DuplicatesModel.h"
 
 #include <algorithm>
-#include <set>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -214,36 +213,25 @@ std::vector<const DuplicateCopy*> DuplicatesModel::extras(const DuplicateGroup& 
     return found;
 }
 
-std::uint64_t DuplicatesModel::freedBytes(const DuplicateGroup& group,
-                                          const PathSet& staged) const {
-    std::set<std::int64_t> going;
-    std::set<std::int64_t> staying;
-    for (const DuplicateCopy& copy : group.copies) {
-        if (covers(gone_, copy.path)) continue;
-        const bool goes = covers(staged, copy.path) && !copy.heldBecause;
-        (goes ? going : staying).insert(copy.storage);
-    }
-    const auto freed = std::ranges::count_if(
-        going, [&](std::int64_t storage) { return !staying.contains(storage); });
-    return saturatingMultiply(static_cast<std::uint64_t>(freed), group.bytesEach);
-}
-
 namespace {
 
-/// How many copies of a set stay on each storage. Removing the last one frees the storage's blocks.
+/// How many copies of a set stay on each storage. Removing the last one frees what it has alone.
 class StayingCopies {
   public:
     StayingCopies(const DuplicateGroup& group, const PathSet& staged, const PathSet& gone)
         : bytesEach_(group.bytesEach) {
         for (const DuplicateCopy& copy : group.copies) {
-            const bool goes = covers(staged, copy.path) && !copy.heldBecause;
-            if (!goes && !covers(gone, copy.path)) ++count_[copy.storage];
+            if (!goes(copy, staged) && !covers(gone, copy.path)) ++count_[copy.storage];
         }
+    }
+    [[nodiscard]] static bool goes(const DuplicateCopy& copy, const PathSet& staged) {
+        return covers(staged, copy.path) && !copy.heldBecause;
     }
     /// What is freed when this copy goes as well.
     [[nodiscard]] std::uint64_t freedBy(const DuplicateCopy& copy) const {
         const auto count = count_.find(copy.storage);
-        return count != count_.end() && count->second == 1 ? bytesEach_ : 0;
+        const bool isLast = count != count_.end() && count->second == 1;
+        return isLast ? copy.freedBytes.value_or(bytesEach_) : 0;
     }
     void leave(const DuplicateCopy& copy) { --count_[copy.storage]; }
 
@@ -253,6 +241,18 @@ class StayingCopies {
 };
 
 } // namespace
+
+std::uint64_t DuplicatesModel::freedBytes(const DuplicateGroup& group,
+                                          const PathSet& staged) const {
+    StayingCopies staying(group, {}, gone_);
+    std::uint64_t freed = 0;
+    for (const DuplicateCopy& copy : group.copies) {
+        if (covers(gone_, copy.path) || !StayingCopies::goes(copy, staged)) continue;
+        freed = saturatingAdd(freed, staying.freedBy(copy));
+        staying.leave(copy);
+    }
+    return freed;
+}
 
 // The cleanup queue
 

@@ -8,6 +8,7 @@
 
 #include "Base/PathText.h"
 #include "Platform/Machine/OperatingSystem.h"
+#include "Rooms/Duplicates/Search/CopyStorage.h"
 #include "StorageEngine/Sorting/KnownPlaces.h"
 
 namespace tidyro {
@@ -200,22 +201,21 @@ DuplicateGroup DuplicateGrouping::makeGroup(std::vector<Named> files) {
     DuplicateGroup group{.digest = platform::hexText(files.front().proof.digest),
                          .bytesEach = files.front().proof.bytes,
                          .copies = {}};
-    std::map<platform::FileExtent, std::int64_t> storages;
-    std::int64_t next = 0;
-    for (Named& file : files) {
-        std::int64_t storage = next;
-        if (file.proof.extent) {
-            storage = storages.try_emplace(*file.proof.extent, next).first->second;
-        }
-        if (storage == next) ++next;
+    std::vector<const ProvenFile*> proofs;
+    for (const Named& file : files) proofs.push_back(&file.proof);
+    const CopyStorage storage = CopyStorage::measure(proofs);
+    group.extraBytes = storage.extraBytes;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        Named& file = files[i];
         group.copies.push_back({.path = std::move(file.path),
                                 .modified = file.proof.modified,
                                 .created = file.proof.created,
                                 .otherNames = std::move(file.otherNames),
-                                .storage = storage,
-                                .isSystem = false});
+                                .storage = storage.copies[i].number,
+                                .isSystem = false,
+                                .freedBytes = storage.copies[i].freedBytes});
     }
-    if (next < 2) return group;
+    if (group.storageCount() < 2) return group;
     for (std::size_t i = 0; i < files.size() && !options_.cancel.stop_requested(); ++i) {
         files[i].path = group.copies[i].path;
         judge(files[i], group.copies[i]);

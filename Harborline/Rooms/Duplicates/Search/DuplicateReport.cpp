@@ -17,6 +17,7 @@ std::int64_t DuplicateGroup::storageCount() const {
 }
 
 std::uint64_t DuplicateGroup::wastedBytes() const {
+    if (extraBytes) return *extraBytes;
     const std::int64_t extra = storageCount() - 1;
     return extra < 1 ? 0 : saturatingMultiply(static_cast<std::uint64_t>(extra), bytesEach);
 }

@@ -58,6 +58,9 @@ struct DuplicateCopy {
     std::optional<std::string> heldBecause = std::nullopt;
     /// Absent for a copy that was never judged. Copies without it stand alike.
     std::optional<CopyStanding> standing = std::nullopt;
+    /// What removing this copy alone frees at least: what it takes, without the blocks that any
+    /// other file shares. Absent for a copy that was not measured, which counts as its length.
+    std::optional<std::uint64_t> freedBytes = std::nullopt;
 
     [[nodiscard]] const std::string& id() const { return path; }
 
@@ -67,7 +70,8 @@ struct DuplicateCopy {
             field("path", &Self::path), field("modified", &Self::modified),
             field("created", &Self::created), field("otherNames", &Self::otherNames),
             field("storage", &Self::storage), field("isSystem", &Self::isSystem),
-            field("heldBecause", &Self::heldBecause), field("standing", &Self::standing));
+            field("heldBecause", &Self::heldBecause), field("standing", &Self::standing),
+            field("freedBytes", &Self::freedBytes));
     }
     bool operator==(const DuplicateCopy&) const = default;
 };
@@ -78,11 +82,14 @@ struct DuplicateGroup {
     std::string digest;                ///< SHA-256 of the contents, lower-case hexadecimal
     std::uint64_t bytesEach;           ///< the length of the contents
     std::vector<DuplicateCopy> copies; ///< by path, ascending
+    /// What the copies take together beyond what the largest of them takes: blocks that several
+    /// have count once, and holes nothing. Absent for a set that was not measured.
+    std::optional<std::uint64_t> extraBytes = std::nullopt;
 
     [[nodiscard]] const std::string& id() const { return digest; }
     /// How many times the contents really lie on the disk.
     [[nodiscard]] std::int64_t storageCount() const;
-    /// What all storages but one take. Saturates.
+    /// What all storages but one take; by their lengths where they were not measured. Saturates.
     [[nodiscard]] std::uint64_t wastedBytes() const;
     /// What people call it: the file name of its first copy.
     [[nodiscard]] std::string name() const;
@@ -90,7 +97,8 @@ struct DuplicateGroup {
     static constexpr auto fields() {
         using Self = DuplicateGroup;
         return fieldList<Self>(field("digest", &Self::digest), field("bytesEach", &Self::bytesEach),
-                               field("copies", &Self::copies));
+                               field("copies", &Self::copies),
+                               field("extraBytes", &Self::extraBytes));
     }
     bool operator==(const DuplicateGroup&) const = default;
 };

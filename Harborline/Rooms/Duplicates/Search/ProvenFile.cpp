@@ -1,5 +1,7 @@
 #include "Rooms/Duplicates/Search/ProvenFile.h"
 
+#include <utility>
+
 namespace tidyro {
 
 namespace {
@@ -24,17 +26,18 @@ std::optional<ProvenFile> prove(std::uint32_t file, const ListedFileOpener::Open
     if (!after || !isSameState(opened.seen, *after)) return std::nullopt;
     const std::optional<Timestamp> modified = after->modified;
     if (!modified) return std::nullopt;
-    std::optional<platform::FileExtent> extent;
-    if (opened.mayShareBlocks) extent = opened.contents.extent(*after);
+    std::optional<platform::FileBlocks> blocks;
+    if (opened.mayShareBlocks) blocks = opened.contents.blocks(*after);
     return ProvenFile{.file = file,
                       .bytes = after->byteCount,
+                      .allocatedBytes = after->allocatedBytes,
                       .identity = after->identity,
                       .digest = digest,
                       .modified = *modified,
                       .changed = after->changed,
                       .created = after->created,
                       .linkCount = after->linkCount,
-                      .extent = extent};
+                      .blocks = std::move(blocks)};
 }
 
 } // namespace tidyro

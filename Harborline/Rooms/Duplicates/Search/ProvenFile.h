@@ -14,13 +14,15 @@ namespace tidyro {
 struct ProvenFile {
     std::uint32_t file; ///< in the listing
     std::uint64_t bytes;
+    std::uint64_t allocatedBytes;
     platform::ItemIdentity identity;
     platform::SHA256::Digest digest;
     Timestamp modified;
     std::optional<Timestamp> changed;
     std::optional<Timestamp> created;
     std::uint64_t linkCount;
-    std::optional<platform::FileExtent> extent;
+    /// Absent where files share no blocks, and where nothing is told of them.
+    std::optional<platform::FileBlocks> blocks;
 };
 
 /// Whether a later look shows the file as it was proven. Whoever writes to it meanwhile changes its

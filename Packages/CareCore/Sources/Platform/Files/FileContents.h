@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "Base/SystemError.h"
 #include "Platform/Files/FileMetadata.h"
@@ -14,16 +15,27 @@
 
 namespace tidyro::platform {
 
-/// Where a file's first and last bytes lie on the disk. Two files with equal extents share their
-/// blocks.
-struct FileExtent {
+/// Where the bytes of a file lie on the disk, and what of it no other file has. Two files whose
+/// blocks are equal share all that they hold.
+struct FileBlocks {
+    struct Range {
+        std::uint64_t begin; ///< bytes from the beginning of what the file system calls its disk
+        std::uint64_t end;
+        auto operator<=>(const Range&) const = default;
+    };
     std::uint64_t fileSystem; ///< the same for all its subvolumes
-    /// Bytes from the beginning of what the file system calls its disk. A file may begin or end
-    /// with a hole: then these are the first and the last bytes that are there. -1 when the whole
-    /// file is a hole.
-    std::int64_t first;
-    std::int64_t last;
-    auto operator<=>(const FileExtent&) const = default;
+    /// Ascending, and no range touches another. A hole has none, nor has what a file was given
+    /// beyond its end. Of a compressed piece it is what the piece takes; where the file system does
+    /// not tell that, the smallest block.
+    std::vector<Range> ranges = {};
+    /// Bytes that are free when this file alone is removed: those in ranges that no other file and
+    /// no snapshot shares.
+    std::uint64_t ownBytes = 0;
+    /// False when some bytes lie where no range tells, such as those of a tiny file beside its
+    /// name. Such a file cannot be compared with others.
+    bool isWhole = true;
+
+    auto operator<=>(const FileBlocks&) const = default;
 };
 
 /// A file held open for reading by a program that goes through a whole disk and must leave no
@@ -66,8 +78,9 @@ class FileContents {
     [[nodiscard]] std::expected<std::size_t, SystemError> read(std::uint64_t offset,
                                                                std::span<std::byte> into);
 
-    /// None for an empty file, and when the file system does not know exactly where both ends are.
-    [[nodiscard]] std::optional<FileExtent> extent(const FileMetadata& seen) const;
+    /// None when the file system does not tell. What was just written may have no place yet: then
+    /// the file system is made to write it.
+    [[nodiscard]] std::optional<FileBlocks> blocks(const FileMetadata& seen) const;
 
   private:
     explicit FileContents(int fd) noexcept : fd_(fd) {}
@@ -78,8 +91,11 @@ class FileContents {
     bool passesCache_ = true; ///< the system itself reads past its cache
 };
 
-/// Whether files on this folder's volume may share blocks, so that asking for their extents is
-/// worth a call. False only where they are known never to share any.
+/// Whether files on this folder's volume may share blocks, so that asking for their blocks is worth
+/// a call. False only where they are known never to share any.
 [[nodiscard]] bool mayShareBlocks(const FolderDescriptor& folder);
+
+/// Sorts ranges and puts those together that touch or overlap. Returns how many bytes they hold.
+std::uint64_t joinRanges(std::vector<FileBlocks::Range>& ranges);
 
 } // namespace tidyro::platform

@@ -85,8 +85,8 @@ std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
     return done;
 }
 
-std::optional<FileExtent> FileContents::extent(const FileMetadata& seen) const {
-    return fileExtent(fd_, seen);
+std::optional<FileBlocks> FileContents::blocks(const FileMetadata& seen) const {
+    return fileBlocks(fd_, seen);
 }
 
 } // namespace tidyro::platform

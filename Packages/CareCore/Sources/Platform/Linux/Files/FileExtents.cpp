@@ -6,8 +6,11 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <span>
+#include <vector>
 
+#include <endian.h>
 #include <fcntl.h>
 #include <linux/btrfs.h>
 #include <linux/btrfs_tree.h>
@@ -54,14 +57,15 @@ class ExtentReader {
 
     explicit ExtentReader(int fd) : fd_(fd) {}
 
-    /// False when the file system does not tell.
+    /// False when the file system does not tell. `flags` are those of the call.
     [[nodiscard]] bool read(std::uint64_t from, std::uint64_t length,
-                            std::uint32_t maxCount = maxAtOnce) {
+                            std::uint32_t maxCount = maxAtOnce, std::uint32_t flags = 0) {
         std::memset(bytes_.data(), 0, sizeof(fiemap));
         fiemap& request = *reinterpret_cast<fiemap*>(bytes_.data());
         request.fm_start = from;
         request.fm_length = length;
         request.fm_extent_count = maxCount;
+        request.fm_flags = flags;
         return ::ioctl(fd_, FS_IOC_FIEMAP, &request) == 0;
     }
     /// What the last reading found.
@@ -86,29 +90,28 @@ bool isSettled(const fiemap_extent& extent) {
 
 bool isShared(const fiemap_extent& extent) { return (extent.fe_flags & FIEMAP_EXTENT_SHARED) != 0; }
 
-/// Whether each of its bytes lies where the extent says.
-bool isExact(const fiemap_extent& extent) {
-    return isSettled(extent) && (extent.fe_flags & FIEMAP_EXTENT_NOT_ALIGNED) == 0;
-}
-
-/// The extent that holds the last byte that is there, mostly that of the file's last byte.
-std::optional<fiemap_extent> lastExtent(ExtentReader& extents, std::uint64_t byteCount) {
-    if (!extents.read(byteCount - 1, 1)) return std::nullopt;
-    if (!extents.found().empty()) return extents.found().back();
-    std::optional<fiemap_extent> last;
-    for (std::uint64_t from = 0; from < byteCount;) {
-        if (!extents.read(from, byteCount - from)) return std::nullopt;
-        if (extents.found().empty()) break;
-        last = extents.found().back();
-        from = last->fe_logical + last->fe_length;
-    }
-    return last;
-}
-
 std::uint64_t mixed(std::uint64_t value) {
     value ^= value >> 32;
     value *= 0x9E3779B97F4A7C15U;
     return value ^ value >> 29;
+}
+
+/// Calls `use` with the extents behind a place up to another, in the order of the file. False when
+/// the file system does not tell, or the file comes to no end because it changes meanwhile.
+template <class Use>
+bool forEachExtent(ExtentReader& extents, std::uint64_t from, std::uint64_t end,
+                   std::uint32_t flags, Use use) {
+    constexpr int maxReadings = 100'000;
+    for (int i = 0; i < maxReadings; ++i) {
+        if (from >= end) return true;
+        if (!extents.read(from, end - from, ExtentReader::maxAtOnce, flags)) return false;
+        if (extents.found().empty()) return true;
+        for (const fiemap_extent& extent : extents.found()) use(extent);
+        const fiemap_extent& last = extents.found().back();
+        if ((last.fe_flags & FIEMAP_EXTENT_LAST) != 0) return true;
+        from = last.fe_logical + last.fe_length;
+    }
+    return false;
 }
 
 SharedExtents sharedExtentsOfFile(int fd) {
@@ -119,20 +122,58 @@ SharedExtents sharedExtentsOfFile(int fd) {
     if (!isShared(first) || !isSettled(first)) return {};
     const std::uint64_t family = mixed(first.fe_physical);
     SharedExtents shared{.family = family == 0 ? 1 : family, .sharedBytes = first.fe_length};
-    // A file that changes meanwhile may come to no end.
-    constexpr int maxReadings = 100'000;
-    std::uint64_t from = first.fe_logical + first.fe_length;
-    bool isLast = (first.fe_flags & FIEMAP_EXTENT_LAST) != 0;
-    for (int i = 0; i < maxReadings && !isLast; ++i) {
-        if (!extents.read(from, toTheEnd - from) || extents.found().empty()) break;
-        for (const fiemap_extent& extent : extents.found()) {
-            if (isShared(extent)) shared.sharedBytes += extent.fe_length;
-        }
-        const fiemap_extent& last = extents.found().back();
-        from = last.fe_logical + last.fe_length;
-        isLast = (last.fe_flags & FIEMAP_EXTENT_LAST) != 0;
-    }
+    if ((first.fe_flags & FIEMAP_EXTENT_LAST) != 0) return shared;
+    const std::uint64_t behind = first.fe_logical + first.fe_length;
+    static_cast<void>(forEachExtent(extents, behind, toTheEnd, 0, [&](const fiemap_extent& extent) {
+        if (isShared(extent)) shared.sharedBytes += extent.fe_length;
+    }));
     return shared;
+}
+
+/// What the compressed pieces of a file on btrfs take, by their place on the disk. Extents tell
+/// only how long a piece is when it is unpacked, and the rest is told to a superuser only: empty
+/// for others.
+std::map<std::uint64_t, std::uint64_t> compressedPieces(int fd, std::uint64_t inode) {
+    constexpr std::uint64_t everything = std::numeric_limits<std::uint64_t>::max();
+    std::map<std::uint64_t, std::uint64_t> pieces;
+    std::uint64_t from = 0;
+    for (;;) {
+        btrfs_ioctl_search_args search{};
+        search.key = {.tree_id = 0, // the subvolume of the file
+                      .min_objectid = inode,
+                      .max_objectid = inode,
+                      .min_offset = from,
+                      .max_offset = everything,
+                      .min_transid = 0,
+                      .max_transid = everything,
+                      .min_type = BTRFS_EXTENT_DATA_KEY,
+                      .max_type = BTRFS_EXTENT_DATA_KEY,
+                      .nr_items = std::numeric_limits<std::uint32_t>::max(),
+                      .unused = 0,
+                      .unused1 = 0,
+                      .unused2 = 0,
+                      .unused3 = 0,
+                      .unused4 = 0};
+        if (::ioctl(fd, BTRFS_IOC_TREE_SEARCH, &search) != 0) return {};
+        if (search.key.nr_items == 0) return pieces;
+        const char* at = search.buf;
+        for (std::uint32_t i = 0; i < search.key.nr_items; ++i) {
+            btrfs_ioctl_search_header header{};
+            std::memcpy(&header, at, sizeof header);
+            at += sizeof header;
+            btrfs_file_extent_item item{};
+            if (header.len >= sizeof item) { // data beside the name has no place
+                std::memcpy(&item, at, sizeof item);
+                if (item.compression != 0) {
+                    pieces[le64toh(item.disk_bytenr)] = le64toh(item.disk_num_bytes);
+                }
+            }
+            at += header.len;
+            from = header.offset;
+        }
+        if (from == everything) return pieces;
+        ++from;
+    }
 }
 
 } // namespace
@@ -155,23 +196,35 @@ bool isReadOnlySnapshot(int folder, const ItemIdentity& identity) {
            (flags & BTRFS_SUBVOL_RDONLY) != 0;
 }
 
-std::optional<FileExtent> fileExtent(int fd, const FileMetadata& seen) {
-    if (seen.byteCount == 0) return std::nullopt;
+std::optional<FileBlocks> fileBlocks(int fd, const FileMetadata& seen) {
+    constexpr std::uint64_t smallestBlock = 4'096;
+    FileBlocks blocks{.fileSystem = fileSystemNumber(fd, seen.identity.device)};
+    std::vector<FileBlocks::Range> own;
+    std::optional<std::map<std::uint64_t, std::uint64_t>> compressed;
     ExtentReader extents(fd);
-    if (!extents.read(0, seen.byteCount)) return std::nullopt;
-    const std::uint64_t fileSystem = fileSystemNumber(fd, seen.identity.device);
-    if (extents.found().empty()) {
-        return FileExtent{.fileSystem = fileSystem, .first = -1, .last = -1};
-    }
-    const fiemap_extent first = extents.found().front();
-    const auto last = lastExtent(extents, seen.byteCount);
-    if (!last || !isExact(first) || !isExact(*last)) return std::nullopt;
-    const std::uint64_t lastByte =
-        std::min<std::uint64_t>(seen.byteCount - 1, last->fe_logical + last->fe_length - 1);
-    return FileExtent{
-        .fileSystem = fileSystem,
-        .first = static_cast<std::int64_t>(first.fe_physical),
-        .last = static_cast<std::int64_t>(last->fe_physical + (lastByte - last->fe_logical))};
+    const bool isTold = forEachExtent(
+        extents, 0, seen.byteCount, FIEMAP_FLAG_SYNC, [&](const fiemap_extent& extent) {
+            if (!isSettled(extent) || (extent.fe_flags & FIEMAP_EXTENT_NOT_ALIGNED) != 0) {
+                blocks.isWhole = false;
+                return;
+            }
+            const std::uint64_t left =
+                seen.byteCount - std::min<std::uint64_t>(seen.byteCount, extent.fe_logical);
+            std::uint64_t length = std::min<std::uint64_t>(extent.fe_length, left);
+            if ((extent.fe_flags & FIEMAP_EXTENT_ENCODED) != 0) {
+                if (!compressed) compressed = compressedPieces(fd, seen.identity.inode);
+                const auto piece = compressed->find(extent.fe_physical);
+                length = piece == compressed->end() ? smallestBlock : piece->second;
+            }
+            const FileBlocks::Range range{.begin = extent.fe_physical,
+                                          .end = extent.fe_physical + length};
+            blocks.ranges.push_back(range);
+            if (!isShared(extent)) own.push_back(range);
+        });
+    if (!isTold) return std::nullopt;
+    joinRanges(blocks.ranges);
+    blocks.ownBytes = joinRanges(own);
+    return blocks;
 }
 
 bool isKnownToShareBlocks(const FolderDescriptor& folder) {

@@ -26,7 +26,7 @@ struct SharedExtents {
 /// files are those of another folder as they were once.
 [[nodiscard]] bool isReadOnlySnapshot(int folder, const ItemIdentity& identity);
 
-/// As `FileContents::extent` promises it.
-[[nodiscard]] std::optional<FileExtent> fileExtent(int fd, const FileMetadata& seen);
+/// As `FileContents::blocks` promises it.
+[[nodiscard]] std::optional<FileBlocks> fileBlocks(int fd, const FileMetadata& seen);
 
 } // namespace tidyro::platform

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include <fcntl.h>
+#include <sys/attr.h>
 #include <unistd.h>
 
 namespace tidyro::platform {
@@ -41,22 +42,52 @@ std::expected<std::size_t, SystemError> FileContents::read(std::uint64_t offset,
 
 namespace {
 
-std::optional<std::int64_t> placeOf(int fd, std::uint64_t offset) {
-    log2phys question{};
-    question.l2p_contigbytes = 1;
-    question.l2p_devoffset = static_cast<off_t>(offset);
-    if (::fcntl(fd, F_LOG2PHYS_EXT, &question) != 0) return std::nullopt;
-    return question.l2p_devoffset;
+/// What removing the file frees. None when the file system does not keep count of it.
+std::optional<std::uint64_t> privateBytes(int fd) {
+    struct __attribute__((packed)) {
+        std::uint32_t length;
+        attribute_set_t returned;
+        std::int64_t bytes;
+    } answer{};
+    attrlist wanted{.bitmapcount = ATTR_BIT_MAP_COUNT,
+                    .reserved = 0,
+                    .commonattr = ATTR_CMN_RETURNED_ATTRS,
+                    .volattr = 0,
+                    .dirattr = 0,
+                    .fileattr = 0,
+                    .forkattr = ATTR_CMNEXT_PRIVATESIZE};
+    if (::fgetattrlist(fd, &wanted, &answer, sizeof answer, FSOPT_ATTR_CMN_EXTENDED) != 0 ||
+        (answer.returned.forkattr & ATTR_CMNEXT_PRIVATESIZE) == 0 || answer.bytes < 0) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint64_t>(answer.bytes);
 }
 
 } // namespace
 
-std::optional<FileExtent> FileContents::extent(const FileMetadata& seen) const {
-    if (seen.byteCount == 0) return std::nullopt;
-    const auto first = placeOf(fd_, 0);
-    const auto last = first ? placeOf(fd_, seen.byteCount - 1) : std::nullopt;
-    if (!last) return std::nullopt;
-    return FileExtent{.fileSystem = seen.identity.device, .first = *first, .last = *last};
+std::optional<FileBlocks> FileContents::blocks(const FileMetadata& seen) const {
+    constexpr int maxPieces = 100'000; // a file that changes may come to no end
+    FileBlocks blocks{.fileSystem = seen.identity.device};
+    std::uint64_t from = 0;
+    for (int i = 0; i < maxPieces && from < seen.byteCount; ++i) {
+        log2phys piece{};
+        piece.l2p_contigbytes = static_cast<off_t>(seen.byteCount - from);
+        piece.l2p_devoffset = static_cast<off_t>(from);
+        if (::fcntl(fd_, F_LOG2PHYS_EXT, &piece) != 0 || piece.l2p_contigbytes <= 0) {
+            return std::nullopt;
+        }
+        const std::uint64_t length =
+            std::min(static_cast<std::uint64_t>(piece.l2p_contigbytes), seen.byteCount - from);
+        if (piece.l2p_devoffset >= 0) {
+            const auto begin = static_cast<std::uint64_t>(piece.l2p_devoffset);
+            blocks.ranges.push_back({.begin = begin, .end = begin + length});
+        }
+        from += length;
+    }
+    blocks.isWhole = from == seen.byteCount;
+    const std::uint64_t all = joinRanges(blocks.ranges);
+    blocks.ownBytes = std::min(privateBytes(fd_).value_or(all), all);
+    return blocks;
 }
 
 bool mayShareBlocks(const FolderDescriptor&) { return true; }

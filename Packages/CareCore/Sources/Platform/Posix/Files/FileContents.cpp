@@ -1,5 +1,6 @@
 #include "Platform/Files/FileContents.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <fcntl.h>
@@ -32,6 +33,23 @@ FileContents::~FileContents() {
 
 std::expected<FileMetadata, SystemError> FileContents::metadata() const {
     return fileMetadata(fd_);
+}
+
+std::uint64_t joinRanges(std::vector<FileBlocks::Range>& ranges) {
+    std::ranges::sort(ranges);
+    std::uint64_t bytes = 0;
+    auto last = ranges.begin();
+    for (auto next = ranges.begin(); next != ranges.end(); ++next) {
+        if (next == last) continue;
+        if (next->begin <= last->end) {
+            last->end = std::max(last->end, next->end);
+        } else {
+            *++last = *next;
+        }
+    }
+    if (last != ranges.end()) ranges.erase(last + 1, ranges.end());
+    for (const FileBlocks::Range& range : ranges) bytes += range.end - range.begin;
+    return bytes;
 }
 
 } // namespace tidyro::platform
