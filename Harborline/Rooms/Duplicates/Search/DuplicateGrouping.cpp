@@ -34,6 +34,8 @@ struct DuplicateGrouping::Named {
     std::vector<std::string> otherNames;
     std::vector<std::uint32_t> listed; ///< all names, as their numbers in the listing
     bool insidePackage;
+    /// What the policy found out about the file itself. It asks only when nothing else holds it.
+    platform::FileUse use = platform::FileUse::unknown;
 };
 
 DuplicateGrouping::DuplicateGrouping(const Options& options)
@@ -107,7 +109,7 @@ std::expected<CleanupPlanEntry, DiskItemRefusal> DuplicateGrouping::askPolicy(co
 /// Finds out why a copy has to stay, and whether others may go because it does. Only a copy that
 /// the policy would let go is such a reason: of any other nothing is known beyond the first thing
 /// against it, which may be that it is a backup, a database or in use.
-void DuplicateGrouping::judge(const Named& file, DuplicateCopy& copy) {
+void DuplicateGrouping::judge(Named& file, DuplicateCopy& copy) {
     CopyStanding standing{.isReason = false, .hasSeveralNames = file.proof.linkCount > 1};
     CopyPlaces::Finding found;
     for (const std::uint32_t name : file.listed) {
@@ -121,6 +123,10 @@ void DuplicateGrouping::judge(const Named& file, DuplicateCopy& copy) {
         copy.heldBecause = "Inside an app or library, which would break without it.";
     } else {
         const auto entry = askPolicy(file);
+        if (entry) file.use = platform::FileUse::free;
+        if (entry == std::unexpected(DiskItemRefusal::openByProcess)) {
+            file.use = platform::FileUse::inUse;
+        }
         standing.isReason = entry && !mayBeChanging(file.proof, options_.startedAt);
         if (entry) {
             const auto& codes = entry->proofCard.evidence.codes;
@@ -143,7 +149,7 @@ void DuplicateGrouping::judge(const Named& file, DuplicateCopy& copy) {
 }
 
 /// Files in use are known by their real paths.
-bool DuplicateGrouping::isInUse(const Named& file) {
+bool DuplicateGrouping::isOpenByPath(const Named& file) {
     if (options_.context == nullptr) return true;
     const SafetyPolicyFacts& facts = options_.context->facts();
     return std::ranges::any_of(file.listed, [&](std::uint32_t number) {
@@ -154,6 +160,14 @@ bool DuplicateGrouping::isInUse(const Named& file) {
             std::array{&facts.openByProcessPaths, &facts.activelyGrowingPaths},
             [&](const auto* paths) { return paths->contains(written) || paths->contains(real); });
     });
+}
+
+/// By whatever name, and by a process of which no path is told. Only what the policy held for
+/// another reason is still to be asked.
+bool DuplicateGrouping::isOpen(const Named& file) {
+    using enum platform::FileUse;
+    if (file.use != unknown) return file.use == inUse;
+    return opener_.use(options_.listing.files()[file.listed.front()]) == inUse;
 }
 
 /// The mode does not tell: file systems without modes call all files executable, and programs that
@@ -184,11 +198,15 @@ bool DuplicateGrouping::beginsAsProgram(const Named& file) {
 void DuplicateGrouping::judgeTogether(const std::vector<Named>& files, DuplicateGroup& group) {
     const auto isFree = [](const DuplicateCopy& copy) { return !copy.heldBecause; };
     if (std::ranges::none_of(group.copies, isFree)) return;
+    constexpr std::string_view inUse =
+        "A program has a copy of this set open and may be changing it.";
     std::string_view reason;
-    if (std::ranges::any_of(files, [&](const Named& file) { return isInUse(file); })) {
-        reason = "A program has a copy of this set open and may be changing it.";
+    if (std::ranges::any_of(files, [&](const Named& file) { return isOpenByPath(file); })) {
+        reason = inUse;
     } else if (beginsAsProgram(files.front())) {
         reason = "This is a program or a script, which others may start from where it is.";
+    } else if (std::ranges::any_of(files, [&](const Named& file) { return isOpen(file); })) {
+        reason = inUse;
     }
     if (reason.empty()) return;
     for (DuplicateCopy& copy : group.copies) {

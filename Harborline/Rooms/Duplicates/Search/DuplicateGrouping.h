@@ -46,10 +46,11 @@ class DuplicateGrouping {
     void keepEachFileOnce(DuplicateProving::Result& proven);
     [[nodiscard]] Named withNames(const ProvenFile& file) const;
     [[nodiscard]] DuplicateGroup makeGroup(std::vector<Named> files);
-    void judge(const Named& file, DuplicateCopy& copy);
+    void judge(Named& file, DuplicateCopy& copy);
     void judgeTogether(const std::vector<Named>& files, DuplicateGroup& group);
     [[nodiscard]] std::expected<CleanupPlanEntry, DiskItemRefusal> askPolicy(const Named& file);
-    [[nodiscard]] bool isInUse(const Named& file);
+    [[nodiscard]] bool isOpenByPath(const Named& file);
+    [[nodiscard]] bool isOpen(const Named& file);
     [[nodiscard]] bool beginsAsProgram(const Named& file);
     [[nodiscard]] bool isOnSystemVolume(const std::string& path) const;
 

@@ -77,6 +77,10 @@ std::optional<platform::FileMetadata> ListedFileOpener::look(const ListedFile& f
     return *seen;
 }
 
+platform::FileUse ListedFileOpener::use(const ListedFile& file) {
+    return reach(file) ? platform::fileUse(folder_, name_.c_str()) : platform::FileUse::unknown;
+}
+
 std::optional<ListedFileOpener::Opened> ListedFileOpener::openAndLook(const ListedFile& file) {
     auto contents = open(file);
     if (!contents) return std::nullopt;

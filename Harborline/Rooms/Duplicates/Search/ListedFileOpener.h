@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "Platform/Files/FileContents.h"
+#include "Platform/Files/FileLease.h"
 #include "Platform/Folders/FolderReading.h"
 #include "Rooms/Duplicates/Search/DuplicateListing.h"
 
@@ -31,6 +32,8 @@ class ListedFileOpener {
     [[nodiscard]] std::optional<Opened> openAndLook(const ListedFile& file);
     /// What the file's name stands for now. Opens nothing but its folder.
     [[nodiscard]] std::optional<platform::FileMetadata> look(const ListedFile& file);
+    /// Who has the file open, asked by the file itself and not by its path.
+    [[nodiscard]] platform::FileUse use(const ListedFile& file);
 
   private:
     [[nodiscard]] bool reach(const ListedFile& file);

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/JSONRecords.h"
+#include "Platform/Files/FileLease.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Machine/OperatingSystem.h"
 #include "Platform/Mounts/Volumes.h"
@@ -475,6 +476,29 @@ TEST(DuplicateEngine, HoldsAllCopiesOfAFileInUseAndOfPrograms) {
             EXPECT_NE(judged.find(": This is a progr"), judged.npos) << judged;
         }
     }
+}
+
+TEST(DuplicateEngine, HoldsAllCopiesOfAFileThatIsOpenByAnotherName) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
+    MadeHome made;
+    // The policy looks no further at a part of a backup, and finds the others free.
+    for (const char* name : {"Documents/a", "Pictures/a", "Archive/x.backupdb/a"}) made.file(name);
+    made.place.hardLink("elsewhere", "home/Archive/x.backupdb/a");
+    waitForTheNextDate();
+    const auto heldBesideTheBackup = [&] {
+        std::size_t held = 0;
+        for (const auto& [name, judged] : made.judged()) {
+            if (judged.find(": A program has") != judged.npos) ++held;
+        }
+        return held;
+    };
+    EXPECT_EQ(heldBesideTheBackup(), 0U);
+    const std::fstream writer(made.place / "elsewhere");
+    const auto folder = platform::FolderDescriptor::openRoot(made.place.path());
+    if (platform::fileUse(*folder, "elsewhere") != platform::FileUse::inUse) {
+        GTEST_SKIP() << "this file system does not tell who has a file open";
+    }
+    EXPECT_EQ(heldBesideTheBackup(), 2U);
 }
 
 TEST(DuplicateEngine, HoldsWhatWasChangedWithinTheStepOfItsDate) {
