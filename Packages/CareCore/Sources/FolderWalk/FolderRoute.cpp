@@ -8,13 +8,16 @@ using platform::FolderDescriptor;
 
 namespace {
 
-bool liesElsewhere(const platform::FolderFacts& facts, std::uint64_t volume) {
-    return facts.traits.has(platform::EntryTrait::mountPoint) || facts.volume != volume;
+bool liesElsewhere(const platform::FolderFacts& facts, const WalkedMounts& mounts) {
+    using enum platform::EntryTrait;
+    if (facts.volume == mounts.root) return facts.traits.has(mountPoint);
+    return facts.traits.has(snapshot) || !mounts.ontoThemselves.contains(facts.volume);
 }
 
 } // namespace
 
-FolderRoute::Arrival FolderRoute::follow(const FolderDescriptor& from, std::uint64_t volume) const {
+FolderRoute::Arrival FolderRoute::follow(const FolderDescriptor& from,
+                                         const WalkedMounts& mounts) const {
     Arrival arrival;
     const FolderDescriptor* parent = &from;
     for (std::size_t i = length_; i > 0; --i) {
@@ -24,7 +27,7 @@ FolderRoute::Arrival FolderRoute::follow(const FolderDescriptor& from, std::uint
             const auto facts = parent->facts(name);
             if (i == 1 && facts) {
                 // What is mounted there may be closed to us; then it is still a mount point.
-                arrival.isElsewhere = liesElsewhere(*facts, volume);
+                arrival.isElsewhere = liesElsewhere(*facts, mounts);
                 arrival.facts = *facts;
             }
             arrival.error = next.error();
@@ -37,7 +40,7 @@ FolderRoute::Arrival FolderRoute::follow(const FolderDescriptor& from, std::uint
     }
     if (const auto facts = parent->facts()) {
         arrival.facts = *facts;
-        arrival.isElsewhere = length_ > 0 && liesElsewhere(*facts, volume);
+        arrival.isElsewhere = length_ > 0 && liesElsewhere(*facts, mounts);
     } else {
         arrival.error = facts.error();
     }

@@ -19,11 +19,13 @@ FolderWalk::FolderWalk(Options options, Target& target)
                 .standIns = options.standInCount,
                 .work = [this] { work(); }}) {
     const FolderDescriptor& root = openFolders_.folder(0);
-    places_.add(platform::mountPointsBelow(root), PlaceTree::Mark::mountPoint);
+    if (const auto facts = root.facts()) mounts_.root = facts->volume;
+    platform::MountsBelow below = platform::mountsBelow(root, mounts_.root);
+    mounts_.ontoThemselves = std::move(below.ontoThemselves);
+    places_.add(below.elsewhere, PlaceTree::Mark::mountPoint);
     places_.addBelow(options.rootPath, options.skippingContentsOf,
                      PlaceTree::Mark::contentsSkipped);
     places_.addBelow(options.rootPath, options.skipping, PlaceTree::Mark::skipped);
-    if (const auto facts = root.facts()) volume_ = facts->volume;
     jobs_.push_back({.folder = 0, .from = 0, .depth = 0, .places = places_.top()});
     openFolders_.retain(0, 1);
 }
@@ -92,7 +94,7 @@ void FolderWalk::takeJob(Reading& reading) {
 
 void FolderWalk::read(Reading& reading) const {
     // The root's route is empty: it is read through the descriptor that it came with.
-    auto arrival = reading.route.follow(*reading.from, volume_);
+    auto arrival = reading.route.follow(*reading.from, mounts_);
     reading.facts = arrival.facts;
     reading.folder = std::move(arrival.folder);
     reading.error = arrival.error;

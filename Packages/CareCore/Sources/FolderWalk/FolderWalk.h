@@ -157,7 +157,7 @@ class FolderWalk {
     Target& target_;
     std::uint32_t maxDepth_;
     PlaceTree places_;
-    std::uint64_t volume_ = 0; ///< the root's
+    WalkedMounts mounts_;
     std::atomic<bool> cancelled_ = false;
 
     // Under the lock.

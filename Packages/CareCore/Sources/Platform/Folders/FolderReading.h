@@ -36,6 +36,7 @@ enum class EntryTrait : std::uint8_t {
     compressed = 4,  ///< stored compressed by the file system
     systemOwned = 8, ///< macOS: protected as part of the system; Linux: never
     mountPoint = 16, ///< something else is mounted here
+    snapshot = 32,   ///< Linux: the top of a snapshot that nobody can write to
 };
 
 struct EntryTraits {
@@ -78,7 +79,7 @@ struct FolderFacts {
     /// Folders of one volume have the same number. The subvolumes of one file system that are not
     /// mounted on their own do as well, though each has a device of its own.
     std::uint64_t volume;
-    EntryTraits traits; ///< a read-only snapshot that is open counts as a mount point
+    EntryTraits traits; ///< a snapshot that is open counts as a mount point as well
     std::uint32_t modified;
     std::uint32_t accessed;
 };

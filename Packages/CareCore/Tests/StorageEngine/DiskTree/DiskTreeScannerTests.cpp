@@ -441,6 +441,32 @@ TEST(DiskTreeScanner, StaysOnTheVolumeOfItsRoot) {
     EXPECT_EQ(*told, "3 nodes, 0 bytes, true true");
 }
 
+TEST(DiskTreeScanner, ReadsAFolderThatIsMountedOntoItself) {
+    const TemporaryFolder place;
+    place.noise("elsewhere/large", 100'000);
+    place.noise("tree/a/mounted/once", 1'000);
+    place.noise("tree/a/mounted/in/twice", 2'000);
+    place.noise("tree/b/covered", 4'000);
+    const auto told = testing::inMountNamespace([&] {
+        const DiskTree before = scanned(place / "tree");
+        for (const char* at : {"tree/a/mounted", "tree/a/mounted", "tree/a/mounted/in", "tree/b"}) {
+            if (!testing::bindMount(place / at, place / at)) return std::string("no mount");
+        }
+        const DiskTree after = scanned(place / "tree");
+        // What lies elsewhere on this very file system is left out, and what is mounted in it.
+        if (!testing::bindMount(place / "elsewhere", place / "tree/b")) {
+            return std::string("no mount");
+        }
+        const DiskTree covered = scanned(place / "tree");
+        return fmt::format("{} {} {} {} {}", before.size(0, {.onDisk = false}),
+                           after.size(0, {.onDisk = false}), after.count() == before.count(),
+                           covered.size(0, {.onDisk = false}),
+                           has(covered, place / "tree/b", Flags::mountPoint));
+    });
+    if (!told) GTEST_SKIP() << "mount namespaces need root";
+    EXPECT_EQ(*told, "7000 7000 true 3000 true");
+}
+
 TEST(DiskTreeScanner, TellsAMountPointThatIsClosedFromAClosedFolder) {
     const TemporaryFolder place;
     place.folder("tree/mounted");

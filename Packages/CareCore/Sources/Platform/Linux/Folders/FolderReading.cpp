@@ -87,6 +87,7 @@ std::expected<FolderFacts, SystemError> FolderDescriptor::facts() const {
     auto facts = factsOf(fd_, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC);
     if (facts && isReadOnlySnapshot(fd_, facts->identity)) {
         facts->traits.add(EntryTrait::mountPoint);
+        facts->traits.add(EntryTrait::snapshot);
     }
     return facts;
 }

@@ -33,7 +33,7 @@ bool readNumber(std::string_view text, Number& number) {
 std::optional<MountTableEntry> parsedEntry(std::string_view line) {
     MountTableEntry entry{};
     if (!readNumber(takeWord(line), entry.number)) return std::nullopt;
-    takeWord(line); // the mount above
+    if (!readNumber(takeWord(line), entry.above)) return std::nullopt;
     const std::string_view device = takeWord(line);
     const std::size_t colon = device.find(':');
     if (colon == std::string_view::npos || !readNumber(device.substr(0, colon), entry.major) ||

@@ -14,6 +14,7 @@ namespace tidyro::platform {
 /// One line of the kernel's table of mounts.
 struct MountTableEntry {
     std::uint64_t number;
+    std::uint64_t above; ///< the number of the mount that its mount point lies on
     std::uint32_t major;
     std::uint32_t minor;
     std::string root; ///< the folder of the file system that is mounted
