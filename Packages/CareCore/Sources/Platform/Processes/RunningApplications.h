@@ -18,6 +18,10 @@ struct RunningApplication {
     /// The process's own short name. A script is recognised by it, and it is all that the system
     /// tells of a process that may not be read. Linux cuts it off at 15 bytes.
     std::string name;
+    /// Linux: the script that an interpreter of Python was started for, as its real absolute path.
+    /// Empty where its command line does not tell for certain, or where that file is gone, and for
+    /// every other program.
+    std::string script = {};
 
     bool operator==(const RunningApplication&) const = default;
 };

@@ -35,6 +35,24 @@ bool isBeginningOf(std::string_view beginning, std::string_view name) {
     return !(next >= 'a' && next <= 'z');
 }
 
+/// Where scripts lie that came with the system. What a person installs, also for everybody, lies
+/// elsewhere, and so do the libraries that any script may have been given to.
+constexpr std::array<std::string_view, 8> systemFolders{
+    "/usr/bin", "/usr/sbin", "/usr/libexec", "/usr/lib", "/usr/share", "/bin", "/sbin", "/lib"};
+
+/// What libraries keep for whichever script loads them.
+constexpr std::array<std::string_view, 2> foldersOfLibraries{".cache/huggingface", ".cache/torch"};
+
+/// The names on the way to a script that came with the system: "blueman-applet", or "jupyter" and
+/// "main.py". Empty for every other script.
+std::vector<std::string_view> namesOfSystemScript(std::string_view script) {
+    const auto folder = std::ranges::find_if(systemFolders, [&](std::string_view one) {
+        return script.size() > one.size() && path::isInsideOrEqual(script, one);
+    });
+    if (folder == systemFolders.end()) return {};
+    return path::components(path::below(script, *folder));
+}
+
 /// The name of the executable, without the mark of a file that was replaced while it ran.
 std::string_view executableName(const platform::RunningApplication& running) {
     constexpr std::string_view deleted = " (deleted)";
@@ -50,8 +68,20 @@ bool isOneName(std::string_view name) {
            name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
 
+/// What the folders of a running program may be called after.
+std::vector<std::string_view> namesOf(const platform::RunningApplication& running) {
+    const std::string_view executable = executableName(running);
+    std::vector<std::string_view> names = namesOfSystemScript(running.script);
+    const bool isSystemScript = !names.empty();
+    if (!isSystemScript) names.push_back(executable);
+    // The name of a script's process is the interpreter's or the beginning of the script's.
+    const bool isInterpreters = executable.empty() || executable.starts_with(running.name);
+    if (!isSystemScript || !isInterpreters) names.push_back(running.name);
+    return names;
+}
+
 void addUsualFolders(const platform::RunningApplication& running, std::set<std::string>& folders) {
-    for (const std::string_view name : {executableName(running), std::string_view(running.name)}) {
+    for (const std::string_view name : namesOf(running)) {
         if (!isOneName(name)) continue;
         for (const std::string_view folder : foldersByName) {
             folders.insert(path::joined(folder, name));
@@ -76,22 +106,28 @@ void addUsualFolders(const platform::RunningApplication& running, std::set<std::
 
 /// What the rows of the table are compared with, lowered once.
 struct LoweredNames {
-    std::string executable;
-    std::string name;
+    std::vector<std::string> names;
     std::string bundleIdentifier;
 };
 
 LoweredNames loweredNames(const platform::RunningApplication& running) {
-    return {.executable = lowercased(executableName(running)),
-            .name = lowercased(running.name),
-            .bundleIdentifier = lowercased(running.bundleIdentifier)};
+    LoweredNames lowered{.names = {}, .bundleIdentifier = lowercased(running.bundleIdentifier)};
+    for (const std::string_view name : namesOf(running)) lowered.names.push_back(lowercased(name));
+    return lowered;
+}
+
+/// What a person would look for to quit it.
+std::string shownName(const platform::RunningApplication& running) {
+    if (!running.script.empty()) return terminalSafe(path::lastComponent(running.script));
+    const std::string_view executable = executableName(running);
+    return terminalSafe(executable.empty() ? std::string_view(running.name) : executable);
 }
 
 /// Whether a running program is the application of a row.
 bool isProcessOf(const ActiveApplications::Known& application, const LoweredNames& running) {
     const auto isItsName = [&](std::string_view beginning) {
-        return isBeginningOf(beginning, running.executable) ||
-               isBeginningOf(beginning, running.name);
+        return std::ranges::any_of(
+            running.names, [&](const std::string& name) { return isBeginningOf(beginning, name); });
     };
     if (std::ranges::any_of(elements(application.names), isItsName)) return true;
     const std::string& identifier = running.bundleIdentifier;
@@ -104,26 +140,36 @@ bool isProcessOf(const ActiveApplications::Known& application, const LoweredName
 
 } // namespace
 
-std::vector<std::string>
-ActiveApplications::dataFolders(std::span<const platform::RunningApplication> running) {
-    std::set<std::string> folders;
+ActiveApplications::Owners
+ActiveApplications::owners(std::span<const platform::RunningApplication> running) {
+    Owners owners;
+    // Of several programs the first in the alphabet, whatever order they were found in.
+    const auto add = [&](std::string folder, const std::string& name) {
+        const auto [known, isNew] = owners.try_emplace(std::move(folder), name);
+        if (!isNew) known->second = std::min(known->second, name);
+    };
     std::set<std::string> seen; // hundreds of processes, few programs
     const std::span<const Known> known = table();
-    std::vector<bool> isRunning(known.size());
     for (const platform::RunningApplication& one : running) {
-        const std::string key = one.executable + '\0' + one.name + '\0' + one.bundleIdentifier;
+        const std::string key =
+            one.executable + '\0' + one.name + '\0' + one.bundleIdentifier + '\0' + one.script;
         if (!seen.insert(key).second) continue;
+        const std::string name = shownName(one);
+        std::set<std::string> folders;
         addUsualFolders(one, folders);
-        const LoweredNames names = loweredNames(one);
-        for (std::size_t row = 0; row < known.size(); ++row) {
-            isRunning[row] = isRunning[row] || isProcessOf(known[row], names);
+        if (!one.script.empty()) {
+            folders.insert(foldersOfLibraries.begin(), foldersOfLibraries.end());
         }
+        const LoweredNames names = loweredNames(one);
+        for (const Known& application : known) {
+            if (!isProcessOf(application, names)) continue;
+            for (const std::string_view folder : elements(application.folders)) {
+                folders.emplace(folder);
+            }
+        }
+        for (const std::string& folder : folders) add(folder, name);
     }
-    for (std::size_t row = 0; row < known.size(); ++row) {
-        if (!isRunning[row]) continue;
-        for (const std::string_view folder : elements(known[row].folders)) folders.emplace(folder);
-    }
-    return {folders.begin(), folders.end()};
+    return owners;
 }
 
 std::vector<std::string> ActiveApplications::allFolders() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -12,12 +13,14 @@ namespace tidyro {
 /// Finds the folders that belong to running applications, so that nothing in them is cleaned.
 ///
 /// In doubt it names one folder too many. A running interpreter (node, python, java) stands for
-/// every tool that is written for it, since a process rarely shows which tool it runs. A program
-/// that the table does not know has the folders that programs usually make from their names.
+/// every tool that is written for it, unless it was started for a script that came with the system:
+/// that is an application of its own, by the names on the way to the script. A program that the
+/// table does not know has the folders that programs usually make from their names.
 struct ActiveApplications {
-    /// Paths below the home, ascending, each once. Some of them may not exist.
-    [[nodiscard]] static std::vector<std::string>
-    dataFolders(std::span<const platform::RunningApplication> running);
+    /// What people call one of the programs that a folder belongs to, by the folder's path below
+    /// the home. Some of the folders may not exist.
+    using Owners = std::map<std::string, std::string>;
+    [[nodiscard]] static Owners owners(std::span<const platform::RunningApplication> running);
 
     /// The folders of all applications of the table, whether they run or not.
     [[nodiscard]] static std::vector<std::string> allFolders();

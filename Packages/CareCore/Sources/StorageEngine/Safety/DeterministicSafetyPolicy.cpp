@@ -198,8 +198,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
                             "This location is outside Tidyro's cleanup authority.");
     }
     if (context.activeApplicationRootIndex().contains(path)) {
-        return protectedFor(activeApplicationData,
-                            "Data belonging to an active application remains protected.");
+        return protectedFor(activeApplicationData, context.reasonOfActiveApplication(path));
     }
     if (context.facts().openByProcessPaths.contains(path)) {
         return protectedFor(openByProcess,

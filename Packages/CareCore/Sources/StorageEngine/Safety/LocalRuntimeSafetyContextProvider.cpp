@@ -172,8 +172,12 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
     if (!activity) return std::nullopt;
 
     std::vector<FileURL> activeRoots;
-    for (const std::string& folder : ActiveApplications::dataFolders(*applications)) {
-        activeRoots.push_back(home_.appendingFolder(folder));
+    SafetyPolicyContext::Programs programs;
+    for (const auto& [folder, program] : ActiveApplications::owners(*applications)) {
+        for (FileURL& root : withRealPlaces({home_.appendingFolder(folder)})) {
+            programs[root.path()] = program;
+            activeRoots.push_back(std::move(root));
+        }
     }
     std::vector<FileURL> kept = HomeFolders::protectedFolders(home_);
     kept.insert(kept.end(), options_.protectedRoots.begin(), options_.protectedRoots.end());
@@ -193,13 +197,15 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
         hidden = HiddenProcesses{.applicationFolders = withRealPlaces(std::move(owned)),
                                  .ownVolume = volumeOfRoot(*volumes)};
     }
-    return SafetyPolicyContext({.currentUserID = platform::currentUserID(),
-                                .internalLocalVolumeIdentifiers = internalVolumes(*volumes),
-                                .activeApplicationRoots = withRealPlaces(std::move(activeRoots)),
-                                .additionalProtectedRoots = std::move(roots),
-                                .activelyGrowingPaths = {},
-                                .openByProcessPaths = pathsInUse(*std::move(activity), home_)},
-                               std::move(choosable), hidden);
+    SafetyPolicyContext context({.currentUserID = platform::currentUserID(),
+                                 .internalLocalVolumeIdentifiers = internalVolumes(*volumes),
+                                 .activeApplicationRoots = std::move(activeRoots),
+                                 .additionalProtectedRoots = std::move(roots),
+                                 .activelyGrowingPaths = {},
+                                 .openByProcessPaths = pathsInUse(*std::move(activity), home_)},
+                                std::move(choosable), hidden);
+    context.setPrograms(programs);
+    return context;
 }
 
 LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::rebuild() {

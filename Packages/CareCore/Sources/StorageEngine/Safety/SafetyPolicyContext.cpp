@@ -2,11 +2,17 @@
 
 #include <utility>
 
+#include <fmt/format.h>
+
+#include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 
 namespace tidyro {
 
 namespace {
+
+constexpr std::string_view ofActiveApplication =
+    "Data belonging to an active application remains protected.";
 
 std::vector<std::string> pathsOf(const std::vector<FileURL>& roots) {
     std::vector<std::string> paths;
@@ -50,10 +56,26 @@ SafetyPolicyContext::SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<Fi
 
 SafetyPolicyContext SafetyPolicyContext::with(SafetyPolicyFacts facts) const {
     SafetyPolicyContext changed(std::move(facts), choosableRoots_);
+    changed.reasonsOfPrograms_ = reasonsOfPrograms_;
     changed.areProcessesHidden_ = areProcessesHidden_;
     changed.hiddenApplicationFolders_ = hiddenApplicationFolders_;
     changed.ownVolume_ = ownVolume_;
     return changed;
+}
+
+void SafetyPolicyContext::setPrograms(const Programs& programs) {
+    for (const auto& [folder, program] : programs) {
+        reasonsOfPrograms_[folder] =
+            SharedText::made(fmt::format("{} Quit {} first.", ofActiveApplication, program));
+    }
+}
+
+SharedText SafetyPolicyContext::reasonOfActiveApplication(std::string_view path) const {
+    for (; path.size() > 1; path = path::parent(path)) {
+        const auto found = reasonsOfPrograms_.find(path);
+        if (found != reasonsOfPrograms_.end()) return found->second;
+    }
+    return SharedText::lasting(ofActiveApplication);
 }
 
 bool SafetyPolicyContext::mayBeUsedByHidden(std::string_view path,

@@ -10,6 +10,8 @@
 #include "Base/FileURL.h"
 #include "Base/JSONCoding.h"
 #include "Base/Record.h"
+#include "Base/SharedText.h"
+#include "Base/StringTable.h"
 #include "StorageEngine/Places/RootPathIndex.h"
 
 namespace tidyro {
@@ -60,6 +62,10 @@ class SafetyPolicyContext {
     /// that was read back all items count as used by processes that are not seen.
     explicit SafetyPolicyContext(SafetyPolicyFacts facts, std::vector<FileURL> choosable = {},
                                  const std::optional<HiddenProcesses>& hidden = std::nullopt);
+    /// What people call the programs that the folders of running applications belong to, by the
+    /// paths of those folders. JSON does not hold them.
+    using Programs = StringMap<std::string>;
+    void setPrograms(const Programs& programs);
     /// The same with other facts.
     [[nodiscard]] SafetyPolicyContext with(SafetyPolicyFacts facts) const;
 
@@ -74,6 +80,9 @@ class SafetyPolicyContext {
     [[nodiscard]] const RootPathIndex& activeApplicationRootIndex() const {
         return activeApplicationRoots_;
     }
+    /// Why what lies in a folder of a running application has to stay, with the program to quit
+    /// where it is known.
+    [[nodiscard]] SharedText reasonOfActiveApplication(std::string_view path) const;
     [[nodiscard]] const RootPathIndex& additionalProtectedRootIndex() const {
         return additionalProtectedRoots_;
     }
@@ -92,6 +101,7 @@ class SafetyPolicyContext {
     std::vector<std::string> additionalProtectedRootPaths_;
     RootPathIndex activeApplicationRoots_;
     RootPathIndex additionalProtectedRoots_;
+    StringMap<SharedText> reasonsOfPrograms_; ///< by the applications' folders
     bool areProcessesHidden_;
     RootPathIndex hiddenApplicationFolders_;
     std::optional<std::string> ownVolume_;

@@ -16,10 +16,12 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #endif
 
 #include <gtest/gtest.h>
 
+#include "Platform/Files/FileMetadata.h"
 #include "Platform/Processes/RunningApplications.h"
 #ifdef __linux__
 #include "Platform/Linux/Processes/KernelFiles.h"
@@ -139,6 +141,48 @@ TEST(RunningApplications, AreToldByExecutableAndName) {
 }
 
 #ifdef __linux__
+
+TEST(RunningApplications, TellTheScriptOfAnInterpreter) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
+    const TemporaryFolder place;
+    place.file("applet");
+    place.link("link", "applet");
+    const std::string applet = place / "applet";
+    struct Case {
+        std::string program;
+        std::vector<std::string> words;
+        bool isTold;
+    };
+    for (const Case& one : std::vector<Case>{{"python3.11", {applet}, true},
+                                             {"pypy", {"-Es", "-O", place / "link", "-x"}, true},
+                                             {"python3", {"-W", applet}, false},
+                                             {"python3", {"-c", applet}, false},
+                                             {"python3", {"-m", "x", applet}, false},
+                                             {"python3", {"applet"}, false},
+                                             {"python3", {place / "gone"}, false},
+                                             {"python3", {}, false},
+                                             {"pythonista", {applet}, false}}) {
+        const std::string program = place / one.program;
+        std::filesystem::copy_file("/bin/true", program,
+                                   std::filesystem::copy_options::overwrite_existing);
+        const OtherProcess runner([&] {
+            std::vector<std::string> words = one.words;
+            words.insert(words.begin(), program);
+            std::vector<char*> arguments;
+            for (std::string& word : words) arguments.push_back(word.data());
+            arguments.push_back(nullptr);
+            // It stops before its first instruction.
+            if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(1);
+            ::execv(program.c_str(), arguments.data());
+        });
+        const auto running = LiveRunningApplications().running();
+        ASSERT_TRUE(running);
+        const auto found = std::ranges::find(*running, program, &RunningApplication::executable);
+        if (found == running->end()) GTEST_SKIP() << "processes cannot be stopped here";
+        EXPECT_EQ(found->script, one.isTold ? *realPath(applet) : "")
+            << one.program << " " << ::testing::PrintToString(one.words);
+    }
+}
 
 TEST(RunningProcesses, CountThoseThatMayNotBeRead) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";

@@ -14,6 +14,14 @@ namespace {
 
 using platform::RunningApplication;
 
+std::vector<std::string> foldersOf(const std::vector<RunningApplication>& running) {
+    std::vector<std::string> folders;
+    for (const auto& [folder, program] : ActiveApplications::owners(running)) {
+        folders.push_back(folder);
+    }
+    return folders;
+}
+
 bool covers(const std::vector<std::string>& folders, std::string_view place) {
     return std::ranges::any_of(folders, [&](const std::string& folder) {
         return path::isInsideOrEqual(place, path::standardized(folder));
@@ -65,11 +73,64 @@ TEST(ActiveApplications, OwnTheirFoldersWhileTheyRun) {
              {named("."), ".cache", false},
              {named("a/../../x"), "x", false}}) {
         const std::vector<RunningApplication> running{one.running};
-        EXPECT_EQ(covers(ActiveApplications::dataFolders(running), one.place), one.isOwned)
+        EXPECT_EQ(covers(foldersOf(running), one.place), one.isOwned)
             << one.running.executable << one.running.name << one.running.bundleIdentifier << " "
             << one.place;
     }
-    EXPECT_TRUE(ActiveApplications::dataFolders({}).empty());
+    EXPECT_TRUE(ActiveApplications::owners({}).empty());
+}
+
+TEST(ActiveApplications, AreTheScriptsOfTheSystemAndNotWhatRunsThem) {
+    struct Case {
+        std::string_view script;
+        std::string_view name; ///< of the process
+        std::string_view place;
+        bool isOwned;
+    };
+    constexpr std::string_view pips = ".cache/pip/http/x";
+    for (const Case& one : std::vector<Case>{
+             {"/usr/bin/blueman-applet", "blueman-applet", pips, false},
+             {"/usr/bin/blueman-applet", "python3", pips, false},
+             {"/usr/bin/blueman-applet", "python3.11", ".cache/blueman-applet/x", true},
+             {"/usr/share/panel/clock/main.py", "python3", ".cache/clock/x", true},
+             {"/usr/share/panel/clock/main.py", "python3", pips, false},
+             {"/usr/bin/blueman-applet", "python3", ".cache/huggingface/hub", true},
+             {"/usr/bin/pip3.11", "pip3.11", pips, true},
+             {"/usr/bin/jupyter-lab", "python3", pips, true},
+             {"/usr/bin/renamed", "pip", pips, true},
+             // Whatever a person installs or writes may be any tool.
+             {"/usr/local/bin/applet", "python3", pips, true},
+             {"/opt/applet/applet", "python3", pips, true},
+             {"/home/ada/applet.py", "applet.py", pips, true},
+             {"/usr/lib/python3/dist-packages/x/__main__.py", "python3", pips, true},
+             {"/usr/binary/applet", "python3", pips, true},
+             {"", "python3", pips, true}}) {
+        for (const char* executable : {"/usr/bin/python3.11", "/usr/bin/python3.11 (deleted)"}) {
+            const RunningApplication running{.bundleIdentifier = {},
+                                             .executable = executable,
+                                             .name = std::string(one.name),
+                                             .script = std::string(one.script)};
+            EXPECT_EQ(covers(foldersOf({running}), one.place), one.isOwned)
+                << one.script << " " << one.name << " " << one.place;
+        }
+    }
+    // The executable of another person's process is not told.
+    EXPECT_FALSE(covers(foldersOf({{.bundleIdentifier = {},
+                                    .executable = {},
+                                    .name = "python3",
+                                    .script = "/usr/bin/networkd-dispatcher"}}),
+                        pips));
+    const auto owners = ActiveApplications::owners(std::vector<RunningApplication>{
+        {.bundleIdentifier = {}, .executable = "/usr/bin/uv", .name = "uv"},
+        {.bundleIdentifier = {},
+         .executable = "/usr/bin/python3",
+         .name = "python3",
+         .script = "/home/ada/train\n.py"},
+        {.bundleIdentifier = {}, .executable = {}, .name = "cargo"}});
+    EXPECT_EQ(owners.at(".cache/pip").substr(0, 5), "train");
+    EXPECT_EQ(owners.at(".cache/pip").find('\n'), std::string::npos);
+    EXPECT_EQ(owners.at(".cache/uv"), owners.at(".cache/pip")) << "the first in the alphabet";
+    EXPECT_EQ(owners.at(".cargo"), "cargo");
 }
 
 /// Places that all programs share: who else but the files in use should say that one is?

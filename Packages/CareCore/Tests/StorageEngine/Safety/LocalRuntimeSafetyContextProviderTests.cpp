@@ -74,6 +74,10 @@ TEST(LocalRuntimeSafetyContextProvider, GathersEveryPieceOnce) {
     const auto inHome = [&](const char* place) { return machine.home.appending(place).path(); };
     EXPECT_TRUE(context->activeApplicationRootIndex().contains(inHome(".cargo/registry/x")));
     EXPECT_FALSE(context->activeApplicationRootIndex().contains(inHome(".npm/x")));
+    EXPECT_EQ(context->reasonOfActiveApplication(inHome(".cargo/registry/x")).text(),
+              "Data belonging to an active application remains protected. Quit cargo first.");
+    EXPECT_EQ(context->with(facts).reasonOfActiveApplication(inHome(".cargo")),
+              context->reasonOfActiveApplication(inHome(".cargo/registry/x")));
     EXPECT_TRUE(context->additionalProtectedRootIndex().contains("/kept/x"));
     EXPECT_TRUE(context->additionalProtectedRootIndex().contains(inHome(".ssh/id")));
     EXPECT_EQ(machine.processes.timesAsked, 1);
