@@ -8,6 +8,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "Base/UnicodeText.h"
+
 namespace tidyro {
 
 /// A fixed table from short lower-case words to values, made at compile time. Names are looked up
@@ -45,13 +47,10 @@ class LowercaseTable {
   private:
     static constexpr std::size_t size = std::bit_ceil(Rows * 3);
 
-    [[nodiscard]] static constexpr char lower(char byte) noexcept {
-        return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
-    }
     [[nodiscard]] static constexpr std::size_t hashed(std::string_view word) noexcept {
         std::uint32_t hash = 2'166'136'261U; // FNV-1a
         for (const char byte : word) {
-            hash = (hash ^ static_cast<unsigned char>(lower(byte))) * 16'777'619U;
+            hash = (hash ^ static_cast<unsigned char>(lowerASCII(byte))) * 16'777'619U;
         }
         return hash ^ hash >> 15;
     }
@@ -59,7 +58,7 @@ class LowercaseTable {
                                                std::string_view word) noexcept {
         if (name.size() != word.size()) return false;
         for (std::size_t i = 0; i < name.size(); ++i) {
-            if (lower(name[i]) != word[i]) return false;
+            if (lowerASCII(name[i]) != word[i]) return false;
         }
         return true;
     }

@@ -47,7 +47,7 @@ class LoweredPath {
         for (std::size_t i = 0; i < path.size(); ++i) {
             const char byte = path[i];
             if ((byte & 0x80) != 0) return false;
-            inline_[i] = byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
+            inline_[i] = lowerASCII(byte);
         }
         text_ = {inline_.data(), path.size()};
         return true;

@@ -109,9 +109,7 @@ std::string lowercased(std::string_view bytes) {
     std::string text;
     text.reserve(bytes.size());
     if (isASCII(bytes)) {
-        for (const char byte : bytes) {
-            text += byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
-        }
+        for (const char byte : bytes) text += lowerASCII(byte);
         return text;
     }
     const std::string repaired = repairedUTF8(bytes);

@@ -11,6 +11,11 @@ namespace tidyro {
 /// Whether no byte is 0x80 or above. Reads all of them, many at once.
 [[nodiscard]] bool isASCII(std::string_view bytes);
 
+/// A letter of ASCII in lower case; any other byte as it is.
+[[nodiscard]] constexpr char lowerASCII(char byte) noexcept {
+    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
+}
+
 /// One code point in UTF-8; U+FFFD for one that does not exist.
 [[nodiscard]] std::string utf8Text(char32_t codePoint);
 

@@ -9,14 +9,13 @@
 #include <string_view>
 #include <vector>
 
+#include "Base/UnicodeText.h"
+
 namespace tidyro {
 
 /// Whether a text before a colon names this field, in any case. `name` is in lower case.
 [[nodiscard]] constexpr bool isFieldName(std::string_view text, std::string_view name) {
-    const auto lower = [](char byte) {
-        return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
-    };
-    return std::ranges::equal(text, name, {}, lower);
+    return std::ranges::equal(text, name, {}, lowerASCII);
 }
 
 /// Whether a text before a colon names a field that says how a text matches. Several of them may
