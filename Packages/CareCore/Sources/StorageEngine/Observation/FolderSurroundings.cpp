@@ -96,12 +96,11 @@ FolderSurroundings FolderSurroundingsFinder::readUpwards(std::string_view folder
     FolderSurroundings found{};
     std::vector<std::string> unknown;
     for (std::string_view at = folder;; at = path::parent(at)) {
-        std::string one(at);
-        if (const auto known = read_.find(one); known != read_.end()) {
+        if (const auto known = read_.find(at); known != read_.end()) {
             found = known->second;
             break;
         }
-        unknown.push_back(std::move(one));
+        unknown.emplace_back(at);
         if (at == "/" || (isInHome && isHome(at))) break;
     }
     for (auto at = unknown.rbegin(); at != unknown.rend(); ++at) {

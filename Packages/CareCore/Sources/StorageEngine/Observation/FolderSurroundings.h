@@ -2,9 +2,9 @@
 
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 #include "Base/FileURL.h"
+#include "Base/StringTable.h"
 
 namespace tidyro {
 
@@ -53,8 +53,8 @@ class FolderSurroundingsFinder {
 
     std::string home_;
     std::string realHome_;
-    std::unordered_map<std::string, FolderSurroundings> answers_;
-    std::unordered_map<std::string, FolderSurroundings> read_; ///< of `readUpwards`
+    StringMap<FolderSurroundings> answers_;
+    StringMap<FolderSurroundings> read_; ///< of `readUpwards`
 };
 
 /// Whether a path says by its names alone that it lies in a backup.

@@ -42,10 +42,10 @@ std::optional<KeptFolders::Reason> KeptFolders::reason(const platform::ItemIdent
 
 std::optional<KeptFolders::Reason> KeptFolders::reasonInside(std::string_view path) {
     if (path == "/") return std::nullopt;
-    std::string folder(path);
-    if (const auto known = known_.find(folder); known != known_.end()) return known->second;
+    if (const auto known = known_.find(path); known != known_.end()) return known->second;
     if (known_.size() >= maxRememberedFolders) known_.clear();
     auto found = reasonInside(path::parent(path));
+    std::string folder(path);
     if (!found) {
         const auto seen = platform::fileMetadata(folder);
         if (!seen) found = Reason::unreadable;

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
+#include "Base/StringTable.h"
 #include "Platform/Folders/FolderReading.h"
 
 namespace tidyro {
@@ -60,7 +60,7 @@ class KeptFolders {
                                             std::string_view path) const;
 
     std::unordered_map<platform::ItemIdentity, Kept, Hash> folders_;
-    std::unordered_map<std::string, std::optional<Reason>> known_;
+    StringMap<std::optional<Reason>> known_;
 };
 
 } // namespace tidyro
