@@ -17,7 +17,7 @@ namespace {
 
 using Error = FindIndexPersistenceError;
 
-struct PersistenceErrorText {
+struct DescribePersistenceError {
     std::string operator()(const Error::UnsupportedVersion& found) const {
         return fmt::format("The index is of version {}, which this program does not know.",
                            found.version);
@@ -117,7 +117,7 @@ std::expected<void, SystemError> save(const FindIndexStorage& storage,
 } // namespace
 
 std::string FindIndexPersistenceError::description() const {
-    return std::visit(PersistenceErrorText{}, kind);
+    return std::visit(DescribePersistenceError{}, kind);
 }
 
 FileURL FindIndexPersistence::defaultURL() {
