@@ -1,8 +1,9 @@
+#include "Rooms/Duplicates/Search/CopyStorage.h"
+
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,15 +12,16 @@
 #include <gtest/gtest.h>
 
 #include "Rooms/Duplicates/Choosing/DuplicatesModel.h"
-#include "Rooms/Duplicates/Search/DuplicateEngine.h"
+#include "Rooms/Duplicates/Search/QuietSearch.h"
 #include "Support/OtherCircumstances.h"
-#include "Support/QuietMachine.h"
 
 namespace tidyro {
 namespace {
 
 using testing::MountedImage;
+using testing::quietEngine;
 using testing::runQuietly;
+using testing::searching;
 using testing::TemporaryFolder;
 
 std::uint64_t freeBytes(const TemporaryFolder& place) {
@@ -50,11 +52,7 @@ struct Claims {
 
 /// What is said of a copy in a folder, when nothing holds it back.
 Claims claimsFor(const std::string& folder, const std::string& name, const TemporaryFolder& place) {
-    const DuplicateEngine engine(DuplicateEngine::Settings{.context = [] {
-        return std::make_shared<const SafetyPolicyContext>(testing::quietMachine());
-    }});
-    auto report = engine.run(
-        {.roots = {FileURL::folder(place / folder)}, .home = FileURL::folder("/nowhere/ada")});
+    auto report = quietEngine().run(searching(TemporaryFolder(place / folder)));
     if (!report || report->groups.empty()) return {};
     DuplicateGroup& group = report->groups.front();
     for (DuplicateCopy& copy : group.copies) copy.heldBecause.reset();
@@ -162,6 +160,50 @@ TEST(CopyStorage, ClaimsOfCompressedCopiesWhatTheyTake) {
         EXPECT_GT(claim, isAskedByRoot ? freed * 9 / 10 : 200'000);
     }
 }
+
+/// What two kinds of file systems that share blocks have in common.
+void checkClones(const std::string& type) {
+    const auto image = MountedImage::make(type);
+    if (image == nullptr) GTEST_SKIP() << "cannot mount a " << type << " image here";
+    const TemporaryFolder& place = image->folder();
+    const auto clone = [&](const std::string& from, const std::string& to) {
+        return runQuietly("cp --reflink=always " + (place / from) + " " + (place / to));
+    };
+    place.noise("pair/a", 500'000, 1);
+    place.noise("three/a", 500'000, 2);
+    place.noise("three/other", 500'000, 2);
+    place.noise("written/a", 500'000, 3);
+    place.noise("written/copy", 500'000, 3);
+    ASSERT_TRUE(clone("pair/a", "pair/b"));
+    ASSERT_TRUE(clone("three/a", "three/b"));
+    ASSERT_TRUE(clone("written/a", "written/b"));
+    // The same contents again, but in blocks of its own.
+    ASSERT_TRUE(runQuietly("dd if=" + (place / "written/copy") + " of=" + (place / "written/b") +
+                           " conv=notrunc && sync"));
+    place.hole("holes/a", 10'000'000);
+    place.hole("holes/b", 10'000'000);
+    place.noise("sparse/a", 300'000, 4);
+    ASSERT_TRUE(runQuietly("truncate -s 5000000 " + (place / "sparse/a")));
+    ASSERT_TRUE(clone("sparse/a", "sparse/b"));
+    const auto report = quietEngine().run(searching(place));
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->cloneOnlyGroups, 3) << "nothing but holes takes nothing";
+    ASSERT_EQ(report->groups.size(), 2U);
+    const auto storages = [&](const std::string& folder) {
+        std::vector<std::int64_t> numbers;
+        for (const DuplicateGroup& group : report->groups) {
+            if (!group.copies.front().path.starts_with(place / folder)) continue;
+            for (const DuplicateCopy& copy : group.copies) numbers.push_back(copy.storage);
+        }
+        return numbers;
+    };
+    EXPECT_EQ(storages("three"), (std::vector<std::int64_t>{0, 0, 1}));
+    EXPECT_EQ(storages("written"), (std::vector<std::int64_t>{0, 1, 2}));
+    EXPECT_EQ(report->wastedBytes(), 3U * 500'000U);
+}
+
+TEST(CopyStorage, TellsClonesOnBtrfs) { checkClones("btrfs"); }
+TEST(CopyStorage, TellsClonesOnXFS) { checkClones("xfs"); }
 
 } // namespace
 } // namespace tidyro

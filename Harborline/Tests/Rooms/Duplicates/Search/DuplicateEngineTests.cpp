@@ -2,48 +2,26 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <map>
 #include <random>
 #include <set>
 #include <sstream>
-#include <thread>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "Base/JSONRecords.h"
-#include "Platform/Files/FileLease.h"
 #include "Platform/Files/FileMetadata.h"
-#include "Platform/Machine/OperatingSystem.h"
-#include "Platform/Mounts/Volumes.h"
-#include "Rooms/Duplicates/Choosing/DuplicatesModel.h"
-#include "StorageEngine/PickedItems/DiskItemRefusal.h"
+#include "Rooms/Duplicates/Search/QuietSearch.h"
 #include "Support/OtherCircumstances.h"
-#include "Support/QuietMachine.h"
 
 namespace tidyro {
 namespace {
 
+using testing::quietEngine;
+using testing::searching;
 using testing::TemporaryFolder;
-
-std::shared_ptr<const SafetyPolicyContext> quietContext() {
-    return std::make_shared<const SafetyPolicyContext>(testing::quietMachine());
-}
-
-DuplicateEngine engine(std::function<void()> afterListing = nullptr) {
-    return DuplicateEngine(DuplicateEngine::Settings{
-        .context = quietContext, .progressInterval = 0, .afterListing = std::move(afterListing)});
-}
-
-/// Until a change to a file gets another date than one that was made before.
-void waitForTheNextDate() { std::this_thread::sleep_for(std::chrono::milliseconds(50)); }
-
-DuplicateSearchOptions searching(const TemporaryFolder& place) {
-    return {.roots = {FileURL::folder(place.path())}, .home = FileURL::folder("/nowhere/ada")};
-}
 
 std::string contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -119,7 +97,7 @@ TEST(DuplicateEngine, FindsWhatComparingEverythingFinds) {
             }
             names.insert(name);
         }
-        const auto report = engine().run(searching(place));
+        const auto report = quietEngine().run(searching(place));
         ASSERT_TRUE(report);
         EXPECT_EQ(told(*report, place), naively(names, place)) << "seed " << seed;
         EXPECT_EQ(report->filesLookedAt, std::ssize(names));
@@ -151,7 +129,7 @@ TEST(DuplicateEngine, TreatsAllNamesOfAFileAsOne) {
     place.file("b/one", "contents");
     for (int i = 0; i < 300; ++i) place.hardLink(fmt::format("b/name{:03}", i), "b/one");
     place.hardLink("a", "b/one");
-    const auto alone = engine().run(searching(place));
+    const auto alone = quietEngine().run(searching(place));
     EXPECT_TRUE(alone->groups.empty());
     EXPECT_EQ(alone->hardLinkedFiles, 301);
 
@@ -159,7 +137,7 @@ TEST(DuplicateEngine, TreatsAllNamesOfAFileAsOne) {
     auto options = searching(place);
     options.roots = {FileURL::folder(place / "b"), FileURL::folder(place.path() + "//b/"),
                      FileURL::folder(place.path())}; // one in another, one twice
-    const auto report = engine().run(options);
+    const auto report = quietEngine().run(options);
     ASSERT_EQ(report->groups.size(), 1U);
     const DuplicateGroup& group = report->groups.front();
     EXPECT_EQ(group.copies[0].path, place / "a") << "the first of its names";
@@ -209,7 +187,7 @@ TEST(DuplicateEngine, DropsWhatIsNotWhatWasListed) {
         const TemporaryFolder place;
         place.file("a", text);
         place.file("d/b", text);
-        const auto report = engine([&] { change.make(place); }).run(searching(place));
+        const auto report = quietEngine([&] { change.make(place); }).run(searching(place));
         ASSERT_TRUE(report) << change.what;
         EXPECT_EQ(!report->groups.empty(), change.stays) << change.what;
     }
@@ -227,7 +205,7 @@ TEST(DuplicateEngine, NoticesWhatIsWrittenAfterItWasRead) {
     // set back.
     bool isDone = false;
     const auto report =
-        engine().run(searching(place), nullptr, [&](const DuplicateProgress& progress) {
+        quietEngine().run(searching(place), nullptr, [&](const DuplicateProgress& progress) {
             const bool isLarge = progress.currentPath.find("large") != std::string::npos;
             if (isDone || !isLarge || progress.phase != DuplicateProgress::Phase::verifying) return;
             isDone = true;
@@ -255,276 +233,35 @@ TEST(DuplicateEngine, LooksOnlyWhereItMay) {
     options.skipping = {place / "left out"};
     options.skippingContentsOf = {place / "named only"};
     const Groups expected{{"a", "b", "deep/e"}, {"hole1", "hole2"}};
-    const auto walked = engine().run(options);
+    const auto walked = quietEngine().run(options);
     EXPECT_EQ(told(*walked, place), expected);
     EXPECT_EQ(walked->filesLookedAt, 5);
 
     const auto tree = DiskTreeScanner().scan(FileURL::folder(place.path()));
     ASSERT_TRUE(tree);
-    const auto fromTree = engine().run(options, &*tree);
+    const auto fromTree = quietEngine().run(options, &*tree);
     EXPECT_EQ(told(*fromTree, place), expected);
     EXPECT_EQ(fromTree->filesLookedAt, 5);
     const DiskTree without = tree->removing({place / "deep"});
-    EXPECT_EQ(told(*engine().run(options, &without), place),
+    EXPECT_EQ(told(*quietEngine().run(options, &without), place),
               (Groups{{"a", "b"}, {"hole1", "hole2"}}));
 
     options.minimumBytes = UINT64_MAX;
-    EXPECT_EQ(engine().run(options)->filesLookedAt, 0);
+    EXPECT_EQ(quietEngine().run(options)->filesLookedAt, 0);
     options.roots = {FileURL::folder(place / "none")};
-    EXPECT_FALSE(engine().run(options));
+    EXPECT_FALSE(quietEngine().run(options));
     // A volume of the system need not be there.
     options.roots = {FileURL::folder(place.path())};
     options.includeSystemVolumes = true;
-    EXPECT_TRUE(engine().run(options));
-}
-
-TEST(DuplicateEngine, HoldsCopiesThatMustStay) {
-    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    const TemporaryFolder place;
-    const auto seen = platform::fileMetadata(place.path());
-    for (const char* name : {"home/letters/a", "home/Tool.app/Contents/a", "outside/a", "system/a",
-                             "home/projects/.git/a", "home/.ssh/a"}) {
-        place.file(name, "same");
-        place.times(name, 1'600'000'000, 1'600'000'000);
-    }
-    waitForTheNextDate();
-    DuplicateSearchOptions options{
-        .roots = {FileURL::folder(place / "home"), FileURL::folder(place / "system")},
-        .includeSystemVolumes = true,
-        .home = FileURL::folder(place / "home")};
-    options.systemVolumeRoots = {FileURL::folder(place / "system")};
-    const auto tree = DiskTreeScanner().scan(FileURL::folder(place.path()));
-    const auto volume = platform::LiveVolumes().mounted();
-    ASSERT_TRUE(seen && tree && volume);
-    const auto identifier = platform::volumeOf(*seen, *volume);
-    const DuplicateEngine judging(DuplicateEngine::Settings{.context = [&] {
-        SafetyPolicyFacts facts = testing::quietMachine();
-        if (identifier != nullptr) {
-            facts.internalLocalVolumeIdentifiers.insert(identifier->identifier);
-        }
-        facts.additionalProtectedRoots = {FileURL::folder(place / "home/.ssh")};
-        return std::make_shared<const SafetyPolicyContext>(std::move(facts));
-    }});
-    const auto report = judging.run(options, &*tree);
-    ASSERT_TRUE(report);
-    ASSERT_EQ(report->groups.size(), 1U);
-    std::map<std::string, std::string> held;
-    for (const DuplicateCopy& copy : report->groups.front().copies) {
-        held[copy.path.substr(place.path().size() + 1)] = copy.heldBecause.value_or("");
-        EXPECT_EQ(copy.isSystem, copy.path == place / "system/a");
-    }
-    EXPECT_EQ(held["home/Tool.app/Contents/a"],
-              "Inside an app or library, which would break without it.");
-    EXPECT_EQ(held["system/a"], platform::systemText(SystemText::belongsToSystem));
-    EXPECT_EQ(held["outside/a"], explanation(DiskItemRefusal::outsideChosenFolders));
-    EXPECT_EQ(held["home/projects/.git/a"], explanation(DiskItemRefusal::repositoryData));
-    EXPECT_EQ(held["home/.ssh/a"], explanation(DiskItemRefusal::protectedPlace));
-    EXPECT_EQ(held["home/letters/a"], "") << "this one may go";
-
-    // Without a view of what runs nothing may.
-    const auto blind = DuplicateEngine(DuplicateEngine::Settings{.context = [] {
-                           return nullptr;
-                       }}).run(options, &*tree);
-    for (const DuplicateCopy& copy : blind->groups.front().copies) {
-        EXPECT_TRUE(copy.heldBecause) << copy.path;
-    }
-}
-
-/// What a search on a quiet machine says of each copy of a made home: its place, whether others may
-/// go because it stays ("!" if not) and whether it is held (the first words of the reason).
-class MadeHome {
-  public:
-    void file(const std::string& name, const std::string& contents = "same") const {
-        place.file("home/" + name, contents);
-        place.times("home/" + name, 1'600'000'000, 1'600'000'000);
-    }
-    [[nodiscard]] std::map<std::string, std::string> judged() {
-        waitForTheNextDate();
-        const auto volume = platform::LiveVolumes().mounted();
-        const auto* own = platform::volumeOf(*platform::fileMetadata(home()), *volume);
-        if (own != nullptr) facts.internalLocalVolumeIdentifiers.insert(own->identifier);
-        const DuplicateEngine judging(DuplicateEngine::Settings{
-            .context = [&] { return std::make_shared<const SafetyPolicyContext>(facts); }});
-        const auto report =
-            judging.run({.roots = {FileURL::folder(searched.empty() ? home() : searched)},
-                         .home = FileURL::folder(home())});
-        std::map<std::string, std::string> found;
-        for (const DuplicateGroup& group : report->groups) {
-            const auto states = DuplicatesModel().states(group, {});
-            for (std::size_t i = 0; i < group.copies.size(); ++i) {
-                const DuplicateCopy& copy = group.copies[i];
-                std::string text(rawValue(copy.standing->place));
-                if (!copy.standing->isReason) text += "!";
-                text += " " + toJSON(states[i]).begin().key();
-                if (copy.heldBecause) text += ": " + copy.heldBecause->substr(0, 16);
-                found[copy.path.substr(home().size() + 1)] = text;
-            }
-        }
-        return found;
-    }
-    [[nodiscard]] std::string home() const { return place / "home"; }
-
-    TemporaryFolder place;
-    SafetyPolicyFacts facts = testing::quietMachine();
-    std::string searched; ///< the home where it is empty
-};
-
-TEST(DuplicateEngine, RanksThePlacesOfCopiesAndHoldsProgramsParts) {
-    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    using Judged = std::map<std::string, std::string>;
-    const std::string hidden = "disposable held: In a hidden fold";
-    const std::string store = "disposable held: Part of a store ";
-    const std::string environment = "disposable held: Part of an envir";
-    const std::string project = "own held: Part of a projec";
-    MadeHome made;
-    made.place.file("home/.git/HEAD"); // settings of the home, which make it no project
-    made.place.file("home/package.json");
-    made.place.file("home/.config/user-dirs.dirs", "XDG_DESKTOP_DIR=\"$HOME/Schirm\"\n");
-    Judged expected{{"Documents/a", "own kept"},
-                    {"Documents/report/b", "own extra"},
-                    {"Photos/a", "own extra"},
-                    {"Downloads/a", "landing extra"},
-                    {"Desktop/a", "landing extra"},
-                    {"Schirm/a", "landing extra"},
-                    {"Documents/tmp/a", "disposable extra"},
-                    {"Documents/build/a", "disposable extra"},
-                    {".cache/app/a", hidden},
-                    {".local/share/app/a", hidden},
-                    {".hidden", hidden},
-                    {"snap/a/common/a", hidden},
-                    {"go/pkg/mod/m/a", store},
-                    {"code/lib/site-packages/a", store},
-                    {"code/node_modules/m/a", store},
-                    {"miniconda3/lib/a", store},
-                    {"tools/env/lib/a", environment},
-                    {"code/app/src/a", project}};
-    made.place.file("home/tools/env/pyvenv.cfg");
-    made.place.file("home/code/app/Cargo.toml");
-    int number = 0;
-    for (const char* mark : {".git", ".hg", ".jj", ".svn", "_darcs", ".bzr", ".pijul", ".sl",
-                             ".fslckout", "_FOSSIL_"}) {
-        const std::string folder = fmt::format("code/{}", ++number);
-        made.place.file("home/" + folder + "/" + mark + (number < 9 ? "/x" : ""));
-        expected[folder + "/deep/a"] = project;
-    }
-    for (const auto& [name, judged] : expected) made.file(name);
-    made.place.times("home/Documents/a", 1'500'000'000, 1'500'000'000);
-    // Dates of birth cannot be set, so the newest rule tells nothing here: only places differ.
-    Judged found = made.judged();
-    for (Judged* one : {&expected, &found}) {
-        for (auto& [name, judged] : *one) {
-            if (judged == "own kept") judged = "own extra"; // chance of birth decides among equals
-        }
-    }
-    EXPECT_EQ(found, expected);
-}
-
-TEST(DuplicateEngine, LeavesOutTheTrash) {
-    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    MadeHome made;
-    for (const char* name : {"Documents/a", ".local/share/Trash/files/a", ".Trash/a",
-                             "Disk/.Trash-1000/files/a", "Disk/.Trashes/501/a"}) {
-        made.file(name);
-    }
-    EXPECT_TRUE(made.judged().empty());
-    made.searched = made.home() + "/.local/share/Trash";
-    made.file(".local/share/Trash/files/b");
-    EXPECT_TRUE(made.judged().empty());
-    made.searched.clear();
-    made.file("Documents/Trash/a"); // a name like any other there
-    EXPECT_EQ(made.judged().size(), 2U);
-}
-
-TEST(DuplicateEngine, TakesNoCopyForAReasonThatMayVanishOrChange) {
-    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    using Judged = std::map<std::string, std::string>;
-    MadeHome made;
-    // Each older than the copy in Documents, which would be the extra one by its date.
-    made.file("Archive/x.backupdb/a", "1");
-    made.file("Documents/a", "1");
-    made.file("Lists/b.sqlite", "2");
-    made.file("Documents/b", "2");
-    made.file("Dropbox/c", "3");
-    made.file("Documents/c", "3");
-    EXPECT_EQ(made.judged(), (Judged{{"Archive/x.backupdb/a", "own! held: This is a backup"},
-                                     {"Documents/a", "own kept"},
-                                     {"Lists/b.sqlite", "own! held: This is a databa"},
-                                     {"Documents/b", "own kept"},
-                                     {"Dropbox/c", "own! held: This is kept in "},
-                                     {"Documents/c", "own kept"}}));
-}
-
-TEST(DuplicateEngine, HoldsAllCopiesOfAFileInUseAndOfPrograms) {
-    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    for (const bool isOpen : {false, true}) {
-        MadeHome made;
-        for (const char* name : {"Documents/a", "Pictures/a", "Videos/a"}) made.file(name);
-        if (isOpen) made.facts.openByProcessPaths.insert(made.home() + "/Videos/a");
-        std::size_t held = 0;
-        for (const auto& [name, judged] : made.judged()) held += judged.find(": ") < 99 ? 1U : 0U;
-        EXPECT_EQ(held, isOpen ? 3U : 0U);
-    }
-    for (const std::string_view beginning :
-         {std::string_view("\x7F"
-                           "ELF"),
-          std::string_view("#!/bin/sh"), std::string_view("\xCF\xFA\xED\xFE"),
-          std::string_view("\xCA\xFE\xBA\xBE")}) {
-        MadeHome made;
-        made.file("Documents/a", std::string(beginning) + " and more");
-        made.file("Documents/b", std::string(beginning) + " and more");
-        for (const auto& [name, judged] : made.judged()) {
-            EXPECT_NE(judged.find(": This is a progr"), judged.npos) << judged;
-        }
-    }
-}
-
-TEST(DuplicateEngine, HoldsAllCopiesOfAFileThatIsOpenByAnotherName) {
-    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    MadeHome made;
-    // The policy looks no further at a part of a backup, and finds the others free.
-    for (const char* name : {"Documents/a", "Pictures/a", "Archive/x.backupdb/a"}) made.file(name);
-    made.place.hardLink("elsewhere", "home/Archive/x.backupdb/a");
-    waitForTheNextDate();
-    const auto heldBesideTheBackup = [&] {
-        std::size_t held = 0;
-        for (const auto& [name, judged] : made.judged()) {
-            if (judged.find(": A program has") != judged.npos) ++held;
-        }
-        return held;
-    };
-    EXPECT_EQ(heldBesideTheBackup(), 0U);
-    const std::fstream writer(made.place / "elsewhere");
-    const auto folder = platform::FolderDescriptor::openRoot(made.place.path());
-    if (platform::fileUse(*folder, "elsewhere") != platform::FileUse::inUse) {
-        GTEST_SKIP() << "this file system does not tell who has a file open";
-    }
-    EXPECT_EQ(heldBesideTheBackup(), 2U);
-}
-
-TEST(DuplicateEngine, HoldsWhatWasChangedWithinTheStepOfItsDate) {
-    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    MadeHome made;
-    made.file("Documents/a");
-    made.file("Documents/b");
-    std::map<std::string, std::string> found;
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        found = made.judged();
-        EXPECT_EQ(found.size(), 2U);
-        for (const auto& [name, judged] : found) EXPECT_EQ(judged.find('!'), judged.npos) << judged;
-        // The same length, right before reading begins.
-        const auto report =
-            engine([&] { made.place.file("home/Documents/a", "same"); }).run(searching(made.place));
-        ASSERT_EQ(report->groups.size(), 1U);
-        EXPECT_FALSE(report->groups[0].copies[0].standing->isReason);
-    }
+    EXPECT_TRUE(quietEngine().run(options));
 }
 
 TEST(DuplicateEngine, TellsItsProgressAndStopsWhenAsked) {
     const TemporaryFolder place;
     for (unsigned i = 0; i < 300; ++i) place.noise(fmt::format("{}", i), 300'000, 1 + i % 2);
     std::vector<DuplicateProgress> all;
-    const auto report = engine().run(searching(place), nullptr,
-                                     [&](const DuplicateProgress& one) { all.push_back(one); });
+    const auto report = quietEngine().run(
+        searching(place), nullptr, [&](const DuplicateProgress& one) { all.push_back(one); });
     ASSERT_TRUE(report);
     EXPECT_EQ(report->groups.size(), 2U);
     for (std::size_t i = 1; i < all.size(); ++i) {
@@ -539,7 +276,7 @@ TEST(DuplicateEngine, TellsItsProgressAndStopsWhenAsked) {
 
     for (const auto phase : allCases<DuplicateProgress::Phase>()) {
         std::stop_source stopping;
-        const auto stopped = engine().run(
+        const auto stopped = quietEngine().run(
             searching(place), nullptr,
             [&](const DuplicateProgress& one) {
                 if (one.phase == phase) stopping.request_stop();
@@ -556,57 +293,13 @@ TEST(DuplicateEngine, LeavesOutWhatIsClosed) {
         for (const char* name : {"a", "b", "closed file", "closed/c"}) place.file(name, "same");
         place.permissions("closed file", 0);
         place.permissions("closed", 0);
-        const auto report = engine().run(searching(place));
+        const auto report = quietEngine().run(searching(place));
         place.permissions("closed", 0700);
         return fmt::format("{} {} {} {}", report->groups.size(), report->groups[0].copies.size(),
                            report->deniedFolders, report->unreadFiles.value_or(-1));
     });
     EXPECT_EQ(told, "1 2 1 1");
 }
-
-/// What two kinds of file systems that share blocks have in common.
-void checkClones(const std::string& type) {
-    const auto image = testing::MountedImage::make(type);
-    if (image == nullptr) GTEST_SKIP() << "cannot mount a " << type << " image here";
-    const TemporaryFolder& place = image->folder();
-    const auto clone = [&](const std::string& from, const std::string& to) {
-        return testing::runQuietly("cp --reflink=always " + (place / from) + " " + (place / to));
-    };
-    place.noise("pair/a", 500'000, 1);
-    place.noise("three/a", 500'000, 2);
-    place.noise("three/other", 500'000, 2);
-    place.noise("written/a", 500'000, 3);
-    place.noise("written/copy", 500'000, 3);
-    ASSERT_TRUE(clone("pair/a", "pair/b"));
-    ASSERT_TRUE(clone("three/a", "three/b"));
-    ASSERT_TRUE(clone("written/a", "written/b"));
-    // The same contents again, but in blocks of its own.
-    ASSERT_TRUE(testing::runQuietly("dd if=" + (place / "written/copy") +
-                                    " of=" + (place / "written/b") + " conv=notrunc && sync"));
-    place.hole("holes/a", 10'000'000);
-    place.hole("holes/b", 10'000'000);
-    place.noise("sparse/a", 300'000, 4);
-    ASSERT_TRUE(testing::runQuietly("truncate -s 5000000 " + (place / "sparse/a")));
-    ASSERT_TRUE(clone("sparse/a", "sparse/b"));
-    const auto report = engine().run(searching(place));
-    ASSERT_TRUE(report);
-    EXPECT_EQ(report->cloneOnlyGroups, 3) << "nothing but holes takes nothing";
-    ASSERT_EQ(report->groups.size(), 2U);
-    const auto storages = [&](const std::string& folder) {
-        std::vector<std::int64_t> numbers;
-        for (const DuplicateGroup& group : report->groups) {
-            if (!group.copies.front().path.starts_with(place / folder)) continue;
-            for (const DuplicateCopy& copy : group.copies) numbers.push_back(copy.storage);
-        }
-        return numbers;
-    };
-    EXPECT_EQ(storages("three"), (std::vector<std::int64_t>{0, 0, 1}));
-    EXPECT_EQ(storages("written"), (std::vector<std::int64_t>{0, 1, 2}));
-    EXPECT_EQ(report->wastedBytes(), 3U * 500'000U);
-}
-
-TEST(DuplicateEngine, TellsClonesOnBtrfs) { checkClones("btrfs"); }
-TEST(DuplicateEngine, TellsClonesOnXFS) { checkClones("xfs"); }
 
 TEST(DuplicateEngine, SearchesARootThatIsMountedInAnother) {
     const auto said = testing::inMountNamespace([]() -> std::string {
@@ -620,7 +313,7 @@ TEST(DuplicateEngine, SearchesARootThatIsMountedInAnother) {
         auto options = searching(place);
         options.roots = {FileURL::folder(place / "outer"),
                          FileURL::folder(place / "outer/mounted")};
-        const auto report = engine().run(options);
+        const auto report = quietEngine().run(options);
         const std::size_t groups = report->groups.size();
         return testing::runQuietly("umount " + (place / "outer/mounted"))
                    ? fmt::format("{}", groups)
@@ -639,7 +332,7 @@ TEST(DuplicateEngine, KnowsAFileByTwoMounts) {
         auto options = searching(place);
         options.roots = {FileURL::folder(place / "other"), FileURL::folder(place / "again"),
                          FileURL::folder(place / "real")};
-        const auto report = engine().run(options);
+        const auto report = quietEngine().run(options);
         std::string text;
         for (const auto& copies : told(*report, place)) {
             for (const std::string& copy : copies) text += copy + " ";
