@@ -16,24 +16,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Base/PathText.h"
 #include "Base/RoomText.h"
 #include "Platform/Machine/OperatingSystem.h"
+#include "StorageEngine/DiskTree/ScannedTree.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {
 namespace {
 
 using Flags = DiskTree::Flags;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
+using testing::has;
+using testing::scanned;
 using testing::TemporaryFolder;
-
-DiskTree scanned(const std::string& path, const DiskTreeScanner& scanner = DiskTreeScanner()) {
-    auto tree = scanner.scan(FileURL::folder(path));
-    EXPECT_TRUE(tree.has_value()) << DiskTreeScanner::description(tree.error());
-    return *std::move(tree);
-}
 
 /// Every node's path below the root, with what is told of it.
 std::map<std::string, std::string> facts(const DiskTree& tree) {
@@ -48,12 +42,6 @@ std::map<std::string, std::string> facts(const DiskTree& tree) {
                                                                                        : "file");
     });
     return all;
-}
-
-bool has(const DiskTree& tree, const std::string& path, Flags::Flag flag) {
-    const auto node = tree.index(path);
-    EXPECT_TRUE(node.has_value()) << path;
-    return node && tree.flags(*node).contains(flag);
 }
 
 /// The same facts by the plainest recursion there is.
@@ -138,49 +126,6 @@ TEST(DiskTreeScanner, IsUsedAsItsHeaderShows) {
     place.file("one", "x");
     EXPECT_EQ(count(FileURL::folder(place.path())), "1 file");
     EXPECT_EQ(count(FileURL::file(place / "one")), place / "one" + " is not a folder.");
-}
-
-/// The paths that carry bytes, and what the whole tree holds.
-std::string carriers(const DiskTree& tree) {
-    std::vector<std::string> paths;
-    for (NodeNumber node = 1; node < tree.count(); ++node) {
-        if (!tree.isDirectory(node) && tree.size(node, {.onDisk = false}) > 0)
-            paths.push_back(tree.path(node));
-    }
-    std::ranges::sort(paths);
-    return fmt::format("{} in {}", tree.size(DiskTree::root, {.onDisk = false}),
-                       fmt::join(paths, " "));
-}
-
-TEST(DiskTreeScanner, CountsAFileWithSeveralNamesAtTheSmallestPath) {
-    const TemporaryFolder place;
-    // "/" comes behind "!" and "-", and before letters.
-    for (const char* folder : {"x", "a", "a!", "a-b", "a/b", "ab", "m/n/o", "m"}) {
-        place.folder(folder);
-    }
-    place.noise("x/two", 3'000);
-    for (const char* name : {"a/two", "a!/two", "a-b/two", "ab/two"}) place.hardLink(name, "x/two");
-    place.noise("m/n/o/deep", 500);
-    for (const char* name : {"m/n/p", "m/z", "m/n/o/e"}) place.hardLink(name, "m/n/o/deep");
-    place.noise("m/longer name", 70);
-    place.hardLink("m/longer", "m/longer name");
-    for (int i = 0; i < 300; ++i) {
-        const std::string first = fmt::format("many/{}/{}", i % 17, i);
-        place.file(first, "12345");
-        for (int k = 1; k < 4; ++k) {
-            const std::string more = fmt::format("many/{}/{} {}", (i * 7 + k * 5) % 17, i, k);
-            place.folder(std::string(path::parent(more)));
-            place.hardLink(more, first);
-        }
-    }
-    const std::string once = carriers(scanned(place.path(), DiskTreeScanner(1)));
-    for (const char* name : {"a!/two", "m/n/o/deep", "m/longer"}) {
-        EXPECT_THAT(once + " ", HasSubstr(place / name + " "));
-    }
-    EXPECT_THAT(once, StartsWith("5070 in"));
-    for (int round = 0; round < 15; ++round) {
-        EXPECT_EQ(carriers(scanned(place.path(), DiskTreeScanner(8))), once);
-    }
 }
 
 TEST(DiskTreeScanner, TellsEntriesApart) {
@@ -420,151 +365,6 @@ TEST(DiskTreeScanner, ReportsProgressAndClampsItsWorkers) {
     EXPECT_GE(DiskTreeScanner().workerCount, 4);
     EXPECT_LE(DiskTreeScanner().workerCount, 12);
 }
-
-TEST(DiskTreeScanner, StaysOnTheVolumeOfItsRoot) {
-    const TemporaryFolder place;
-    place.noise("elsewhere/large", 100'000);
-    place.folder("tree/mounted");
-    place.file("tree/mounted file");
-    const auto told = testing::inMountNamespace([&] {
-        if (!testing::bindMount(place / "elsewhere", place / "tree/mounted") ||
-            !testing::bindMount(place / "elsewhere/large", place / "tree/mounted file")) {
-            return std::string("no mount");
-        }
-        const DiskTree tree = scanned(place / "tree");
-        return fmt::format("{} nodes, {} bytes, {} {}", tree.count(),
-                           tree.size(0, {.onDisk = false}),
-                           has(tree, place / "tree/mounted", Flags::mountPoint),
-                           has(tree, place / "tree/mounted file", Flags::mountPoint));
-    });
-    if (!told) GTEST_SKIP() << "mount namespaces need root";
-    EXPECT_EQ(*told, "3 nodes, 0 bytes, true true");
-}
-
-TEST(DiskTreeScanner, ReadsAFolderThatIsMountedOntoItself) {
-    const TemporaryFolder place;
-    place.noise("elsewhere/large", 100'000);
-    place.noise("tree/a/mounted/once", 1'000);
-    place.noise("tree/a/mounted/in/twice", 2'000);
-    place.noise("tree/b/covered", 4'000);
-    const auto told = testing::inMountNamespace([&] {
-        const DiskTree before = scanned(place / "tree");
-        for (const char* at : {"tree/a/mounted", "tree/a/mounted", "tree/a/mounted/in", "tree/b"}) {
-            if (!testing::bindMount(place / at, place / at)) return std::string("no mount");
-        }
-        const DiskTree after = scanned(place / "tree");
-        // What lies elsewhere on this very file system is left out, and what is mounted in it.
-        if (!testing::bindMount(place / "elsewhere", place / "tree/b")) {
-            return std::string("no mount");
-        }
-        const DiskTree covered = scanned(place / "tree");
-        return fmt::format("{} {} {} {} {}", before.size(0, {.onDisk = false}),
-                           after.size(0, {.onDisk = false}), after.count() == before.count(),
-                           covered.size(0, {.onDisk = false}),
-                           has(covered, place / "tree/b", Flags::mountPoint));
-    });
-    if (!told) GTEST_SKIP() << "mount namespaces need root";
-    EXPECT_EQ(*told, "7000 7000 true 3000 true");
-}
-
-TEST(DiskTreeScanner, TellsAMountPointThatIsClosedFromAClosedFolder) {
-    const TemporaryFolder place;
-    place.folder("tree/mounted");
-    place.folder("closed elsewhere");
-    place.permissions("closed elsewhere", 0);
-    place.times("tree/mounted", 5, 5);
-    const auto told = testing::inMountNamespace([&] {
-        if (!testing::bindMount(place / "closed elsewhere", place / "tree/mounted") ||
-            ::setgid(65'534) != 0 || ::setuid(65'534) != 0) {
-            return std::string("no mount");
-        }
-        const DiskTree tree = scanned(place / "tree");
-        return fmt::format("{} denied, {}", tree.deniedCount(),
-                           has(tree, place / "tree/mounted", Flags::mountPoint));
-    });
-    if (!told) GTEST_SKIP() << "mount namespaces need root";
-    EXPECT_EQ(*told, "0 denied, true");
-}
-
-class SharedBlocks : public ::testing::TestWithParam<const char*> {};
-
-TEST_P(SharedBlocks, CountOnce) {
-    const auto image = testing::MountedImage::make(GetParam());
-    if (!image) GTEST_SKIP() << GetParam() << " images need root and its tools";
-    const TemporaryFolder& place = image->folder();
-    place.noise("original", 1'000'000);
-    place.noise("unlike", 1'000'000, 2);
-    place.noise("small", 100'000);
-    place.folder("copies");
-    const auto clones = [&](const std::string& from, const std::string& to) {
-        return testing::runQuietly("cp --reflink=always '" + place / from + "' '" + place / to +
-                                   "'");
-    };
-    ASSERT_TRUE(clones("original", "copies/clone") && clones("original", "grown") &&
-                clones("small", "small clone"));
-    // A program rewrites the middle of one clone, and all of another.
-    place.noise("machine", 4'194'304, 3);
-    ASSERT_TRUE(clones("machine", "machine middle") && clones("machine", "machine whole"));
-    const auto rewrite = [&](const char* name, const char* blocks) {
-        return testing::runQuietly("dd if=/dev/urandom of='" + place / name +
-                                   "' bs=64K conv=notrunc,fsync " + blocks);
-    };
-    ASSERT_TRUE(rewrite("machine middle", "seek=16 count=32") &&
-                rewrite("machine whole", "count=64"));
-    ASSERT_TRUE(testing::runQuietly("head -c 300000 '" + place / "unlike" + "' >> '" +
-                                    place / "grown" + "'; sync -f '" + place.path() + "'"));
-    const DiskTree tree = scanned(place.path());
-    const auto flag = [&](const char* name, Flags::Flag which) {
-        return has(tree, place / name, which);
-    };
-    EXPECT_TRUE(flag("original", Flags::sharedStorage));
-    EXPECT_TRUE(flag("copies/clone", Flags::sharedStorage));
-    EXPECT_FALSE(flag("copies/clone", Flags::extraClone)) << "the smaller path carries the blocks";
-    EXPECT_TRUE(flag("original", Flags::extraClone));
-    const auto onDisk = [&](const char* name) {
-        return tree.size(*tree.index(place / name), {.onDisk = true});
-    };
-    EXPECT_TRUE(flag("grown", Flags::extraClone));
-    // XFS takes room beforehand for a file that grows.
-    EXPECT_GE(onDisk("grown"), 300'000U);
-    EXPECT_LE(onDisk("grown"), 300'000U + 131'072U);
-    EXPECT_EQ(onDisk("machine"), 4'194'304U);
-    EXPECT_EQ(onDisk("machine middle"), 2'097'152U) << "what was rewritten";
-    EXPECT_EQ(onDisk("machine whole"), 4'194'304U) << "no clone any more";
-    EXPECT_FALSE(flag("unlike", Flags::sharedStorage));
-    EXPECT_FALSE(flag("small", Flags::sharedStorage)) << "below the size that is looked at";
-    const NodeNumber extra = *tree.index(place / "original");
-    EXPECT_EQ(tree.size(extra, {.onDisk = true}), 0U);
-    EXPECT_EQ(tree.size(extra, {.onDisk = false}), 1'000'000U);
-    EXPECT_EQ(tree.cloneSavings(DiskTree::root),
-              1'003'520 + (1'302'528 - onDisk("grown")) + (4'194'304 - onDisk("machine middle")));
-    EXPECT_TRUE(tree.hasSharedStorage());
-}
-
-TEST(DiskTreeScanner, EntersSubvolumesButNotReadOnlySnapshots) {
-    const auto image = testing::MountedImage::make("btrfs");
-    if (!image) GTEST_SKIP() << "btrfs images need root and its tools";
-    const TemporaryFolder& place = image->folder();
-    const auto subvolume = [&](const std::string& command) {
-        return testing::runQuietly("btrfs subvolume " + command);
-    };
-    ASSERT_TRUE(subvolume("create '" + place / "sub" + "'"));
-    place.noise("sub/file", 500'000);
-    ASSERT_TRUE(testing::runQuietly("sync -f '" + place.path() + "'"));
-    ASSERT_TRUE(subvolume("snapshot '" + place / "sub" + "' '" + place / "writable" + "'") &&
-                subvolume("snapshot -r '" + place / "sub" + "' '" + place / "kept" + "'"));
-    const DiskTree tree = scanned(place.path());
-    EXPECT_TRUE(tree.index(place / "sub/file"));
-    EXPECT_TRUE(tree.index(place / "writable/file"));
-    EXPECT_FALSE(tree.index(place / "kept/file")) << "its files are those of sub";
-    EXPECT_TRUE(has(tree, place / "kept", Flags::mountPoint));
-    EXPECT_FALSE(has(tree, place / "sub", Flags::mountPoint));
-    const std::uint64_t once = tree.size(*tree.index(place / "sub/file"), {.onDisk = true});
-    EXPECT_GE(once, 500'000U);
-    EXPECT_EQ(tree.size(DiskTree::root, {.onDisk = true}), once) << "shared by both, counted once";
-}
-
-INSTANTIATE_TEST_SUITE_P(DiskTreeScanner, SharedBlocks, ::testing::Values("btrfs", "xfs"));
 
 #ifdef __linux__
 TEST(DiskTreeScanner, ReadsProcWhileProcessesComeAndGo) {
