@@ -98,7 +98,7 @@ void writeText(const DuplicateReport& report, const DuplicatesModel& model,
     }
     const Sums sums = sumsOf(report, model);
     write(fmt::format("\n{}\n", copiesFoundText(report)));
-    write(fmt::format("{} may go, which frees up to {}; {} held.\n",
+    write(fmt::format("{} may go, which frees at least {}; {} held.\n",
                       RoomText::counted(sums.extraCopies, "copy", "copies"),
                       RoomText::bytes(sums.freedBytes),
                       RoomText::counted(sums.heldCopies, "copy is", "copies are")));

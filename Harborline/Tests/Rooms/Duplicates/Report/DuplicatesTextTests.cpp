@@ -53,7 +53,7 @@ TEST(DuplicatesText, TellsEveryCopyAndItsState) {
                         "    also named    /b/other\n"
                         "\n"
                         "1 set of copies, 4 MB taken by the extra copies, in 0.50 s.\n"
-                        "1 copy may go, which frees up to 2 MB; 1 copy is held.\n"
+                        "1 copy may go, which frees at least 2 MB; 1 copy is held.\n"
                         "2 further sets of copies share all their storage, so that removing any "
                         "would free nothing.\n"
                         "1 path is a further name of a file and counted once.\n");
@@ -73,7 +73,7 @@ TEST(DuplicatesText, TellsEveryCopyAndItsState) {
                         "on another volume"),
               text.npos)
         << text;
-    EXPECT_NE(text.find("0 copies may go, which frees up to Zero KB; 2 copies are held.\n"),
+    EXPECT_NE(text.find("0 copies may go, which frees at least Zero KB; 2 copies are held.\n"),
               text.npos)
         << text;
     EXPECT_EQ(documentOf(other, DuplicatesModel())["heldCopies"], 2);
