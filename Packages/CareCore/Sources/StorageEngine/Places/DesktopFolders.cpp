@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <string>
 #include <utility>
 
 #include "Base/PathText.h"
 #include "Platform/Files/DurableFile.h"
+#include "Platform/Folders/WellKnownFolders.h"
 
 namespace tidyro {
 
@@ -55,6 +57,18 @@ std::optional<std::string> pathIn(std::string_view text, const FileURL& home) {
     return path.starts_with('/') ? std::optional(path) : std::nullopt;
 }
 
+/// The folder that a line probably means which only a shell could work out: what follows the home,
+/// up to the first byte that is more than a name. None for a line that does not begin in the home.
+std::optional<std::string> guessedPath(std::string_view text, const FileURL& home) {
+    for (const std::string_view beginning : {"$HOME/", "${HOME}/", "~/"}) {
+        const std::size_t at = text.find(beginning);
+        if (at == std::string_view::npos) continue;
+        const std::string_view rest = text.substr(at + beginning.size());
+        return path::joined(home.path(), trimmed(rest.substr(0, rest.find_first_of("\"'$`\\;#"))));
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 std::optional<DesktopFolders> DesktopFolders::parse(std::string_view list, const FileURL& home) {
@@ -66,12 +80,13 @@ std::optional<DesktopFolders> DesktopFolders::parse(std::string_view list, const
         line = trimmed(line);
         if (line.starts_with('#') || line.find("XDG_") == std::string_view::npos) continue;
         const std::size_t sign = line.find('=');
-        if (!line.starts_with("XDG_") || sign == std::string_view::npos) return std::nullopt;
         const std::string_view name = trimmed(line.substr(0, sign));
-        if (!name.ends_with("_DIR")) continue;
+        if (sign == std::string_view::npos || !name.ends_with("_DIR")) continue;
         if (++count > maxListedFolders) return std::nullopt;
-        const auto path = pathIn(trimmed(line.substr(sign + 1)), home);
-        if (!path) return std::nullopt;
+        std::optional<std::string> path;
+        if (line.starts_with("XDG_")) path = pathIn(trimmed(line.substr(sign + 1)), home);
+        if (!path) path = guessedPath(line.substr(sign + 1), home);
+        if (!path) continue;
         FileURL folder = FileURL::folder(*path);
         if (path::isInsideOrEqual(home.path(), folder.path())) continue;
         auto& folders = name == "XDG_DOWNLOAD_DIR" ? found.downloads : found.personal;
@@ -82,11 +97,24 @@ std::optional<DesktopFolders> DesktopFolders::parse(std::string_view list, const
 }
 
 std::optional<DesktopFolders> DesktopFolders::read(const FileURL& home) {
-    const auto list =
-        platform::readWholeFile(home.appending(".config/user-dirs.dirs").path(), maxListBytes);
-    if (list) return parse(*list, home);
-    if (list.error().code == ENOENT || list.error().code == ENOTDIR) return DesktopFolders{};
-    return std::nullopt;
+    // The usual list counts as well when the environment names another one, since a folder too many
+    // costs nothing.
+    std::vector<std::string> lists{home.appending(".config/user-dirs.dirs").path()};
+    if (const auto settings = platform::movedFolders().settings) {
+        std::string moved = path::joined(path::standardized(*settings), "user-dirs.dirs");
+        if (moved != lists.front()) lists.push_back(std::move(moved));
+    }
+    DesktopFolders found;
+    for (const std::string& path : lists) {
+        const auto list = platform::readWholeFile(path, maxListBytes);
+        if (!list && (list.error().code == ENOENT || list.error().code == ENOTDIR)) continue;
+        auto folders = list ? parse(*list, home) : std::nullopt;
+        if (!folders) return std::nullopt;
+        std::ranges::move(folders->personal, std::back_inserter(found.personal));
+        std::ranges::move(folders->downloads, std::back_inserter(found.downloads));
+        std::ranges::move(folders->desktops, std::back_inserter(found.desktops));
+    }
+    return found;
 }
 
 } // namespace tidyro

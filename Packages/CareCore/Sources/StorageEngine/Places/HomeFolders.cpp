@@ -10,6 +10,7 @@
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/Folders/WellKnownFolders.h"
+#include "StorageEngine/Places/BaseFolders.h"
 
 namespace tidyro {
 
@@ -104,7 +105,7 @@ constexpr std::array<std::string_view, 28> cloudNames{
 /// Cloud folders whose names are words as well: "sync.sh" and "Box-2" need not be a cloud's.
 constexpr std::array<std::string_view, 3> ambiguousClouds{"box", "mega", "sync"};
 
-constexpr std::array<std::string_view, 14> protectedPlaces{
+constexpr auto protectedPlaces = std::to_array<std::string_view>({
     ".ssh",
     ".gnupg",
     ".pki",
@@ -119,7 +120,83 @@ constexpr std::array<std::string_view, 14> protectedPlaces{
     "Library/Application Support/MobileSync",
     "Library/Application Support/AddressBook",
     "Library/Calendars",
-};
+
+    // Keys of servers and of this person
+    ".git-credentials",
+    ".netrc",
+    ".npmrc",
+    ".pypirc",
+    ".aws/config",
+    ".aws/credentials",
+    ".aws/sso",
+    ".kube/config",
+    ".docker/config.json",
+    ".config/age",
+    ".config/borg",
+    ".config/gh",
+    ".config/rclone",
+    ".config/sops",
+
+    // Passwords and wallets
+    ".config/1Password",
+    ".config/Bitwarden",
+    ".config/Bitwarden CLI",
+    ".config/keepassxc",
+    ".config/op",
+    ".bitcoin/wallets",
+    ".electrum",
+    ".ethereum/keystore",
+
+    // Mail
+    ".claws-mail",
+    ".maildir",
+    "Mail",
+    "Maildir",
+    ".thunderbird",
+    "snap/thunderbird/common/.thunderbird",
+    ".config/evolution",
+    ".local/share/akonadi",
+    ".local/share/evolution",
+    ".local/share/geary",
+    ".local/share/local-mail",
+
+    // Profiles of browsers that keep their caches elsewhere
+    ".librewolf",
+    ".mozilla",
+    ".waterfox",
+    ".local/share/epiphany",
+    ".var/app/org.mozilla.firefox/.mozilla",
+    "snap/firefox/common/.mozilla",
+
+    // Games and machines, and what people did in them
+    ".config/unity3d",
+    ".local/share/gnome-boxes",
+    ".local/share/lutris",
+    ".local/share/Steam/steamapps/compatdata",
+    ".local/share/Steam/userdata",
+    ".steam/debian-installation/steamapps/compatdata",
+    ".steam/debian-installation/userdata",
+    ".var/app/com.valvesoftware.Steam/.local/share/Steam/steamapps/compatdata",
+    ".var/app/com.valvesoftware.Steam/.local/share/Steam/userdata",
+    ".minecraft",
+    ".wine",
+
+    // What is kept in step with other machines, and what shells remember
+    ".config/syncthing",
+    ".local/state/syncthing",
+    ".local/share/atuin",
+    ".local/share/fish",
+
+    // People's data in the midst of caches: files on their way, databases, histories, models
+    ".cache/bash",
+    ".cache/deno/location_data",
+    ".cache/evolution",
+    ".cache/kioexec",
+    ".cache/lm-studio",
+    ".cache/obexd",
+    ".cache/rclone",
+    ".cache/zsh",
+});
 
 const std::vector<std::string>& foldedClouds() {
     static const std::vector<std::string> names = [] {
@@ -174,8 +251,13 @@ std::optional<std::vector<FileURL>> HomeFolders::findCloudFolders(const FileURL&
 std::vector<FileURL> HomeFolders::protectedFolders(const FileURL& home) {
     std::vector<FileURL> folders;
     folders.reserve(protectedPlaces.size() + 1);
-    for (const std::string_view folder : protectedPlaces)
+    const BaseFolders bases = BaseFolders::ofKeptPlaces(home);
+    for (const std::string_view folder : protectedPlaces) {
         folders.push_back(home.appendingFolder(folder));
+        // The usual place stays protected, since older data may still lie there.
+        const std::string moved = bases.moved(folder);
+        if (moved != folder) folders.push_back(home.appendingFolder(moved));
+    }
     folders.push_back(platform::applicationSupportFolder().appendingFolder("Harborline"));
     return folders;
 }

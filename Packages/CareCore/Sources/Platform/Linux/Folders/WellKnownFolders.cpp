@@ -1,15 +1,17 @@
 #include "Platform/Folders/WellKnownFolders.h"
 
-#include <cstdlib>
-
 #include <unistd.h>
 
 namespace tidyro::platform {
 
+MovedFolders movedFolders() {
+    return {.caches = folderNamedBy("XDG_CACHE_HOME"),
+            .settings = folderNamedBy("XDG_CONFIG_HOME"),
+            .data = folderNamedBy("XDG_DATA_HOME")};
+}
+
 FileURL applicationSupportFolder() {
-    // XDG Base Directory: a relative path there is to be ignored.
-    const char* data = std::getenv("XDG_DATA_HOME"); // NOLINT(concurrency-mt-unsafe)
-    if (data != nullptr && data[0] == '/') return FileURL::folder(data);
+    if (const auto data = folderNamedBy("XDG_DATA_HOME")) return FileURL::folder(*data);
     return homeFolder().appendingFolder(".local/share");
 }
 

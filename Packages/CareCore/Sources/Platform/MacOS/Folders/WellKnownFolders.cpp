@@ -8,6 +8,8 @@ FileURL applicationSupportFolder() {
     return homeFolder().appendingFolder("Library/Application Support");
 }
 
+MovedFolders movedFolders() { return {}; }
+
 TrashPlaces trashPlaces() {
     return {.home = homeFolder().appendingFolder(".Trash"),
             .belowVolume = {".Trashes/" + std::to_string(::getuid())}};

@@ -8,6 +8,11 @@
 
 namespace tidyro::platform {
 
+std::optional<std::string> folderNamedBy(const char* variable) {
+    const char* path = std::getenv(variable); // NOLINT(concurrency-mt-unsafe)
+    return path != nullptr && path[0] == '/' ? std::optional<std::string>(path) : std::nullopt;
+}
+
 FileURL homeFolder() {
     // The environment is read before any thread of ours could change it; none does.
     const char* home = std::getenv("HOME"); // NOLINT(concurrency-mt-unsafe)
