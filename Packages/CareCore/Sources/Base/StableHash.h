@@ -135,6 +135,18 @@ template <class T>
     return state.value();
 }
 
+/// The hash of a constant table of texts, while the program is compiled. A name that slips into
+/// such a table, or out of it, changes what may be removed; so its hash stands beside the table:
+///
+///     static_assert(tableHash(reviewRoots) == 0x...);
+template <class Texts>
+consteval std::uint64_t tableHash(const Texts& texts) {
+    StableHashState state;
+    state.addNumber(texts.size());
+    for (const std::string_view text : texts) state.addText(text);
+    return state.value();
+}
+
 /// The hash for unordered containers whose keys are records.
 struct StableHasher {
     template <class T>

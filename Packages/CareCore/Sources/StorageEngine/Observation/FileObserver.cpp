@@ -106,7 +106,8 @@ PartOf FileObserver::partOf(const FileObservation& file) {
     if (around.isInDatabase) return PartOf::database;
     if (around.isInHistory) return PartOf::repository;
     if (around.isInEnvironment) return PartOf::environment;
-    return isDatabaseByItself(file, around.isNearJournal) ? PartOf::database : PartOf::nothing;
+    if (isDatabaseByItself(file, around.isNearJournal)) return PartOf::database;
+    return around.isInToolCheckout ? PartOf::toolCheckout : PartOf::nothing;
 }
 
 } // namespace tidyro

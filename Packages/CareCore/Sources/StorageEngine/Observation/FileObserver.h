@@ -26,12 +26,13 @@ struct FileIdentity {
 };
 
 /// A whole of which a file is a part. It is of no use without its parts, so they do not go one by
-/// one.
+/// one; only what a tool fetched for itself may, once a person has looked.
 enum class PartOf : std::uint8_t {
     nothing,
-    database,    ///< of one file or of many
-    repository,  ///< the history of a project
-    environment, ///< of Python or conda
+    database,     ///< of one file or of many
+    repository,   ///< the history of a project
+    environment,  ///< of Python or conda
+    toolCheckout, ///< a repository that a package manager fetched for itself
 };
 
 /// Observes the items of one scan. What many of them share is found out once and remembered: the

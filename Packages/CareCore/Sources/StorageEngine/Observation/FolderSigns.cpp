@@ -1,5 +1,6 @@
 #include "StorageEngine/Observation/FolderSigns.h"
 
+#include <algorithm>
 #include <array>
 
 #include "Platform/Files/FileMetadata.h"
@@ -31,17 +32,30 @@ enum class Sign : std::uint32_t {
     usedElsewhere = 1 << 17,
     onlyOfEnvironments = 1 << 18,
     journal = 1 << 19,
+    chunks = 1 << 20,
+    fileInfo = 1 << 21,
+    backup = 1 << 22,
+    workedIn = 1 << 23,
 };
+
+/// What an item has to be for its name to count. A link may lead to either.
+enum class Needs : std::uint8_t { anything, file, folder };
 
 struct NamedSign {
     std::string_view name;
     Sign sign;
+    Needs needs = Needs::anything;
 };
-constexpr std::array<NamedSign, 25> signNames{{
-    {"config", Sign::config},
-    {"data", Sign::data},
-    {"keys", Sign::keys},
-    {"snapshots", Sign::snapshots},
+constexpr auto signNames = std::to_array<NamedSign>({
+    {"config", Sign::config, Needs::file},
+    {"data", Sign::data, Needs::folder},
+    {"keys", Sign::keys, Needs::folder},
+    {"snapshots", Sign::snapshots, Needs::folder},
+    {"chunks", Sign::chunks, Needs::folder},
+    {"fileinfo.bz2", Sign::fileInfo, Needs::file},
+    {"backup", Sign::backup, Needs::folder},
+    {"rdiff-backup-data", Sign::onlyOfBackups, Needs::folder},
+    {"takesnapshot.log.bz2", Sign::onlyOfBackups, Needs::file},
     {"info.json", Sign::infoJSON},
     {"localhost", Sign::localhost},
     {"info.xml", Sign::infoXML},
@@ -52,7 +66,7 @@ constexpr std::array<NamedSign, 25> signNames{{
     {"com.apple.timemachine.results.plist", Sign::onlyOfBackups},
     {"com.apple.timemachine.snapshothistory.plist", Sign::onlyOfBackups},
     {"backup_manifest.plist", Sign::onlyOfBackups},
-    {"current", Sign::current},
+    {"current", Sign::current, Needs::file},
     {"pg_version", Sign::onlyOfDatabases},
     {"ibdata1", Sign::onlyOfDatabases},
     {"wiredtiger", Sign::onlyOfDatabases},
@@ -63,31 +77,76 @@ constexpr std::array<NamedSign, 25> signNames{{
     {"worktrees", Sign::usedElsewhere},
     {"pyvenv.cfg", Sign::onlyOfEnvironments},
     {"conda-meta", Sign::onlyOfEnvironments},
-}};
-constexpr std::array<NamedSign, 4> signBeginnings{{
+});
+constexpr auto signBeginnings = std::to_array<NamedSign>({
+    {"kopia.repository", Sign::onlyOfBackups, Needs::file},
     {"duplicity-full", Sign::onlyOfBackups},
     {"duplicity-inc", Sign::onlyOfBackups},
     {"duplicity-new-signatures", Sign::onlyOfBackups},
-    {"manifest-", Sign::manifest},
-}};
-constexpr std::array<NamedSign, 3> signEndings{{
+    {"manifest-", Sign::manifest, Needs::file},
+});
+constexpr auto signEndings = std::to_array<NamedSign>({
     {"-wal", Sign::journal},
     {"-shm", Sign::journal},
     {"-journal", Sign::journal},
-}};
+});
+
+/// In the top of a tree that somebody works in, in the order of how many use them.
+constexpr auto historyNames = std::to_array<std::string_view>(
+    {".git", ".svn", ".hg", ".jj", ".bzr", "_darcs", ".pijul", ".sl", ".fslckout", "_fossil_"});
+
+/// rsnapshot numbers the folders of each of these intervals, the latest one with 0.
+constexpr auto intervals = std::to_array<std::string_view>(
+    {"hourly", "daily", "weekly", "monthly", "yearly", "alpha", "beta", "gamma", "delta"});
+
+bool isAsNeeded(Needs needs, std::optional<platform::ItemKind> kind) {
+    using enum platform::ItemKind;
+    if (needs == Needs::anything || !kind || *kind == link) return true;
+    return *kind == (needs == Needs::file ? regularFile : folder);
+}
+
+/// Whether a name ends like the manifests of a database: "MANIFEST-000004". Builds write
+/// "manifest-3fa9.json".
+bool endsInDigits(std::string_view name) {
+    const std::string_view digits = name.substr(name.rfind('-') + 1);
+    return !digits.empty() && digits.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+/// One of the archives that Duplicati writes: "duplicati-20260101T000000Z.dlist.zip.aes".
+bool isDuplicatiArchive(std::string_view name) {
+    return name.starts_with("duplicati-") &&
+           (name.find(".dlist.") != name.npos || name.find(".dblock.") != name.npos ||
+            name.find(".dindex.") != name.npos);
+}
+
+bool isNumberedInterval(std::string_view name) {
+    return name.ends_with(".0") &&
+           std::ranges::find(intervals, name.substr(0, name.size() - 2)) != intervals.end();
+}
 
 } // namespace
 
-void FolderSigns::add(std::string_view loweredName) {
+bool isHistoryName(std::string_view loweredName) {
+    return !loweredName.empty() && (loweredName[0] == '.' || loweredName[0] == '_') &&
+           std::ranges::find(historyNames, loweredName) != historyNames.end();
+}
+
+void FolderSigns::add(std::string_view loweredName, std::optional<platform::ItemKind> kind) {
+    const auto note = [&](Sign sign) { bits_ |= static_cast<std::uint32_t>(sign); };
+    if (isHistoryName(loweredName)) note(Sign::workedIn);
     for (const NamedSign& sign : signNames) {
-        if (loweredName == sign.name) bits_ |= static_cast<std::uint32_t>(sign.sign);
+        if (loweredName == sign.name && isAsNeeded(sign.needs, kind)) note(sign.sign);
     }
     for (const NamedSign& sign : signBeginnings) {
-        if (loweredName.starts_with(sign.name)) bits_ |= static_cast<std::uint32_t>(sign.sign);
+        if (!loweredName.starts_with(sign.name) || !isAsNeeded(sign.needs, kind)) continue;
+        if (sign.sign != Sign::manifest || endsInDigits(loweredName)) note(sign.sign);
     }
     for (const NamedSign& sign : signEndings) {
-        if (loweredName.ends_with(sign.name)) bits_ |= static_cast<std::uint32_t>(sign.sign);
+        if (loweredName.ends_with(sign.name)) note(sign.sign);
     }
+    const bool isOfBackup = (isNumberedInterval(loweredName) && isAsNeeded(Needs::folder, kind)) ||
+                            (isDuplicatiArchive(loweredName) && isAsNeeded(Needs::file, kind));
+    if (isOfBackup) note(Sign::onlyOfBackups);
 }
 
 bool FolderSigns::isBackup() const {
@@ -95,7 +154,10 @@ bool FolderSigns::isBackup() const {
     const bool isTimeshift = hasAll(Sign::infoJSON, Sign::localhost);
     const bool isSnapper = hasAll(Sign::infoXML, Sign::snapshot);
     const bool isPhone = hasAll(Sign::phoneManifest, Sign::phoneStatus);
-    return hasAll(Sign::onlyOfBackups) || isRestic || isTimeshift || isSnapper || isPhone;
+    const bool isDuplicacy = hasAll(Sign::config, Sign::chunks, Sign::snapshots);
+    const bool isBackInTime = hasAll(Sign::fileInfo, Sign::backup);
+    return hasAll(Sign::onlyOfBackups) || isRestic || isTimeshift || isSnapper || isPhone ||
+           isDuplicacy || isBackInTime;
 }
 
 bool FolderSigns::mayBeBorg() const { return hasAll(Sign::config, Sign::data); }
@@ -107,6 +169,8 @@ bool FolderSigns::isDatabase() const {
 bool FolderSigns::hasJournal() const { return hasAll(Sign::journal); }
 
 bool FolderSigns::isEnvironment() const { return hasAll(Sign::onlyOfEnvironments); }
+
+bool FolderSigns::isWorkTree() const { return hasAll(Sign::workedIn); }
 
 bool FolderSigns::isRepository() const { return hasAll(Sign::head, Sign::objects, Sign::refs); }
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "Base/FileURL.h"
 #include "Base/StringTable.h"
@@ -10,14 +13,18 @@ namespace tidyro {
 
 /// What a folder and the folders above it say of the items in it.
 struct FolderSurroundings {
-    /// There is a ".git" in the folder or in one above it. For a folder in the home only those
+    /// There is a ".git", or what another version control keeps its history in, in the folder or in
+    /// one above it. For a folder in the home only those
     /// below the home count: people keep their settings in a ".git" of the home itself, and with
     /// it everything they own would be a project.
     bool isInProjectRepository;
-    /// The folder or one above it is a backup of Time Machine or of a phone, one made by restic,
-    /// borg or duplicity, or a snapshot of Timeshift or snapper. Its path says so, or the files
-    /// that such a store is made of. For a folder in the home nobody looks above the home for
-    /// those files.
+    /// The only repository around is one that a package manager fetched for itself, where it keeps
+    /// such: nobody works in it, and it is fetched again.
+    bool isInToolCheckout;
+    /// The folder or one above it is a backup of Time Machine or of a phone, one made by a program
+    /// that `FolderSigns` knows or by borg, or a snapshot of Timeshift or snapper. Its path says
+    /// so, or the files that such a store is made of. For a folder in the home nobody looks above
+    /// the home for those files.
     bool isInBackup;
     /// The folder or one above it is a database that is made of files.
     bool isInDatabase;
@@ -50,9 +57,12 @@ class FolderSurroundingsFinder {
   private:
     /// The surroundings by what is on the disk, for one path and not for where its links lead.
     [[nodiscard]] FolderSurroundings readUpwards(std::string_view folder);
+    [[nodiscard]] bool isCheckout(std::string_view folder) const;
 
     std::string home_;
     std::string realHome_;
+    /// Where tools keep checkouts, and how many folders further down one may begin.
+    std::vector<std::pair<std::string, std::size_t>> checkouts_;
     StringMap<FolderSurroundings> answers_;
     StringMap<FolderSurroundings> read_; ///< of `readUpwards`
 };

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "Base/PathText.h"
+#include "Base/StableHash.h"
 
 namespace tidyro {
 
@@ -11,15 +12,18 @@ namespace {
 
 constexpr std::array<std::string_view, 8> writeAheadLogSuffixes{
     "-wal", "-shm", "-journal", ".wal", ".shm", ".journal", ".ldb", ".log.old"};
+static_assert(tableHash(writeAheadLogSuffixes) == 0x3394'27f5'1b19'3950);
 
 constexpr std::array<std::string_view, 13> databaseExtensions{
     "sqlite",  "sqlite3", "db",    "db3",      "s3db",      "sl3",      "realm",
     "leveldb", "mdb",     "accdb", "sqlitedb", "storedata", "pages-tef"};
+static_assert(tableHash(databaseExtensions) == 0x98b4'6b91'c2a8'efe8);
 
 /// Folders in which browsers and applications built like them keep their databases.
 constexpr std::array<std::string_view, 7> storeDirectories{
     "leveldb",   "indexeddb",  "local storage", "session storage",
     "databases", "webstorage", "file system"};
+static_assert(tableHash(storeDirectories) == 0x5243'f96b'3b1f'a740);
 
 template <std::size_t Count>
 bool contains(const std::array<std::string_view, Count>& names, std::string_view name) {

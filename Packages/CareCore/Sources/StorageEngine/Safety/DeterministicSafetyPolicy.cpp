@@ -53,7 +53,8 @@ RiskAssessment reviewOnly(CleanupCategory category) {
 
 std::optional<RiskAssessment> protectedAsPart(PartOf whole) {
     switch (whole) {
-    case PartOf::nothing: return std::nullopt;
+    case PartOf::nothing:
+    case PartOf::toolCheckout: return std::nullopt;
     case PartOf::database:
         return protectedFor(EvidenceCode::liveDataStore,
                             SharedText::lasting(explanation(LiveDataSignal::database)));

@@ -78,7 +78,7 @@ struct Case {
     const char* file;
     const char* told;
 };
-constexpr std::array<Case, 27> cases{{
+constexpr std::array<Case, 38> cases{{
     {"home/.cache/plain/file", ""},
     {"home/project/file", "r"},
     {"home/project/a/b/c/file", "r"},
@@ -105,6 +105,17 @@ constexpr std::array<Case, 27> cases{{
     {"home/.snapshots/12/snapshot/file", "b"},
     {"home/moved snapper/snapshot/file", "b"},
     {"home/snapshots/file", ""},
+    {"home/kopia/p0/1", "b"},
+    {"home/mirror/file", "b"},
+    {"home/duplicacy/chunks/ab", "b"},
+    {"home/duplicati/duplicati-b12.dblock.zip.aes", "b"},
+    {"home/rsnapshot/daily.0/file", "b"},
+    {"home/rotated/daily.0", ""},
+    {"home/in time/20260101-000000-123/backup/file", "b"},
+    {"home/of wrong kinds/keys/file", ""},
+    {"home/mercurial/src/file", "r"},
+    {"home/darcs/src/file", "r"},
+    {"home/fossil/src/file", "r"},
     {"home/MobileSync/Other/file", ""},
 }};
 
@@ -126,7 +137,13 @@ void makeCases(const TemporaryFolder& place) {
     for (const char* file :
          {"home/store/2024-01-01.sparsebundle/com.apple.TimeMachine.MachineID.plist",
           "home/phones/0123/Manifest.plist", "home/phones/0123/Status.plist", "home/restic/config",
-          "home/moved snapshot/info.json", "home/moved snapper/info.xml"}) {
+          "home/moved snapshot/info.json", "home/moved snapper/info.xml",
+          "home/kopia/kopia.repository.f", "home/mirror/rdiff-backup-data/increments/x",
+          "home/duplicacy/config", "home/duplicacy/snapshots/1",
+          "home/in time/20260101-000000-123/fileinfo.bz2", "home/of wrong kinds/config/x",
+          "home/of wrong kinds/data/x", "home/of wrong kinds/snapshots/x",
+          "home/mercurial/.hg/store/x", "home/darcs/_darcs/format", "home/fossil/.fslckout",
+          "home/.hg/store/x"}) {
         place.file(file, "x");
     }
     place.file("home/borg/config", "[repository]\nversion = 1\n");
@@ -164,6 +181,60 @@ TEST(FileIdentity, KnowsRepositoriesAndBackups) {
         << "the top of a repository belongs to it";
 }
 
+TEST(FileObserver, TellsWhatAFileIsAPartOf) {
+    struct Part {
+        const char* file;
+        PartOf whole;
+    };
+    using enum PartOf;
+    constexpr Part parts[]{
+        {"home/leveldb like/CURRENT", database},
+        {"home/leveldb like/MANIFEST-000004", database},
+        {"home/leveldb like/000003.log", database},
+        {"home/dist/current", nothing},
+        {"home/dist/manifest-3fa9.json", nothing},
+        {"home/links/current/x", nothing},
+        {"home/links/MANIFEST-000004", nothing},
+        // Cargo names a checkout by its repository and, in it, by the revision.
+        {"home/.cargo/git/checkouts/serde-1a/2b/.git/objects/x", toolCheckout},
+        {"home/.cargo/git/checkouts/serde-1a/2b/.git/refs/x", toolCheckout},
+        {"home/.cargo/git/checkouts/serde-1a/2b/.git/HEAD", toolCheckout},
+        {"home/.cargo/git/checkouts/serde-1a/2b/src/lib.rs", toolCheckout},
+        {"home/.cargo/git/checkouts/serde-1a/2b/own/.git/HEAD", nothing},
+        {"home/.cargo/git/checkouts/serde-1a/2b/own/lib.rs", nothing},
+        {"home/.cargo/git/checkouts/plain/2b/lib.rs", nothing},
+        {"home/.cache/yay/tool/.git/HEAD", toolCheckout},
+        {"home/.cache/yay/tool/PKGBUILD", toolCheckout},
+        {"home/.cache/yay/tool/src/own/.git/HEAD", nothing},
+        {"home/.cache/yay/tool/src/own/x", nothing},
+        {"home/.cache/yay/several/deeper/.git/HEAD", nothing},
+        {"home/.cache/yay/several/deeper/x", nothing},
+        {"home/.cache/paru/clone/tool/.git/HEAD", toolCheckout},
+        {"home/.cache/paru/other/.git/HEAD", nothing},
+        {"home/.cache/paru/other/x", nothing},
+    };
+    const TemporaryFolder place;
+    for (const Part& part : parts) place.file(part.file, "x");
+    const FakeVolumes volumes = FakeVolumes::withOneAt(place.path());
+    FileObserver observer(FileURL::folder(place / "home"), volumes);
+    for (const Part& part : parts) {
+        const auto seen = observer.observation(FileURL::file(place / part.file));
+        ASSERT_TRUE(seen) << part.file;
+        EXPECT_EQ(observer.partOf(*seen), part.whole) << part.file;
+        const bool isInOther = std::string_view(part.file).find("/own/") != std::string::npos ||
+                               std::string_view(part.file).find("/deeper/") != std::string::npos ||
+                               std::string_view(part.file).find("/other/") != std::string::npos;
+        EXPECT_EQ(seen->isInProjectRepository, isInOther || part.whole == toolCheckout)
+            << part.file;
+    }
+    // A project that holds them is nobody's but the person's.
+    place.file("home/.cache/.git/HEAD", "x");
+    FileObserver again(FileURL::folder(place / "home"), volumes);
+    const auto seen = again.observation(FileURL::file(place / "home/.cache/yay/tool/PKGBUILD"));
+    ASSERT_TRUE(seen);
+    EXPECT_EQ(again.partOf(*seen), nothing);
+}
+
 TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
     const TemporaryFolder place;
     place.file("home/listed/file", "x");
@@ -192,6 +263,7 @@ TEST(FileIdentity, TakesWhatCannotBeReadForTheWorst) {
     FolderSurroundingsFinder judge(FileURL::folder(place / "home"));
     EXPECT_EQ(judge.surroundings(place / "home/none"),
               (FolderSurroundings{.isInProjectRepository = true,
+                                  .isInToolCheckout = false,
                                   .isInBackup = true,
                                   .isInDatabase = true,
                                   .isInHistory = true,
