@@ -1,17 +1,20 @@
 #include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <string>
 #include <unordered_set>
 #include <utility>
 
+#include "Base/Fault.h"
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/Files/FileMetadata.h"
+#include "StorageEngine/Places/BaseFolders.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/Places/HomeFolders.h"
-#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
+#include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Safety/ActiveApplications.h"
 
 namespace tidyro {
@@ -31,8 +34,8 @@ class WrittenNames {
   public:
     explicit WrittenNames(const FileURL& home) {
         add(home.path());
-        for (const CleanupRuleSpec& spec : BuiltInRuleRegistry::allSpecs()) {
-            add(path::joined(home.path(), spec.relativePath));
+        for (const CleanupRule& rule : BuiltInCleanupRules::allLocations(home)) {
+            add(rule.rootPath());
         }
     }
     /// Adds to `paths` the other names of those in it that have one.
@@ -153,6 +156,18 @@ std::vector<FileURL> withoutKept(const std::vector<FileURL>& kept, std::vector<F
 
 } // namespace
 
+std::string_view whatIsUnknown(MissingPiece piece) {
+    switch (piece) {
+    case MissingPiece::volumes: return "which disks are mounted";
+    case MissingPiece::applications: return "which applications are running";
+    case MissingPiece::desktopFolders:
+        return "which folders your desktop keeps your files in, since its list (user-dirs.dirs) "
+               "cannot be read";
+    case MissingPiece::processes: return "which files are in use";
+    }
+    fault("a piece that does not exist");
+}
+
 LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL home)
     : LocalRuntimeSafetyContextProvider(std::move(home), runningSystem(), {}) {}
 
@@ -160,21 +175,28 @@ LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL hom
                                                                      Options options)
     : home_(std::move(home)), machine_(std::move(machine)), options_(std::move(options)) {}
 
-std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() const {
+std::expected<SafetyPolicyContext, MissingPiece> LocalRuntimeSafetyContextProvider::look() const {
     const auto volumes = machine_.volumes.mounted();
-    if (!volumes) return std::nullopt;
+    if (!volumes) return std::unexpected(MissingPiece::volumes);
     const auto applications = machine_.applications.running();
-    if (!applications) return std::nullopt;
+    if (!applications) return std::unexpected(MissingPiece::applications);
     const auto desktop = DesktopFolders::read(home_);
-    if (!desktop) return std::nullopt;
+    if (!desktop) return std::unexpected(MissingPiece::desktopFolders);
     // Asked last, so that nothing is fresher than the list of files in use.
     auto activity = machine_.processes.activity();
-    if (!activity) return std::nullopt;
+    if (!activity) return std::unexpected(MissingPiece::processes);
 
+    // Where a folder of an application's lies, and where the environment says it lies.
+    const auto placesOf = [&, bases = BaseFolders::find(home_)](const std::string& folder) {
+        std::vector<FileURL> places{home_.appendingFolder(folder)};
+        const std::string moved = bases.moved(folder);
+        if (moved != folder) places.push_back(home_.appendingFolder(moved));
+        return places;
+    };
     std::vector<FileURL> activeRoots;
     SafetyPolicyContext::Programs programs;
     for (const auto& [folder, program] : ActiveApplications::owners(*applications)) {
-        for (FileURL& root : withRealPlaces({home_.appendingFolder(folder)})) {
+        for (FileURL& root : withRealPlaces(placesOf(folder))) {
             programs[root.path()] = program;
             activeRoots.push_back(std::move(root));
         }
@@ -192,7 +214,7 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
     if (activity->areOthersHidden) {
         std::vector<FileURL> owned;
         for (const std::string& folder : ActiveApplications::allFolders()) {
-            owned.push_back(home_.appendingFolder(folder));
+            std::ranges::move(placesOf(folder), std::back_inserter(owned));
         }
         hidden = HiddenProcesses{.applicationFolders = withRealPlaces(std::move(owned)),
                                  .ownVolume = volumeOfRoot(*volumes)};
@@ -211,8 +233,12 @@ std::optional<SafetyPolicyContext> LocalRuntimeSafetyContextProvider::look() con
 LocalRuntimeSafetyContextProvider::Context LocalRuntimeSafetyContextProvider::rebuild() {
     const Timestamp begun = machine_.clock();
     last_.reset();
+    missing_.reset();
     auto found = look();
-    if (!found) return nullptr;
+    if (!found) {
+        missing_ = found.error();
+        return nullptr;
+    }
     last_ = Taken{.context = std::make_shared<const SafetyPolicyContext>(*std::move(found)),
                   .at = begun};
     return last_->context;
@@ -237,6 +263,11 @@ std::optional<LocalRuntimeSafetyContextProvider::Taken>
 LocalRuntimeSafetyContextProvider::last() const {
     const std::scoped_lock lock(mutex_);
     return last_;
+}
+
+std::optional<MissingPiece> LocalRuntimeSafetyContextProvider::missing() const {
+    const std::scoped_lock lock(mutex_);
+    return missing_;
 }
 
 } // namespace tidyro

@@ -30,9 +30,11 @@ using Clock = std::chrono::steady_clock;
 using Context = LocalRuntimeSafetyContextProvider::Context;
 
 struct Describe {
-    std::string operator()(const SmartCleanupScan::ContextUnavailable&) const {
-        return "Tidyro could not find out what is running on this machine, so nothing was rated "
-               "and nothing was touched. Try again.";
+    std::string operator()(const SmartCleanupScan::ContextUnavailable& none) const {
+        return "Tidyro could not find out " + std::string(whatIsUnknown(none.missing)) +
+               ", so nothing was rated and nothing was touched. " +
+               (none.missing == MissingPiece::desktopFolders ? "Correct that file and try again."
+                                                             : "Try again.");
     }
     std::string operator()(const CancellationError&) const { return "The scan was cancelled."; }
 };
@@ -364,8 +366,11 @@ SmartCleanupScan::SmartCleanupScan(FileURL home, LocalRuntimeSafetyContextProvid
 std::expected<SmartCleanupReport, SmartCleanupScan::ScanError>
 SmartCleanupScan::run(const ProgressHandler& progress, const CancelToken& cancel) const {
     const Timestamp startedAt = options_.clock();
+    const auto unavailable = [&] {
+        return ContextUnavailable{contexts_.missing().value_or(MissingPiece::processes)};
+    };
     const Context atFirst = contexts_.freshContext();
-    if (atFirst == nullptr) return std::unexpected(ContextUnavailable{});
+    if (atFirst == nullptr) return std::unexpected(unavailable());
     Run run(home_, volumes_, options_, progress, cancel);
     run.look(*atFirst);
     if (run.hasFoundAny()) {
@@ -373,7 +378,7 @@ SmartCleanupScan::run(const ProgressHandler& progress, const CancelToken& cancel
         waitFor(options_.secondsBetweenLooks, cancel);
         if (cancel.stop_requested()) return std::unexpected(CancellationError{});
         const Context now = contexts_.freshContext();
-        if (now == nullptr) return std::unexpected(ContextUnavailable{});
+        if (now == nullptr) return std::unexpected(unavailable());
         run.confirm(*now);
     }
     if (cancel.stop_requested()) return std::unexpected(CancellationError{});

@@ -40,6 +40,7 @@ class SmartCleanupScan {
     /// There is no context to rate files with: it could not be found out what runs, what is mounted
     /// or what is protected.
     struct ContextUnavailable {
+        MissingPiece missing = MissingPiece::applications;
         bool operator==(const ContextUnavailable&) const = default;
     };
     using ScanError = std::variant<ContextUnavailable, CancellationError>;

@@ -87,6 +87,8 @@ TEST(LocalRuntimeSafetyContextProvider, GathersEveryPieceOnce) {
 
 TEST(LocalRuntimeSafetyContextProvider, GivesNoneWhenAPieceIsMissing) {
     const SystemError error{EIO};
+    using enum MissingPiece;
+    const std::array missing{volumes, processes, applications, desktopFolders};
     for (int piece = 0; piece < 4; ++piece) {
         FakeMachine machine;
         auto provider = machine.provider();
@@ -96,7 +98,9 @@ TEST(LocalRuntimeSafetyContextProvider, GivesNoneWhenAPieceIsMissing) {
         if (piece == 2) machine.applications.answer = std::unexpected(error);
         if (piece == 3) machine.place.folder("home/.config/user-dirs.dirs"); // no list to read
         EXPECT_NE(provider.context(), nullptr) << "young enough";
+        EXPECT_FALSE(provider.missing());
         EXPECT_EQ(provider.freshContext(), nullptr) << piece;
+        EXPECT_EQ(provider.missing(), missing.at(static_cast<std::size_t>(piece)));
         EXPECT_EQ(provider.context(), nullptr) << "what failed does not bring back what was";
         EXPECT_FALSE(provider.last());
     }

@@ -459,7 +459,14 @@ TEST(SmartCleanupScan, EndsWhenItIsAskedToAndWhenNothingIsKnown) {
     machine.applications.answer = std::unexpected(SystemError{5});
     const auto unknown = machine.scan({});
     ASSERT_FALSE(unknown);
-    EXPECT_EQ(unknown.error(), SmartCleanupScan::ScanError(SmartCleanupScan::ContextUnavailable{}));
+    EXPECT_EQ(unknown.error(), SmartCleanupScan::ScanError(SmartCleanupScan::ContextUnavailable{
+                                   MissingPiece::applications}));
+    machine.place.folder("home/.config/user-dirs.dirs"); // no list to read
+    machine.applications.answer = std::vector<platform::RunningApplication>{};
+    EXPECT_EQ(SmartCleanupScan::description(machine.scan({}).error()),
+              "Tidyro could not find out which folders your desktop keeps your files in, since its "
+              "list (user-dirs.dirs) cannot be read, so nothing was rated and nothing was touched. "
+              "Correct that file and try again.");
 }
 
 TEST(SmartCleanupScan, LeavesOutWhatIsClosedOrMounted) {
