@@ -3,6 +3,8 @@
 #include <vector>
 
 #include "Base/FileURL.h"
+#include "Base/SystemTexts.h"
+#include "Platform/Machine/OperatingSystem.h"
 #include "StorageEngine/Rules/CleanupAgeFloor.h"
 #include "StorageEngine/Rules/CleanupRule.h"
 
@@ -16,9 +18,11 @@ namespace tidyro {
 ///         roots.push_back(location.rootPath());
 ///     }
 struct BuiltInCleanupRules {
-    /// All of them, whether their folders exist or not.
+    /// All of them, whether their folders exist or not. A row with a "*" gives one for each folder
+    /// that is there now.
     [[nodiscard]] static std::vector<CleanupRule>
-    allLocations(const FileURL& home, CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended);
+    allLocations(const FileURL& home, CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended,
+                 OperatingSystem system = platform::operatingSystem());
 
     /// Those that a scan walks: their root is a folder, or the system does not say what it is.
     [[nodiscard]] static std::vector<CleanupRule>

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
+
+#include "Base/StableHash.h"
 
 namespace tidyro {
 
@@ -23,7 +26,24 @@ consteval CleanupRuleSpec rule(std::string_view id, std::string_view relativePat
             .alwaysNeedsReview = (traits & alwaysReviewed) != 0};
 }
 
-constexpr std::array<CleanupRuleSpec, 89> specs{{
+/// A rule of an application's support folder, which reaches no further than the caches in it.
+consteval CleanupRuleSpec support(std::string_view id, std::string_view relativePath,
+                                  CleanupCategory category, int days, int traits = plain) {
+    CleanupRuleSpec spec = rule(id, relativePath, category, days, traits);
+    spec.onlyInCacheFolders = true;
+    return spec;
+}
+
+/// A rule whose folders were built on this machine when they hold a file by the name of `mark`.
+consteval CleanupRuleSpec marked(CleanupRuleSpec spec, std::string_view mark) {
+    spec.builtHereMark = mark;
+    return spec;
+}
+
+/// The rows that name what macOS and both systems have.
+constexpr std::size_t everywhere = 89;
+
+constexpr std::array<CleanupRuleSpec, 172> specs{{
     // userLibrary
     rule("user-caches", "Library/Caches", regenerableCache, 14, highYield),
     rule("user-logs", "Library/Logs", expiredLog, 14),
@@ -139,9 +159,108 @@ constexpr std::array<CleanupRuleSpec, 89> specs{{
     rule("adobe-peak-files", "Library/Application Support/Adobe/Common/Peak Files",
          regenerableCache, 30),
     rule("adobe-logs", "Library/Logs/Adobe", expiredLog, 30),
+    // linuxBrowsers
+    rule("linux-chrome-cache", ".cache/google-chrome", regenerableCache, 3, highYield),
+    rule("linux-chromium-cache", ".cache/chromium", regenerableCache, 3, highYield),
+    rule("linux-firefox-cache", ".cache/mozilla", regenerableCache, 3, highYield),
+    rule("linux-brave-cache", ".cache/BraveSoftware", regenerableCache, 3),
+    rule("linux-edge-cache", ".cache/microsoft-edge", regenerableCache, 3),
+    rule("linux-vivaldi-cache", ".cache/vivaldi", regenerableCache, 3),
+    rule("linux-opera-cache", ".cache/opera", regenerableCache, 3),
+    rule("linux-librewolf-cache", ".cache/librewolf", regenerableCache, 3),
+    rule("linux-thunderbird-cache", ".cache/thunderbird", regenerableCache, 14),
+    rule("linux-epiphany-cache", ".cache/epiphany", regenerableCache, 3),
+    // linuxDesktop
+    rule("linux-thumbnails", ".cache/thumbnails", regenerableCache, 14, highYield),
+    rule("linux-fontconfig", ".cache/fontconfig", regenerableCache, 30),
+    rule("linux-gstreamer", ".cache/gstreamer-1.0", regenerableCache, 30),
+    rule("linux-mesa-shaders", ".cache/mesa_shader_cache", regenerableCache, 14),
+    rule("linux-mesa-shaders-db", ".cache/mesa_shader_cache_db", regenerableCache, 14),
+    rule("linux-nvidia-compute", ".nv/ComputeCache", regenerableCache, 14),
+    rule("linux-nvidia-shaders", ".cache/nvidia", regenerableCache, 14),
+    rule("linux-spotify-cache", ".cache/spotify", regenerableCache, 30, highYield | alwaysReviewed),
+    rule("linux-wine-downloads", ".cache/wine", regenerableCache, 60),
+    rule("linux-winetricks-downloads", ".cache/winetricks", regenerableCache, 60,
+         highYield | alwaysReviewed),
+    rule("linux-steam-shaders", ".local/share/Steam/steamapps/shadercache", regenerableCache, 30,
+         highYield),
+    rule("linux-steam-shaders-debian", ".steam/debian-installation/steamapps/shadercache",
+         regenerableCache, 30, highYield),
+    rule("flatpak-steam-shaders",
+         ".var/app/com.valvesoftware.Steam/.local/share/Steam/steamapps/shadercache",
+         regenerableCache, 30, highYield),
+    rule("linux-steam-logs", ".local/share/Steam/logs", expiredLog, 14),
+    rule("linux-xorg-logs", ".local/share/xorg", expiredLog, 14),
+    rule("flatpak-caches", ".var/app/*/cache", regenerableCache, 30, highYield | alwaysReviewed),
+    rule("snap-caches", "snap/*/common/.cache", regenerableCache, 30, highYield | alwaysReviewed),
+    rule("flatpak-firefox-cache", ".var/app/org.mozilla.firefox/cache/mozilla", regenerableCache, 3,
+         highYield),
+    rule("snap-firefox-cache", "snap/firefox/common/.cache/mozilla", regenerableCache, 3,
+         highYield),
+    rule("snap-chromium-cache", "snap/chromium/common/.cache/chromium", regenerableCache, 3,
+         highYield),
+    // linuxDevelopers
+    rule("linux-go-build", ".cache/go-build", regenerableCache, 14, highYield),
+    rule("linux-gopls", ".cache/gopls", regenerableCache, 14),
+    rule("linux-golangci", ".cache/golangci-lint", regenerableCache, 14),
+    rule("linux-yarn", ".cache/yarn", regenerableCache, 30, highYield),
+    rule("linux-pnpm-metadata", ".cache/pnpm", regenerableCache, 30),
+    rule("linux-node-gyp", ".cache/node-gyp", regenerableCache, 60),
+    rule("linux-typescript", ".cache/typescript", regenerableCache, 30),
+    rule("linux-electron", ".cache/electron", regenerableCache, 30),
+    rule("linux-electron-builder", ".cache/electron-builder", regenerableCache, 30),
+    rule("linux-playwright", ".cache/ms-playwright", regenerableCache, 30,
+         highYield | alwaysReviewed),
+    rule("linux-cypress", ".cache/Cypress", regenerableCache, 30, highYield | alwaysReviewed),
+    rule("linux-deno", ".cache/deno", regenerableCache, 30),
+    rule("linux-composer", ".cache/composer", regenerableCache, 30),
+    rule("linux-poetry-downloads", ".cache/pypoetry/cache", regenerableCache, 30),
+    rule("linux-poetry-artifacts", ".cache/pypoetry/artifacts", regenerableCache, 30),
+    rule("linux-virtualenv-seeds", ".cache/virtualenv", regenerableCache, 60),
+    rule("linux-pipenv", ".cache/pipenv", regenerableCache, 30),
+    rule("linux-matplotlib", ".cache/matplotlib", regenerableCache, 60),
+    rule("linux-black", ".cache/black", regenerableCache, 30),
+    rule("linux-sccache", ".cache/sccache", regenerableCache, 30, highYield),
+    rule("linux-bazel", ".cache/bazel", regenerableCache, 30, highYield | alwaysReviewed),
+    rule("linux-bazelisk", ".cache/bazelisk", regenerableCache, 60),
+    rule("linux-clangd", ".cache/clangd", regenerableCache, 30),
+    rule("linux-cpptools", ".cache/vscode-cpptools", regenerableCache, 14, highYield),
+    rule("linux-zig", ".cache/zig", regenerableCache, 30),
+    rule("linux-coursier", ".cache/coursier", regenerableCache, 60, alwaysReviewed),
+    rule("linux-ivy", ".ivy2/cache", regenerableCache, 60),
+    marked(rule("linux-maven", ".m2/repository", regenerableCache, 90, highYield | alwaysReviewed),
+           "maven-metadata-local.xml"),
+    rule("linux-android-cache", ".android/cache", regenerableCache, 30),
+    rule("linux-android-build-cache", ".android/build-cache", regenerableCache, 30),
+    rule("linux-helm", ".cache/helm", regenerableCache, 30),
+    rule("linux-trivy", ".cache/trivy", regenerableCache, 30),
+    rule("linux-rustup-downloads", ".rustup/downloads", temporaryArtifact, 7),
+    rule("linux-rustup-tmp", ".rustup/tmp", temporaryArtifact, 7),
+    rule("linux-vagrant-tmp", ".vagrant.d/tmp", temporaryArtifact, 7, alwaysReviewed),
+    rule("linux-jetbrains", ".cache/JetBrains", regenerableCache, 30, highYield | alwaysReviewed),
+    // linuxApplicationCaches
+    support("linux-chrome-support", ".config/google-chrome", regenerableCache, 3),
+    support("linux-chromium-support", ".config/chromium", regenerableCache, 3),
+    support("linux-brave-support", ".config/BraveSoftware", regenerableCache, 3),
+    support("linux-edge-support", ".config/microsoft-edge", regenerableCache, 3),
+    support("linux-vivaldi-support", ".config/vivaldi", regenerableCache, 3),
+    support("linux-vscode-support", ".config/Code", regenerableCache, 7, highYield),
+    support("linux-vscodium-support", ".config/VSCodium", regenerableCache, 7),
+    support("linux-cursor-support", ".config/Cursor", regenerableCache, 7, highYield),
+    support("linux-claude-desktop-support", ".config/Claude", regenerableCache, 7),
+    support("linux-slack-support", ".config/Slack", regenerableCache, 7, highYield),
+    support("linux-discord-support", ".config/discord", regenerableCache, 7, highYield),
+    support("linux-teams-support", ".config/teams-for-linux", regenerableCache, 7),
+    support("linux-signal-support", ".config/Signal", regenerableCache, 7),
+    support("linux-element-support", ".config/Element", regenerableCache, 7),
+    support("linux-obsidian-support", ".config/obsidian", regenerableCache, 7),
+    support("linux-postman-support", ".config/Postman", regenerableCache, 7),
+    support("linux-figma-support", ".config/figma-linux", regenerableCache, 7),
 }};
 
-constexpr std::array<CleanupRuleGroup, 7> groups{{
+constexpr std::size_t groupsEverywhere = 7;
+
+constexpr std::array<CleanupRuleGroup, 11> groups{{
     {"userLibrary", std::span(specs).subspan(0, 13)},
     {"appleDeveloper", std::span(specs).subspan(13, 14)},
     {"packageManagers", std::span(specs).subspan(27, 25)},
@@ -149,6 +268,10 @@ constexpr std::array<CleanupRuleGroup, 7> groups{{
     {"aiTooling", std::span(specs).subspan(61, 6)},
     {"applicationSupportCacheHosts", std::span(specs).subspan(67, 18)},
     {"creativeSuites", std::span(specs).subspan(85, 4)},
+    {"linuxBrowsers", std::span(specs).subspan(89, 10)},
+    {"linuxDesktop", std::span(specs).subspan(99, 20)},
+    {"linuxDevelopers", std::span(specs).subspan(119, 36)},
+    {"linuxApplicationCaches", std::span(specs).subspan(155, 17)},
 }};
 
 constexpr std::array<BuiltInRuleRegistry::Title, 27> titles{{
@@ -200,16 +323,47 @@ constexpr std::array<std::string_view, 17> applicationSupportCacheDirectories{
     "media cache",
     "media cache files",
     "peak files"};
+static_assert(tableHash(applicationSupportCacheDirectories) == 0xdf04'027c'1649'34f7);
+
+/// What is called a cache in these is an extension's code, a person's settings, or a website's
+/// data.
+constexpr std::array<std::string_view, 3> foldersWithoutCaches{"extensions", "user",
+                                                               "service worker"};
+
+/// Whether some component of a path has the name of a cache folder. The last one counts only when
+/// it is a folder.
+bool isInCacheFolder(std::string_view rest, bool isFolder) {
+    for (;;) {
+        const std::size_t end = rest.find('/');
+        if (end == std::string_view::npos && !isFolder) return false;
+        if (std::ranges::find(applicationSupportCacheDirectories, rest.substr(0, end)) !=
+            applicationSupportCacheDirectories.end()) {
+            return true;
+        }
+        if (end == std::string_view::npos) return false;
+        rest.remove_prefix(end + 1);
+    }
+}
 
 } // namespace
 
-std::span<const CleanupRuleGroup> BuiltInRuleRegistry::groupedSpecs() { return groups; }
+std::span<const CleanupRuleGroup> BuiltInRuleRegistry::groupedSpecs(OperatingSystem system) {
+    const bool isLinux = system == OperatingSystem::linux_;
+    return std::span(groups).first(isLinux ? groups.size() : groupsEverywhere);
+}
 
-std::span<const CleanupRuleSpec> BuiltInRuleRegistry::allSpecs() { return specs; }
+std::span<const CleanupRuleSpec> BuiltInRuleRegistry::allSpecs(OperatingSystem system) {
+    const bool isLinux = system == OperatingSystem::linux_;
+    return std::span(specs).first(isLinux ? specs.size() : everywhere);
+}
 
-const CleanupRuleSpec* BuiltInRuleRegistry::spec(std::string_view id) {
-    const auto found = std::ranges::find(specs, id, &CleanupRuleSpec::id);
-    return found == specs.end() ? nullptr : &*found;
+const CleanupRuleSpec* BuiltInRuleRegistry::spec(std::string_view id, OperatingSystem system) {
+    const auto rows = allSpecs(system);
+    const std::string_view rowID = id.substr(0, id.find(':'));
+    const auto found = std::ranges::find(rows, rowID, &CleanupRuleSpec::id);
+    if (found == rows.end()) return nullptr;
+    const bool isOfOneFolder = rowID.size() + 1 < id.size();
+    return rowID != id && !(isOfOneFolder && isForEachFolder(*found)) ? nullptr : &*found;
 }
 
 std::span<const BuiltInRuleRegistry::Title> BuiltInRuleRegistry::titleOverrides() { return titles; }
@@ -217,11 +371,13 @@ std::span<const BuiltInRuleRegistry::Title> BuiltInRuleRegistry::titleOverrides(
 std::string BuiltInRuleRegistry::title(std::string_view id) {
     const auto found = std::ranges::find(titles, id, &Title::id);
     if (found != titles.end()) return std::string(found->title);
+    const std::size_t end = std::min(id.find(':'), id.size()); // behind it a folder's own name
     std::string title(id);
-    std::ranges::replace(title, '-', ' ');
+    std::replace(title.begin(), title.begin() + static_cast<std::ptrdiff_t>(end), '-', ' ');
     if (!title.empty() && title[0] >= 'a' && title[0] <= 'z') {
         title[0] = static_cast<char>(title[0] - 'a' + 'A');
     }
+    if (end < title.size()) title.insert(end + 1, " ");
     return title;
 }
 
@@ -229,18 +385,20 @@ bool BuiltInRuleRegistry::isApplicationSupportCache(std::string_view loweredPath
     constexpr std::string_view support = "/library/application support/";
     const std::size_t at = loweredPath.find(support);
     if (at == std::string_view::npos) return false;
-    std::string_view rest = loweredPath.substr(at + support.size());
-    std::size_t end = rest.find('/'); // of the application's own folder
-    while (end != std::string_view::npos) {
-        rest.remove_prefix(end + 1);
-        end = rest.find('/');
-        if (end == std::string_view::npos && !isFolder) return false;
-        if (std::ranges::find(applicationSupportCacheDirectories, rest.substr(0, end)) !=
-            applicationSupportCacheDirectories.end()) {
-            return true;
+    const std::string_view rest = loweredPath.substr(at + support.size());
+    const std::size_t end = rest.find('/'); // of the application's own folder
+    return end != std::string_view::npos && isInCacheFolder(rest.substr(end + 1), isFolder);
+}
+
+bool BuiltInRuleRegistry::isCacheOnLinux(std::string_view loweredBelow, bool isFolder) {
+    for (std::string_view rest = loweredBelow; !rest.empty();) {
+        const std::string_view name = rest.substr(0, rest.find('/'));
+        if (std::ranges::find(foldersWithoutCaches, name) != foldersWithoutCaches.end()) {
+            return false;
         }
+        rest.remove_prefix(std::min(name.size() + 1, rest.size()));
     }
-    return false;
+    return isInCacheFolder(loweredBelow, isFolder);
 }
 
 } // namespace tidyro

@@ -1,8 +1,11 @@
 #include "StorageEngine/Rules/CleanupRule.h"
 
+#include <cerrno>
 #include <utility>
 
+#include "Base/LoweredPath.h"
 #include "Base/PathText.h"
+#include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 
 namespace tidyro {
@@ -47,11 +50,30 @@ bool CleanupRule::grantsSafeCleanupAuthority(const FileURL& url, FolderResolver&
                               folder == rootPath() ? resolvedRoot_->path() : expectedPlace(folder));
 }
 
+bool CleanupRule::isWithinReach(std::string_view path, bool isFolder) const {
+    if (!onlyInCacheFolders()) return true;
+    if (path.size() <= rootPrefix_.size()) return false;
+    const LoweredPath below(path.substr(rootPrefix_.size()));
+    return BuiltInRuleRegistry::isCacheOnLinux(below.text(), isFolder);
+}
+
+bool CleanupRule::mayBeBuiltHere(std::string_view path) const {
+    if (options_.builtHereMark.empty()) return false;
+    for (std::string_view at = path; at.size() > rootPath().size();) {
+        at = path::parent(at);
+        const auto mark = platform::fileMetadata(path::joined(at, options_.builtHereMark));
+        if (mark || mark.error().code != ENOENT) return true;
+    }
+    return false;
+}
+
 bool CleanupRule::operator==(const CleanupRule& other) const {
     return id() == other.id() && rootURL() == other.rootURL() && category() == other.category() &&
            minimumAge() == other.minimumAge() && isRegenerable() == other.isRegenerable() &&
-           alwaysNeedsReview() == other.alwaysNeedsReview() && authority() == other.authority() &&
-           resolvedRootURL() == other.resolvedRootURL();
+           alwaysNeedsReview() == other.alwaysNeedsReview() &&
+           onlyInCacheFolders() == other.onlyInCacheFolders() &&
+           options_.builtHereMark == other.options_.builtHereMark &&
+           authority() == other.authority() && resolvedRootURL() == other.resolvedRootURL();
 }
 
 namespace coding {
@@ -124,6 +146,8 @@ Decoded<CleanupRule> JSONCoder<CleanupRule>::decode(const JSON& json) {
          .minimumAge = written->minimumAge,
          .isRegenerable = written->isRegenerable,
          .alwaysNeedsReview = spec == nullptr || spec->alwaysNeedsReview,
+         .onlyInCacheFolders = spec == nullptr || spec->onlyInCacheFolders,
+         .builtHereMark = std::string(spec == nullptr ? "" : spec->builtHereMark),
          .authority = root ? CleanupRule::Authority::builtIn : CleanupRule::Authority::unverified,
          .expectedRoot = root});
 }

@@ -44,6 +44,8 @@ class CleanupRule {
         double minimumAge;  ///< seconds
         bool isRegenerable; ///< its owner builds the material again when it is needed
         bool alwaysNeedsReview = false;
+        bool onlyInCacheFolders = false; ///< below an application's support folder on Linux
+        std::string builtHereMark = {};  ///< see `CleanupRuleSpec`
         Authority authority = Authority::builtIn;
         /// Where the root lies when no link leads away from it. A rule whose root really lies
         /// elsewhere grants nothing, because a link by a cache's name may lead to anybody's files.
@@ -58,6 +60,7 @@ class CleanupRule {
     [[nodiscard]] double minimumAge() const { return options_.minimumAge; }
     [[nodiscard]] bool isRegenerable() const { return options_.isRegenerable; }
     [[nodiscard]] bool alwaysNeedsReview() const { return options_.alwaysNeedsReview; }
+    [[nodiscard]] bool onlyInCacheFolders() const { return options_.onlyInCacheFolders; }
     [[nodiscard]] Authority authority() const { return options_.authority; }
     [[nodiscard]] const std::string& rootPath() const { return options_.rootURL.path(); }
     /// `rootPath` with a "/" at its end.
@@ -78,6 +81,14 @@ class CleanupRule {
     /// `folders`, which remembers.
     [[nodiscard]] bool grantsSafeCleanupAuthority(const FileURL& url,
                                                   FolderResolver& folders) const;
+
+    /// Whether the rule is about a matching item: one for an application's support folder on Linux
+    /// reaches only the caches in it.
+    [[nodiscard]] bool isWithinReach(std::string_view path, bool isFolder) const;
+
+    /// Whether a matching item lies in a folder that holds something built on this machine, or in
+    /// one that cannot be asked. Asks the disk, and only for rules with such a mark.
+    [[nodiscard]] bool mayBeBuiltHere(std::string_view path) const;
 
     /// Equal rules give equal verdicts: where the root really lies counts as well.
     bool operator==(const CleanupRule& other) const;

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "Base/LoweredPath.h"
+#include "Base/StableHash.h"
 #include "Base/UnicodeText.h"
 
 namespace tidyro {
@@ -29,6 +30,7 @@ constexpr std::array<std::string_view, 17> reviewRoots{
     ".claude/todos",
     ".codex/sessions",
     "library/application support/cursor/user/workspacestorage"};
+static_assert(tableHash(reviewRoots) == 0xa1f6'a035'0876'6d87);
 
 /// Whether `path` is `folder` or lies in it; neither ends with "/".
 bool isInsideOrEqual(std::string_view path, std::string_view folder) {

@@ -39,7 +39,8 @@ constexpr auto knownApplications = std::to_array<ActiveApplications::Known>({
     {"firefox|librewolf|waterfox|tor|plugin-container|web content|gpu process|socket process",
      "org.mozilla|io.gitlab.librewolf-community",
      "Library/Caches/Firefox|Library/Caches/Mozilla|Library/Application Support/Firefox|.mozilla|"
-     ".cache/mozilla|.librewolf|.cache/librewolf|.waterfox|.cache/waterfox|snap/firefox"},
+     ".cache/mozilla|.librewolf|.cache/librewolf|.waterfox|.cache/waterfox|snap/firefox|"
+     ".var/app/org.mozilla.firefox"},
     {"safari|com.apple.webkit|com.apple.safari", "com.apple.Safari|com.apple.WebKit",
      "Library/Caches/com.apple.Safari|Library/Safari|Library/WebKit|"
      "Library/Containers/com.apple.Safari"},
@@ -156,7 +157,10 @@ constexpr auto knownApplications = std::to_array<ActiveApplications::Known>({
      "Library/Application Support/Adobe|Library/Caches/Adobe|Library/Logs/Adobe|"
      "Library/Caches/com.adobe.Photoshop|Library/Preferences/Adobe"},
     {"steam|steamwebhelper", "com.valvesoftware.steam",
-     "Library/Application Support/Steam|.steam|.local/share/Steam|snap/steam"},
+     "Library/Application Support/Steam|.steam|.local/share/Steam|snap/steam|"
+     ".var/app/com.valvesoftware.Steam"},
+    {"wine|wine64|wineserver|winetricks|lutris|proton|bottles", "",
+     ".wine|.cache/wine|.cache/winetricks"},
     {"soffice|libreoffice|oosplash", "org.libreoffice",
      "Library/Application Support/LibreOffice|.config/libreoffice|.cache/libreoffice"},
 
@@ -166,7 +170,7 @@ constexpr auto knownApplications = std::to_array<ActiveApplications::Known>({
      ".cache/puppeteer|.cache/ms-playwright|.cache/Cypress|.cache/typescript|.cache/electron|"
      ".local/share/pnpm|.local/state/pnpm|Library/pnpm|Library/Caches/Yarn|Library/Caches/pnpm|"
      "Library/Caches/node|Library/Caches/node-gyp|Library/Caches/ms-playwright|"
-     "Library/Caches/typescript|Library/Caches/electron"},
+     "Library/Caches/typescript|Library/Caches/electron|.cache/electron-builder"},
     {"bun|bunx", "", ".bun"},
     {"deno", "", ".deno|.cache/deno|Library/Caches/deno"},
     {"cargo|rustc|rustup|rust-analyzer|rustdoc|rustfmt|clippy|cargo-clippy|sccache", "",
@@ -177,7 +181,7 @@ constexpr auto knownApplications = std::to_array<ActiveApplications::Known>({
      ".cache/pip|.cache/pypoetry|.cache/uv|.cache/pdm|.cache/pipenv|.cache/huggingface|"
      ".cache/torch|.cache/conda|.conda|.local/share/uv|.local/share/pipx|Library/Caches/pip|"
      "Library/Caches/pypoetry|Library/Caches/uv|Library/Caches/pdm|Library/Caches/pipenv|"
-     "Library/Caches/conda"},
+     "Library/Caches/conda|.cache/virtualenv|.cache/matplotlib|.cache/black"},
     {"php|composer", "", ".composer|.cache/composer|.config/composer|Library/Caches/composer"},
     {"dotnet|nuget|mono|msbuild|vbcscompiler|omnisharp", "",
      ".nuget|.dotnet|.local/share/NuGet|.templateengine"},
@@ -190,8 +194,11 @@ constexpr auto knownApplications = std::to_array<ActiveApplications::Known>({
      "go|Library/Caches/go-build|.cache/go-build|Library/Caches/gopls|.cache/gopls|"
      ".cache/golangci-lint|Library/Caches/golangci-lint"},
     {"git|git-lfs|git-remote", "", ".cache/git|.cargo/git|.cocoapods/repos"},
-    {"cc|gcc|g++|c++|cc1|cc1plus|ccache|conan|cmake|ninja|bazel|vcpkg", "",
-     ".ccache|.cache/ccache|Library/Caches/ccache|.conan|.conan2|.cache/bazel|.cache/vcpkg"},
+    {"cc|gcc|g++|c++|cc1|cc1plus|ccache|conan|cmake|ninja|bazel|bazelisk|vcpkg|clangd", "",
+     ".ccache|.cache/ccache|Library/Caches/ccache|.conan|.conan2|.cache/bazel|.cache/bazelisk|"
+     ".cache/vcpkg|.cache/clangd"},
+    {"zig|zls", "", ".cache/zig"},
+    {"trivy", "", ".cache/trivy"},
 
     // Containers, machines and what lives on servers
     {"docker|dockerd|containerd|buildx|buildkitd|com.docker|vpnkit|runc|docker-compose",

@@ -14,6 +14,9 @@ namespace tidyro {
 
 namespace {
 
+constexpr char applicationDataStays[] =
+    "Application Support data is review-only and cannot be inferred as temporary.";
+
 /// Downloads are not among them: they are rated by their category.
 constexpr std::array<std::string_view, 5> personalFolders{"desktop", "documents", "movies", "music",
                                                           "pictures"};
@@ -40,6 +43,15 @@ RiskAssessment mayBeInUseAssessment() {
                                    internalLocalVolume, userReviewRequired},
                          .summary = "This is old and regenerable, but Tidyro runs in a container "
                                     "or sandbox, and a program outside may be using it."}};
+}
+
+RiskAssessment fetchedByToolAssessment() {
+    using enum EvidenceCode;
+    return {.tier = RiskTier::reviewCarefully,
+            .evidence = {.codes = {verifiedBuiltInRule, regenerable, oldEnough, currentUserOwned,
+                                   internalLocalVolume, inactive, userReviewRequired},
+                         .summary = "A package manager fetched this repository for itself and "
+                                    "fetches it again. Make sure that nothing in it is yours."}};
 }
 
 RiskAssessment reviewOnly(CleanupCategory category) {
@@ -85,6 +97,19 @@ bool isApplicationData(const LoweredPath& path, bool isFolder) {
            !BuiltInRuleRegistry::isApplicationSupportCache(path.text(), isFolder);
 }
 
+bool hasDownloads(std::string_view path) {
+    return LoweredPath(path).hasComponent(
+        [](std::string_view component) { return component == "downloads"; });
+}
+
+/// Whether a path says "downloads" by the root of its rule alone: then it is what the rule says,
+/// and no person put it there.
+bool isDownloadOfItsRule(std::string_view path, const CleanupRule& rule, const FileURL& home) {
+    if (!path::isInsideOrEqual(rule.rootPath(), home.path())) return false;
+    if (path.size() <= rule.rootPrefix().size() || hasDownloads(home.path())) return false;
+    return !hasDownloads(path.substr(rule.rootPrefix().size()));
+}
+
 bool isBuildStore(const LoweredPath& path) {
     constexpr std::string_view derivedData = "/library/developer/xcode/deriveddata/";
     const std::size_t at = path.text().find(derivedData);
@@ -114,8 +139,11 @@ CleanupCategory categoryOf(const FileObservation& observation, const LoweredPath
 DeterministicSafetyPolicy::DeterministicSafetyPolicy(FileURL home)
     : home_(std::move(home)),
       homePrefix_(loweredHomePrefix(home_)),
+      kept_(home_),
+      bases_(BaseFolders::ofKeptPlaces(home_)),
       safe_(safeAssessment()),
       reviewRequired_(ReviewRequiredScope::downgraded(safe_)),
+      fetchedByTool_(fetchedByToolAssessment()),
       mayBeInUse_(mayBeInUseAssessment()) {}
 
 CleanupCategory DeterministicSafetyPolicy::category(const FileObservation& observation) {
@@ -155,13 +183,13 @@ DeterministicSafetyPolicy::mostSpecificMatchingRule(const FileURL& url,
 std::optional<RiskAssessment>
 DeterministicSafetyPolicy::protectedAssessment(const FileObservation& observation,
                                                const SafetyPolicyContext& context) const {
-    return protectedBy(observation, LoweredPath(observation.url.path()), context);
+    return protectedBy(observation, LoweredPath(observation.url.path()), context, PartOf::nothing);
 }
 
 std::optional<RiskAssessment>
 DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
                                        const LoweredPath& lowered,
-                                       const SafetyPolicyContext& context) const {
+                                       const SafetyPolicyContext& context, PartOf whole) const {
     using enum EvidenceCode;
     const std::string& path = observation.url.path();
     if (observation.kind != FileKind::regularFile) {
@@ -185,7 +213,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
             cloudPlaceholder,
             "Cloud placeholders remain protected and are never downloaded for cleanup.");
     }
-    if (observation.isInProjectRepository) {
+    if (observation.isInProjectRepository && whole != PartOf::toolCheckout) {
         return protectedFor(projectRepository,
                             "Project repositories remain protected regardless of other evidence.");
     }
@@ -218,9 +246,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
     }
     constexpr bool isFolder = false; // only regular files come this far
     if (isApplicationData(lowered, isFolder)) {
-        return protectedFor(
-            protectedLocation,
-            "Application Support data is review-only and cannot be inferred as temporary.");
+        return protectedFor(protectedLocation, applicationDataStays);
     }
     if (isBuildStore(lowered)) {
         return protectedFor(protectedLocation,
@@ -244,22 +270,47 @@ DeterministicSafetyPolicy::verdict(const FileObservation& observation,
     const LoweredPath lowered(observation.url.path());
     const CleanupCategory category =
         question.categoryHint ? *question.categoryHint : categoryOf(observation, lowered);
-    if (auto assessment = protectedBy(observation, lowered, question.context)) {
+    if (auto assessment = protectedBy(observation, lowered, question.context, question.partOf)) {
         return {category, *std::move(assessment)};
     }
     if (auto assessment = protectedAsPart(question.partOf)) {
         return {category, *std::move(assessment)};
     }
-    if (isReviewOnly(category)) return {category, reviewOnly(category)};
-    return byRule(observation, question, category);
+    const CleanupRule* rule = mostSpecificMatchingRule(observation.url, question.rules);
+    // A rule that is rooted in a store names just what may go there.
+    if (const auto kept = kept_.find(lowered.text());
+        kept && !(kept->storeDepth && rule != nullptr && rule->rootDepth() >= *kept->storeDepth)) {
+        return {category,
+                protectedFor(EvidenceCode::protectedLocation, SharedText::lasting(kept->reason))};
+    }
+    if (rule == nullptr && kept_.isApplicationSupport(lowered.text())) {
+        return {category, protectedFor(EvidenceCode::protectedLocation, applicationDataStays)};
+    }
+    if (rule != nullptr && !rule->isWithinReach(observation.url.path(), /*isFolder=*/false)) {
+        return {rule->category(),
+                protectedFor(EvidenceCode::protectedLocation, applicationDataStays)};
+    }
+    const bool isOfRule = !question.categoryHint && category == CleanupCategory::download &&
+                          rule != nullptr &&
+                          isDownloadOfItsRule(observation.url.path(), *rule, home_);
+    if (isReviewOnly(category) && !isOfRule) return {category, reviewOnly(category)};
+    return byRule(observation, rule, question, category);
+}
+
+/// The review roots are named as most homes have them, so a path is asked by that name as well.
+bool DeterministicSafetyPolicy::touchesReviewRoot(std::string_view path) const {
+    if (ReviewRequiredScope::touchesReviewRoot(path, homePrefix_)) return true;
+    if (!bases_.areMoved() || !path::isInsideOrEqual(path, home_.path())) return false;
+    const std::string named =
+        path::joined(home_.path(), bases_.named(path::below(path, home_.path())));
+    return ReviewRequiredScope::touchesReviewRoot(named, homePrefix_);
 }
 
 DeterministicSafetyPolicy::Verdict
-DeterministicSafetyPolicy::byRule(const FileObservation& observation, const Question& question,
-                                  CleanupCategory category) const {
+DeterministicSafetyPolicy::byRule(const FileObservation& observation, const CleanupRule* rule,
+                                  const Question& question, CleanupCategory category) const {
     using enum EvidenceCode;
     const FileURL& url = observation.url;
-    const CleanupRule* rule = mostSpecificMatchingRule(url, question.rules);
     if (rule == nullptr) {
         return {category,
                 protectedFor(
@@ -280,6 +331,11 @@ DeterministicSafetyPolicy::byRule(const FileObservation& observation, const Ques
             protectedFor(unknownPurpose,
                          "The matching rule does not prove that this category is regenerable.")};
     }
+    if (rule->mayBeBuiltHere(url.path())) {
+        return {category,
+                protectedFor(protectedLocation,
+                             "This was built on this machine, and nobody can download it again.")};
+    }
     const auto isOldEnough = [&](const std::optional<Timestamp>& since) {
         return since && question.now.secondsSinceReference() - since->secondsSinceReference() >=
                             rule->minimumAge();
@@ -294,9 +350,10 @@ DeterministicSafetyPolicy::byRule(const FileObservation& observation, const Ques
                 protectedFor(insufficientAge, "The item looks old, but it was put here within the "
                                               "cleanup rule's minimum age.")};
     }
-    const bool needsReview = rule->alwaysNeedsReview() ||
-                             ReviewRequiredScope::touchesReviewRoot(url.path(), homePrefix_);
-    if (needsReview) return {category, reviewRequired_};
+    if (question.partOf == PartOf::toolCheckout) return {category, fetchedByTool_};
+    if (rule->alwaysNeedsReview() || touchesReviewRoot(url.path())) {
+        return {category, reviewRequired_};
+    }
     const bool mayBeInUse =
         question.context.areProcessesHidden() &&
         (question.use != platform::FileUse::free ||

@@ -15,6 +15,8 @@
 #include "CareDomain/RiskAssessment.h"
 #include "Platform/Files/FileLease.h"
 #include "StorageEngine/Observation/FileObserver.h"
+#include "StorageEngine/Places/BaseFolders.h"
+#include "StorageEngine/Places/KeptPlaces.h"
 #include "StorageEngine/Rules/CleanupRule.h"
 #include "StorageEngine/Safety/SafetyPolicyContext.h"
 
@@ -49,7 +51,8 @@ class DeterministicSafetyPolicy {
         /// one the item's own path is resolved on the disk, which is a must right before the item
         /// is touched.
         FolderResolver* folders = nullptr;
-        /// What the item belongs to, as its observer tells. A part of anything is protected.
+        /// What the item belongs to, as its observer tells. A part of anything is protected, but
+        /// a tool's own checkout is left to a person's review where a rule covers it.
         PartOf partOf = PartOf::nothing;
         /// A file that was unpacked a moment ago may bear a modification date of years ago. So
         /// whoever looks for files to suggest counts their age from their creation as well.
@@ -92,16 +95,21 @@ class DeterministicSafetyPolicy {
     };
     [[nodiscard]] Verdict verdict(const FileObservation& observation,
                                   const Question& question) const;
-    [[nodiscard]] Verdict byRule(const FileObservation& observation, const Question& question,
-                                 CleanupCategory category) const;
-    [[nodiscard]] std::optional<RiskAssessment>
-    protectedBy(const FileObservation& observation, const LoweredPath& lowered,
-                const SafetyPolicyContext& context) const;
+    [[nodiscard]] Verdict byRule(const FileObservation& observation, const CleanupRule* rule,
+                                 const Question& question, CleanupCategory category) const;
+    [[nodiscard]] std::optional<RiskAssessment> protectedBy(const FileObservation& observation,
+                                                            const LoweredPath& lowered,
+                                                            const SafetyPolicyContext& context,
+                                                            PartOf whole) const;
+    [[nodiscard]] bool touchesReviewRoot(std::string_view path) const;
 
     FileURL home_;
     std::string homePrefix_; ///< lower-cased, "/" at its end
+    KeptPlaces kept_;
+    BaseFolders bases_; ///< as far as they move what needs review
     RiskAssessment safe_;
     RiskAssessment reviewRequired_;
+    RiskAssessment fetchedByTool_;
     RiskAssessment mayBeInUse_;
 };
 

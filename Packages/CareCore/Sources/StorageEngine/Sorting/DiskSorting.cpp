@@ -8,6 +8,7 @@
 #include "Base/LowercaseTable.h"
 #include "Base/PathText.h"
 #include "Base/Saturating.h"
+#include "StorageEngine/Places/BaseFolders.h"
 #include "StorageEngine/Sorting/KnownPlaces.h"
 #include "StorageEngine/Sorting/PlacePatterns.h"
 
@@ -120,8 +121,9 @@ class Placing {
             belowVolume.forEachItem(place, KnownPlace::Unit::eachChild, asTrash);
         }
         const PlacePatterns belowHome(tree_, options_.home.path());
+        const BaseFolders bases = BaseFolders::find(options_.home);
         for (const KnownPlace* place : KnownPlaces::mostSpecificFirst()) {
-            belowHome.forEachItem(place->pattern, place->unit, [&](NodeNumber node) {
+            belowHome.forEachItem(bases.moved(place->pattern), place->unit, [&](NodeNumber node) {
                 if (place->unit == KnownPlace::Unit::wholePlace ||
                     !isExcludedChild(*place, tree_.nameBytes(node))) {
                     expect(node, place->group);

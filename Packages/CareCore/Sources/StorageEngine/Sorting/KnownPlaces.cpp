@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Base/PathText.h"
+#include "StorageEngine/Places/BaseFolders.h"
 
 namespace tidyro {
 
@@ -34,7 +35,15 @@ constexpr std::array<std::string_view, 1> compilationCache{"CompilationCache.noi
 /// The list of the simulators; without it all of them are lost.
 constexpr std::array<std::string_view, 1> deviceSet{"device_set.plist"};
 
-constexpr std::array<KnownPlace, 34> knownPlaces{{
+/// People's own data among the caches, and stores that only their owner may shrink.
+constexpr std::array<std::string_view, 12> notInCaches{
+    "uv",        "huggingface", "pre-commit", "ccache", "rclone", "deno",
+    "evolution", "kioexec",     "obexd",      "zsh",    "bash",   "lm-studio"};
+
+/// The places that macOS and both systems have. Those of Linux alone come behind them.
+constexpr std::size_t placesEverywhere = 34;
+
+constexpr std::array<KnownPlace, 44> knownPlaces{{
     {"caches", "Library/Caches", eachChild, applicationCaches, tenMinutes, systemCaches},
     {"sandboxed-caches", "Library/Containers/*/Data/Library/Caches", eachChild, sandboxedCaches,
      tenMinutes, systemCaches},
@@ -76,6 +85,18 @@ constexpr std::array<KnownPlace, 34> knownPlaces{{
     {"swiftpm-cache", "Library/Caches/org.swift.swiftpm", wholePlace, packageCaches, tenMinutes},
     {"cocoapods-repos", ".cocoapods/repos", wholePlace, packageCaches, tenMinutes},
     {"torch-cache", ".cache/torch", eachChild, applicationCaches, tenMinutes},
+
+    {"linux-caches", ".cache", eachChild, applicationCaches, tenMinutes, notInCaches},
+    {"flatpak-caches", ".var/app/*/cache", wholePlace, sandboxedCaches, tenMinutes},
+    {"snap-caches", "snap/*/common/.cache", wholePlace, sandboxedCaches, tenMinutes},
+    {"steam-shaders", ".local/share/Steam/steamapps/shadercache", eachChild, applicationCaches,
+     tenMinutes},
+    {"maven-repository", ".m2/repository", wholePlace, packageCaches, tenMinutes},
+    {"ivy-cache", ".ivy2/cache", wholePlace, packageCaches, tenMinutes},
+    {"rustup-downloads", ".rustup/downloads", wholePlace, packageCaches, tenMinutes},
+    {"android-cache", ".android/cache", wholePlace, packageCaches, tenMinutes},
+    {"yay-builds", ".cache/yay", eachChild, packageCaches, hour},
+    {"paru-builds", ".cache/paru/clone", eachChild, packageCaches, hour},
 }};
 
 constexpr auto componentCount(std::string_view pattern) {
@@ -84,10 +105,9 @@ constexpr auto componentCount(std::string_view pattern) {
 
 constexpr auto starCount(std::string_view pattern) { return std::ranges::count(pattern, '*'); }
 
-std::array<const KnownPlace*, knownPlaces.size()> sortedBySpecificity() {
-    std::array<const KnownPlace*, knownPlaces.size()> sorted{};
-    std::ranges::transform(knownPlaces, sorted.begin(),
-                           [](const KnownPlace& place) { return &place; });
+std::vector<const KnownPlace*> sortedBySpecificity(OperatingSystem system) {
+    std::vector<const KnownPlace*> sorted;
+    for (const KnownPlace& place : KnownPlaces::all(system)) sorted.push_back(&place);
     std::ranges::sort(sorted, [](const KnownPlace* a, const KnownPlace* b) {
         const auto more = componentCount(a->pattern) - componentCount(b->pattern);
         if (more != 0) return more > 0;
@@ -115,23 +135,35 @@ bool isExcludedChild(const KnownPlace& place, std::string_view name) {
            std::ranges::find(finderFiles, name) != finderFiles.end();
 }
 
-std::span<const KnownPlace> KnownPlaces::all() { return knownPlaces; }
-
-std::span<const KnownPlace* const> KnownPlaces::mostSpecificFirst() {
-    static const auto sorted = sortedBySpecificity();
-    return sorted;
+std::span<const KnownPlace> KnownPlaces::all(OperatingSystem system) {
+    const bool isLinux = system == OperatingSystem::linux_;
+    return std::span(knownPlaces).first(isLinux ? knownPlaces.size() : placesEverywhere);
 }
 
-const KnownPlace* KnownPlaces::place(std::string_view id) {
-    const auto found = std::ranges::find(knownPlaces, id, &KnownPlace::id);
-    return found == knownPlaces.end() ? nullptr : &*found;
+std::span<const KnownPlace* const> KnownPlaces::mostSpecificFirst(OperatingSystem system) {
+    static const auto onMacOS = sortedBySpecificity(OperatingSystem::macOS);
+    static const auto onLinux = sortedBySpecificity(OperatingSystem::linux_);
+    return system == OperatingSystem::linux_ ? onLinux : onMacOS;
 }
 
-const KnownPlace* KnownPlaces::place(std::string_view path, const FileURL& home) {
+const KnownPlace* KnownPlaces::place(std::string_view id, OperatingSystem system) {
+    const auto places = all(system);
+    const auto found = std::ranges::find(places, id, &KnownPlace::id);
+    return found == places.end() ? nullptr : &*found;
+}
+
+const KnownPlace* KnownPlaces::place(std::string_view path, const FileURL& home,
+                                     OperatingSystem system) {
     const std::string wanted = path::standardized(path);
     if (!path::isInsideOrEqual(wanted, home.path())) return nullptr;
-    const auto components = path::components(path::below(wanted, home.path()));
-    for (const KnownPlace* place : mostSpecificFirst()) {
+    std::string_view below = path::below(wanted, home.path());
+    std::string named; // as the patterns name it
+    if (platform::movedFolders() != platform::MovedFolders{}) {
+        named = BaseFolders::find(home).named(below);
+        below = named;
+    }
+    const auto components = path::components(below);
+    for (const KnownPlace* place : mostSpecificFirst(system)) {
         if (isInPlace(*place, components)) return place;
     }
     return nullptr;

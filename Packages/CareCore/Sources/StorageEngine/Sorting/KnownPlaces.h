@@ -6,6 +6,8 @@
 #include <string_view>
 
 #include "Base/FileURL.h"
+#include "Base/SystemTexts.h"
+#include "Platform/Machine/OperatingSystem.h"
 #include "StorageEngine/Sorting/DiskGroup.h"
 
 namespace tidyro {
@@ -25,7 +27,9 @@ struct KnownPlace {
     std::span<const std::string_view> excludedChildren = {};
 };
 
-/// The table of known places. Names are compared as they are written.
+/// The table of known places. Names are compared as they are written. Linux has places of its own
+/// behind those that name what macOS and both systems have; there the environment may have moved
+/// the folders that the patterns begin with.
 ///
 ///     const KnownPlace* place = KnownPlaces::place("/home/ada/.cache/pip/http/5/2", home);
 ///     if (place != nullptr) return place->id; // "pip-cache-dot"
@@ -33,16 +37,21 @@ struct KnownPlace {
 /// The table is constant: any thread may read it, and pointers into it stay valid.
 struct KnownPlaces {
     /// All of them, in the order in which they are listed to people.
-    [[nodiscard]] static std::span<const KnownPlace> all();
+    [[nodiscard]] static std::span<const KnownPlace>
+    all(OperatingSystem system = platform::operatingSystem());
     /// The same, the most specific pattern first: more components before fewer, a written name
     /// before a "*". Among equals the order of `all`.
-    [[nodiscard]] static std::span<const KnownPlace* const> mostSpecificFirst();
+    [[nodiscard]] static std::span<const KnownPlace* const>
+    mostSpecificFirst(OperatingSystem system = platform::operatingSystem());
 
-    [[nodiscard]] static const KnownPlace* place(std::string_view id);
+    [[nodiscard]] static const KnownPlace*
+    place(std::string_view id, OperatingSystem system = platform::operatingSystem());
 
     /// The most specific place that the path is or lies in, null where there is none. A place of
     /// `eachChild` has neither its own folder nor its excluded children.
-    [[nodiscard]] static const KnownPlace* place(std::string_view path, const FileURL& home);
+    [[nodiscard]] static const KnownPlace*
+    place(std::string_view path, const FileURL& home,
+          OperatingSystem system = platform::operatingSystem());
 };
 
 /// Whether one component of a pattern stands for a name.

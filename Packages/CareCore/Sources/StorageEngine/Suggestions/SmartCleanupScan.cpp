@@ -190,9 +190,13 @@ void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
     FileObserver observer(home_, volumes_);
     FolderResolver folders;
     const auto take = [&](CleanupPlaceWalk::Found found) {
-        // The second look finds out the rest: most files never come that far.
-        CleanupCandidate candidate =
-            rated({.observation = std::move(found.observation)}, context, folders);
+        // The second look finds out the rest: most files never come that far. But a repository may
+        // be a tool's own checkout.
+        Seen seen{.observation = std::move(found.observation)};
+        if (seen.observation.isInProjectRepository) {
+            seen.partOf = observer.partOf(seen.observation);
+        }
+        CleanupCandidate candidate = rated(std::move(seen), context, folders);
         if (candidate.assessment.tier == RiskTier::protected_) {
             hold(candidate);
             return true;

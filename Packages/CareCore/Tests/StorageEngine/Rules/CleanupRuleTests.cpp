@@ -1,9 +1,13 @@
 #include "StorageEngine/Rules/CleanupRule.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <map>
 #include <set>
+#include <span>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -31,7 +35,8 @@ CleanupRule ruleAt(const FileURL& root,
 
 TEST(BuiltInRuleRegistry, HoldsEveryRuleOnceInItsGroup) {
     std::map<std::string_view, std::size_t> sizes;
-    for (const CleanupRuleGroup& group : BuiltInRuleRegistry::groupedSpecs()) {
+    for (const CleanupRuleGroup& group :
+         BuiltInRuleRegistry::groupedSpecs(OperatingSystem::macOS)) {
         sizes[group.name] = group.specs.size();
     }
     EXPECT_EQ(sizes, (std::map<std::string_view, std::size_t>{{"userLibrary", 13},
@@ -46,7 +51,7 @@ TEST(BuiltInRuleRegistry, HoldsEveryRuleOnceInItsGroup) {
     std::map<double, int> ages;
     int reviewed = 0;
     int highYield = 0;
-    for (const CleanupRuleSpec& spec : BuiltInRuleRegistry::allSpecs()) {
+    for (const CleanupRuleSpec& spec : BuiltInRuleRegistry::allSpecs(OperatingSystem::macOS)) {
         EXPECT_TRUE(ids.insert(spec.id).second) << spec.id;
         EXPECT_TRUE(paths.insert(spec.relativePath).second) << spec.relativePath;
         EXPECT_TRUE(mayBeAllowlistedForSafeCleanup(spec.category)) << spec.id;
@@ -85,8 +90,100 @@ TEST(BuiltInCleanupRules, AreBoundToAHomeWithTheAgeFloorApplied) {
     EXPECT_EQ(age(CleanupAgeFloor::oneYear), 365);
     EXPECT_EQ(applied(CleanupAgeFloor::ninetyDays, 120 * 86'400.0), 120 * 86'400.0);
     EXPECT_EQ(applied(CleanupAgeFloor::recommended, -5), 0);
-    EXPECT_EQ(BuiltInCleanupRules::allLocations(url).size(), 89U);
+    const auto count = [&](OperatingSystem system) {
+        return BuiltInCleanupRules::allLocations(url, CleanupAgeFloor::recommended, system).size();
+    };
     EXPECT_EQ(BuiltInCleanupRules::currentUser(url), BuiltInCleanupRules::allLocations(url));
+    EXPECT_EQ(count(OperatingSystem::macOS), 89U);
+    EXPECT_EQ(count(OperatingSystem::linux_), 170U) << "but for the rows for each folder";
+}
+
+/// FNV-1a, by which a published table is compared as a whole.
+std::uint64_t rowsDigest(std::span<const CleanupRuleSpec> rows) {
+    std::string text;
+    for (const CleanupRuleSpec& row : rows) {
+        text += std::string(row.id) + "|" + std::string(row.relativePath) + "|" +
+                std::string(rawValue(row.category)) + "|" +
+                std::to_string(std::lround(row.minimumAge / 86'400)) +
+                (row.isHighYield ? "|yes" : "|no") + (row.alwaysNeedsReview ? "|yes\n" : "|no\n");
+    }
+    std::uint64_t hash = 0xcbf29ce484222325;
+    for (const char byte : text) {
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+    }
+    return hash;
+}
+
+TEST(BuiltInRuleRegistry, HoldsTheRowsAsTheyArePublished) {
+    const std::vector<std::tuple<std::string_view, std::size_t, std::uint64_t>> published{
+        {"userLibrary", 13, 0xb8cd941597434399},
+        {"appleDeveloper", 14, 0xa843ccd1c7115895},
+        {"packageManagers", 25, 0xd63465ffab0d63b1},
+        {"infrastructure", 9, 0x8cca7bc45e39b99f},
+        {"aiTooling", 6, 0x8f4dc7d893979744},
+        {"applicationSupportCacheHosts", 18, 0x29763c8137eb2d8b},
+        {"creativeSuites", 4, 0x80f5ba3f0c60600},
+        {"linuxBrowsers", 10, 0x4fe3582c032c23a},
+        {"linuxDesktop", 20, 0xa096387f79f281fc},
+        {"linuxDevelopers", 36, 0xef8967c0064cd5c7},
+        {"linuxApplicationCaches", 17, 0x9a17cdd1743cac5c}};
+    const auto groups = BuiltInRuleRegistry::groupedSpecs(OperatingSystem::linux_);
+    const auto all = BuiltInRuleRegistry::allSpecs(OperatingSystem::linux_);
+    ASSERT_EQ(groups.size(), published.size());
+    std::size_t before = 0;
+    std::set<std::string_view> ids;
+    for (std::size_t i = 0; i < groups.size(); ++i) {
+        const auto& [name, count, digest] = published[i];
+        EXPECT_EQ(groups[i].name, name);
+        EXPECT_EQ(groups[i].specs.size(), count);
+        EXPECT_EQ(rowsDigest(groups[i].specs), digest) << name;
+        EXPECT_EQ(groups[i].specs.data(), all.data() + before) << name;
+        before += count;
+        for (const CleanupRuleSpec& row : groups[i].specs) {
+            EXPECT_TRUE(ids.insert(row.id).second) << row.id;
+            EXPECT_TRUE(mayBeAllowlistedForSafeCleanup(row.category)) << row.id;
+            EXPECT_EQ(row.onlyInCacheFolders, name == "linuxApplicationCaches") << row.id;
+            EXPECT_EQ(row.builtHereMark.empty(), row.id != "linux-maven");
+        }
+    }
+    EXPECT_EQ(all.size(), before);
+    EXPECT_EQ(BuiltInRuleRegistry::spec("linux-bazel", OperatingSystem::macOS), nullptr);
+}
+
+TEST(BuiltInCleanupRules, MakeOneForEachFolderOfARowWithAStar) {
+    const TemporaryFolder home;
+    home.file(".var/app/org.gimp.GIMP/cache/x", "x");
+    home.file(".var/app/a:b/data/x", "x");
+    home.file(".var/app/a file", "x");
+    home.folder("Documents/cache");
+    home.link(".var/app/to elsewhere", "../../Documents");
+    home.file("snap/notes/common/.cache/x", "x");
+    const auto rules = BuiltInCleanupRules::allLocations(
+        FileURL::folder(home.path()), CleanupAgeFloor::recommended, OperatingSystem::linux_);
+    std::vector<std::string> made;
+    for (const CleanupRule& rule : rules) {
+        if (rule.id().find(':') == std::string::npos) continue;
+        made.push_back(rule.id() + " " + rule.rootPath().substr(home.path().size()));
+        EXPECT_TRUE(rule.alwaysNeedsReview());
+    }
+    EXPECT_EQ(made, (std::vector<std::string>{
+                        "flatpak-caches:a:b /.var/app/a:b/cache",
+                        "flatpak-caches:org.gimp.GIMP /.var/app/org.gimp.GIMP/cache",
+                        "snap-caches:notes /snap/notes/common/.cache"}));
+    for (const CleanupRule& rule : rules) {
+        if (rule.id().find(':') == std::string::npos) continue;
+        const auto read = fromJSON<CleanupRule>(toJSON(rule));
+        ASSERT_TRUE(read);
+        EXPECT_EQ(read->authority(), CleanupRule::Authority::unverified) << "whoever wrote it";
+    }
+    const auto isKnown = [](std::string_view id) {
+        return BuiltInRuleRegistry::spec(id, OperatingSystem::linux_) != nullptr;
+    };
+    EXPECT_TRUE(isKnown("flatpak-caches:org.gimp.GIMP"));
+    EXPECT_FALSE(isKnown("flatpak-caches:"));
+    EXPECT_FALSE(isKnown("linux-bazel:x")) << "the row stands for one folder";
+    EXPECT_EQ(BuiltInRuleRegistry::title("flatpak-caches:org.gnome-x"),
+              "Flatpak caches: org.gnome-x");
 }
 
 TEST(BuiltInCleanupRules, GrantNothingThroughALinkThatLeadsAway) {

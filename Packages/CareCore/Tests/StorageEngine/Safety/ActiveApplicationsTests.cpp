@@ -134,9 +134,13 @@ TEST(ActiveApplications, AreTheScriptsOfTheSystemAndNotWhatRunsThem) {
 }
 
 /// Places that all programs share: who else but the files in use should say that one is?
-const std::set<std::string_view> sharedPlaces{"user-caches",        "user-logs",
-                                              "diagnostic-reports", "dot-cache",
-                                              "temporary-items",    "saved-application-state"};
+const std::set<std::string_view> sharedPlaces{
+    "user-caches", "user-logs", "diagnostic-reports", "dot-cache", "temporary-items",
+    "saved-application-state", "linux-thumbnails", "linux-fontconfig", "linux-gstreamer",
+    "linux-mesa-shaders", "linux-mesa-shaders-db", "linux-nvidia-compute", "linux-nvidia-shaders",
+    "linux-xorg-logs",
+    // Their applications run from paths that name them.
+    "flatpak-caches", "snap-caches"};
 
 TEST(ActiveApplications, KnowTheOwnerOfEveryPlaceThatIsCleaned) {
     std::vector<std::string> owned;

@@ -1,6 +1,7 @@
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <random>
@@ -11,8 +12,10 @@
 #include "Base/UnicodeText.h"
 #include "StorageEngine/Observation/LiveDataDetector.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
+#include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 #include "StorageEngine/Rules/ReviewRequiredScope.h"
 #include "Support/QuietMachine.h"
+#include "Support/TemporaryFolder.h"
 
 namespace tidyro {
 namespace {
@@ -253,8 +256,11 @@ TEST(DeterministicSafetyPolicy, ClassifiesWhatNothingProtects) {
         {"Library/Caches/pip/x", 20, tooYoung},      // likewise, and stricter
         {"Library/Application Support/Code/GPUCache/x", 7, safe},
         {".cache/pip/x", 400, safe},
-        {".cache/fontconfig/x", 400, reviewed}, // a rule that always asks
-        {".cache/huggingface/hub/x", 400, reviewed},
+        {".cache/tool/x", 400, reviewed}, // a rule that always asks
+        {".cache/huggingface/hub/x", 400,
+         "protected protectedLocation: Only its owner may shrink this store: hf cache ls, then hf "
+         "cache rm or hf cache prune",
+         CleanupCategory::unknown},
         {".docker/buildx/cache/x", 400, reviewed},
         {"Downloads/tool.dmg", 400,
          std::string("reviewCarefully userReviewRequired: ") + reviewOnly,
@@ -285,6 +291,197 @@ TEST(DeterministicSafetyPolicy, ClassifiesWhatNothingProtects) {
     EXPECT_EQ(
         told(bench.rated(fileAt(".npm/_cacache/x"), CleanupCategory::exactDuplicate).assessment),
         std::string("reviewCarefully exactByteDuplicate userReviewRequired: ") + reviewOnly);
+}
+
+std::string tierOf(const Bench& bench, std::string_view place) {
+    return std::string(rawValue(bench.rated(fileAt(place)).assessment.tier));
+}
+
+TEST(DeterministicSafetyPolicy, RatesEachRowOfLinuxAsItIsPublished) {
+    Bench bench;
+    bench.rules = BuiltInCleanupRules::allLocations(home, CleanupAgeFloor::recommended,
+                                                    OperatingSystem::linux_);
+    const auto groups = BuiltInRuleRegistry::groupedSpecs(OperatingSystem::linux_);
+    for (const CleanupRuleGroup& group : groups.subspan(7)) {
+        for (const CleanupRuleSpec& row : group.specs) {
+            if (isForEachFolder(row)) continue; // no such folder is there
+            const std::string root(row.relativePath);
+            const char* expected = row.alwaysNeedsReview ? "reviewCarefully" : "safeToReclaim";
+            const std::string in = row.onlyInCacheFolders ? "/Default/Code Cache/js/x" : "/a/x";
+            EXPECT_EQ(tierOf(bench, root + in), expected) << row.id;
+            const CleanupCandidate young = bench.rated(fileAt(root + in, row.minimumAge - 1));
+            EXPECT_EQ(young.assessment.tier, RiskTier::protected_) << row.id;
+            EXPECT_EQ(tierOf(bench, root + "2/a/x"),
+                      root.starts_with(".cache/") ? "reviewCarefully" : "protected")
+                << row.id;
+            EXPECT_EQ(tierOf(bench, root + "/a/LocalHistory/x"), "protected") << row.id;
+            if (!row.onlyInCacheFolders) continue;
+            for (const char* place :
+                 {"/x", "/Cache", "/Default/Preferences", "/Default/Extensions/a/cache/x",
+                  "/User/workspaceStorage/Cache/x",
+                  "/Default/Service Worker/CacheStorage/Cache/x"}) {
+                EXPECT_EQ(tierOf(bench, root + place), "protected") << row.id << place;
+            }
+        }
+    }
+}
+
+TEST(DeterministicSafetyPolicy, KeepsWhatPeopleAndStoresHaveInCaches) {
+    Bench bench;
+    bench.rules = BuiltInCleanupRules::allLocations(home, CleanupAgeFloor::recommended,
+                                                    OperatingSystem::linux_);
+    for (const char* place : {".cache/rclone/vfs/x",
+                              ".cache/deno/location_data/a/x",
+                              ".cache/evolution/mail/x",
+                              ".cache/kioexec/x",
+                              ".cache/obexd/x",
+                              ".cache/zsh/history",
+                              ".cache/bash/x",
+                              ".cache/gdb_history",
+                              ".cache/nvim/swap/x",
+                              ".cache/vim/undo/x",
+                              ".cache/emacs/a~",
+                              ".cache/tool/x.swp",
+                              ".cache/lm-studio/models/x",
+                              ".cache/uv/wheels/x",
+                              ".cache/huggingface/hub/x",
+                              ".cache/torch/hub/x",
+                              ".cache/pre-commit/x",
+                              ".cache/ccache/x",
+                              ".ollama/models/blobs/sha256-1",
+                              ".local/share/pnpm/store/v3/x",
+                              ".local/share/containers/storage/overlay/x",
+                              ".local/share/flatpak/repo/x",
+                              "go/pkg/mod/golang.org/x",
+                              "miniconda3/pkgs/x",
+                              ".cache/keys.kdbx",
+                              ".cache/a/wallet.dat",
+                              ".config/discord/downloads/x",
+                              ".config/tool/Cache/x",
+                              ".local/share/tool/downloads/x",
+                              ".local/share/Steam/userdata/1/x",
+                              ".var/app/org.gimp.GIMP/data/x"}) {
+        EXPECT_EQ(tierOf(bench, place), "protected") << place;
+    }
+    // What is rooted in a store names just what may go.
+    EXPECT_EQ(tierOf(bench, "go/pkg/mod/cache/download/x"), "safeToReclaim");
+    EXPECT_EQ(tierOf(bench, ".local/share/containers/storage/tmp/x"), "reviewCarefully");
+    EXPECT_EQ(tierOf(bench, ".ollama/models/blobs/partial/x"), "reviewCarefully");
+    // Neighbours by their names.
+    for (const char* place : {".cache/uv2/x", ".cache/rclones/x", ".cache/tool/history/x"}) {
+        EXPECT_EQ(tierOf(bench, place), "reviewCarefully") << place;
+    }
+    EXPECT_EQ(tierOf(bench, ".cache/deno/gen/x"), "safeToReclaim");
+    EXPECT_EQ(told(bench.rated(fileAt(".cache/uv/x")).assessment),
+              "protected protectedLocation: Only uv may shrink its cache: uv cache prune");
+}
+
+TEST(DeterministicSafetyPolicy, TellsWhatMayGoFromItsNeighbours) {
+    const Bench bench;
+    struct Pair {
+        const char* mayGo;
+        const char* stays;
+    };
+    for (const auto& [mayGo, stays] :
+         {Pair{".kube/cache/x", ".kube/config"}, Pair{".kube/http-cache/x", ".kube/http-cache2/x"},
+          Pair{"go/pkg/mod/cache/download/x", "go/src/x"},
+          Pair{"go/pkg/mod/cache/download/x", "go/pkg/mod/cache/lock"},
+          Pair{".aws/cli/cache/x", ".aws/credentials"}, Pair{".gem/cache/x", ".gem/credentials"},
+          Pair{".config/gcloud/logs/x", ".config/gcloud/credentials"},
+          Pair{".npm/_cacache/x", ".npmrc"}, Pair{".npm/_logs/x", ".password-store/x"},
+          Pair{"Library/Caches/x/y", "Library/Keychains/x"},
+          Pair{"Library/Logs/x", "Library/LogsOfMine/x"},
+          Pair{".bundle/cache/x", ".lmstudio/models/x"},
+          Pair{".cache/terraform/x", ".terraform.d/x"},
+          Pair{"Library/Application Support/Code/GPUCache/x",
+               "Library/Application Support/Code/Cache2/x"}}) {
+        EXPECT_EQ(tierOf(bench, mayGo), "safeToReclaim") << mayGo;
+        EXPECT_EQ(tierOf(bench, stays), "protected") << stays;
+    }
+    // Even a rule that reached them could not let them go.
+    Bench wide;
+    wide.rules = {CleanupRule({.id = "all",
+                               .rootURL = home,
+                               .category = CleanupCategory::regenerableCache,
+                               .minimumAge = 0,
+                               .isRegenerable = true})};
+    for (const char* kept : {".kube/config", ".aws/credentials", ".npmrc", ".password-store/x",
+                             "Library/Keychains/x", "go/pkg/mod/x", ".ssh/id"}) {
+        EXPECT_EQ(tierOf(wide, kept), "protected") << kept;
+    }
+    const std::string homePrefix = loweredHomePrefix(home);
+    const auto needsReview = [&](std::string_view below) {
+        return ReviewRequiredScope::touchesReviewRoot(path::joined(home.path(), below), homePrefix);
+    };
+    EXPECT_TRUE(needsReview(".lmstudio/models/x"));
+    EXPECT_FALSE(needsReview(".lmstudio2/x"));
+}
+
+TEST(DeterministicSafetyPolicy, LeavesWhatToolsFetchedForThemselvesToReview) {
+    const Bench bench;
+    const auto rated = [&](const char* place, PartOf whole) {
+        FileObservation file = fileAt(place);
+        file.isInProjectRepository = true;
+        return told(
+            bench.policy
+                .classify(
+                    file,
+                    {.rules = bench.rules, .context = bench.context, .now = now, .partOf = whole})
+                .assessment);
+    };
+    const std::string fetched = rated(".cargo/git/checkouts/a/b/x", PartOf::toolCheckout);
+    EXPECT_TRUE(fetched.starts_with("reviewCarefully ")) << fetched;
+    EXPECT_TRUE(fetched.ends_with("A package manager fetched this repository for itself and "
+                                  "fetches it again. Make sure that nothing in it is yours."));
+    EXPECT_TRUE(rated(".cache/yay/a/x", PartOf::toolCheckout).starts_with("reviewCarefully "));
+    for (const PartOf whole : {PartOf::nothing, PartOf::repository}) {
+        EXPECT_TRUE(rated(".cargo/git/checkouts/a/b/x", whole).starts_with("protected projectRep"));
+    }
+    EXPECT_TRUE(rated("project/x", PartOf::toolCheckout).starts_with("protected unknownPurpose"));
+}
+
+TEST(DeterministicSafetyPolicy, FollowsTheEnvironment) {
+    if (platform::operatingSystem() != OperatingSystem::linux_) GTEST_SKIP() << "of Linux";
+    const testing::TemporaryFolder place;
+    const FileURL ada = FileURL::folder(place.path());
+    place.folder("var");
+    ::setenv("XDG_CACHE_HOME", (place / "var").c_str(), 1);
+    const DeterministicSafetyPolicy policy(ada);
+    const auto rules = BuiltInCleanupRules::allLocations(ada);
+    ::unsetenv("XDG_CACHE_HOME");
+    const SafetyPolicyContext context(machine());
+    const auto tier = [&](const char* name) {
+        const auto rated =
+            policy.classify(fileAt(place / name), {.rules = rules, .context = context, .now = now});
+        return std::string(rawValue(rated.assessment.tier));
+    };
+    EXPECT_EQ(tier("var/tool/x"), "reviewCarefully");
+    EXPECT_EQ(tier("var/rclone/x"), "protected");
+    EXPECT_EQ(tier("var/huggingface/x"), "protected");
+    EXPECT_EQ(tier("var/nvim/undo/x"), "protected");
+    EXPECT_EQ(tier(".cache/go-build/x"), "protected") << "no rule is left there";
+    const auto moved = std::ranges::find(rules, "linux-go-build", &CleanupRule::id);
+    ASSERT_NE(moved, rules.end());
+    EXPECT_EQ(moved->rootPath(), place / "var/go-build");
+}
+
+TEST(DeterministicSafetyPolicy, KeepsWhatWasBuiltHere) {
+    const testing::TemporaryFolder place;
+    place.file(".m2/repository/org/mine/lib/maven-metadata-local.xml", "x");
+    place.file(".m2/repository/org/mine/lib/1.0/lib.jar", "x");
+    place.file(".m2/repository/org/theirs/lib/1.0/lib.jar", "x");
+    const FileURL ada = FileURL::folder(place.path());
+    const DeterministicSafetyPolicy policy(ada);
+    const auto rules = BuiltInCleanupRules::allLocations(ada, CleanupAgeFloor::recommended,
+                                                         OperatingSystem::linux_);
+    const SafetyPolicyContext context(machine());
+    const auto tier = [&](const char* name) {
+        return policy
+            .classify(fileAt(place / name), {.rules = rules, .context = context, .now = now})
+            .assessment.tier;
+    };
+    EXPECT_EQ(tier(".m2/repository/org/mine/lib/1.0/lib.jar"), RiskTier::protected_);
+    EXPECT_EQ(tier(".m2/repository/org/theirs/lib/1.0/lib.jar"), RiskTier::reviewCarefully);
 }
 
 TEST(DeterministicSafetyPolicy, TrustsNoRuleFurtherThanItReaches) {
@@ -416,9 +613,12 @@ bool mayBeSafe(const FileObservation& o, const std::vector<CleanupRule>& rules) 
         return false;
     }
     for (const char* name : {"/desktop/", "/documents/", "/movies/", "/music/", "/pictures/",
-                             "/indexeddb/", "/databases/", "/leveldb/", "/downloads/"}) {
+                             "/indexeddb/", "/databases/", "/leveldb/"}) {
         if ((low + "/").find(name) != std::string::npos) return false;
     }
+    const std::string tools = "/nowhere/ada/.rustup/downloads"; // a rule's own root
+    const auto belowTools = low.starts_with(tools + "/") ? low.substr(tools.size()) : low;
+    if ((belowTools + "/").find("/downloads/") != std::string::npos) return false;
     for (const char* ending : {".sqlite", "-wal", ".ldb", ".db"}) {
         if (low.ends_with(ending)) return false;
     }
@@ -441,6 +641,16 @@ bool mayBeSafe(const FileObservation& o, const std::vector<CleanupRule>& rules) 
         if (in(rule.rootPath()) &&
             (deepest == nullptr || rule.rootPath().size() > deepest->rootPath().size())) {
             deepest = &rule;
+        }
+    }
+    if (deepest != nullptr && deepest->onlyInCacheFolders()) {
+        const auto begins = std::min(low.size(), deepest->rootPath().size() + 1);
+        auto names = path::components(std::string_view(low).substr(begins));
+        if (names.empty()) return false;
+        names.pop_back();
+        if (std::ranges::none_of(
+                names, [](auto name) { return name == "gpucache" || name == "caches"; })) {
+            return false;
         }
     }
     return deepest != nullptr && !deepest->alwaysNeedsReview() &&

@@ -12,17 +12,14 @@
 #include "Base/PathText.h"
 #include "Platform/Files/FileLease.h"
 #include "Platform/Files/FileMetadata.h"
-#include "Platform/Testing/FakeRunningApplications.h"
 #include "Platform/Testing/FakeRunningProcesses.h"
-#include "Platform/Testing/FakeVolumes.h"
+#include "StorageEngine/Suggestions/CleanupBench.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {
 namespace {
 
 using testing::TemporaryFolder;
-
-constexpr double day = 86'400;
 
 /// A file of a made home, and what the scan is to say of it: "safe RULE", "review RULE" or
 /// "held RULE CODE"; nothing where it is not even looked at.
@@ -32,7 +29,7 @@ struct Row {
     std::size_t bytes;
     const char* said;
 };
-constexpr std::array<Row, 65> rows{{
+constexpr std::array<Row, 80> rows{{
     {".npm/_cacache/content-v2/sha512/aa/bb", 31, 900, "safe npm-cache"},
     {".npm/_cacache/content-v2/sha512/aa/young", 29, 901, "held npm-cache insufficientAge"},
     {".npm/_cacache/content-v2/sha512/aa/open", 31, 902, "held npm-cache openByProcess"},
@@ -41,9 +38,26 @@ constexpr std::array<Row, 65> rows{{
     {".npm/secrets", 400, 11, ""},
     {".cache/pip/http-v2/5/2/x.body", 31, 700, "safe pip-cache-dot"},
     {".cache/pip/selfcheck.db", 31, 20, "held pip-cache-dot liveDataStore"},
-    {".cache/fontconfig/f.cache-9", 31, 30, "review dot-cache"},
-    {".cache/fontconfig/young.cache-9", 29, 31, "held dot-cache insufficientAge"},
-    {".cache/huggingface/hub/blobs/model", 400, 5'000, "review dot-cache"},
+    {".cache/tool/f.cache-9", 31, 30, "review dot-cache"},
+    {".cache/tool/young.cache-9", 29, 31, "held dot-cache insufficientAge"},
+    {".cache/huggingface/hub/blobs/model", 400, 5'000, "held dot-cache protectedLocation"},
+    {".cache/uv/wheels/x", 400, 100, "held dot-cache protectedLocation"},
+    {".cache/rclone/vfs/x", 400, 101, ""},
+    {".cache/nvim/undo/x", 400, 102, "held dot-cache protectedLocation"},
+    {".cache/google-chrome/Default/Cache/x", 4, 103, "safe linux-chrome-cache"},
+    {".cache/JetBrains/Idea/LocalHistory/changes", 400, 104,
+     "held linux-jetbrains protectedLocation"},
+    {".cache/go-build/00/a", 15, 105, "safe linux-go-build"},
+    {".config/discord/Cache/Cache_Data/x", 8, 106, "safe linux-discord-support"},
+    {".config/discord/settings.json", 400, 107, "held linux-discord-support protectedLocation"},
+    {".var/app/org.gimp.GIMP/cache/x", 31, 108, "review flatpak-caches:org.gimp.GIMP"},
+    {".var/app/org.gimp.GIMP/data/x", 400, 109, ""},
+    {"snap/notes/common/.cache/x", 31, 110, "review snap-caches:notes"},
+    {".local/share/Steam/steamapps/shadercache/1/x", 31, 111, "safe linux-steam-shaders"},
+    {".local/share/Steam/userdata/1/save", 400, 112, ""},
+    {".m2/repository/org/mine/maven-metadata-local.xml", 400, 113,
+     "held linux-maven protectedLocation"},
+    {".m2/repository/org/theirs/x.jar", 91, 114, "review linux-maven"},
     {".cache/puppeteer/chrome/linux-1/chrome", 31, 300, "safe puppeteer-browsers"},
     {".cache/opencode/models", 15, 40, "safe opencode-cache"},
     {".cache/restic/0f/data/ab/cd", 400, 41, "held dot-cache backupArtifact"},
@@ -53,9 +67,8 @@ constexpr std::array<Row, 65> rows{{
     {".cargo/registry/cache/index/serde.crate", 31, 800, "safe cargo-registry-cache"},
     {".cargo/registry/src/index/serde/lib.rs", 400, 801, ""},
     {".cargo/git/checkouts/tool/ab12/src.rs", 61, 60, "safe cargo-git-checkouts"},
-    {".cargo/git/checkouts/own/cd34/.git/HEAD", 61, 61,
-     "held cargo-git-checkouts projectRepository"},
-    {".cargo/git/checkouts/own/cd34/work.rs", 61, 62, "held cargo-git-checkouts projectRepository"},
+    {".cargo/git/checkouts/own/cd34/.git/HEAD", 61, 61, "review cargo-git-checkouts"},
+    {".cargo/git/checkouts/own/cd34/work.rs", 61, 62, "review cargo-git-checkouts"},
     {".gradle/caches/modules-2/a.jar", 31, 600, "safe gradle-caches"},
     {".gradle/wrapper/dists/gradle-8/x.zip", 59, 601, "held gradle-wrapper insufficientAge"},
     {".gradle/daemon/8.5/daemon-1.out.log", 15, 70, "safe gradle-daemon-logs"},
@@ -111,56 +124,7 @@ constexpr std::array<Row, 65> rows{{
     {"projects/app/node_modules/x/index.js", 400, 97, ""},
 }};
 
-/// The real processes, as though none could be hidden: tests run in containers, too.
-class SeenProcesses final : public platform::RunningProcesses {
-  public:
-    [[nodiscard]] std::expected<platform::ProcessActivity, SystemError> activity() const override {
-        auto seen = platform::LiveRunningProcesses().activity();
-        if (seen) seen->areOthersHidden = false;
-        return seen;
-    }
-};
-
-/// The machine around a home: real processes unless a test chooses them, chosen volumes and
-/// applications.
-class Machine {
-  public:
-    TemporaryFolder place;
-    FileURL home = FileURL::folder(place / "home");
-    platform::testing::FakeVolumes volumes =
-        platform::testing::FakeVolumes::withOneAt(place.path());
-    platform::testing::FakeRunningApplications applications;
-    SeenProcesses seenProcesses;
-    const platform::RunningProcesses* processes = &seenProcesses;
-    /// Years ahead: what a test makes was created long ago then, and not unpacked lately.
-    Timestamp now = Timestamp::now().adding(3'000 * day);
-
-    Machine() {
-        place.folder("home");
-        applications.answer = std::vector<platform::RunningApplication>{
-            {.bundleIdentifier = {}, .executable = "/opt/Cursor/cursor", .name = "cursor"}};
-    }
-    void file(const std::string& name, double daysOld, std::size_t bytes,
-              const std::string& beginning = {}) const {
-        place.file("home/" + name, beginning + std::string(bytes - beginning.size(), 'x'));
-        const auto then = static_cast<std::int64_t>(now.secondsSince1970() - daysOld * day) - 60;
-        place.times("home/" + name, then, then);
-    }
-    std::expected<SmartCleanupReport, SmartCleanupScan::ScanError>
-    scan(SmartCleanupScan::Options options, const CancelToken& cancel = {},
-         const SmartCleanupScan::ProgressHandler& progress = nullptr) const {
-        LocalRuntimeSafetyContextProvider contexts(
-            home, {.volumes = volumes, .processes = *processes, .applications = applications}, {});
-        options.secondsBetweenLooks = 0;
-        options.clock = [this] { return now; };
-        return SmartCleanupScan(home, contexts, volumes, std::move(options)).run(progress, cancel);
-    }
-    [[nodiscard]] std::string below(const FileURL& url) const {
-        return std::string(path::below(url.path(), home.path()));
-    }
-};
-
-void makeHome(const Machine& machine) {
+void makeHome(const CleanupBench& machine) {
     for (const Row& row : rows) machine.file(row.path, row.daysOld, row.bytes);
     machine.file(".cache/terraform/pages", 400, 1'024, std::string("SQLite format 3\0", 16));
     machine.place.file("outside/precious", "x");
@@ -193,7 +157,7 @@ TEST(SmartCleanupScan, IsUsedAsItsHeaderShows) {
 
 TEST(SmartCleanupScan, FindsWhatMayGoInARealHomeRowByRow) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    Machine machine;
+    CleanupBench machine;
     makeHome(machine);
     std::FILE* open =
         std::fopen((machine.place / "home/.npm/_cacache/content-v2/sha512/aa/open").c_str(), "re");
@@ -244,6 +208,7 @@ TEST(SmartCleanupScan, FindsWhatMayGoInARealHomeRowByRow) {
     EXPECT_EQ(gaps, (std::map<std::string, CoverageGapReason>{
                         {".bundle/cache", symbolicLinkExcluded},
                         {".cache/node", symbolicLinkExcluded},
+                        {".cache/rclone", privacyProtectedExcluded},
                         {"Library/Caches/out", symbolicLinkExcluded},
                         {"Library/Caches/precious", symbolicLinkExcluded},
                         {"Library/Caches/tool/pipe", unsupportedFileType},
@@ -253,7 +218,7 @@ TEST(SmartCleanupScan, FindsWhatMayGoInARealHomeRowByRow) {
 
 TEST(SmartCleanupScan, OrdersGroupsAndTotalsThem) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    Machine machine;
+    CleanupBench machine;
     machine.file(".gem/cache/small", 90, 10);
     machine.file(".gem/cache/large", 90, 20'000);
     machine.file(".gem/cache/a", 90, 10);
@@ -294,18 +259,18 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     struct Change {
         const char* what;
-        std::function<void(const Machine&)> make;
+        std::function<void(const CleanupBench&)> make;
         const char* stays; ///< the evidence; nothing when the file is gone
     };
     const std::array<Change, 4> changes{
-        {{"nothing", [](const Machine&) {}, "safe"},
+        {{"nothing", [](const CleanupBench&) {}, "safe"},
          {"vanished",
-          [](const Machine& m) {
+          [](const CleanupBench& m) {
               EXPECT_EQ(std::remove((m.place / "home/.npm/_cacache/d/x").c_str()), 0);
           },
           ""},
          {"replaced by one of the same size and age",
-          [](const Machine& m) {
+          [](const CleanupBench& m) {
               m.file(".npm/new", 90, 5);
               EXPECT_EQ(std::rename((m.place / "home/.npm/new").c_str(),
                                     (m.place / "home/.npm/_cacache/d/x").c_str()),
@@ -313,7 +278,7 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
           },
           "activeGrowth"},
          {"folder replaced by a link",
-          [](const Machine& m) {
+          [](const CleanupBench& m) {
               EXPECT_EQ(std::rename((m.place / "home/.npm/_cacache/d").c_str(),
                                     (m.place / "home/documents").c_str()),
                         0);
@@ -321,7 +286,7 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
           },
           "unverifiedRule"}}};
     for (const Change& change : changes) {
-        Machine machine;
+        CleanupBench machine;
         machine.file(".npm/_cacache/d/x", 90, 5);
         const auto report = machine.scan({.betweenLooks = [&] { change.make(machine); }});
         ASSERT_TRUE(report);
@@ -335,7 +300,7 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
 }
 
 TEST(SmartCleanupScan, CallsNothingSafeThatAHiddenProcessMayUse) {
-    Machine machine;
+    CleanupBench machine;
     machine.file(".gem/cache/owned", 90, 5); // by Ruby
     machine.file("Library/Caches/tool/free", 90, 5);
     platform::testing::FakeRunningProcesses some;
@@ -361,23 +326,23 @@ TEST(SmartCleanupScan, CallsNothingSafeThatAHiddenProcessMayUse) {
 
 TEST(SmartCleanupScan, HoldsWhatWasUnpackedLately) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    Machine machine;
+    CleanupBench machine;
     machine.file(".npm/_cacache/x", 90, 5);
     const auto created =
         platform::fileMetadata(machine.place / "home/.npm/_cacache/x").value().created;
     if (!created) GTEST_SKIP() << "the file system keeps no creation dates";
-    machine.now = created->adding(29 * day);
+    machine.now = created->adding(29 * secondsOfDay);
     machine.file(".npm/_cacache/x", 90, 5);
     const auto report = machine.scan({});
     EXPECT_TRUE(report->candidates().empty());
     EXPECT_EQ(report->groups.at(0).heldBecause,
               (decltype(report->groups[0].heldBecause){{EvidenceCode::insufficientAge, 1}}));
-    machine.now = created->adding(30 * day + 1);
+    machine.now = created->adding(30 * secondsOfDay + 1);
     EXPECT_EQ(machine.scan({})->safe().itemCount, 1U);
 }
 
 TEST(SmartCleanupScan, HoldsWhatIsOpenThoughNoPathInUseSaysSo) {
-    Machine machine;
+    CleanupBench machine;
     machine.file(".npm/_cacache/a/linked", 90, 5);
     machine.file(".npm/_cacache/a/quiet", 90, 5);
     machine.file(".npm/_cacache/b/read by one that hides", 90, 5);
@@ -409,7 +374,7 @@ TEST(SmartCleanupScan, HoldsWhatIsOpenThoughNoPathInUseSaysSo) {
 
 TEST(SmartCleanupScan, KeepsToItsBudgetAndTellsOfIt) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    Machine machine;
+    CleanupBench machine;
     for (int i = 0; i < 20; ++i) {
         machine.file(fmt::format(".gem/cache/{:02}", i), 90, 1);
         machine.file(fmt::format(".npm/_cacache/{:02}", i), 90, 1);
@@ -439,7 +404,7 @@ TEST(SmartCleanupScan, KeepsToItsBudgetAndTellsOfIt) {
 
 TEST(SmartCleanupScan, EndsWhenItIsAskedToAndWhenNothingIsKnown) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
-    Machine machine;
+    CleanupBench machine;
     machine.file(".npm/_cacache/x", 90, 5);
     std::stop_source early;
     early.request_stop();
@@ -472,7 +437,7 @@ TEST(SmartCleanupScan, EndsWhenItIsAskedToAndWhenNothingIsKnown) {
 TEST(SmartCleanupScan, LeavesOutWhatIsClosedOrMounted) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const auto told = testing::inMountNamespace([]() -> std::string {
-        Machine machine;
+        CleanupBench machine;
         machine.file(".npm/_cacache/mount/below", 90, 5);
         machine.file(".npm/_cacache/file", 90, 5);
         machine.file(".gem/cache/beside", 90, 5);
@@ -498,7 +463,7 @@ TEST(SmartCleanupScan, LeavesOutWhatIsClosedOrMounted) {
         << *told;
 
     const std::string closed = testing::asOrdinaryUser([] {
-        Machine machine;
+        CleanupBench machine;
         machine.file(".npm/_cacache/open", 90, 5);
         machine.file(".npm/_cacache/closed/x", 90, 5);
         machine.file(".gem/cache/x", 90, 5);
