@@ -16,6 +16,7 @@
 #include "StorageEngine/Observation/FolderSurroundings.h"
 #include "StorageEngine/Observation/LiveDataDetector.h"
 #include "StorageEngine/PickedItems/DiskItemFolders.h"
+#include "StorageEngine/Places/KeptPlaces.h"
 
 namespace tidyro {
 
@@ -105,7 +106,7 @@ class Walk {
                 continue;
             }
             const LoweredPath lowered(entryName);
-            signs.add(lowered.text());
+            signs.add(lowered.text(), seen->kind);
             if (const Verdict found = judge(*seen, name, entryName, lowered)) return found;
             if (const Verdict found = byBeginning(folder, entryName, *seen)) return found;
             if (seen->kind == ItemKind::regularFile &&
@@ -136,6 +137,7 @@ class Walk {
                 return refusalForHolderOf(*reason);
             }
         }
+        if (KeptPlaces::isKeptName(lowered.text())) return holdsProtectedPlace;
         if (LiveDataDetector::signal(lowered)) return databaseInside;
         return std::nullopt;
     }

@@ -7,6 +7,7 @@
 #include "Base/UnicodeText.h"
 #include "Platform/Folders/WellKnownFolders.h"
 #include "StorageEngine/DiskTree/ContentKind.h"
+#include "StorageEngine/Observation/FolderSigns.h"
 #include "StorageEngine/Places/FolderResolver.h"
 #include "StorageEngine/Places/HomeFolders.h"
 
@@ -47,6 +48,8 @@ DiskItemPlaces::DiskItemPlaces(const Options& options)
     addTrash();
     addProtected(options);
     system_ = SystemPlaces(homes_);
+    keptPlaces_.emplace_back(options.home);
+    if (realHome_ != home_) keptPlaces_.emplace_back(FileURL::folder(realHome_));
 }
 
 /// Adds a folder, and the place where it really lies.
@@ -131,7 +134,7 @@ std::optional<DiskItemRefusal> DiskItemPlaces::byNames(std::string_view path) co
         const std::string_view name = rest.substr(0, end);
         const bool isItem = end == std::string_view::npos;
         if (!isItem && isPackageFolder(name)) return DiskItemRefusal::insidePackage;
-        isInRepository = isInRepository || (name.size() == 4 && folded(name) == ".git");
+        isInRepository = isInRepository || isHistoryName(lowercased(name));
         rest.remove_prefix(isItem ? rest.size() : end + 1);
     }
     if (isInRepository) return DiskItemRefusal::repositoryData;
@@ -162,7 +165,21 @@ DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> ch
     if (isInTrashOfVolume(path)) return inTrash;
     if (const auto refusal = byFolders(folded)) return refusal;
     if (const auto refusal = byNames(path)) return refusal;
+    const std::string lowered = lowercased(path);
+    for (const KeptPlaces& places : keptPlaces_) {
+        const KeptPlaces::Touch touch = places.touch(lowered);
+        if (touch == KeptPlaces::Touch::isIn) return protectedPlace;
+        if (touch == KeptPlaces::Touch::holds) return holdsProtectedPlace;
+    }
     if (inActive_.contains(folded) || path::isOrHoldsAny(folded, active_)) return activeApplication;
+    return std::nullopt;
+}
+
+std::optional<std::size_t> DiskItemPlaces::storeDepth(std::string_view path) const {
+    const std::string lowered = lowercased(path);
+    for (const KeptPlaces& places : keptPlaces_) {
+        if (const auto found = places.find(lowered)) return found->storeDepth;
+    }
     return std::nullopt;
 }
 

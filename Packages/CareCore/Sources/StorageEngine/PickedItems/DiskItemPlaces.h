@@ -11,6 +11,7 @@
 #include "StorageEngine/PickedItems/DiskItemRefusal.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/Places/KeptFolders.h"
+#include "StorageEngine/Places/KeptPlaces.h"
 #include "StorageEngine/Places/RootPathIndex.h"
 #include "StorageEngine/Places/SystemPlaces.h"
 #include "StorageEngine/Safety/SafetyPolicyContext.h"
@@ -38,6 +39,10 @@ class DiskItemPlaces {
     /// may be one.
     [[nodiscard]] std::optional<DiskItemRefusal> refusal(std::string_view written) const;
     [[nodiscard]] std::optional<DiskItemRefusal> refusalOfReal(std::string_view real) const;
+
+    /// How many components the path of the store has that a path lies in, which only its owner may
+    /// shrink; none when it lies in no store.
+    [[nodiscard]] std::optional<std::size_t> storeDepth(std::string_view path) const;
 
     [[nodiscard]] const std::string& realHome() const { return realHome_; }
 
@@ -83,6 +88,7 @@ class DiskItemPlaces {
     Folders active_;
     std::vector<std::string> untouched_; ///< the protected ones as they are written
     SystemPlaces system_;
+    std::vector<KeptPlaces> keptPlaces_; ///< by the written and the real home
     RootPathIndex inTrash_;
     RootPathIndex inClouds_;
     RootPathIndex inProtected_;

@@ -79,6 +79,9 @@ std::string_view explanation(DiskItemRefusal refusal) {
     case openByProcess: return "A running program has this open. Quit the program and try again.";
     case growing: return "Something is writing to this right now. Try again when it has finished.";
     case otherPlace: return "This isn't in the place that it was found in. Scan again.";
+    case ownersStore:
+        return "Only the program that keeps this store may shrink it, with a command of its own.";
+    case builtHere: return "This was built on this computer, and nobody can download it again.";
     case changedSinceMeasured: return "This changed after it was measured. Scan again.";
     case mountPointInside: return platform::systemText(SystemText::otherDiskInside);
     case otherOwnerInside: return "Something inside this folder belongs to another user.";

@@ -49,6 +49,8 @@ enum class DiskItemRefusal : std::uint8_t {
     openByProcess,
     growing,
     otherPlace,
+    ownersStore,
+    builtHere,
     changedSinceMeasured,
     // By what a folder holds. Here the reason that is met first is told.
     mountPointInside,
@@ -68,7 +70,7 @@ enum class DiskItemRefusal : std::uint8_t {
 /// are in the words of the running system.
 [[nodiscard]] std::string_view explanation(DiskItemRefusal refusal);
 
-constexpr RawValueTable<DiskItemRefusal, 47> rawValues(RawValueTag<DiskItemRefusal>) {
+constexpr RawValueTable<DiskItemRefusal, 49> rawValues(RawValueTag<DiskItemRefusal>) {
     using enum DiskItemRefusal;
     return {{{{nothingKnown, "nothingKnown"},
               {desktopListUnreadable, "desktopListUnreadable"},
@@ -105,6 +107,8 @@ constexpr RawValueTable<DiskItemRefusal, 47> rawValues(RawValueTag<DiskItemRefus
               {openByProcess, "openByProcess"},
               {growing, "growing"},
               {otherPlace, "otherPlace"},
+              {ownersStore, "ownersStore"},
+              {builtHere, "builtHere"},
               {changedSinceMeasured, "changedSinceMeasured"},
               {mountPointInside, "mountPointInside"},
               {otherOwnerInside, "otherOwnerInside"},

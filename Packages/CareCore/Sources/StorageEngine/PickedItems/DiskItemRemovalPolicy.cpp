@@ -12,6 +12,7 @@
 #include "StorageEngine/PickedItems/RemovalConsequence.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/Places/HomeFolders.h"
+#include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Sorting/DiskGroup.h"
 
@@ -37,7 +38,8 @@ bool hasPath(const SafetyPolicyFacts::PathSet& paths, const std::string& path, b
 DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
     : context_(std::move(options.context)),
       home_(std::move(options.home)),
-      observer_(home_, options.volumes) {
+      observer_(home_, options.volumes),
+      bases_(BaseFolders::find(home_)) {
     const auto desktop = DesktopFolders::read(home_);
     if (!desktop) unknown_ = desktopListUnreadable; // also when that left no context
     if (!desktop || context_ == nullptr) return;
@@ -162,7 +164,7 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byPlace(const Look& look) 
     const std::string& path = look.question.item.path();
     if (look.place == nullptr || look.real == path) return std::nullopt;
     std::string_view top = path; // of the place: as many names below the home as its pattern has
-    const auto depth = path::components(look.place->pattern).size();
+    const auto depth = path::components(bases_.moved(look.place->pattern)).size();
     for (auto rest = path::components(path::below(path, home_.path())).size(); rest > depth;
          --rest) {
         top = path::parent(top);
@@ -204,10 +206,36 @@ bool DiskItemRemovalPolicy::isElsewhere(const Look& look) const {
     return look.real != path::joined(realHome_.path(), path::below(path, home_.path()));
 }
 
+/// The built-in rule that covers an item where it really lies; null when none does. Rules are made
+/// for the first item that may go, since most selections hold some that may not.
+const CleanupRule* DiskItemRemovalPolicy::ruleOf(const Look& look) {
+    if (!rules_) rules_ = BuiltInCleanupRules::allLocations(home_);
+    const FileURL& item = look.question.item;
+    const CleanupRule* rule = DeterministicSafetyPolicy::mostSpecificMatchingRule(item, *rules_);
+    const bool isCovered = rule != nullptr &&
+                           rule->isWithinReach(item.path(), look.seen.kind == ItemKind::folder) &&
+                           rule->grantsSafeCleanupAuthority(item);
+    return isCovered ? rule : nullptr;
+}
+
+/// What lies in a store goes with its owner's command, unless a known place or a rule that is
+/// rooted in the store names it.
+DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byStore(const Look& look,
+                                                              const CleanupRule* rule) {
+    const std::string& path = look.question.item.path();
+    if (rule != nullptr && rule->mayBeBuiltHere(path)) return builtHere;
+    if (look.place != nullptr || look.realPlace != nullptr) return std::nullopt;
+    for (const std::string* one : {&path, &look.real}) {
+        const auto depth = look.places.storeDepth(*one);
+        if (depth && (rule == nullptr || rule->rootDepth() < *depth)) return ownersStore;
+    }
+    return std::nullopt;
+}
+
 /// An item behind a known place that leads elsewhere is what its real place says, and the group
 /// that it was sorted into by its written path says nothing. By a folder that is mounted twice
 /// nobody can tell which of its places is the real one.
-CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look,
+CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look, const CleanupRule* rule,
                                               const FileObservation& observation) {
     const Question& question = look.question;
     const bool isMountedTwice = look.isElsewhere && look.real == question.item.path();
@@ -221,6 +249,12 @@ CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look,
         FileObservation real = observation;
         real.url = FileURL::file(look.real);
         category = DeterministicSafetyPolicy::category(real);
+    }
+    // A rule knows better than the names on the way. A group of its category says the same, and
+    // more closely.
+    if (rule != nullptr && category != rule->category()) {
+        category = rule->category();
+        group.reset();
     }
     EvidenceCodes codes{EvidenceCode::userReviewRequired, EvidenceCode::currentUserOwned,
                         EvidenceCode::inactive};
@@ -289,9 +323,11 @@ DiskItemRemovalPolicy::planEntry(const Question& question) {
     if (!found) found = byUse(look);
     if (!found) found = byDatabase(look);
     if (!found) found = byPlace(look);
+    const CleanupRule* rule = found || look.isElsewhere ? nullptr : ruleOf(look);
+    if (!found) found = byStore(look, rule);
     if (!found) found = byTime(look);
     if (found) return std::unexpected(*found);
-    return entry(look, observation);
+    return entry(look, rule, observation);
 }
 
 } // namespace tidyro

@@ -19,7 +19,9 @@
 #include "StorageEngine/PickedItems/DiskItemFolders.h"
 #include "StorageEngine/PickedItems/DiskItemPlaces.h"
 #include "StorageEngine/PickedItems/DiskItemRefusal.h"
+#include "StorageEngine/Places/BaseFolders.h"
 #include "StorageEngine/Places/RootPathIndex.h"
+#include "StorageEngine/Rules/CleanupRule.h"
 #include "StorageEngine/Safety/SafetyPolicyContext.h"
 #include "StorageEngine/Sorting/DiskGroup.h"
 #include "StorageEngine/Sorting/KnownPlaces.h"
@@ -105,7 +107,9 @@ class DiskItemRemovalPolicy {
     [[nodiscard]] Verdict byTime(const Look& look) const;
     [[nodiscard]] bool isVouchedFor(const Look& look, const FileObservation& observation);
     [[nodiscard]] bool isElsewhere(const Look& look) const;
-    [[nodiscard]] static CleanupPlanEntry entry(const Look& look,
+    [[nodiscard]] const CleanupRule* ruleOf(const Look& look);
+    [[nodiscard]] static Verdict byStore(const Look& look, const CleanupRule* rule);
+    [[nodiscard]] static CleanupPlanEntry entry(const Look& look, const CleanupRule* rule,
                                                 const FileObservation& observation);
 
     std::shared_ptr<const SafetyPolicyContext> context_;
@@ -116,6 +120,8 @@ class DiskItemRemovalPolicy {
     FileURL realHome_;
     RootPathIndex mountedTwice_; ///< and the person's own folders
     DiskItemFolders folders_{{}};
+    BaseFolders bases_;
+    std::optional<std::vector<CleanupRule>> rules_; ///< once they were needed
     std::map<std::string, std::optional<std::string>>
         openedVolumes_; ///< volumes of opened folders, by their real paths
 };

@@ -396,6 +396,14 @@ TEST(DiskItemRemovalPolicy, MakesAnEntryThatAPersonApproves) {
     EXPECT_EQ(entry->authorization, (CleanupAuthorization{authorization::DiskItem{
                                         .placeID = "pip-cache-dot", .itemURL = pip}}));
 
+    bench.place.file("home/.gradle/daemon/8/out", "x"); // its names say nothing
+    const auto byRule = policy.planEntry(
+        {.item = bench.at("home/.gradle/daemon/8/out"), .measuredBytes = 1, .at = at});
+    ASSERT_TRUE(byRule);
+    EXPECT_EQ(byRule->proofCard.category, CleanupCategory::expiredLog);
+    EXPECT_EQ(byRule->proofCard.evidence.summary.text(),
+              "Records of past problems are lost; nothing depends on them.");
+
     const auto category = [&](std::optional<DiskGroup> group) {
         return policy
             .planEntry({.item = bench.at("home/logs/old.txt"),
