@@ -51,10 +51,13 @@ class Walk {
 
     [[nodiscard]] std::expected<Timestamp, DiskItemRefusal> run() {
         std::vector<std::string> first;
-        if (const Verdict found = list(top_, options_.name, first)) return std::unexpected(*found);
+        if (const Verdict found = list(top_, options_.name, options_.path, first)) {
+            return std::unexpected(*found);
+        }
         // Only those folders on the way stay open in which others still wait.
         std::vector<Level> levels;
         const FolderDescriptor* folder = &top_;
+        const std::string* path = &options_.path;
         std::vector<std::string>* rest = &first;
         for (;;) {
             if (rest->empty()) {
@@ -63,11 +66,12 @@ class Walk {
             } else {
                 const std::string name = std::move(rest->back());
                 rest->pop_back();
-                if (const Verdict found = enter(*folder, name, levels)) {
+                if (const Verdict found = enter(*folder, path::joined(*path, name), levels)) {
                     return std::unexpected(*found);
                 }
             }
             folder = levels.empty() ? &top_ : &levels.back().folder;
+            path = levels.empty() ? &options_.path : &levels.back().path;
             rest = levels.empty() ? &first : &levels.back().rest;
         }
     }
@@ -75,22 +79,23 @@ class Walk {
   private:
     struct Level {
         FolderDescriptor folder;
+        std::string path;
         std::vector<std::string> rest; ///< folders in it that were not entered yet
     };
 
-    Verdict enter(const FolderDescriptor& parent, const std::string& name,
-                  std::vector<Level>& levels) {
+    Verdict enter(const FolderDescriptor& parent, std::string path, std::vector<Level>& levels) {
         if (levels.size() >= maxLevels_) return tooDeepInside;
+        const std::string name(path::lastComponent(path));
         auto folder = parent.open(name.c_str());
         if (!folder) return unlessVanished(folder.error());
-        Level level{.folder = *std::move(folder), .rest = {}};
-        if (const Verdict found = list(level.folder, name, level.rest)) return found;
+        Level level{.folder = *std::move(folder), .path = std::move(path), .rest = {}};
+        if (const Verdict found = list(level.folder, name, level.path, level.rest)) return found;
         if (!levels.empty() && levels.back().rest.empty()) levels.pop_back(); // the parent
         if (!level.rest.empty()) levels.push_back(std::move(level));
         return std::nullopt;
     }
 
-    Verdict list(const FolderDescriptor& folder, const std::string& name,
+    Verdict list(const FolderDescriptor& folder, const std::string& name, const std::string& path,
                  std::vector<std::string>& folders) {
         FolderSigns signs;
         lister_.begin(folder);
@@ -108,6 +113,9 @@ class Walk {
             const LoweredPath lowered(entryName);
             signs.add(lowered.text(), seen->kind);
             if (const Verdict found = judge(*seen, name, entryName, lowered)) return found;
+            if (options_.isKept && options_.isKept(path::joined(path, entryName))) {
+                return holdsProtectedPlace;
+            }
             if (const Verdict found = byBeginning(folder, entryName, *seen)) return found;
             if (seen->kind == ItemKind::regularFile &&
                 platform::fileUse(folder, entryName.c_str()) == platform::FileUse::inUse) {

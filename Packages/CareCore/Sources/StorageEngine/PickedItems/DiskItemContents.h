@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <expected>
+#include <functional>
 #include <string>
 
 #include "Base/Cancellation.h"
@@ -18,7 +19,7 @@ namespace tidyro {
 ///
 /// - items that cannot be read, belong to another user, are locked or are no ordinary files;
 /// - folders that are mounted in it, and files whose contents are in a cloud;
-/// - backups;
+/// - backups, and what people have among caches;
 /// - files that somebody has open, by whatever name, where the file system tells;
 /// - databases, told by their names, by the files that they consist of and by how files begin.
 ///
@@ -30,6 +31,9 @@ struct DiskItemContents {
         const platform::FileMetadata& seen; ///< of the folder that is expected under that name
         std::uint32_t owner;                ///< user ID that every item has to have
         const KeptFolders& kept;
+        std::string path = {}; ///< of the folder, for `isKept`
+        /// Whether what lies at a path below it is people's own. Nothing is, when nobody tells.
+        std::function<bool(const std::string& path)> isKept = nullptr;
         CancelToken cancel = {};
     };
     /// The latest moment at which the folder or anything in it was modified. It lies in the

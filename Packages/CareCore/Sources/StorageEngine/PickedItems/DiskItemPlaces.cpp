@@ -175,6 +175,19 @@ DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> ch
     return std::nullopt;
 }
 
+bool DiskItemPlaces::isAmongCaches(std::string_view path) const {
+    const std::string lowered = lowercased(path);
+    return std::ranges::any_of(
+        keptPlaces_, [&](const KeptPlaces& places) { return places.isAmongCaches(lowered); });
+}
+
+bool DiskItemPlaces::isPeoples(std::string_view path) const {
+    const std::string lowered = lowercased(path);
+    return std::ranges::any_of(keptPlaces_, [&](const KeptPlaces& places) {
+        return places.touch(lowered) == KeptPlaces::Touch::isIn;
+    });
+}
+
 std::optional<std::size_t> DiskItemPlaces::storeDepth(std::string_view path) const {
     const std::string lowered = lowercased(path);
     for (const KeptPlaces& places : keptPlaces_) {

@@ -44,6 +44,11 @@ class DiskItemPlaces {
     /// shrink; none when it lies in no store.
     [[nodiscard]] std::optional<std::size_t> storeDepth(std::string_view path) const;
 
+    /// Whether a path lies among caches, in which programs keep histories of people's work as well.
+    [[nodiscard]] bool isAmongCaches(std::string_view path) const;
+    /// Whether a path is, or lies in, what people keep.
+    [[nodiscard]] bool isPeoples(std::string_view path) const;
+
     [[nodiscard]] const std::string& realHome() const { return realHome_; }
 
     /// The folders that are refused by their paths, so that they are also known by their identity.

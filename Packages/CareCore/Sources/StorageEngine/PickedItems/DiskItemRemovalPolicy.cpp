@@ -178,12 +178,18 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byTime(const Look& look) c
     const Question& question = look.question;
     auto latest = look.seen.modified;
     if (look.seen.kind == ItemKind::folder) {
+        std::function<bool(const std::string&)> isKept; // asked among caches: it takes a while
+        if (look.places.isAmongCaches(question.item.path())) {
+            isKept = [&](const std::string& path) { return look.places.isPeoples(path); };
+        }
         const auto inside =
             DiskItemContents::lastModification({.parent = look.parent,
                                                 .name = look.name,
                                                 .seen = look.seen,
                                                 .owner = context_->facts().currentUserID,
                                                 .kept = folders_.kept(),
+                                                .path = question.item.path(),
+                                                .isKept = isKept,
                                                 .cancel = question.cancel});
         if (!inside) return inside.error();
         latest = *inside;

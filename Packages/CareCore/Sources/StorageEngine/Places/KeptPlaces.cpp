@@ -56,7 +56,10 @@ constexpr auto rowsOfHome = std::to_array<Row>({
     {".var/app/*/.thunderbird", peoplesData},
     {".cache/*/swap", ownHistory},
     {".cache/*/undo", ownHistory},
+    {".cache/*/undodir", ownHistory},
     {".cache/*/backup", ownHistory},
+    {".cache/*/backups", ownHistory},
+    {".cache/*/auto-save", ownHistory},
 
     profiles(".aws"),
     profiles(".config/google-chrome"),
@@ -156,8 +159,24 @@ bool isInCacheOfProfile(std::string_view path) {
 /// What editors and shells put into caches to keep work from getting lost.
 bool isHistoryInCaches(std::string_view name) {
     constexpr std::array<std::string_view, 5> endings{"_history", ".swp", ".swo", ".un~", "~"};
-    return std::ranges::any_of(endings,
+    return (name.starts_with('#') && name.ends_with('#')) ||
+           std::ranges::any_of(endings,
                                [&](std::string_view ending) { return name.ends_with(ending); });
+}
+
+/// The part of a path that lies in the cache of one flatpak or snap; empty for any other path. The
+/// path begins below the home.
+std::string_view partInSandboxCache(std::string_view below) {
+    for (const std::string_view cache : {".var/app/*/cache", "snap/*/common/.cache"}) {
+        if (!isAlongPattern(below, cache)) continue;
+        for (std::size_t depth = depthBelow(cache); depth > 0; --depth) {
+            const std::size_t end = below.find('/');
+            if (end == std::string_view::npos) return {};
+            below.remove_prefix(end + 1);
+        }
+        return below;
+    }
+    return {};
 }
 
 /// Editors keep a person's own history of changes in a folder of this name.
@@ -244,6 +263,13 @@ std::optional<KeptPlaces::Found> KeptPlaces::find(std::string_view loweredPath) 
         return Found{.reason = ownHistory};
     }
     if (inFolders_.contains(loweredPath)) return Found{.reason = peoplesData};
+    // To the program in a flatpak or snap its cache is what ".cache" is to others.
+    if (const std::string_view inSandbox = partInSandboxCache(below); !inSandbox.empty()) {
+        auto found = find(cachePrefixes_.front() + std::string(inSandbox));
+        if (found && found->storeDepth)
+            *found->storeDepth += depthBelow(below) - depthBelow(inSandbox) - 1;
+        return found;
+    }
     const Place* place = placeOf(below);
     if (place == nullptr) return std::nullopt;
     if (!place->isStore) return Found{.reason = place->reason};
@@ -263,6 +289,13 @@ KeptPlaces::Touch KeptPlaces::touch(std::string_view loweredPath) const {
         return isPlain && depthBelow(below) < place.depth && isAlongPattern(below, place.pattern);
     });
     return holds ? Touch::holds : Touch::nothing;
+}
+
+bool KeptPlaces::isAmongCaches(std::string_view loweredPath) const {
+    if (isInCaches(loweredPath)) return true;
+    if (!loweredPath.starts_with(homePrefix_)) return false;
+    const std::string_view below = loweredPath.substr(homePrefix_.size());
+    return below.starts_with(".var/") || below.starts_with("snap/");
 }
 
 bool KeptPlaces::isKeptName(std::string_view loweredName) {

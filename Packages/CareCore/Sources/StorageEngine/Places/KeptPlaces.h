@@ -44,6 +44,10 @@ class KeptPlaces {
     /// pick a store.
     [[nodiscard]] Touch touch(std::string_view loweredPath) const;
 
+    /// Whether a path lies among the caches of programs, of flatpaks or of snaps: there the name of
+    /// an item is not enough to tell what it is.
+    [[nodiscard]] bool isAmongCaches(std::string_view loweredPath) const;
+
     /// Whether an item of this name is kept wherever it lies, so that a folder which holds one
     /// stays as well.
     [[nodiscard]] static bool isKeptName(std::string_view loweredName);

@@ -72,6 +72,9 @@ constexpr auto items = std::to_array<Item>({
     {".cache/nvim/swap/notes", 400, "protectedLocation", "protectedPlace"},
     {".cache/vim/undo/notes", 400, "protectedLocation", "protectedPlace"},
     {".cache/emacs/notes~", 400, "protectedLocation", "protectedPlace"},
+    {".cache/nvim/", 0, "", "holdsProtectedPlace"},
+    {".cache/emacs/", 0, "", "holdsProtectedPlace"},
+    {".cache/emacs/#notes#", 400, "protectedLocation", "protectedPlace"},
 
     // Package managers, compilers, what they keep for themselves, and what people built
     {".npm/_cacache/content/x", 31, "safe npm-cache", "regenerableCache"},
@@ -155,6 +158,12 @@ constexpr auto items = std::to_array<Item>({
      "regenerableCache"},
     {".var/app/org.mozilla.firefox/.mozilla/firefox/p/prefs.js", 400, "protectedLocation",
      "protectedPlace"},
+    {".var/app/org.gnome.Evolution/cache/evolution/mail/1", 400, "protectedLocation",
+     "protectedPlace"},
+    {".var/app/io.neovim.nvim/cache/nvim/swap/notes", 400, "protectedLocation", "protectedPlace"},
+    {".var/app/io.neovim.nvim/cache/", 0, "", "holdsProtectedPlace"},
+    {".var/app/io.neovim.nvim/cache/uv/wheels/x", 400, "protectedLocation", "regenerableCache"},
+    {"snap/nvim/common/.cache/nvim/undo/notes", 400, "protectedLocation", "protectedPlace"},
     {"snap/notes/common/.cache/x", 31, "review snap-caches:notes", "regenerableCache"},
     {"snap/notes/common/notes.txt", 400, "unknownPurpose", "unknown"},
     {"snap/firefox/common/.cache/mozilla/firefox/p/E", 4, "safe snap-firefox-cache",
