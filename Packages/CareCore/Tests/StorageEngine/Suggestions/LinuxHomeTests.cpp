@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "Platform/Machine/OperatingSystem.h"
 #include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
