@@ -57,7 +57,6 @@ std::vector<std::string_view> namesOfSystemScript(std::string_view script) {
 std::string_view executableName(const platform::RunningApplication& running) {
     constexpr std::string_view deleted = " (deleted)";
     std::string_view path = running.executable;
-    if (path.empty()) return {};
     if (path.ends_with(deleted)) path.remove_suffix(deleted.size());
     return path::lastComponent(path);
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/PathText.h"
+#include "Base/StableHash.h"
 #include "StorageEngine/Places/HomeFolders.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 
@@ -161,6 +162,18 @@ TEST(ActiveApplications, KnowTheOwnerOfEveryPlaceThatIsCleaned) {
     for (const CleanupRuleSpec& rule : BuiltInRuleRegistry::allSpecs()) {
         EXPECT_NE(covers(owned, rule.relativePath), sharedPlaces.contains(rule.id)) << rule.id;
     }
+}
+
+TEST(ActiveApplications, LoseNoNameUnnoticed) {
+    // A name or a folder that goes, or is misspelt, makes what a running program owns safe. Who
+    // changes the table on purpose takes the new value from the failure.
+    StableHashState state;
+    for (const ActiveApplications::Known& application : ActiveApplications::table()) {
+        state.addText(application.names);
+        state.addText(application.bundleIdentifiers);
+        state.addText(application.folders);
+    }
+    EXPECT_EQ(state.value(), 0x9f95f5fa241d9887U);
 }
 
 TEST(ProtectedFolders, LeaveCachesAlone) {
