@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "Platform/Files/DurableFile.h"
+
 namespace tidyro::platform {
 
 namespace {
@@ -127,6 +129,12 @@ std::optional<std::string> bundleIdentifierIn(std::string_view propertyList) {
                           : identifierInXML(propertyList);
     if (identifier && identifier->empty()) return std::nullopt;
     return identifier;
+}
+
+std::optional<std::string> bundleIdentifierOf(const std::string& package) {
+    constexpr std::size_t maxByteCount = 4'000'000;
+    const auto list = readWholeFile(package + "/Contents/Info.plist", maxByteCount);
+    return list ? bundleIdentifierIn(*list) : std::nullopt;
 }
 
 } // namespace tidyro::platform

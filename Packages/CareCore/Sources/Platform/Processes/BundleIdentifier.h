@@ -11,4 +11,8 @@ namespace tidyro::platform {
 /// damaged bytes, whatever they are.
 [[nodiscard]] std::optional<std::string> bundleIdentifierIn(std::string_view propertyList);
 
+/// The identifier of the application whose package is the folder at a path, read from the disk.
+/// None when the package does not say, or cannot be read.
+[[nodiscard]] std::optional<std::string> bundleIdentifierOf(const std::string& package);
+
 } // namespace tidyro::platform

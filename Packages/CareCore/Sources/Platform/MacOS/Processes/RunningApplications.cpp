@@ -11,19 +11,12 @@
 
 #include <libproc.h>
 
-#include "Platform/Files/DurableFile.h"
 #include "Platform/MacOS/Processes/ProcessTable.h"
 #include "Platform/Processes/BundleIdentifier.h"
 
 namespace tidyro::platform {
 
 namespace {
-
-std::optional<std::string> identifierOf(const std::string& package) {
-    constexpr std::size_t maxByteCount = 4'000'000;
-    const auto list = readWholeFile(package + "/Contents/Info.plist", maxByteCount);
-    return list ? bundleIdentifierIn(*list) : std::nullopt;
-}
 
 /// The packages that hold the executable, the outermost first: a helper has its own inside its
 /// application's.
@@ -52,7 +45,8 @@ LiveRunningApplications::running() const {
         if (application.executable.empty() && application.name.empty()) continue; // ended
         for (const std::string& package : packagesOf(application.executable)) {
             auto found = known.find(package);
-            if (found == known.end()) found = known.emplace(package, identifierOf(package)).first;
+            if (found == known.end())
+                found = known.emplace(package, bundleIdentifierOf(package)).first;
             if (!found->second) continue;
             RunningApplication identified = application;
             identified.bundleIdentifier = *found->second;
