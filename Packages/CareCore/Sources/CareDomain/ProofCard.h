@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 #include "Base/RawValues.h"
 #include "Base/Record.h"
+#include "Base/SharedText.h"
 #include "CareDomain/CleanupCategory.h"
 #include "CareDomain/CleanupEvidence.h"
 #include "CareDomain/RiskAssessment.h"
@@ -34,7 +34,7 @@ struct ProofCard {
     RiskTier riskTier;
     CleanupEvidence evidence;
     std::uint64_t byteCount;
-    std::string recoveryMethod; ///< as `recoveryMethod(mode)` words it
+    SharedText recoveryMethod; ///< as `recoveryMethod(mode)` words it
 
     static constexpr auto fields() {
         return fieldList<ProofCard>(

@@ -274,8 +274,8 @@ CleanupPlanEntry DiskItemRemovalPolicy::entry(const Look& look, const CleanupRul
                                        .summary = SharedText::lasting(
                                            RemovalConsequence::sentence(group, category))},
                           .byteCount = question.measuredBytes,
-                          .recoveryMethod =
-                              std::string(recoveryMethod(CleanupExecutionMode::recoverable))},
+                          .recoveryMethod = SharedText::lasting(
+                              recoveryMethod(CleanupExecutionMode::recoverable))},
             .approvalRequirement = ApprovalRequirement::itemLevel,
             .authorization = CleanupAuthorization{
                 authorization::DiskItem{.placeID = question.placeID, .itemURL = observation.url}}};
