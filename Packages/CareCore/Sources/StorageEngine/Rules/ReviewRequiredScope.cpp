@@ -47,17 +47,24 @@ bool ReviewRequiredScope::touchesReviewRoot(std::string_view path, std::string_v
     if (!loweredPath.starts_with(homePrefix)) return false;
     const std::string_view below = loweredPath.substr(homePrefix.size());
     return std::ranges::any_of(reviewRoots, [&](std::string_view root) {
-        return isInsideOrEqual(below, root) || isInsideOrEqual(root, below);
+        // The first byte rules most of them out, which shows when a plan asks for each candidate.
+        return below.starts_with(root.front()) &&
+               (isInsideOrEqual(below, root) || isInsideOrEqual(root, below));
     });
 }
 
 bool ReviewRequiredScope::needsReview(const FileURL& url, CleanupCategory category,
                                       const FileURL& home, std::optional<DiskGroup> group) {
+    return needsReview(url.path(), category, loweredHomePrefix(home), group);
+}
+
+bool ReviewRequiredScope::needsReview(std::string_view path, CleanupCategory category,
+                                      std::string_view homePrefix, std::optional<DiskGroup> group) {
     const bool isMade = category == CleanupCategory::archivedConversation ||
                         category == CleanupCategory::generatedWork ||
                         category == CleanupCategory::applicationData;
     return isMade || group == DiskGroup::oldDownloads || group == DiskGroup::largeFiles ||
-           touchesReviewRoot(url.path(), loweredHomePrefix(home));
+           touchesReviewRoot(path, homePrefix);
 }
 
 RiskAssessment ReviewRequiredScope::downgraded(const RiskAssessment& assessment) {

@@ -27,6 +27,12 @@ struct ReviewRequiredScope {
                                           const FileURL& home,
                                           std::optional<DiskGroup> group = std::nullopt);
 
+    /// The same for whoever asks of many items: an absolute, standardised path, and the home as
+    /// `loweredHomePrefix` gives it.
+    [[nodiscard]] static bool needsReview(std::string_view path, CleanupCategory category,
+                                          std::string_view homePrefix,
+                                          std::optional<DiskGroup> group = std::nullopt);
+
     /// The assessment with the tier `reviewCarefully`. Its reasons and its summary stay, and say in
     /// addition that a person has to look.
     [[nodiscard]] static RiskAssessment downgraded(const RiskAssessment& assessment);
