@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <expected>
 
+#include "Base/SystemError.h"
+#include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
 
 namespace tidyro::platform {
@@ -26,5 +29,39 @@ enum class FileUse : std::uint8_t {
 
 /// The same for a regular file that is open for reading by this descriptor alone.
 [[nodiscard]] FileUse fileUse(int fd);
+
+/// An item that is held while it is compared and moved. It stays the same item whatever becomes of
+/// its name, and while it is held no other item gets its number. Holding it needs no right to read
+/// it and does not open it: nobody else notices. Used by one thread.
+///
+///     auto item = HeldItem::open(folder, "file");
+///     if (item->takeLease() == FileUse::inUse) return refuse();
+///     ... rename it ...
+///     if (!item->isLeaseUnbroken()) return putBack(); // somebody began to open it
+///     item->releaseLease();
+class HeldItem {
+  public:
+    /// A link is not followed, but held itself.
+    [[nodiscard]] static std::expected<HeldItem, SystemError> open(const FolderDescriptor& folder,
+                                                                   const char* name);
+    HeldItem(HeldItem&& other) noexcept;
+    HeldItem& operator=(HeldItem&&) = delete;
+    ~HeldItem();
+
+    [[nodiscard]] std::expected<FileMetadata, SystemError> metadata() const;
+
+    /// Asks as `fileUse` does, and keeps the lease when the answer is `free`. Whoever opens the
+    /// file from then on waits until it is released, so release it soon.
+    [[nodiscard]] FileUse takeLease();
+    /// Whether the lease is held and nobody has tried to open the file since it was taken.
+    [[nodiscard]] bool isLeaseUnbroken() const;
+    void releaseLease();
+
+  private:
+    explicit HeldItem(int fd) noexcept : fd_(fd) {}
+
+    int fd_;
+    int leased_ = -1; ///< open for reading, since only such a descriptor can have a lease
+};
 
 } // namespace tidyro::platform

@@ -89,6 +89,45 @@ TEST_P(ProvenByLease, WhoeverHasTheFileOpen) {
     EXPECT_EQ(useOf(path), FileUse::free) << "once all of them are gone";
 }
 
+TEST_P(ProvenByLease, IsHeldUntilSomebodyOpensTheFile) {
+    const auto image = MountedImage::make(GetParam());
+    if (!image) GTEST_SKIP() << GetParam() << " images need root and its tools";
+    const TemporaryFolder& place = image->folder();
+    place.file("file", "mine");
+    place.file("other", "theirs");
+    place.link("link", "file");
+    place.pipe("pipe");
+    const auto folder = FolderDescriptor::openRoot(place.path());
+    ASSERT_TRUE(folder);
+    auto held = HeldItem::open(*folder, "file");
+    ASSERT_TRUE(held);
+    EXPECT_FALSE(held->isLeaseUnbroken());
+    EXPECT_EQ(held->takeLease(), FileUse::free);
+    EXPECT_TRUE(held->isLeaseUnbroken());
+    ASSERT_EQ(::rename((place / "file").c_str(), (place / "moved").c_str()), 0);
+    ASSERT_EQ(::rename((place / "other").c_str(), (place / "file").c_str()), 0);
+    EXPECT_TRUE(held->isLeaseUnbroken()) << "a rename is no use";
+    EXPECT_EQ(held->metadata()->identity, fileMetadata(place / "moved")->identity);
+    EXPECT_EQ(held->metadata()->byteCount, 4U) << "not the one that has its name by now";
+    // Whoever does not want to wait is told at once, but has begun to break it.
+    EXPECT_LT(::open((place / "moved").c_str(), O_RDONLY | O_NONBLOCK), 0);
+    EXPECT_FALSE(held->isLeaseUnbroken());
+    held->releaseLease();
+    const int user = ::open((place / "moved").c_str(), O_RDONLY | O_NONBLOCK);
+    EXPECT_GE(user, 0);
+    EXPECT_EQ(held->takeLease(), FileUse::inUse);
+    ::close(user);
+    EXPECT_EQ(held->takeLease(), FileUse::free);
+
+    for (const char* name : {"link", "pipe"}) {
+        auto other = HeldItem::open(*folder, name);
+        ASSERT_TRUE(other) << name;
+        EXPECT_NE(other->metadata()->kind, ItemKind::regularFile) << name;
+        EXPECT_EQ(other->takeLease(), FileUse::unknown) << name;
+    }
+    EXPECT_FALSE(HeldItem::open(*folder, "none"));
+}
+
 INSTANTIATE_TEST_SUITE_P(FileLease, ProvenByLease, ::testing::Values("ext4", "btrfs", "xfs"));
 
 TEST(FileLease, ProvesNothingWhereItIsNotKnownTo) {

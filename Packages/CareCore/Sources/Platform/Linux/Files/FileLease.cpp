@@ -6,9 +6,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <string>
+#include <utility>
 
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -31,9 +34,8 @@ bool ignoreLeaseSignals() {
     return ::sigaction(SIGIO, &ignoring, nullptr) == 0;
 }
 
-} // namespace
-
-FileUse fileUse(int fd) {
+/// Takes the lease and keeps it when the answer is `free`.
+FileUse useByLease(int fd) {
     static const bool isSafe = ignoreLeaseSignals();
     if (!isSafe) return FileUse::unknown;
     struct statfs volume{};
@@ -44,8 +46,17 @@ FileUse fileUse(int fd) {
         // Refused for somebody's sake holds on every file system.
         return errno == EAGAIN ? FileUse::inUse : FileUse::unknown;
     }
+    if (isProven) return FileUse::free;
     ::fcntl(fd, F_SETLEASE, F_UNLCK);
-    return isProven ? FileUse::free : FileUse::unknown;
+    return FileUse::unknown;
+}
+
+} // namespace
+
+FileUse fileUse(int fd) {
+    const FileUse use = useByLease(fd);
+    if (use == FileUse::free) ::fcntl(fd, F_SETLEASE, F_UNLCK);
+    return use;
 }
 
 FileUse fileUse(const FolderDescriptor& folder, const char* name) {
@@ -55,6 +66,53 @@ FileUse fileUse(const FolderDescriptor& folder, const char* name) {
     const FileUse use = fileUse(fd);
     ::close(fd);
     return use;
+}
+
+std::expected<HeldItem, SystemError> HeldItem::open(const FolderDescriptor& folder,
+                                                    const char* name) {
+    int fd = -1;
+    do {
+        fd = ::openat(folder.fd(), name, O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return std::unexpected(SystemError{errno});
+    return HeldItem(fd);
+}
+
+std::expected<FileMetadata, SystemError> HeldItem::metadata() const { return fileMetadata(fd_); }
+
+FileUse HeldItem::takeLease() {
+    releaseLease();
+    struct stat seen{};
+    // Opening a pipe or a device could do something.
+    if (::fstat(fd_, &seen) != 0 || !S_ISREG(seen.st_mode)) return FileUse::unknown;
+    // By this path the very item is opened, whatever its name leads to by now.
+    const std::string item = "/proc/self/fd/" + std::to_string(fd_);
+    const int fd = ::open(item.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return errno == EWOULDBLOCK ? FileUse::inUse : FileUse::unknown;
+    const FileUse use = useByLease(fd);
+    if (use == FileUse::free) {
+        leased_ = fd;
+    } else {
+        ::close(fd);
+    }
+    return use;
+}
+
+bool HeldItem::isLeaseUnbroken() const {
+    // One that is being broken answers as what it is to become.
+    return leased_ >= 0 && ::fcntl(leased_, F_GETLEASE) == F_WRLCK;
+}
+
+void HeldItem::releaseLease() {
+    if (leased_ >= 0) ::close(std::exchange(leased_, -1)); // which gives it back as well
+}
+
+HeldItem::HeldItem(HeldItem&& other) noexcept
+    : fd_(std::exchange(other.fd_, -1)), leased_(std::exchange(other.leased_, -1)) {}
+
+HeldItem::~HeldItem() {
+    releaseLease();
+    if (fd_ >= 0) ::close(fd_);
 }
 
 } // namespace tidyro::platform
