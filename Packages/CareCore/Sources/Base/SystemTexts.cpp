@@ -34,6 +34,10 @@ constexpr auto rows = std::to_array<SystemTextRow>({
     {otherDiskInside, //
      "Another disk appears inside this folder. Eject it first.",
      "Something else is mounted inside this folder. Unmount it first."},
+    {appIsInstalledOtherwise, //
+     "This application belongs to macOS, or to an installer of its own. Remove it with that.",
+     "Applications belong to the package manager that installed them (apt, dnf, pacman, Flatpak, "
+     "Snap). Remove this one with it, so that nothing of it is left behind."},
 });
 
 consteval bool areInOrder() {

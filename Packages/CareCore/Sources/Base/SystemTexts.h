@@ -23,6 +23,7 @@ enum class SystemText : std::uint8_t {
     somethingIsLocked,
     otherDiskHere,
     otherDiskInside,
+    appIsInstalledOtherwise, ///< why an application that Tidyro did not install stays
 };
 
 /// The words of a system for a text. Names in braces are filled in with `fmt::format`:

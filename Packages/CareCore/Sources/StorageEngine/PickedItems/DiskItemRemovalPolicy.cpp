@@ -196,7 +196,7 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byTime(const Look& look) c
     }
     const auto isQuietSince = [&](Timestamp moment) { return latest && *latest <= moment; };
     if (question.built && !isQuietSince(*question.built)) return changedSinceMeasured;
-    double quietPeriod = 0;
+    double quietPeriod = question.quietPeriod;
     for (const KnownPlace* place : {look.place, look.realPlace}) {
         if (place != nullptr) quietPeriod = std::max(quietPeriod, place->quietPeriod);
     }

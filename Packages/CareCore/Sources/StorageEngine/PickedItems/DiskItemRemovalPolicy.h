@@ -70,6 +70,8 @@ class DiskItemRemovalPolicy {
         /// When the measurement of the item began; absent when unknown. An item that was modified
         /// after it is refused.
         std::optional<Timestamp> built = std::nullopt;
+        /// Seconds for which the item must have been unchanged, also where its place asks for less.
+        double quietPeriod = 0;
         Timestamp at; ///< now
         CancelToken cancel = {};
     };

@@ -112,6 +112,11 @@ bool ProjectFolderJudge::mayBeGenerated(std::string_view name) {
     return generatedFolders.contains(name);
 }
 
+bool ProjectFolderJudge::isGeneratedOnDisk(const std::string& folder) {
+    const auto files = generatedFolders.find(path::lastComponent(folder));
+    return files && hasProjectFileOnDisk(folder, *files);
+}
+
 const ProjectFolderJudge& ProjectFolderJudge::live() {
     static const LiveJudge judge;
     return judge;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "StorageEngine/DiskTree/DiskTree.h"
@@ -20,6 +21,10 @@ class ProjectFolderJudge {
 
     /// Whether some tool generates folders of this name; compared without case. Quick.
     [[nodiscard]] static bool mayBeGenerated(std::string_view name);
+
+    /// Whether a project file lies beside the folder on the disk at this moment, for whoever is
+    /// about to touch the folder and has no tree. The folder itself need not be there.
+    [[nodiscard]] static bool isGeneratedOnDisk(const std::string& folder);
 
     /// The judge that looks for the project file beside the folder, in the tree and then on the
     /// disk, where it must still be. The tree comes first because a system holds thousands of
