@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Base/SystemError.h"
+#include "Platform/Files/ChangeGate.h"
 
 /// Files that matter: settings, an index, a journal. A crash or a full disk at any moment leaves
 /// either the old file or the new one, whole.
@@ -17,8 +18,19 @@ namespace tidyro::platform {
 /// it to the disk, renames it over the path and flushes the folder. On failure the old file stands
 /// and the sibling is gone. The one exception is the flush of the folder: when that fails, the new
 /// file is in its place but may not outlast a crash.
-[[nodiscard]] std::expected<void, SystemError> writeDurably(const std::string& path,
-                                                            std::string_view bytes);
+struct DurableOptions {
+    /// Another path for the sibling, in the same folder. One that a crash left there is
+    /// overwritten. Empty: the path with a random ending that nobody else has.
+    std::string sibling = {};
+    ChangeGate* gate = &ChangeGate::open();
+};
+[[nodiscard]] std::expected<void, SystemError>
+writeDurably(const std::string& path, std::string_view bytes, const DurableOptions& options = {});
+
+/// Makes a file that must not be there yet, whole and flushed, with mode 0600. EEXIST when it is:
+/// of several who make one file, one succeeds, and the others find it complete.
+[[nodiscard]] std::expected<void, SystemError> makeDurably(const std::string& path,
+                                                           std::string_view bytes);
 
 /// The same piece by piece, for files that are too large to be held in memory twice.
 ///
@@ -51,17 +63,23 @@ class DurableWriter {
     [[nodiscard]] std::expected<void, SystemError> commit();
 
   private:
-    DurableWriter(std::string path, std::string sibling, int fd);
+    friend std::expected<void, SystemError> writeDurably(const std::string&, std::string_view,
+                                                         const DurableOptions&);
+    DurableWriter(std::string path, std::string sibling, int fd, ChangeGate& gate);
+    [[nodiscard]] static std::expected<DurableWriter, SystemError>
+    openAlone(const std::string& path, const DurableOptions& options);
 
     std::string path_;
     std::string sibling_;
     int fd_; ///< negative: there is no sibling (any more)
+    ChangeGate* gate_;
     std::vector<std::byte> gathered_;
 };
 
 /// Makes a folder and those above it that are missing, each with mode 0700, and flushes them.
 /// Folders that exist stay as they are.
-[[nodiscard]] std::expected<void, SystemError> makePrivateFolder(const std::string& path);
+[[nodiscard]] std::expected<void, SystemError>
+makePrivateFolder(const std::string& path, ChangeGate& gate = ChangeGate::open());
 
 /// The whole file; EFBIG when it holds more than `maxByteCount` bytes, EINVAL when it is no regular
 /// file.

@@ -14,4 +14,22 @@ std::expected<void, SystemError> flushToDisk(int fd) {
     return std::unexpected(SystemError{errno});
 }
 
+std::expected<void, SystemError> flushVolume(int fd) {
+    ::sync(); // hands everything to the drives
+    return flushToDisk(fd);
+}
+
+std::expected<void, SystemError> allocateBlocks(int fd, std::uint64_t byteCount) {
+    const auto length = static_cast<off_t>(byteCount);
+    fstore_t wanted{.fst_flags = F_ALLOCATEALL,
+                    .fst_posmode = F_PEOFPOSMODE,
+                    .fst_offset = 0,
+                    .fst_length = length,
+                    .fst_bytesalloc = 0};
+    if (::fcntl(fd, F_PREALLOCATE, &wanted) != 0 || ::ftruncate(fd, length) != 0) {
+        return std::unexpected(SystemError{errno});
+    }
+    return {};
+}
+
 } // namespace tidyro::platform

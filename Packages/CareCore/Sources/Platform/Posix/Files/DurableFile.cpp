@@ -93,21 +93,39 @@ std::expected<DurableWriter, SystemError> DurableWriter::open(const std::string&
         const std::string name = path + ".partial";
         const auto fd = SharedSibling(name).take();
         if (!fd) return std::unexpected(fd.error());
-        return DurableWriter(path, name, *fd);
+        return DurableWriter(path, name, *fd, ChangeGate::open());
     }
-    const std::string name = path + "." + randomUUID().text() + ".partial";
-    const int fd = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0) return std::unexpected(SystemError{errno});
-    return DurableWriter(path, name, fd);
+    return openAlone(path, {});
 }
 
-DurableWriter::DurableWriter(std::string path, std::string sibling, int fd)
-    : path_(std::move(path)), sibling_(std::move(sibling)), fd_(fd) {}
+std::expected<DurableWriter, SystemError> DurableWriter::openAlone(const std::string& path,
+                                                                   const DurableOptions& options) {
+    const bool isNamed = !options.sibling.empty();
+    const std::string name =
+        isNamed ? options.sibling : path + "." + randomUUID().text() + ".partial";
+    int fd = -1;
+    const auto made =
+        pass(*options.gate, DiskChange::makeFile, [&]() -> std::expected<void, SystemError> {
+            constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+            fd = ::open(name.c_str(), flags, 0600);
+            if (fd < 0 && errno == EEXIST && isNamed && ::unlink(name.c_str()) == 0) {
+                fd = ::open(name.c_str(), flags, 0600);
+            }
+            if (fd < 0) return std::unexpected(SystemError{errno});
+            return {};
+        });
+    if (!made) return std::unexpected(made.error());
+    return DurableWriter(path, name, fd, *options.gate);
+}
+
+DurableWriter::DurableWriter(std::string path, std::string sibling, int fd, ChangeGate& gate)
+    : path_(std::move(path)), sibling_(std::move(sibling)), fd_(fd), gate_(&gate) {}
 
 DurableWriter::DurableWriter(DurableWriter&& other) noexcept
     : path_(std::move(other.path_)),
       sibling_(std::move(other.sibling_)),
       fd_(std::exchange(other.fd_, -1)),
+      gate_(other.gate_),
       gathered_(std::move(other.gathered_)) {}
 
 DurableWriter::~DurableWriter() {
@@ -120,46 +138,89 @@ std::expected<void, SystemError> DurableWriter::append(std::span<const std::byte
     const bool isLarge = bytes.size() >= largePiece;
     if (!isLarge) gathered_.insert(gathered_.end(), bytes.begin(), bytes.end());
     if (isLarge || gathered_.size() >= bufferBytes) {
-        if (auto written = writeBytes(fd_, gathered_); !written) return written;
+        const auto write = [&](std::span<const std::byte> part) {
+            return pass(*gate_, DiskChange::write, [&] { return writeBytes(fd_, part); });
+        };
+        if (auto written = write(gathered_); !written) return written;
         gathered_.clear();
-        if (isLarge) return writeBytes(fd_, bytes);
+        if (isLarge) return write(bytes);
     }
     return {};
 }
 
 std::expected<void, SystemError> DurableWriter::commit() {
-    if (auto written = writeBytes(fd_, gathered_); !written) return written;
-    if (auto flushed = flushToDisk(fd_); !flushed) return flushed;
-    if (::rename(sibling_.c_str(), path_.c_str()) != 0) {
+    auto written = pass(*gate_, DiskChange::write, [&] { return writeBytes(fd_, gathered_); });
+    if (!written) return written;
+    auto flushed = pass(*gate_, DiskChange::flush, [&] { return flushToDisk(fd_); });
+    if (!flushed) return flushed;
+    auto renamed = pass(*gate_, DiskChange::rename, [&]() -> std::expected<void, SystemError> {
+        if (::rename(sibling_.c_str(), path_.c_str()) == 0) return {};
         return std::unexpected(SystemError{errno});
-    }
+    });
+    if (!renamed) return renamed;
     // The lock goes with the descriptor, after the name has gone. What was flushed is on the disk;
     // closing has nothing left to fail with.
     ::close(std::exchange(fd_, -1));
-    return flushFolder(std::string(path::parent(path_)));
+    return pass(*gate_, DiskChange::flush,
+                [&] { return flushFolder(std::string(path::parent(path_))); });
 }
 
-std::expected<void, SystemError> writeDurably(const std::string& path, std::string_view bytes) {
-    auto writer = DurableWriter::open(path, DurableWriter::Sibling::unique);
+std::expected<void, SystemError> writeDurably(const std::string& path, std::string_view bytes,
+                                              const DurableOptions& options) {
+    auto writer = DurableWriter::openAlone(path, options);
     if (!writer) return std::unexpected(writer.error());
     if (auto written = writer->append(std::as_bytes(std::span(bytes))); !written) return written;
     return writer->commit();
 }
 
-std::expected<void, SystemError> makePrivateFolder(const std::string& path) {
+std::expected<void, SystemError> makeDurably(const std::string& path, std::string_view bytes) {
+    const std::string sibling = path + "." + randomUUID().text() + ".partial";
+    if (auto written = writeDurably(sibling, bytes); !written) return written;
+    // A second name never replaces anything, on every system; then the first one goes.
+    std::expected<void, SystemError> done;
+    if (::link(sibling.c_str(), path.c_str()) != 0) {
+        done = std::unexpected(SystemError{errno});
+        const int refused = errno;
+        if (refused == EPERM || refused == ENOTSUP || refused == EMLINK) {
+            // No second names here. The file is then seen before it is complete, by those who ask
+            // in this very moment.
+            const int fd =
+                ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+            if (fd < 0) {
+                done = std::unexpected(SystemError{errno});
+            } else {
+                done = writeBytes(fd, std::as_bytes(std::span(bytes)));
+                if (done) done = flushToDisk(fd);
+                ::close(fd);
+                if (!done) ::unlink(path.c_str());
+            }
+        }
+    }
+    ::unlink(sibling.c_str());
+    if (!done) return done;
+    return flushFolder(std::string(path::parent(path)));
+}
+
+std::expected<void, SystemError> makePrivateFolder(const std::string& path, ChangeGate& gate) {
     std::string folder;
     for (const std::string_view component : path::components(path)) {
         const std::string parent = folder.empty() ? "/" : folder;
         folder = path::joined(parent, component);
-        if (::mkdir(folder.c_str(), 0700) == 0) {
-            if (auto flushed = flushFolder(parent); !flushed) return flushed;
+        struct stat status{};
+        if (::stat(folder.c_str(), &status) == 0) {
+            if (!S_ISDIR(status.st_mode)) return std::unexpected(SystemError{ENOTDIR});
             continue;
         }
-        // A folder that is there may refuse in other ways than EEXIST (read-only, closed).
-        const SystemError refused{errno};
-        struct stat status{};
-        if (::stat(folder.c_str(), &status) != 0) return std::unexpected(refused);
-        if (!S_ISDIR(status.st_mode)) return std::unexpected(SystemError{ENOTDIR});
+        auto made = pass(gate, DiskChange::makeFolder, [&]() -> std::expected<void, SystemError> {
+            if (::mkdir(folder.c_str(), 0700) == 0) return {};
+            const SystemError refused{errno};
+            // Another may have made it meanwhile.
+            if (::stat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return {};
+            return std::unexpected(refused);
+        });
+        if (!made) return made;
+        auto flushed = pass(gate, DiskChange::flush, [&] { return flushFolder(parent); });
+        if (!flushed) return flushed;
     }
     return {};
 }

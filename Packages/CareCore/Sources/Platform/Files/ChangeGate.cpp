@@ -1,0 +1,10 @@
+#include "Platform/Files/ChangeGate.h"
+
+namespace tidyro::platform {
+
+ChangeGate& ChangeGate::open() {
+    static ChangeGate gate;
+    return gate;
+}
+
+} // namespace tidyro::platform
