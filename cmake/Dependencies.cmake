@@ -28,15 +28,15 @@ tidyro_library(re2::re2 HEADER re2/re2.h LIBRARY re2)
 # proven by it.
 tidyro_library(xxHash::xxHash HEADER xxhash.h)
 
-# UUIDs and SHA-256 come from the system itself on macOS.
+# UUIDs come from the system itself on macOS, and so does SHA-256. What the system there keeps to
+# itself, AES-GCM, comes from OpenSSL on both.
+find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
+add_library(System::Crypto INTERFACE IMPORTED GLOBAL)
+target_link_libraries(System::Crypto INTERFACE OpenSSL::Crypto)
 if(APPLE)
   add_library(System::UUID INTERFACE IMPORTED GLOBAL)
-  add_library(System::Crypto INTERFACE IMPORTED GLOBAL)
 else()
   tidyro_library(System::UUID HEADER uuid/uuid.h LIBRARY uuid)
-  find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
-  add_library(System::Crypto INTERFACE IMPORTED GLOBAL)
-  target_link_libraries(System::Crypto INTERFACE OpenSSL::Crypto)
 endif()
 
 if(TIDYRO_TESTS)
