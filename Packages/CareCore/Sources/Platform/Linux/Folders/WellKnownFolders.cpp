@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include "Base/PathText.h"
+
 namespace tidyro::platform {
 
 MovedFolders movedFolders() {
@@ -11,8 +13,18 @@ MovedFolders movedFolders() {
 }
 
 FileURL applicationSupportFolder() {
-    if (const auto data = folderNamedBy("XDG_DATA_HOME")) return FileURL::folder(*data);
-    return homeFolder().appendingFolder(".local/share");
+    FileURL usual = homeFolder().appendingFolder(".local/share");
+    const auto data = folderNamedBy("XDG_DATA_HOME");
+    if (!data) return usual;
+    // The terminal of a packaged editor hands on the folder that its package has for itself. What
+    // would be put there goes with the package, and no desktop looks for a Trash in it.
+    FileURL given = FileURL::folder(*data);
+    for (const char* packages : {"snap", ".var/app"}) {
+        if (path::isInsideOrEqual(given.path(), homeFolder().appending(packages).path())) {
+            return usual;
+        }
+    }
+    return given;
 }
 
 TrashPlaces trashPlaces() {
