@@ -43,7 +43,11 @@ struct FileMetadata {
     /// Marked as immutable, append-only or part of the system. Whatever the permissions say, it
     /// cannot be renamed, and nothing can be removed from a folder that is marked so.
     bool isLocked = false;
+    /// As `chmod` counts them, with the sticky bit (01000).
+    std::uint32_t permissions = 0;
 };
+
+inline constexpr std::uint32_t stickyPermission = 01000;
 
 /// Whether two items were seen through one mount. Where the system does not number its mounts:
 /// whether they are on one device.
@@ -69,6 +73,8 @@ struct FileMetadata {
 /// Whether this process may add, rename and remove entries of a folder, answered likewise. Locks do
 /// not count, nor does it count that a sticky folder lets go of the user's own entries only.
 [[nodiscard]] bool isWritableFolder(const std::string& path);
+/// Of a folder inside an open folder; a link is not followed.
+[[nodiscard]] bool isWritableFolder(const FolderDescriptor& folder, const char* name);
 
 /// The path with every link in it resolved. ENOENT when nothing is there. `FolderResolver` also
 /// resolves paths whose end does not exist yet.

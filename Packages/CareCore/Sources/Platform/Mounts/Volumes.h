@@ -43,6 +43,9 @@ struct Volume {
     /// - On macOS the disk that the running system started from is internal. Images, removable
     ///   and other disks are not.
     bool isInternalLocal;
+    /// The folder of the file system that is mounted there: "/" for all of it, another one for a
+    /// subvolume of btrfs or a folder that is shown in a second place.
+    std::string mountedFolder = "/";
 };
 
 /// Handed in, so that tests decide what is mounted. Any thread may ask.

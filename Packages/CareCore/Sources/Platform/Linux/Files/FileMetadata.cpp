@@ -17,6 +17,7 @@ constexpr unsigned wantedFacts = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;
 constexpr unsigned identifying = STATX_TYPE | STATX_INO | STATX_UID | STATX_NLINK | STATX_SIZE;
 constexpr std::uint64_t locks = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
 constexpr unsigned anyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+constexpr unsigned allPermissions = 07777;
 constexpr std::uint64_t bytesPerBlock = 512; // of stx_blocks, whatever the file system's blocks
 
 ItemKind kindOf(unsigned mode) {
@@ -53,6 +54,7 @@ std::expected<FileMetadata, SystemError> metadataAt(int folder, const char* name
         .isDataless = false,
         .isWritableBySomebody = (status.stx_mode & anyWrite) != 0,
         .isLocked = (status.stx_attributes & locks) != 0,
+        .permissions = status.stx_mode & allPermissions,
     };
     if ((status.stx_mask & STATX_MNT_ID) != 0) seen.mount = status.stx_mnt_id;
     return seen;

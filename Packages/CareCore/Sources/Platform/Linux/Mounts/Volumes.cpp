@@ -72,7 +72,8 @@ std::expected<std::vector<Volume>, SystemError> LiveVolumes::mounted() const {
              .hasOneDevice = entry.fileSystem != "btrfs" && entry.fileSystem != "overlay",
              .identifier = found->second.identifier,
              .fileSystem = std::move(entry.fileSystem),
-             .isInternalLocal = found->second.isInternal});
+             .isInternalLocal = found->second.isInternal,
+             .mountedFolder = std::move(entry.root)});
     }
     tellApart(volumes);
     return volumes;

@@ -13,6 +13,7 @@ namespace {
 constexpr std::uint32_t locks =
     UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND | SF_RESTRICTED | SF_NOUNLINK;
 constexpr unsigned anyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+constexpr mode_t allPermissions = 07777;
 constexpr std::uint64_t bytesPerBlock = 512; // of st_blocks, whatever the file system's blocks
 
 ItemKind kindOf(mode_t mode) {
@@ -39,6 +40,7 @@ FileMetadata metadataIn(const struct stat& status) {
         .isDataless = (status.st_flags & SF_DATALESS) != 0,
         .isWritableBySomebody = (status.st_mode & anyWrite) != 0,
         .isLocked = (status.st_flags & locks) != 0,
+        .permissions = static_cast<std::uint32_t>(status.st_mode & allPermissions),
     };
     // A file system without dates of creation answers 0 or -1.
     if (status.st_birthtimespec.tv_sec > 0) seen.created = moment(status.st_birthtimespec);

@@ -1,5 +1,6 @@
 #include "Platform/Files/FileMetadata.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
 
@@ -10,6 +11,13 @@ namespace tidyro::platform {
 
 bool isWritableFolder(const std::string& path) {
     return ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+bool isWritableFolder(const FolderDescriptor& folder, const char* name) {
+    const auto opened = folder.open(name); // without following a link, on every system
+    return opened ? ::faccessat(opened->fd(), ".", W_OK | X_OK, AT_EACCESS) == 0
+                  : opened.error().code == EACCES &&
+                        ::faccessat(folder.fd(), name, W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 std::uint32_t currentUserID() { return ::geteuid(); }
