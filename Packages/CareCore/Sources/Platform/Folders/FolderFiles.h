@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <expected>
+#include <string>
+#include <string_view>
+
+#include "Base/SystemError.h"
+#include "Platform/Files/ChangeGate.h"
+#include "Platform/Folders/FolderChanges.h"
+
+/// Small files in open folders, such as the notes that a Trash keeps of its items. No path is
+/// followed. Nothing is flushed: the caller flushes the folder's volume when a batch is done.
+namespace tidyro::platform {
+
+/// Makes a file with mode 0600. `targetTaken` when the name is in use; on any other failure the
+/// file is gone again.
+[[nodiscard]] FolderChanges::Changed makeFileIn(const EntryName& at, std::string_view bytes,
+                                                ChangeGate& gate = ChangeGate::open());
+
+/// Puts a new file in the place of another one, or of none.
+[[nodiscard]] FolderChanges::Changed replaceFileIn(const EntryName& at, std::string_view bytes,
+                                                   ChangeGate& gate = ChangeGate::open());
+
+/// A whole regular file. A link is not followed (ELOOP); EINVAL for anything else, and EFBIG for
+/// more than `maxByteCount` bytes.
+[[nodiscard]] std::expected<std::string, SystemError> readFileIn(const EntryName& at,
+                                                                 std::size_t maxByteCount);
+
+} // namespace tidyro::platform

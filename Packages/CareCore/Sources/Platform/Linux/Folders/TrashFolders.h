@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <expected>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Folders/Trash.h"
+
+namespace tidyro::platform {
+
+/// One Trash of freedesktop.org, held open: `files` with the items, `info` with a note for each.
+struct TrashFolders {
+    std::string path;
+    /// The top of its volume, to which its notes are relative; empty for the person's own Trash,
+    /// whose notes have whole paths.
+    std::string top;
+    FolderDescriptor base;
+    FolderDescriptor files;
+    FolderDescriptor info;
+    FileMetadata seen; ///< of `files`
+
+    struct Size {
+        std::string name;
+        std::uint64_t byteCount;
+    };
+    /// Folders that were moved here and are not yet in `directorysizes`.
+    std::vector<Size> sizes = {};
+    bool isChanged = false; ///< since the last flush
+
+    /// Whether a rename reaches `files` from there.
+    [[nodiscard]] bool isReachableFrom(const FileMetadata& item) const {
+        return item.identity.device == seen.identity.device && areOnOneMount(item, seen);
+    }
+
+    /// The person's own Trash, made when it is missing.
+    [[nodiscard]] static std::expected<std::shared_ptr<TrashFolders>, TrashError>
+    openHome(FolderChanges& changes, ChangeGate& gate, const std::string& path);
+    enum class Missing : std::uint8_t { make, refuse };
+    /// The Trash at the top of a volume.
+    [[nodiscard]] static std::expected<std::shared_ptr<TrashFolders>, TrashError>
+    openAtTop(FolderChanges& changes, const std::string& top, Missing missing);
+
+    /// Adds the sizes that are waiting to `directorysizes`, and leaves out those of items that are
+    /// gone.
+    void writeSizes(ChangeGate& gate);
+};
+
+/// The names that an item may get in the Trash, one after another: its own, then numbered ones,
+/// then random ones. Each, with the ending of its note, has at most `maxBytes` bytes; a long one
+/// loses its middle, but no part of a character and not its extension.
+[[nodiscard]] std::string trashName(std::string_view name, unsigned attempt, std::size_t maxBytes);
+
+inline constexpr std::string_view trashNoteEnding = ".trashinfo";
+
+/// The note of an item: where it lay and when it went, in the time of the place where the person
+/// is.
+[[nodiscard]] std::string trashNote(std::string_view path, std::string_view top, Timestamp at);
+
+} // namespace tidyro::platform

@@ -1,0 +1,93 @@
+#include "Platform/Folders/FolderFiles.h"
+
+#include <array>
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Platform/Machine/RandomUUID.h"
+
+namespace tidyro::platform {
+
+namespace {
+
+using FileChange = std::expected<void, SystemError>;
+
+FileChange failedFileChange() { return std::unexpected(SystemError{errno}); }
+
+FileChange writeWhole(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) return failedFileChange();
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return {};
+}
+
+FolderChanges::Changed asChanged(const FileChange& change) {
+    if (change) return {};
+    return std::unexpected(ChangeError::fromSystem(change.error()));
+}
+
+} // namespace
+
+FolderChanges::Changed makeFileIn(const EntryName& at, std::string_view bytes, ChangeGate& gate) {
+    int fd = -1;
+    const auto made = pass(gate, DiskChange::makeFile, [&]() -> FileChange {
+        fd = ::openat(at.folder.fd(), at.name.c_str(),
+                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        return fd >= 0 ? FileChange() : failedFileChange();
+    });
+    if (!made) return asChanged(made);
+    const auto written = pass(gate, DiskChange::write, [&] { return writeWhole(fd, bytes); });
+    ::close(fd);
+    if (!written) ::unlinkat(at.folder.fd(), at.name.c_str(), 0);
+    return asChanged(written);
+}
+
+FolderChanges::Changed replaceFileIn(const EntryName& at, std::string_view bytes,
+                                     ChangeGate& gate) {
+    const std::string sibling = "." + randomUUID().text() + ".partial";
+    if (auto made = makeFileIn({.folder = at.folder, .name = sibling}, bytes, gate); !made) {
+        return made;
+    }
+    const auto renamed = pass(gate, DiskChange::rename, [&]() -> FileChange {
+        return ::renameat(at.folder.fd(), sibling.c_str(), at.folder.fd(), at.name.c_str()) == 0
+                   ? FileChange()
+                   : failedFileChange();
+    });
+    if (!renamed) ::unlinkat(at.folder.fd(), sibling.c_str(), 0);
+    return asChanged(renamed);
+}
+
+std::expected<std::string, SystemError> readFileIn(const EntryName& at, std::size_t maxByteCount) {
+    const int fd =
+        ::openat(at.folder.fd(), at.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return std::unexpected(SystemError{errno});
+    struct stat status{};
+    std::expected<std::string, SystemError> read = std::string();
+    if (::fstat(fd, &status) != 0) {
+        read = std::unexpected(SystemError{errno});
+    } else if (!S_ISREG(status.st_mode)) {
+        read = std::unexpected(SystemError{EINVAL});
+    }
+    std::array<char, 65'536> buffer{};
+    while (read) {
+        const ssize_t got = ::read(fd, buffer.data(), buffer.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got == 0) break;
+        if (got < 0) {
+            read = std::unexpected(SystemError{errno});
+        } else if (read->append(buffer.data(), static_cast<std::size_t>(got)).size() >
+                   maxByteCount) {
+            read = std::unexpected(SystemError{EFBIG});
+        }
+    }
+    ::close(fd);
+    return read;
+}
+
+} // namespace tidyro::platform
