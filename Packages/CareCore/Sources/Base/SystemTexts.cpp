@@ -38,6 +38,9 @@ constexpr auto rows = std::to_array<SystemTextRow>({
      "This application belongs to macOS, or to an installer of its own. Remove it with that.",
      "Applications belong to the package manager that installed them (apt, dnf, pacman, Flatpak, "
      "Snap). Remove this one with it, so that nothing of it is left behind."},
+    {isLockedForTrash, //
+     "it is locked. Unlock it in Finder's Get Info first",
+     "it, or its folder, is locked against changes. Unlock it first (chattr -i -a)"},
 });
 
 consteval bool areInOrder() {

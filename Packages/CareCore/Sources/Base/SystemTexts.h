@@ -24,6 +24,7 @@ enum class SystemText : std::uint8_t {
     otherDiskHere,
     otherDiskInside,
     appIsInstalledOtherwise, ///< why an application that Tidyro did not install stays
+    isLockedForTrash, ///< why an item cannot be moved to the Trash, as the middle of a sentence
 };
 
 /// The words of a system for a text. Names in braces are filled in with `fmt::format`:

@@ -1,0 +1,498 @@
+#include "Platform/Folders/Trash.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Platform/Files/DurableFile.h"
+#include "Platform/Folders/WellKnownFolders.h"
+#include "StorageEngine/Trash/TrashMover.h"
+#include "StorageEngine/Trash/TrashRestorer.h"
+#include "Support/OtherCircumstances.h"
+
+namespace tidyro {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace testing;
+using platform::Trash;
+using platform::TrashFailure;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+std::string contents(const std::string& path) {
+    return platform::readWholeFile(path, 1U << 24U).value_or("unreadable");
+}
+
+bool exists(const std::string& path) { return platform::fileMetadata(path).has_value(); }
+
+unsigned modeOf(const std::string& path) { return platform::fileMetadata(path)->permissions; }
+
+/// A place of its own with a Trash for the person in it.
+struct TrashPlace {
+    TemporaryFolder place;
+    std::string home = place / "data/Trash";
+    SystemTrashMover mover{{.home = FileURL::folder(home)}};
+
+    /// Where the item lies in the Trash, or why it does not.
+    std::string put(const std::string& path) {
+        const auto moved = mover.moveToTrash(FileURL::file(path));
+        return moved ? moved->path() : moved.error().description();
+    }
+    static std::string noteOf(const std::string& trashed) {
+        const fs::path path(trashed);
+        return contents(
+            (path.parent_path().parent_path() / "info" / (path.filename().string() + ".trashinfo"))
+                .string());
+    }
+};
+
+/// What interchange formats like to get wrong.
+const std::vector<std::string> oddNames{"plain.txt",
+                                        "a b",
+                                        "100%",
+                                        "new\nline",
+                                        "caf\u00E9",
+                                        "\xFF\xFE.bin",
+                                        std::string(251, 'x') + ".txt"};
+
+TEST(Trash, MovesItemsWithANoteOfWhereTheyLay) {
+    TrashPlace at;
+    at.place.folder("folder/inside");
+    at.place.link("link", "/nowhere");
+    std::vector<std::string> names{"folder", "link"};
+    for (const std::string& name : oddNames) {
+        at.place.file(name, name);
+        names.push_back(name);
+    }
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        const std::string path = at.place / name;
+        const auto before = platform::fileMetadata(path);
+        const std::string trashed = at.put(path);
+        const auto after = platform::fileMetadata(trashed);
+        ASSERT_TRUE(after) << trashed;
+        EXPECT_EQ(after->identity, before->identity);
+        EXPECT_FALSE(exists(path));
+        EXPECT_EQ(fs::path(trashed).parent_path(), at.home + "/files");
+        EXPECT_THAT(
+            TrashPlace::noteOf(trashed),
+            MatchesRegex("\\[Trash Info\\]\nPath=.*\nDeletionDate=[0-9]{4}-[0-9]{2}-[0-9]{2}"
+                         "T[0-9]{2}:[0-9]{2}:[0-9]{2}\n"));
+        EXPECT_THAT(TrashPlace::noteOf(trashed),
+                    HasSubstr("\nPath=" + FileURL::file(path).text().substr(7) + "\n"));
+    }
+    EXPECT_EQ(modeOf(at.home), 0700U);
+    EXPECT_EQ(modeOf(at.home + "/files"), 0700U);
+    EXPECT_EQ(modeOf(at.home + "/info"), 0700U);
+    EXPECT_EQ(at.put(at.place / "plain.txt"),
+              "The item was already gone by the time Tidyro tried to move it, so nothing happened. "
+              "It may have been moved or deleted another way.");
+}
+
+TEST(Trash, FindsANameOfItsOwnForEachItem) {
+    TrashPlace at;
+    at.place.file("data/Trash/files/note.txt", "an orphan, without a note");
+    at.place.file("data/Trash/info/other.txt.trashinfo", "a note without its item");
+    at.place.permissions("data/Trash", 0700);
+    std::vector<std::string> trashed;
+    for (int i = 0; i < 30; ++i) {
+        at.place.file("note.txt", std::to_string(i));
+        trashed.push_back(at.put(at.place / "note.txt"));
+        EXPECT_EQ(contents(trashed.back()), std::to_string(i));
+    }
+    EXPECT_EQ(trashed[0], at.home + "/files/note.2.txt");
+    EXPECT_EQ(trashed[1], at.home + "/files/note.3.txt");
+    EXPECT_EQ(contents(at.home + "/files/note.txt"), "an orphan, without a note");
+    at.place.file("other.txt", "x");
+    EXPECT_EQ(at.put(at.place / "other.txt"), at.home + "/files/other.2.txt");
+    EXPECT_EQ(contents(at.home + "/info/other.txt.trashinfo"), "a note without its item");
+    // Cut between characters: of the name's two-byte ones, none is left in half.
+    std::string longName;
+    while (longName.size() < 250) longName += "\u00E9";
+    at.place.file(longName + ".txt");
+    const std::string cut = fs::path(at.put(at.place / (longName + ".txt"))).filename().string();
+    EXPECT_TRUE(cut.ends_with(".txt"));
+    EXPECT_EQ(cut.size() % 2, 0U);
+    EXPECT_EQ(cut.size(), 244U);
+}
+
+TEST(Trash, GivesUpAPlaceThatIsNotUsedAndTakesBack) {
+    const TemporaryFolder place;
+    place.file("a", "old");
+    const auto folder = platform::FolderDescriptor::openRoot(place.path());
+    Trash trash({.home = FileURL::folder(place / "Trash")});
+    const platform::TrashItem item{.folder = *folder,
+                                   .name = "a",
+                                   .path = place / "a",
+                                   .seen = *platform::fileMetadata(place / "a")};
+    const std::string note = place / "Trash/info/a.trashinfo";
+    {
+        const auto slot = trash.reserve(item);
+        ASSERT_TRUE(slot);
+        EXPECT_TRUE(exists(note)) << "noted before anything is moved";
+    }
+    EXPECT_FALSE(exists(note));
+    auto slot = trash.reserve(item);
+    ASSERT_TRUE(slot && slot->move());
+    EXPECT_EQ(contents(slot->url().path()), "old");
+    place.file("a", "new");
+    const auto refused = slot->moveBack();
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().kind, TrashFailure::nameTaken);
+    EXPECT_EQ(contents(place / "a"), "new");
+    EXPECT_TRUE(exists(note));
+    fs::remove(place / "a");
+    ASSERT_TRUE(slot->moveBack());
+    EXPECT_EQ(contents(place / "a"), "old");
+    EXPECT_FALSE(exists(note));
+}
+
+TEST(Trash, KeepsTheSizesOfFolders) {
+    const TemporaryFolder place;
+    const auto folder = platform::FolderDescriptor::openRoot(place.path());
+    Trash trash({.home = FileURL::folder(place / "Trash")});
+    const auto put = [&](const std::string& name, std::uint64_t bytes) {
+        place.folder(name);
+        auto slot = trash.reserve({.folder = *folder,
+                                   .name = name,
+                                   .path = place / name,
+                                   .seen = *platform::fileMetadata(place / name),
+                                   .byteCount = bytes});
+        EXPECT_TRUE(slot && slot->move());
+        EXPECT_TRUE(trash.flush());
+    };
+    put("a b", 5);
+    put("c", 7);
+    const auto noted = [&](const std::string& name) {
+        return std::to_string(static_cast<std::int64_t>(
+            platform::fileMetadata(place / ("Trash/info/" + name + ".trashinfo"))
+                ->modified->secondsSince1970()));
+    };
+    EXPECT_EQ(contents(place / "Trash/directorysizes"),
+              "5 " + noted("a b") + " a%20b\n7 " + noted("c") + " c\n");
+    fs::remove(place / "Trash/files/c");
+    put("d", 9);
+    EXPECT_EQ(contents(place / "Trash/directorysizes"),
+              "5 " + noted("a b") + " a%20b\n9 " + noted("d") + " d\n");
+}
+
+TEST(Trash, UsesTheTrashOfAnotherVolumeOnlyWhenItIsSafe) {
+    const std::string user = std::to_string(platform::currentUserID());
+    for (const std::string type : {"ext4", "xfs", "btrfs"}) {
+        SCOPED_TRACE(type);
+        const auto image = MountedImage::make(type);
+        if (!image) GTEST_SKIP() << "needs root and mkfs." << type;
+        const TemporaryFolder& disk = image->folder();
+        disk.folder("here");
+        const auto put = [&] {
+            disk.file("here/a b", "x");
+            TrashPlace at; // nothing is known from before
+            return at.put(disk / "here/a b");
+        };
+        const auto clean = [&] {
+            for (const std::string& name : {std::string(".Trash"), ".Trash-" + user}) {
+                fs::remove_all(disk / name);
+            }
+        };
+        const std::string own = disk / (".Trash-" + user + "/files/a b");
+        EXPECT_EQ(put(), own);
+        EXPECT_THAT(TrashPlace::noteOf(own), HasSubstr("\nPath=here/a%20b\n"));
+        EXPECT_EQ(modeOf(disk / (".Trash-" + user)), 0700U);
+        clean();
+        disk.folder(".Trash");
+        disk.permissions(".Trash", 01777);
+        EXPECT_EQ(put(), disk / (".Trash/" + user + "/files/a b"));
+        clean();
+        disk.folder(".Trash");
+        disk.permissions(".Trash", 0777);
+        EXPECT_EQ(put(), own) << "not sticky";
+        clean();
+        disk.folder("elsewhere");
+        disk.permissions("elsewhere", 01777);
+        disk.link(".Trash", "elsewhere");
+        EXPECT_EQ(put(), own) << "a link";
+        clean();
+        const std::string unusable = "Tidyro could not move this to the Trash: the Trash of the "
+                                     "disk that it lies on cannot be used. Nothing else was "
+                                     "changed.";
+        disk.link(".Trash-" + user, "elsewhere");
+        EXPECT_EQ(put(), unusable);
+        clean();
+        disk.folder(".Trash-" + user);
+        disk.permissions(".Trash-" + user, 0755);
+        EXPECT_EQ(put(), unusable);
+        clean();
+        EXPECT_TRUE(fs::is_empty(disk / "elsewhere"));
+        EXPECT_EQ(contents(disk / "here/a b"), "x");
+        if (type != "btrfs") continue;
+        ASSERT_TRUE(runQuietly("btrfs subvolume create '" + disk / "here/sub" + "'"));
+        disk.file("here/sub/c", "x");
+        TrashPlace at;
+        EXPECT_THAT(at.put(disk / "here/sub/c"),
+                    HasSubstr("it lies on a part of its disk that has no Trash"));
+        EXPECT_FALSE(exists(disk / (".Trash-" + user)));
+    }
+}
+
+TEST(Trash, RefusesWhereNoTrashIsInReach) {
+    const auto told = inMountNamespace([] {
+        TrashPlace at;
+        at.place.folder("memory");
+        at.place.folder("again");
+        at.place.folder("real");
+        at.place.file("real/b", "x");
+        if (!runQuietly("mount -t tmpfs none '" + at.place / "memory" + "'") ||
+            !bindMount(at.place / "real", at.place / "again")) {
+            return std::string("not mounted");
+        }
+        at.place.file("memory/a", "x");
+        std::string all = at.put(at.place / "memory/a") + "\n" + at.put(at.place / "again/b");
+        all += exists(at.place / "memory/a") && exists(at.place / "again/b") ? "\nstay" : "\ngone";
+        const bool unmounted =
+            runQuietly("umount '" + at.place / "memory" + "' '" + at.place / "again" + "'");
+        return all + (unmounted ? "" : ", mounted");
+    });
+    if (!told || *told == "not mounted") GTEST_SKIP() << "needs a mount namespace";
+    EXPECT_EQ(*told,
+              "Tidyro could not move this to the Trash: it does not lie on a disk with a "
+              "Trash. Nothing else was changed.\n"
+              "Tidyro could not move this to the Trash: its folder appears here from another "
+              "place, and no Trash can be reached from it. Nothing else was changed.\nstay");
+}
+
+TEST(Trash, RefusesWhatAPersonMayNotMove) {
+    const TemporaryFolder place;
+    place.permissions(".", 0755);
+    place.folder("readonly");
+    place.file("readonly/a");
+    place.folder("sticky");
+    place.file("sticky/b");
+    place.permissions("sticky", 01777);
+    place.permissions("readonly", 0555);
+    place.folder("own");
+    place.permissions("own", 0777);
+    const bool isRoot = ::geteuid() == 0;
+    const std::string told = asOrdinaryUser([&] {
+        const std::string home = place / "own/home";
+        SystemTrashMover mover({.home = FileURL::folder(home)});
+        fs::create_directory(place / "own/item");
+        fs::permissions(place / "own/item", fs::perms::owner_read | fs::perms::owner_exec);
+        std::string all;
+        for (const char* path : {"readonly/a", "own/item", "sticky/b"}) {
+            if (std::string_view(path) == "sticky/b" && !isRoot) continue; // it is our own
+            const auto moved = mover.moveToTrash(FileURL::file(place / path));
+            all += (moved ? "moved" : moved.error().receiptDescription()) + "\n";
+        }
+        fs::permissions(place / "own/item", fs::perms::owner_all);
+        return all;
+    });
+    EXPECT_THAT(told, StartsWith("The Trash move did not complete: its folder is read-only, so it "
+                                 "cannot be moved to the Trash\n"
+                                 "The Trash move did not complete: it is a read-only folder, so it "
+                                 "cannot be moved to the Trash\n"));
+    place.permissions("readonly", 0755);
+    if (!isRoot) return;
+    EXPECT_THAT(told, HasSubstr("shared folder, from which only its owner can move it"));
+
+    TrashPlace at;
+    ASSERT_EQ(::chown((place / "own").c_str(), 12'345, 12'345), 0);
+    place.file("own/theirs");
+    EXPECT_THAT(at.put(place / "own/theirs"), HasSubstr("it belongs to somebody else"));
+    // A superuser with somebody else's home.
+    place.file("mine");
+    const std::string theirs = place / "own/data/Trash";
+    EXPECT_FALSE(SystemTrashMover({.home = FileURL::folder(theirs)})
+                     .moveToTrash(FileURL::file(place / "mine")));
+    EXPECT_FALSE(exists(place / "own/data"));
+    const auto image = MountedImage::make("ext4");
+    if (!image) return;
+    image->folder().file("locked");
+    image->folder().file("added");
+    ASSERT_TRUE(runQuietly("chattr +i '" + image->folder() / "locked" + "'"));
+    ASSERT_TRUE(runQuietly("chattr +a '" + image->folder() / "added" + "'"));
+    for (const char* name : {"locked", "added"}) {
+        EXPECT_THAT(at.put(image->folder() / name), HasSubstr("locked"));
+        EXPECT_TRUE(exists(image->folder() / name));
+    }
+    EXPECT_THAT(*appAuthoredMoveFailureReason({EPERM}, FileURL::file(image->folder() / "locked")),
+                HasSubstr("locked"));
+}
+
+TEST(Trash, IgnoresTheDataFolderOfAPackagedEditor) {
+    const std::string told = inChild([] {
+        ::setenv("HOME", "/home/ada", 1);
+        std::string all;
+        for (const char* data :
+             {"/home/ada/snap/editor/1/.local/share", "/home/ada/.var/app/x/data",
+              "/home/ada/snapshots", "/data", "relative"}) {
+            ::setenv("XDG_DATA_HOME", data, 1);
+            all += platform::applicationSupportFolder().path() + " ";
+        }
+        return all;
+    });
+    EXPECT_EQ(told, "/home/ada/.local/share /home/ada/.local/share /home/ada/snapshots /data "
+                    "/home/ada/.local/share ");
+}
+
+// Putting back --------------------------------------------------------------------------------
+
+FileFingerprint fingerprintOf(const std::string& path) {
+    const auto seen = platform::fileMetadata(path);
+    return {.byteCount = seen->byteCount,
+            .modificationDate = seen->modified,
+            .fileResourceIdentifier = "99:" + std::to_string(seen->identity.inode)};
+}
+
+TEST(TrashRestorer, PutsBackTheVeryItemAndReplacesNothing) {
+    TrashPlace at;
+    at.place.file("deep/er/a.txt", "x");
+    const std::string path = at.place / "deep/er/a.txt";
+    TrashRestorer::Item item{
+        .trashURL = {}, .originalURL = FileURL::file(path), .fingerprint = fingerprintOf(path)};
+    item.trashURL = FileURL::file(at.put(path));
+    const std::string note = at.home + "/info/a.txt.trashinfo";
+    ASSERT_TRUE(exists(note));
+    const TrashRestorer restorer;
+    using Kind = TrashRestorer::Error::Kind;
+
+    at.place.file("deep/er/a.txt", "new");
+    at.place.file("deep/er/a (restored).txt", "new");
+    auto back = restorer.putBack(item);
+    ASSERT_FALSE(back);
+    EXPECT_EQ(back.error().kind, Kind::placeTaken);
+    EXPECT_EQ(back.error().beside, FileURL::file(at.place / "deep/er/a (restored 2).txt"));
+    EXPECT_EQ(contents(path), "new");
+
+    fs::remove_all(at.place / "deep");
+    at.place.folder("elsewhere");
+    at.place.link("deep", "elsewhere");
+    EXPECT_EQ(restorer.putBack(item).error().kind, Kind::folderUnreachable);
+    fs::remove(at.place / "deep");
+    const std::size_t above = static_cast<std::size_t>(std::ranges::count(at.place.path(), '/'));
+    item.folderPermissions.assign(above, 0755);
+    item.folderPermissions.push_back(0750);
+    ASSERT_TRUE(restorer.putBack(item));
+    EXPECT_EQ(contents(path), "x");
+    EXPECT_EQ(modeOf(at.place / "deep"), 0750U);
+    EXPECT_EQ(modeOf(at.place / "deep/er"), 0700U) << "its mode is not known";
+    EXPECT_FALSE(exists(note));
+    EXPECT_TRUE(fs::is_empty(at.home + "/files"));
+    EXPECT_EQ(restorer.putBack(item).error().kind, Kind::notInTrash);
+
+    // Emptied meanwhile, and another file went there under the same name.
+    item.trashURL = FileURL::file(at.put(path));
+    fs::rename(at.home + "/files/a.txt", at.place / "kept");
+    at.place.file("data/Trash/files/a.txt", "x");
+    EXPECT_EQ(restorer.putBack(item).error().kind, Kind::anotherItem);
+    EXPECT_TRUE(exists(note));
+}
+
+// With others ---------------------------------------------------------------------------------
+
+std::string quoted(const std::string& text) {
+    std::string made = "'";
+    for (const char each : text) made += each == '\'' ? std::string("'\\''") : std::string(1, each);
+    return made + "'";
+}
+
+std::string output(const std::string& command) {
+    TemporaryFolder place;
+    static_cast<void>(
+        std::system(("timeout 60 sh -c " + quoted(command) + " >'" + place / "out" + "' 2>&1")
+                        .c_str())); // NOLINT
+    return contents(place / "out");
+}
+
+/// The file of a folder that has no other one.
+std::string onlyFileIn(const std::string& folder) {
+    std::string found = "/nothing";
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        if (entry.is_regular_file()) found = entry.path().string();
+    }
+    return found;
+}
+
+TEST(Trash, IsSharedWithTheCommandsOfOthers) {
+    if (!runQuietly("command -v trash-list")) GTEST_SKIP() << "trash-cli is not installed";
+    TrashPlace at;
+    const std::string with = "XDG_DATA_HOME=" + quoted(at.place / "data") + " ";
+    for (const std::string& name : oddNames) {
+        if (name.starts_with('\xFF')) continue; // they change such names themselves
+        SCOPED_TRACE(name);
+        const std::string path = at.place / name;
+        at.place.file(name, "ours");
+        const std::string trashed = at.put(path);
+        ASSERT_TRUE(exists(trashed)) << trashed;
+        EXPECT_THAT(output(with + "trash-list"), HasSubstr(path));
+        static_cast<void>(output("echo 0 | " + with + "trash-restore " + quoted(path)));
+        EXPECT_EQ(contents(path), "ours");
+        EXPECT_FALSE(exists(trashed));
+        if (name.size() > 240) continue; // they look for a shorter name without end
+
+        const FileFingerprint fingerprint = fingerprintOf(path);
+        static_cast<void>(output(with + "trash-put " + quoted(path)));
+        ASSERT_FALSE(exists(path));
+        const std::string theirs = onlyFileIn(at.home + "/files");
+        EXPECT_TRUE(TrashRestorer().putBack({.trashURL = FileURL::file(theirs),
+                                             .originalURL = FileURL::file(path),
+                                             .fingerprint = fingerprint}));
+        EXPECT_EQ(contents(path), "ours");
+        EXPECT_TRUE(fs::is_empty(at.home + "/info"));
+    }
+}
+
+TEST(Trash, IsSharedWithTheDesktop) {
+    if (!runQuietly("command -v gio") || !runQuietly("command -v dbus-run-session") ||
+        !runQuietly("dbus-run-session -- gio list trash:///")) {
+        GTEST_SKIP() << "gio or its Trash is not installed";
+    }
+    TrashPlace at;
+    const std::string with = "XDG_DATA_HOME=" + quoted(at.place / "data") + " dbus-run-session -- ";
+    for (const std::string& name : oddNames) {
+        SCOPED_TRACE(name);
+        const std::string path = at.place / name;
+        at.place.file(name, "ours");
+        const std::string trashed = at.put(path);
+        ASSERT_TRUE(exists(trashed)) << trashed;
+        const std::string uri =
+            "trash:///" +
+            FileURL::file("/" + fs::path(trashed).filename().string()).text().substr(8);
+        EXPECT_THAT(output(with + "gio info -a trash::orig-path " + quoted(uri)),
+                    HasSubstr("trash::orig-path: "));
+        const std::string told = output(with + "gio trash --restore " + quoted(uri));
+        // What is not ASCII they name anew when they put it back, what they put there as well.
+        if (std::ranges::any_of(name, [](char each) { return each < ' '; })) {
+            EXPECT_FALSE(exists(path));
+            std::error_code failed;
+            fs::rename(onlyFileIn(at.place.path()), path, failed);
+            EXPECT_FALSE(failed);
+        }
+        EXPECT_EQ(contents(path), "ours") << told;
+        EXPECT_FALSE(exists(trashed));
+        if (name.size() > 240) continue; // they have no room for its note
+
+        const FileFingerprint fingerprint = fingerprintOf(path);
+        static_cast<void>(output(with + "gio trash " + quoted(path)));
+        ASSERT_FALSE(exists(path));
+        const std::string theirs = onlyFileIn(at.home + "/files");
+        EXPECT_TRUE(TrashRestorer().putBack({.trashURL = FileURL::file(theirs),
+                                             .originalURL = FileURL::file(path),
+                                             .fingerprint = fingerprint}));
+        EXPECT_EQ(contents(path), "ours");
+    }
+}
+
+} // namespace
+} // namespace tidyro
