@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <expected>
+#include <functional>
 
 #include "Base/SystemError.h"
 
@@ -9,12 +10,12 @@ namespace tidyro::platform {
 
 enum class DiskChange : std::uint8_t { makeFolder, makeFile, write, flush, rename, remove };
 
-/// Stands before and behind each system call that changes or flushes something on the disk. What
+/// Makes each system call that changes or flushes something on the disk. What
 /// must survive a crash at any moment takes one as a parameter. A test hands in a gate that counts,
 /// that lets the k-th call fail, or that ends the process there:
 ///
 ///     class FullDisk final : public platform::ChangeGate {
-///         std::expected<void, SystemError> before(platform::DiskChange) override {
+///         Done perform(platform::DiskChange, const std::function<Done()>&) override {
 ///             return std::unexpected(SystemError{ENOSPC});
 ///         }
 ///     };
@@ -22,11 +23,13 @@ enum class DiskChange : std::uint8_t { makeFolder, makeFile, write, flush, renam
 /// The gate itself lets everything pass. It is asked by the thread that makes the call.
 class ChangeGate {
   public:
+    using Done = std::expected<void, SystemError>;
+
     virtual ~ChangeGate() = default;
-    /// With an error the call is left out and fails with it.
-    [[nodiscard]] virtual std::expected<void, SystemError> before(DiskChange) { return {}; }
-    /// After a call that succeeded.
-    virtual void after(DiskChange) {}
+    /// Makes the change, or leaves it out and says why.
+    [[nodiscard]] virtual Done perform(DiskChange, const std::function<Done()>& change) {
+        return change();
+    }
 
     /// The gate of all who hand in none. It has no state.
     [[nodiscard]] static ChangeGate& open();
@@ -36,10 +39,7 @@ class ChangeGate {
 template <class Change>
 [[nodiscard]] std::expected<void, SystemError> pass(ChangeGate& gate, DiskChange kind,
                                                     Change change) {
-    if (auto allowed = gate.before(kind); !allowed) return allowed;
-    std::expected<void, SystemError> done = change();
-    if (done) gate.after(kind);
-    return done;
+    return gate.perform(kind, change);
 }
 
 } // namespace tidyro::platform

@@ -37,15 +37,13 @@ class TestGate final : public platform::ChangeGate {
     bool endsAfter = false;
     std::optional<DiskChange> only = std::nullopt;
 
-    std::expected<void, SystemError> before(DiskChange change) override {
-        if (only && change != *only) return {};
-        changes.push_back(change);
-        if (changes.size() != stopsAt || endsAfter) return {};
+    Done perform(DiskChange kind, const std::function<Done()>& change) override {
+        if (only && kind != *only) return change();
+        changes.push_back(kind);
+        if (changes.size() != stopsAt) return change();
+        if (endsAfter) static_cast<void>(change());
         if (error == 0) ::_exit(0);
         return std::unexpected(SystemError{error});
-    }
-    void after(DiskChange change) override {
-        if (endsAfter && changes.size() == stopsAt && (!only || change == *only)) ::_exit(0);
     }
 };
 
