@@ -30,6 +30,9 @@ tidyro_library(xxHash::xxHash HEADER xxhash.h)
 
 # UUIDs come from the system itself on macOS, and so does SHA-256. What the system there keeps to
 # itself, AES-GCM, comes from OpenSSL on both.
+if(APPLE) # where Homebrew puts it, beside what the system has of its own
+  list(APPEND CMAKE_PREFIX_PATH /opt/homebrew/opt/openssl@3 /usr/local/opt/openssl@3)
+endif()
 find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
 add_library(System::Crypto INTERFACE IMPORTED GLOBAL)
 target_link_libraries(System::Crypto INTERFACE OpenSSL::Crypto)
