@@ -126,7 +126,8 @@ std::expected<FileURL, CleanupMutationError> SystemTrashMover::moveToTrash(const
         static_cast<void>(slot->moveBack());
         return std::unexpected(CleanupMutationError{.kind = Kind::identityChanged});
     }
-    if (const auto flushed = trash_.flush(); !flushed) {
+    // What may not outlast a crash goes back. Where it cannot, it is in the Trash, which is told.
+    if (const auto flushed = trash_.flush(); !flushed && slot->moveBack()) {
         return std::unexpected(moveFailed(flushed.error()));
     }
     return slot->url();

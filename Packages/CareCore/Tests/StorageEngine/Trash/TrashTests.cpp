@@ -16,6 +16,7 @@
 
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Folders/WellKnownFolders.h"
+#include "Platform/Testing/ScheduledChangeGate.h"
 #include "StorageEngine/Trash/TrashMover.h"
 #include "StorageEngine/Trash/TrashRestorer.h"
 #include "Support/OtherCircumstances.h"
@@ -397,6 +398,66 @@ TEST(TrashRestorer, PutsBackTheVeryItemAndReplacesNothing) {
     at.place.file("data/Trash/files/a.txt", "x");
     EXPECT_EQ(restorer.putBack(item).error().kind, Kind::anotherItem);
     EXPECT_TRUE(exists(note));
+}
+
+/// Runs `work` undisturbed, and then once for each of its changes and each way to disturb it, in a
+/// fresh place each time.
+template <class Work>
+void atEachChange(Work work) {
+    using Disturbance = ChangeSchedule::Disturbance;
+    std::uint64_t count = 0;
+    for (std::uint64_t at = 0; at <= count; ++at) {
+        for (const auto& [how, code] :
+             {std::pair(Disturbance::endBefore, 0), std::pair(Disturbance::endAfter, 0),
+              std::pair(Disturbance::failure, EIO), std::pair(Disturbance::failure, ENOSPC)}) {
+            SCOPED_TRACE("change " + std::to_string(at) + ", " + std::to_string(code));
+            ChangeSchedule schedule({.at = at, .how = how, .code = code});
+            ScheduledFolderChanges changes(schedule);
+            ScheduledChangeGate gate(schedule);
+            work(changes, gate, schedule);
+            if (at == 0) count = schedule.count();
+        }
+    }
+    EXPECT_GE(count, 4U);
+}
+
+TEST(Trash, LosesNothingWhereverItStops) {
+    atEachChange([](ScheduledFolderChanges& changes, ScheduledChangeGate& gate,
+                    const ChangeSchedule& schedule) {
+        const TemporaryFolder place;
+        place.file("a", "x");
+        const std::string home = place / "data/Trash";
+        SystemTrashMover mover({.changes = &changes, .gate = &gate, .home = FileURL::folder(home)});
+        const auto moved = mover.moveToTrash(FileURL::file(place / "a"));
+        const bool isThere = contents(place / "a") == "x";
+        const bool isInTrash = contents(home + "/files/a") == "x";
+        EXPECT_NE(isThere, isInTrash) << "the item is nowhere, or twice";
+        EXPECT_TRUE(isThere || exists(home + "/info/a.trashinfo")) << "nobody knows where it lay";
+        // What died says nothing any more.
+        EXPECT_TRUE(isInTrash == moved.has_value() || schedule.isOver())
+            << "what is told is not so";
+    });
+}
+
+TEST(TrashRestorer, LosesNothingWhereverItStops) {
+    atEachChange([](ScheduledFolderChanges& changes, ScheduledChangeGate&, const ChangeSchedule&) {
+        TrashPlace at;
+        at.place.file("deep/a", "x");
+        const TrashRestorer::Item item{.trashURL = FileURL::file(at.home + "/files/a"),
+                                       .originalURL = FileURL::file(at.place / "deep/a"),
+                                       .fingerprint = fingerprintOf(at.place / "deep/a")};
+        ASSERT_EQ(at.put(at.place / "deep/a"), item.trashURL.path());
+        fs::remove(at.place / "deep");
+        const bool isBack = TrashRestorer(&changes).putBack(item).has_value();
+        const bool isThere = contents(at.place / "deep/a") == "x";
+        const bool isInTrash = contents(item.trashURL.path()) == "x";
+        EXPECT_NE(isThere, isInTrash) << "the item is nowhere, or twice";
+        EXPECT_TRUE(isThere || exists(at.home + "/info/a.trashinfo"));
+        EXPECT_TRUE(isThere || !isBack);
+        if (!isBack && isInTrash) {
+            EXPECT_TRUE(TrashRestorer().putBack(item)) << "a second try";
+        }
+    });
 }
 
 // With others ---------------------------------------------------------------------------------
