@@ -1,5 +1,6 @@
 #include "Base/FileURL.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -11,10 +12,31 @@ namespace {
 
 constexpr std::string_view scheme = "file://";
 
-bool isUnreserved(unsigned char byte) {
+constexpr bool isUnreservedByte(unsigned char byte) {
     return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
            (byte >= '0' && byte <= '9') || byte == '-' || byte == '.' || byte == '_' ||
            byte == '~' || byte == '/';
+}
+
+/// Whole reports are written byte by byte: a table answers fastest.
+constexpr std::array<bool, 256> unreservedBytes = [] {
+    std::array<bool, 256> table{};
+    for (std::size_t byte = 0; byte < table.size(); ++byte) {
+        table[byte] = isUnreservedByte(static_cast<unsigned char>(byte));
+    }
+    return table;
+}();
+
+bool isUnreserved(char byte) { return unreservedBytes[static_cast<unsigned char>(byte)]; }
+
+/// Whether appending the name to a standardised path gives one.
+bool isPlainName(std::string_view name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+}
+
+std::string pathBelow(const std::string& path, std::string_view relativePath) {
+    std::string joined = path::joined(path, relativePath);
+    return isPlainName(relativePath) ? joined : path::standardized(joined);
 }
 
 std::optional<unsigned char> hexDigit(char digit) {
@@ -64,15 +86,15 @@ std::string FileURL::text() const {
     constexpr std::string_view digits = "0123456789ABCDEF";
     std::string text(scheme);
     text.reserve(text.size() + path_.size() + 1);
-    for (const char character : path_) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (isUnreserved(byte)) {
-            text += character;
-        } else {
-            text += '%';
-            text += digits[byte >> 4];
-            text += digits[byte & 15];
-        }
+    for (auto at = path_.begin(); at != path_.end(); ++at) {
+        const auto reserved = std::find_if_not(at, path_.end(), isUnreserved);
+        text.append(at, reserved);
+        at = reserved;
+        if (at == path_.end()) break;
+        const auto byte = static_cast<unsigned char>(*at);
+        text += '%';
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
     }
     if (isFolder_ && !text.ends_with('/')) text += '/';
     return text;
@@ -83,11 +105,11 @@ std::string_view FileURL::lastComponent() const { return path::lastComponent(pat
 FileURL FileURL::parent() const { return {std::string(path::parent(path_)), true}; }
 
 FileURL FileURL::appending(std::string_view relativePath) const {
-    return {path::standardized(path::joined(path_, relativePath)), false};
+    return {pathBelow(path_, relativePath), false};
 }
 
 FileURL FileURL::appendingFolder(std::string_view relativePath) const {
-    return {path::standardized(path::joined(path_, relativePath)), true};
+    return {pathBelow(path_, relativePath), true};
 }
 
 } // namespace tidyro

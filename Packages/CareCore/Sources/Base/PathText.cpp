@@ -17,7 +17,20 @@ std::vector<std::string_view> components(std::string_view path) {
     return found;
 }
 
+bool isStandardized(std::string_view path) {
+    if (path == "/") return true;
+    if (!path.starts_with('/')) return false;
+    for (std::size_t at = 0; at != std::string_view::npos;) {
+        const std::size_t end = path.find('/', at + 1);
+        const std::string_view component = path.substr(at + 1, end - at - 1);
+        if (component.empty() || component == "." || component == "..") return false;
+        at = end;
+    }
+    return true;
+}
+
 std::string standardized(std::string_view path) {
+    if (isStandardized(path)) return std::string(path); // nearly every path
     const bool isAbsolute = path.starts_with('/');
     std::vector<std::string_view> kept;
     for (const std::string_view component : components(path)) {

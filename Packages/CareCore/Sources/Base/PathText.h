@@ -15,6 +15,9 @@ namespace tidyro::path {
 /// When nothing of it remains, it becomes ".".
 [[nodiscard]] std::string standardized(std::string_view path);
 
+/// Whether the path is absolute and `standardized` would leave it as it is.
+[[nodiscard]] bool isStandardized(std::string_view path);
+
 /// Stands for a working folder that is gone: nothing can lie in it. Any other folder would be a
 /// wrong one that exists.
 inline constexpr std::string_view unknownWorkingFolder = "/dev/null";

@@ -29,6 +29,8 @@ TEST(PathText, StandardizesAndStaysSo) {
                                                {"/\xFF\xFE/./\xC3", "/\xFF\xFE/\xC3"}}) {
         EXPECT_EQ(path::standardized(given), standard) << given;
         EXPECT_EQ(path::standardized(standard), standard) << given;
+        EXPECT_EQ(path::isStandardized(standard), standard.starts_with('/')) << standard;
+        EXPECT_FALSE(path::isStandardized(given) && given != standard) << given;
     }
     EXPECT_EQ(path::absolute("x/../y"), (std::filesystem::current_path() / "y").string());
 }
