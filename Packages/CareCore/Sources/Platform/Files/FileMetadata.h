@@ -37,6 +37,9 @@ struct FileMetadata {
     /// system does not number its mounts; the device then tells the volume.
     std::optional<std::uint64_t> mount = std::nullopt;
     bool isDataless; ///< its contents are not on this disk; macOS only
+    /// The permissions let its owner read it. A server or a security module may refuse all the
+    /// same, which only shows when the item is opened.
+    bool isReadableByOwner = false;
     /// The permissions let at least one person write to it. They do not bind a superuser, but they
     /// say what its owner wants.
     bool isWritableBySomebody = true;
@@ -75,6 +78,10 @@ inline constexpr std::uint32_t stickyPermission = 01000;
 [[nodiscard]] bool isWritableFolder(const std::string& path);
 /// Of a folder inside an open folder; a link is not followed.
 [[nodiscard]] bool isWritableFolder(const FolderDescriptor& folder, const char* name);
+
+/// Whether an item is at the path and no component of the path is a link, the last one included.
+/// The system itself answers in one walk along the path. False also where it cannot be asked.
+[[nodiscard]] bool isWithoutLinks(const std::string& path);
 
 /// The path with every link in it resolved. ENOENT when nothing is there. `FolderResolver` also
 /// resolves paths whose end does not exist yet.

@@ -4,10 +4,12 @@
 #include <system_error>
 
 #include "Base/PathText.h"
+#include "Platform/Files/FileMetadata.h"
 
 namespace tidyro {
 
 std::optional<std::string> FolderResolver::resolved(const std::string& path) {
+    if (auto real = platform::realPath(path)) return path::standardized(*real);
     std::error_code failed;
     const std::filesystem::path real = std::filesystem::weakly_canonical(path, failed);
     if (failed) return std::nullopt;

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "Base/StringTable.h"
 
@@ -19,6 +20,11 @@ class FolderResolver {
 
     /// Whether the folder at `path` really lies at `expected`; both are standardised.
     [[nodiscard]] bool isReallyAt(std::string_view path, std::string_view expected);
+
+    /// What a caller knows that just opened the folder without following a link.
+    void setReal(std::string path, std::string real) {
+        known_.insert_or_assign(std::move(path), std::move(real));
+    }
 
   private:
     StringMap<std::optional<std::string>> known_;

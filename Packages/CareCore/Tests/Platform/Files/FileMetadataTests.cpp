@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -93,6 +95,31 @@ TEST(FileMetadata, AsksTheSystemWhatMayBeRead) {
     });
     EXPECT_EQ(told, "yynnnnnn seen Permission denied");
     place.permissions("folder", 0755);
+}
+
+TEST(FileMetadata, ResolvesPathsAsTheStandardLibraryDoes) {
+    const TemporaryFolder place;
+    place.file("folder/file", "x");
+    place.folder("folder/shut");
+    place.link("folder/to file", "file");
+    place.link("folder/nowhere", "none");
+    place.link("folder/round", "round");
+    place.link("way", "folder");
+    for (const char* name :
+         {"folder", "folder/file", "folder/to file", "folder/nowhere", "folder/round", "way",
+          "way/file", "way/to file", "folder/none", "folder/file/below", "folder/../way/file",
+          "folder//file", "folder/", "folder/./file", "way/../folder/file"}) {
+        std::error_code failed;
+        const auto expected = std::filesystem::canonical(place / name, failed);
+        const auto found = realPath(place / name);
+        EXPECT_EQ(found.has_value(), !failed) << name;
+        EXPECT_EQ(found.value_or(""), failed ? "" : expected.string()) << name;
+    }
+#ifdef __linux__
+    EXPECT_TRUE(isWithoutLinks(place / "folder/file"));
+    for (const char* name : {"folder/to file", "way", "way/file", "folder/nowhere", "folder/none"})
+        EXPECT_FALSE(isWithoutLinks(place / name)) << name;
+#endif
 }
 
 } // namespace

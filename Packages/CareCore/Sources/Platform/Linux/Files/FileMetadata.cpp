@@ -4,8 +4,10 @@
 #include <cerrno>
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <linux/stat.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -52,6 +54,7 @@ std::expected<FileMetadata, SystemError> metadataAt(int folder, const char* name
         .identity = {.device = makedev(status.stx_dev_major, status.stx_dev_minor),
                      .inode = status.stx_ino},
         .isDataless = false,
+        .isReadableByOwner = (status.stx_mode & S_IRUSR) != 0,
         .isWritableBySomebody = (status.stx_mode & anyWrite) != 0,
         .isLocked = (status.stx_attributes & locks) != 0,
         .permissions = status.stx_mode & allPermissions,
@@ -81,6 +84,16 @@ bool isReadable(const std::string& path) {
 
 bool isReadable(const FolderDescriptor& folder, const char* name) {
     return ::faccessat(folder.fd(), name, R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool isWithoutLinks(const std::string& path) {
+    open_how how{};
+    how.flags = O_PATH | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    const long opened = ::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how);
+    if (opened < 0) return false;
+    ::close(static_cast<int>(opened));
+    return true;
 }
 
 } // namespace tidyro::platform

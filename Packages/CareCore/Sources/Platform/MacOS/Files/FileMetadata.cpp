@@ -38,6 +38,8 @@ FileMetadata metadataIn(const struct stat& status) {
         // Device numbers are signed here; the 32 bits are the number.
         .identity = {.device = static_cast<std::uint32_t>(status.st_dev), .inode = status.st_ino},
         .isDataless = (status.st_flags & SF_DATALESS) != 0,
+        // An access list may deny it all the same: `isReadable` is asked.
+        .isReadableByOwner = false,
         .isWritableBySomebody = (status.st_mode & anyWrite) != 0,
         .isLocked = (status.st_flags & locks) != 0,
         .permissions = static_cast<std::uint32_t>(status.st_mode & allPermissions),
@@ -86,5 +88,8 @@ bool isReadable(const std::string& path) { return mayRead(AT_FDCWD, path.c_str()
 bool isReadable(const FolderDescriptor& folder, const char* name) {
     return mayRead(folder.fd(), name);
 }
+
+// Opening an item in order to ask may start a driver here; what follows a false resolves the path.
+bool isWithoutLinks(const std::string& /*path*/) { return false; }
 
 } // namespace tidyro::platform

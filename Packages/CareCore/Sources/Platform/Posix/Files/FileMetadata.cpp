@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "Base/PathText.h"
+
 namespace tidyro::platform {
 
 bool isWritableFolder(const std::string& path) {
@@ -23,6 +25,8 @@ bool isWritableFolder(const FolderDescriptor& folder, const char* name) {
 std::uint32_t currentUserID() { return ::geteuid(); }
 
 std::expected<std::string, SystemError> realPath(const std::string& path) {
+    // Resolving reads a link, or fails to, for each component. Few paths have one.
+    if (path::isStandardized(path) && isWithoutLinks(path)) return path;
     std::error_code failed;
     const std::filesystem::path real = std::filesystem::canonical(path, failed);
     if (failed) return std::unexpected(SystemError{failed.value()});
