@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <expected>
+#include <optional>
 
 #include "Base/SystemError.h"
 #include "Platform/Files/FileMetadata.h"
@@ -62,6 +63,33 @@ class HeldItem {
 
     int fd_;
     int leased_ = -1; ///< open for reading, since only such a descriptor can have a lease
+};
+
+/// What opening a file tells of it.
+struct FileAccess {
+    bool isReadable; ///< by this process
+    FileUse use;
+};
+
+/// Asks the regular files of one folder after another. What their file system's leases prove is
+/// found out once a folder.
+///
+///     FileAccessAsker asker;
+///     asker.begin(folder);
+///     const FileAccess access = asker.ask("name", *platform::fileMetadata(folder, "name"));
+///
+/// The caller keeps the folder open until it begins the next one. Threads that look at once have
+/// an asker each.
+class FileAccessAsker {
+  public:
+    void begin(const FolderDescriptor& folder);
+    /// `seen` is what the system said of the file a moment ago.
+    [[nodiscard]] FileAccess ask(const char* name, const FileMetadata& seen);
+
+  private:
+    const FolderDescriptor* folder_ = nullptr;
+    /// The mount on which leases prove something; none where the folder's is not such a one.
+    std::optional<std::uint64_t> provenMount_;
 };
 
 } // namespace tidyro::platform

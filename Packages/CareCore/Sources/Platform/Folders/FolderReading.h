@@ -136,6 +136,9 @@ class FolderLister {
         /// Whether entries tell their clone family. It costs nothing on macOS. On Linux it costs
         /// opening each file of at least `minCloneSize` bytes.
         bool isAskedForClones = false;
+        /// False for callers that only need names, or that look at each entry themselves. An entry
+        /// then has facts only where they cost nothing.
+        bool isAskedForFacts = true;
         /// Reading ends with ECANCELED once this is true. It must outlive the lister.
         const std::atomic<bool>* cancelled = nullptr;
         /// Runs after each bulk read, for tests and diagnostics.

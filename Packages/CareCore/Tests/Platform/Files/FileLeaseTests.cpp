@@ -21,9 +21,23 @@ namespace {
 using tidyro::testing::MountedImage;
 using tidyro::testing::TemporaryFolder;
 
+/// As one asks who goes through whole folders.
+FileUse askedUse(const FolderDescriptor& folder, const char* name) {
+    const auto seen = fileMetadata(folder, name);
+    if (!seen) return FileUse::unknown;
+    FileAccessAsker asker;
+    asker.begin(folder);
+    const FileAccess access = asker.ask(name, *seen);
+    EXPECT_TRUE(access.isReadable) << name;
+    return access.use;
+}
+
 FileUse useOf(const std::string& folder, const char* name = "file") {
     const auto opened = FolderDescriptor::openRoot(folder);
-    return opened ? fileUse(*opened, name) : FileUse::unknown;
+    if (!opened) return FileUse::unknown;
+    const FileUse use = fileUse(*opened, name);
+    EXPECT_EQ(askedUse(*opened, name), use) << name;
+    return use;
 }
 
 /// Asks while another process does something to the file; that process is then let go.
@@ -140,6 +154,43 @@ TEST(FileLease, ProvesNothingWhereItIsNotKnownTo) {
     ::close(held);
     ::unlink((memory / name).c_str());
     EXPECT_EQ(useOf("/proc/self", "status"), FileUse::unknown);
+}
+
+TEST(FileLease, FindsOutWhatMayBeRead) {
+    const TemporaryFolder place;
+    place.file("open", "x");
+    place.file("closed", "x");
+    place.permissions("closed", 0);
+    const std::string told = tidyro::testing::asOrdinaryUser([&] {
+        const auto folder = FolderDescriptor::openRoot(place.path());
+        FileAccessAsker asker;
+        asker.begin(*folder);
+        std::string text;
+        for (const char* name : {"open", "closed"}) {
+            text += asker.ask(name, *fileMetadata(*folder, name)).isReadable ? "y" : "n";
+        }
+        return text;
+    });
+    EXPECT_EQ(told, "yn");
+}
+
+TEST(FileLease, TrustsAFolderForNoFileThatIsMountedIntoIt) {
+    const auto image = MountedImage::make("ext4");
+    if (!image) GTEST_SKIP() << "images need root and their tools";
+    const auto told = tidyro::testing::inMountNamespace([&]() -> std::string {
+        const TemporaryFolder& place = image->folder();
+        place.file("file", "x");
+        const std::string name = "tidyro-lease-" + std::to_string(::getpid());
+        const TemporaryFolder memory("/dev/shm"); // not ours: only the file is removed
+        memory.file(name, "x");
+        if (!tidyro::testing::bindMount(memory / name, place / "file")) return "no mount";
+        const auto folder = FolderDescriptor::openRoot(place.path());
+        const FileUse use = askedUse(*folder, "file");
+        ::unlink((memory / name).c_str());
+        return use == FileUse::unknown ? "unknown" : "told";
+    });
+    if (!told || *told == "no mount") GTEST_SKIP() << "mounts need root";
+    EXPECT_EQ(*told, "unknown");
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -34,38 +35,68 @@ bool ignoreLeaseSignals() {
     return ::sigaction(SIGIO, &ignoring, nullptr) == 0;
 }
 
-/// Takes the lease and keeps it when the answer is `free`.
-FileUse useByLease(int fd) {
+/// Whether a lease that is granted on this file's file system proves anything.
+bool areLeasesProven(int fd) {
+    struct statfs volume{};
+    if (::fstatfs(fd, &volume) != 0) return false;
+    const auto type = static_cast<std::uint32_t>(volume.f_type);
+    return std::ranges::find(provenFileSystems, type) != provenFileSystems.end();
+}
+
+/// What a lease tells that was asked for and not given back.
+FileUse useByLease(int fd, bool isProven) {
     static const bool isSafe = ignoreLeaseSignals();
     if (!isSafe) return FileUse::unknown;
-    struct statfs volume{};
-    if (::fstatfs(fd, &volume) != 0) return FileUse::unknown;
-    const auto type = static_cast<std::uint32_t>(volume.f_type);
-    const bool isProven = std::ranges::find(provenFileSystems, type) != provenFileSystems.end();
     if (::fcntl(fd, F_SETLEASE, F_WRLCK) != 0) {
         // Refused for somebody's sake holds on every file system.
         return errno == EAGAIN ? FileUse::inUse : FileUse::unknown;
     }
-    if (isProven) return FileUse::free;
-    ::fcntl(fd, F_SETLEASE, F_UNLCK);
-    return FileUse::unknown;
+    return isProven ? FileUse::free : FileUse::unknown;
+}
+
+int openedForLease(const FolderDescriptor& folder, const char* name) {
+    return ::openat(folder.fd(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
 } // namespace
 
 FileUse fileUse(int fd) {
-    const FileUse use = useByLease(fd);
-    if (use == FileUse::free) ::fcntl(fd, F_SETLEASE, F_UNLCK);
+    const FileUse use = useByLease(fd, areLeasesProven(fd));
+    ::fcntl(fd, F_SETLEASE, F_UNLCK); // nothing happens when there is none
     return use;
 }
 
 FileUse fileUse(const FolderDescriptor& folder, const char* name) {
-    const int fd =
-        ::openat(folder.fd(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const int fd = openedForLease(folder, name);
     if (fd < 0) return errno == EWOULDBLOCK ? FileUse::inUse : FileUse::unknown;
-    const FileUse use = fileUse(fd);
-    ::close(fd);
+    const FileUse use = useByLease(fd, areLeasesProven(fd));
+    ::close(fd); // gives the lease back
     return use;
+}
+
+void FileAccessAsker::begin(const FolderDescriptor& folder) {
+    folder_ = &folder;
+    provenMount_.reset();
+    if (!areLeasesProven(folder.fd())) return;
+    if (const auto seen = fileMetadata(folder.fd())) provenMount_ = seen->mount;
+}
+
+FileAccess FileAccessAsker::ask(const char* name, const FileMetadata& seen) {
+    // Two threads that meet at one file by two of its names would take each other for users of it.
+    static std::mutex severalNames;
+    std::unique_lock<std::mutex> alone;
+    if (seen.linkCount > 1) alone = std::unique_lock(severalNames);
+    const int fd = openedForLease(*folder_, name);
+    if (fd < 0) {
+        const bool isInUse = errno == EWOULDBLOCK;
+        return {.isReadable = isReadable(*folder_, name),
+                .use = isInUse ? FileUse::inUse : FileUse::unknown};
+    }
+    // A mount is of one file system, and the open folder keeps its mount from going.
+    const bool isProven = (provenMount_ && seen.mount == provenMount_) || areLeasesProven(fd);
+    const FileUse use = useByLease(fd, isProven);
+    ::close(fd); // gives the lease back
+    return {.isReadable = true, .use = use};
 }
 
 std::expected<HeldItem, SystemError> HeldItem::open(const FolderDescriptor& folder,
@@ -89,7 +120,7 @@ FileUse HeldItem::takeLease() {
     const std::string item = "/proc/self/fd/" + std::to_string(fd_);
     const int fd = ::open(item.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) return errno == EWOULDBLOCK ? FileUse::inUse : FileUse::unknown;
-    const FileUse use = useByLease(fd);
+    const FileUse use = useByLease(fd, areLeasesProven(fd));
     if (use == FileUse::free) {
         leased_ = fd;
     } else {

@@ -153,6 +153,10 @@ const FolderEntry* FolderLister::next() {
             error_ = {ECANCELED};
             return nullptr;
         }
+        if (!options_.isAskedForFacts && found.type != DT_UNKNOWN) {
+            entry_.type = found.type == DT_LNK ? EntryType::link : EntryType::file;
+            return &entry_;
+        }
         struct statx status; // NOLINT(cppcoreguidelines-pro-type-member-init): the call fills it
         if (::statx(body_->folder, found.name, lookAtTheNameOnly, wantedOfEntry, &status) != 0) {
             if (hasVanished({errno})) continue;

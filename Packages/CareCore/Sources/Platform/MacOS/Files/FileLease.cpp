@@ -14,6 +14,15 @@ FileUse fileUse(const FolderDescriptor& /*folder*/, const char* /*name*/) {
 
 FileUse fileUse(int /*fd*/) { return FileUse::unknown; }
 
+void FileAccessAsker::begin(const FolderDescriptor& folder) {
+    folder_ = &folder;
+    provenMount_.reset();
+}
+
+FileAccess FileAccessAsker::ask(const char* name, const FileMetadata& /*seen*/) {
+    return {.isReadable = isReadable(*folder_, name), .use = FileUse::unknown};
+}
+
 std::expected<HeldItem, SystemError> HeldItem::open(const FolderDescriptor& folder,
                                                     const char* name) {
     // The descriptor is good for looking only; O_SYMLINK opens a link itself.
