@@ -3,7 +3,10 @@
 #include <array>
 #include <concepts>
 #include <cstddef>
+#include <memory>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <variant>
 
 #include "Base/Record.h"
@@ -57,11 +60,44 @@ inline constexpr bool areCases<std::variant<Case...>> = [] {
 
 } // namespace detail
 
+/// A variant that never changes and that many values share. For the member `value` of an
+/// enumeration whose cases are large and of which a report holds hundreds of thousands alike.
+template <class Cases>
+class SharedCases {
+  public:
+    SharedCases() : SharedCases(Cases{}) {}
+    template <class Case>
+        requires std::constructible_from<Cases, Case> &&
+                 (!std::same_as<std::remove_cvref_t<Case>, SharedCases>)
+    SharedCases(Case&& value) // NOLINT: it stands for the variant, which takes its cases so, too
+        : cases_(std::make_shared<const Cases>(std::forward<Case>(value))) {}
+
+    [[nodiscard]] const Cases& cases() const { return *cases_; }
+
+    friend bool operator==(const SharedCases& a, const SharedCases& b) {
+        return a.cases_ == b.cases_ || *a.cases_ == *b.cases_;
+    }
+
+  private:
+    std::shared_ptr<const Cases> cases_;
+};
+
 template <class T>
 concept CaseEnumeration = requires(T enumeration) {
     typename T::Cases;
-    requires std::same_as<decltype(enumeration.value), typename T::Cases>;
+    requires std::same_as<decltype(enumeration.value), typename T::Cases> ||
+                 std::same_as<decltype(enumeration.value), SharedCases<typename T::Cases>>;
     requires detail::areCases<typename T::Cases>;
 };
+
+/// The variant of an enumeration, whether it is shared or not.
+template <CaseEnumeration Enumeration>
+[[nodiscard]] const typename Enumeration::Cases& casesOf(const Enumeration& enumeration) {
+    if constexpr (std::same_as<decltype(enumeration.value), typename Enumeration::Cases>) {
+        return enumeration.value;
+    } else {
+        return enumeration.value.cases();
+    }
+}
 
 } // namespace tidyro

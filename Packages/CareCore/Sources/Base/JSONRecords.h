@@ -125,7 +125,7 @@ struct JSONCoder<Enumeration> {
             [&]<class Case>(const Case& values) {
                 object[std::string(Case::caseName)] = toJSON(values);
             },
-            enumeration.value);
+            casesOf(enumeration));
         return object;
     }
     static Decoded<Enumeration> decode(const JSON& json) {

@@ -97,7 +97,7 @@ void addToHash(StableHashState& state, const T& value) {
                 state.addText(Case::caseName);
                 addToHash(state, values);
             },
-            value.value);
+            casesOf(value));
     } else if constexpr (TextEnumeration<T>) {
         state.addText(rawValue(value));
     } else if constexpr (std::same_as<T, bool>) {

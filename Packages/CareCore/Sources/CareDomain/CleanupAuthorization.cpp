@@ -44,20 +44,24 @@ struct ProvenanceSummary {
 
 } // namespace
 
-const FileURL& CleanupAuthorization::rootURL() const { return std::visit(RootURL{}, value); }
+const FileURL& CleanupAuthorization::rootURL() const {
+    return std::visit(RootURL{}, value.cases());
+}
 
-bool CleanupAuthorization::isDiskItem() const { return std::holds_alternative<DiskItem>(value); }
+bool CleanupAuthorization::isDiskItem() const {
+    return std::holds_alternative<DiskItem>(value.cases());
+}
 
 bool CleanupAuthorization::isProjectArtifact() const {
-    return std::holds_alternative<ProjectArtifact>(value);
+    return std::holds_alternative<ProjectArtifact>(value.cases());
 }
 
 bool CleanupAuthorization::isApplicationBundle() const {
-    return std::holds_alternative<UserSelectedApplication>(value);
+    return std::holds_alternative<UserSelectedApplication>(value.cases());
 }
 
 std::string CleanupAuthorization::provenanceSummary() const {
-    return std::visit(ProvenanceSummary{}, value);
+    return std::visit(ProvenanceSummary{}, value.cases());
 }
 
 } // namespace tidyro

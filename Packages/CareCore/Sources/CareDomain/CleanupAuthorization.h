@@ -5,6 +5,7 @@
 #include <string_view>
 #include <variant>
 
+#include "Base/Cases.h"
 #include "Base/FileURL.h"
 #include "Base/Record.h"
 
@@ -106,7 +107,7 @@ struct CleanupAuthorization {
     using Cases = std::variant<authorization::BuiltInRule, authorization::UserSelectedRoot,
                                authorization::UserSelectedApplication, authorization::AIToolRule,
                                authorization::ProjectArtifact, authorization::DiskItem>;
-    Cases value;
+    SharedCases<Cases> value; ///< one for all candidates of a rule
 
     /// The file or folder outside which nothing is authorized. For a project artifact it is the
     /// project, not the workspace.

@@ -21,7 +21,7 @@ struct FileFingerprint {
     [[nodiscard]] static FileFingerprint fromObservation(const FileObservation& observation) {
         return {.byteCount = observation.byteCount,
                 .modificationDate = observation.modificationDate,
-                .volumeIdentifier = observation.volumeIdentifier,
+                .volumeIdentifier = std::optional<std::string>(observation.volumeIdentifier),
                 .fileResourceIdentifier = observation.fileResourceIdentifier};
     }
 

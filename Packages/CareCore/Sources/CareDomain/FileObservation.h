@@ -8,6 +8,7 @@
 #include "Base/FileURL.h"
 #include "Base/RawValues.h"
 #include "Base/Record.h"
+#include "Base/SharedText.h"
 #include "Base/Timestamp.h"
 
 namespace tidyro {
@@ -43,7 +44,7 @@ struct FileObservation {
     std::optional<Timestamp> creationDate = std::nullopt;
     std::optional<Timestamp> modificationDate = std::nullopt;
     std::optional<std::uint32_t> ownerUserID = std::nullopt;
-    std::optional<std::string> volumeIdentifier = std::nullopt;
+    std::optional<SharedText> volumeIdentifier = std::nullopt; ///< one text for all of a volume
     std::optional<std::string> fileResourceIdentifier = std::nullopt; ///< "device:inode", decimal
     bool isReadable;
     bool isCloudPlaceholder; ///< its contents are not on this disk

@@ -1,6 +1,7 @@
 // The small values that records are made of.
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -9,6 +10,7 @@
 
 #include "Base/Calendar.h"
 #include "Base/Saturating.h"
+#include "Base/SharedText.h"
 #include "Base/Timestamp.h"
 #include "Base/UUID.h"
 
@@ -54,6 +56,25 @@ TEST(Calendar, ReadsMomentsInUTC) {
                                                         {4'294'967'295, {2106, 2, 7, 6, 28, 15}}}) {
         EXPECT_EQ(Calendar::utc().components(Timestamp::since1970(moment)), parts) << moment;
     }
+}
+
+TEST(SharedText, LivesAsLongAsItsLastCopy) {
+    std::vector<SharedText> copies;
+    {
+        const SharedText made = SharedText::made(std::string("put to") + "gether");
+        copies.assign(3, made);
+        copies.push_back(copies.front());
+    }
+    copies.erase(copies.begin());
+    const SharedText& same = copies[0];
+    copies[0] = same;
+    copies[1] = "a literal";
+    copies[2] = std::move(copies[0]);
+    EXPECT_EQ(copies[2].text(), "put together");
+    EXPECT_EQ(copies[1], "a literal");
+    EXPECT_EQ(copies[0], SharedText()) << "what was moved is empty";
+    EXPECT_EQ(SharedText::made(""), SharedText());
+    EXPECT_EQ(SharedText::made(std::string("a\0b", 3)).text(), std::string_view("a\0b", 3));
 }
 
 } // namespace

@@ -71,9 +71,10 @@ class SampleMaker {
   private:
     template <class T, std::size_t... Index>
     void fillCase(T& value, std::uint64_t number, std::index_sequence<Index...>) {
-        ((number % sizeof...(Index) == Index ? fill(value.value.template emplace<Index>())
-                                             : void()),
+        typename T::Cases cases;
+        ((number % sizeof...(Index) == Index ? fill(cases.template emplace<Index>()) : void()),
          ...);
+        value.value = std::move(cases);
     }
 
     std::uint64_t next_;

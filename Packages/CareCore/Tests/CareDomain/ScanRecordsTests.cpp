@@ -26,7 +26,9 @@ TEST(FileFingerprint, MatchesWhatAgreesInAllFour) {
         [](FileObservation& o) { --o.byteCount; },
         [](FileObservation& o) { o.modificationDate = o.modificationDate->adding(0.000'001); },
         [](FileObservation& o) { o.modificationDate = std::nullopt; },
-        [](FileObservation& o) { *o.volumeIdentifier += ' '; },
+        [](FileObservation& o) {
+            o.volumeIdentifier = SharedText::made(std::string(*o.volumeIdentifier) + ' ');
+        },
         [](FileObservation& o) { o.volumeIdentifier = std::nullopt; },
         [](FileObservation& o) { *o.fileResourceIdentifier += '0'; },
         [](FileObservation& o) { o.fileResourceIdentifier = std::nullopt; }};

@@ -73,7 +73,7 @@ FileObservation FileObserver::assemble(const platform::FileMetadata& seen, const
         .isBackupArtifact = around.isInBackup || isBackupByName(url.lastComponent()),
         .linkCount = seen.linkCount,
     };
-    if (volume != nullptr) observation.volumeIdentifier = volume->identifier;
+    if (volume != nullptr) observation.volumeIdentifier = SharedText::made(volume->identifier);
     return observation;
 }
 

@@ -93,8 +93,8 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byOrigin(Look& look,
     const SafetyPolicyFacts& facts = context_->facts();
     if (observation.ownerUserID != facts.currentUserID) return otherOwner;
     if (!platform::areOnOneMount(look.seen, look.folder.seen)) return mountPoint;
-    look.isInternal = observation.volumeIdentifier &&
-                      facts.internalLocalVolumeIdentifiers.contains(*observation.volumeIdentifier);
+    look.isInternal = observation.volumeIdentifier && facts.internalLocalVolumeIdentifiers.contains(
+                                                          observation.volumeIdentifier->text());
     if (!look.isInternal && !isVouchedFor(look, observation)) return otherVolume;
     return std::nullopt;
 }

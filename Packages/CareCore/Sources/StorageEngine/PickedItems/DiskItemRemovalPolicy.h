@@ -124,7 +124,7 @@ class DiskItemRemovalPolicy {
     DiskItemFolders folders_{{}};
     BaseFolders bases_;
     std::optional<std::vector<CleanupRule>> rules_; ///< once they were needed
-    std::map<std::string, std::optional<std::string>>
+    std::map<std::string, std::optional<SharedText>>
         openedVolumes_; ///< volumes of opened folders, by their real paths
 };
 

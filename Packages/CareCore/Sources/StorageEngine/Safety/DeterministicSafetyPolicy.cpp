@@ -203,7 +203,8 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
         return protectedFor(ownershipUnverified, "Current-user ownership could not be verified.");
     }
     if (!observation.volumeIdentifier ||
-        !context.facts().internalLocalVolumeIdentifiers.contains(*observation.volumeIdentifier)) {
+        !context.facts().internalLocalVolumeIdentifiers.contains(
+            observation.volumeIdentifier->text())) {
         return protectedFor(
             outsideInternalVolume,
             "The item is not verified on the current user's internal local volume.");

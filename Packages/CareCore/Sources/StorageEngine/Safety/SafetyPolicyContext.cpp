@@ -79,9 +79,10 @@ SharedText SafetyPolicyContext::reasonOfActiveApplication(std::string_view path)
 }
 
 bool SafetyPolicyContext::mayBeUsedByHidden(std::string_view path,
-                                            const std::optional<std::string>& volume) const {
+                                            const std::optional<SharedText>& volume) const {
     if (!areProcessesHidden_) return false;
-    return !ownVolume_ || volume != ownVolume_ || hiddenApplicationFolders_.contains(path);
+    return !ownVolume_ || !volume || volume->text() != *ownVolume_ ||
+           hiddenApplicationFolders_.contains(path);
 }
 
 JSON JSONCoder<SafetyPolicyContext>::encode(const SafetyPolicyContext& context) {

@@ -89,7 +89,7 @@ class SafetyPolicyContext {
 
     /// Whether a process that is not seen may be using an item, as far as its place tells.
     [[nodiscard]] bool mayBeUsedByHidden(std::string_view path,
-                                         const std::optional<std::string>& volume) const;
+                                         const std::optional<SharedText>& volume) const;
     [[nodiscard]] bool areProcessesHidden() const { return areProcessesHidden_; }
 
     bool operator==(const SafetyPolicyContext& other) const { return facts_ == other.facts_; }

@@ -679,7 +679,7 @@ TEST(DeterministicSafetyPolicy, CallsNothingSafeThatMissesACondition) {
         if (oneIn(20)) o.kind = FileKind::other;
         if (oneIn(20)) o.isReadable = false;
         if (oneIn(20)) o.ownerUserID = oneIn(2) ? std::optional<std::uint32_t>() : 0U;
-        if (oneIn(20)) o.volumeIdentifier = oneIn(2) ? std::optional<std::string>() : "usb";
+        if (oneIn(20)) o.volumeIdentifier = oneIn(2) ? std::optional<SharedText>() : "usb";
         if (oneIn(20)) o.isCloudPlaceholder = true;
         if (oneIn(20)) o.isInProjectRepository = true;
         if (oneIn(20)) o.isBackupArtifact = true;
