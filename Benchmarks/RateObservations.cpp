@@ -1,16 +1,22 @@
-// Rates a million observations against all shipped rules on one core and prints what one takes, and
+// Rates real files of a made home against all shipped rules on one core. Prints what one rating
+// takes when nothing is remembered, as right before a file is touched, and when folders are; and
 // how many allocations a protected verdict makes.
 //
-//     RateObservations [COUNT]
+//     RateObservations [FILES]
 
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "Platform/Files/FileMetadata.h"
+#include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 
@@ -22,29 +28,40 @@ using namespace tidyro;
 
 constexpr double day = 86'400;
 
-/// A third is protected by a check, a third by its age, a third is safe; twenty files a folder.
-std::vector<FileObservation> observations(std::size_t count, const std::vector<CleanupRule>& rules,
-                                          Timestamp now) {
-    std::vector<FileObservation> made;
-    made.reserve(count);
+/// A home that goes with its owner.
+struct MadeHome {
+    std::string path = "/tmp/tidyro-rate-XXXXXX";
+    MadeHome() {
+        if (::mkdtemp(path.data()) == nullptr) std::exit(1);
+    }
+    MadeHome(const MadeHome&) = delete;
+    MadeHome& operator=(const MadeHome&) = delete;
+    ~MadeHome() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+};
+
+/// Makes the files, twenty to a folder, and looks at each. They are old enough for every rule, so
+/// that each rating goes all the way.
+std::vector<FileObservation> observations(std::size_t count, const FileURL& home,
+                                          const std::vector<CleanupRule>& rules, Timestamp now) {
+    FileObserver observer(home, platform::LiveVolumes());
+    std::vector<FileObservation> seen;
+    seen.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         const CleanupRule& rule = rules[i / 20 % rules.size()];
-        const FileURL url = rule.rootURL().appending("Application/" + std::to_string(i / 20) +
-                                                     "/Cache/file-" + std::to_string(i) + ".bin");
-        made.push_back({.id = {url.text()},
-                        .url = url,
-                        .kind = FileKind::regularFile,
-                        .byteCount = i,
-                        .modificationDate = now.adding(i % 3 == 1 ? -day : -400 * day),
-                        .ownerUserID = i % 3 == 0 ? 0U : 501U,
-                        .volumeIdentifier = "internal",
-                        .isReadable = true,
-                        .isCloudPlaceholder = false,
-                        .isInProjectRepository = false,
-                        .isBackupArtifact = false,
-                        .linkCount = 1});
+        const FileURL folder =
+            rule.rootURL().appendingFolder("Application/" + std::to_string(i / 20) + "/Cache");
+        if (i % 20 == 0) std::filesystem::create_directories(folder.path());
+        const FileURL url = folder.appending("file-" + std::to_string(i) + ".bin");
+        std::ofstream(url.path()) << "contents";
+        auto observation = observer.observation(url);
+        if (!observation) std::exit(1);
+        observation->modificationDate = now.adding(-400 * day);
+        seen.push_back(*std::move(observation));
     }
-    return made;
+    return seen;
 }
 
 } // namespace
@@ -59,25 +76,38 @@ void operator delete(void* block) noexcept { std::free(block); }              //
 void operator delete(void* block, std::size_t) noexcept { std::free(block); } // NOLINT
 
 int main(int count, char** arguments) {
-    const std::size_t wanted = count > 1 ? std::strtoul(arguments[1], nullptr, 10) : 1'000'000;
-    const FileURL home = FileURL::folder("/nowhere/ada");
+    const std::size_t wanted = count > 1 ? std::strtoul(arguments[1], nullptr, 10) : 50'000;
+    const MadeHome made;
+    const FileURL home = FileURL::folder(made.path);
     const Timestamp now = Timestamp::now();
     const auto rules = BuiltInCleanupRules::allLocations(home);
+    auto items = observations(wanted, home, rules, now);
+    if (items.empty() || !items.front().volumeIdentifier) return 1;
     std::set<std::string, std::less<>> open;
     for (int i = 0; i < 20'000; ++i) open.insert("/nowhere/open/" + std::to_string(i));
-    const SafetyPolicyContext context({.currentUserID = 501,
-                                       .internalLocalVolumeIdentifiers = {"internal"},
-                                       .activeApplicationRoots = {home.appendingFolder("Active")},
-                                       .additionalProtectedRoots = {FileURL::folder("/backup")},
-                                       .activelyGrowingPaths = {},
-                                       .openByProcessPaths = open});
+    const SafetyPolicyContext context(
+        {.currentUserID = platform::currentUserID(),
+         .internalLocalVolumeIdentifiers = {std::string(*items.front().volumeIdentifier)},
+         .activeApplicationRoots = {home.appendingFolder("Active")},
+         .additionalProtectedRoots = {FileURL::folder("/backup")},
+         .activelyGrowingPaths = {},
+         .openByProcessPaths = open});
     const DeterministicSafetyPolicy policy(home);
     FolderResolver folders;
-    auto items = observations(wanted, rules, now);
-    const DeterministicSafetyPolicy::Question question{
-        .rules = rules, .context = context, .now = now, .folders = &folders};
-
-    for (const char* pass : {"folders resolved on the way", "folders known"}) {
+    struct Pass {
+        const char* name;
+        FolderResolver* folders;
+        bool isOfAnother; ///< the files are protected for their owner's sake
+    };
+    for (const Pass& pass : {Pass{"nothing remembered", nullptr, false},
+                             Pass{"folders resolved on the way", &folders, false},
+                             Pass{"folders remembered", &folders, false},
+                             Pass{"protected by a check", nullptr, true}}) {
+        const DeterministicSafetyPolicy::Question question{
+            .rules = rules, .context = context, .now = now, .folders = pass.folders};
+        for (FileObservation& item : items) {
+            item.ownerUserID = platform::currentUserID() + (pass.isOfAnother ? 1 : 0);
+        }
         std::size_t tiers[3] = {};
         std::size_t protectedAllocations = 0;
         const auto start = std::chrono::steady_clock::now();
@@ -93,7 +123,7 @@ int main(int count, char** arguments) {
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
         std::printf("%s: %.0f ns each; %zu safe, %zu to review, %zu protected; "
                     "%zu allocations for fixed verdicts\n",
-                    pass, took.count() / static_cast<double>(items.size()) * 1e9, tiers[0],
+                    pass.name, took.count() / static_cast<double>(items.size()) * 1e9, tiers[0],
                     tiers[1], tiers[2], protectedAllocations);
     }
     return 0;

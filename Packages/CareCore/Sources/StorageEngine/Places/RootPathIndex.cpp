@@ -1,6 +1,8 @@
 #include "StorageEngine/Places/RootPathIndex.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 #include "Base/PathText.h"
 
@@ -8,12 +10,28 @@ namespace tidyro {
 
 namespace {
 
+/// How many bytes two paths begin with in common. Roots share the home as a long beginning, so it
+/// is compared by words.
+std::size_t commonLength(std::string_view a, std::string_view b) {
+    const std::size_t shorter = std::min(a.size(), b.size());
+    std::size_t at = 0;
+    for (std::uint64_t ofA = 0, ofB = 0; at + sizeof ofA <= shorter; at += sizeof ofA) {
+        std::memcpy(&ofA, a.data() + at, sizeof ofA);
+        std::memcpy(&ofB, b.data() + at, sizeof ofB);
+        if (ofA != ofB) break;
+    }
+    while (at < shorter && a[at] == b[at]) ++at;
+    return at;
+}
+
 /// Bytes in their order, but "/" before all others.
 bool comesBefore(std::string_view a, std::string_view b) {
     const auto rank = [](char byte) {
         return byte == '/' ? -1 : static_cast<int>(static_cast<unsigned char>(byte));
     };
-    return std::ranges::lexicographical_compare(a, b, {}, rank, rank);
+    const std::size_t common = commonLength(a, b);
+    if (common == b.size()) return false;
+    return common == a.size() || rank(a[common]) < rank(b[common]);
 }
 
 } // namespace

@@ -40,7 +40,11 @@ bool isInsideOrEqual(std::string_view path, std::string_view folder) {
 } // namespace
 
 bool ReviewRequiredScope::touchesReviewRoot(std::string_view path, std::string_view homePrefix) {
-    const LoweredPath lowered(path);
+    return touchesReviewRoot(LoweredPath(path), homePrefix);
+}
+
+bool ReviewRequiredScope::touchesReviewRoot(const LoweredPath& lowered,
+                                            std::string_view homePrefix) {
     const std::string_view loweredPath = lowered.text();
     const std::string_view home = homePrefix.substr(0, homePrefix.size() - 1);
     if (loweredPath == "/" || isInsideOrEqual(home, loweredPath)) return true;

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "Base/FileURL.h"
+#include "Base/LoweredPath.h"
 #include "CareDomain/CleanupCategory.h"
 #include "CareDomain/RiskAssessment.h"
 #include "StorageEngine/Sorting/DiskGroup.h"
@@ -19,6 +20,8 @@ struct ReviewRequiredScope {
     /// `homePrefix` comes from `loweredHomePrefix`. The home itself and the folders above it hold
     /// every review root.
     [[nodiscard]] static bool touchesReviewRoot(std::string_view path, std::string_view homePrefix);
+    [[nodiscard]] static bool touchesReviewRoot(const LoweredPath& path,
+                                                std::string_view homePrefix);
 
     /// Whether an item needs review whatever else is known: by its place, its category
     /// (`archivedConversation`, `generatedWork`, `applicationData`) or its disk group

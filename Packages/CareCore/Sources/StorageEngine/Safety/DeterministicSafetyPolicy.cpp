@@ -125,13 +125,16 @@ CleanupCategory categoryOf(const FileObservation& observation, const LoweredPath
     if (observation.isCloudPlaceholder) return CleanupCategory::cloudPlaceholder;
     if (observation.isInProjectRepository) return CleanupCategory::projectRepository;
     if (observation.isBackupArtifact) return CleanupCategory::backup;
-    const auto has = [&](std::string_view name) {
-        return path.hasComponent([&](std::string_view component) { return component == name; });
-    };
-    if (has("downloads")) return CleanupCategory::download;
-    if (has("caches")) return CleanupCategory::regenerableCache;
-    if (has("logs")) return CleanupCategory::expiredLog;
-    return CleanupCategory::unknown;
+    bool isInCaches = false;
+    bool isInLogs = false;
+    const bool isDownload = path.hasComponent([&](std::string_view component) {
+        isInCaches = isInCaches || component == "caches";
+        isInLogs = isInLogs || component == "logs";
+        return component == "downloads";
+    });
+    if (isDownload) return CleanupCategory::download;
+    if (isInCaches) return CleanupCategory::regenerableCache;
+    return isInLogs ? CleanupCategory::expiredLog : CleanupCategory::unknown;
 }
 
 } // namespace
@@ -183,14 +186,15 @@ DeterministicSafetyPolicy::mostSpecificMatchingRule(const FileURL& url,
 std::optional<RiskAssessment>
 DeterministicSafetyPolicy::protectedAssessment(const FileObservation& observation,
                                                const SafetyPolicyContext& context) const {
-    return protectedBy(observation, LoweredPath(observation.url.path()), context, PartOf::nothing);
+    return protectedBy(observation, LoweredPath(observation.url.path()),
+                       {.rules = {}, .context = context, .now = {}});
 }
 
 std::optional<RiskAssessment>
 DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
-                                       const LoweredPath& lowered,
-                                       const SafetyPolicyContext& context, PartOf whole) const {
+                                       const LoweredPath& lowered, const Question& question) {
     using enum EvidenceCode;
+    const SafetyPolicyContext& context = question.context;
     const std::string& path = observation.url.path();
     if (observation.kind != FileKind::regularFile) {
         return protectedFor(unknownPurpose,
@@ -202,9 +206,8 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
     if (observation.ownerUserID != context.facts().currentUserID) {
         return protectedFor(ownershipUnverified, "Current-user ownership could not be verified.");
     }
-    if (!observation.volumeIdentifier ||
-        !context.facts().internalLocalVolumeIdentifiers.contains(
-            observation.volumeIdentifier->text())) {
+    if (!observation.volumeIdentifier || !context.facts().internalLocalVolumeIdentifiers.contains(
+                                             observation.volumeIdentifier->text())) {
         return protectedFor(
             outsideInternalVolume,
             "The item is not verified on the current user's internal local volume.");
@@ -214,7 +217,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
             cloudPlaceholder,
             "Cloud placeholders remain protected and are never downloaded for cleanup.");
     }
-    if (observation.isInProjectRepository && whole != PartOf::toolCheckout) {
+    if (observation.isInProjectRepository && question.partOf != PartOf::toolCheckout) {
         return protectedFor(projectRepository,
                             "Project repositories remain protected regardless of other evidence.");
     }
@@ -230,7 +233,8 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
     if (context.activeApplicationRootIndex().contains(path)) {
         return protectedFor(activeApplicationData, context.reasonOfActiveApplication(path));
     }
-    if (context.facts().openByProcessPaths.contains(path)) {
+    if (question.use == platform::FileUse::inUse ||
+        context.facts().openByProcessPaths.contains(path)) {
         return protectedFor(openByProcess,
                             "A running process has this file open or is running it.");
     }
@@ -241,7 +245,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
     if (const auto signal = LiveDataDetector::signal(lowered)) {
         return protectedFor(liveDataStore, SharedText::lasting(explanation(*signal)));
     }
-    if (context.facts().activelyGrowingPaths.contains(path)) {
+    if (question.isGrowing || context.facts().activelyGrowingPaths.contains(path)) {
         return protectedFor(activeGrowth,
                             SharedText::lasting(explanation(LiveDataSignal::activeGrowth)));
     }
@@ -271,7 +275,7 @@ DeterministicSafetyPolicy::verdict(const FileObservation& observation,
     const LoweredPath lowered(observation.url.path());
     const CleanupCategory category =
         question.categoryHint ? *question.categoryHint : categoryOf(observation, lowered);
-    if (auto assessment = protectedBy(observation, lowered, question.context, question.partOf)) {
+    if (auto assessment = protectedBy(observation, lowered, question)) {
         return {category, *std::move(assessment)};
     }
     if (auto assessment = protectedAsPart(question.partOf)) {
@@ -295,12 +299,13 @@ DeterministicSafetyPolicy::verdict(const FileObservation& observation,
                           rule != nullptr &&
                           isDownloadOfItsRule(observation.url.path(), *rule, home_);
     if (isReviewOnly(category) && !isOfRule) return {category, reviewOnly(category)};
-    return byRule(observation, rule, question, category);
+    return byRule(observation, lowered, rule, question, category);
 }
 
 /// The review roots are named as most homes have them, so a path is asked by that name as well.
-bool DeterministicSafetyPolicy::touchesReviewRoot(std::string_view path) const {
-    if (ReviewRequiredScope::touchesReviewRoot(path, homePrefix_)) return true;
+bool DeterministicSafetyPolicy::touchesReviewRoot(std::string_view path,
+                                                  const LoweredPath& lowered) const {
+    if (ReviewRequiredScope::touchesReviewRoot(lowered, homePrefix_)) return true;
     if (!bases_.areMoved() || !path::isInsideOrEqual(path, home_.path())) return false;
     const std::string named =
         path::joined(home_.path(), bases_.named(path::below(path, home_.path())));
@@ -308,8 +313,9 @@ bool DeterministicSafetyPolicy::touchesReviewRoot(std::string_view path) const {
 }
 
 DeterministicSafetyPolicy::Verdict
-DeterministicSafetyPolicy::byRule(const FileObservation& observation, const CleanupRule* rule,
-                                  const Question& question, CleanupCategory category) const {
+DeterministicSafetyPolicy::byRule(const FileObservation& observation, const LoweredPath& lowered,
+                                  const CleanupRule* rule, const Question& question,
+                                  CleanupCategory category) const {
     using enum EvidenceCode;
     const FileURL& url = observation.url;
     if (rule == nullptr) {
@@ -352,7 +358,7 @@ DeterministicSafetyPolicy::byRule(const FileObservation& observation, const Clea
                                               "cleanup rule's minimum age.")};
     }
     if (question.partOf == PartOf::toolCheckout) return {category, fetchedByTool_};
-    if (rule->alwaysNeedsReview() || touchesReviewRoot(url.path())) {
+    if (rule->alwaysNeedsReview() || touchesReviewRoot(url.path(), lowered)) {
         return {category, reviewRequired_};
     }
     const bool mayBeInUse =

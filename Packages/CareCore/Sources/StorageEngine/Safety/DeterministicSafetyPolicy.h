@@ -57,9 +57,11 @@ class DeterministicSafetyPolicy {
         /// A file that was unpacked a moment ago may bear a modification date of years ago. So
         /// whoever looks for files to suggest counts their age from their creation as well.
         AgeCount ageCount = AgeCount::sinceModification;
-        /// What the file itself tells of who has it open. Asked where processes may be hidden: a
-        /// file that is not known to be free needs review there.
+        /// What the file itself tells of who has it open. A file in use is protected. Where
+        /// processes may be hidden, one that is not known to be free needs review.
         platform::FileUse use = platform::FileUse::unknown;
+        /// Whether the file changed between two looks at it. It is protected then.
+        bool isGrowing = false;
     };
     /// The candidate with its verdict. It carries the observation unchanged, and no authorization.
     [[nodiscard]] CleanupCandidate classify(FileObservation observation,
@@ -95,13 +97,13 @@ class DeterministicSafetyPolicy {
     };
     [[nodiscard]] Verdict verdict(const FileObservation& observation,
                                   const Question& question) const;
-    [[nodiscard]] Verdict byRule(const FileObservation& observation, const CleanupRule* rule,
-                                 const Question& question, CleanupCategory category) const;
-    [[nodiscard]] std::optional<RiskAssessment> protectedBy(const FileObservation& observation,
-                                                            const LoweredPath& lowered,
-                                                            const SafetyPolicyContext& context,
-                                                            PartOf whole) const;
-    [[nodiscard]] bool touchesReviewRoot(std::string_view path) const;
+    [[nodiscard]] Verdict byRule(const FileObservation& observation, const LoweredPath& lowered,
+                                 const CleanupRule* rule, const Question& question,
+                                 CleanupCategory category) const;
+    [[nodiscard]] static std::optional<RiskAssessment>
+    protectedBy(const FileObservation& observation, const LoweredPath& lowered,
+                const Question& question);
+    [[nodiscard]] bool touchesReviewRoot(std::string_view path, const LoweredPath& lowered) const;
 
     FileURL home_;
     std::string homePrefix_; ///< lower-cased, "/" at its end
