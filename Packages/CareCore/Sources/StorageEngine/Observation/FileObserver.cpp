@@ -18,22 +18,24 @@ FileKind kindOf(platform::ItemKind kind) {
     return FileKind::other;
 }
 
+FileObserver::Readable readableIf(bool isReadable) {
+    return isReadable ? FileObserver::Readable::yes : FileObserver::Readable::no;
+}
+
 /// Whether the file is a database by itself. A file that is gone is none.
-bool isDatabaseByItself(const FileObservation& file, bool isNearJournal) {
+bool isDatabaseByItself(const platform::FolderDescriptor& folder, const FileObservation& file,
+                        bool isNearJournal) {
     const bool hasItsLength = DatabaseFile::hasDatabaseLength(file.byteCount);
     if (!hasItsLength && !isNearJournal) return false; // nearly every file
-    const auto folder =
-        platform::FolderDescriptor::openRoot(std::string(path::parent(file.url.path())));
-    if (!folder) return !platform::hasVanished(folder.error());
     const std::string name(file.url.lastComponent());
-    if (isNearJournal && DatabaseFile::hasJournal(*folder, name.c_str()).value_or(true)) {
+    if (isNearJournal && DatabaseFile::hasJournal(folder, name.c_str()).value_or(true)) {
         return true;
     }
     if (!hasItsLength) return false;
-    const auto seen = platform::fileMetadata(*folder, name.c_str());
+    const auto seen = platform::fileMetadata(folder, name.c_str());
     if (!seen) return !platform::hasVanished(seen.error());
     if (seen->kind != platform::ItemKind::regularFile) return false;
-    return DatabaseFile::isDatabase(*folder, name.c_str(), *seen).value_or(true);
+    return DatabaseFile::isDatabase(folder, name.c_str(), *seen).value_or(true);
 }
 
 } // namespace
@@ -49,14 +51,35 @@ FileIdentity::observation(const FileURL& at, const FileURL& home,
 }
 
 FileObserver::FileObserver(const FileURL& home, const platform::Volumes& volumes)
-    : volumes_(volumes.mounted().value_or(std::vector<platform::Volume>{})), surroundings_(home) {}
+    : volumes_(volumes.mounted().value_or(std::vector<platform::Volume>{})), surroundings_(home) {
+    for (const platform::Volume& volume : volumes_) {
+        volumeIdentifiers_.push_back(SharedText::made(volume.identifier));
+    }
+}
 
-FileObservation FileObserver::assemble(const platform::FileMetadata& seen, const FileURL& url,
-                                       bool isReadable) {
+const FolderSurroundings& FileObserver::around(std::string_view folder) {
+    if (folder != lastFolder_) {
+        lastFolder_ = folder;
+        lastAround_ = surroundings_.surroundings(lastFolder_);
+    }
+    return lastAround_;
+}
+
+const platform::Volume* FileObserver::volumeOf(const platform::FileMetadata& seen) {
+    if (!seen.mount) return platform::volumeOf(seen, volumes_);
+    if (seen.mount != lastMount_) {
+        lastMount_ = seen.mount;
+        lastVolume_ = platform::volumeOf(seen, volumes_);
+    }
+    return lastVolume_;
+}
+
+FileObservation FileObserver::observation(const FileURL& url, const platform::FileMetadata& seen,
+                                          Readable readable) {
     const bool isFolder = seen.kind == platform::ItemKind::folder;
-    const FolderSurroundings around =
-        surroundings_.surroundings(isFolder ? url.path() : std::string(path::parent(url.path())));
-    const platform::Volume* volume = platform::volumeOf(seen, volumes_);
+    const FolderSurroundings& above =
+        around(isFolder ? std::string_view(url.path()) : path::parent(url.path()));
+    const platform::Volume* volume = volumeOf(seen);
     FileObservation observation{
         .id = {.rawValue = url.text()},
         .url = url,
@@ -67,26 +90,29 @@ FileObservation FileObserver::assemble(const platform::FileMetadata& seen, const
         .ownerUserID = seen.ownerUserID,
         .fileResourceIdentifier =
             std::to_string(seen.identity.device) + ":" + std::to_string(seen.identity.inode),
-        .isReadable = isReadable,
+        .isReadable = readable == Readable::yes,
         .isCloudPlaceholder = seen.isDataless,
-        .isInProjectRepository = around.isInProjectRepository,
-        .isBackupArtifact = around.isInBackup || isBackupByName(url.lastComponent()),
+        .isInProjectRepository = above.isInProjectRepository,
+        .isBackupArtifact = above.isInBackup || isBackupByName(url.lastComponent()),
         .linkCount = seen.linkCount,
     };
-    if (volume != nullptr) observation.volumeIdentifier = SharedText::made(volume->identifier);
+    if (volume != nullptr) {
+        observation.volumeIdentifier =
+            volumeIdentifiers_[static_cast<std::size_t>(volume - volumes_.data())];
+    }
     return observation;
 }
 
 std::expected<FileObservation, SystemError> FileObserver::observation(const FileURL& at) {
     const auto seen = platform::fileMetadata(at.path());
     if (!seen) return std::unexpected(seen.error());
-    return assemble(*seen, at, platform::isReadable(at.path()));
+    return observation(at, *seen, readableIf(platform::isReadable(at.path())));
 }
 
 FileObservation FileObserver::observation(const platform::FolderDescriptor& folder,
                                           const FileURL& at, const platform::FileMetadata& seen) {
     const std::string name(at.lastComponent());
-    return assemble(seen, at, platform::isReadable(folder, name.c_str()));
+    return observation(at, seen, readableIf(platform::isReadable(folder, name.c_str())));
 }
 
 std::expected<FileObservation, SystemError>
@@ -94,20 +120,18 @@ FileObserver::observation(const platform::FolderDescriptor& folder, const FileUR
                           const char* name) {
     const auto seen = platform::fileMetadata(folder, name);
     if (!seen) return std::unexpected(seen.error());
-    return assemble(*seen,
-                    seen->kind == platform::ItemKind::folder ? url.appendingFolder(name)
-                                                             : url.appending(name),
-                    platform::isReadable(folder, name));
+    return observation(seen->kind == platform::ItemKind::folder ? url.appendingFolder(name)
+                                                                : url.appending(name),
+                       *seen, readableIf(platform::isReadable(folder, name)));
 }
 
-PartOf FileObserver::partOf(const FileObservation& file) {
-    const FolderSurroundings around =
-        surroundings_.surroundings(std::string(path::parent(file.url.path())));
-    if (around.isInDatabase) return PartOf::database;
-    if (around.isInHistory) return PartOf::repository;
-    if (around.isInEnvironment) return PartOf::environment;
-    if (isDatabaseByItself(file, around.isNearJournal)) return PartOf::database;
-    return around.isInToolCheckout ? PartOf::toolCheckout : PartOf::nothing;
+PartOf FileObserver::partOf(const platform::FolderDescriptor& folder, const FileObservation& file) {
+    const FolderSurroundings& above = around(path::parent(file.url.path()));
+    if (above.isInDatabase) return PartOf::database;
+    if (above.isInHistory) return PartOf::repository;
+    if (above.isInEnvironment) return PartOf::environment;
+    if (isDatabaseByItself(folder, file, above.isNearJournal)) return PartOf::database;
+    return above.isInToolCheckout ? PartOf::toolCheckout : PartOf::nothing;
 }
 
 } // namespace tidyro

@@ -2,10 +2,14 @@
 
 #include <cstdint>
 #include <expected>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Base/FileURL.h"
+#include "Base/SharedText.h"
 #include "Base/SystemError.h"
 #include "CareDomain/FileObservation.h"
 #include "Platform/Files/FileMetadata.h"
@@ -48,6 +52,8 @@ enum class PartOf : std::uint8_t {
 /// items without one. Used by one thread.
 class FileObserver {
   public:
+    enum class Readable : bool { no, yes };
+
     FileObserver(const FileURL& home, const platform::Volumes& volumes);
 
     [[nodiscard]] std::expected<FileObservation, SystemError> observation(const FileURL& at);
@@ -57,6 +63,10 @@ class FileObserver {
     [[nodiscard]] FileObservation observation(const platform::FolderDescriptor& folder,
                                               const FileURL& at,
                                               const platform::FileMetadata& seen);
+
+    /// The same for an item that somebody has just asked the system whether it may be read.
+    [[nodiscard]] FileObservation observation(const FileURL& at, const platform::FileMetadata& seen,
+                                              Readable readable);
 
     /// The same for a name in an open folder, which lies at `url`. The item is reached through the
     /// open folder, so its path may be longer than the system takes.
@@ -68,16 +78,28 @@ class FileObserver {
         return surroundings_.surroundings(folder);
     }
 
+    /// Spares the observer opening and listing a folder that its user just listed.
+    void setListed(FolderSurroundingsFinder::Listed listed) {
+        surroundings_.setListed(std::move(listed));
+    }
+
     /// What the regular file that was seen belongs to, by the folders above it and by how it
-    /// begins. A file that cannot be read counts as a database.
-    [[nodiscard]] PartOf partOf(const FileObservation& file);
+    /// begins. It lies in the open folder. A file that cannot be read counts as a database.
+    [[nodiscard]] PartOf partOf(const platform::FolderDescriptor& folder,
+                                const FileObservation& file);
 
   private:
-    [[nodiscard]] FileObservation assemble(const platform::FileMetadata& seen, const FileURL& url,
-                                           bool isReadable);
+    /// Remembers the last folder that was asked for: files come folder by folder.
+    [[nodiscard]] const FolderSurroundings& around(std::string_view folder);
+    [[nodiscard]] const platform::Volume* volumeOf(const platform::FileMetadata& seen);
 
     std::vector<platform::Volume> volumes_;
+    std::vector<SharedText> volumeIdentifiers_; ///< theirs, in their order
     FolderSurroundingsFinder surroundings_;
+    std::string lastFolder_;
+    FolderSurroundings lastAround_{};
+    std::optional<std::uint64_t> lastMount_;
+    const platform::Volume* lastVolume_ = nullptr; ///< of `lastMount_`
 };
 
 } // namespace tidyro

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "Base/LoweredPath.h"
 #include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/Observation/FileBeginning.h"
 
@@ -147,6 +148,14 @@ void FolderSigns::add(std::string_view loweredName, std::optional<platform::Item
     const bool isOfBackup = (isNumberedInterval(loweredName) && isAsNeeded(Needs::folder, kind)) ||
                             (isDuplicatiArchive(loweredName) && isAsNeeded(Needs::file, kind));
     if (isOfBackup) note(Sign::onlyOfBackups);
+}
+
+void FolderSigns::add(const platform::FolderEntry& entry) {
+    // What is no folder and no link may well be a file.
+    platform::ItemKind kind = platform::ItemKind::regularFile;
+    if (entry.type == platform::EntryType::folder) kind = platform::ItemKind::folder;
+    if (entry.type == platform::EntryType::link) kind = platform::ItemKind::link;
+    add(LoweredPath(entry.name).text(), kind);
 }
 
 bool FolderSigns::isBackup() const {

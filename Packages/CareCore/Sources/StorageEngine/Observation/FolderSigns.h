@@ -19,6 +19,8 @@ class FolderSigns {
   public:
     /// Some names count only for a file or only for a folder. An item of unknown kind may be both.
     void add(std::string_view loweredName, std::optional<platform::ItemKind> kind = std::nullopt);
+    /// The same for an entry of a folder that is listed.
+    void add(const platform::FolderEntry& entry);
 
     /// A backup of Time Machine or of a phone, one made by restic, duplicity, Kopia, rdiff-backup,
     /// Duplicacy, Duplicati, rsnapshot or Back In Time, or a snapshot of Timeshift or snapper.

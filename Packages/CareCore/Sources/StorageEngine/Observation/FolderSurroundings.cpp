@@ -3,16 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <filesystem>
-#include <optional>
 #include <set>
-#include <system_error>
 #include <vector>
 
+#include "Base/LoweredPath.h"
 #include "Base/PathText.h"
-#include "Base/UnicodeText.h"
 #include "Platform/Files/FileMetadata.h"
-#include "StorageEngine/Observation/FolderSigns.h"
 #include "StorageEngine/Places/BaseFolders.h"
 
 namespace tidyro {
@@ -27,31 +23,18 @@ constexpr FolderSurroundings inDoubt{.isInProjectRepository = true,
                                      .isInEnvironment = true,
                                      .isNearJournal = true};
 
+/// A repository is asked for by name as well.
+constexpr FolderSurroundings inDoubtBySigns = [] {
+    FolderSurroundings doubt = inDoubt;
+    doubt.isInProjectRepository = false;
+    return doubt;
+}();
+
 /// Scans of very many folders must not remember them all.
 constexpr std::size_t maxRememberedFolders = 100'000;
 
-/// What the listing of the folder says of an item. None where the system did not tell with it.
-std::optional<platform::ItemKind> kindOfEntry(const std::filesystem::directory_entry& entry) {
-    std::error_code failed;
-    if (entry.is_symlink(failed)) return platform::ItemKind::link;
-    if (entry.is_directory(failed)) return platform::ItemKind::folder;
-    if (entry.is_regular_file(failed)) return platform::ItemKind::regularFile;
-    return failed ? std::nullopt : std::optional(platform::ItemKind::other);
-}
-
 /// What the names in a folder say of it. The folders above it do not count.
-FolderSurroundings readSigns(const std::string& folder) {
-    FolderSigns signs;
-    std::error_code failed;
-    for (std::filesystem::directory_iterator at(folder, failed), end; !failed && at != end;
-         at.increment(failed)) {
-        signs.add(lowercased(at->path().filename().native()), kindOfEntry(*at));
-    }
-    if (failed) {
-        FolderSurroundings doubt = inDoubt;
-        doubt.isInProjectRepository = false; // which is asked by name as well
-        return doubt;
-    }
+FolderSurroundings surroundingsBySigns(const std::string& folder, const FolderSigns& signs) {
     bool isBackup = signs.isBackup();
     if (!isBackup && signs.mayBeBorg()) {
         const auto opened = platform::FolderDescriptor::openRoot(folder);
@@ -106,9 +89,8 @@ FolderSurroundings united(FolderSurroundings a, FolderSurroundings b) {
 bool isBackupByName(std::string_view path) {
     constexpr std::array<std::string_view, 3> stores{".timemachine", ".mobilebackups",
                                                      "com.apple.timemachine.localsnapshots"};
-    const std::string lowered = lowercased(path);
     std::string_view before;
-    for (const std::string_view component : path::components(lowered)) {
+    return LoweredPath(path).hasComponent([&](std::string_view component) {
         if (component == ".backupdb" || component.ends_with(".backupdb")) return true;
         if (component == ".snapshots") return true; // snapper's
         if (std::ranges::find(stores, component) != stores.end()) return true;
@@ -119,8 +101,8 @@ bool isBackupByName(std::string_view path) {
             return true;
         }
         before = component;
-    }
-    return false;
+        return false;
+    });
 }
 
 FolderSurroundingsFinder::FolderSurroundingsFinder(const FileURL& home)
@@ -140,6 +122,22 @@ bool FolderSurroundingsFinder::isCheckout(std::string_view folder) const {
         if (!path::isInsideOrEqual(folder, root) || folder == root) return false;
         return path::components(path::below(folder, root)).size() <= depth;
     });
+}
+
+FolderSurroundings FolderSurroundingsFinder::readSigns(const std::string& folder) {
+    if (listed_.folder == folder) return surroundingsBySigns(folder, listed_.signs);
+    const auto opened = platform::FolderDescriptor::openRoot(folder);
+    if (!opened) return inDoubtBySigns;
+    if (lister_ == nullptr) {
+        lister_ = std::make_unique<platform::FolderLister>(
+            platform::FolderLister::Options{.isAskedForFacts = false});
+    }
+    FolderSigns signs;
+    lister_->begin(*opened);
+    while (const platform::FolderEntry* entry = lister_->next()) {
+        signs.add(*entry);
+    }
+    return lister_->error().code != 0 ? inDoubtBySigns : surroundingsBySigns(folder, signs);
 }
 
 /// Goes up to the nearest folder that is known, and reads the others on the way down again.
@@ -182,12 +180,16 @@ FolderSurroundings FolderSurroundingsFinder::surroundings(const std::string& fol
         read_.clear();
     }
     FolderSurroundings found = inDoubt;
-    if (const auto real = platform::realPath(folder)) {
+    const auto real = listed_.folder == folder
+                          ? std::expected<std::string, SystemError>(listed_.real)
+                          : platform::realPath(folder);
+    if (real) {
         found = readUpwards(folder);
         if (*real != folder) found = united(found, readUpwards(*real));
-        found.isInBackup = found.isInBackup || isBackupByName(folder) || isBackupByName(*real);
+        found.isInBackup = found.isInBackup || isBackupByName(folder) ||
+                           (*real != folder && isBackupByName(*real));
     }
-    answers_.emplace(folder, found);
+    if (listed_.folder != folder) answers_.emplace(folder, found); // else its asker remembers it
     return found;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -8,6 +9,8 @@
 
 #include "Base/FileURL.h"
 #include "Base/StringTable.h"
+#include "Platform/Folders/FolderReading.h"
+#include "StorageEngine/Observation/FolderSigns.h"
 
 namespace tidyro {
 
@@ -54,9 +57,19 @@ class FolderSurroundingsFinder {
     /// The path is absolute and standardised.
     [[nodiscard]] FolderSurroundings surroundings(const std::string& folder);
 
+    /// What a caller found that just opened a folder and listed it. It spares the next question
+    /// doing the same.
+    struct Listed {
+        std::string folder;
+        std::string real;  ///< its real path
+        FolderSigns signs; ///< with all the names in it
+    };
+    void setListed(Listed listed) { listed_ = std::move(listed); }
+
   private:
     /// The surroundings by what is on the disk, for one path and not for where its links lead.
     [[nodiscard]] FolderSurroundings readUpwards(std::string_view folder);
+    [[nodiscard]] FolderSurroundings readSigns(const std::string& folder);
     [[nodiscard]] bool isCheckout(std::string_view folder) const;
 
     std::string home_;
@@ -65,6 +78,8 @@ class FolderSurroundingsFinder {
     std::vector<std::pair<std::string, std::size_t>> checkouts_;
     StringMap<FolderSurroundings> answers_;
     StringMap<FolderSurroundings> read_; ///< of `readUpwards`
+    Listed listed_;
+    std::unique_ptr<platform::FolderLister> lister_; ///< made when a folder has to be listed
 };
 
 /// Whether a path says by its names alone that it lies in a backup.

@@ -8,6 +8,7 @@
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Mounts/MountPoints.h"
 #include "StorageEngine/DiskTree/ContentKind.h"
+#include "StorageEngine/Observation/FolderSigns.h"
 
 namespace tidyro {
 
@@ -64,7 +65,8 @@ std::expected<CleanupPlace, std::optional<CoverageGap>> CleanupPlace::open(const
 CleanupPlaceWalk::CleanupPlaceWalk(const CleanupPlace& place, Options options)
     : place_(place),
       options_(std::move(options)),
-      lister_(platform::FolderLister::Options{}),
+      lister_({.isAskedForFacts = false}),
+      realRoot_(platform::realPath(place.rule->rootPath())),
       mountPoints_(platform::mountPointsBelow(place.folder)) {}
 
 void CleanupPlaceWalk::gap(const FileURL& url, CoverageGapReason reason,
@@ -83,7 +85,15 @@ void CleanupPlaceWalk::run() {
         options_.addGap(closed(place_.rule->rootURL(), root.error()));
         return;
     }
-    levels_.push_back({.folder = *std::move(root), .url = place_.rule->rootURL(), .folders = {}});
+    const auto facts = root->facts();
+    if (!facts) {
+        options_.addGap(closed(place_.rule->rootURL(), facts.error()));
+        return;
+    }
+    levels_.push_back({.folder = std::make_shared<const FolderDescriptor>(*std::move(root)),
+                       .url = place_.rule->rootURL(),
+                       .facts = *facts,
+                       .folders = {}});
     if (!list(levels_.back())) return;
     while (!levels_.empty()) {
         if (options_.cancel.stop_requested()) return;
@@ -102,57 +112,59 @@ void CleanupPlaceWalk::run() {
 
 /// False when the walk is to end here.
 bool CleanupPlaceWalk::list(Level& level) {
-    options_.enterFolder(level.url.path());
-    lister_.begin(level.folder);
+    const std::string& path = level.url.path();
+    options_.enterFolder(path);
+    Folder found{.folder = level.folder,
+                 .facts = level.facts,
+                 .url = level.url,
+                 .listed = std::nullopt,
+                 .names = {}};
+    FolderSigns signs;
+    bool isCutShort = false;
+    const std::string prefix = path::joined(path, "");
+    const auto nextRoot = options_.roots.lower_bound(prefix);
+    const bool holdsRoots = nextRoot != options_.roots.end() && nextRoot->starts_with(prefix);
+    lister_.begin(*level.folder);
     while (const platform::FolderEntry* entry = lister_.next()) {
         if (options_.cancel.stop_requested()) return false;
         if (entriesRead_ == options_.maxEntries) {
             gap(level.url, CoverageGapReason::scanBudgetExceeded,
                 "The place holds more files than one scan reads, and the rest was left out.");
-            return false;
+            isCutShort = true;
+            break;
         }
         ++entriesRead_;
-        if (!take(level, *entry)) return false;
+        signs.add(*entry);
+        if (!holdsRoots || !options_.roots.contains(prefix + std::string(entry->name))) {
+            sort(level, *entry, found);
+        }
     }
+    const bool isWhole = !isCutShort && lister_.error().code == 0;
     if (lister_.error().code != 0) options_.addGap(closed(level.url, lister_.error()));
+    if (isWhole && realRoot_) {
+        // No link was followed on the way down from the root.
+        found.listed = {.folder = path,
+                        .real = *realRoot_ + path.substr(place_.rule->rootPath().size()),
+                        .signs = signs};
+    }
     // A file system lists in any order. Sorting makes a budget leave out the same folders each
     // time.
     std::ranges::sort(level.folders, std::greater<>());
-    return true;
+    return (found.count == 0 || options_.take(std::move(found))) && !isCutShort;
 }
 
-/// False when the walk is to end here.
-bool CleanupPlaceWalk::take(Level& level, const platform::FolderEntry& entry) {
-    std::string name(entry.name);
-    if (options_.roots.contains(path::joined(level.url.path(), name))) return true;
-    if (entry.type == platform::EntryType::folder) {
-        level.folders.push_back(std::move(name));
-        return true;
-    }
-    if (entry.type == platform::EntryType::link) {
-        gap(level.url.appending(name), CoverageGapReason::symbolicLinkExcluded,
+void CleanupPlaceWalk::sort(Level& level, const platform::FolderEntry& entry, Folder& found) const {
+    switch (entry.type) {
+    case platform::EntryType::folder: level.folders.emplace_back(entry.name); return;
+    case platform::EntryType::link:
+        gap(level.url.appending(entry.name), CoverageGapReason::symbolicLinkExcluded,
             "A link is left alone, and what it leads to as well.");
-        return true;
+        return;
+    case platform::EntryType::file:
+        found.names.append(entry.name).push_back('\0');
+        ++found.count;
+        return;
     }
-    if (entry.hasFacts && entry.traits.has(EntryTrait::mountPoint)) {
-        gap(level.url.appending(name), CoverageGapReason::mountBoundaryExcluded, mounted);
-        return true;
-    }
-    auto seen = options_.observer.observation(level.folder, level.url, name.c_str());
-    if (!seen && platform::hasVanished(seen.error())) return true;
-    if (!seen || !entry.hasFacts) {
-        gap(level.url.appending(name), CoverageGapReason::metadataUnavailable,
-            seen ? "The system tells nothing of this file." : seen.error().description());
-        return true;
-    }
-    if (seen->kind != FileKind::regularFile) {
-        gap(seen->url, CoverageGapReason::unsupportedFileType,
-            "Sockets, pipes and devices are left alone.");
-        return true;
-    }
-    return options_.take({.observation = *std::move(seen),
-                          .allocatedBytes = entry.allocatedSize,
-                          .identity = entry.identity});
 }
 
 bool CleanupPlaceWalk::isPlaceOfAnother(const platform::ItemIdentity& identity) const {
@@ -183,7 +195,7 @@ std::optional<CleanupPlaceWalk::Level> CleanupPlaceWalk::opened(const Level& lev
         return leave(CoverageGapReason::scanBudgetExceeded,
                      "The folders go deeper than a cleanup reads.");
     }
-    auto folder = level.folder.open(name.c_str());
+    auto folder = level.folder->open(name.c_str());
     if (!folder && platform::hasVanished(folder.error())) return std::nullopt;
     if (!folder) {
         options_.addGap(closed(url, folder.error()));
@@ -203,7 +215,10 @@ std::optional<CleanupPlaceWalk::Level> CleanupPlaceWalk::opened(const Level& lev
         return leave(CoverageGapReason::cloudPlaceholderExcluded,
                      "The folder's contents are kept by a cloud.");
     }
-    return Level{.folder = *std::move(folder), .url = url, .folders = {}};
+    return Level{.folder = std::make_shared<const FolderDescriptor>(*std::move(folder)),
+                 .url = url,
+                 .facts = *facts,
+                 .folders = {}};
 }
 
 } // namespace tidyro

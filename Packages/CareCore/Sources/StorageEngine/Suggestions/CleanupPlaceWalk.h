@@ -14,8 +14,10 @@
 #include "Base/FileURL.h"
 #include "CareDomain/CoverageGap.h"
 #include "CareDomain/FileObservation.h"
+#include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/Observation/FileObserver.h"
+#include "StorageEngine/Places/FolderResolver.h"
 #include "StorageEngine/Places/RootPathIndex.h"
 #include "StorageEngine/Rules/CleanupRule.h"
 
@@ -34,7 +36,7 @@ struct CleanupPlace {
     open(const CleanupRule& rule, const FileURL& home);
 };
 
-/// Goes through one place and hands out each regular file in it.
+/// Goes through one place and hands out each folder in it, with the names of its files.
 ///
 /// It leaves out packages, mounted folders, folders that a cloud keeps and protected folders: no
 /// cleanup may take these apart file by file. It also leaves out the places of other rules, which
@@ -44,10 +46,17 @@ struct CleanupPlace {
 /// moved or replaced by a link meanwhile therefore leads nowhere else. Used by one thread.
 class CleanupPlaceWalk {
   public:
-    struct Found {
-        FileObservation observation;
-        std::uint64_t allocatedBytes;
-        platform::ItemIdentity identity;
+    /// A folder that was listed.
+    struct Folder {
+        std::shared_ptr<const platform::FolderDescriptor> folder;
+        platform::FolderFacts facts;
+        FileURL url;
+        /// What the listing says of the folder; none when it could not be read to its end, or when
+        /// nobody knows where the place really lies.
+        std::optional<FolderSurroundingsFinder::Listed> listed;
+        std::string
+            names; ///< of its files and of what else is no folder, each with a zero behind it
+        std::size_t count = 0; ///< of the names
     };
     struct Options {
         /// All places of the scan. The walk passes over the other ones, under whatever path it
@@ -57,10 +66,9 @@ class CleanupPlaceWalk {
         /// as well.
         const std::set<std::string, std::less<>>& roots;
         const RootPathIndex& protectedRoots;
-        FileObserver& observer;
-        std::uint64_t maxEntries;        ///< that may be read
-        std::size_t maxDepth;            ///< of folders, one inside the other
-        std::function<bool(Found)> take; ///< false ends the walk
+        std::uint64_t maxEntries;         ///< that may be read
+        std::size_t maxDepth;             ///< of folders, one inside the other
+        std::function<bool(Folder)> take; ///< false ends the walk
         std::function<void(CoverageGap)> addGap;
         std::function<void(const std::string& folder)> enterFolder; ///< before each is read
         CancelToken cancel;
@@ -74,13 +82,14 @@ class CleanupPlaceWalk {
 
   private:
     struct Level {
-        platform::FolderDescriptor folder;
+        std::shared_ptr<const platform::FolderDescriptor> folder;
         FileURL url;
+        platform::FolderFacts facts;
         std::vector<std::string> folders; ///< names that are still to be visited, the next last
     };
 
     [[nodiscard]] bool list(Level& level);
-    [[nodiscard]] bool take(Level& level, const platform::FolderEntry& entry);
+    void sort(Level& level, const platform::FolderEntry& entry, Folder& found) const;
     [[nodiscard]] std::optional<Level> opened(const Level& level, const std::string& name);
     [[nodiscard]] bool isPlaceOfAnother(const platform::ItemIdentity& identity) const;
     void gap(const FileURL& url, CoverageGapReason reason, std::string_view what) const;
@@ -88,6 +97,7 @@ class CleanupPlaceWalk {
     const CleanupPlace& place_;
     const Options options_;
     platform::FolderLister lister_;
+    std::expected<std::string, SystemError> realRoot_;
     std::set<std::string> mountPoints_; ///< relative to the place
     std::vector<Level> levels_;
     std::uint64_t entriesRead_ = 0;

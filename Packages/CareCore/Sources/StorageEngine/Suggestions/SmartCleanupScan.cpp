@@ -5,14 +5,16 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <numeric>
 #include <optional>
 #include <set>
+#include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "Base/PathText.h"
-#include "CareDomain/FileFingerprint.h"
 #include "Platform/Files/FileLease.h"
 #include "Platform/Folders/FolderReading.h"
 #include "StorageEngine/Observation/FileObserver.h"
@@ -21,6 +23,7 @@
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Suggestions/CleanupPlaceWalk.h"
+#include "StorageEngine/Suggestions/FolderLooks.h"
 
 namespace tidyro {
 
@@ -47,9 +50,6 @@ void waitFor(double seconds, const CancelToken& cancel) {
     woken.wait_for(lock, cancel, std::chrono::duration<double>(seconds), [] { return false; });
 }
 
-/// A file that the first look found eligible.
-using EligibleFile = CleanupPlaceWalk::Found;
-
 /// Counts the names of files that have several: such a file frees nothing before its last name is
 /// gone.
 class NameCount {
@@ -64,25 +64,28 @@ class NameCount {
     std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> counted_;
 };
 
-/// Asks who has a file open by the file itself. Files of one folder are asked for one after
-/// another, so the folder stays open from one to the next.
-class UseByFile {
-  public:
-    [[nodiscard]] platform::FileUse use(const FileURL& file) {
-        const std::string_view parent = path::parent(file.path());
-        if (parent != path_) {
-            path_ = parent;
-            auto opened = platform::FolderDescriptor::openRoot(path_);
-            folder_ = opened ? *std::move(opened) : platform::FolderDescriptor();
+/// Sorts the candidates' numbers and moves each candidate once: it is large, and sorting it
+/// directly would move it some twenty times.
+void sortForPeople(std::vector<CleanupCandidate>& candidates) {
+    std::vector<std::uint32_t> from(candidates.size());
+    std::iota(from.begin(), from.end(), 0U);
+    std::ranges::sort(from, [&](std::uint32_t first, std::uint32_t second) {
+        const CleanupCandidate& a = candidates[first];
+        const CleanupCandidate& b = candidates[second];
+        return std::tie(a.assessment.tier, b.observation.byteCount, a.id().rawValue) <
+               std::tie(b.assessment.tier, a.observation.byteCount, b.id().rawValue);
+    });
+    for (std::uint32_t first = 0; first < from.size(); ++first) {
+        if (from[first] == first) continue;
+        CleanupCandidate taken = std::move(candidates[first]);
+        std::uint32_t at = first;
+        for (; from[at] != first; at = std::exchange(from[at], at)) {
+            candidates[at] = std::move(candidates[from[at]]);
         }
-        if (!folder_.isOpen()) return platform::FileUse::unknown;
-        return platform::fileUse(folder_, std::string(file.lastComponent()).c_str());
+        candidates[at] = std::move(taken);
+        from[at] = at;
     }
-
-  private:
-    std::string path_;
-    platform::FolderDescriptor folder_;
-};
+}
 
 class Run {
   public:
@@ -100,28 +103,42 @@ class Run {
     }
 
     void look(const SafetyPolicyContext& context);
-    [[nodiscard]] bool hasFoundAny() const { return !eligible_.empty(); }
+    [[nodiscard]] bool hasFoundAny() const { return eligibleCount_ > 0; }
     void confirm(const SafetyPolicyContext& context);
     [[nodiscard]] SmartCleanupReport report(Timestamp startedAt);
 
   private:
     using Phase = SmartCleanupScan::Progress::Phase;
 
+    /// Folders that are looked at together: enough to keep all threads busy, few enough to be held
+    /// open, and to be kept in memory twice.
+    static constexpr std::size_t maxFoldersTogether = 64;
+    static constexpr std::size_t maxFilesTogether = 2'048;
+
     [[nodiscard]] std::vector<CleanupPlace> openPlaces();
     void walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
-              const SafetyPolicyContext& context);
-    /// What the second look saw of a file.
-    struct Seen {
-        FileObservation observation;
+              const SafetyPolicyContext& context, Lookers& lookers);
+    /// What is known of a file beside its observation.
+    struct Signs {
         PartOf partOf = PartOf::nothing;
         platform::FileUse use = platform::FileUse::unknown;
+        bool isGrowing = false;
     };
-
-    [[nodiscard]] CleanupCandidate rated(Seen file, const SafetyPolicyContext& context,
+    [[nodiscard]] CleanupCandidate rated(FileObservation file, const Signs& signs,
+                                         const SafetyPolicyContext& context,
                                          FolderResolver& folders) const;
-    [[nodiscard]] std::vector<Seen> secondLook(SafetyPolicyFacts& facts);
-    void addCandidate(CleanupCandidate candidate, const EligibleFile& file);
-    void hold(const CleanupCandidate& candidate);
+    // These look at one folder, on any thread.
+    [[nodiscard]] Findings firstLook(const CleanupPlaceWalk::Folder& in,
+                                     const SafetyPolicyContext& context, Looker& looker) const;
+    [[nodiscard]] Findings secondLook(const EligibleFolder& in, const SafetyPolicyContext& context,
+                                      Looker& looker) const;
+    [[nodiscard]] std::optional<CleanupCandidate>
+    seenAgain(const EligibleFolder& in, const EligibleFile& file,
+              const platform::FolderDescriptor& folder, const FileURL& url,
+              const SafetyPolicyContext& context, Looker& looker, Findings& findings) const;
+    [[nodiscard]] bool keep(Findings findings, const CleanupPlace& place);
+    void takeOver(Findings& findings, SmartCleanupGroup& in);
+    void addCandidate(CleanupCandidate candidate, const EligibleFile& file, SmartCleanupGroup& in);
     void leaveOut(const CleanupPlace& place);
     [[nodiscard]] SmartCleanupGroup& group(const FileURL& url);
     void tell(Phase phase, std::uint64_t done, std::uint64_t total, const std::string& path);
@@ -134,8 +151,10 @@ class Run {
     DeterministicSafetyPolicy policy_;
     std::vector<CleanupRule> rules_;
     std::set<std::string, std::less<>> roots_; ///< of the rules
-    std::vector<EligibleFile> eligible_;
-    bool isFull_ = false; ///< no further candidate fits
+    std::vector<EligibleFolder> eligible_;
+    std::uint64_t eligibleCount_ = 0; ///< files
+    Timestamp now_;                   ///< when the look began
+    bool isFull_ = false;             ///< no further candidate fits
     NameCount names_;
     std::unordered_map<const CleanupRule*, SmartCleanupGroup> groups_;
     SmartCleanupReport report_;
@@ -173,48 +192,121 @@ std::vector<CleanupPlace> Run::openPlaces() {
     return places;
 }
 
-CleanupCandidate Run::rated(Seen file, const SafetyPolicyContext& context,
-                            FolderResolver& folders) const {
+CleanupCandidate Run::rated(FileObservation file, const Signs& signs,
+                            const SafetyPolicyContext& context, FolderResolver& folders) const {
     using enum DeterministicSafetyPolicy::AgeCount;
-    return policy_.classify(std::move(file.observation), {.rules = rules_,
-                                                          .context = context,
-                                                          .now = options_.clock(),
-                                                          .folders = &folders,
-                                                          .partOf = file.partOf,
-                                                          .ageCount = sinceModificationAndCreation,
-                                                          .use = file.use});
+    return policy_.classify(std::move(file), {.rules = rules_,
+                                              .context = context,
+                                              .now = now_,
+                                              .folders = &folders,
+                                              .partOf = signs.partOf,
+                                              .ageCount = sinceModificationAndCreation,
+                                              .use = signs.use,
+                                              .isGrowing = signs.isGrowing});
+}
+
+Findings Run::firstLook(const CleanupPlaceWalk::Folder& in, const SafetyPolicyContext& context,
+                        Looker& looker) const {
+    using enum CoverageGapReason;
+    Findings findings{.eligible = {.url = in.url}};
+    if (in.listed) looker.setListed(*in.listed);
+    std::string name;
+    for (std::size_t at = 0; at < in.names.size(); at += name.size() + 1) {
+        if (cancel_.stop_requested()) break;
+        name = in.names.data() + at;
+        const auto seen = platform::fileMetadata(*in.folder, name.c_str());
+        if (!seen && platform::hasVanished(seen.error())) continue;
+        const FileURL url = in.url.appending(name);
+        if (!seen) {
+            findings.addGap(url, metadataUnavailable, seen.error().description());
+            continue;
+        }
+        // The folder's mount was asked for. A file seen through another one is mounted by itself.
+        const bool isMounted = seen->mount ? *seen->mount != in.facts.volume
+                                           : seen->identity.device != in.facts.identity.device;
+        if (isMounted) {
+            findings.addGap(url, mountBoundaryExcluded, "Something else is mounted here.");
+            continue;
+        }
+        if (seen->kind != platform::ItemKind::regularFile) {
+            findings.addGap(url, unsupportedFileType, "Sockets, pipes and devices are left alone.");
+            continue;
+        }
+        // The second look opens the file, which is the whole truth. So here the permissions of the
+        // person's own file will do.
+        const bool isReadable =
+            (seen->isReadableByOwner && seen->ownerUserID == context.facts().currentUserID) ||
+            platform::isReadable(*in.folder, name.c_str());
+        using enum FileObserver::Readable;
+        FileObservation observation =
+            looker.observer.observation(url, *seen, isReadable ? yes : no);
+        // The second look also finds out the rest: most files never come that far. But a repository
+        // may be a tool's own checkout.
+        Signs signs;
+        if (observation.isInProjectRepository) {
+            signs.partOf = looker.observer.partOf(*in.folder, observation);
+        }
+        const CleanupCandidate candidate =
+            rated(std::move(observation), signs, context, looker.folders);
+        if (candidate.assessment.tier == RiskTier::protected_) {
+            findings.hold(candidate);
+        } else {
+            findings.eligible.add(candidate.observation, *seen);
+        }
+    }
+    findings.eligible.names.shrink_to_fit();
+    findings.eligible.files.shrink_to_fit();
+    return findings;
+}
+
+/// False when no further candidate fits.
+bool Run::keep(Findings findings, const CleanupPlace& place) {
+    EligibleFolder& eligible = findings.eligible;
+    if (findings.held.itemCount > 0 || !findings.gaps.empty()) {
+        takeOver(findings, group(eligible.url));
+    }
+    if (eligible.files.empty()) return true;
+    const std::uint64_t room = options_.budget.candidates - eligibleCount_;
+    if (eligible.files.size() > room) {
+        isFull_ = true;
+        leaveOut(place);
+        eligible.files.resize(room);
+    }
+    eligibleCount_ += eligible.files.size();
+    eligible_.push_back(std::move(eligible));
+    return !isFull_;
+}
+
+void Run::takeOver(Findings& findings, SmartCleanupGroup& in) {
+    in.held.add(findings.held);
+    for (const auto& [code, count] : findings.heldBecause) in.heldBecause[code] += count;
+    for (CoverageGap& gap : findings.gaps) report_.addGap(std::move(gap));
 }
 
 void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
-               const SafetyPolicyContext& context) {
-    FileObserver observer(home_, volumes_);
-    FolderResolver folders;
-    const auto take = [&](CleanupPlaceWalk::Found found) {
-        // The second look finds out the rest: most files never come that far. But a repository may
-        // be a tool's own checkout.
-        Seen seen{.observation = std::move(found.observation)};
-        if (seen.observation.isInProjectRepository) {
-            seen.partOf = observer.partOf(seen.observation);
-        }
-        CleanupCandidate candidate = rated(std::move(seen), context, folders);
-        if (candidate.assessment.tier == RiskTier::protected_) {
-            hold(candidate);
-            return true;
-        }
-        if (eligible_.size() >= options_.budget.candidates) {
-            isFull_ = true;
-            leaveOut(place);
-            return false;
-        }
-        found.observation = std::move(candidate.observation);
-        eligible_.push_back(std::move(found));
-        return true;
+               const SafetyPolicyContext& context, Lookers& lookers) {
+    std::vector<CleanupPlaceWalk::Folder> together;
+    std::size_t fileCount = 0;
+    const auto lookAtThem = [&] {
+        std::vector<Findings> found(together.size());
+        lookers.forEach(together.size(), [&](std::size_t i, Looker& looker) {
+            found[i] = firstLook(together[i], context, looker);
+        });
+        together.clear();
+        fileCount = 0;
+        return std::ranges::all_of(
+            found, [&](Findings& findings) { return keep(std::move(findings), place); });
+    };
+    const auto take = [&](CleanupPlaceWalk::Folder folder) {
+        fileCount += folder.count;
+        together.push_back(std::move(folder));
+        return (together.size() < maxFoldersTogether && fileCount < maxFilesTogether) ||
+               lookAtThem();
     };
     const CleanupPlaceWalk::Options walkOptions{
         .places = places,
         .roots = roots_,
         .protectedRoots = context.additionalProtectedRootIndex(),
-        .observer = observer,
         .maxEntries = options_.budget.entriesPerPlace,
         .maxDepth = std::min(options_.budget.depth, platform::openFolderBudget() / 2),
         .take = take,
@@ -226,6 +318,7 @@ void Run::walk(const CleanupPlace& place, std::span<const CleanupPlace> places,
         .cancel = cancel_};
     CleanupPlaceWalk walk(place, walkOptions);
     walk.run();
+    lookAtThem();
     report_.entriesRead += walk.entriesRead();
 }
 
@@ -237,66 +330,112 @@ void Run::leaveOut(const CleanupPlace& place) {
 }
 
 void Run::look(const SafetyPolicyContext& context) {
+    now_ = options_.clock();
     const std::vector<CleanupPlace> places = openPlaces();
+    Lookers lookers(home_, volumes_);
     for (const CleanupPlace& place : places) {
         if (cancel_.stop_requested()) return;
         if (isFull_) {
             leaveOut(place);
             continue;
         }
-        walk(place, places, context);
+        walk(place, places, context, lookers);
         ++placesDone_;
     }
 }
 
-/// Looks at every eligible file again, and notes in `facts` the files that are being written to or
-/// that somebody has open. Files that are gone by now are eligible no more.
-std::vector<Run::Seen> Run::secondLook(SafetyPolicyFacts& facts) {
-    // A new one: it remembers nothing of the first look.
-    FileObserver observer(home_, volumes_);
-    UseByFile useByFile;
-    std::vector<Seen> again;
-    again.reserve(eligible_.size());
-    std::erase_if(eligible_, [&](const EligibleFile& file) {
-        if (cancel_.stop_requested()) return true;
-        const FileURL& url = file.observation.url;
-        tell(Phase::confirming, again.size(), eligible_.size(), url.path());
-        auto seen = observer.observation(url);
-        if (!seen) {
-            if (!platform::hasVanished(seen.error())) {
-                report_.addGap({.url = url,
-                                .reason = CoverageGapReason::metadataUnavailable,
-                                .detail = seen.error().description()});
-            }
-            return true;
+/// None for a file that is gone or that the system tells nothing of.
+std::optional<CleanupCandidate> Run::seenAgain(const EligibleFolder& in, const EligibleFile& file,
+                                               const platform::FolderDescriptor& folder,
+                                               const FileURL& url,
+                                               const SafetyPolicyContext& context, Looker& looker,
+                                               Findings& findings) const {
+    const std::string name(url.lastComponent());
+    const auto seen = platform::fileMetadata(folder, name.c_str());
+    if (!seen) {
+        if (!platform::hasVanished(seen.error())) {
+            findings.addGap(url, CoverageGapReason::metadataUnavailable,
+                            seen.error().description());
         }
-        if (!FileFingerprint::fromObservation(file.observation).matches(*seen)) {
-            facts.activelyGrowingPaths.insert(url.path());
-        }
-        Seen now{.observation = *std::move(seen)};
-        if (now.observation.kind == FileKind::regularFile) {
-            now.use = useByFile.use(url);
-            now.partOf = observer.partOf(now.observation);
-        }
-        if (now.use == platform::FileUse::inUse) facts.openByProcessPaths.insert(url.path());
-        again.push_back(std::move(now));
-        return false;
-    });
-    return again;
+        return std::nullopt;
+    }
+    using enum FileObserver::Readable;
+    if (seen->kind != platform::ItemKind::regularFile) {
+        return rated(looker.observer.observation(url, *seen, no), {}, context, looker.folders);
+    }
+    const platform::FileAccess access = looker.access.ask(name.c_str(), *seen);
+    FileObservation observation =
+        looker.observer.observation(url, *seen, access.isReadable ? yes : no);
+    const Signs signs{.partOf = looker.observer.partOf(folder, observation),
+                      .use = access.use,
+                      .isGrowing = !in.isUnchanged(file, *seen, observation)};
+    return rated(std::move(observation), signs, context, looker.folders);
 }
 
+Findings Run::secondLook(const EligibleFolder& in, const SafetyPolicyContext& context,
+                         Looker& looker) const {
+    Findings findings;
+    const auto folder = looker.open(in.url.path());
+    if (folder) looker.access.begin(*folder);
+    if (!folder && platform::hasVanished(folder.error())) return findings;
+    std::size_t nameAt = 0;
+    for (const EligibleFile& file : in.files) {
+        if (cancel_.stop_requested()) break;
+        const FileURL url =
+            in.url.appending(std::string_view(in.names).substr(nameAt, file.nameLength));
+        nameAt += file.nameLength;
+        if (!folder) {
+            findings.addGap(url, CoverageGapReason::metadataUnavailable,
+                            folder.error().description());
+            continue;
+        }
+        auto candidate = seenAgain(in, file, *folder, url, context, looker, findings);
+        if (!candidate) continue;
+        if (candidate->assessment.tier == RiskTier::protected_) {
+            findings.hold(*candidate);
+        } else {
+            findings.confirmed.push_back({.candidate = *std::move(candidate), .file = &file});
+        }
+    }
+    return findings;
+}
+
+/// Looks at every eligible file again, and holds those that are being written to or that somebody
+/// has open. Files that are gone by now are eligible no more.
 void Run::confirm(const SafetyPolicyContext& context) {
-    SafetyPolicyFacts facts = context.facts();
-    std::vector<Seen> again = secondLook(facts);
-    const SafetyPolicyContext now = context.with(std::move(facts));
-    FolderResolver folders;
-    for (std::size_t i = 0; i < again.size() && !cancel_.stop_requested(); ++i) {
-        addCandidate(rated(std::move(again[i]), now, folders), eligible_[i]);
+    now_ = options_.clock();
+    std::unordered_map<SmartCleanupGroup*, std::size_t> counts;
+    for (const EligibleFolder& in : eligible_) counts[&group(in.url)] += in.files.size();
+    for (const auto& [group, count] : counts) group->candidates.reserve(count);
+    Lookers lookers(home_, volumes_); // new ones: they remember nothing of the first look
+    std::uint64_t done = 0;
+    for (std::size_t first = 0; first < eligible_.size() && !cancel_.stop_requested();) {
+        std::size_t end = first;
+        for (std::size_t files = 0; end < eligible_.size() && files < maxFilesTogether; ++end) {
+            files += eligible_[end].files.size();
+        }
+        tell(Phase::confirming, done, eligibleCount_, eligible_[first].firstPath());
+        std::vector<Findings> found(end - first);
+        lookers.forEach(found.size(), [&](std::size_t i, Looker& looker) {
+            found[i] = secondLook(eligible_[first + i], context, looker);
+        });
+        for (Findings& findings : found) {
+            EligibleFolder& in = eligible_[first++];
+            done += in.files.size();
+            SmartCleanupGroup& group = this->group(in.url);
+            takeOver(findings, group);
+            for (Findings::Confirmed& one : findings.confirmed) {
+                addCandidate(std::move(one.candidate), *one.file, group);
+            }
+            in = {}; // makes room for the candidates
+        }
     }
 }
 
+/// The group of what lies at or below the URL.
 SmartCleanupGroup& Run::group(const FileURL& url) {
-    // Every file that is looked at lies in the place of a rule, so one matches.
+    // Whatever is looked at lies in the place of a rule, so one matches. No root of another rule
+    // lies between the two: the walk passes over it.
     const CleanupRule& rule = *DeterministicSafetyPolicy::mostSpecificMatchingRule(url, rules_);
     const auto [at, isNew] = groups_.try_emplace(&rule);
     if (isNew) {
@@ -309,26 +448,20 @@ SmartCleanupGroup& Run::group(const FileURL& url) {
     return at->second;
 }
 
-void Run::hold(const CleanupCandidate& candidate) {
-    SmartCleanupGroup& in = group(candidate.observation.url);
-    in.held.add({.itemCount = 1, .byteCount = candidate.observation.byteCount});
-    for (const EvidenceCode code : candidate.assessment.evidence.codes) ++in.heldBecause[code];
-}
-
-void Run::addCandidate(CleanupCandidate candidate, const EligibleFile& file) {
-    if (candidate.assessment.tier == RiskTier::protected_) {
-        hold(candidate);
-        return;
-    }
-    SmartCleanupGroup& in = group(candidate.observation.url);
+void Run::addCandidate(CleanupCandidate candidate, const EligibleFile& file,
+                       SmartCleanupGroup& in) {
     const bool isFreed = names_.add(file.identity, candidate.observation.linkCount);
     SmartCleanupTotals& totals =
         candidate.assessment.tier == RiskTier::safeToReclaim ? in.safe : in.review;
     totals.add({.itemCount = 1,
                 .byteCount = candidate.observation.byteCount,
                 .freedByteCount = isFreed ? file.allocatedBytes : 0});
-    in.candidates.push_back(std::move(candidate).authorized(
-        CleanupAuthorization{authorization::BuiltInRule{.id = in.ruleID, .rootURL = in.rootURL}}));
+    // All of a group share one.
+    CleanupAuthorization by = in.candidates.empty()
+                                  ? CleanupAuthorization{authorization::BuiltInRule{
+                                        .id = in.ruleID, .rootURL = in.rootURL}}
+                                  : *in.candidates.front().authorization;
+    in.candidates.push_back(std::move(candidate).authorized(std::move(by)));
 }
 
 SmartCleanupReport Run::report(Timestamp startedAt) {
@@ -336,16 +469,9 @@ SmartCleanupReport Run::report(Timestamp startedAt) {
         for (const CleanupRule& rule : rules_) {
             const auto found = groups_.find(&rule);
             if (found == groups_.end() || found->second.isHighYield != isHighYield) continue;
-            std::ranges::sort(found->second.candidates,
-                              [](const CleanupCandidate& a, const CleanupCandidate& b) {
-                                  if (a.assessment.tier != b.assessment.tier) {
-                                      return a.assessment.tier < b.assessment.tier;
-                                  }
-                                  if (a.observation.byteCount != b.observation.byteCount) {
-                                      return a.observation.byteCount > b.observation.byteCount;
-                                  }
-                                  return a.id().rawValue < b.id().rawValue;
-                              });
+            // All of its files may be gone again.
+            if (found->second.candidates.empty() && found->second.held.itemCount == 0) continue;
+            sortForPeople(found->second.candidates);
             report_.groups.push_back(std::move(found->second));
         }
     }

@@ -34,7 +34,8 @@ namespace tidyro {
 /// too: it was unpacked lately, however old it says it is. A file that passes both looks is a
 /// candidate with the authorization of its rule. Nothing on the disk is changed.
 ///
-/// `run` works on the thread that calls it.
+/// `run` returns when all is done. Up to three more threads look at folders meanwhile; the clock,
+/// the progress handler and `betweenLooks` are called on the caller's.
 class SmartCleanupScan {
   public:
     /// There is no context to rate files with: it could not be found out what runs, what is mounted
@@ -50,8 +51,9 @@ class SmartCleanupScan {
     /// Bounds for very large places. A coverage gap tells where one of them ended a walk.
     struct Budget {
         std::uint64_t entriesPerPlace = 500'000;
-        std::uint64_t candidates = 500'000; ///< in all; about a kilobyte of memory each
-        std::size_t depth = 128;            ///< folders of a place, one inside the other
+        /// In all. Each takes some 300 bytes of memory and twice its path.
+        std::uint64_t candidates = 500'000;
+        std::size_t depth = 128; ///< folders of a place, one inside the other
     };
     struct Options {
         CleanupAgeFloor ageFloor = CleanupAgeFloor::recommended;

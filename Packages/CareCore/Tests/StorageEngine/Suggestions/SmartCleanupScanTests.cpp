@@ -1,9 +1,11 @@
 #include "StorageEngine/Suggestions/SmartCleanupScan.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -262,7 +264,7 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
         std::function<void(const CleanupBench&)> make;
         const char* stays; ///< the evidence; nothing when the file is gone
     };
-    const std::array<Change, 4> changes{
+    const std::array<Change, 6> changes{
         {{"nothing", [](const CleanupBench&) {}, "safe"},
          {"vanished",
           [](const CleanupBench& m) {
@@ -277,6 +279,15 @@ TEST(SmartCleanupScan, TrustsNothingBetweenItsLooks) {
                         0);
           },
           "activeGrowth"},
+         {"replaced by a pipe",
+          [](const CleanupBench& m) {
+              EXPECT_EQ(std::remove((m.place / "home/.npm/_cacache/d/x").c_str()), 0);
+              m.place.pipe("home/.npm/_cacache/d/x");
+          },
+          "unknownPurpose"},
+         {"became part of a database",
+          [](const CleanupBench& m) { m.file(".npm/_cacache/d/PG_VERSION", 90, 3); },
+          "liveDataStore"},
          {"folder replaced by a link",
           [](const CleanupBench& m) {
               EXPECT_EQ(std::rename((m.place / "home/.npm/_cacache/d").c_str(),
@@ -322,6 +333,58 @@ TEST(SmartCleanupScan, CallsNothingSafeThatAHiddenProcessMayUse) {
     machine.volumes.answer->front().mountPath = "/from/outside";
     expected["Library/Caches/tool/free"] = "review";
     EXPECT_EQ(told(), expected);
+}
+
+TEST(SmartCleanupScan, FindsTheSameHoweverManyLookAtOnce) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
+    CleanupBench machine;
+    std::vector<std::string> safe;
+    for (int i = 0; i < 1'200; ++i) {
+        const std::string name = fmt::format(".npm/_cacache/{:02}/{:02}/{}", i % 7, i % 90, i);
+        machine.file(name, i % 3 == 0 ? 1 : 90, static_cast<std::size_t>(i % 5));
+        if (i % 3 != 0) safe.push_back(name);
+    }
+    machine.place.folder("home/.npm/_cacache/second");
+    for (int i = 0; i < 200; ++i) { // threads meet at a file by its two names
+        const std::string name = fmt::format(".npm/_cacache/first/{}", i);
+        const std::string other = fmt::format(".npm/_cacache/second/{}", i);
+        machine.file(name, 90, 1);
+        machine.place.hardLink("home/" + other, "home/" + name);
+        safe.insert(safe.end(), {name, other});
+    }
+    const auto report = machine.scan({});
+    const auto again = machine.scan({});
+    ASSERT_TRUE(report && again);
+    ASSERT_EQ(report->groups.size(), 1U);
+    EXPECT_EQ(report->groups, again->groups);
+    EXPECT_EQ(report->groups[0].heldBecause,
+              (decltype(report->groups[0].heldBecause){{EvidenceCode::insufficientAge, 400}}));
+    const auto& found = report->groups[0].candidates;
+    EXPECT_TRUE(
+        std::ranges::is_sorted(found, [](const CleanupCandidate& a, const CleanupCandidate& b) {
+            return std::pair(b.observation.byteCount, a.id()) <
+                   std::pair(a.observation.byteCount, b.id());
+        }));
+    std::vector<std::string> names;
+    for (const CleanupCandidate& one : found) names.push_back(machine.below(one.observation.url));
+    std::ranges::sort(names);
+    std::ranges::sort(safe);
+    EXPECT_EQ(names, safe);
+}
+
+TEST(SmartCleanupScan, FindsTheSameInAHomeBehindALink) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
+    CleanupBench machine;
+    machine.file(".npm/_cacache/a/x", 90, 5);
+    machine.file(".npm/_cacache/pg/PG_VERSION", 90, 3);
+    machine.place.link("way", "home");
+    machine.home = FileURL::folder(machine.place / "way");
+    const auto report = machine.scan({});
+    ASSERT_TRUE(report);
+    ASSERT_EQ(report->candidates().size(), 1U);
+    EXPECT_EQ(machine.below(report->candidates()[0].observation.url), ".npm/_cacache/a/x");
+    EXPECT_EQ(report->groups[0].heldBecause,
+              (decltype(report->groups[0].heldBecause){{EvidenceCode::liveDataStore, 1}}));
 }
 
 TEST(SmartCleanupScan, HoldsWhatWasUnpackedLately) {
