@@ -41,7 +41,8 @@ constexpr std::array<std::string_view, 8> systemFolders{
     "/usr/bin", "/usr/sbin", "/usr/libexec", "/usr/lib", "/usr/share", "/bin", "/sbin", "/lib"};
 
 /// What libraries keep for whichever script loads them.
-constexpr std::array<std::string_view, 2> foldersOfLibraries{".cache/huggingface", ".cache/torch"};
+constexpr std::array<std::string_view, 3> foldersOfLibraries{".cache/huggingface", ".cache/torch",
+                                                             ".cache/matplotlib"};
 
 /// The names on the way to a script that came with the system: "blueman-applet", or "jupyter" and
 /// "main.py". Empty for every other script.

@@ -96,6 +96,7 @@ TEST(ActiveApplications, AreTheScriptsOfTheSystemAndNotWhatRunsThem) {
              {"/usr/share/panel/clock/main.py", "python3", ".cache/clock/x", true},
              {"/usr/share/panel/clock/main.py", "python3", pips, false},
              {"/usr/bin/blueman-applet", "python3", ".cache/huggingface/hub", true},
+             {"/usr/bin/blueman-applet", "python3", ".cache/matplotlib/x", true},
              {"/usr/bin/pip3.11", "pip3.11", pips, true},
              {"/usr/bin/jupyter-lab", "python3", pips, true},
              {"/usr/bin/renamed", "pip", pips, true},
