@@ -11,7 +11,11 @@
 
 namespace tidyro::platform {
 
+namespace {
+
 using Changed = FolderChanges::Changed;
+
+} // namespace
 
 Changed LiveFolderChanges::renameReplacing(const EntryName& from, const EntryName& to) {
     return madeChange(
