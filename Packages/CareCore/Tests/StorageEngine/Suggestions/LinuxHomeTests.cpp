@@ -260,10 +260,12 @@ TEST(LinuxHome, IsRatedSuggestedAndPickedRowByRow) {
         if (isFolder(item)) continue;
         const auto seen = observer.observation(url);
         ASSERT_TRUE(seen) << item.path;
+        const auto folder = platform::FolderDescriptor::openRoot(url.parent().path());
+        ASSERT_TRUE(folder) << item.path;
         const auto rated = policy.classify(*seen, {.rules = rules,
                                                    .context = *context,
                                                    .now = bench.now,
-                                                   .partOf = observer.partOf(*seen)});
+                                                   .partOf = observer.partOf(*folder, *seen)});
         const CleanupRule* rule = DeterministicSafetyPolicy::mostSpecificMatchingRule(url, rules);
         const auto& assessment = rated.assessment;
         std::string said;
