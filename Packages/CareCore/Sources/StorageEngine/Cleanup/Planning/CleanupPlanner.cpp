@@ -20,6 +20,14 @@ namespace {
 
 constexpr std::uint32_t notPreferred = std::numeric_limits<std::uint32_t>::max();
 
+/// Asks the memory for a text some steps before it is read. The texts of what a scan sorted lie all
+/// over the memory, and waiting for each one took half of the time of these loops.
+void fetchEarly(std::string_view text) {
+    constexpr std::size_t lineLength = 64;
+    for (std::size_t at = 0; at < text.size(); at += lineLength) __builtin_prefetch(&text[at]);
+}
+constexpr std::size_t stepsAhead = 8;
+
 /// Finds a candidate by its id. Half a million of them take a third of the time that the standard
 /// table takes, which makes a block of memory for each.
 class CandidatesByID {
@@ -88,6 +96,9 @@ std::vector<Rank> eligibleCandidates(const CleanupPlanner::Request& request) {
     std::vector<Standing> standing(candidates.size());
     CandidatesByID byID(candidates);
     for (std::uint32_t i = 0; i < candidates.size(); ++i) {
+        if (i + stepsAhead < candidates.size()) {
+            fetchEarly(candidates[i + stepsAhead].id().rawValue);
+        }
         standing[i].isEligible =
             byID.add(i) && candidates[i].assessment.tier == RiskTier::safeToReclaim;
     }
@@ -265,7 +276,11 @@ std::expected<CleanupPlan, CleanupPlanningError> CleanupPlanner::makePlan(Reques
     require(request.candidates.size() < notPreferred, "a plan of more than four billion items");
     const bool isPermanent = request.mode == CleanupExecutionMode::permanent;
     const std::string homePrefix = loweredHomePrefix(home_);
-    for (CleanupCandidate& candidate : request.candidates) {
+    for (std::size_t i = 0; i < request.candidates.size(); ++i) {
+        if (i + stepsAhead < request.candidates.size()) {
+            fetchEarly(request.candidates[i + stepsAhead].observation.url.path());
+        }
+        CleanupCandidate& candidate = request.candidates[i];
         RiskAssessment& assessment = candidate.assessment;
         if (assessment.tier == RiskTier::safeToReclaim &&
             ReviewRequiredScope::needsReview(candidate.observation.url.path(), candidate.category,
