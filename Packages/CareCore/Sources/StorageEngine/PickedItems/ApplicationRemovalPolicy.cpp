@@ -99,7 +99,7 @@ ApplicationRemovalPolicy::lookThrough(const Question& question) {
     if (observation.ownerUserID != facts.currentUserID) return std::unexpected(otherOwner);
     if (!platform::areOnOneMount(*seen, folder.seen)) return std::unexpected(mountPoint);
     if (!observation.volumeIdentifier ||
-        !facts.internalLocalVolumeIdentifiers.contains(*observation.volumeIdentifier)) {
+        !facts.internalLocalVolumeIdentifiers.contains(observation.volumeIdentifier->text())) {
         return std::unexpected(otherVolume);
     }
     if (seen->isLocked || folder.seen.isLocked) return std::unexpected(locked);

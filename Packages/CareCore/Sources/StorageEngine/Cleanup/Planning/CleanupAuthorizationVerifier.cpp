@@ -4,6 +4,7 @@
 #include <utility>
 #include <variant>
 
+#include "Base/Cases.h"
 #include "Base/Fault.h"
 #include "Base/PathText.h"
 #include "Platform/Processes/BundleIdentifier.h"
@@ -148,7 +149,7 @@ CleanupAuthorizationVerifier::authorizedRoot(const std::optional<CleanupAuthoriz
                                              const FileURL& item, FolderResolver* folders) const {
     if (!claimed) return std::unexpected(missingAuthorization);
     const Judge judge{.verifier = *this, .item = item, .folders = folders};
-    if (const Refusal found = std::visit(judge, claimed->value)) return std::unexpected(*found);
+    if (const Refusal found = std::visit(judge, casesOf(*claimed))) return std::unexpected(*found);
     return claimed->rootURL();
 }
 

@@ -232,7 +232,8 @@ CleanupPlanEntry entryFor(CleanupCandidate&& candidate, CleanupExecutionMode mod
         .sourceURL = std::move(observation.url),
         .fingerprint = {.byteCount = observation.byteCount,
                         .modificationDate = observation.modificationDate,
-                        .volumeIdentifier = std::move(observation.volumeIdentifier),
+                        .volumeIdentifier =
+                            std::optional<std::string>(observation.volumeIdentifier),
                         .fileResourceIdentifier = std::move(observation.fileResourceIdentifier)},
         .proofCard = {.category = candidate.category,
                       .riskTier = assessment.tier,

@@ -6,6 +6,7 @@
 #include <utility>
 #include <variant>
 
+#include "Base/Cases.h"
 #include "Base/Fault.h"
 #include "Base/PathText.h"
 #include "Base/StringTable.h"
@@ -172,7 +173,7 @@ class DefaultPlanRevalidator::Run {
             return inUseByProcess;
         }
         if (context_->activeApplicationRootIndex().contains(path)) return runtimeRestriction;
-        return issueByPolicy(entry, *std::move(observed), use);
+        return issueByPolicy(entry, *folder, *std::move(observed), use);
     }
 
   private:
@@ -200,10 +201,11 @@ class DefaultPlanRevalidator::Run {
         return platform::hasVanished(error) ? itemMissing : observationFailed;
     }
 
-    [[nodiscard]] Issue issueByPolicy(const CleanupPlanEntry& entry, FileObservation observed,
-                                      platform::FileUse use) {
+    [[nodiscard]] Issue issueByPolicy(const CleanupPlanEntry& entry,
+                                      const platform::FolderDescriptor& folder,
+                                      FileObservation observed, platform::FileUse use) {
         if (entry.authorization) {
-            const auto& claim = entry.authorization->value;
+            const auto& claim = casesOf(*entry.authorization);
             if (const auto* item = std::get_if<authorization::DiskItem>(&claim)) {
                 return issueOfItem(entry, *item);
             }
@@ -218,13 +220,15 @@ class DefaultPlanRevalidator::Run {
                 return options_.aiTools->issue(entry, observed, *context_, at_);
             }
         }
-        return issueOfFile(entry, std::move(observed), use);
+        return issueOfFile(entry, folder, std::move(observed), use);
     }
 
-    [[nodiscard]] Issue issueOfFile(const CleanupPlanEntry& entry, FileObservation observed,
-                                    platform::FileUse use) {
-        const PartOf partOf =
-            observed.kind == FileKind::regularFile ? observer_.partOf(observed) : PartOf::nothing;
+    [[nodiscard]] Issue issueOfFile(const CleanupPlanEntry& entry,
+                                    const platform::FolderDescriptor& folder,
+                                    FileObservation observed, platform::FileUse use) {
+        const PartOf partOf = observed.kind == FileKind::regularFile
+                                  ? observer_.partOf(folder, observed)
+                                  : PartOf::nothing;
         // The age is counted as when the item was suggested, so that an item that was unpacked
         // lately is not let through here.
         using enum DeterministicSafetyPolicy::AgeCount;
