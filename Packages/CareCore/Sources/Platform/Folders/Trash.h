@@ -48,8 +48,8 @@ enum class TrashFailure : std::uint8_t {
     full,
     inUse,
     notPermitted,
-    guarded,   ///< macOS: the person has not allowed it in the system's settings
-    nameTaken, ///< when it was to go back: something else has its name by now
+    guarded,       ///< macOS: the person has not allowed it in the system's settings
+    nameTaken,     ///< when it was to go back: something else has its name by now
     noDestination, ///< macOS: the item was moved, but the system did not say where
     failed,
 };
