@@ -112,23 +112,6 @@ std::unexpected<TrashError> trashFailure(TrashFailure kind, SystemError error = 
 
 } // namespace
 
-std::optional<TrashError> trashRefusal(const TrashItem& item) {
-    const auto refused = [](TrashFailure kind) { return TrashError{kind, {0}}; };
-    const auto folder = fileMetadata(item.folder.fd());
-    if (!folder) return TrashError{TrashFailure::failed, folder.error()};
-    if (item.seen.isLocked || folder->isLocked) return refused(TrashFailure::itemLocked);
-    const std::uint32_t user = currentUserID();
-    if (user == 0 && (item.seen.ownerUserID != 0 || folder->ownerUserID != 0)) {
-        return refused(TrashFailure::othersItem);
-    }
-    if (!isWritableFolder(item.folder, ".")) return refused(TrashFailure::folderReadOnly);
-    if ((folder->permissions & stickyPermission) != 0 && user != 0 && folder->ownerUserID != user &&
-        item.seen.ownerUserID != user) {
-        return refused(TrashFailure::othersSticky);
-    }
-    return std::nullopt;
-}
-
 std::expected<TrashedItem, SystemError> TrashedItem::open(const FileURL& url) {
     auto folder = FolderDescriptor::openRoot(std::string(path::parent(url.path())));
     if (!folder) return std::unexpected(folder.error());
