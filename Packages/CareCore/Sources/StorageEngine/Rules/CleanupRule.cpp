@@ -19,13 +19,6 @@ CleanupRule::CleanupRule(Options options) : options_(std::move(options)) {
     }
 }
 
-bool CleanupRule::matches(std::string_view path) const {
-    if (path.size() < rootPrefix_.size()) return path == rootPath();
-    // Rules share the home as a long beginning: whether the root could end here tells most apart
-    // without going over it.
-    return path[rootPrefix_.size() - 1] == '/' && path.starts_with(rootPrefix_);
-}
-
 std::string CleanupRule::expectedPlace(std::string_view path) const {
     // Only asked when the root was resolved.
     std::string root = resolvedRoot_.value_or(options_.rootURL).path();

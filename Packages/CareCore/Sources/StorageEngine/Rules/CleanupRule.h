@@ -72,7 +72,12 @@ class CleanupRule {
     [[nodiscard]] const std::optional<FileURL>& resolvedRootURL() const { return resolvedRoot_; }
 
     /// Whether a standardised path is the root or lies below it, by its text.
-    [[nodiscard]] bool matches(std::string_view path) const;
+    [[nodiscard]] bool matches(std::string_view path) const {
+        if (path.size() < rootPrefix_.size()) return path == rootPath();
+        // Rules share the home as a long beginning: whether the root could end here tells most
+        // apart without going over it.
+        return path[rootPrefix_.size() - 1] == '/' && path.starts_with(rootPrefix_);
+    }
 
     /// Whether the rule lets the item be cleaned without asking. Only a built-in rule does, and
     /// only when no link on the way from the root to the item leads elsewhere. Asks the disk.
