@@ -94,6 +94,7 @@ int main(int count, char** arguments) {
          .openByProcessPaths = open});
     const DeterministicSafetyPolicy policy(home);
     FolderResolver folders;
+    DeterministicSafetyPolicy::LastFolder lastFolder;
     struct Pass {
         const char* name;
         FolderResolver* folders;
@@ -104,7 +105,11 @@ int main(int count, char** arguments) {
                              Pass{"folders remembered", &folders, false},
                              Pass{"protected by a check", nullptr, true}}) {
         const DeterministicSafetyPolicy::Question question{
-            .rules = rules, .context = context, .now = now, .folders = pass.folders};
+            .rules = rules,
+            .context = context,
+            .now = now,
+            .folders = pass.folders,
+            .lastFolder = pass.folders == nullptr ? nullptr : &lastFolder};
         for (FileObservation& item : items) {
             item.ownerUserID = platform::currentUserID() + (pass.isOfAnother ? 1 : 0);
         }

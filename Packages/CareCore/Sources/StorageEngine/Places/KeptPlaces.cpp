@@ -124,6 +124,15 @@ std::size_t depthBelow(std::string_view path) {
     return static_cast<std::size_t>(std::ranges::count(path, '/')) + 1;
 }
 
+/// The beginning of a pattern by which its places are looked up: its first name, and the second
+/// one where it is written.
+std::string_view keyOf(std::string_view pattern) {
+    const std::size_t first = std::min(pattern.find('/'), pattern.size());
+    const std::size_t second = std::min(pattern.find('/', first + 1), pattern.size());
+    const std::string_view key = pattern.substr(0, second);
+    return key.ends_with("/*") ? pattern.substr(0, first) : key;
+}
+
 /// Whether some name of a path is accepted.
 template <class Accept>
 bool hasName(std::string_view path, Accept accept) {
@@ -138,6 +147,9 @@ bool hasName(std::string_view path, Accept accept) {
 /// A vault of passwords, a wallet, what a shell remembers, or the mark beside what was built on
 /// this machine, wherever it lies.
 bool isPeoplesName(std::string_view name) {
+    // Every path is asked, and most names end otherwise.
+    constexpr std::string_view lastLetters = "tlxbye";
+    if (name.empty() || lastLetters.find(name.back()) == std::string_view::npos) return false;
     if (name == "wallet.dat" || name == "maven-metadata-local.xml") return true;
     if (name.ends_with(".kdbx") || name.ends_with(".kdb")) return true;
     if (!name.starts_with('.')) return false;
@@ -164,10 +176,12 @@ bool isHistoryInCaches(std::string_view name) {
                                [&](std::string_view ending) { return name.ends_with(ending); });
 }
 
+constexpr std::array<std::string_view, 2> sandboxCaches{".var/app/*/cache", "snap/*/common/.cache"};
+
 /// The part of a path that lies in the cache of one flatpak or snap; empty for any other path. The
 /// path begins below the home.
 std::string_view partInSandboxCache(std::string_view below) {
-    for (const std::string_view cache : {".var/app/*/cache", "snap/*/common/.cache"}) {
+    for (const std::string_view cache : sandboxCaches) {
         if (!isAlongPattern(below, cache)) continue;
         for (std::size_t depth = depthBelow(cache); depth > 0; --depth) {
             const std::size_t end = below.find('/');
@@ -187,22 +201,25 @@ bool isLocalHistory(std::string_view name) { return name == "localhistory"; }
 KeptPlaces::KeptPlaces(const FileURL& home, OperatingSystem system)
     : homePrefix_(lowercased(home.path())), homeDepth_(path::components(home.path()).size()) {
     if (!homePrefix_.ends_with('/')) homePrefix_ += '/';
+    std::vector<std::string> belowHome; // short, since all share the home
     for (const FileURL& folder : HomeFolders::protectedFolders(home)) {
         folders_.push_back(lowercased(folder.path()));
+        const std::string_view path = folders_.back();
+        if (path.starts_with(homePrefix_)) belowHome.emplace_back(path.substr(homePrefix_.size()));
+        isHomeInFolders_ = isHomeInFolders_ || path::isInsideOrEqual(lowercased(home.path()), path);
     }
-    inFolders_ = RootPathIndex(folders_);
+    inFolders_ = RootPathIndex(belowHome);
     const BaseFolders bases = BaseFolders::ofKeptPlaces(home);
     // Where the environment has moved a base folder, the usual place may still hold older data.
     for (const Row& row : rowsOfHome) {
         for (const std::string& moved :
              std::set{std::string(row.pattern), bases.moved(row.pattern)}) {
             const std::string place = lowercased(moved);
-            places_[place.substr(0, place.find('/'))].push_back(
-                {.pattern = place,
-                 .depth = depthBelow(place),
-                 .reason = row.reason,
-                 .isStore = row.isStore,
-                 .isExceptCaches = row.isExceptCaches});
+            places_[std::string(keyOf(place))].push_back({.pattern = place,
+                                                          .depth = depthBelow(place),
+                                                          .reason = row.reason,
+                                                          .isStore = row.isStore,
+                                                          .isExceptCaches = row.isExceptCaches});
         }
     }
     addStores(home);
@@ -236,17 +253,28 @@ bool KeptPlaces::isInCaches(std::string_view loweredPath) const {
 }
 
 const KeptPlaces::Place* KeptPlaces::placeOf(std::string_view below) const {
-    const auto known = places_.find(below.substr(0, below.find('/')));
-    if (known == places_.end()) return nullptr;
     const std::size_t depth = depthBelow(below);
-    for (const Place& place : known->second) {
-        if (depth < place.depth || !isAlongPattern(below, place.pattern)) continue;
-        if (place.isExceptCaches && isInCacheOfProfile(below.substr(place.pattern.size()))) {
-            continue;
+    const Place* store = nullptr;
+    for (const std::string_view key : {below.substr(0, below.find('/')), keyOf(below)}) {
+        const auto known = places_.find(key);
+        if (known == places_.end()) continue;
+        for (const Place& place : known->second) {
+            if (depth < place.depth || !isAlongPattern(below, place.pattern)) continue;
+            if (place.isExceptCaches && isInCacheOfProfile(below.substr(place.pattern.size()))) {
+                continue;
+            }
+            // A rule may be about what lies in a store, and about no other place.
+            if (!place.isStore) return &place;
+            if (store == nullptr) store = &place;
         }
-        return &place;
     }
-    return nullptr;
+    return store;
+}
+
+std::string_view KeptPlaces::reasonByName(std::string_view name, bool isCached) {
+    if (isPeoplesName(name)) return peoplesData;
+    if (isLocalHistory(name) || (isCached && isHistoryInCaches(name))) return ownHistory;
+    return {};
 }
 
 std::optional<KeptPlaces::Found> KeptPlaces::find(std::string_view loweredPath) const {
@@ -257,12 +285,14 @@ std::optional<KeptPlaces::Found> KeptPlaces::find(std::string_view loweredPath) 
     }
     if (!loweredPath.starts_with(homePrefix_)) return std::nullopt;
     const std::string_view below = loweredPath.substr(homePrefix_.size());
-    if (hasName(below, isLocalHistory)) return Found{.reason = ownHistory};
-    if (hasName(below, isPeoplesName)) return Found{.reason = peoplesData};
-    if (isInCaches(loweredPath) && hasName(below, isHistoryInCaches)) {
-        return Found{.reason = ownHistory};
-    }
-    if (inFolders_.contains(loweredPath)) return Found{.reason = peoplesData};
+    const bool isCached = isInCaches(loweredPath);
+    std::string_view reason;
+    const bool isKept = hasName(below, [&](std::string_view name) {
+        reason = reasonByName(name, isCached);
+        return !reason.empty();
+    });
+    if (isKept) return Found{.reason = reason};
+    if (isHomeInFolders_ || inFolders_.contains(below)) return Found{.reason = peoplesData};
     // To the program in a flatpak or snap its cache is what ".cache" is to others.
     if (const std::string_view inSandbox = partInSandboxCache(below); !inSandbox.empty()) {
         auto found = find(cachePrefixes_.front() + std::string(inSandbox));
@@ -276,18 +306,42 @@ std::optional<KeptPlaces::Found> KeptPlaces::find(std::string_view loweredPath) 
     return Found{.reason = place->reason, .storeDepth = homeDepth_ + place->depth};
 }
 
+std::optional<KeptPlaces::Found> KeptPlaces::findByName(std::string_view loweredPath) const {
+    const std::string_view reason =
+        reasonByName(path::lastComponent(loweredPath), isInCaches(loweredPath));
+    return reason.empty() ? std::nullopt : std::optional(Found{.reason = reason});
+}
+
+bool KeptPlaces::isDecidedByNamesIn(std::string_view loweredFolder) const {
+    if (!loweredFolder.starts_with(homePrefix_) || find(loweredFolder)) return false;
+    const std::string_view below = loweredFolder.substr(homePrefix_.size());
+    const auto liesInIt = [&](std::string_view place) {
+        return path::isInsideOrEqual(place, loweredFolder);
+    };
+    const auto isAlong = [&](std::string_view pattern) { return isAlongPattern(below, pattern); };
+    const auto isAlongAny = [&](const auto& places) {
+        return std::ranges::any_of(places.second, isAlong, &Place::pattern);
+    };
+    // The folder of the caches is in no cache itself, so its name was not asked as theirs are.
+    return isInCaches(loweredFolder) == isInCaches(std::string(loweredFolder) + "/") &&
+           std::ranges::none_of(stores_, liesInIt, &Store::path) &&
+           std::ranges::none_of(folders_, liesInIt) &&
+           std::ranges::none_of(sandboxCaches, isAlong) &&
+           std::ranges::none_of(places_, isAlongAny);
+}
+
 KeptPlaces::Touch KeptPlaces::touch(std::string_view loweredPath) const {
     if (const auto found = find(loweredPath); found && !found->storeDepth) return Touch::isIn;
     if (!loweredPath.starts_with(homePrefix_)) return Touch::nothing;
     if (path::isOrHoldsAny(loweredPath, folders_)) return Touch::holds;
     const std::string_view below = loweredPath.substr(homePrefix_.size());
-    const auto known = places_.find(below.substr(0, below.find('/')));
-    if (known == places_.end()) return Touch::nothing;
-    const bool holds = std::ranges::any_of(known->second, [&](const Place& place) {
+    const auto mayBeHeld = [&](const Place& place) {
         // Any cache might hold an editor's safety copies; whether it does, its contents tell.
         const bool isPlain = !place.isStore && place.reason != ownHistory;
         return isPlain && depthBelow(below) < place.depth && isAlongPattern(below, place.pattern);
-    });
+    };
+    const bool holds = std::ranges::any_of(
+        places_, [&](const auto& one) { return std::ranges::any_of(one.second, mayBeHeld); });
     return holds ? Touch::holds : Touch::nothing;
 }
 

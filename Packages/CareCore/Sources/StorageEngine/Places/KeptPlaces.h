@@ -39,6 +39,12 @@ class KeptPlaces {
     /// The path is absolute and lower-cased.
     [[nodiscard]] std::optional<Found> find(std::string_view loweredPath) const;
 
+    /// Whether nothing but its own name can keep an item directly in this folder: no place is one,
+    /// holds one or may begin with one. Asked once for a folder, it lets `findByName` take the
+    /// place of `find` for the items in it.
+    [[nodiscard]] bool isDecidedByNamesIn(std::string_view loweredFolder) const;
+    [[nodiscard]] std::optional<Found> findByName(std::string_view loweredPath) const;
+
     enum class Touch : std::uint8_t { nothing, isIn, holds };
     /// Whether a picked item lies in people's data, or would take some with it. A person may well
     /// pick a store.
@@ -72,12 +78,15 @@ class KeptPlaces {
     void addStores(const FileURL& home);
     [[nodiscard]] bool isInCaches(std::string_view loweredPath) const;
     [[nodiscard]] const Place* placeOf(std::string_view loweredBelow) const;
+    /// Why an item of this name is kept wherever it lies; empty when it is not.
+    [[nodiscard]] static std::string_view reasonByName(std::string_view loweredName, bool isCached);
 
     std::string homePrefix_;
     std::size_t homeDepth_;
-    StringMap<std::vector<Place>> places_; ///< by the first component
+    StringMap<std::vector<Place>> places_; ///< by how their patterns begin
     std::vector<std::string> folders_;     ///< people's, absolute
-    RootPathIndex inFolders_;
+    RootPathIndex inFolders_;              ///< those in the home, below it
+    bool isHomeInFolders_ = false;
     std::vector<Store> stores_;
     std::vector<std::string> cachePrefixes_;
     std::vector<std::string> supportPrefixes_;

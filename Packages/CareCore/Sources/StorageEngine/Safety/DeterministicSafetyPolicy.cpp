@@ -172,15 +172,35 @@ bool DeterministicSafetyPolicy::isNonRegeneratingBuildStore(const FileURL& url) 
 }
 
 const CleanupRule*
-DeterministicSafetyPolicy::mostSpecificMatchingRule(const FileURL& url,
+DeterministicSafetyPolicy::mostSpecificMatchingRule(std::string_view path,
                                                     std::span<const CleanupRule> rules) {
     const CleanupRule* best = nullptr;
     for (const CleanupRule& rule : rules) {
-        if ((best == nullptr || rule.rootDepth() > best->rootDepth()) && rule.matches(url.path())) {
+        if ((best == nullptr || rule.rootDepth() > best->rootDepth()) && rule.matches(path)) {
             best = &rule;
         }
     }
     return best;
+}
+
+void DeterministicSafetyPolicy::remember(LastFolder& last, std::string_view path,
+                                         const LoweredPath& lowered,
+                                         std::span<const CleanupRule> rules) const {
+    const std::string_view folder = path::parent(path);
+    const std::string_view loweredFolder = path::parent(lowered.text());
+    if (last.policy_ == this && last.rules_.data() == rules.data() &&
+        last.rules_.size() == rules.size() && last.path_ == folder &&
+        last.loweredPath_ == loweredFolder) {
+        return;
+    }
+    last.policy_ = this;
+    last.rules_ = rules;
+    last.path_ = folder;
+    last.loweredPath_ = loweredFolder;
+    last.rule_ = mostSpecificMatchingRule(folder, rules);
+    last.hasRootInIt_ = std::ranges::any_of(
+        rules, [&](const CleanupRule& rule) { return path::parent(rule.rootPath()) == folder; });
+    last.isKeptByNamesOnly_ = kept_.isDecidedByNamesIn(loweredFolder);
 }
 
 std::optional<RiskAssessment>
@@ -281,9 +301,17 @@ DeterministicSafetyPolicy::verdict(const FileObservation& observation,
     if (auto assessment = protectedAsPart(question.partOf)) {
         return {category, *std::move(assessment)};
     }
-    const CleanupRule* rule = mostSpecificMatchingRule(observation.url, question.rules);
+    const LastFolder* last = question.lastFolder;
+    if (last != nullptr) {
+        remember(*question.lastFolder, observation.url.path(), lowered, question.rules);
+    }
+    const CleanupRule* rule = last != nullptr && !last->hasRootInIt_
+                                  ? last->rule_
+                                  : mostSpecificMatchingRule(observation.url, question.rules);
     // A rule that is rooted in a store names just what may go there.
-    if (const auto kept = kept_.find(lowered.text());
+    if (const auto kept = last != nullptr && last->isKeptByNamesOnly_
+                              ? kept_.findByName(lowered.text())
+                              : kept_.find(lowered.text());
         kept && !(kept->storeDepth && rule != nullptr && rule->rootDepth() >= *kept->storeDepth)) {
         return {category,
                 protectedFor(EvidenceCode::protectedLocation, SharedText::lasting(kept->reason))};

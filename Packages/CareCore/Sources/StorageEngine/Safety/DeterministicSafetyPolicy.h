@@ -42,6 +42,20 @@ class DeterministicSafetyPolicy {
     /// What the age of an item is counted from; the younger of two counts.
     enum class AgeCount : std::uint8_t { sinceModification, sinceModificationAndCreation };
 
+    /// What the files of one folder have in common, for whoever rates them one after another. It
+    /// refers to the policy and the rules of the last question, which must outlive it. Used by one
+    /// thread.
+    class LastFolder {
+        friend class DeterministicSafetyPolicy;
+        const DeterministicSafetyPolicy* policy_ = nullptr;
+        std::span<const CleanupRule> rules_;
+        std::string path_;
+        std::string loweredPath_;
+        const CleanupRule* rule_ = nullptr; ///< of every file in the folder
+        bool hasRootInIt_ = true;           ///< some files may have other rules
+        bool isKeptByNamesOnly_ = false;
+    };
+
     struct Question {
         std::optional<CleanupCategory> categoryHint = std::nullopt;
         std::span<const CleanupRule> rules;
@@ -51,6 +65,9 @@ class DeterministicSafetyPolicy {
         /// one the item's own path is resolved on the disk, which is a must right before the item
         /// is touched.
         FolderResolver* folders = nullptr;
+        /// Remembers by their texts which rule and which kept places are about the folder of the
+        /// last file. What depends on a file's own name is asked for each.
+        LastFolder* lastFolder = nullptr;
         /// What the item belongs to, as its observer tells. A part of anything is protected, but
         /// a tool's own checkout is left to a person's review where a rule covers it.
         PartOf partOf = PartOf::nothing;
@@ -77,7 +94,11 @@ class DeterministicSafetyPolicy {
 
     /// The matching rule with the deepest root, the earlier among equals; none when none matches.
     [[nodiscard]] static const CleanupRule*
-    mostSpecificMatchingRule(const FileURL& url, std::span<const CleanupRule> rules);
+    mostSpecificMatchingRule(const FileURL& url, std::span<const CleanupRule> rules) {
+        return mostSpecificMatchingRule(url.path(), rules);
+    }
+    [[nodiscard]] static const CleanupRule*
+    mostSpecificMatchingRule(std::string_view path, std::span<const CleanupRule> rules);
 
     // These ask for standardised URLs and look at nothing on the disk.
 
@@ -97,6 +118,9 @@ class DeterministicSafetyPolicy {
     };
     [[nodiscard]] Verdict verdict(const FileObservation& observation,
                                   const Question& question) const;
+    /// Brings the memory to the folder of this file.
+    void remember(LastFolder& last, std::string_view path, const LoweredPath& lowered,
+                  std::span<const CleanupRule> rules) const;
     [[nodiscard]] Verdict byRule(const FileObservation& observation, const LoweredPath& lowered,
                                  const CleanupRule* rule, const Question& question,
                                  CleanupCategory category) const;

@@ -25,6 +25,7 @@
 #include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Places/FolderResolver.h"
+#include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
 #include "StorageEngine/Suggestions/SmartCleanupReport.h"
 
 /// What the looks of a smart cleanup scan work with, folder by folder and on several threads.
@@ -94,6 +95,7 @@ struct Findings {
 struct Looker {
     FileObserver observer;
     FolderResolver folders = {};
+    DeterministicSafetyPolicy::LastFolder lastFolder = {};
     platform::FileAccessAsker access = {};
     platform::FolderLister lister{{.isAskedForFacts = false}};
     std::expected<platform::FolderDescriptor, SystemError> top =

@@ -125,8 +125,7 @@ class Run {
         bool isGrowing = false;
     };
     [[nodiscard]] CleanupCandidate rated(FileObservation file, const Signs& signs,
-                                         const SafetyPolicyContext& context,
-                                         FolderResolver& folders) const;
+                                         const SafetyPolicyContext& context, Looker& looker) const;
     // These look at one folder, on any thread.
     [[nodiscard]] Findings firstLook(const CleanupPlaceWalk::Folder& in,
                                      const SafetyPolicyContext& context, Looker& looker) const;
@@ -193,12 +192,13 @@ std::vector<CleanupPlace> Run::openPlaces() {
 }
 
 CleanupCandidate Run::rated(FileObservation file, const Signs& signs,
-                            const SafetyPolicyContext& context, FolderResolver& folders) const {
+                            const SafetyPolicyContext& context, Looker& looker) const {
     using enum DeterministicSafetyPolicy::AgeCount;
     return policy_.classify(std::move(file), {.rules = rules_,
                                               .context = context,
                                               .now = now_,
-                                              .folders = &folders,
+                                              .folders = &looker.folders,
+                                              .lastFolder = &looker.lastFolder,
                                               .partOf = signs.partOf,
                                               .ageCount = sinceModificationAndCreation,
                                               .use = signs.use,
@@ -246,8 +246,7 @@ Findings Run::firstLook(const CleanupPlaceWalk::Folder& in, const SafetyPolicyCo
         if (observation.isInProjectRepository) {
             signs.partOf = looker.observer.partOf(*in.folder, observation);
         }
-        const CleanupCandidate candidate =
-            rated(std::move(observation), signs, context, looker.folders);
+        const CleanupCandidate candidate = rated(std::move(observation), signs, context, looker);
         if (candidate.assessment.tier == RiskTier::protected_) {
             findings.hold(candidate);
         } else {
@@ -361,7 +360,7 @@ std::optional<CleanupCandidate> Run::seenAgain(const EligibleFolder& in, const E
     }
     using enum FileObserver::Readable;
     if (seen->kind != platform::ItemKind::regularFile) {
-        return rated(looker.observer.observation(url, *seen, no), {}, context, looker.folders);
+        return rated(looker.observer.observation(url, *seen, no), {}, context, looker);
     }
     const platform::FileAccess access = looker.access.ask(name.c_str(), *seen);
     FileObservation observation =
@@ -369,7 +368,7 @@ std::optional<CleanupCandidate> Run::seenAgain(const EligibleFolder& in, const E
     const Signs signs{.partOf = looker.observer.partOf(folder, observation),
                       .use = access.use,
                       .isGrowing = !in.isUnchanged(file, *seen, observation)};
-    return rated(std::move(observation), signs, context, looker.folders);
+    return rated(std::move(observation), signs, context, looker);
 }
 
 Findings Run::secondLook(const EligibleFolder& in, const SafetyPolicyContext& context,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 
@@ -689,6 +690,99 @@ TEST(DeterministicSafetyPolicy, CallsNothingSafeThatMissesACondition) {
         safeCount += isSafe ? 1 : 0;
     }
     EXPECT_GT(safeCount, 10'000); // the generator makes what it is meant to make
+}
+
+/// Whoever rates folder by folder gets the verdict that each file gets by itself, also where a
+/// file's own name is what keeps it, what makes it a place or what gives it another rule.
+TEST(DeterministicSafetyPolicy, RatesAfterAnotherFileOfTheFolderAsItRatesAlone) {
+    const Bench bench;
+    std::vector<std::string> folders{"/nix", "/nix/store", "/opt", home.path()};
+    for (const char* below : {"Library",
+                              "go",
+                              "go/pkg",
+                              ".cache",
+                              ".cache/uv",
+                              ".cache/uv/swap",
+                              ".cache/editor",
+                              ".cache/editor/undo",
+                              ".aws",
+                              ".aws/cli/cache",
+                              ".config",
+                              ".config/gh",
+                              ".docker",
+                              ".config/google-chrome/Default",
+                              ".config/google-chrome/Default/Cache",
+                              ".local/share",
+                              ".var/app/a",
+                              ".var/app/a/cache",
+                              ".var/app/a/cache/uv",
+                              "snap/b/common/.cache/x",
+                              "snap/chromium/common",
+                              ".kube",
+                              "LocalHistory",
+                              ".npm/x.kdbx",
+                              "plain"}) {
+        folders.push_back(path::joined(home.path(), below));
+    }
+    std::vector<std::string> names{
+        "file",       "wallet.dat", "Keys.KDBX", "x.swp",  "#x#",  "x~",      "_history",
+        ".a_history", ".histfile",  "Cache",     "uv",     "swap", "backups", "config",
+        "data",       "store",      "mod",       "models", "gh",   "nix",     "LocalHistory",
+        "chromium",   "extensions", ".aws",      "kdb",    ".kdb"};
+    for (const CleanupRule& rule : bench.rules) {
+        folders.push_back(rule.rootPath());
+        folders.push_back(rule.rootPath() + "/deep/inside");
+        folders.emplace_back(path::parent(rule.rootPath()));
+        names.emplace_back(path::lastComponent(rule.rootPath()));
+    }
+    FolderResolver resolver;
+    DeterministicSafetyPolicy::LastFolder last;
+    std::map<RiskTier, int> seen;
+    for (const std::string& folder : folders) {
+        for (const std::string& name : names) {
+            const FileObservation file = fileAt(path::joined(folder, name));
+            DeterministicSafetyPolicy::Question question{
+                .rules = bench.rules, .context = bench.context, .now = now, .folders = &resolver};
+            const CleanupCandidate alone = bench.policy.classify(file, question);
+            question.lastFolder = &last;
+            const CleanupCandidate inTurn = bench.policy.classify(file, question);
+            ASSERT_EQ(told(inTurn.assessment), told(alone.assessment)) << file.url.path();
+            ASSERT_EQ(inTurn.category, alone.category) << file.url.path();
+            ++seen[alone.assessment.tier];
+        }
+    }
+    for (const RiskTier tier : {RiskTier::safeToReclaim, RiskTier::reviewCarefully}) {
+        EXPECT_GT(seen[tier], 1'000); // the files are those that it is about
+    }
+    // Another policy, and other rules, are asked anew.
+    const FileObservation file = fileAt("Library/Caches/tool/old");
+    const auto tierBy = [&](const DeterministicSafetyPolicy& policy,
+                            std::span<const CleanupRule> rules) {
+        return policy
+            .classify(file,
+                      {.rules = rules, .context = bench.context, .now = now, .lastFolder = &last})
+            .assessment.tier;
+    };
+    EXPECT_EQ(tierBy(bench.policy, bench.rules), RiskTier::safeToReclaim);
+    EXPECT_EQ(tierBy(bench.policy, {}), RiskTier::protected_);
+}
+
+/// What a tool keeps in its store by a name of its own may still be a history of the person's: a
+/// rule about the store does not reach it.
+TEST(DeterministicSafetyPolicy, KeepsHistoriesInStoresFromTheRulesOfTheStores) {
+    const Bench bench;
+    const CleanupRule rule({.id = "x",
+                            .rootURL = home.appendingFolder(".cache/uv"),
+                            .category = CleanupCategory::regenerableCache,
+                            .minimumAge = 0,
+                            .isRegenerable = true});
+    const auto tier = [&](std::string_view place) {
+        return bench.policy
+            .classify(fileAt(place), {.rules = {&rule, 1}, .context = bench.context, .now = now})
+            .assessment.tier;
+    };
+    EXPECT_EQ(tier(".cache/uv/wheels/x"), RiskTier::safeToReclaim);
+    EXPECT_EQ(tier(".cache/uv/swap/x"), RiskTier::protected_);
 }
 
 } // namespace
