@@ -115,7 +115,7 @@ class Trash {
     Trash& operator=(const Trash&) = delete;
 
     /// Chooses the Trash for an item and takes a place there. Nothing has happened to the item.
-    [[nodiscard]] std::expected<TrashSlot, TrashError> reserve(TrashItem item);
+    [[nodiscard]] std::expected<TrashSlot, TrashError> reserve(const TrashItem& item);
 
     /// Brings everything that was moved since the last time to the disk, with what the Trash knows
     /// of it.

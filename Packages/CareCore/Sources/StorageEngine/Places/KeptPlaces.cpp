@@ -147,9 +147,6 @@ bool hasName(std::string_view path, Accept accept) {
 /// A vault of passwords, a wallet, what a shell remembers, or the mark beside what was built on
 /// this machine, wherever it lies.
 bool isPeoplesName(std::string_view name) {
-    // Every path is asked, and most names end otherwise.
-    constexpr std::string_view lastLetters = "tlxbye";
-    if (name.empty() || lastLetters.find(name.back()) == std::string_view::npos) return false;
     if (name == "wallet.dat" || name == "maven-metadata-local.xml") return true;
     if (name.ends_with(".kdbx") || name.ends_with(".kdb")) return true;
     if (!name.starts_with('.')) return false;

@@ -141,8 +141,9 @@ std::expected<void, TrashError> TrashSlot::move() {
     if (!moved) return trashFailure(moved.error());
     body_->isMoved = true;
     body_->trash->isChanged = true;
-    if (body_->item.seen.kind == ItemKind::folder && body_->item.byteCount) {
-        body_->trash->sizes.push_back({body_->name, *body_->item.byteCount});
+    const std::optional<std::uint64_t>& byteCount = body_->item.byteCount;
+    if (byteCount && body_->item.seen.kind == ItemKind::folder) {
+        body_->trash->sizes.push_back({body_->name, *byteCount});
     }
     return {};
 }
@@ -170,23 +171,25 @@ const std::string& TrashSlot::name() const { return body_->name; }
 
 struct Trash::Body {
     Options options;
+    FileURL homeFolder; ///< of the person's own Trash
     LiveVolumes liveVolumes = {};
     LiveFolderChanges liveChanges = {};
     std::optional<std::expected<Folders, TrashError>> home = std::nullopt;
     /// By mount and device, since a volume is both.
     std::map<std::pair<std::uint64_t, std::uint64_t>, Folders> known = {};
 
-    explicit Body(Options given) : options(std::move(given)) {
+    explicit Body(Options given)
+        : options(std::move(given)),
+          homeFolder(options.home.value_or(applicationSupportFolder().appendingFolder("Trash"))) {
         if (options.volumes == nullptr) options.volumes = &liveVolumes;
         if (options.changes == nullptr) options.changes = &liveChanges;
-        if (!options.home) options.home = applicationSupportFolder().appendingFolder("Trash");
     }
 
     [[nodiscard]] std::expected<Folders, TrashError> choose(const TrashItem& item) {
         const std::pair volume(item.seen.mount.value_or(0), item.seen.identity.device);
         if (const auto found = known.find(volume); found != known.end()) return found->second;
         if (!home) {
-            home = TrashFolders::openHome(*options.changes, *options.gate, options.home->path());
+            home = TrashFolders::openHome(*options.changes, *options.gate, homeFolder.path());
         }
         if (*home && (**home)->isReachableFrom(item.seen)) {
             known[volume] = **home;
@@ -232,7 +235,7 @@ struct Trash::Body {
 Trash::Trash(Options options) : body_(std::make_unique<Body>(std::move(options))) {}
 Trash::~Trash() = default;
 
-std::expected<TrashSlot, TrashError> Trash::reserve(TrashItem item) {
+std::expected<TrashSlot, TrashError> Trash::reserve(const TrashItem& item) {
     if (const auto refused = trashRefusal(item)) return std::unexpected(*refused);
     const auto trash = body_->choose(item);
     if (!trash) return std::unexpected(trash.error());

@@ -147,11 +147,12 @@ void TrashFolders::writeSizes(ChangeGate& gate) {
     }
     for (const Size& size : sizes) {
         const auto note = fileMetadata(info, noteName(size.name).c_str());
-        if (!note || !note->modified || !fileMetadata(files, size.name.c_str())) continue;
+        if (!note || !fileMetadata(files, size.name.c_str())) continue;
+        const std::optional<Timestamp> noted = note->modified;
+        if (!noted) continue;
         const std::string name = encoded("/" + size.name).substr(1);
-        lines[name] =
-            fmt::format("{} {} {}", size.byteCount,
-                        static_cast<std::int64_t>(note->modified->secondsSince1970()), name);
+        lines[name] = fmt::format("{} {} {}", size.byteCount,
+                                  static_cast<std::int64_t>(noted->secondsSince1970()), name);
     }
     std::string text;
     for (const auto& [name, line] : lines) text += line + '\n';

@@ -174,11 +174,11 @@ Trash::Trash(Options options) : body_(std::make_unique<Body>(Body{.options = std
 }
 Trash::~Trash() = default;
 
-std::expected<TrashSlot, TrashError> Trash::reserve(TrashItem item) {
+std::expected<TrashSlot, TrashError> Trash::reserve(const TrashItem& item) {
     if (const auto refused = trashRefusal(item)) return std::unexpected(*refused);
     if (auto folder = item.folder.open("."); folder) body_->lastFolder = *std::move(folder);
     return TrashSlot(std::make_unique<TrashSlot::Body>(
-        TrashSlot::Body{.changes = body_->options.changes, .item = std::move(item)}));
+        TrashSlot::Body{.changes = body_->options.changes, .item = item}));
 }
 
 std::expected<void, SystemError> Trash::flush() {
