@@ -220,6 +220,7 @@ DuplicateGroup DuplicateGrouping::makeGroup(std::vector<Named> files) {
                          .bytesEach = files.front().proof.bytes,
                          .copies = {}};
     std::vector<const ProvenFile*> proofs;
+    proofs.reserve(files.size());
     for (const Named& file : files) proofs.push_back(&file.proof);
     const CopyStorage storage = CopyStorage::measure(proofs);
     group.extraBytes = storage.extraBytes;
