@@ -33,14 +33,15 @@ CopyStorage CopyStorage::measure(std::span<const ProvenFile* const> files) {
     for (const ProvenFile* file : files) {
         const std::uint64_t alone = takenAlone(*file);
         Copy copy{.number = next, .freedBytes = alone};
-        if (file->blocks) copy.freedBytes = std::min(alone, file->blocks->ownBytes);
-        if (hasKnownPlace(*file)) {
-            Ranges ranges = file->blocks->ranges;
+        const auto& blocks = file->blocks;
+        if (blocks) copy.freedBytes = std::min(alone, blocks->ownBytes);
+        if (blocks && hasKnownPlace(*file)) {
+            Ranges ranges = blocks->ranges;
             const std::uint64_t bytes = platform::joinRanges(ranges);
             largest = std::max(largest, bytes);
-            Ranges& others = all[file->blocks->fileSystem];
+            Ranges& others = all[blocks->fileSystem];
             others.insert(others.end(), ranges.begin(), ranges.end());
-            const std::pair place(file->blocks->fileSystem, std::move(ranges));
+            const std::pair place(blocks->fileSystem, std::move(ranges));
             copy.number = numbers.try_emplace(place, next).first->second;
         } else {
             largest = std::max(largest, alone);

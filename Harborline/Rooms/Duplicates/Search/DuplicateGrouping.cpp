@@ -201,11 +201,12 @@ void DuplicateGrouping::judgeTogether(const std::vector<Named>& files, Duplicate
     constexpr std::string_view inUse =
         "A program has a copy of this set open and may be changing it.";
     std::string_view reason;
-    if (std::ranges::any_of(files, [&](const Named& file) { return isOpenByPath(file); })) {
-        reason = inUse;
-    } else if (beginsAsProgram(files.front())) {
+    const bool isOpenSomewhere =
+        std::ranges::any_of(files, [&](const Named& file) { return isOpenByPath(file); });
+    if (!isOpenSomewhere && beginsAsProgram(files.front())) {
         reason = "This is a program or a script, which others may start from where it is.";
-    } else if (std::ranges::any_of(files, [&](const Named& file) { return isOpen(file); })) {
+    } else if (isOpenSomewhere ||
+               std::ranges::any_of(files, [&](const Named& file) { return isOpen(file); })) {
         reason = inUse;
     }
     if (reason.empty()) return;

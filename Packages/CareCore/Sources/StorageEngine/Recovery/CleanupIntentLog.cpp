@@ -93,14 +93,11 @@ bool isSettled(std::string_view log) {
         // As this program writes them. A line in another form is looked at with the snapshot.
         if (line.starts_with(R"({"outcome":{)")) return;
         const auto record = fromJSONText<IntentLogRecord>(line);
-        if (!record) {
-            isDoubtful = true;
-        } else if (std::holds_alternative<intent_log::Closed>(record->value)) {
+        const auto* restored =
+            record ? std::get_if<intent_log::RestoreOutcomes>(&record->value) : nullptr;
+        if (record && std::holds_alternative<intent_log::Closed>(record->value)) {
             isClosed = true;
-        } else if (const auto* restored =
-                       std::get_if<intent_log::RestoreOutcomes>(&record->value)) {
-            isDoubtful = isDoubtful || restored->receiptMissing;
-        } else {
+        } else if (restored == nullptr || restored->receiptMissing) {
             isDoubtful = true;
         }
     });

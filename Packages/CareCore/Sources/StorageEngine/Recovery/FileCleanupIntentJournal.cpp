@@ -251,7 +251,8 @@ FileCleanupIntentJournal::appender(const UUID& intentID) {
     if (known != appenders_.end()) return known->second.get();
     const auto recorded = read(intentID, Wanted::all);
     if (!recorded) return std::unexpected(recorded.error());
-    if (!*recorded) return unknownIntent(intentID);
+    const std::optional<RecordedIntent>& found = *recorded;
+    if (!found) return unknownIntent(intentID);
     const std::string log = pathOf(intentID, logEnding);
     // A log that is missing is made with its name flushed; `begin` has no other one to flush.
     if (std::error_code ignored; !std::filesystem::exists(log, ignored)) {
@@ -261,7 +262,7 @@ FileCleanupIntentJournal::appender(const UUID& intentID) {
     }
     auto file = platform::AppendFile::open(log, *options_.gate);
     if (!file) return couldNotWrite(file.error());
-    auto made = std::make_unique<Appender>(*std::move(file), (*recorded)->intent);
+    auto made = std::make_unique<Appender>(*std::move(file), found->intent);
     return appenders_.emplace(intentID, std::move(made)).first->second.get();
 }
 
@@ -391,8 +392,8 @@ FileCleanupIntentJournal::readAll(Wanted wanted) const {
         if (!recorded) {
             const auto* failure = std::get_if<Error::CouldNotWrite>(&recorded.error().value);
             found.unreadable.push_back({id, failure != nullptr ? failure->reason : std::string()});
-        } else if (*recorded) {
-            found.intents.push_back(**std::move(recorded));
+        } else if (std::optional<RecordedIntent>& one = *recorded; one) {
+            found.intents.push_back(*std::move(one));
         }
     }
     std::ranges::sort(found.intents, {}, [](const RecordedIntent& recorded) {
