@@ -12,9 +12,11 @@
 #include <fstream>
 #include <iterator>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "Base/Fault.h"
 #include "Platform/Files/FileMetadata.h"
 #include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
@@ -32,7 +34,7 @@ constexpr double day = 86'400;
 struct MadeHome {
     std::string path = "/tmp/tidyro-rate-XXXXXX";
     MadeHome() {
-        if (::mkdtemp(path.data()) == nullptr) std::exit(1);
+        if (::mkdtemp(path.data()) == nullptr) fault("no temporary folder can be made");
     }
     MadeHome(const MadeHome&) = delete;
     MadeHome& operator=(const MadeHome&) = delete;
@@ -57,7 +59,7 @@ std::vector<FileObservation> observations(std::size_t count, const FileURL& home
         const FileURL url = folder.appending("file-" + std::to_string(i) + ".bin");
         std::ofstream(url.path()) << "contents";
         auto observation = observer.observation(url);
-        if (!observation) std::exit(1);
+        if (!observation) fault("a file that was just made cannot be seen");
         observation->modificationDate = now.adding(-400 * day);
         seen.push_back(*std::move(observation));
     }
@@ -82,16 +84,17 @@ int main(int count, char** arguments) {
     const Timestamp now = Timestamp::now();
     const auto rules = BuiltInCleanupRules::allLocations(home);
     auto items = observations(wanted, home, rules, now);
-    if (items.empty() || !items.front().volumeIdentifier) return 1;
+    if (items.empty()) return 1;
+    const std::optional<SharedText> volume = items.front().volumeIdentifier;
+    if (!volume) return 1;
     std::set<std::string, std::less<>> open;
     for (int i = 0; i < 20'000; ++i) open.insert("/nowhere/open/" + std::to_string(i));
-    const SafetyPolicyContext context(
-        {.currentUserID = platform::currentUserID(),
-         .internalLocalVolumeIdentifiers = {std::string(*items.front().volumeIdentifier)},
-         .activeApplicationRoots = {home.appendingFolder("Active")},
-         .additionalProtectedRoots = {FileURL::folder("/backup")},
-         .activelyGrowingPaths = {},
-         .openByProcessPaths = open});
+    const SafetyPolicyContext context({.currentUserID = platform::currentUserID(),
+                                       .internalLocalVolumeIdentifiers = {std::string(*volume)},
+                                       .activeApplicationRoots = {home.appendingFolder("Active")},
+                                       .additionalProtectedRoots = {FileURL::folder("/backup")},
+                                       .activelyGrowingPaths = {},
+                                       .openByProcessPaths = open});
     const DeterministicSafetyPolicy policy(home);
     FolderResolver folders;
     DeterministicSafetyPolicy::LastFolder lastFolder;

@@ -71,6 +71,7 @@ CleanupPlan planFor(const FileURL& home, const std::vector<FileURL>& files,
     FileObserver observer(home, volumes);
     const DeterministicSafetyPolicy policy(home);
     std::vector<CleanupCandidate> candidates;
+    candidates.reserve(files.size());
     for (const FileURL& file : files) {
         candidates.push_back(policy.classify(*observer.observation(file),
                                              {.rules = rules, .context = context, .now = now}));
@@ -117,7 +118,7 @@ int main(int count, char** arguments) {
     const platform::testing::FakeRunningApplications applications;
     SafetyPolicyFacts::PathSet open;
     for (int i = 0; i < 20'000; ++i) open.insert("/nowhere/open/" + std::to_string(i));
-    const auto context = std::make_shared<const SafetyPolicyContext>(
+    auto context = std::make_shared<const SafetyPolicyContext>(
         SafetyPolicyFacts{.currentUserID = platform::currentUserID(),
                           .internalLocalVolumeIdentifiers = {"inside"},
                           .activeApplicationRoots = {home.appendingFolder("active")},

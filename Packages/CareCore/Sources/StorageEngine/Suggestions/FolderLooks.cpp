@@ -36,14 +36,17 @@ void Lookers::forEach(std::size_t count, const std::function<void(std::size_t, L
         for (std::size_t i = next++; i < count; i = next++) look(i, looker);
     };
     std::vector<platform::DedicatedThread> others;
-    try {
-        for (auto at = std::next(all_.begin()); at != all_.end() && others.size() + 1 < count;
-             ++at) {
+    const auto start = [&](Looker& looker) {
+        try {
             others.emplace_back("Tidyro look", platform::Quality::userInitiated,
-                                [&work, &looker = *at] { work(looker); });
+                                [&work, by = &looker] { work(*by); });
+        } catch (const std::system_error&) {
+            return false; // the limit on threads; those that run do the work
         }
-    } catch (const std::system_error&) {
-        // The limit on threads; those that run do the work.
+        return true;
+    };
+    for (auto at = std::next(all_.begin()); at != all_.end() && others.size() + 1 < count; ++at) {
+        if (!start(*at)) break;
     }
     work(all_.front());
 }

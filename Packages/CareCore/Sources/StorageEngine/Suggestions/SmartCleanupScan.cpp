@@ -222,8 +222,9 @@ Findings Run::firstLook(const CleanupPlaceWalk::Folder& in, const SafetyPolicyCo
             continue;
         }
         // The folder's mount was asked for. A file seen through another one is mounted by itself.
-        const bool isMounted = seen->mount ? *seen->mount != in.facts.volume
-                                           : seen->identity.device != in.facts.identity.device;
+        const std::optional<std::uint64_t> mount = seen->mount;
+        const bool isMounted =
+            mount ? *mount != in.facts.volume : seen->identity.device != in.facts.identity.device;
         if (isMounted) {
             findings.addGap(url, mountBoundaryExcluded, "Something else is mounted here.");
             continue;
@@ -456,11 +457,13 @@ void Run::addCandidate(CleanupCandidate candidate, const EligibleFile& file,
                 .byteCount = candidate.observation.byteCount,
                 .freedByteCount = isFreed ? file.allocatedBytes : 0});
     // All of a group share one.
-    CleanupAuthorization by = in.candidates.empty()
-                                  ? CleanupAuthorization{authorization::BuiltInRule{
-                                        .id = in.ruleID, .rootURL = in.rootURL}}
-                                  : *in.candidates.front().authorization;
-    in.candidates.push_back(std::move(candidate).authorized(std::move(by)));
+    std::optional<CleanupAuthorization> by;
+    if (!in.candidates.empty()) by = in.candidates.front().authorization;
+    if (!by) {
+        by = CleanupAuthorization{
+            authorization::BuiltInRule{.id = in.ruleID, .rootURL = in.rootURL}};
+    }
+    in.candidates.push_back(std::move(candidate).authorized(*std::move(by)));
 }
 
 SmartCleanupReport Run::report(Timestamp startedAt) {
