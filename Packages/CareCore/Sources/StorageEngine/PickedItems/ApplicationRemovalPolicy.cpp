@@ -97,7 +97,7 @@ ApplicationRemovalPolicy::lookThrough(const Question& question) {
     FileObservation observation =
         observer_.observation(*parent, FileURL::folder(bundle.path()), *seen);
     if (observation.ownerUserID != facts.currentUserID) return std::unexpected(otherOwner);
-    if (!platform::areOnOneMount(*seen, folder.seen)) return std::unexpected(mountPoint);
+    if (!platform::areOnOneMount(*seen, folder.seen)) return std::unexpected(mountPointItself);
     if (!observation.volumeIdentifier ||
         !facts.internalLocalVolumeIdentifiers.contains(observation.volumeIdentifier->text())) {
         return std::unexpected(otherVolume);

@@ -61,7 +61,7 @@ std::string_view explanation(DiskItemRefusal refusal) {
         return "The contents of this are in a cloud and not on this disk, so removing it frees "
                "nothing and may delete them there.";
     case otherOwner: return "This belongs to another user of this computer.";
-    case mountPoint: return platform::systemText(SystemText::otherDiskHere);
+    case mountPointItself: return platform::systemText(SystemText::otherDiskHere);
     case otherVolume:
         return "This isn't on a disk inside this computer. Open the folder that it lies in first.";
     case closedParent:

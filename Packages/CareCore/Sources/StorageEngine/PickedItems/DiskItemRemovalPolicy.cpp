@@ -92,7 +92,7 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byOrigin(Look& look,
                                                                const FileObservation& observation) {
     const SafetyPolicyFacts& facts = context_->facts();
     if (observation.ownerUserID != facts.currentUserID) return otherOwner;
-    if (!platform::areOnOneMount(look.seen, look.folder.seen)) return mountPoint;
+    if (!platform::areOnOneMount(look.seen, look.folder.seen)) return mountPointItself;
     look.isInternal = observation.volumeIdentifier && facts.internalLocalVolumeIdentifiers.contains(
                                                           observation.volumeIdentifier->text());
     if (!look.isInternal && !isVouchedFor(look, observation)) return otherVolume;

@@ -68,8 +68,9 @@ class IndexReader {
         std::size_t length = factsLength + hashLength_ + 2;
         if (end_ - begin < length) return false;
         const std::size_t flagsAt = begin + factsLength + hashLength_;
-        const unsigned flags = static_cast<unsigned char>(bytes_[flagsAt]) << 8U |
-                               static_cast<unsigned char>(bytes_[flagsAt + 1]);
+        const unsigned high = static_cast<unsigned char>(bytes_[flagsAt]);
+        const unsigned low = static_cast<unsigned char>(bytes_[flagsAt + 1]);
+        const unsigned flags = high << 8U | low;
         constexpr unsigned isExtended = 0x4000;
         if ((flags & isExtended) != 0) {
             if (version_ < 3) return false;

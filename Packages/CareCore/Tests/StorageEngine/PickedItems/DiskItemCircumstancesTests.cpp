@@ -169,7 +169,7 @@ TEST(DiskItemRemovalPolicy, LeavesWhereSomethingIsMounted) {
         return all;
     });
     if (!text) GTEST_SKIP() << "needs a mount namespace of its own";
-    EXPECT_EQ(*text, "mountPoint;mountPoint;mountPointInside;");
+    EXPECT_EQ(*text, "mountPointItself;mountPointItself;mountPointInside;");
 }
 
 TEST(DiskItemRemovalPolicy, KnowsAFolderThatIsMountedASecondTime) {

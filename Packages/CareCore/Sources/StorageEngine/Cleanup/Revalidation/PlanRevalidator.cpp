@@ -60,7 +60,7 @@ RevalidationIssue issueFor(DiskItemRefusal refusal) {
     case DiskItemRefusal::specialFile:
     case DiskItemRefusal::cloudPlaceholder:
     case DiskItemRefusal::otherOwner:
-    case DiskItemRefusal::mountPoint:
+    case DiskItemRefusal::mountPointItself:
     case DiskItemRefusal::otherVolume:
     case DiskItemRefusal::closedParent:
     case DiskItemRefusal::locked:
