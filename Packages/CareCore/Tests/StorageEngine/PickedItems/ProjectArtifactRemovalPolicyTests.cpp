@@ -240,6 +240,9 @@ TEST(ApplicationRemovalPolicy, TakesThePersonsOwnThatDoNotRun) {
     EXPECT_EQ(told("home/Applications/Empty.app", std::nullopt), notChecked);
     EXPECT_EQ(told("home/Applications/Paint", std::nullopt), notChecked);
     EXPECT_EQ(told("home/Applications/Link.app"), explanation(DiskItemRefusal::link));
+    bench.place.permissions(paint, 0555);
+    EXPECT_EQ(told(paint), explanation(DiskItemRefusal::closedFolder));
+    bench.place.permissions(paint, 0755);
     const std::string running = "This application is running. Quit it and try again.";
     runs("org.paint.helper", "");
     EXPECT_EQ(told(paint), running);

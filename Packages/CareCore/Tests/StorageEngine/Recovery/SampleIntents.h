@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Base/PathText.h"
 #include "Platform/Machine/RandomUUID.h"
 #include "StorageEngine/Recovery/CleanupIntent.h"
 #include "Support/TemporaryFolder.h"
@@ -26,7 +27,7 @@ inline CleanupIntent sampleIntent(const std::string& folder, std::size_t count,
     for (std::size_t i = 0; i < count; ++i) {
         std::string name = i < 26 ? std::string(1, static_cast<char>('a' + i)) : std::to_string(i);
         intent.entries.push_back({.candidateID = itemID(name),
-                                  .sourceURL = FileURL::file(folder + "/" + name),
+                                  .sourceURL = FileURL::file(path::joined(folder, name)),
                                   .fingerprint = {.byteCount = i}});
     }
     return intent;
