@@ -104,7 +104,9 @@ ApplicationRemovalPolicy::lookThrough(const Question& question) {
     }
     if (seen->isLocked || folder.seen.isLocked) return std::unexpected(locked);
     if (!folder.isWritable) return std::unexpected(closedParent);
-    if (folders.isClosed(*seen)) return std::unexpected(closedFolder);
+    if (!platform::isWritableFolder(*parent, name.c_str()) || folders.isClosed(*seen)) {
+        return std::unexpected(closedFolder);
+    }
     const auto latest = DiskItemContents::lastModification({.parent = *parent,
                                                             .name = name,
                                                             .seen = *seen,
