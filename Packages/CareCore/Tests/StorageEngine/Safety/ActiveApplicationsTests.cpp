@@ -79,6 +79,13 @@ TEST(ActiveApplications, OwnTheirFoldersWhileTheyRun) {
             << one.place;
     }
     EXPECT_TRUE(ActiveApplications::owners({}).empty());
+    // Every folder in which programs make one of their own name.
+    for (const std::string folder :
+         {".cache", ".config", ".local/share", ".local/state", "Library/Caches",
+          "Library/Application Support", "Library/Containers", "Library/HTTPStorages",
+          "Library/Logs", "Library/WebKit"}) {
+        EXPECT_TRUE(covers(foldersOf({named("Painter")}), folder + "/Painter/x")) << folder;
+    }
 }
 
 TEST(ActiveApplications, AreTheScriptsOfTheSystemAndNotWhatRunsThem) {
