@@ -485,6 +485,18 @@ std::string onlyFileIn(const std::string& folder) {
     return found;
 }
 
+/// Lets another program move a file to the Trash, and puts it back from there.
+void expectPutBack(const std::string& path, const std::string& theirCommand,
+                   const std::string& trash) {
+    const FileFingerprint fingerprint = fingerprintOf(path);
+    static_cast<void>(output(theirCommand + quoted(path)));
+    ASSERT_FALSE(exists(path));
+    EXPECT_TRUE(TrashRestorer().putBack({.trashURL = FileURL::file(onlyFileIn(trash + "/files")),
+                                         .originalURL = FileURL::file(path),
+                                         .fingerprint = fingerprint}));
+    EXPECT_EQ(contents(path), "ours");
+}
+
 TEST(Trash, IsSharedWithTheCommandsOfOthers) {
     if (!runQuietly("command -v trash-list")) GTEST_SKIP() << "trash-cli is not installed";
     if (!testing::isProcMounted()) GTEST_SKIP() << "trash-cli needs /proc";
@@ -503,14 +515,7 @@ TEST(Trash, IsSharedWithTheCommandsOfOthers) {
         EXPECT_FALSE(exists(trashed));
         if (name.size() > 240) continue; // they look for a shorter name without end
 
-        const FileFingerprint fingerprint = fingerprintOf(path);
-        static_cast<void>(output(with + "trash-put " + quoted(path)));
-        ASSERT_FALSE(exists(path));
-        const std::string theirs = onlyFileIn(at.home + "/files");
-        EXPECT_TRUE(TrashRestorer().putBack({.trashURL = FileURL::file(theirs),
-                                             .originalURL = FileURL::file(path),
-                                             .fingerprint = fingerprint}));
-        EXPECT_EQ(contents(path), "ours");
+        expectPutBack(path, with + "trash-put ", at.home);
         EXPECT_TRUE(fs::is_empty(at.home + "/info"));
     }
 }
@@ -545,14 +550,7 @@ TEST(Trash, IsSharedWithTheDesktop) {
         EXPECT_FALSE(exists(trashed));
         if (name.size() > 240) continue; // they have no room for its note
 
-        const FileFingerprint fingerprint = fingerprintOf(path);
-        static_cast<void>(output(with + "gio trash " + quoted(path)));
-        ASSERT_FALSE(exists(path));
-        const std::string theirs = onlyFileIn(at.home + "/files");
-        EXPECT_TRUE(TrashRestorer().putBack({.trashURL = FileURL::file(theirs),
-                                             .originalURL = FileURL::file(path),
-                                             .fingerprint = fingerprint}));
-        EXPECT_EQ(contents(path), "ours");
+        expectPutBack(path, with + "gio trash ", at.home);
     }
 }
 
