@@ -17,6 +17,7 @@ namespace {
 using Changed = FolderChanges::Changed;
 
 constexpr unsigned forOwnerAlone = 0700;
+constexpr std::string_view privateNamePrefix = ".tidyro-";
 
 std::unexpected<ChangeError> changeRefused(int code) {
     return std::unexpected(ChangeError::fromSystem({code}));
@@ -117,6 +118,15 @@ FoldersBeneath::open(const std::string& relativePath) const {
         return std::unexpected(SystemError{EXDEV});
     }
     return folder;
+}
+
+std::string PrivateFolder::nameFor(const UUID& cleanup) {
+    return std::string(privateNamePrefix) + cleanup.text();
+}
+
+bool PrivateFolder::isName(std::string_view name) {
+    return name.starts_with(privateNamePrefix) &&
+           UUID::fromText(name.substr(privateNamePrefix.size())).has_value();
 }
 
 std::expected<PrivateFolder, ChangeError> PrivateFolder::make(FolderChanges& changes,

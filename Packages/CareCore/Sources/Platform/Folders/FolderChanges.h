@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <expected>
 #include <string>
+#include <string_view>
 
 #include "Base/SystemError.h"
+#include "Base/UUID.h"
 #include "Platform/Folders/FolderReading.h"
 
 /// Changing what open folders hold: moving items, making and removing folders, making sure that it
@@ -115,9 +117,15 @@ class FoldersBeneath {
     FolderDescriptor root_;
 };
 
-/// A folder that nobody but this person can look into or change: made by us, held open.
+/// A folder that nobody but this person can look into or change: made by us, held open. A cleanup
+/// makes one beside the items that it removes for good; they go in there before they are gone.
 class PrivateFolder {
   public:
+    /// ".tidyro-" and the UUID. Recovery looks for what a cleanup left in folders of its name.
+    [[nodiscard]] static std::string nameFor(const UUID& cleanup);
+    /// Whether a name is one that `nameFor` gives to some cleanup.
+    [[nodiscard]] static bool isName(std::string_view name);
+
     /// Makes it, mode 0700. `targetTaken` when the name is in use, and `failed` when the folder
     /// that is there by then is not ours alone.
     [[nodiscard]] static std::expected<PrivateFolder, ChangeError>
