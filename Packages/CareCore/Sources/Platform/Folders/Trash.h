@@ -13,6 +13,7 @@
 #include "Platform/Files/ChangeGate.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderChanges.h"
+#include "Platform/Folders/FolderFlushes.h"
 #include "Platform/Folders/FolderReading.h"
 #include "Platform/Mounts/Volumes.h"
 
@@ -80,7 +81,8 @@ class TrashSlot {
     ~TrashSlot();
 
     /// Moves the item, by one rename that never replaces. What is moved is whatever has the name at
-    /// that moment, so the caller compares before and after.
+    /// that moment, so the caller compares before and after. The folders on both sides are noted
+    /// for the next flush.
     [[nodiscard]] std::expected<void, TrashError> move();
     /// Moves it back, never replacing, and gives up the place. `nameTaken`: it stays in the Trash.
     [[nodiscard]] std::expected<void, TrashError> moveBack();
@@ -105,6 +107,9 @@ class Trash {
         const Volumes* volumes = nullptr;
         FolderChanges* changes = nullptr;
         ChangeGate* gate = &ChangeGate::open();
+        /// What gathers the changed folders until they are flushed; shared with whoever else
+        /// changes folders in the same run. None: one of its own.
+        FolderFlushes* flushes = nullptr;
         /// The folder of the person's own Trash; not used on macOS.
         std::optional<FileURL> home = std::nullopt;
         std::function<Timestamp()> now = [] { return Timestamp::now(); };
@@ -118,7 +123,7 @@ class Trash {
     [[nodiscard]] std::expected<TrashSlot, TrashError> reserve(const TrashItem& item);
 
     /// Brings everything that was moved since the last time to the disk, with what the Trash knows
-    /// of it.
+    /// of it. Where the flushes are shared, whatever else they gathered goes along.
     [[nodiscard]] std::expected<void, SystemError> flush();
 
   private:

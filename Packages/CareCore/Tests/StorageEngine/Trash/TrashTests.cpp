@@ -189,6 +189,60 @@ TEST(Trash, KeepsTheSizesOfFolders) {
               "5 " + noted("a b") + " a%20b\n9 " + noted("d") + " d\n");
 }
 
+/// What a run makes and flushes, in order.
+struct FlushesInOrder final : platform::ChangeGate {
+    std::string told;
+    Done perform(platform::DiskChange kind, const std::function<Done()>& change) override {
+        if (kind == platform::DiskChange::makeFile) told += "note ";
+        if (kind == platform::DiskChange::flush) told += "flushed ";
+        return change();
+    }
+};
+
+TEST(Trash, SharesItsFlushesAndFlushesNotesBySingleOnesWhereVolumesAreSlow) {
+    TemporaryFolder place;
+    place.folder("Trash"); // the folders above it are flushed when they are made
+    place.permissions("Trash", 0700);
+    const auto folder = platform::FolderDescriptor::openRoot(place.path());
+    platform::LiveFolderChanges changes;
+    double now = 0;
+    double step = 0;
+    platform::FolderFlushes flushes(changes, [&] { return now += step; });
+    FlushesInOrder gate;
+    Trash trash({.gate = &gate, .flushes = &flushes, .home = FileURL::folder(place / "Trash")});
+    const auto put = [&](const std::string& name) {
+        place.file(name);
+        auto slot = trash.reserve({.folder = *folder,
+                                   .name = name,
+                                   .path = place / name,
+                                   .seen = *platform::fileMetadata(place / name)});
+        EXPECT_TRUE(slot && slot->move());
+        gate.told += "moved ";
+    };
+    put("a");
+    EXPECT_EQ(gate.told, "note moved ");
+    step = 2;
+    EXPECT_TRUE(flushes.flush()); // not asked through the Trash
+    put("b");
+    EXPECT_EQ(gate.told, "note moved note flushed moved ");
+
+    // The rename, then a flush for the folder that it left, for its own and for that of its note.
+    ChangeSchedule schedule;
+    ScheduledFolderChanges counted(schedule);
+    platform::FolderFlushes others(counted, [&] { return now += step; });
+    EXPECT_TRUE(others.note(*folder, platform::FolderFlushes::Side::left) && others.flush());
+    Trash another(
+        {.changes = &counted, .flushes = &others, .home = FileURL::folder(place / "Trash")});
+    const std::uint64_t before = schedule.count();
+    place.file("c");
+    auto slot = another.reserve({.folder = *folder,
+                                 .name = "c",
+                                 .path = place / "c",
+                                 .seen = *platform::fileMetadata(place / "c")});
+    ASSERT_TRUE(slot && slot->move() && another.flush());
+    EXPECT_EQ(schedule.count() - before, 4U);
+}
+
 TEST(Trash, UsesTheTrashOfAnotherVolumeOnlyWhenItIsSafe) {
     const std::string user = std::to_string(platform::currentUserID());
     for (const std::string type : {"ext4", "xfs", "btrfs"}) {

@@ -114,6 +114,7 @@ FolderChanges::Changed TrashedItem::forget(FolderChanges& changes) const {
 struct TrashSlot::Body {
     Folders trash;
     FolderChanges* changes;
+    FolderFlushes* flushes;
     TrashItem item;
     std::string name;
     bool isMoved = false;
@@ -124,6 +125,20 @@ struct TrashSlot::Body {
         return changes->removeFile({.folder = trash->info, .name = noteName()});
     }
     [[nodiscard]] std::string noteName() const { return name + std::string(trashNoteEnding); }
+
+    /// Before the rename: what could not be noted would never be flushed.
+    [[nodiscard]] std::expected<void, SystemError> noteMove() const {
+        using enum FolderFlushes::Side;
+        auto noted = flushes->note(item.folder, left);
+        if (noted) noted = flushes->note(trash->info, entered);
+        if (noted) noted = flushes->note(trash->files, entered);
+        return noted;
+    }
+    [[nodiscard]] std::expected<void, SystemError> noteMoveBack() const {
+        auto noted = flushes->note(trash->files, FolderFlushes::Side::left);
+        if (noted) noted = flushes->note(item.folder, FolderFlushes::Side::entered);
+        return noted;
+    }
 };
 
 TrashSlot::TrashSlot(std::unique_ptr<Body> body) : body_(std::move(body)) {}
@@ -135,12 +150,14 @@ TrashSlot::~TrashSlot() {
 }
 
 std::expected<void, TrashError> TrashSlot::move() {
+    if (const auto noted = body_->noteMove(); !noted) {
+        return trashFailure(TrashFailure::failed, noted.error());
+    }
     const auto moved = moveNeverReplacing(*body_->changes,
                                           {.folder = body_->item.folder, .name = body_->item.name},
                                           {.folder = body_->trash->files, .name = body_->name});
     if (!moved) return trashFailure(moved.error());
     body_->isMoved = true;
-    body_->trash->isChanged = true;
     const std::optional<std::uint64_t>& byteCount = body_->item.byteCount;
     if (byteCount && body_->item.seen.kind == ItemKind::folder) {
         body_->trash->sizes.push_back({body_->name, *byteCount});
@@ -153,6 +170,8 @@ std::expected<void, TrashError> TrashSlot::moveBack() {
         moveNeverReplacing(*body_->changes, {.folder = body_->trash->files, .name = body_->name},
                            {.folder = body_->item.folder, .name = body_->item.name});
     if (!moved) return trashFailure(moved.error());
+    // An item that is back is where it belongs, flushed or not.
+    static_cast<void>(body_->noteMoveBack());
     body_->isMoved = false;
     std::erase_if(body_->trash->sizes,
                   [&](const TrashFolders::Size& size) { return size.name == body_->name; });
@@ -174,6 +193,7 @@ struct Trash::Body {
     FileURL homeFolder; ///< of the person's own Trash
     LiveVolumes liveVolumes = {};
     LiveFolderChanges liveChanges = {};
+    std::optional<FolderFlushes> ownFlushes = std::nullopt;
     std::optional<std::expected<Folders, TrashError>> home = std::nullopt;
     /// By mount and device, since a volume is both.
     std::map<std::pair<std::uint64_t, std::uint64_t>, Folders> known = {};
@@ -183,6 +203,9 @@ struct Trash::Body {
           homeFolder(options.home.value_or(applicationSupportFolder().appendingFolder("Trash"))) {
         if (options.volumes == nullptr) options.volumes = &liveVolumes;
         if (options.changes == nullptr) options.changes = &liveChanges;
+        if (options.flushes == nullptr) {
+            options.flushes = &ownFlushes.emplace(*options.changes);
+        }
     }
 
     [[nodiscard]] std::expected<Folders, TrashError> choose(const TrashItem& item) {
@@ -250,12 +273,16 @@ std::expected<TrashSlot, TrashError> Trash::reserve(const TrashItem& item) {
         auto body = std::make_unique<TrashSlot::Body>(
             TrashSlot::Body{.trash = *trash,
                             .changes = body_->options.changes,
+                            .flushes = body_->options.flushes,
                             .item = item,
                             .name = trashName(item.name, attempt, maxBytes)});
         // What lies there without a note is an orphan, and stays what it is.
         if (fileMetadata((*trash)->files, body->name.c_str())) continue;
+        const FileFlush flush = body_->options.flushes->isFlushedOneByOne((*trash)->info)
+                                    ? FileFlush::now
+                                    : FileFlush::withVolume;
         const auto reserved = makeFileIn({.folder = (*trash)->info, .name = body->noteName()}, note,
-                                         *body_->options.gate);
+                                         *body_->options.gate, flush);
         if (reserved) return TrashSlot(std::move(body));
         if (reserved.error().kind == ChangeFailure::nameTooLong && maxBytes > minBytes) {
             maxBytes = std::max(minBytes, maxBytes * 2 / 3); // a file system with shorter names
@@ -267,19 +294,10 @@ std::expected<TrashSlot, TrashError> Trash::reserve(const TrashItem& item) {
 }
 
 std::expected<void, SystemError> Trash::flush() {
-    std::expected<void, SystemError> done;
-    const auto flushOne = [&](TrashFolders& trash) {
-        if (!trash.isChanged) return;
-        trash.writeSizes(*body_->options.gate);
-        const auto flushed = body_->options.changes->flushVolume(trash.files);
-        if (flushed) {
-            trash.isChanged = false;
-        } else if (done) {
-            done = std::unexpected(flushed.error().system);
-        }
-    };
-    for (const auto& [volume, trash] : body_->known) flushOne(*trash);
-    return done;
+    FolderFlushes& flushes = *body_->options.flushes;
+    for (const auto& [volume, trash] : body_->known)
+        trash->writeSizes(*body_->options.gate, flushes);
+    return flushes.flush();
 }
 
 } // namespace tidyro::platform

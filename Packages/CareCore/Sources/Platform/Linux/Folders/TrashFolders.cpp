@@ -54,6 +54,10 @@ OpenedFolder openOwn(FolderChanges& changes, const FolderDescriptor& parent,
             }
             return unusable(made.error().system);
         }
+        // What is moved into it later is flushed with its own folder alone where volumes are slow.
+        if (const auto flushed = changes.flush(parent); !flushed) {
+            return unusable(flushed.error().system);
+        }
         opened = parent.open(name.c_str());
     }
     if (!opened) return unusable(opened.error());
@@ -127,7 +131,7 @@ Opened TrashFolders::openAtTop(FolderChanges& changes, const std::string& top, M
     return openInside(changes, path::joined(top, name), top, *std::move(base));
 }
 
-void TrashFolders::writeSizes(ChangeGate& gate) {
+void TrashFolders::writeSizes(ChangeGate& gate, FolderFlushes& flushes) {
     if (sizes.empty()) return;
     // A cache for others: a damaged one is written anew, and one that cannot be written is left
     // out.
@@ -156,6 +160,7 @@ void TrashFolders::writeSizes(ChangeGate& gate) {
     }
     std::string text;
     for (const auto& [name, line] : lines) text += line + '\n';
+    static_cast<void>(flushes.note(base, FolderFlushes::Side::entered));
     static_cast<void>(replaceFileIn(at, text, gate));
     sizes.clear();
 }

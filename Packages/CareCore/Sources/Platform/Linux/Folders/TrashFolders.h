@@ -29,7 +29,6 @@ struct TrashFolders {
     };
     /// Folders that were moved here and are not yet in `directorysizes`.
     std::vector<Size> sizes = {};
-    bool isChanged = false; ///< since the last flush
 
     /// Whether a rename reaches `files` from there.
     [[nodiscard]] bool isReachableFrom(const FileMetadata& item) const {
@@ -45,8 +44,8 @@ struct TrashFolders {
     openAtTop(FolderChanges& changes, const std::string& top, Missing missing);
 
     /// Adds the sizes that are waiting to `directorysizes`, and leaves out those of items that are
-    /// gone.
-    void writeSizes(ChangeGate& gate);
+    /// gone. Its folder is noted for the next flush when something was written.
+    void writeSizes(ChangeGate& gate, FolderFlushes& flushes);
 };
 
 /// The names that an item may get in the Trash, one after another: its own, then numbered ones,

@@ -124,6 +124,7 @@ FolderChanges::Changed TrashedItem::forget(FolderChanges&) const { return {}; }
 
 struct TrashSlot::Body {
     FolderChanges* changes;
+    FolderFlushes* flushes;
     TrashItem item;
     std::string path = {}; ///< in the Trash
     std::string name = {};
@@ -135,13 +136,22 @@ TrashSlot::TrashSlot(TrashSlot&& other) noexcept = default;
 TrashSlot::~TrashSlot() = default;
 
 std::expected<void, TrashError> TrashSlot::move() {
+    // Before the move: what could not be noted would never be flushed.
+    if (const auto noted = body_->flushes->note(body_->item.folder, FolderFlushes::Side::left);
+        !noted) {
+        return trashFailure(TrashFailure::failed, noted.error());
+    }
     auto moved = moveBySystem(body_->item.path);
     if (!moved) return std::unexpected(moved.error());
     if (moved->empty()) return trashFailure(TrashFailure::noDestination);
     body_->path = *std::move(moved);
     body_->name = path::lastComponent(body_->path);
     auto folder = FolderDescriptor::openRoot(std::string(path::parent(body_->path)));
-    if (folder) body_->folder = *std::move(folder);
+    if (folder) {
+        body_->folder = *std::move(folder);
+        // It lies on the volume that was noted, so only its own order among the flushes may suffer.
+        static_cast<void>(body_->flushes->note(body_->folder, FolderFlushes::Side::entered));
+    }
     return {};
 }
 
@@ -150,7 +160,12 @@ std::expected<void, TrashError> TrashSlot::moveBack() {
     const auto moved =
         moveNeverReplacing(*body_->changes, {.folder = body_->folder, .name = body_->name},
                            {.folder = body_->item.folder, .name = body_->item.name});
-    if (moved) return {};
+    if (moved) {
+        // An item that is back is where it belongs, flushed or not.
+        static_cast<void>(body_->flushes->note(body_->folder, FolderFlushes::Side::left));
+        static_cast<void>(body_->flushes->note(body_->item.folder, FolderFlushes::Side::entered));
+        return {};
+    }
     return trashFailure(moved.error().kind == ChangeFailure::targetTaken ? TrashFailure::nameTaken
                                                                          : TrashFailure::failed,
                         moved.error().system);
@@ -166,26 +181,25 @@ const std::string& TrashSlot::name() const { return body_->name; }
 struct Trash::Body {
     Options options;
     LiveFolderChanges liveChanges = {};
-    FolderDescriptor lastFolder = {};
+    std::optional<FolderFlushes> ownFlushes = std::nullopt;
+
+    explicit Body(Options given) : options(std::move(given)) {
+        if (options.changes == nullptr) options.changes = &liveChanges;
+        if (options.flushes == nullptr) {
+            options.flushes = &ownFlushes.emplace(*options.changes);
+        }
+    }
 };
 
-Trash::Trash(Options options) : body_(std::make_unique<Body>(Body{.options = std::move(options)})) {
-    if (body_->options.changes == nullptr) body_->options.changes = &body_->liveChanges;
-}
+Trash::Trash(Options options) : body_(std::make_unique<Body>(std::move(options))) {}
 Trash::~Trash() = default;
 
 std::expected<TrashSlot, TrashError> Trash::reserve(const TrashItem& item) {
     if (const auto refused = trashRefusal(item)) return std::unexpected(*refused);
-    if (auto folder = item.folder.open("."); folder) body_->lastFolder = *std::move(folder);
-    return TrashSlot(std::make_unique<TrashSlot::Body>(
-        TrashSlot::Body{.changes = body_->options.changes, .item = item}));
+    return TrashSlot(std::make_unique<TrashSlot::Body>(TrashSlot::Body{
+        .changes = body_->options.changes, .flushes = body_->options.flushes, .item = item}));
 }
 
-std::expected<void, SystemError> Trash::flush() {
-    if (!body_->lastFolder.isOpen()) return {};
-    const auto flushed = body_->options.changes->flushVolume(body_->lastFolder);
-    if (flushed) return {};
-    return std::unexpected(flushed.error().system);
-}
+std::expected<void, SystemError> Trash::flush() { return body_->options.flushes->flush(); }
 
 } // namespace tidyro::platform

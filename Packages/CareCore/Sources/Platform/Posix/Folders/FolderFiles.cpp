@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "Platform/Machine/RandomUUID.h"
+#include "Platform/Posix/Files/Flush.h"
 
 namespace tidyro::platform {
 
@@ -34,7 +35,8 @@ FolderChanges::Changed asChanged(const FileChange& change) {
 
 } // namespace
 
-FolderChanges::Changed makeFileIn(const EntryName& at, std::string_view bytes, ChangeGate& gate) {
+FolderChanges::Changed makeFileIn(const EntryName& at, std::string_view bytes, ChangeGate& gate,
+                                  FileFlush flush) {
     int fd = -1;
     const auto made = pass(gate, DiskChange::makeFile, [&]() -> FileChange {
         fd = ::openat(at.folder.fd(), at.name.c_str(),
@@ -42,7 +44,10 @@ FolderChanges::Changed makeFileIn(const EntryName& at, std::string_view bytes, C
         return fd >= 0 ? FileChange() : failedFileChange();
     });
     if (!made) return asChanged(made);
-    const auto written = pass(gate, DiskChange::write, [&] { return writeWhole(fd, bytes); });
+    auto written = pass(gate, DiskChange::write, [&] { return writeWhole(fd, bytes); });
+    if (written && flush == FileFlush::now) {
+        written = pass(gate, DiskChange::flush, [&] { return flushToDisk(fd); });
+    }
     ::close(fd);
     if (!written) ::unlinkat(at.folder.fd(), at.name.c_str(), 0);
     return asChanged(written);
