@@ -7,6 +7,7 @@
 
 #include "Base/PathText.h"
 #include "Base/Saturating.h"
+#include "Platform/Folders/FolderChanges.h"
 
 namespace tidyro {
 
@@ -19,6 +20,12 @@ bool isInState(const CopyState& state) {
 
 CopyStanding standingOf(const DuplicateCopy& copy) {
     return copy.standing.value_or(CopyStanding{});
+}
+
+/// Whether a cleanup that was cut short left the copy. It goes back to its place, so it is no copy
+/// to keep and none to remove.
+bool isLeftByCleanup(const DuplicateCopy& copy) {
+    return platform::PrivateFolder::isInOne(copy.path);
 }
 
 /// What counts before the rule; the smaller one stays. A disk of this machine comes before volumes
@@ -156,7 +163,8 @@ void DuplicatesModel::setPreferredFolder(std::optional<FileURL> folder, CleanupQ
 }
 
 const DuplicateCopy* DuplicatesModel::pick(std::span<const DuplicateCopy> copies, KeepRule rule) {
-    return bestCopy(copies, rule, rankOf, [](const DuplicateCopy&) { return true; });
+    return bestCopy(copies, rule, rankOf,
+                    [](const DuplicateCopy& copy) { return !isLeftByCleanup(copy); });
 }
 
 const DuplicateCopy* DuplicatesModel::keptCopy(const DuplicateGroup& group) const {
@@ -164,7 +172,9 @@ const DuplicateCopy* DuplicatesModel::keptCopy(const DuplicateGroup& group) cons
         const DuplicateCopy* copy = copyAt(chosen->second, group);
         if (copy != nullptr && !covers(gone_, copy->path)) return copy;
     }
-    const auto isThere = [&](const DuplicateCopy& copy) { return !covers(gone_, copy.path); };
+    const auto mayBeKept = [&](const DuplicateCopy& copy) {
+        return !covers(gone_, copy.path) && !isLeftByCleanup(copy);
+    };
     std::optional<std::string> preferred;
     if (keepRule_ == KeepRule::preferredFolder && preferredFolder_) {
         preferred = preferredFolder_->path() + "/";
@@ -174,7 +184,7 @@ const DuplicateCopy* DuplicatesModel::keptCopy(const DuplicateGroup& group) cons
                           !standingOf(copy).hasSeveralNames,
                           preferred && !copy.path.starts_with(*preferred));
     };
-    return bestCopy(group.copies, keepRule_, order, isThere);
+    return bestCopy(group.copies, keepRule_, order, mayBeKept);
 }
 
 CopyState DuplicatesModel::stateOf(const DuplicateCopy& copy, const DuplicateCopy* kept,
@@ -183,6 +193,7 @@ CopyState DuplicatesModel::stateOf(const DuplicateCopy& copy, const DuplicateCop
     if (kept != nullptr && kept->path == copy.path) return {copystate::Kept{}};
     if (covers(staged, copy.path)) return {copystate::Staged{}};
     if (copy.heldBecause) return {copystate::Held{*copy.heldBecause}};
+    if (isLeftByCleanup(copy)) return {copystate::Held{"A cleanup that was cut short left this."}};
     if (kept == nullptr) return {copystate::Extra{}};
     if (kept->storage == copy.storage) return {copystate::SharesStorage{}};
     const std::string_view reason = whyKeptIsNoReason(*kept, copy);
@@ -282,7 +293,7 @@ bool DuplicatesModel::keep(const DuplicateCopy& copy, const DuplicateGroup& grou
                            CleanupQueue& queue) {
     const DuplicateGroup* current = currentGroup(group);
     if (current == nullptr || copyAt(copy.path, *current) == nullptr) return false;
-    if (covers(gone_, copy.path)) return false;
+    if (covers(gone_, copy.path) || isLeftByCleanup(copy)) return false;
     if (covers(queue.staged(), copy.path) && !queue.unstage(copy.path)) return false;
     keptByHand_[current->digest] = copy.path;
     settle(*current, queue.staged(), queue);
@@ -335,7 +346,9 @@ void DuplicatesModel::settle(const DuplicateGroup& group, const PathSet& staged,
         }
     }
     if (!covers(staged, kept->path) || queue.unstage(kept->path)) return;
-    const auto isThere = [&](const DuplicateCopy& copy) { return !covers(gone_, copy.path); };
+    const auto isThere = [&](const DuplicateCopy& copy) {
+        return !covers(gone_, copy.path) && !isLeftByCleanup(copy);
+    };
     const bool anotherStays = std::ranges::any_of(group.copies, [&](const DuplicateCopy& copy) {
         return isThere(copy) && !covers(staged, copy.path);
     });

@@ -121,7 +121,8 @@ class DuplicatesModel {
     [[nodiscard]] const PathSet& gone() const { return gone_; }
 
     /// The copy that stands best, and of several such the one that the rule prefers; where it
-    /// prefers none, the earlier one. Null for no copies.
+    /// prefers none, the earlier one. Null for no copies. What a cleanup that was cut short left is
+    /// none of them.
     [[nodiscard]] static const DuplicateCopy* pick(std::span<const DuplicateCopy> copies,
                                                    KeepRule rule);
     /// The copy chosen by hand while it is there, otherwise the one that stands best. Of several

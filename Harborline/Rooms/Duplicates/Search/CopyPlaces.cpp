@@ -9,6 +9,7 @@
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "Platform/Files/FileMetadata.h"
+#include "Platform/Folders/FolderChanges.h"
 #include "Platform/Folders/WellKnownFolders.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 #include "StorageEngine/Places/HomeFolders.h"
@@ -251,6 +252,7 @@ Finding CopyPlaces::look(const ListedFile& file) {
 bool isNameOfTrash(std::string_view name) {
     constexpr std::string_view trash = ".trash";
     if (name.size() < trash.size() || name[0] != '.') return false;
+    if (platform::PrivateFolder::isName(name)) return true;
     const std::string whole = folded(name);
     if (whole == trash || whole == ".trashes") return true;
     return whole.starts_with(".trash-") && whole.find_first_not_of("0123456789", 7) == whole.npos;

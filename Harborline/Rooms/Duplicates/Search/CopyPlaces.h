@@ -71,7 +71,8 @@ class CopyPlaces {
 /// and standardised.
 [[nodiscard]] bool isInTrash(std::string_view path, const FileURL& home);
 
-/// Whether a folder has a name that only a Trash has: ".Trash", ".Trashes", ".Trash-1000".
+/// Whether a folder has a name that only a Trash has: ".Trash", ".Trashes", ".Trash-1000", or that
+/// of a folder in which a cleanup puts what it removes.
 [[nodiscard]] bool isNameOfTrash(std::string_view name);
 
 } // namespace tidyro

@@ -256,6 +256,19 @@ TEST(DuplicatesModel, TellsTheStateOfEachCopy) {
     EXPECT_EQ(room.states(), "gone kept extra staged extra extra");
 }
 
+TEST(DuplicatesModel, HoldsWhatACleanupThatWasCutShortLeft) {
+    const std::string left = "/a/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100/x";
+    Room room({group("1", {left, "/a/b", "/a/c"}), group("2", {left, left + "y"})});
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_FALSE(room.model.keep(room.at(i).copies[0], room.at(i), room.queue));
+        EXPECT_FALSE(room.model.stage(room.at(i).copies[0], room.at(i), room.queue));
+    }
+    EXPECT_EQ(room.states(), "held kept extra") << "though it is the oldest";
+    EXPECT_EQ(room.states(1), "held held");
+    EXPECT_EQ(room.kept(1), "");
+    EXPECT_EQ(room.model.stageEveryExtra(room.queue), 1U);
+}
+
 TEST(DuplicatesModel, CountsAsFreedOnlyBlocksThatNobodyElseNeeds) {
     DuplicateGroup made =
         group("1", {"/kept", "/b", "/clone of b", "/d", "/held", "/clone of held"});

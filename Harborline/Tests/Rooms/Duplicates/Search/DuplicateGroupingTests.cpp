@@ -173,13 +173,17 @@ TEST(DuplicateGrouping, RanksThePlacesOfCopiesAndHoldsProgramsParts) {
 TEST(DuplicateGrouping, LeavesOutTheTrash) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     MadeHome made;
-    for (const char* name : {"Documents/a", ".local/share/Trash/files/a", ".Trash/a",
-                             "Disk/.Trash-1000/files/a", "Disk/.Trashes/501/a"}) {
+    for (const char* name :
+         {"Documents/a", ".local/share/Trash/files/a", ".Trash/a", "Disk/.Trash-1000/files/a",
+          "Disk/.Trashes/501/a", "Pictures/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100/a"}) {
         made.file(name);
     }
     EXPECT_TRUE(made.judged().empty());
     made.searched = made.home() + "/.local/share/Trash";
     made.file(".local/share/Trash/files/b");
+    EXPECT_TRUE(made.judged().empty());
+    made.searched = made.home() + "/Pictures/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100";
+    made.file("Pictures/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100/deep/b");
     EXPECT_TRUE(made.judged().empty());
     made.searched.clear();
     made.file("Documents/Trash/a"); // a name like any other there

@@ -129,6 +129,16 @@ bool PrivateFolder::isName(std::string_view name) {
            UUID::fromText(name.substr(privateNamePrefix.size())).has_value();
 }
 
+bool PrivateFolder::isInOne(std::string_view path) {
+    // Nearly no path has the beginning of the name anywhere, and whoever rates items asks for each.
+    for (std::size_t at = path.find(privateNamePrefix); at != path.npos;
+         at = path.find(privateNamePrefix, at + 1)) {
+        const bool isBeginning = at == 0 || path[at - 1] == '/';
+        if (isBeginning && isName(path.substr(at, path.find('/', at) - at))) return true;
+    }
+    return false;
+}
+
 std::expected<PrivateFolder, ChangeError> PrivateFolder::make(FolderChanges& changes,
                                                               const FolderDescriptor& parent,
                                                               const std::string& name) {

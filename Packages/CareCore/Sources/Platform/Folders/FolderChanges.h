@@ -125,6 +125,9 @@ class PrivateFolder {
     [[nodiscard]] static std::string nameFor(const UUID& cleanup);
     /// Whether a name is one that `nameFor` gives to some cleanup.
     [[nodiscard]] static bool isName(std::string_view name);
+    /// Whether a path leads to such a folder or through one, by the names in it. What lies there is
+    /// for recovery alone: everybody else leaves it out.
+    [[nodiscard]] static bool isInOne(std::string_view path);
 
     /// Makes it, mode 0700. `targetTaken` when the name is in use, and `failed` when the folder
     /// that is there by then is not ours alone.

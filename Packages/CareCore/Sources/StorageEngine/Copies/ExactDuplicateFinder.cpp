@@ -11,6 +11,7 @@
 
 #include "Base/Saturating.h"
 #include "Platform/Files/FileContents.h"
+#include "Platform/Folders/FolderChanges.h"
 #include "Platform/Machine/SHA256.h"
 
 namespace tidyro {
@@ -62,7 +63,8 @@ class FileDigester {
 };
 
 bool mayBeRead(const FileObservation& file) {
-    return file.kind == FileKind::regularFile && file.isReadable && !file.isCloudPlaceholder;
+    return file.kind == FileKind::regularFile && file.isReadable && !file.isCloudPlaceholder &&
+           !platform::PrivateFolder::isInOne(file.url.path());
 }
 
 ExactDuplicateGroup groupOf(const Digest& digest, ExactDuplicateFinder::SizeBucket members) {

@@ -26,7 +26,8 @@ namespace tidyro {
 /// that nothing is downloaded.
 ///
 /// One file that cannot be opened or read ends the whole call, because an answer without it would
-/// look complete without being so. Files that were unreadable when they were observed are left out.
+/// look complete without being so. Files that were unreadable when they were observed are left out,
+/// and so is what a cleanup that was cut short has in a private folder.
 ///
 /// A value; `findGroups` may run in several threads at once.
 class ExactDuplicateFinder {

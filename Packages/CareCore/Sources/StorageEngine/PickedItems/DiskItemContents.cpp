@@ -10,6 +10,7 @@
 
 #include "Base/PathText.h"
 #include "Platform/Files/FileLease.h"
+#include "Platform/Folders/FolderChanges.h"
 #include "Platform/Mounts/MountPoints.h"
 #include "StorageEngine/Observation/DatabaseFile.h"
 #include "StorageEngine/Observation/FolderSigns.h"
@@ -145,7 +146,10 @@ class Walk {
                 return refusalForHolderOf(*reason);
             }
         }
-        if (KeptPlaces::isKeptName(lowered.text())) return holdsProtectedPlace;
+        if (KeptPlaces::isKeptName(lowered.text()) ||
+            platform::PrivateFolder::isName(lowered.text())) {
+            return holdsProtectedPlace;
+        }
         if (LiveDataDetector::signal(lowered)) return databaseInside;
         return std::nullopt;
     }

@@ -5,6 +5,7 @@
 
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
+#include "Platform/Folders/FolderChanges.h"
 #include "Platform/Folders/WellKnownFolders.h"
 #include "StorageEngine/DiskTree/ContentKind.h"
 #include "StorageEngine/Observation/FolderSigns.h"
@@ -163,6 +164,7 @@ DiskItemPlaces::refusalIn(std::string_view path, std::span<const std::string> ch
         return outsideChosenFolders;
     }
     if (isInTrashOfVolume(path)) return inTrash;
+    if (platform::PrivateFolder::isInOne(folded)) return protectedPlace;
     if (const auto refusal = byFolders(folded)) return refusal;
     if (const auto refusal = byNames(path)) return refusal;
     const std::string lowered = lowercased(path);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Base/PathText.h"
+#include "Platform/Folders/FolderChanges.h"
 #include "StorageEngine/Observation/LiveDataDetector.h"
 #include "StorageEngine/Places/SystemPlaces.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"
@@ -245,7 +246,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
         return protectedFor(backupArtifact,
                             "Backup data remains protected regardless of other evidence.");
     }
-    if (isSystemProtected(observation.url) ||
+    if (isSystemProtected(observation.url) || platform::PrivateFolder::isInOne(lowered.text()) ||
         context.additionalProtectedRootIndex().contains(path)) {
         return protectedFor(protectedLocation,
                             "This location is outside Tidyro's cleanup authority.");

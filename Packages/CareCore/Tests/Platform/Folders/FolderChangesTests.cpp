@@ -225,6 +225,14 @@ TEST(PrivateFolder, IsOursAloneAndNotAStrangers) {
         fs::permissions(folder, fs::perms::owner_all | fs::perms::others_exec);
     };
     EXPECT_EQ(PrivateFolder::make(exchanged, here, ".new").error().kind, failed);
+
+    const std::string name = PrivateFolder::nameFor(UUID());
+    for (const std::string& path : {name, "/a/" + name, "/.tidyro-a/" + name + "/b"}) {
+        EXPECT_TRUE(PrivateFolder::isInOne(path)) << path;
+    }
+    for (const std::string& path : {"/a" + name, "/" + name + "a/b", std::string("/.tidyro-/a")}) {
+        EXPECT_FALSE(PrivateFolder::isInOne(path)) << path;
+    }
 }
 
 TEST(MoveNeverReplacing, TakesAPrivateFolderWhereTheFileSystemCannot) {

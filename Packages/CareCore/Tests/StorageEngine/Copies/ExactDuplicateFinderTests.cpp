@@ -85,13 +85,14 @@ TEST(ExactDuplicateFinder, GroupsByContentsInAFixedOrder) {
 TEST(ExactDuplicateFinder, OpensOnlyWhatMayBeReadAndSharesItsSize) {
     const TemporaryFolder place;
     // None of these exists: opening any of them would end the search.
-    std::vector<FileObservation> files(6, observed(place / "none", 5));
+    std::vector<FileObservation> files(7, observed(place / "none", 5));
     files[0].kind = FileKind::directory;
     files[1].kind = FileKind::other;
     files[2].isReadable = false;
     files[3].isCloudPlaceholder = true;
     files[4].byteCount = 1;
     files[5].byteCount = 2;
+    files[6] = observed(place / ".tidyro-0F0E0D0C-0B0A-0908-0706-050403020100/none", 5);
     files.push_back(made(place, "a", "12345"));
     files.push_back(made(place, "b", "12345"));
     const auto groups = ExactDuplicateFinder().findGroups(files);

@@ -27,7 +27,7 @@ struct Case {
     const char* told;
 };
 using enum Made;
-constexpr std::array<Case, 126> cases{{
+constexpr std::array<Case, 131> cases{{
     {"home/files/plain", file, ""},
     {"home/files/names \xff\xfe", file, ""},
     {"home/Documents/file", file, ""},
@@ -96,6 +96,11 @@ constexpr std::array<Case, 126> cases{{
     {"home/keep/secret", nothing, "protectedPlace"},
     {"home/toSecret/file", nothing, "protectedPlace"},
     {"home/keep", nothing, "holdsProtectedPlace"},
+    {"home/cut short/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100", folder, "protectedPlace"},
+    {"home/cut short/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100/mine", file, "protectedPlace"},
+    {"home/toCutShort/mine", nothing, "protectedPlace"},
+    {"home/cut short", folder, "holdsProtectedPlace"},
+    {"home/cut short/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100-not", folder, ""},
     {"home/apps/Thing.app/Contents/file", nothing, "insidePackage"},
     {"home/Pictures/All.PhotosLibrary/originals/1.jpg", nothing, "insidePackage"},
     {"opened/x.bundle/file", nothing, "insidePackage"},
@@ -222,17 +227,19 @@ void makeCases(const TemporaryFolder& place) {
     for (const char* name : {"Dropbox", "keep/secret"}) {
         place.file("home/" + std::string(name) + "/file");
     }
-    for (const auto& [name, target] : {std::pair{"out", "../elsewhere"},
-                                       {"toDocuments", "Documents"},
-                                       {"toOpened", "../opened"},
-                                       {"toCloud", "Dropbox"},
-                                       {"toSecret", "keep/secret"},
-                                       {"toGit", "project/.git"},
-                                       {"toStore", "app/IndexedDB/1"},
-                                       {"toBusy", "busy/deep"},
-                                       {"Tresorit", "../opened/boxed"},
-                                       {"MEGA", "../opened/holder/mega"},
-                                       {"Videos", "../opened/films"}}) {
+    for (const auto& [name, target] :
+         {std::pair{"out", "../elsewhere"},
+          {"toDocuments", "Documents"},
+          {"toOpened", "../opened"},
+          {"toCloud", "Dropbox"},
+          {"toSecret", "keep/secret"},
+          {"toCutShort", "cut short/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100"},
+          {"toGit", "project/.git"},
+          {"toStore", "app/IndexedDB/1"},
+          {"toBusy", "busy/deep"},
+          {"Tresorit", "../opened/boxed"},
+          {"MEGA", "../opened/holder/mega"},
+          {"Videos", "../opened/films"}}) {
         place.link("home/" + std::string(name), target);
     }
     place.folder("opened/films");

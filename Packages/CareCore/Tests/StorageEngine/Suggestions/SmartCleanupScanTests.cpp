@@ -31,7 +31,7 @@ struct Row {
     std::size_t bytes;
     const char* said;
 };
-constexpr std::array<Row, 80> rows{{
+constexpr std::array<Row, 81> rows{{
     {".npm/_cacache/content-v2/sha512/aa/bb", 31, 900, "safe npm-cache"},
     {".npm/_cacache/content-v2/sha512/aa/young", 29, 901, "held npm-cache insufficientAge"},
     {".npm/_cacache/content-v2/sha512/aa/open", 31, 902, "held npm-cache openByProcess"},
@@ -121,6 +121,8 @@ constexpr std::array<Row, 80> rows{{
      "held terraform-cache projectContent"},
     {".cache/terraform/conda/conda-meta/history", 400, 114, "held terraform-cache projectContent"},
     {".cache/terraform/conda/bin/tool", 400, 115, "held terraform-cache projectContent"},
+    {".cache/terraform/.tidyro-0F0E0D0C-0B0A-0908-0706-050403020100/mine", 400, 99,
+     "held terraform-cache protectedLocation"},
     {".cache/terraform/CURRENT", 400, 116, "safe terraform-cache"},
     {"Documents/thesis.txt", 400, 96, ""},
     {"projects/app/node_modules/x/index.js", 400, 97, ""},
