@@ -41,6 +41,11 @@ constexpr auto rows = std::to_array<SystemTextRow>({
     {isLockedForTrash, //
      "it is locked. Unlock it in Finder's Get Info first",
      "it, or its folder, is locked against changes. Unlock it first (chattr -i -a)"},
+    {approvalOutOfTime, //
+     "The confirmation for this list is no longer valid. It may have expired, or your Mac's clock "
+     "changed. Nothing was touched. Review the list and confirm it again.",
+     "The confirmation for this list is no longer valid. It may have expired, or the computer's "
+     "clock changed. Nothing was touched. Review the list and confirm it again."},
 });
 
 consteval bool areInOrder() {

@@ -24,7 +24,8 @@ enum class SystemText : std::uint8_t {
     otherDiskHere,
     otherDiskInside,
     appIsInstalledOtherwise, ///< why an application that Tidyro did not install stays
-    isLockedForTrash, ///< why an item cannot be moved to the Trash, as the middle of a sentence
+    isLockedForTrash,  ///< why an item cannot be moved to the Trash, as the middle of a sentence
+    approvalOutOfTime, ///< why an approval of a cleanup does not count
 };
 
 /// The words of a system for a text. Names in braces are filled in with `fmt::format`:

@@ -73,13 +73,21 @@ class ScheduledFolderChanges final : public platform::FolderChanges {
     /// Run before and after each change, so that a test can do something in that very moment.
     std::function<void()> beforeEach = nullptr;
     std::function<void()> afterEach = nullptr;
+    /// Run before and after each rename of an item that is there.
+    std::function<void()> beforeRename = nullptr;
+    std::function<void()> afterRename = nullptr;
 
     Changed renameNeverReplacing(const EntryName& from, const EntryName& to) override {
         if (rename_ == ExclusiveRename::unknown) {
             return std::unexpected(
                 ChangeError{.kind = ChangeFailure::noExclusiveRename, .system = {EINVAL}});
         }
-        return perform([&] { return live_.renameNeverReplacing(from, to); });
+        return perform([&] {
+            if (beforeRename) beforeRename();
+            Changed renamed = live_.renameNeverReplacing(from, to);
+            if (afterRename) afterRename();
+            return renamed;
+        });
     }
     Changed renameReplacing(const EntryName& from, const EntryName& to) override {
         return perform([&] { return live_.renameReplacing(from, to); });

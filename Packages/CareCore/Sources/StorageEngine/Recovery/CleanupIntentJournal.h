@@ -56,6 +56,11 @@ class CleanupIntentJournaling {
     [[nodiscard]] virtual Result<void> recordOutcome(const CleanupIntentEntry::Outcome& outcome,
                                                      const LocalItemID& candidateID,
                                                      const UUID& intentID) = 0;
+    /// Brings everything that was recorded of an intent to the disk, and what it tells of before.
+    /// Each record is flushed sooner or later; this is for whoever may go on only then.
+    [[nodiscard]] virtual Result<void> flushRecords(const UUID& intentID) = 0;
+    /// Gives back the space that is kept for a full disk. False when none is kept any more.
+    [[nodiscard]] virtual bool giveSpaceBack() { return false; }
     /// The cleanup has ended, however it went. Everything recorded is on the disk for good when
     /// this returns. The receipt is stored before.
     [[nodiscard]] virtual Result<void> close(const UUID& intentID, Timestamp at) = 0;

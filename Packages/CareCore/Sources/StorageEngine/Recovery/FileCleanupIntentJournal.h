@@ -81,6 +81,8 @@ class FileCleanupIntentJournal final : public CleanupIntentJournaling {
     [[nodiscard]] Result<void> recordOutcome(const CleanupIntentEntry::Outcome& outcome,
                                              const LocalItemID& candidateID,
                                              const UUID& intentID) override;
+    [[nodiscard]] Result<void> flushRecords(const UUID& intentID) override;
+    [[nodiscard]] bool giveSpaceBack() override;
     [[nodiscard]] Result<void> close(const UUID& intentID, Timestamp at) override;
     [[nodiscard]] Result<void> requireReceiptRecovery(const CleanupReceipt& receipt) override;
     [[nodiscard]] Result<OpenIntents> openIntents() override;
@@ -111,6 +113,7 @@ class FileCleanupIntentJournal final : public CleanupIntentJournaling {
     /// Makes a change, and once more with the reserve given back when the disk is full.
     template <class Change>
     [[nodiscard]] std::expected<void, SystemError> withReserve(Change change);
+    [[nodiscard]] bool releaseReserve();
     void fillReserve();
     void removeLeftovers() const;
 

@@ -10,7 +10,6 @@
 #include <unordered_set>
 #include <utility>
 
-#include "Platform/Files/SpaceReserve.h"
 #include "StorageEngine/Recovery/FileCleanupIntentJournal.h"
 
 /// What the files of `FileCleanupIntentJournal` share. Nobody else includes it.
@@ -73,13 +72,7 @@ template <class Change>
 std::expected<void, SystemError> FileCleanupIntentJournal::withReserve(Change change) {
     auto done = change();
     if (done || (done.error().code != ENOSPC && done.error().code != EDQUOT)) return done;
-    bool wasReleased = false;
-    const auto released = platform::pass(
-        *options_.gate, platform::DiskChange::remove, [&]() -> std::expected<void, SystemError> {
-            wasReleased = platform::releaseSpace(folder_.appending("reserve").path());
-            return {};
-        });
-    return released && wasReleased ? change() : done;
+    return releaseReserve() ? change() : done;
 }
 
 } // namespace tidyro

@@ -4,11 +4,22 @@
 
 #include "Base/JSONCoding.h"
 #include "Platform/Files/DurableFile.h"
+#include "Platform/Files/SpaceReserve.h"
 #include "StorageEngine/Recovery/FileCleanupIntentJournalParts.h"
 
 namespace tidyro {
 
 using namespace intent_journal;
+
+bool FileCleanupIntentJournal::releaseReserve() {
+    bool wasReleased = false;
+    const auto released = platform::pass(
+        *options_.gate, platform::DiskChange::remove, [&]() -> std::expected<void, SystemError> {
+            wasReleased = platform::releaseSpace(folder_.appending("reserve").path());
+            return {};
+        });
+    return released && wasReleased;
+}
 
 void FileCleanupIntentJournal::fillReserve() {
     if (options_.reserveByteCount == 0) return;
@@ -132,6 +143,19 @@ FileCleanupIntentJournal::recordOutcome(const CleanupIntentEntry::Outcome& outco
     if (!log) return std::unexpected(log.error());
     if (!(*log)->members.contains(candidateID.rawValue)) return unknownIntent(intentID);
     return append(**log, IntentLogRecord{EntryOutcome{candidateID, outcome}});
+}
+
+CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::flushRecords(const UUID& intentID) {
+    const Writing writing(*this);
+    if (!writing.taken()) return std::unexpected(writing.taken().error());
+    const auto log = appender(intentID);
+    if (!log) return std::unexpected(log.error());
+    return (*log)->unflushed == 0 ? Result<void>() : flush(**log);
+}
+
+bool FileCleanupIntentJournal::giveSpaceBack() {
+    const Writing writing(*this);
+    return writing.taken() && releaseReserve();
 }
 
 CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::end(const UUID& intentID,

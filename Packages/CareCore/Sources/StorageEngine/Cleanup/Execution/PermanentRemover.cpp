@@ -1,0 +1,160 @@
+#include "StorageEngine/Cleanup/Execution/PermanentRemover.h"
+
+#include <optional>
+#include <utility>
+
+#include "Base/PathText.h"
+#include "Platform/Files/FileContents.h"
+#include "StorageEngine/Trash/TrashMover.h"
+
+namespace tidyro {
+
+namespace {
+
+using Kind = CleanupMutationError::Kind;
+using platform::ChangeError;
+using platform::ChangeFailure;
+using platform::EntryName;
+using platform::FileMetadata;
+
+CleanupMutationError removeFailed(const ChangeError& error) {
+    if (error.kind == ChangeFailure::sourceGone) return {.kind = Kind::sourceMissing};
+    return {.kind = Kind::removeFailed, .reason = appAuthoredFileSystemFailureReason(error.system)};
+}
+
+/// What becomes free when the last name of this file goes.
+std::uint64_t ownByteCount(const platform::FolderDescriptor& folder, const std::string& name,
+                           const FileMetadata& seen) {
+    if (!platform::mayShareBlocks(folder)) return seen.allocatedBytes;
+    platform::FileContents::OwnerHint owner;
+    const auto file = platform::FileContents::open(folder, name.c_str(), owner);
+    const auto blocks = file ? file->blocks(seen) : std::nullopt;
+    return blocks ? blocks->ownBytes : 0; // what others may share is promised to nobody
+}
+
+} // namespace
+
+/// A private folder, removed with the last item that is in it.
+struct SystemPermanentRemover::Private {
+    platform::FolderChanges& changes;
+    platform::FolderDescriptor parent;
+    platform::PrivateFolder folder;
+    std::string name;
+
+    Private(platform::FolderChanges& made, platform::FolderDescriptor above,
+            platform::PrivateFolder own, std::string called)
+        : changes(made),
+          parent(std::move(above)),
+          folder(std::move(own)),
+          name(std::move(called)) {}
+    Private(const Private&) = delete;
+    Private& operator=(const Private&) = delete;
+    // One that is not empty stays, with what could not go back; that was told with the item.
+    ~Private() { static_cast<void>(changes.removeFolder({.folder = parent, .name = name})); }
+};
+
+void SystemPermanentRemover::forget(const FileURL& source) {
+    const auto known = folders_.find(folderOf(source));
+    if (known != folders_.end() && --known->second.expected == 0) folders_.erase(known);
+}
+
+std::expected<SystemPermanentRemover::PrivateReference, ChangeError>
+SystemPermanentRemover::privateFolder(const std::string& folder, const VerifiedItem& item) {
+    const auto above = platform::fileMetadata(item.parent.fd());
+    if (!above) return std::unexpected(ChangeError::fromSystem(above.error()));
+    InFolder& here = folders_[folder];
+    if (auto last = here.last.lock(); last && here.parent == above->identity) return last;
+    const std::string name = platform::PrivateFolder::nameFor(options_.intentID);
+    auto own = item.parent.open(".");
+    if (!own) return std::unexpected(ChangeError::fromSystem(own.error()));
+    const auto make = [&] {
+        return platform::PrivateFolder::make(options_.changes, item.parent, name);
+    };
+    auto made = make();
+    if (!made && made.error().kind == ChangeFailure::full && options_.giveSpaceBack()) {
+        made = make();
+    }
+    if (!made && made.error().kind == ChangeFailure::targetTaken) {
+        // This run made it, and something in it could not go back.
+        made = platform::PrivateFolder::open(item.parent, name);
+    }
+    if (!made) return std::unexpected(made.error());
+    while (opened_.size() >= maxOpened) {
+        const auto oldest = folders_.find(opened_.front());
+        if (oldest != folders_.end()) oldest->second.opened.reset();
+        opened_.pop_front();
+    }
+    opened_.push_back(folder);
+    here.parent = above->identity;
+    here.opened =
+        std::make_shared<Private>(options_.changes, *std::move(own), *std::move(made), name);
+    here.last = here.opened;
+    return here.opened;
+}
+
+std::expected<SystemPermanentRemover::SetAside, CleanupMutationError>
+SystemPermanentRemover::setAside(const FileURL& source, VerifiedItem item) {
+    const auto folder = privateFolder(folderOf(source), item);
+    if (!folder) return std::unexpected(removeFailed(folder.error()));
+    if (const auto noted = options_.flushes.note(item.parent, platform::FolderFlushes::Side::left);
+        !noted) {
+        return std::unexpected(removeFailed(ChangeError::fromSystem(noted.error())));
+    }
+    if (item.held.takeLease() == platform::FileUse::inUse) {
+        return std::unexpected(CleanupMutationError{
+            .kind = Kind::removeFailed, .reason = appAuthoredFileSystemFailureReason({EBUSY})});
+    }
+    const bool isLeased = item.held.isLeaseUnbroken();
+    const EntryName from{.folder = item.parent, .name = item.name};
+    const EntryName to{.folder = (*folder)->folder.folder(), .name = item.name};
+    if (const auto moved = platform::moveNeverReplacing(options_.changes, from, to); !moved) {
+        return std::unexpected(removeFailed(moved.error()));
+    }
+    SetAside aside(std::move(item), *folder);
+    const VerifiedItem& moved = aside.item_;
+    const bool isUntouched = !isLeased || moved.held.isLeaseUnbroken();
+    const auto after = moved.held.metadata();
+    if (!isUntouched || !after || !moved.isAt((*folder)->folder.folder(), moved.name)) {
+        return std::unexpected(putBack(std::move(aside), {.kind = Kind::identityChanged}));
+    }
+    aside.changed_ = after->changed;
+    aside.item_.held.releaseLease();
+    return aside;
+}
+
+std::expected<std::uint64_t, CleanupMutationError> SystemPermanentRemover::remove(SetAside aside) {
+    const VerifiedItem& item = aside.item_;
+    const platform::FolderDescriptor& folder = aside.folder_->folder.folder();
+    const auto before = item.held.metadata();
+    if (!before || before->changed != aside.changed_ || !item.isAt(folder, item.name)) {
+        return std::unexpected(putBack(std::move(aside), {.kind = Kind::identityChanged}));
+    }
+    const std::uint64_t own = before->linkCount == 1 ? ownByteCount(folder, item.name, *before) : 0;
+    const auto removed = options_.changes.removeFile({.folder = folder, .name = item.name});
+    if (!removed) return std::unexpected(putBack(std::move(aside), removeFailed(removed.error())));
+    const auto after = item.held.metadata();
+    return after && after->linkCount == 0 ? own : 0;
+}
+
+CleanupMutationError SystemPermanentRemover::putBack(SetAside aside, CleanupMutationError because) {
+    const VerifiedItem& item = aside.item_;
+    const platform::FolderDescriptor& folder = aside.folder_->folder.folder();
+    const EntryName from{.folder = folder, .name = item.name};
+    const EntryName to{.folder = item.parent, .name = item.name};
+    aside.item_.held.releaseLease();
+    if (platform::moveNeverReplacing(options_.changes, from, to)) return because;
+    const auto seen = platform::fileMetadata(folder, item.name.c_str());
+    if (!seen) return because;
+    if (auto slot = options_.trash.reserve(
+            {.folder = folder, .name = item.name, .path = item.realPath, .seen = *seen});
+        slot && slot->move()) {
+        because.displaced = slot->url();
+        return because;
+    }
+    const std::string parent(path::parent(item.realPath));
+    because.displaced =
+        FileURL::file(path::joined(path::joined(parent, aside.folder_->name), item.name));
+    return because;
+}
+
+} // namespace tidyro
