@@ -46,6 +46,8 @@ std::optional<unsigned char> hexDigit(char digit) {
     return std::nullopt;
 }
 
+} // namespace
+
 std::optional<std::string> percentDecoded(std::string_view text) {
     std::string bytes;
     bytes.reserve(text.size());
@@ -64,8 +66,6 @@ std::optional<std::string> percentDecoded(std::string_view text) {
     if (bytes.find('\0') != std::string::npos) return std::nullopt;
     return bytes;
 }
-
-} // namespace
 
 FileURL FileURL::file(std::string_view path) { return {path::absolute(path), false}; }
 

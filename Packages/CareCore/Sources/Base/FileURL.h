@@ -48,4 +48,7 @@ class FileURL {
     bool isFolder_ = true;
 };
 
+/// The bytes that "a%20b" stands for. None with a malformed escape or a zero byte.
+[[nodiscard]] std::optional<std::string> percentDecoded(std::string_view text);
+
 } // namespace tidyro

@@ -88,6 +88,10 @@ bool isShownElsewhere(const Volume& volume, const FileMetadata& top) {
 
 } // namespace
 
+bool isTypeThatMayHaveTrash(std::string_view fileSystem) {
+    return isServed(fileSystem) || isOneOf(diskFileSystems, fileSystem);
+}
+
 std::expected<TrashedItem, SystemError> TrashedItem::open(const FileURL& url) {
     const std::string files(path::parent(url.path()));
     if (path::lastComponent(files) != "files") return std::unexpected(SystemError{ENOENT});

@@ -1,14 +1,12 @@
 #include "Platform/Linux/Folders/TrashFolders.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cerrno>
 #include <map>
-#include <set>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "Base/Calendar.h"
 #include "Base/PathText.h"
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Folders/FolderFiles.h"
@@ -71,11 +69,11 @@ OpenedFolder openOwn(FolderChanges& changes, const FolderDescriptor& parent,
 }
 
 /// Opens what lies in a Trash.
-Opened openInside(FolderChanges& changes, std::string path, std::string top,
-                  FolderDescriptor base) {
-    auto files = openOwn(changes, base, "files", TrashFolders::Missing::make);
+Opened openInside(FolderChanges& changes, std::string path, std::string top, FolderDescriptor base,
+                  TrashFolders::Missing missing = TrashFolders::Missing::make) {
+    auto files = openOwn(changes, base, "files", missing);
     if (!files) return std::unexpected(files.error());
-    auto info = openOwn(changes, base, "info", TrashFolders::Missing::make);
+    auto info = openOwn(changes, base, "info", missing);
     if (!info) return std::unexpected(info.error());
     const auto seen = fileMetadata(files->fd());
     if (!seen) return unusable(seen.error());
@@ -87,7 +85,57 @@ Opened openInside(FolderChanges& changes, std::string path, std::string top,
                                                        .seen = *seen});
 }
 
+/// What looking for a Trash found; none when there is no Trash that a person could use.
+std::optional<TrashFolders::Found> found(Opened opened) {
+    if (opened) return *std::move(opened);
+    switch (opened.error().system.code) {
+    case 0:
+    case ENOENT:
+    case ENOTDIR:
+    case ELOOP: return std::nullopt;
+    default: return std::unexpected(opened.error().system);
+    }
+}
+
+Opened look(const FolderDescriptor& above, const std::string& name, std::string path,
+            std::string top) {
+    LiveFolderChanges none; // nothing is made
+    auto base = openOwn(none, above, name, TrashFolders::Missing::refuse);
+    if (!base) return std::unexpected(base.error());
+    if (!top.empty() && !isPrivateFolder(*base)) return unusable();
+    return openInside(none, std::move(path), std::move(top), *std::move(base),
+                      TrashFolders::Missing::refuse);
+}
+
 } // namespace
+
+std::optional<TrashFolders::Found> TrashFolders::findHome(const std::string& path) {
+    const auto above = FolderDescriptor::openRoot(std::string(path::parent(path)));
+    if (!above) return found(unusable(above.error()));
+    return found(look(*above, std::string(path::lastComponent(path)), path, {}));
+}
+
+std::vector<TrashFolders::Found> TrashFolders::findAtTop(const std::string& top) {
+    std::vector<Found> all;
+    const auto add = [&](Opened opened) {
+        if (auto one = found(std::move(opened))) all.push_back(*std::move(one));
+    };
+    const auto folder = FolderDescriptor::openRoot(top);
+    if (!folder) {
+        add(unusable(folder.error()));
+        return all;
+    }
+    const std::string user = std::to_string(currentUserID());
+    if (const auto shared = folder->open(".Trash")) {
+        const auto seen = fileMetadata(shared->fd());
+        if (seen && (seen->permissions & stickyPermission) != 0) {
+            add(look(*shared, user, path::joined(path::joined(top, ".Trash"), user), top));
+        }
+    }
+    const std::string own = ".Trash-" + user;
+    add(look(*folder, own, path::joined(top, own), top));
+    return all;
+}
 
 Opened TrashFolders::openHome(FolderChanges& changes, ChangeGate& gate, const std::string& path) {
     // The folders above may be links: a person decides where the home keeps its data.
@@ -193,20 +241,6 @@ std::string trashName(std::string_view name, unsigned attempt, std::size_t maxBy
     made += mark;
     if (!extension.empty()) made.append(".").append(extension);
     return made;
-}
-
-std::string trashNote(std::string_view path, std::string_view top, Timestamp at) {
-    std::string written;
-    if (top.empty()) {
-        written = encoded(path);
-    } else {
-        written = encoded("/" + std::string(path::below(path, top))).substr(1);
-    }
-    const DateComponents date = Calendar::current().components(at);
-    return fmt::format("[Trash Info]\nPath={}\n"
-                       "DeletionDate={:04}-{:02}-{:02}T{:02}:{:02}:{:02}\n",
-                       written, date.year, date.month, date.day, date.hour, date.minute,
-                       date.second);
 }
 
 } // namespace tidyro::platform

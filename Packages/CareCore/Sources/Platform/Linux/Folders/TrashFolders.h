@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Platform/Folders/Trash.h"
+#include "Platform/Folders/TrashNote.h"
 
 namespace tidyro::platform {
 
@@ -43,6 +44,13 @@ struct TrashFolders {
     [[nodiscard]] static std::expected<std::shared_ptr<TrashFolders>, TrashError>
     openAtTop(FolderChanges& changes, const std::string& top, Missing missing);
 
+    using Found = std::expected<std::shared_ptr<TrashFolders>, SystemError>;
+    /// The person's own Trash, and those at the top of a volume, as far as they are there. Nothing
+    /// is made. An error is about one that is there and cannot be looked into; one that is not this
+    /// person's, or that others could exchange, is left out.
+    [[nodiscard]] static std::optional<Found> findHome(const std::string& path);
+    [[nodiscard]] static std::vector<Found> findAtTop(const std::string& top);
+
     /// Adds the sizes that are waiting to `directorysizes`, and leaves out those of items that are
     /// gone. Its folder is noted for the next flush when something was written.
     void writeSizes(ChangeGate& gate, FolderFlushes& flushes);
@@ -53,10 +61,8 @@ struct TrashFolders {
 /// loses its middle, but no part of a character and not its extension.
 [[nodiscard]] std::string trashName(std::string_view name, unsigned attempt, std::size_t maxBytes);
 
-inline constexpr std::string_view trashNoteEnding = ".trashinfo";
-
-/// The note of an item: where it lay and when it went, in the time of the place where the person
-/// is.
-[[nodiscard]] std::string trashNote(std::string_view path, std::string_view top, Timestamp at);
+/// Whether volumes of a type may have a Trash: those on disks, on servers and behind drivers do,
+/// and what the kernel makes up in memory does not.
+[[nodiscard]] bool isTypeThatMayHaveTrash(std::string_view fileSystem);
 
 } // namespace tidyro::platform
