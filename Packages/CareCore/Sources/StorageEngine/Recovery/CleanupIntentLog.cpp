@@ -48,9 +48,10 @@ class LogReader {
         for (EntryOutcome& told : restored.outcomes) {
             areAllKnown = (*this)(std::move(told)) && areAllKnown;
         }
-        // Once missing, a receipt stays missing: a later record that is about other items does not
-        // bring it back.
-        read_.isReceiptMissing = read_.isReceiptMissing || restored.receiptMissing;
+        // A record that is about items does not bring back a receipt that was missing before; one
+        // about none says that recovery has stored it.
+        const bool wasMissing = read_.isReceiptMissing && !restored.outcomes.empty();
+        read_.isReceiptMissing = wasMissing || restored.receiptMissing;
         return areAllKnown;
     }
     bool operator()(const intent_log::ReceiptMissing&) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Base/JSON.h"
+#include "CareDomain/CleanupReceipt.h"
 #include "StorageEngine/Recovery/CleanupIntent.h"
 
 /// The two files of an intent: a snapshot, written when it begins, and a log of what happened
@@ -37,7 +38,8 @@ struct Closed {
     bool operator==(const Closed&) const = default;
 };
 
-/// What recovery did, for several entries at once.
+/// What recovery did, for several entries at once. For none, and with a receipt that is not
+/// missing: recovery has stored the receipt that was.
 struct RestoreOutcomes {
     std::vector<EntryOutcome> outcomes;
     bool receiptMissing; ///< whether the cleanup has no receipt
@@ -74,8 +76,8 @@ struct IntentLogRecord {
 /// An intent as its two files tell it.
 struct RecordedIntent {
     CleanupIntent intent;
-    /// Whether the log says that the cleanup has no receipt. It stays so for as long as the intent
-    /// is kept.
+    /// Whether the log says that the cleanup has no receipt, and not that recovery has stored one
+    /// since.
     bool isReceiptMissing = false;
     /// Whether the cleanup is going on right now, in this process or in another. What has no
     /// outcome yet is then not to be judged.
@@ -89,6 +91,10 @@ struct RecordedIntent {
 /// Reads an intent back. Bytes that are no snapshot give an error; a line of the log that is no
 /// record is passed over and counted.
 [[nodiscard]] Decoded<RecordedIntent> readIntent(std::string_view snapshot, std::string_view log);
+
+/// Whether a receipt is the one of a cleanup: it is of the same plan, tells all that the intent
+/// says was done, and nothing else.
+[[nodiscard]] bool isReceiptOf(const CleanupReceipt& receipt, const CleanupIntent& intent);
 
 /// Whether a log alone tells that its cleanup has ended and has its receipt, so that the snapshot
 /// need not be read. False in doubt.

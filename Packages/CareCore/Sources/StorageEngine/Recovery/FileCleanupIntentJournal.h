@@ -89,6 +89,11 @@ class FileCleanupIntentJournal final : public CleanupIntentJournaling {
     [[nodiscard]] Result<void> recordRestoreOutcomes(const RestoreOutcomes& outcomes) override;
     [[nodiscard]] Result<void> forget(const UUID& intentID) override;
 
+    /// Every intent, closed ones as well. None is told as running, so the caller has a hold.
+    [[nodiscard]] Result<OpenIntents> allIntents();
+    /// Recovery has stored the receipt that a cleanup lacked: nothing more is to be done for it.
+    [[nodiscard]] Result<void> recordReceiptStored(const UUID& intentID);
+
   private:
     struct Appender;
     class Writing;

@@ -117,4 +117,10 @@ FileCleanupIntentJournal::openIntents() {
     }
 }
 
+CleanupIntentJournaling::Result<CleanupIntentJournaling::OpenIntents>
+FileCleanupIntentJournal::allIntents() {
+    const std::scoped_lock guard(mutex_);
+    return readAll(Wanted::all);
+}
+
 } // namespace tidyro

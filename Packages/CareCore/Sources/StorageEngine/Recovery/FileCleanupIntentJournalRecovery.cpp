@@ -1,6 +1,9 @@
 // What recovery records in the journal.
+#include <algorithm>
 #include <optional>
+#include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "StorageEngine/Recovery/FileCleanupIntentJournalParts.h"
@@ -111,6 +114,19 @@ std::unexpected<CleanupIntentJournalError> receiptRecoveryUnsupported() {
 
 } // namespace
 
+bool isReceiptOf(const CleanupReceipt& receipt, const CleanupIntent& intent) {
+    const auto missing = missingOutcomes(intent, receipt);
+    if (!missing || !missing->empty()) return false;
+    std::unordered_set<std::string_view> told;
+    for (const CleanupReceiptEntry& entry : receipt.entries)
+        told.insert(entry.candidateID.rawValue);
+    return std::ranges::all_of(intent.entries, [&](const CleanupIntentEntry& entry) {
+        const bool isNothing =
+            !entry.outcome || std::holds_alternative<intent_outcome::Failed>(entry.outcome->value);
+        return isNothing || told.contains(entry.candidateID.rawValue);
+    });
+}
+
 CleanupIntentJournaling::Result<void>
 FileCleanupIntentJournal::requireReceiptRecovery(const CleanupReceipt& receipt) {
     const Writing writing(*this);
@@ -171,6 +187,17 @@ FileCleanupIntentJournal::recordRestoreOutcomes(const RestoreOutcomes& outcomes)
         if (auto flushed = flush(**log); !flushed) return flushed;
     }
     return {};
+}
+
+CleanupIntentJournaling::Result<void>
+FileCleanupIntentJournal::recordReceiptStored(const UUID& intentID) {
+    const Writing writing(*this);
+    if (!writing.taken()) return std::unexpected(writing.taken().error());
+    const auto log = appender(intentID);
+    if (!log) return std::unexpected(log.error());
+    const auto added = append(**log, IntentLogRecord{intent_log::RestoreOutcomes{
+                                         .outcomes = {}, .receiptMissing = false}});
+    return added ? flush(**log) : added;
 }
 
 } // namespace tidyro
