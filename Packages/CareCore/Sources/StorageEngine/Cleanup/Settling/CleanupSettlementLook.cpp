@@ -1,0 +1,388 @@
+#include "StorageEngine/Cleanup/Settling/CleanupSettlementLook.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+
+#include <fmt/format.h>
+
+#include "Base/PathText.h"
+
+namespace tidyro {
+
+namespace {
+
+using platform::FileMetadata;
+using platform::FolderDescriptor;
+using platform::PrivateFolder;
+using PrivateStep = CleanupSettlementLook::PrivateItem::Step;
+using TrashStepKind = CleanupSettlementLook::TrashStep::Kind;
+
+/// File systems round dates, the coarsest to two seconds.
+constexpr double secondsOfRounding = 2;
+
+/// Made when a file is moved where renaming could replace, and nobody's item.
+bool isPlaceholder(const FileMetadata& seen) {
+    constexpr std::uint32_t everybody = 0777;
+    return seen.kind == platform::ItemKind::regularFile && seen.byteCount == 0 &&
+           seen.allocatedBytes == 0 && (seen.permissions & everybody) == 0 && seen.linkCount == 1 &&
+           seen.ownerUserID == platform::currentUserID();
+}
+
+/// 0 when it is not known, which no item has.
+std::uint64_t plannedInode(const FileFingerprint& planned) {
+    std::uint64_t inode = 0;
+    if (planned.fileResourceIdentifier) {
+        const std::string& text = *planned.fileResourceIdentifier;
+        const std::size_t begin = text.rfind(':') + 1;
+        std::from_chars(text.data() + begin, text.data() + text.size(), inode);
+    }
+    return inode;
+}
+
+bool isGone(SystemError error) { return error.code == ENOENT || error.code == ENOTDIR; }
+
+} // namespace
+
+/// One look at one intent.
+struct CleanupSettlementLooker::Course {
+    const RecordedIntent& recorded;
+    CleanupSettlementLook look;
+    std::unordered_map<std::string_view, const CleanupIntentEntry*> bySource = {};
+    /// The entries that have no outcome and that the cleanup may have been at all the same.
+    std::unordered_set<const CleanupIntentEntry*> mayBeReached = {};
+    std::unordered_map<const CleanupIntentEntry*, std::pair<std::size_t, std::size_t>> inPrivate =
+        {};
+    std::set<std::string> withPrivateFolder = {}; ///< folders whose items a private folder holds
+    std::set<std::string> notLookedInto = {};     ///< likewise, and it could not be read
+
+    [[nodiscard]] const CleanupIntent& intent() const { return recorded.intent; }
+};
+
+CleanupSettlementLooker::CleanupSettlementLooker(std::span<const platform::Volume> volumes,
+                                                 platform::TrashListing& listing)
+    : volumes_(volumes), listing_(listing) {
+    for (std::size_t i = 0; i < listing.items.size(); ++i) {
+        trashedByInode_.emplace(listing.items[i].seen.identity.inode, i);
+    }
+}
+
+std::map<std::string, std::string>
+CleanupSettlementLooker::privateParents(const CleanupIntent& intent) {
+    std::map<std::string, std::string> parents;
+    if (!changesTheFilesystem(intent.mode)) return parents;
+    std::string_view last;
+    for (const CleanupIntentEntry& entry : intent.entries) {
+        const std::string_view parent = path::parent(entry.sourceURL.path());
+        if (parent == last) continue;
+        last = parent;
+        parents.try_emplace(std::string(parent), parent);
+        // What leaves the Trash for good goes through a folder beside the one that it lies in.
+        if (path::lastComponent(parent) == "files") {
+            parents.try_emplace(std::string(path::parent(parent)), parent);
+        }
+    }
+    return parents;
+}
+
+const CleanupSettlementLooker::Folder& CleanupSettlementLooker::opened(const std::string& path) {
+    if (last_ && last_->path == path) return *last_;
+    last_.emplace(Folder{.path = path, .folder = {}, .seen = std::nullopt});
+    auto beneath = platform::FoldersBeneath::openRoot(path);
+    auto folder = beneath ? beneath->open("") : std::unexpected(beneath.error());
+    if (!folder) {
+        last_->error = folder.error();
+        return *last_;
+    }
+    last_->folder = *std::move(folder);
+    const auto seen = platform::fileMetadata(last_->folder.fd());
+    if (seen) {
+        last_->seen = *seen;
+    } else {
+        last_->error = seen.error();
+    }
+    return *last_;
+}
+
+bool CleanupSettlementLooker::hasNumber(const FileMetadata& seen,
+                                        const FileFingerprint& planned) const {
+    if (!planned.fileResourceIdentifier || !planned.volumeIdentifier) return false;
+    if (plannedInode(planned) != seen.identity.inode) return false;
+    // The device's number changes with the next start of the machine, the volume's identifier not.
+    const platform::Volume* volume = platform::volumeOf(seen, volumes_);
+    return volume != nullptr && volume->identifier == *planned.volumeIdentifier;
+}
+
+bool CleanupSettlementLooker::isItem(const FileMetadata& seen,
+                                     const FileFingerprint& planned) const {
+    return planned.modificationDate && seen.modified == planned.modificationDate &&
+           (seen.kind == platform::ItemKind::folder || seen.byteCount == planned.byteCount) &&
+           hasNumber(seen, planned);
+}
+
+// Private folders -----------------------------------------------------------------------------
+
+void CleanupSettlementLooker::lookIntoPrivateFolder(Course& course, const std::string& parent,
+                                                    const std::string& target) {
+    const std::string name = PrivateFolder::nameFor(course.intent().id);
+    auto trouble = [&](std::string_view why) {
+        course.notLookedInto.insert(target);
+        course.look.told.troubles.push_back(fmt::format("{} {}.", path::joined(parent, name), why));
+    };
+    const Folder& above = opened(parent);
+    if (!above.seen) {
+        // Without the folder there is nothing in it. One that cannot be entered may hold something.
+        if (!isGone(above.error)) course.notLookedInto.insert(target);
+        return;
+    }
+    const auto seen = platform::fileMetadata(above.folder, name.c_str());
+    if (!seen && isGone(seen.error())) return;
+    const auto mine = PrivateFolder::open(above.folder, name);
+    if (!seen || !mine) return trouble("has the name of a folder of this cleanup, but is none");
+    course.withPrivateFolder.insert(target);
+
+    CleanupSettlementLook::PrivatePlace place{
+        .path = path::joined(parent, name), .parent = parent, .target = target};
+    platform::FolderLister lister({.isAskedForFacts = false});
+    lister.begin(mine->folder());
+    while (const platform::FolderEntry* listed = lister.next()) {
+        const std::string leaf(listed->name);
+        const auto inside = platform::fileMetadata(mine->folder(), leaf.c_str());
+        if (!inside && isGone(inside.error())) continue;
+        if (!inside) {
+            trouble("cannot be looked into");
+            continue;
+        }
+        place.items.push_back({.name = leaf, .seen = *inside, .step = PrivateStep::putBack});
+    }
+    if (lister.error().code != 0) trouble("cannot be looked into");
+
+    const bool isInTrash = target != parent;
+    const Folder& around = opened(target);
+    for (auto& item : place.items) {
+        const std::string source = path::joined(target, item.name);
+        const auto known = course.bySource.find(source);
+        if (known != course.bySource.end() && isItem(item.seen, known->second->fingerprint)) {
+            item.entry = known->second;
+        } else if (isPlaceholder(item.seen)) {
+            item.step = PrivateStep::removePlaceholder;
+            continue;
+        }
+        const auto atPlace = around.seen ? platform::fileMetadata(around.folder, item.name.c_str())
+                                         : std::unexpected(around.error);
+        if (atPlace && atPlace->identity == item.seen.identity && item.seen.linkCount > 1) {
+            item.step = PrivateStep::takeNameAway;
+        } else if (atPlace) {
+            item.step = isInTrash ? PrivateStep::leave : PrivateStep::moveToTrash;
+        }
+        if (item.entry != nullptr) {
+            course.inPrivate[item.entry] = {course.look.privatePlaces.size(),
+                                            static_cast<std::size_t>(&item - place.items.data())};
+            continue;
+        }
+        item.told = course.look.told.strangers.size();
+        course.look.told.strangers.push_back(
+            {.originalURL = FileURL::file(source),
+             .found = item.step == PrivateStep::moveToTrash ? Found::inTrash
+                      : item.step == PrivateStep::leave     ? Found::stays
+                                                            : Found::putBack});
+    }
+    course.look.privatePlaces.push_back(std::move(place));
+}
+
+// Places and the Trash ------------------------------------------------------------------------
+
+std::optional<std::size_t> CleanupSettlementLooker::trashedItem(Course& course,
+                                                                const CleanupIntentEntry& entry) {
+    // What was in the Trash when the cleanup began has a note already, of its first place.
+    const std::string_view folder = path::parent(entry.sourceURL.path());
+    for (const auto& place : listing_.places) {
+        if (folder == path::joined(place.path, "files")) return std::nullopt;
+    }
+    std::optional<std::size_t> withoutNote;
+    const auto [first, last] = trashedByInode_.equal_range(plannedInode(entry.fingerprint));
+    for (auto each = first; each != last; ++each) {
+        platform::TrashListing::Item& item = listing_.items[each->second];
+        if (!isItem(item.seen, entry.fingerprint)) continue;
+        listing_.readNote(item);
+        // Another name of the same file may have gone to the Trash on its own: that is another
+        // item.
+        if (item.note && item.note->path == entry.sourceURL.path()) return each->second;
+        if (!item.note) withoutNote = each->second;
+    }
+    if (withoutNote) {
+        course.look.trashSteps.push_back({.kind = TrashStepKind::writeNote,
+                                          .trashed = *withoutNote,
+                                          .entry = &entry,
+                                          .told = course.look.told.items.size()});
+    }
+    return withoutNote;
+}
+
+/// A crash may leave a file under both of its names. The Trash's goes, when it is surely that one.
+void CleanupSettlementLooker::lookForSecondName(Course& course, const CleanupIntentEntry& entry,
+                                                const FileMetadata& atPlace) {
+    if (atPlace.linkCount < 2 || !course.mayBeReached.contains(&entry)) return;
+    const auto [first, last] = trashedByInode_.equal_range(atPlace.identity.inode);
+    for (auto each = first; each != last; ++each) {
+        platform::TrashListing::Item& item = listing_.items[each->second];
+        if (item.seen.identity != atPlace.identity ||
+            listing_.url(item).path() == entry.sourceURL.path()) {
+            continue;
+        }
+        listing_.readNote(item);
+        if (item.note ? item.note->path == entry.sourceURL.path()
+                      : item.name == entry.sourceURL.lastComponent()) {
+            course.look.trashSteps.push_back({.kind = TrashStepKind::takeNameAway,
+                                              .trashed = each->second,
+                                              .entry = &entry,
+                                              .told = course.look.told.items.size()});
+        }
+    }
+}
+
+/// A place in the Trash may have been taken for an item that never got there.
+void CleanupSettlementLooker::lookForPlaceholders(Course& course) {
+    for (std::size_t i = 0; i < listing_.items.size(); ++i) {
+        platform::TrashListing::Item& item = listing_.items[i];
+        if (!isPlaceholder(item.seen)) continue;
+        listing_.readNote(item);
+        const auto entry =
+            item.note ? course.bySource.find(item.note->path) : course.bySource.end();
+        if (entry == course.bySource.end() || !course.mayBeReached.contains(entry->second) ||
+            isItem(item.seen, entry->second->fingerprint)) {
+            continue;
+        }
+        course.look.trashSteps.push_back(
+            {.kind = TrashStepKind::removePlaceholder, .trashed = i, .entry = entry->second});
+    }
+}
+
+SettledCleanup::Item CleanupSettlementLooker::lookFor(Course& course,
+                                                      const CleanupIntentEntry& entry) {
+    SettledCleanup::Item item{.candidateID = entry.candidateID,
+                              .originalURL = entry.sourceURL,
+                              .found = Found::unaccounted};
+    const Folder& around = opened(std::string(path::parent(entry.sourceURL.path())));
+    const std::string name(entry.sourceURL.lastComponent());
+    const auto seen = around.seen ? platform::fileMetadata(around.folder, name.c_str())
+                                  : std::unexpected(around.error);
+    if (!changesTheFilesystem(course.intent().mode)) {
+        item.found = seen ? Found::atPlace : Found::goneBefore; // whatever happened, others did it
+        return item;
+    }
+    // One that was born before the cleanup began and has its number is the item, even when it has
+    // been changed since. A number that was given away again has a younger item.
+    const bool isAtPlace = seen && (isItem(*seen, entry.fingerprint) ||
+                                    (hasNumber(*seen, entry.fingerprint) && seen->created &&
+                                     *seen->created <= course.intent().createdAt));
+    if (isAtPlace) {
+        item.found = Found::atPlace;
+        lookForSecondName(course, entry, *seen);
+    } else if (const auto trashed = trashedItem(course, entry)) {
+        item.found = Found::inTrash;
+        item.url = listing_.url(listing_.items[*trashed]);
+    } else if (!seen && !isGone(seen.error())) {
+        item.reason = "Its folder cannot be looked into (" + seen.error().description() + ").";
+    } else {
+        judgeMissing(course, entry, item);
+    }
+    return item;
+}
+
+/// An item that is nowhere. What that proves follows from the order of a cleanup's changes:
+///
+/// - Items are dealt with one after another, in the plan's order, and each gets its outcome before
+///   the next one is touched. At most `maxUnflushedRecords` outcomes are not yet on the disk. An
+///   item behind that many without an outcome was never touched.
+/// - A cleanup that moves items to the Trash renames and never removes. One of its items that is
+///   nowhere was taken by others, before or after; that is not ours to say.
+/// - A cleanup that removes for good has renamed, compared and removed an item before it records
+///   that, so an item that it may have been at and that is nowhere has gone that way, or others
+///   took it in the same moments. Its folder has then been changed since the cleanup began: a
+///   folder that has not, or that is gone itself, proves nothing.
+///
+/// An item that could lie where nobody could look is never called removed.
+void CleanupSettlementLooker::judgeMissing(const Course& course, const CleanupIntentEntry& entry,
+                                           SettledCleanup::Item& item) {
+    const CleanupIntent& intent = course.intent();
+    const std::string parent(path::parent(entry.sourceURL.path()));
+    const Folder& around = opened(parent);
+    const platform::Volume* volume =
+        around.seen ? platform::volumeOf(*around.seen, volumes_) : nullptr;
+    const bool isPermanent = intent.mode == CleanupExecutionMode::permanent;
+    // Where the system tells nothing of its Trash, an item of a permanent cleanup is not there:
+    // only strangers ever are.
+    const bool isTrashKnown = std::ranges::all_of(listing_.unread, [&](const auto& unread) {
+        return isPermanent && unread.error.code == ENOTSUP;
+    });
+    if (around.seen && (volume == nullptr || !entry.fingerprint.volumeIdentifier ||
+                        volume->identifier != *entry.fingerprint.volumeIdentifier)) {
+        item.reason = "The disk that it lay on is not there.";
+    } else if (course.notLookedInto.contains(parent)) {
+        item.reason = "A private folder of this cleanup cannot be looked into.";
+    } else if (!isTrashKnown) {
+        item.reason = "The Trash cannot be looked into.";
+    } else if (!around.seen) {
+        item.reason = "The folder that it lay in is gone.";
+    } else if (!course.mayBeReached.contains(&entry) && course.recorded.passedOverLineCount == 0) {
+        item.found = Found::goneBefore;
+    } else if (isPermanent && course.mayBeReached.contains(&entry) &&
+               (course.withPrivateFolder.contains(parent) ||
+                (around.seen->modified &&
+                 around.seen->modified->adding(secondsOfRounding) >= intent.createdAt))) {
+        item.found = Found::removed;
+    } else {
+        item.reason = "It is neither at its place nor in the Trash.";
+    }
+}
+
+CleanupSettlementLook CleanupSettlementLooker::look(const RecordedIntent& recorded) {
+    const CleanupIntent& intent = recorded.intent;
+    last_.reset(); // another intent's repairs may have changed it
+    Course course{.recorded = recorded,
+                  .look = {.told = {.intentID = intent.id,
+                                    .planID = intent.planID,
+                                    .startedAt = intent.createdAt,
+                                    .mode = intent.mode}}};
+    const std::size_t maxReached =
+        FileCleanupIntentJournal::maxUnflushedRecords + recorded.passedOverLineCount;
+    for (const CleanupIntentEntry& entry : intent.entries) {
+        course.bySource.emplace(entry.sourceURL.path(), &entry);
+        if (!entry.outcome && course.mayBeReached.size() < maxReached) {
+            course.mayBeReached.insert(&entry);
+        }
+    }
+    for (const auto& [parent, target] : privateParents(intent)) {
+        lookIntoPrivateFolder(course, parent, target);
+    }
+    SettledCleanup& told = course.look.told;
+    for (const CleanupIntentEntry& entry : intent.entries) {
+        const auto inside = course.inPrivate.find(&entry);
+        if (inside != course.inPrivate.end()) {
+            auto& place = course.look.privatePlaces[inside->second.first];
+            auto& item = place.items[inside->second.second];
+            item.told = told.items.size();
+            told.items.push_back({.candidateID = entry.candidateID,
+                                  .originalURL = entry.sourceURL,
+                                  .found = item.step == PrivateStep::moveToTrash ? Found::inTrash
+                                           : item.step == PrivateStep::leave     ? Found::stays
+                                                                                 : Found::putBack});
+        } else if (!entry.outcome) {
+            told.items.push_back(lookFor(course, entry));
+        } else {
+            continue;
+        }
+        course.look.toldEntries.push_back(&entry);
+    }
+    if (changesTheFilesystem(intent.mode)) lookForPlaceholders(course);
+    const auto isOpenQuestion = [](const auto& each) {
+        return each.found == Found::stays || each.found == Found::unaccounted;
+    };
+    told.isAccountedFor = course.notLookedInto.empty() &&
+                          std::ranges::none_of(told.items, isOpenQuestion) &&
+                          std::ranges::none_of(told.strangers, isOpenQuestion);
+    return std::move(course.look);
+}
+
+} // namespace tidyro
