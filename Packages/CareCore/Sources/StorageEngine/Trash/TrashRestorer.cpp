@@ -16,22 +16,13 @@ namespace {
 
 using RestoreFailure = TrashRestorer::Error::Kind;
 using platform::ChangeFailure;
-using platform::FileMetadata;
 using platform::FolderDescriptor;
 
 std::unexpected<TrashRestorer::Error> restoreFailure(RestoreFailure kind) {
     return std::unexpected(TrashRestorer::Error{.kind = kind});
 }
 
-/// Whether an item is the one that was planned. The device's number is left out: it changes with
-/// the next start of the machine. Only files have a size of their own.
-bool isTheItem(const FileMetadata& seen, const FileFingerprint& planned) {
-    if (!planned.fileResourceIdentifier || !planned.modificationDate) return false;
-    const std::string_view identifier = *planned.fileResourceIdentifier;
-    return identifier.substr(identifier.rfind(':') + 1) == std::to_string(seen.identity.inode) &&
-           seen.modified == planned.modificationDate &&
-           (seen.kind == platform::ItemKind::folder || seen.byteCount == planned.byteCount);
-}
+constexpr auto byUUIDIfKnown = FingerprintComparison::Volume::byUUIDIfKnown;
 
 /// Opens the folder at a path from the top down, following no link. Missing ones are made.
 std::expected<FolderDescriptor, TrashRestorer::Error>
@@ -106,7 +97,11 @@ std::string TrashRestorer::Error::description() const {
     return "This item could not be put back. It stays in the Trash.";
 }
 
-TrashRestorer::TrashRestorer(platform::FolderChanges* changes) : changes_(changes) {}
+TrashRestorer::TrashRestorer(platform::FolderChanges* changes, const platform::Volumes* volumes)
+    : changes_(changes),
+      comparison_(volumes != nullptr
+                      ? FingerprintComparison(*volumes, byUUIDIfKnown)
+                      : FingerprintComparison(platform::LiveVolumes(), byUUIDIfKnown)) {}
 
 std::expected<void, TrashRestorer::Error> TrashRestorer::putBack(const Item& item) const {
     platform::LiveFolderChanges live;
@@ -115,7 +110,8 @@ std::expected<void, TrashRestorer::Error> TrashRestorer::putBack(const Item& ite
     if (!trashed) return restoreFailure(RestoreFailure::notInTrash);
     const auto seen = platform::fileMetadata(trashed->folder, trashed->name.c_str());
     if (!seen) return restoreFailure(RestoreFailure::notInTrash);
-    if (!isTheItem(*seen, item.fingerprint)) return restoreFailure(RestoreFailure::anotherItem);
+    if (!comparison_.isItem(*seen, item.fingerprint))
+        return restoreFailure(RestoreFailure::anotherItem);
 
     const auto folder =
         openOrMake(changes, item.originalURL.parent().path(), item.folderPermissions);
@@ -134,7 +130,7 @@ std::expected<void, TrashRestorer::Error> TrashRestorer::putBack(const Item& ite
         }
     }
     const auto back = platform::fileMetadata(*folder, name.c_str());
-    if (back && !isTheItem(*back, item.fingerprint)) {
+    if (back && !comparison_.isItem(*back, item.fingerprint)) {
         // Another item had the name in the Trash by then.
         static_cast<void>(platform::moveNeverReplacing(changes, to, from));
         return restoreFailure(RestoreFailure::anotherItem);

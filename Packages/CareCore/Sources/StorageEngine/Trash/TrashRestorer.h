@@ -9,6 +9,8 @@
 #include "Base/FileURL.h"
 #include "CareDomain/FileFingerprint.h"
 #include "Platform/Folders/FolderChanges.h"
+#include "Platform/Mounts/Volumes.h"
+#include "StorageEngine/Trash/FingerprintComparison.h"
 
 namespace tidyro {
 
@@ -20,8 +22,8 @@ namespace tidyro {
 ///                                         .fingerprint = fingerprint});
 ///     if (!back) show(back.error().description());
 ///
-/// Only the very item is put back: the same number on its disk, the same size and the same date.
-/// Nothing is ever replaced. Used by one thread.
+/// Only the very item is put back: the same number on its disk, the same size and the same date. A
+/// disk with a UUID has to be the same as well. Nothing is ever replaced. Used by one thread.
 class TrashRestorer {
   public:
     struct Item {
@@ -51,13 +53,16 @@ class TrashRestorer {
         bool operator==(const Error&) const = default;
     };
 
-    explicit TrashRestorer(platform::FolderChanges* changes = nullptr);
+    /// None: those of the running system. The volumes are read once, here.
+    explicit TrashRestorer(platform::FolderChanges* changes = nullptr,
+                           const platform::Volumes* volumes = nullptr);
 
     /// Moves an item back, and what the Trash noted of it goes. Durable when it returns.
     [[nodiscard]] std::expected<void, Error> putBack(const Item& item) const;
 
   private:
-    platform::FolderChanges* changes_; ///< none: those of the running system
+    platform::FolderChanges* changes_;
+    FingerprintComparison comparison_;
 };
 
 } // namespace tidyro

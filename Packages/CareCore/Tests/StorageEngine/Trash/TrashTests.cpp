@@ -16,6 +16,7 @@
 
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Folders/WellKnownFolders.h"
+#include "Platform/Testing/FakeVolumes.h"
 #include "Platform/Testing/ScheduledChangeGate.h"
 #include "StorageEngine/Trash/TrashMover.h"
 #include "StorageEngine/Trash/TrashRestorer.h"
@@ -452,6 +453,32 @@ TEST(TrashRestorer, PutsBackTheVeryItemAndReplacesNothing) {
     at.place.file("data/Trash/files/a.txt", "x");
     EXPECT_EQ(restorer.putBack(item).error().kind, Kind::anotherItem);
     EXPECT_TRUE(exists(note));
+}
+
+TEST(TrashRestorer, PutsBackOnlyWhatIsOnTheDiskThatItWasOn) {
+    TrashPlace at;
+    at.place.file("a", "x");
+    const std::string path = at.place / "a";
+    TrashRestorer::Item item{
+        .trashURL = {}, .originalURL = FileURL::file(path), .fingerprint = fingerprintOf(path)};
+    item.trashURL = FileURL::file(at.put(path));
+    auto volumes = platform::testing::FakeVolumes::withOneAt(at.place.path());
+    const auto isBack = [&](const std::string& then, const std::string& now) {
+        item.fingerprint.volumeIdentifier = then;
+        volumes.answer->front().identifier = now;
+        const auto back = TrashRestorer(nullptr, &volumes).putBack(item);
+        EXPECT_TRUE(back || back.error().kind == TrashRestorer::Error::Kind::anotherItem);
+        if (back) fs::rename(path, item.trashURL.path());
+        return back.has_value();
+    };
+    EXPECT_FALSE(isBack("1234-abcd", "5678-abcd"));
+    EXPECT_FALSE(isBack("1234-abcd", "8:1:vfat"));
+    EXPECT_TRUE(isBack("1234-abcd", "1234-abcd"));
+    EXPECT_TRUE(isBack("1234-abcd@2049", "1234-abcd")) << "a copy of the disk was there as well";
+    EXPECT_TRUE(isBack("8:1:vfat", "8:17:vfat")) << "numbers, which change with the next start";
+    volumes.answer = std::unexpected(SystemError{EIO});
+    item.fingerprint.volumeIdentifier = "1234-abcd";
+    EXPECT_FALSE(TrashRestorer(nullptr, &volumes).putBack(item)) << "nothing is known";
 }
 
 /// Runs `work` undisturbed, and then once for each of its changes and each way to disturb it, in a
