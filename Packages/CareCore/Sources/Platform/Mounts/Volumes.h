@@ -46,6 +46,11 @@ struct Volume {
     /// The folder of the file system that is mounted there: "/" for all of it, another one for a
     /// subvolume of btrfs or a folder that is shown in a second place.
     std::string mountedFolder = "/";
+    /// Names the space on a disk that the volume shares with all others of the same: with its bind
+    /// mounts, with the subvolumes of one btrfs, with the volumes of one ZFS pool or APFS
+    /// container. The disk is attached to this machine, inside or outside, or is an image on one.
+    /// Empty for what lies in memory, on a server, or behind a driver that may wait for one.
+    std::string spaceIdentifier = {};
 };
 
 /// Handed in, so that tests decide what is mounted. Any thread may ask.

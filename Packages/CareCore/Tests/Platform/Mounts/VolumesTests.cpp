@@ -106,6 +106,7 @@ TEST(Volumes, CallInternalOnlyWhatLiesInTheMachine) {
     tree.disk("pci/mmc/mmcblk1", "6:1");
     place.file("devices/pci/mmc/mmcblk1/device/type", "MMC\n");
     tree.disk("virtual/block/loop0", "7:0");
+    place.file("devices/virtual/block/loop0/loop/backing_file", "/images/one\n");
     tree.made("zram0", "7:1", {});
     tree.made("dm-0", "8:0", {"pci/nvme/nvme0/nvme0n1/nvme0n1p2"});
     tree.made("dm-1", "8:1", {"virtual/block/dm-0"});
@@ -144,6 +145,30 @@ TEST(Volumes, CallInternalOnlyWhatLiesInTheMachine) {
           {10U, 0U, false, "a disk that does not say whether it is removable"},
           {99U, 9U, false, "not in the tree"}}) {
         EXPECT_EQ(devices.isInternal(major, minor), isInternal) << what;
+    }
+
+    // Attached is much more.
+    std::vector<std::string> images;
+    for (const auto& [major, minor] : {std::pair{1U, 0U},
+                                       {1U, 1U},
+                                       {2U, 0U},
+                                       {2U, 1U},
+                                       {3U, 0U},
+                                       {5U, 0U},
+                                       {6U, 0U},
+                                       {6U, 1U},
+                                       {7U, 0U},
+                                       {8U, 0U},
+                                       {8U, 1U},
+                                       {8U, 2U},
+                                       {9U, 0U},
+                                       {10U, 0U}}) {
+        EXPECT_TRUE(devices.isAttached(major, minor, images)) << major << ":" << minor;
+    }
+    EXPECT_EQ(images, std::vector<std::string>{"/images/one"});
+    for (const auto& [major, minor] :
+         {std::pair{4U, 0U}, {7U, 1U}, {8U, 3U}, {9U, 1U}, {99U, 9U}}) {
+        EXPECT_FALSE(devices.isAttached(major, minor, images)) << major << ":" << minor;
     }
 
     place.folder("fs/btrfs/features");

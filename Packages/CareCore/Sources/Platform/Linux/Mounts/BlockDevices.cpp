@@ -26,6 +26,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr int maxLayers = 16; // of devices upon devices
+
 /// The names in a folder; none when it cannot be read to its end.
 std::optional<std::vector<std::string>> namesIn(const std::string& folder) {
     std::vector<std::string> names;
@@ -82,8 +84,7 @@ bool BlockDevices::isInternalDisk(const std::string& folder) const {
 }
 
 bool BlockDevices::isInternalFolder(const std::string& folder, int depth) const {
-    constexpr int maxDepth = 16; // layers of devices upon devices
-    if (folder.empty() || depth > maxDepth) return false;
+    if (folder.empty() || depth > maxLayers) return false;
     if (exists(folder + "/partition")) {
         return isInternalFolder(std::string(path::parent(folder)), depth + 1);
     }
@@ -107,6 +108,43 @@ bool BlockDevices::isInternal(std::uint32_t major, std::uint32_t minor) const {
         realPath(sys_ + "/dev/block/" + std::to_string(major) + ":" + std::to_string(minor))
             .value_or(""),
         0);
+}
+
+bool BlockDevices::isAttachedFolder(const std::string& folder, int depth,
+                                    std::vector<std::string>& images) const {
+    if (folder.empty() || depth > maxLayers) return false;
+    if (exists(folder + "/partition")) {
+        return isAttachedFolder(std::string(path::parent(folder)), depth + 1, images);
+    }
+    const std::string devices = sys_ + "/devices";
+    if (!path::isInsideOrEqual(folder, devices + "/virtual")) {
+        // The session of a disk on the network (iSCSI), and a block device of Ceph.
+        return path::isInsideOrEqual(folder, devices) &&
+               std::ranges::none_of(path::components(folder), [](std::string_view component) {
+                   return component.starts_with("session") || component == "rbd";
+               });
+    }
+    if (path::isInsideOrEqual(folder, devices + "/virtual/nvme-subsystem")) {
+        return areNVMeControllersInside(std::string(path::parent(folder)));
+    }
+    if (path::lastComponent(folder).starts_with("loop")) {
+        images.push_back(kernelLine(folder + "/loop/backing_file"));
+        return true;
+    }
+    const auto below = namesIn(folder + "/slaves");
+    if (!below || below->empty()) return false;
+    return std::ranges::all_of(*below, [&](const std::string& name) {
+        return isAttachedFolder(realPath(folder + "/slaves/" + name).value_or(""), depth + 1,
+                                images);
+    });
+}
+
+bool BlockDevices::isAttached(std::uint32_t major, std::uint32_t minor,
+                              std::vector<std::string>& images) const {
+    return isAttachedFolder(
+        realPath(sys_ + "/dev/block/" + std::to_string(major) + ":" + std::to_string(minor))
+            .value_or(""),
+        0, images);
 }
 
 bool BlockDevices::isInternalBtrfs(const std::string& device) const {

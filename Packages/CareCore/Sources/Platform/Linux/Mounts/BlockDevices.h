@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tidyro::platform {
 
@@ -21,6 +22,12 @@ class BlockDevices {
     /// The same for a btrfs, by one of its devices ("/dev/sda2"): all of its devices count.
     [[nodiscard]] bool isInternalBtrfs(const std::string& device) const;
 
+    /// Whether a block device lies on disks that are attached to this machine, inside or outside,
+    /// and on images, whose paths are added. False for one that another machine serves, for memory,
+    /// and for a device that is not in the tree.
+    [[nodiscard]] bool isAttached(std::uint32_t major, std::uint32_t minor,
+                                  std::vector<std::string>& images) const;
+
     /// The file system's UUID from the system's list of them, in lower case; none when the device
     /// is not in it.
     [[nodiscard]] std::optional<std::string> listedUUID(std::uint32_t major,
@@ -28,6 +35,8 @@ class BlockDevices {
 
   private:
     [[nodiscard]] bool isInternalFolder(const std::string& folder, int depth) const;
+    [[nodiscard]] bool isAttachedFolder(const std::string& folder, int depth,
+                                        std::vector<std::string>& images) const;
     [[nodiscard]] bool isInternalDisk(const std::string& folder) const;
 
     std::string sys_;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include <sys/attr.h>
 #include <sys/mount.h>
@@ -76,12 +77,17 @@ std::expected<std::vector<Volume>, SystemError> LiveVolumes::mounted() const {
                                 disk == systemDisk;
         std::string identifier = isInternal ? uuidOf(mount.f_mntonname) : std::string();
         if (identifier.empty()) identifier = std::to_string(device) + ":" + mount.f_fstypename;
+        // The volumes of an APFS container are pieces of one disk that the system makes up.
+        const bool isAPFS = std::string_view(mount.f_fstypename) == "apfs";
+        std::string space(isAPFS ? disk : std::string_view(mount.f_mntfromname));
+        if ((mount.f_flags & MNT_LOCAL) == 0 || disk.empty()) space.clear();
         volumes.push_back({.mountPath = mount.f_mntonname,
                            .mount = device,
                            .device = device,
                            .identifier = std::move(identifier),
                            .fileSystem = mount.f_fstypename,
-                           .isInternalLocal = isInternal});
+                           .isInternalLocal = isInternal,
+                           .spaceIdentifier = std::move(space)});
     }
     tellApart(volumes);
     return volumes;
