@@ -37,7 +37,9 @@ enum class CleanupPlanningError : std::uint8_t {
 /// It looks at nothing on the disk and changes nothing there. Immutable: any thread may ask.
 class CleanupPlanner {
   public:
+    /// How long plans live: those in memory an hour, those in a file a day.
     static constexpr double hour = 3'600;
+    static constexpr double day = 86'400;
 
     /// `planLifetime` is in seconds. One that is below 1 or no finite number is raised to 1.
     CleanupPlanner(double planLifetime, FileURL home);
