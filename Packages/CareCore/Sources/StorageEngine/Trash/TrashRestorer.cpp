@@ -102,10 +102,14 @@ TrashRestorer::TrashRestorer(platform::FolderChanges* changes, const platform::V
       comparison_(volumes != nullptr
                       ? FingerprintComparison(*volumes, byUUIDIfKnown)
                       : FingerprintComparison(platform::LiveVolumes(), byUUIDIfKnown)) {}
+TrashRestorer::TrashRestorer(platform::FolderChanges* changes, platform::FolderFlushes* flushes)
+    : changes_(changes), flushes_(flushes) {}
 
 std::expected<void, TrashRestorer::Error> TrashRestorer::putBack(const Item& item) const {
     platform::LiveFolderChanges live;
     platform::FolderChanges& changes = changes_ != nullptr ? *changes_ : live;
+    platform::FolderFlushes ownFlushes(changes);
+    platform::FolderFlushes& flushes = flushes_ != nullptr ? *flushes_ : ownFlushes;
     const auto trashed = platform::TrashedItem::open(item.trashURL);
     if (!trashed) return restoreFailure(RestoreFailure::notInTrash);
     const auto seen = platform::fileMetadata(trashed->folder, trashed->name.c_str());
@@ -116,6 +120,10 @@ std::expected<void, TrashRestorer::Error> TrashRestorer::putBack(const Item& ite
     const auto folder =
         openOrMake(changes, item.originalURL.parent().path(), item.folderPermissions);
     if (!folder) return std::unexpected(folder.error());
+    using Side = platform::FolderFlushes::Side;
+    if (!flushes.note(trashed->folder, Side::left) || !flushes.note(*folder, Side::entered)) {
+        return restoreFailure(RestoreFailure::failed);
+    }
     const std::string name(item.originalURL.lastComponent());
     const platform::EntryName from{.folder = trashed->folder, .name = trashed->name};
     const platform::EntryName to{.folder = *folder, .name = name};
@@ -135,10 +143,10 @@ std::expected<void, TrashRestorer::Error> TrashRestorer::putBack(const Item& ite
         static_cast<void>(platform::moveNeverReplacing(changes, to, from));
         return restoreFailure(RestoreFailure::anotherItem);
     }
-    // The place first: were the Trash's side flushed alone, a crash would leave the item nowhere.
-    if (!changes.flush(*folder)) return restoreFailure(RestoreFailure::notConfirmed);
-    static_cast<void>(trashed->forget(changes));
-    static_cast<void>(changes.flush(trashed->folder)); // a note that stays is only a note
+    // Both sides at once: with its place flushed alone btrfs has the item under both names after a
+    // crash.
+    if (!flushes.flush()) return restoreFailure(RestoreFailure::notConfirmed);
+    static_cast<void>(trashed->forget(changes)); // not flushed: a note that stays is only a note
     return {};
 }
 

@@ -11,6 +11,7 @@
 #include "Platform/Folders/FolderChanges.h"
 #include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/Trash/FingerprintComparison.h"
+#include "Platform/Folders/FolderFlushes.h"
 
 namespace tidyro {
 
@@ -56,6 +57,9 @@ class TrashRestorer {
     /// None: those of the running system. The volumes are read once, here.
     explicit TrashRestorer(platform::FolderChanges* changes = nullptr,
                            const platform::Volumes* volumes = nullptr);
+    /// None: the changes of the running system, and flushes of its own.
+    explicit TrashRestorer(platform::FolderChanges* changes = nullptr,
+                           platform::FolderFlushes* flushes = nullptr);
 
     /// Moves an item back, and what the Trash noted of it goes. Durable when it returns.
     [[nodiscard]] std::expected<void, Error> putBack(const Item& item) const;
@@ -63,6 +67,7 @@ class TrashRestorer {
   private:
     platform::FolderChanges* changes_;
     FingerprintComparison comparison_;
+    platform::FolderFlushes* flushes_;
 };
 
 } // namespace tidyro
