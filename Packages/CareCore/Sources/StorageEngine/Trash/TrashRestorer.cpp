@@ -97,13 +97,13 @@ std::string TrashRestorer::Error::description() const {
     return "This item could not be put back. It stays in the Trash.";
 }
 
-TrashRestorer::TrashRestorer(platform::FolderChanges* changes, const platform::Volumes* volumes)
+TrashRestorer::TrashRestorer(platform::FolderChanges* changes, platform::FolderFlushes* flushes,
+                             const platform::Volumes* volumes)
     : changes_(changes),
       comparison_(volumes != nullptr
                       ? FingerprintComparison(*volumes, byUUIDIfKnown)
-                      : FingerprintComparison(platform::LiveVolumes(), byUUIDIfKnown)) {}
-TrashRestorer::TrashRestorer(platform::FolderChanges* changes, platform::FolderFlushes* flushes)
-    : changes_(changes), flushes_(flushes) {}
+                      : FingerprintComparison(platform::LiveVolumes(), byUUIDIfKnown)),
+      flushes_(flushes) {}
 
 std::expected<void, TrashRestorer::Error> TrashRestorer::putBack(const Item& item) const {
     platform::LiveFolderChanges live;

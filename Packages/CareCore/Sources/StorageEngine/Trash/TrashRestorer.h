@@ -9,9 +9,9 @@
 #include "Base/FileURL.h"
 #include "CareDomain/FileFingerprint.h"
 #include "Platform/Folders/FolderChanges.h"
+#include "Platform/Folders/FolderFlushes.h"
 #include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/Trash/FingerprintComparison.h"
-#include "Platform/Folders/FolderFlushes.h"
 
 namespace tidyro {
 
@@ -54,12 +54,10 @@ class TrashRestorer {
         bool operator==(const Error&) const = default;
     };
 
-    /// None: those of the running system. The volumes are read once, here.
+    /// None: what the running system has, and flushes of its own. The volumes are read once, here.
     explicit TrashRestorer(platform::FolderChanges* changes = nullptr,
+                           platform::FolderFlushes* flushes = nullptr,
                            const platform::Volumes* volumes = nullptr);
-    /// None: the changes of the running system, and flushes of its own.
-    explicit TrashRestorer(platform::FolderChanges* changes = nullptr,
-                           platform::FolderFlushes* flushes = nullptr);
 
     /// Moves an item back, and what the Trash noted of it goes. Durable when it returns.
     [[nodiscard]] std::expected<void, Error> putBack(const Item& item) const;

@@ -466,7 +466,7 @@ TEST(TrashRestorer, PutsBackOnlyWhatIsOnTheDiskThatItWasOn) {
     const auto isBack = [&](const std::string& then, const std::string& now) {
         item.fingerprint.volumeIdentifier = then;
         volumes.answer->front().identifier = now;
-        const auto back = TrashRestorer(nullptr, &volumes).putBack(item);
+        const auto back = TrashRestorer(nullptr, nullptr, &volumes).putBack(item);
         EXPECT_TRUE(back || back.error().kind == TrashRestorer::Error::Kind::anotherItem);
         if (back) fs::rename(path, item.trashURL.path());
         return back.has_value();
@@ -478,7 +478,7 @@ TEST(TrashRestorer, PutsBackOnlyWhatIsOnTheDiskThatItWasOn) {
     EXPECT_TRUE(isBack("8:1:vfat", "8:17:vfat")) << "numbers, which change with the next start";
     volumes.answer = std::unexpected(SystemError{EIO});
     item.fingerprint.volumeIdentifier = "1234-abcd";
-    EXPECT_FALSE(TrashRestorer(nullptr, &volumes).putBack(item)) << "nothing is known";
+    EXPECT_FALSE(TrashRestorer(nullptr, nullptr, &volumes).putBack(item)) << "nothing is known";
 }
 
 /// Runs `work` undisturbed, and then once for each of its changes and each way to disturb it, in a
