@@ -466,6 +466,7 @@ TEST(CleanupExecutor, SimulatesWithoutAChange) {
 TEST(CleanupExecutor, LeavesAFolderInWhichSomethingIsMounted) {
     ExecutionBench bench;
     const auto told = testing::inMountNamespace([&] {
+        bench.volumes = platform::testing::FakeVolumes::withOneAt(bench.place.path());
         bench.place.file("opened/folder/sub/file", "inside");
         bench.place.folder("elsewhere");
         bench.planItems({"opened/folder"});
