@@ -89,6 +89,10 @@ class FileCleanupIntentJournal final : public CleanupIntentJournaling {
     [[nodiscard]] Result<void> recordRestoreOutcomes(const RestoreOutcomes& outcomes) override;
     [[nodiscard]] Result<void> forget(const UUID& intentID) override;
 
+    [[nodiscard]] const FileURL& folder() const { return folder_; }
+    /// The intents of cleanups that go on right now, here or in another process, told without
+    /// reading them.
+    [[nodiscard]] Result<std::set<UUID>> runningIntents();
     /// Every intent, closed ones as well. None is told as running, so the caller has a hold.
     [[nodiscard]] Result<OpenIntents> allIntents();
     /// Recovery has stored the receipt that a cleanup lacked: nothing more is to be done for it.

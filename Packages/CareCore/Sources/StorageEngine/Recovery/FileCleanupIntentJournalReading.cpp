@@ -117,6 +117,15 @@ FileCleanupIntentJournal::openIntents() {
     }
 }
 
+CleanupIntentJournaling::Result<std::set<UUID>> FileCleanupIntentJournal::runningIntents() {
+    const std::scoped_lock guard(mutex_);
+    if (lock_) return running_;
+    bool isLocked = false;
+    auto begun = begunUnderLock(isLocked);
+    if (begun && !isLocked) begun->clear();
+    return begun;
+}
+
 CleanupIntentJournaling::Result<CleanupIntentJournaling::OpenIntents>
 FileCleanupIntentJournal::allIntents() {
     const std::scoped_lock guard(mutex_);
