@@ -37,8 +37,6 @@ std::optional<CleanupIntentEntry::Outcome> outcomeOf(const SettledCleanup::Item&
         return failed("The cleanup was interrupted, so this item was put back.");
     case SettledFound::goneBefore:
         return failed("This item was gone before the cleanup got to it.");
-    case SettledFound::removed:
-        return CleanupIntentEntry::Outcome{intent_outcome::PermanentlyRemoved{}};
     case SettledFound::inTrash:
         if (!item.url) return std::nullopt;
         return CleanupIntentEntry::Outcome{intent_outcome::MovedToTrash{*item.url}};
@@ -125,21 +123,27 @@ CleanupReceipt receiptOfSettledCleanup(const CleanupIntent& intent, Timestamp re
     return receipt;
 }
 
-CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::tell() {
-    return lookAtAll(Purpose::tell);
+CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::tell(Depth depth) {
+    return lookAtAll(Purpose::tell, depth);
 }
 
-CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::settle() {
+CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::settle(Depth depth) {
     const auto hold = options_.journal->hold();
     if (!hold) return settlementFailure(hold.error());
-    return lookAtAll(Purpose::repair);
+    return lookAtAll(Purpose::repair, depth);
 }
 
-CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::lookAtAll(Purpose purpose) {
+CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::lookAtAll(Purpose purpose,
+                                                                                  Depth depth) {
     auto open = options_.journal->openIntents();
     if (!open) return settlementFailure(open.error());
     Report report{.cleanups = {}, .unreadable = std::move(open->unreadable)};
     std::erase_if(open->intents, [](const RecordedIntent& each) { return each.isRunning; });
+    if (depth == Depth::everything) {
+        if (const auto added = addClosedOnes(open->intents); !added) {
+            return std::unexpected(added.error());
+        }
+    }
     if (open->intents.empty()) return report;
 
     const platform::LiveVolumes live;
@@ -150,7 +154,7 @@ CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::lookAtAl
     for (const RecordedIntent& recorded : open->intents) {
         for (const CleanupIntentEntry& entry : recorded.intent.entries) {
             const auto& volume = entry.fingerprint.volumeIdentifier;
-            if (!entry.outcome && volume) identifiers.insert(*volume);
+            if (volume) identifiers.insert(*volume);
         }
     }
     auto listing =
@@ -166,20 +170,22 @@ CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::lookAtAl
     CleanupSettlementRepair repair(options_, volumes, listing);
     for (RecordedIntent& recorded : open->intents) {
         CleanupSettlementLook look = looker.look(recorded);
+        const bool isEnded = !recorded.intent.isOpen() && !recorded.isReceiptMissing;
+        if (isEnded && look.privatePlaces.empty()) continue;
         if (purpose == Purpose::repair) {
             repair.repair(look);
             if (const auto flushed = repair.flush(); !flushed) {
                 return settlementFailure(SettlementError::NotConfirmed{flushed.error()});
             }
-            // Failures that the journal knows say more than that an item was put back.
             for (std::size_t i = 0; i < look.told.items.size(); ++i) {
                 auto outcome = outcomeOf(look.told.items[i]);
                 const CleanupIntentEntry& known = *look.toldEntries[i];
-                const bool isKnown =
-                    known.outcome &&
+                // A failure that the journal knows says more than that an item was put back.
+                const bool isFailureKnown =
+                    known.outcome && outcome &&
                     std::holds_alternative<intent_outcome::Failed>(known.outcome->value) &&
-                    outcome && std::holds_alternative<intent_outcome::Failed>(outcome->value);
-                if (!outcome || isKnown) continue;
+                    std::holds_alternative<intent_outcome::Failed>(outcome->value);
+                if (!outcome || isFailureKnown || known.outcome == outcome) continue;
                 const auto recordedOutcome = options_.journal->recordOutcome(
                     *outcome, known.candidateID, recorded.intent.id);
                 if (!recordedOutcome) return settlementFailure(recordedOutcome.error());
@@ -195,14 +201,31 @@ CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::lookAtAl
             if (look.told.isAccountedFor && !areFoldersGone) {
                 look.told.troubles.emplace_back(
                     "A private folder of this cleanup could not be removed.");
-            } else if (look.told.isAccountedFor) {
+            } else if (look.told.isAccountedFor && !isEnded) {
                 const auto finished = finish(recorded, look.told);
                 if (!finished) return std::unexpected(finished.error());
             }
         }
+        look.told.isClosed = look.told.isClosed || isEnded;
         report.cleanups.push_back(std::move(look.told));
     }
     return report;
+}
+
+/// What could not go back at the end of a cleanup was told with its receipt, and lies in a private
+/// folder.
+CleanupSettlement::Result<void>
+CleanupSettlement::addClosedOnes(std::vector<RecordedIntent>& intents) {
+    auto all = options_.journal->allIntents();
+    if (!all) return settlementFailure(all.error());
+    for (RecordedIntent& recorded : all->intents) {
+        if (recorded.intent.isOpen() || recorded.isReceiptMissing ||
+            recorded.intent.mode != CleanupExecutionMode::permanent) {
+            continue;
+        }
+        intents.push_back(std::move(recorded));
+    }
+    return {};
 }
 
 CleanupSettlement::Result<void> CleanupSettlement::finish(const RecordedIntent& recorded,

@@ -29,7 +29,6 @@ struct SettledCleanup {
         atPlace,    ///< where it always was
         putBack,    ///< back at its place, from a private folder of the cleanup
         inTrash,    ///< at `url`, with its note
-        removed,    ///< for good, as the cleanup was to do
         goneBefore, ///< the cleanup had not got to it, and it is gone: others took it
         stays,      ///< at `url`, in a private folder, since it could not be put back
         unaccounted,
@@ -124,9 +123,13 @@ class CleanupSettlement {
         std::vector<SettledCleanup> cleanups = {}; ///< oldest first
         std::vector<CleanupIntentJournaling::OpenIntents::Unreadable> unreadable = {};
     };
+    enum class Depth : std::uint8_t {
+        interrupted, ///< cleanups that never ended, or that have no receipt
+        everything,  ///< also what others left in a private folder; reads the whole journal
+    };
     /// What `settle` would find and do. Nothing is changed.
-    [[nodiscard]] Result<Report> tell();
-    [[nodiscard]] Result<Report> settle();
+    [[nodiscard]] Result<Report> tell(Depth depth = Depth::interrupted);
+    [[nodiscard]] Result<Report> settle(Depth depth = Depth::interrupted);
 
     using StoredReceipts =
         std::function<std::expected<std::vector<CleanupReceipt>, RecoveryLedgerError>()>;
@@ -139,7 +142,8 @@ class CleanupSettlement {
 
   private:
     enum class Purpose : std::uint8_t { tell, repair };
-    [[nodiscard]] Result<Report> lookAtAll(Purpose purpose);
+    [[nodiscard]] Result<Report> lookAtAll(Purpose purpose, Depth depth);
+    [[nodiscard]] Result<void> addClosedOnes(std::vector<RecordedIntent>& intents);
     [[nodiscard]] Result<void> finish(const RecordedIntent& recorded, SettledCleanup& told);
 
     Options options_;

@@ -18,9 +18,6 @@ using platform::PrivateFolder;
 using PrivateStep = CleanupSettlementLook::PrivateItem::Step;
 using TrashStepKind = CleanupSettlementLook::TrashStep::Kind;
 
-/// File systems round dates, the coarsest to two seconds.
-constexpr double secondsOfRounding = 2;
-
 /// Made when a file is moved where renaming could replace, and nobody's item.
 bool isPlaceholder(const FileMetadata& seen) {
     constexpr std::uint32_t everybody = 0777;
@@ -40,6 +37,14 @@ std::uint64_t plannedInode(const FileFingerprint& planned) {
     return inode;
 }
 
+/// What was put back from the Trash, or is gone from there, is the person's own doing.
+bool isLookedFor(const CleanupIntentEntry& entry) {
+    return !entry.outcome ||
+           (!std::holds_alternative<intent_outcome::RestoredFromTrash>(entry.outcome->value) &&
+            !std::holds_alternative<intent_outcome::NoLongerInTrash>(entry.outcome->value) &&
+            !std::holds_alternative<intent_outcome::Simulated>(entry.outcome->value));
+}
+
 bool isGone(SystemError error) { return error.code == ENOENT || error.code == ENOTDIR; }
 
 } // namespace
@@ -49,12 +54,12 @@ struct CleanupSettlementLooker::Course {
     const RecordedIntent& recorded;
     CleanupSettlementLook look;
     std::unordered_map<std::string_view, const CleanupIntentEntry*> bySource = {};
-    /// The entries that have no outcome and that the cleanup may have been at all the same.
+    /// The entries that have an outcome, and those that the cleanup may have been at all the same.
     std::unordered_set<const CleanupIntentEntry*> mayBeReached = {};
     std::unordered_map<const CleanupIntentEntry*, std::pair<std::size_t, std::size_t>> inPrivate =
         {};
-    std::set<std::string> withPrivateFolder = {}; ///< folders whose items a private folder holds
-    std::set<std::string> notLookedInto = {};     ///< likewise, and it could not be read
+    /// Folders of whose items a private folder may hold some, and could not be read.
+    std::set<std::string> notLookedInto = {};
 
     [[nodiscard]] const CleanupIntent& intent() const { return recorded.intent; }
 };
@@ -120,6 +125,14 @@ bool CleanupSettlementLooker::isItem(const FileMetadata& seen,
            hasNumber(seen, planned);
 }
 
+/// Whether it is the item, even when it has been changed since. One that was born before the
+/// cleanup began and has its number is; a number that was given away again has a younger item.
+bool CleanupSettlementLooker::isTheSame(const FileMetadata& seen, const FileFingerprint& planned,
+                                        const CleanupIntent& intent) const {
+    return isItem(seen, planned) ||
+           (hasNumber(seen, planned) && seen.created && *seen.created <= intent.createdAt);
+}
+
 // Private folders -----------------------------------------------------------------------------
 
 void CleanupSettlementLooker::lookIntoPrivateFolder(Course& course, const std::string& parent,
@@ -139,7 +152,6 @@ void CleanupSettlementLooker::lookIntoPrivateFolder(Course& course, const std::s
     if (!seen && isGone(seen.error())) return;
     const auto mine = PrivateFolder::open(above.folder, name);
     if (!seen || !mine) return trouble("has the name of a folder of this cleanup, but is none");
-    course.withPrivateFolder.insert(target);
 
     CleanupSettlementLook::PrivatePlace place{
         .path = path::joined(parent, name), .parent = parent, .target = target};
@@ -162,7 +174,8 @@ void CleanupSettlementLooker::lookIntoPrivateFolder(Course& course, const std::s
     for (auto& item : place.items) {
         const std::string source = path::joined(target, item.name);
         const auto known = course.bySource.find(source);
-        if (known != course.bySource.end() && isItem(item.seen, known->second->fingerprint)) {
+        if (known != course.bySource.end() &&
+            isTheSame(item.seen, known->second->fingerprint, course.intent())) {
             item.entry = known->second;
         } else if (isPlaceholder(item.seen)) {
             item.step = PrivateStep::removePlaceholder;
@@ -271,11 +284,7 @@ SettledCleanup::Item CleanupSettlementLooker::lookFor(Course& course,
         item.found = seen ? Found::atPlace : Found::goneBefore; // whatever happened, others did it
         return item;
     }
-    // One that was born before the cleanup began and has its number is the item, even when it has
-    // been changed since. A number that was given away again has a younger item.
-    const bool isAtPlace = seen && (isItem(*seen, entry.fingerprint) ||
-                                    (hasNumber(*seen, entry.fingerprint) && seen->created &&
-                                     *seen->created <= course.intent().createdAt));
+    const bool isAtPlace = seen && isTheSame(*seen, entry.fingerprint, course.intent());
     if (isAtPlace) {
         item.found = Found::atPlace;
         lookForSecondName(course, entry, *seen);
@@ -284,56 +293,54 @@ SettledCleanup::Item CleanupSettlementLooker::lookFor(Course& course,
         item.url = listing_.url(listing_.items[*trashed]);
     } else if (!seen && !isGone(seen.error())) {
         item.reason = "Its folder cannot be looked into (" + seen.error().description() + ").";
-    } else {
+    } else if (!entry.outcome) {
         judgeMissing(course, entry, item);
     }
     return item;
 }
 
-/// An item that is nowhere. What that proves follows from the order of a cleanup's changes:
+/// An item without an outcome that is nowhere. What that proves follows from the order in which a
+/// cleanup does things:
 ///
-/// - Items are dealt with one after another, in the plan's order, and each gets its outcome before
-///   the next one is touched. At most `maxUnflushedRecords` outcomes are not yet on the disk. An
-///   item behind that many without an outcome was never touched.
-/// - A cleanup that moves items to the Trash renames and never removes. One of its items that is
-///   nowhere was taken by others, before or after; that is not ours to say.
-/// - A cleanup that removes for good has renamed, compared and removed an item before it records
-///   that, so an item that it may have been at and that is nowhere has gone that way, or others
-///   took it in the same moments. Its folder has then been changed since the cleanup began: a
-///   folder that has not, or that is gone itself, proves nothing.
+/// - It takes the items in the plan's order. It gathers at most `maxUnflushedRecords` outcomes, and
+///   sets at most as many files aside before it removes them. An item behind twice as many without
+///   an outcome was never touched: others took it.
+/// - A file is removed for good only when its outcome is on the disk, so one without an outcome was
+///   not removed by the cleanup. But it may have been moved, and which of the two lost it does not
+///   show. It is unaccounted for, like an item that was to go to the Trash.
 ///
-/// An item that could lie where nobody could look is never called removed.
+/// Lines of the log that could not be read may have told an outcome, so nothing is proven then.
 void CleanupSettlementLooker::judgeMissing(const Course& course, const CleanupIntentEntry& entry,
                                            SettledCleanup::Item& item) {
-    const CleanupIntent& intent = course.intent();
     const std::string parent(path::parent(entry.sourceURL.path()));
     const Folder& around = opened(parent);
     const platform::Volume* volume =
         around.seen ? platform::volumeOf(*around.seen, volumes_) : nullptr;
-    const bool isPermanent = intent.mode == CleanupExecutionMode::permanent;
-    // Where the system tells nothing of its Trash, an item of a permanent cleanup is not there:
-    // only strangers ever are.
-    const bool isTrashKnown = std::ranges::all_of(listing_.unread, [&](const auto& unread) {
-        return isPermanent && unread.error.code == ENOTSUP;
-    });
     if (around.seen && (volume == nullptr || !entry.fingerprint.volumeIdentifier ||
                         volume->identifier != *entry.fingerprint.volumeIdentifier)) {
         item.reason = "The disk that it lay on is not there.";
-    } else if (course.notLookedInto.contains(parent)) {
-        item.reason = "A private folder of this cleanup cannot be looked into.";
-    } else if (!isTrashKnown) {
-        item.reason = "The Trash cannot be looked into.";
-    } else if (!around.seen) {
-        item.reason = "The folder that it lay in is gone.";
     } else if (!course.mayBeReached.contains(&entry) && course.recorded.passedOverLineCount == 0) {
         item.found = Found::goneBefore;
-    } else if (isPermanent && course.mayBeReached.contains(&entry) &&
-               (course.withPrivateFolder.contains(parent) ||
-                (around.seen->modified &&
-                 around.seen->modified->adding(secondsOfRounding) >= intent.createdAt))) {
-        item.found = Found::removed;
+    } else if (course.notLookedInto.contains(parent)) {
+        item.reason = "A private folder of this cleanup cannot be looked into.";
+    } else if (!listing_.unread.empty()) {
+        item.reason = "It is not at its place, and the Trash cannot be looked into.";
     } else {
         item.reason = "It is neither at its place nor in the Trash.";
+    }
+}
+
+/// Whether the journal knows already what was found.
+bool CleanupSettlementLooker::isKnown(const CleanupIntentEntry& entry,
+                                      const SettledCleanup::Item& item) {
+    if (!entry.outcome) return false;
+    const auto& outcome = entry.outcome->value;
+    const auto* moved = std::get_if<intent_outcome::MovedToTrash>(&outcome);
+    switch (item.found) {
+    case Found::atPlace: return std::holds_alternative<intent_outcome::Failed>(outcome);
+    case Found::inTrash:
+        return moved != nullptr && item.url && moved->url.path() == item.url->path();
+    default: return true; // it is gone since, which the journal does not have to know
     }
 }
 
@@ -345,18 +352,17 @@ CleanupSettlementLook CleanupSettlementLooker::look(const RecordedIntent& record
                                     .planID = intent.planID,
                                     .startedAt = intent.createdAt,
                                     .mode = intent.mode}}};
-    const std::size_t maxReached =
-        FileCleanupIntentJournal::maxUnflushedRecords + recorded.passedOverLineCount;
+    std::size_t maxReached = 2 * FileCleanupIntentJournal::maxUnflushedRecords;
     for (const CleanupIntentEntry& entry : intent.entries) {
         course.bySource.emplace(entry.sourceURL.path(), &entry);
-        if (!entry.outcome && course.mayBeReached.size() < maxReached) {
-            course.mayBeReached.insert(&entry);
-        }
+        if (entry.outcome || maxReached > 0) course.mayBeReached.insert(&entry);
+        if (!entry.outcome && maxReached > 0) --maxReached;
     }
     for (const auto& [parent, target] : privateParents(intent)) {
         lookIntoPrivateFolder(course, parent, target);
     }
     SettledCleanup& told = course.look.told;
+    const bool isUnsettled = intent.isOpen() || recorded.isReceiptMissing;
     for (const CleanupIntentEntry& entry : intent.entries) {
         const auto inside = course.inPrivate.find(&entry);
         if (inside != course.inPrivate.end()) {
@@ -368,14 +374,19 @@ CleanupSettlementLook CleanupSettlementLooker::look(const RecordedIntent& record
                                   .found = item.step == PrivateStep::moveToTrash ? Found::inTrash
                                            : item.step == PrivateStep::leave     ? Found::stays
                                                                                  : Found::putBack});
-        } else if (!entry.outcome) {
-            told.items.push_back(lookFor(course, entry));
+        } else if (isUnsettled && isLookedFor(entry)) {
+            // The log and what it tells of reach the disk in no certain order, so outcomes are
+            // looked at as well.
+            const std::size_t steps = course.look.trashSteps.size();
+            auto item = lookFor(course, entry);
+            if (isKnown(entry, item) && course.look.trashSteps.size() == steps) continue;
+            told.items.push_back(std::move(item));
         } else {
             continue;
         }
         course.look.toldEntries.push_back(&entry);
     }
-    if (changesTheFilesystem(intent.mode)) lookForPlaceholders(course);
+    if (isUnsettled && changesTheFilesystem(intent.mode)) lookForPlaceholders(course);
     const auto isOpenQuestion = [](const auto& each) {
         return each.found == Found::stays || each.found == Found::unaccounted;
     };

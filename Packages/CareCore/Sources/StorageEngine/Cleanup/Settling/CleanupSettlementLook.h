@@ -86,6 +86,10 @@ class CleanupSettlementLooker {
                                  const FileFingerprint& planned) const;
     [[nodiscard]] bool isItem(const platform::FileMetadata& seen,
                               const FileFingerprint& planned) const;
+    [[nodiscard]] bool isTheSame(const platform::FileMetadata& seen, const FileFingerprint& planned,
+                                 const CleanupIntent& intent) const;
+    [[nodiscard]] static bool isKnown(const CleanupIntentEntry& entry,
+                                      const SettledCleanup::Item& item);
     void lookIntoPrivateFolder(Course& course, const std::string& parent,
                                const std::string& target);
     [[nodiscard]] SettledCleanup::Item lookFor(Course& course, const CleanupIntentEntry& entry);

@@ -41,6 +41,7 @@ CleanupSettlementRepair::CleanupSettlementRepair(const CleanupSettlement::Option
       trash_({.volumes = &volumes,
               .changes = options.changes,
               .gate = options.gate,
+              .flushes = options.flushes,
               .home = options.trashHome,
               .now = options.now}) {}
 
@@ -50,9 +51,7 @@ void CleanupSettlementRepair::note(const platform::FolderDescriptor& folder, Sid
 }
 
 std::expected<void, SystemError> CleanupSettlementRepair::flush() {
-    if (!noted_) return noted_;
-    if (auto flushed = options_.flushes->flush(); !flushed) return flushed;
-    return trash_.flush();
+    return noted_ ? trash_.flush() : noted_; // the flushes are shared
 }
 
 void CleanupSettlementRepair::repair(CleanupSettlementLook& look) {

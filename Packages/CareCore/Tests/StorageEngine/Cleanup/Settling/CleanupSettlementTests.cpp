@@ -159,45 +159,55 @@ std::vector<Found> foundOf(const SettledCleanup& cleanup) {
 void carryOut(SettlingPlace& at, Process& process) {
     if (!process.journal.begin(at.intent)) return;
     at.changesToBegin = process.schedule.count();
+    const auto record = [&](const CleanupIntentEntry& entry, CleanupIntentEntry::Outcome outcome) {
+        return process.journal.recordOutcome(outcome, entry.candidateID, at.intent.id).has_value();
+    };
     platform::Trash trash({.volumes = &at.volumes,
                            .changes = &process.changes,
                            .gate = &process.gate,
+                           .flushes = &process.flushes,
                            .home = FileURL::folder(at.home)});
-    for (const CleanupIntentEntry& entry : at.intent.entries) {
-        const std::string& path = entry.sourceURL.path();
-        const std::string folderPath(path::parent(path));
-        const std::string name(path::lastComponent(path));
-        const auto folder = FolderDescriptor::openRoot(folderPath);
-        CleanupIntentEntry::Outcome outcome{intent_outcome::PermanentlyRemoved{}};
-        if (at.intent.mode == CleanupExecutionMode::recoverable) {
+    const std::string folderPath(path::parent(at.intent.entries[0].sourceURL.path()));
+    const auto folder = FolderDescriptor::openRoot(folderPath);
+    if (at.intent.mode == CleanupExecutionMode::recoverable) {
+        for (const CleanupIntentEntry& entry : at.intent.entries) {
+            const std::string& path = entry.sourceURL.path();
             auto slot = trash.reserve({.folder = *folder,
-                                       .name = name,
+                                       .name = std::string(path::lastComponent(path)),
                                        .path = path,
                                        .seen = *platform::fileMetadata(path)});
             if (!slot || !slot->move()) return;
-            outcome = {intent_outcome::MovedToTrash{slot->url()}};
-        } else {
-            const bool isInTrash = path::lastComponent(folderPath) == "files";
-            const auto base = FolderDescriptor::openRoot(
-                isInTrash ? std::string(path::parent(folderPath)) : folderPath);
-            const std::string mineName = PrivateFolder::nameFor(at.intent.id);
-            auto mine = PrivateFolder::make(process.changes, *base, mineName);
-            if (!mine) mine = PrivateFolder::open(*base, mineName);
-            if (!mine) return;
-            const EntryName inside{.folder = mine->folder(), .name = name};
-            if (!platform::moveNeverReplacing(process.changes, {.folder = *folder, .name = name},
-                                              inside) ||
-                !process.changes.removeFile(inside)) {
-                return;
-            }
-            const auto trashed = platform::TrashedItem::open(entry.sourceURL);
-            if (isInTrash && !trashed->forget(process.changes)) return;
-            if (!process.journal.recordOutcome(outcome, entry.candidateID, at.intent.id)) return;
-            if (!process.changes.removeFolder({.folder = *base, .name = mineName})) return;
-            continue;
+            if (!record(entry, {intent_outcome::MovedToTrash{slot->url()}})) return;
         }
-        if (!process.journal.recordOutcome(outcome, entry.candidateID, at.intent.id)) return;
+        return;
     }
+    const bool isInTrash = path::lastComponent(folderPath) == "files";
+    const auto base =
+        FolderDescriptor::openRoot(isInTrash ? std::string(path::parent(folderPath)) : folderPath);
+    const std::string mineName = PrivateFolder::nameFor(at.intent.id);
+    const auto mine = PrivateFolder::make(process.changes, *base, mineName);
+    if (!mine) return;
+    const auto names = [&](const CleanupIntentEntry& entry) {
+        return std::string(entry.sourceURL.lastComponent());
+    };
+    for (const CleanupIntentEntry& entry : at.intent.entries) {
+        const std::string name = names(entry);
+        if (!platform::moveNeverReplacing(process.changes, {.folder = *folder, .name = name},
+                                          {.folder = mine->folder(), .name = name})) {
+            return;
+        }
+    }
+    for (const CleanupIntentEntry& entry : at.intent.entries) {
+        if (!record(entry, {intent_outcome::PermanentlyRemoved{}})) return;
+    }
+    if (!process.journal.flushRecords(at.intent.id)) return;
+    for (const CleanupIntentEntry& entry : at.intent.entries) {
+        const std::string name = names(entry);
+        if (!process.changes.removeFile({.folder = mine->folder(), .name = name})) return;
+        const auto trashed = platform::TrashedItem::open(entry.sourceURL);
+        if (isInTrash && !trashed->forget(process.changes)) return;
+    }
+    static_cast<void>(process.changes.removeFolder({.folder = *base, .name = mineName}));
 }
 
 /// Each item is at its place, in the Trash with its note, or recorded as removed: one of these, and
@@ -440,8 +450,8 @@ TEST(CleanupSettlement, FindsItemsInTheTrashByWhatTheyAre) {
     EXPECT_TRUE(told.isClosed);
 }
 
-TEST(CleanupSettlement, CallsNothingRemovedThatCouldLieElsewhere) {
-    const auto found = [](CleanupExecutionMode mode, auto prepare) {
+TEST(CleanupSettlement, AccountsForNothingThatItDidNotFind) {
+    const auto settledAfter = [](CleanupExecutionMode mode, auto prepare) {
         SettlingPlace at;
         for (int i = 0; i < 3; ++i) at.add("folder/" + std::to_string(i));
         at.intent.mode = mode;
@@ -450,32 +460,113 @@ TEST(CleanupSettlement, CallsNothingRemovedThatCouldLieElsewhere) {
         prepare(at);
         const SettledCleanup told = at.settled();
         EXPECT_EQ(told.isClosed, told.items[0].found != Found::unaccounted);
-        return told.items[0].found;
+        return told.items[0];
     };
     using enum CleanupExecutionMode;
     const auto nothing = [](SettlingPlace&) {};
-    EXPECT_EQ(found(permanent, nothing), Found::removed);
-    EXPECT_EQ(found(recoverable, nothing), Found::unaccounted);
-    EXPECT_EQ(found(simulation, nothing), Found::goneBefore);
-    EXPECT_EQ(
-        found(permanent,
-              [](SettlingPlace& at) { at.place.times("folder", 1'000'000'000, 1'000'000'000); }),
-        Found::unaccounted)
-        << "nothing left the folder";
-    EXPECT_EQ(found(permanent, [](SettlingPlace& at) { fs::remove_all(at.place / "folder"); }),
-              Found::unaccounted);
-    EXPECT_EQ(found(permanent,
-                    [](SettlingPlace& at) { at.volumes.answer->front().identifier = "other"; }),
-              Found::unaccounted)
-        << "the disk is away";
-    // A younger item at the place, even with the same number.
-    EXPECT_EQ(found(permanent, [](SettlingPlace& at) { at.place.file("folder/0", "new"); }),
-              Found::removed);
+    EXPECT_EQ(settledAfter(simulation, nothing).found, Found::goneBefore);
+    for (const auto mode : {recoverable, permanent}) {
+        EXPECT_EQ(settledAfter(mode, nothing).reason,
+                  "It is neither at its place nor in the Trash.");
+        EXPECT_EQ(
+            settledAfter(mode, [](SettlingPlace& at) { at.place.file("folder/0", "new"); }).reason,
+            "It is neither at its place nor in the Trash.")
+            << "a younger item, even with the same number";
+        EXPECT_EQ(
+            settledAfter(mode,
+                         [](SettlingPlace& at) { at.volumes.answer->front().identifier = "other"; })
+                .reason,
+            "The disk that it lay on is not there.");
+    }
+}
+
+/// The log and what it tells of reach the disk in no certain order.
+TEST(CleanupSettlement, CorrectsOutcomesThatACrashUndid) {
+    SettlingPlace at;
+    for (const char* name : {"there", "moved", "refused", "gone"}) {
+        at.add(std::string("folder/") + name);
+    }
+    at.place.folder("Trash/info");
+    at.place.folder("Trash/files");
+    {
+        FileCleanupIntentJournal journal(at.intents, {.reserveByteCount = 0});
+        ASSERT_TRUE(journal.begin(at.intent));
+        for (const char* name : {"there", "moved", "gone"}) {
+            const auto url = FileURL::file(at.home + "/files/" + name);
+            ASSERT_TRUE(
+                journal.recordOutcome({intent_outcome::MovedToTrash{url}}, {name}, at.intent.id));
+        }
+        ASSERT_TRUE(journal.recordOutcome({intent_outcome::Failed{"it changed"}}, {"refused"},
+                                          at.intent.id));
+    }
+    fs::rename(at.place / "folder/moved", at.home + "/files/moved"); // its note did not get there
+    at.place.file("Trash/info/refused.trashinfo",
+                  platform::trashNote(at.place / "folder/refused", {}, Timestamp::now()));
+    fs::rename(at.place / "folder/refused", at.home + "/files/refused"); // and did not go back
+    fs::remove(at.place / "folder/gone");                                // emptied since
+    const SettledCleanup told = at.settled();
+    EXPECT_THAT(foundOf(told), ElementsAre(Found::atPlace, Found::inTrash, Found::inTrash));
+    EXPECT_THAT(contents(at.home + "/info/moved.trashinfo"), HasSubstr("/folder/moved\n"));
+    ASSERT_THAT(at.ledger.storedReceipts(), SizeIs(1));
+    std::vector<CleanupMoveDisposition> dispositions;
+    for (const auto& entry : at.ledger.storedReceipts()[0].entries) {
+        dispositions.push_back(entry.disposition);
+    }
+    using enum CleanupMoveDisposition;
+    EXPECT_THAT(dispositions, ElementsAre(failed, movedToTrash, movedToTrash, movedToTrash));
+}
+
+/// An emptying may die while it takes a folder apart.
+TEST(CleanupSettlement, PutsBackWhatIsLeftOfAFolder) {
+    SettlingPlace at;
+    at.place.file("Trash/files/tree/inside/file");
+    at.place.file("Trash/info/tree.trashinfo", "[Trash Info]\nPath=/tree\n");
+    at.add("Trash/files/tree");
+    at.intent.mode = CleanupExecutionMode::permanent;
+    at.intent.createdAt = Timestamp::now().adding(1);
+    at.begin();
+    {
+        FileCleanupIntentJournal journal(at.intents, {.reserveByteCount = 0});
+        ASSERT_TRUE(
+            journal.recordOutcome({intent_outcome::PermanentlyRemoved{}}, {"tree"}, at.intent.id));
+    }
+    const std::string mine = at.privateIn("Trash");
+    fs::create_directory(mine);
+    fs::permissions(mine, fs::perms::owner_all);
+    fs::rename(at.home + "/files/tree", mine + "/tree");
+    at.place.file("other");
+    fs::rename(at.place / "other", mine + "/tree/changed");
+    const SettledCleanup told = at.settled();
+    EXPECT_THAT(foundOf(told), ElementsAre(Found::putBack));
+    EXPECT_TRUE(exists(at.home + "/files/tree/inside/file"));
+    EXPECT_FALSE(exists(mine));
+    EXPECT_EQ(at.ledger.storedReceipts()[0].entries[0].disposition, CleanupMoveDisposition::failed);
+}
+
+TEST(CleanupSettlement, FindsWhatAnEndedCleanupLeft) {
+    SettlingPlace at;
+    at.add("folder/a");
+    at.intent.mode = CleanupExecutionMode::permanent;
+    at.begin();
+    EXPECT_TRUE(at.settled().isClosed);
+    const std::string mine = at.privateIn("folder");
+    fs::create_directory(mine);
+    fs::permissions(mine, fs::perms::owner_all);
+    at.place.file("stranger", "x");
+    fs::rename(at.place / "stranger", mine + "/stranger");
+    Process process(at.intents, {}, at.rename);
+    EXPECT_THAT(at.settlement(process).settle()->cleanups, IsEmpty());
+    const auto settled = at.settlement(process).settle(CleanupSettlement::Depth::everything);
+    ASSERT_THAT(settled->cleanups, SizeIs(1));
+    EXPECT_THAT(settled->cleanups[0].strangers, SizeIs(1));
+    EXPECT_EQ(contents(at.place / "folder/stranger"), "x");
+    EXPECT_FALSE(exists(mine));
+    EXPECT_THAT(at.ledger.storedReceipts(), SizeIs(1));
 }
 
 TEST(CleanupSettlement, KnowsHowFarACleanupMayHaveCome) {
     SettlingPlace at;
-    constexpr std::size_t count = FileCleanupIntentJournal::maxUnflushedRecords + 2;
+    constexpr std::size_t count = 2 * FileCleanupIntentJournal::maxUnflushedRecords + 2;
     for (std::size_t i = 0; i < count; ++i) at.add("folder/" + std::to_string(i));
     at.begin();
     fs::remove(at.place / ("folder/" + std::to_string(count - 1)));
