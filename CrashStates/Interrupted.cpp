@@ -1,7 +1,6 @@
 #include "Interrupted.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -11,25 +10,16 @@
 #include <fmt/format.h>
 
 #include "Base/PathText.h"
-#include "CareDomain/CleanupReceipt.h"
 #include "LoggedDisks.h"
 #include "Platform/Files/DurableFile.h"
-#include "Platform/Files/FileMetadata.h"
-#include "Platform/Folders/FolderFiles.h"
-#include "Platform/Folders/FolderFlushes.h"
-#include "Platform/Folders/Trash.h"
 #include "Platform/Testing/ForwardedFolderChanges.h"
-#include "StorageEngine/Recovery/CleanupRecovery.h"
-#include "StorageEngine/Recovery/FileCleanupIntentJournal.h"
-#include "StorageEngine/Recovery/RecoveryLedger.h"
+#include "StorageEngine/Cleanup/Execution/ExecutionBench.h"
 #include "StorageEngine/Trash/TrashRestorer.h"
-#include "Support/TemporaryFolder.h"
 
 namespace tidyro::crash {
 
 namespace {
 
-namespace fs = std::filesystem;
 using platform::FolderDescriptor;
 using platform::FolderFlushes;
 
@@ -81,20 +71,72 @@ void saveNeighbour(const Places& places, std::size_t number) {
     ::close(fd);
 }
 
+/// Tells what the journal has promised, in the moment in which it does.
+class TellingJournal final : public CleanupIntentJournaling {
+  public:
+    using Tell = std::function<void(Acknowledged::What, std::size_t records)>;
+
+    FileCleanupIntentJournal& journal;
+    const Places& places;
+    Tell tell;
+    bool isFlushed = false; ///< set by whoever sees a flush
+    std::size_t records = 0;
+    UUID lastIntent = {};
+
+    TellingJournal(FileCleanupIntentJournal& next, const Places& at, Tell teller)
+        : journal(next), places(at), tell(std::move(teller)) {}
+
+    Result<void> begin(const CleanupIntent& intent) override {
+        records = 0;
+        lastIntent = intent.id;
+        return told(journal.begin(intent), Acknowledged::What::begun);
+    }
+    Result<void> recordOutcome(const CleanupIntentEntry::Outcome& outcome,
+                               const LocalItemID& candidateID, const UUID& intentID) override {
+        isFlushed = false;
+        auto done = journal.recordOutcome(outcome, candidateID, intentID);
+        ++records;
+        if (isFlushed) done = told(std::move(done), Acknowledged::What::recorded);
+        if (records % 4 == 0) saveNeighbour(places, records);
+        return done;
+    }
+    Result<void> flushRecords(const UUID& intentID) override {
+        return told(journal.flushRecords(intentID), Acknowledged::What::recorded);
+    }
+    Result<void> close(const UUID& intentID, Timestamp at) override {
+        return told(journal.close(intentID, at), Acknowledged::What::closed);
+    }
+    Result<void> requireReceiptRecovery(const CleanupReceipt& receipt) override {
+        return journal.requireReceiptRecovery(receipt);
+    }
+    Result<OpenIntents> openIntents() override { return journal.openIntents(); }
+    Result<void> recordRestoreOutcomes(const RestoreOutcomes& outcomes) override {
+        return journal.recordRestoreOutcomes(outcomes);
+    }
+    Result<void> forget(const UUID& intentID) override { return journal.forget(intentID); }
+
+  private:
+    Result<void> told(Result<void> done, Acknowledged::What what) const {
+        if (done) tell(what, records);
+        return done;
+    }
+};
+
 /// One run, with all that its parts share.
 struct Cleaner {
     const Places& places;
     const std::function<void(const Acknowledged&)>& tell;
+    testing::TemporaryFolder top{places.items};
+    testing::ExecutionBench bench{&top, {}};
     platform::LiveFolderChanges live = {};
     FaultyChanges changes;
     FaultyGate gate;
     double now = 0;
     FolderFlushes flushes;
-    bool isFlushed = false;
-    FileCleanupIntentJournal journal;
-    platform::Trash trash;
-    std::vector<CleanupIntent> intents = {};
-    std::vector<CleanupReceiptEntry> done = {};
+    FileCleanupIntentJournal files;
+    Cleanup current = Cleanup::trashing;
+    TellingJournal journal;
+    JSONRecoveryLedger ledger;
 
     Cleaner(const Places& at, const Manner& manner,
             const std::function<void(const Acknowledged&)>& teller)
@@ -104,190 +146,118 @@ struct Cleaner {
           gate(manner.fault),
           // The clocks go on with each question, so that some records are flushed together.
           flushes(changes, [this, step = manner.isSlow ? 2.0 : 0.0] { return now += step; }),
-          journal(FileURL::folder(at.intents()), {.flushChanges =
-                                                      [this] {
-                                                          isFlushed = true;
-                                                          return flushes.flush();
-                                                      },
-                                                  .reserveByteCount = 1U << 20U,
-                                                  .gate = &gate,
-                                                  .steadySeconds = [this] { return now += 0.3; }}),
-          trash({.changes = &changes,
-                 .gate = &gate,
-                 .flushes = &flushes,
-                 .home = FileURL::folder(at.data + "/Trash")}) {}
+          files(FileURL::folder(at.intents()), {.flushChanges =
+                                                    [this] {
+                                                        journal.isFlushed = true;
+                                                        return flushes.flush();
+                                                    },
+                                                .reserveByteCount = 1U << 20U,
+                                                .gate = &gate,
+                                                .steadySeconds = [this] { return now += 0.3; }}),
+          journal(files, at,
+                  [this](Acknowledged::What what, std::size_t records) {
+                      tell({what, current, records});
+                  }),
+          ledger(need(JSONRecoveryLedger::open(at.ledger(), ledgerKey()), "ledger")) {
+        bench.volumes = places.volumes();
+    }
 
-    void begin(std::size_t cleanup) {
-        CleanupIntent intent{.id = intentOf(cleanup),
-                             .planID = intentOf(cleanup + 8),
-                             .createdAt = Timestamp::now(),
-                             .mode = cleanup == trashing ? CleanupExecutionMode::recoverable
-                                                         : CleanupExecutionMode::permanent,
-                             .entries = {}};
+    CleanupReceipt clean(Cleanup cleanup) {
+        current = cleanup;
+        std::vector<std::string> names;
         for (const Item& item : itemsIn(places)) {
-            if (item.cleanup != cleanup) continue;
-            const auto seen = need(platform::fileMetadata(item.path), "an item is not there");
-            intent.entries.push_back(
-                {.candidateID = {item.name},
-                 .sourceURL = item.isFolder ? FileURL::folder(item.path) : FileURL::file(item.path),
-                 .fingerprint = {.byteCount = seen.byteCount,
-                                 .modificationDate = seen.modified,
-                                 .fileResourceIdentifier = fmt::format(
-                                     "{}:{}", seen.identity.device, seen.identity.inode)}});
+            if (item.cleanup == cleanup) names.push_back(item.name);
         }
-        need(journal.begin(intent), "begin");
-        intents.push_back(std::move(intent));
-        done.clear();
-        tell({Acknowledged::What::begun, cleanup});
-    }
-
-    void record(std::size_t cleanup, const CleanupIntentEntry& entry,
-                const CleanupIntentEntry::Outcome& outcome) {
-        isFlushed = false;
-        need(journal.recordOutcome(outcome, entry.candidateID, intents[cleanup].id), "record");
-        const auto* moved = std::get_if<intent_outcome::MovedToTrash>(&outcome.value);
-        done.push_back(
-            {.candidateID = entry.candidateID,
-             .originalURL = entry.sourceURL,
-             .resultingTrashURL = moved != nullptr ? std::optional(moved->url) : std::nullopt,
-             .byteCount = entry.fingerprint.byteCount,
-             .disposition = moved != nullptr ? CleanupMoveDisposition::movedToTrash
-                                             : CleanupMoveDisposition::permanentlyRemoved});
-        if (isFlushed) tell({Acknowledged::What::recorded, cleanup, done.size()});
-        if (done.size() % 4 == 0) saveNeighbour(places, done.size());
-    }
-
-    void close(std::size_t cleanup) {
-        need(trash.flush(), "flush");
-        // The data folder is there since the journal's was made.
-        need(platform::makePrivateFolder(std::string(path::parent(places.ledger())), gate), "data");
-        auto ledger =
-            need(JSONRecoveryLedger::open(FileURL::file(places.ledger()), std::string(32, 'k')),
-                 "ledger");
-        need(ledger.append({.id = intentOf(cleanup + 16),
-                            .planID = intents[cleanup].planID,
-                            .entries = done,
-                            .createdAt = Timestamp::now(),
-                            .retainUntil = Timestamp::now()}),
-             "receipt");
-        tell({Acknowledged::What::receipt, cleanup, done.size()});
-        need(journal.close(intents[cleanup].id, Timestamp::now()), "close");
-        tell({Acknowledged::What::closed, cleanup, done.size()});
-    }
-
-    void moveToTrash() {
-        begin(trashing);
-        for (const CleanupIntentEntry& entry : intents[trashing].entries) {
-            const std::string path = entry.sourceURL.path();
-            const auto parent =
-                need(FolderDescriptor::openRoot(std::string(path::parent(path))), "parent");
-            const std::string name(entry.sourceURL.lastComponent());
-            auto slot = need(trash.reserve({.folder = parent,
-                                            .name = name,
-                                            .path = path,
-                                            .seen = need(platform::fileMetadata(path), "item"),
-                                            .byteCount = 10}),
-                             "no place in the Trash");
-            need(slot.move(), "move");
-            record(trashing, entry, {intent_outcome::MovedToTrash{slot.url()}});
+        if (cleanup == Cleanup::picking) {
+            bench.planItems(names);
+        } else {
+            bench.planThese(names, cleanup == Cleanup::removing
+                                       ? CleanupExecutionMode::permanent
+                                       : CleanupExecutionMode::recoverable);
         }
-        close(trashing);
+        bench.plan.id = planOf(cleanup);
+        bench.setPlan(bench.plan);
+        CleanupExecutor::Options options{.home = bench.home(),
+                                         .sessionRoots = bench.opened,
+                                         .ledger = ledger,
+                                         .journal = &journal,
+                                         .flushes = &flushes};
+        CleanupExecutor::Machine machine{.volumes = bench.volumes,
+                                         .applications = bench.applications,
+                                         .freshContext = [this] { return bench.context(); },
+                                         .changes = changes,
+                                         .gate = &gate,
+                                         .trashHome = places.trash(),
+                                         .steadySeconds = [this] { return now += 0.1; }};
+        auto executor = cleanup == Cleanup::removing
+                            ? CleanupExecutor::permanent(options, machine)
+                            : CleanupExecutor::recoverable(options, machine);
+        auto receipt = executor.execute({.plan = bench.plan,
+                                         .sheet = &bench.sheet,
+                                         .approval = bench.approval,
+                                         .acknowledgement = bench.acknowledgement,
+                                         .at = bench.now});
+        if (!receipt) throw Failure("the cleanup failed: " + receipt.error().description());
+        for (const CleanupReceiptEntry& entry : receipt->entries) {
+            if (entry.failureDescription) throw Failure(*entry.failureDescription);
+        }
+        return *std::move(receipt);
     }
 
-    void putBack() {
-        tell({Acknowledged::What::putBackBegins, trashing});
+    void putBack(const CleanupReceipt& receipt) {
+        tell({Acknowledged::What::putBackBegins, current});
         CleanupIntentJournaling::RestoreOutcomes outcomes;
         const TrashRestorer restorer(&changes);
         for (std::size_t i = 0; i < putBackCount; ++i) {
-            const CleanupIntentEntry& entry = intents[trashing].entries[i];
-            const auto moved =
-                std::ranges::find(done, entry.candidateID, &CleanupReceiptEntry::candidateID);
-            need(restorer.putBack({.trashURL = moved->resultingTrashURL.value(),
-                                   .originalURL = entry.sourceURL,
-                                   .fingerprint = entry.fingerprint}),
+            const CleanupReceiptEntry& entry = receipt.entries[i];
+            need(restorer.putBack({.trashURL = entry.resultingTrashURL.value(),
+                                   .originalURL = entry.originalURL,
+                                   .fingerprint = bench.plan.entries[i].fingerprint}),
                  "putting back");
-            tell({Acknowledged::What::putBack, trashing, i + 1});
-            outcomes.restored.push_back({.originalURL = entry.sourceURL,
-                                         .trashURL = *moved->resultingTrashURL,
-                                         .intentID = intents[trashing].id,
+            tell({Acknowledged::What::putBack, current, i + 1});
+            outcomes.restored.push_back({.originalURL = entry.originalURL,
+                                         .trashURL = *entry.resultingTrashURL,
+                                         .intentID = journal.lastIntent,
                                          .candidateID = entry.candidateID});
         }
         need(journal.recordRestoreOutcomes(outcomes), "record what was put back");
-    }
-
-    void removeForGood() {
-        begin(removing);
-        std::string lastParent;
-        FolderDescriptor parent;
-        std::optional<platform::PrivateFolder> mine;
-        const std::string privateName = platform::PrivateFolder::nameFor(intents[removing].id);
-        // What is removed before its record is flushed is nowhere after a crash, and nobody knows
-        // why. So an item waits in the private folder until its record is on the disk.
-        std::vector<std::string> waiting;
-        const auto removeWaiting = [&] {
-            need(flushes.note(mine->folder(), FolderFlushes::Side::left), "note");
-            for (const std::string& name : waiting) {
-                need(changes.removeFile({.folder = mine->folder(), .name = name}), "removal");
-            }
-            waiting.clear();
-        };
-        const auto leave = [&] {
-            if (!mine) return;
-            mine.reset();
-            need(changes.removeFolder({.folder = parent, .name = privateName}), "private folder");
-        };
-        const auto& entries = intents[removing].entries;
-        for (std::size_t i = 0; i < entries.size(); ++i) {
-            const CleanupIntentEntry& entry = entries[i];
-            const std::string path = entry.sourceURL.path();
-            const std::string name(entry.sourceURL.lastComponent());
-            if (const std::string above(path::parent(path)); above != lastParent) {
-                leave();
-                lastParent = above;
-                parent = need(FolderDescriptor::openRoot(above), "parent");
-                mine.emplace(need(platform::PrivateFolder::make(changes, parent, privateName),
-                                  "private folder"));
-            }
-            need(flushes.note(parent, FolderFlushes::Side::left), "note");
-            need(flushes.note(mine->folder(), FolderFlushes::Side::left), "note");
-            const platform::EntryName there{.folder = mine->folder(), .name = name};
-            need(platform::moveNeverReplacing(changes, {.folder = parent, .name = name}, there),
-                 "move");
-            waiting.push_back(name);
-            const bool isLast = i + 1 == entries.size() ||
-                                path::parent(entries[i + 1].sourceURL.path()) != lastParent;
-            if (isLast) now += FileCleanupIntentJournal::maxSecondsBetweenFlushes;
-            record(removing, entry, {intent_outcome::PermanentlyRemoved{}});
-            if (isFlushed) removeWaiting();
-        }
-        leave();
-        close(removing);
     }
 };
 
 } // namespace
 
-UUID intentOf(std::size_t cleanup) {
-    return *UUID::fromText(fmt::format("00000000-0000-4000-8000-{:012}", cleanup));
+platform::testing::FakeVolumes Places::volumes() const {
+    platform::testing::FakeVolumes ours;
+    const auto all = need(platform::LiveVolumes().mounted(), "volumes");
+    for (platform::Volume volume : all) {
+        if (!path::isInsideOrEqual(volume.mountPath, items)) continue;
+        volume.identifier = volume.mountPath == items ? "inside" : "data";
+        volume.isInternalLocal = true;
+        ours.answer->push_back(std::move(volume));
+    }
+    return ours;
 }
+
+UUID planOf(Cleanup cleanup) {
+    return *UUID::fromText(
+        fmt::format("00000000-0000-4000-8000-{:012}", static_cast<int>(cleanup)));
+}
+
+std::string ledgerKey() { return std::string(32, 'k'); }
 
 std::vector<Item> itemsIn(const Places& places) {
     std::vector<Item> items;
-    const auto add = [&](std::size_t cleanup, const char* folder, int number, bool isFolder) {
-        std::string name = fmt::format("{}{} %", folder, number);
-        items.push_back(
-            {.name = name,
-             .path = fmt::format("{}/home/{}{}/{}", places.items, folder, number % 3, name),
-             .contents = fmt::format("the contents of {}", name),
-             .cleanup = cleanup,
-             .isFolder = isFolder});
+    const auto add = [&](Cleanup cleanup, std::string name) {
+        const std::string below =
+            cleanup == Cleanup::picking ? name : testing::ExecutionBench::cached(name);
+        items.push_back({.name = name,
+                         .path = path::joined(places.items, below),
+                         .contents = "the contents of " + name,
+                         .cleanup = cleanup});
     };
-    for (int i = 0; i < 20; ++i) add(trashing, "trashed", i, i % 5 == 4);
-    for (int i = 0; i < 14; ++i) add(removing, "removed", i, false);
-    // Each folder's items one after another, as plans have them.
-    std::ranges::stable_sort(items, {}, [](const Item& item) {
-        return std::pair(item.cleanup, std::string(path::parent(item.path)));
-    });
+    for (int i = 0; i < 15; ++i) add(Cleanup::trashing, fmt::format("trashed{}/t{} %", i / 5, i));
+    for (int i = 0; i < 6; ++i) add(Cleanup::picking, fmt::format("opened/picked{} %", i));
+    for (int i = 0; i < 14; ++i) add(Cleanup::removing, fmt::format("removed{}/r{} %", i / 5, i));
     return items;
 }
 
@@ -296,14 +266,17 @@ void prepare(const Places& places) {
     for (const Item& item : itemsIn(places)) {
         top.file(std::string(path::below(item.fileAt(item.path), places.items)), item.contents);
     }
+    const testing::ExecutionBench bench(&top, {}); // its folders
 }
 
 void carryOut(const Places& places, const Manner& manner,
               const std::function<void(const Acknowledged&)>& tell) {
+    need(platform::makePrivateFolder(std::string(path::parent(places.ledger().path()))), "data");
     Cleaner cleaner(places, manner, tell);
-    cleaner.moveToTrash();
-    cleaner.putBack();
-    cleaner.removeForGood();
+    const CleanupReceipt trashed = cleaner.clean(Cleanup::trashing);
+    cleaner.putBack(trashed);
+    cleaner.clean(Cleanup::picking);
+    cleaner.clean(Cleanup::removing);
 }
 
 } // namespace tidyro::crash

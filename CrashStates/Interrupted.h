@@ -1,56 +1,67 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "Base/FileURL.h"
 #include "Base/UUID.h"
-#include "CareDomain/FileFingerprint.h"
+#include "Platform/Testing/FakeVolumes.h"
 
-/// What a crash interrupts: two cleanups and a putting back on small volumes. One cleanup moves
-/// items to the Trash, then some of them are put back, and the other one removes items for good.
+/// What a crash interrupts: three cleanups and a putting back in a small home. Old cache files go
+/// to the Trash, some of them are put back, picked folders go to the Trash, and other cache files
+/// are removed for good.
 namespace tidyro::crash {
 
 struct Places {
-    std::string items; ///< the top of the volume with the items
-    std::string data;  ///< a folder for the journal, the ledger and the person's own Trash
+    std::string items; ///< the top of the volume with the home
+    std::string data;  ///< the folder for the journal, the ledger and the person's own Trash
 
     [[nodiscard]] std::string intents() const { return data + "/Harborline/intents"; }
-    [[nodiscard]] std::string ledger() const { return data + "/Harborline/Recovery/ledger.json"; }
+    [[nodiscard]] FileURL ledger() const {
+        return FileURL::file(data + "/Harborline/Recovery/ledger.json");
+    }
+    [[nodiscard]] FileURL trash() const { return FileURL::folder(data + "/Trash"); }
+    /// The volumes that the places lie on, by names that every state has.
+    [[nodiscard]] platform::testing::FakeVolumes volumes() const;
 };
+/// Below the top of the first volume, and what the second one is mounted on when there are two.
+inline constexpr const char* dataBelowItems = "home/.local/share";
+
+enum class Cleanup : std::uint8_t { trashing, picking, removing };
+inline constexpr std::array allCleanups{Cleanup::trashing, Cleanup::picking, Cleanup::removing};
+/// Of its plan, by which its intent is known.
+[[nodiscard]] UUID planOf(Cleanup cleanup);
+[[nodiscard]] std::string ledgerKey();
 
 struct Item {
-    std::string name;
+    std::string name; ///< below the top, as its plan takes it
     std::string path;
     std::string contents; ///< that no other has; of the file in it, for a folder
-    std::size_t cleanup;  ///< the one that it belongs to
-    bool isFolder;
+    Cleanup cleanup;
 
     /// The file with its contents, when it lies at a path.
     [[nodiscard]] std::string fileAt(const std::string& at) const {
-        return isFolder ? at + "/inside" : at;
+        return cleanup == Cleanup::picking ? at + "/inside" : at;
     }
 };
-inline constexpr std::size_t trashing = 0;
-inline constexpr std::size_t removing = 1;
 /// So many of the first items are put back from the Trash.
 inline constexpr std::size_t putBackCount = 3;
 
+/// Each cleanup's in the order of its plan.
 [[nodiscard]] std::vector<Item> itemsIn(const Places& places);
 /// Makes the items, on volumes that nobody interrupts.
 void prepare(const Places& places);
-[[nodiscard]] UUID intentOf(std::size_t cleanup);
 
 /// What has been told to be on the disk for good.
 struct Acknowledged {
-    enum class What : std::uint8_t { begun, recorded, receipt, closed, putBackBegins, putBack };
+    enum class What : std::uint8_t { begun, recorded, closed, putBackBegins, putBack };
     What what;
-    std::size_t cleanup;
-    std::size_t count = 0; ///< of the records, from the first one on
-
-    bool operator==(const Acknowledged&) const = default;
+    Cleanup cleanup;
+    std::size_t count = 0; ///< of the records or of what was put back, from the first one on
 };
 
 /// Faults that the states have to show.

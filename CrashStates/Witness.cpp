@@ -38,8 +38,7 @@ std::map<std::string, std::string> filesBelow(const std::string& folder) {
 
 std::string_view kindOf(std::string_view path) {
     if (path.contains("/files/")) return "the Trash";
-    if (path.contains("/.tidyro-")) return "a private folder";
-    return path.contains("/home/") ? "its folder" : "some folder";
+    return path.contains("/.tidyro-") ? "a private folder" : "a folder";
 }
 
 struct Witness {
@@ -61,12 +60,12 @@ struct Witness {
         for (const auto& [path, text] : filesBelow(places.data)) placesOf[text].push_back(path);
     }
 
-    [[nodiscard]] bool isAcknowledged(Acknowledged::What what, std::size_t cleanup) const {
+    [[nodiscard]] bool isAcknowledged(Acknowledged::What what, Cleanup cleanup) const {
         return std::ranges::any_of(acknowledged, [&](const Acknowledged& each) {
             return each.what == what && each.cleanup == cleanup;
         });
     }
-    [[nodiscard]] std::size_t recordsAcknowledged(std::size_t cleanup) const {
+    [[nodiscard]] std::size_t recordsAcknowledged(Cleanup cleanup) const {
         std::size_t count = 0;
         for (const Acknowledged& each : acknowledged) {
             const bool isOfRecords = each.what == Acknowledged::What::recorded ||
@@ -76,14 +75,31 @@ struct Witness {
         return count;
     }
 
-    [[nodiscard]] std::optional<RecordedIntent> intent(std::size_t cleanup) {
-        const std::string path = places.intents() + "/" + intentOf(cleanup).text();
-        if (!fs::exists(path + ".json")) return std::nullopt;
-        const std::string log = fs::exists(path + ".outcomes") ? contents(path + ".outcomes") : "";
-        auto read = readIntent(contents(path + ".json"), log);
-        if (read) return *std::move(read);
-        complain("the intent of cleanup {} cannot be read", cleanup);
+    /// The intent of a cleanup, as its two files have it.
+    [[nodiscard]] std::optional<RecordedIntent> intent(Cleanup cleanup) {
+        std::error_code none;
+        for (const auto& each : fs::directory_iterator(places.intents(), none)) {
+            const fs::path& path = each.path();
+            if (path.extension() != ".json" || path.filename().string().starts_with('.')) continue;
+            const fs::path log = fs::path(path).replace_extension(".outcomes");
+            auto read = readIntent(contents(path.string()),
+                                   fs::exists(log) ? contents(log.string()) : std::string());
+            if (!read) {
+                complain("an intent cannot be read");
+            } else if (read->intent.planID == planOf(cleanup)) {
+                return *std::move(read);
+            }
+        }
         return std::nullopt;
+    }
+    [[nodiscard]] const Item& itemOf(const CleanupIntentEntry& entry) const {
+        const auto found = std::ranges::find(items, entry.sourceURL.path(), &Item::path);
+        if (found == items.end()) throw Failure("an intent has an item that was never planned");
+        return *found;
+    }
+    [[nodiscard]] bool mayBeBack(const Item& item) const {
+        return &item < &items[putBackCount] &&
+               isAcknowledged(Acknowledged::What::putBackBegins, Cleanup::trashing);
     }
 
     /// Whether a note beside an item in the Trash tells where it lay.
@@ -99,89 +115,78 @@ struct Witness {
 
     /// What was told to be done for good is done, before anybody repaired anything.
     void judgeWhatWasAcknowledged() {
-        for (const std::size_t cleanup : {trashing, removing}) {
+        for (const Cleanup cleanup : allCleanups) {
             const auto recorded = intent(cleanup);
             if (isAcknowledged(Acknowledged::What::begun, cleanup) && !recorded) {
-                complain("the intent of cleanup {} was acknowledged and is gone", cleanup);
+                complain("an intent was acknowledged and is gone");
             }
             if (!recorded) continue;
             if (isAcknowledged(Acknowledged::What::closed, cleanup) && recorded->intent.isOpen()) {
-                complain("the end of cleanup {} was acknowledged and is gone", cleanup);
+                complain("the end of a cleanup was acknowledged and is gone");
             }
             std::size_t left = recordsAcknowledged(cleanup);
             for (const CleanupIntentEntry& entry : recorded->intent.entries) {
                 if (left-- == 0) break;
-                if (!entry.outcome) {
-                    complain("the record of {} was acknowledged and is gone",
-                             entry.candidateID.rawValue);
-                    break;
+                if (entry.outcome) {
+                    judgeAcknowledged(itemOf(entry), *entry.outcome);
+                } else {
+                    complain("the record of {} was acknowledged and is gone", itemOf(entry).name);
                 }
-                judgeAcknowledged(entry);
             }
         }
-        if (!isAcknowledged(Acknowledged::What::receipt, trashing)) return;
-        auto ledger =
-            JSONRecoveryLedger::open(FileURL::file(places.ledger()), std::string(32, 'k'));
-        const auto receipts = ledger->storedReceipts();
-        const std::size_t wanted = isAcknowledged(Acknowledged::What::receipt, removing) ? 2 : 1;
-        if (!receipts || receipts->size() < wanted) {
+        for (std::size_t i = 0; i < putBackCount; ++i) {
+            const bool hasToBeBack =
+                std::ranges::any_of(acknowledged, [&](const Acknowledged& each) {
+                    return each.what == Acknowledged::What::putBack && each.count > i;
+                });
+            if (hasToBeBack && contents(items[i].path) != items[i].contents) {
+                complain("{} was acknowledged as put back and is not there", items[i].name);
+            }
+        }
+        const auto wanted =
+            std::ranges::count(acknowledged, Acknowledged::What::closed, &Acknowledged::what);
+        if (wanted == 0) return;
+        const auto receipts =
+            JSONRecoveryLedger::open(places.ledger(), ledgerKey())->storedReceipts();
+        if (!receipts || std::ssize(*receipts) < wanted) {
             complain("a receipt was acknowledged and is gone");
         }
     }
 
-    void judgeAcknowledged(const CleanupIntentEntry& entry) {
-        const auto item = std::ranges::find(items, entry.candidateID.rawValue, &Item::name);
-        const auto index = static_cast<std::size_t>(item - items.begin());
-        const bool mayBeBack =
-            index < putBackCount && isAcknowledged(Acknowledged::What::putBackBegins, trashing);
-        const bool hasToBeBack = std::ranges::any_of(acknowledged, [&](const Acknowledged& each) {
-            return each.what == Acknowledged::What::putBack && each.count > index &&
-                   item->cleanup == trashing;
-        });
-        const bool isThere = contents(item->fileAt(item->path)) == item->contents;
-        if (isThere && !mayBeBack) {
-            complain("{} was acknowledged as {} and is at its place", item->name,
-                     item->cleanup == trashing ? "moved" : "removed");
+    void judgeAcknowledged(const Item& item, const CleanupIntentEntry::Outcome& outcome) {
+        if (mayBeBack(item)) return;
+        if (contents(item.fileAt(item.path)) == item.contents) {
+            complain("{} was acknowledged as gone and is at its place", item.name);
         }
-        if (hasToBeBack && !isThere) {
-            complain("{} was acknowledged as put back and is not there", item->name);
-        }
-        const auto* moved = std::get_if<intent_outcome::MovedToTrash>(&entry.outcome->value);
-        if (moved == nullptr || mayBeBack) return;
-        if (contents(item->fileAt(moved->url.path())) != item->contents) {
-            complain("{} was acknowledged as moved and is not in the Trash", item->name);
-        } else if (!isNoted(*item, moved->url.path())) {
-            complain("{} was acknowledged as moved and has no note", item->name);
+        const auto* moved = std::get_if<intent_outcome::MovedToTrash>(&outcome.value);
+        if (moved == nullptr) return;
+        if (contents(item.fileAt(moved->url.path())) != item.contents) {
+            complain("{} was acknowledged as moved and is not in the Trash", item.name);
+        } else if (!isNoted(item, moved->url.path())) {
+            complain("{} was acknowledged as moved and has no note", item.name);
         }
     }
 
     /// Nothing is lost, nothing is there twice, and the journal says what is so.
     void judgeItems() {
         look();
-        for (const std::size_t cleanup : {trashing, removing}) {
+        for (const Cleanup cleanup : allCleanups) {
             const auto recorded = intent(cleanup);
-            for (std::size_t i = 0; i < items.size(); ++i) {
-                if (items[i].cleanup != cleanup) continue;
-                const CleanupIntentEntry* entry = nullptr;
+            for (const Item& item : items) {
+                if (item.cleanup != cleanup) continue;
+                const CleanupIntentEntry::Outcome* outcome = nullptr;
                 if (recorded) {
-                    const auto& entries = recorded->intent.entries;
-                    const auto found =
-                        std::ranges::find(entries, items[i].name, [](const auto& each) {
-                            return each.candidateID.rawValue;
-                        });
-                    if (found != entries.end()) entry = &*found;
+                    for (const CleanupIntentEntry& entry : recorded->intent.entries) {
+                        if (&itemOf(entry) == &item && entry.outcome) outcome = &*entry.outcome;
+                    }
                 }
-                judgeItem(items[i], entry,
-                          i < putBackCount &&
-                              isAcknowledged(Acknowledged::What::putBackBegins, trashing));
+                judgeItem(item, outcome);
             }
         }
     }
 
-    void judgeItem(const Item& item, const CleanupIntentEntry* entry, bool mayBeBack) {
+    void judgeItem(const Item& item, const CleanupIntentEntry::Outcome* outcome) {
         const std::vector<std::string>& at = placesOf[item.contents];
-        const CleanupIntentEntry::Outcome* outcome =
-            entry != nullptr && entry->outcome ? &*entry->outcome : nullptr;
         const auto has = [&]<class Case>(Case) {
             return outcome != nullptr && std::holds_alternative<Case>(outcome->value);
         };
@@ -195,11 +200,12 @@ struct Witness {
             }
         } else if (at[0] == item.fileAt(item.path)) {
             if (has(intent_outcome::PermanentlyRemoved{}) ||
-                (has(intent_outcome::MovedToTrash{}) && !mayBeBack)) {
+                (has(intent_outcome::MovedToTrash{}) && !mayBeBack(item))) {
                 complain("{} is at its place, and the journal says otherwise", item.name);
             }
         } else if (kindOf(at[0]) == "the Trash") {
-            const std::string trashed = item.isFolder ? std::string(path::parent(at[0])) : at[0];
+            const std::string trashed =
+                item.cleanup == Cleanup::picking ? std::string(path::parent(at[0])) : at[0];
             if (!isNoted(item, trashed)) complain("{} is in the Trash without a note", item.name);
             const auto* moved = outcome == nullptr
                                     ? nullptr

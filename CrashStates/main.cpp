@@ -55,11 +55,9 @@ struct Stage {
     std::string folder;
 
     [[nodiscard]] std::string top(std::size_t disk) const {
-        return folder + (disk == 0 ? "/a" : "/b");
+        return folder + "/top" + (disk == 0 ? std::string() : "/" + std::string(dataBelowItems));
     }
-    [[nodiscard]] Places places(std::size_t diskCount) const {
-        return {.items = top(0), .data = top(diskCount - 1) + "/data"};
-    }
+    [[nodiscard]] Places places() const { return {.items = top(0), .data = top(1)}; }
 };
 
 struct Recording {
@@ -96,22 +94,35 @@ DiskImage emptyDisk(const std::string& type, const std::string& file) {
     return DiskImage::read(file);
 }
 
-std::vector<std::unique_ptr<MountedDisk>> mounted(const Stage& stage, const std::string& type,
-                                                  const std::vector<std::string>& files) {
-    std::vector<std::unique_ptr<MountedDisk>> disks;
-    for (const std::string& file : files) {
-        disks.push_back(std::make_unique<MountedDisk>(file, type, stage.top(disks.size())));
+/// The second disk lies on the first one, so they are unmounted backwards.
+class MountedDisks {
+  public:
+    MountedDisks(const Stage& stage, const std::string& type,
+                 const std::vector<std::string>& files) {
+        for (const std::string& file : files) {
+            const std::string top = stage.top(disks_.size());
+            fs::create_directories(top);
+            disks_.push_back(std::make_unique<MountedDisk>(file, type, top));
+        }
     }
-    return disks;
-}
+    ~MountedDisks() {
+        while (!disks_.empty()) disks_.pop_back();
+    }
+    MountedDisks(const MountedDisks&) = delete;
+    MountedDisks& operator=(const MountedDisks&) = delete;
+
+  private:
+    std::vector<std::unique_ptr<MountedDisk>> disks_;
+};
 
 // Recording -----------------------------------------------------------------------------------
 
 /// In a process of its own: the one that answers for the disks must not wait for them.
 int carryOutAsChild(const Stage& stage, const Scenario& scenario) {
     try {
-        carryOut(stage.places(scenario.diskCount), scenario.manner, [](const Acknowledged& each) {
-            std::printf("%d %zu %zu\n", static_cast<int>(each.what), each.cleanup, each.count);
+        carryOut(stage.places(), scenario.manner, [](const Acknowledged& each) {
+            std::printf("%d %d %zu\n", static_cast<int>(each.what), static_cast<int>(each.cleanup),
+                        each.count);
             std::fflush(stdout);
             if (std::getchar() < 0) std::exit(1); // NOLINT(concurrency-mt-unsafe)
         });
@@ -144,10 +155,13 @@ void follow(Recording& recording, const Stage& stage, const LoggedDisks& disks) 
     ::close(told[1]);
     FILE* lines = ::fdopen(told[0], "r");
     int what = 0;
-    Acknowledged each{};
-    while (std::fscanf(lines, "%d %zu %zu", &what, &each.cleanup, &each.count) == 3) { // NOLINT
-        each.what = static_cast<Acknowledged::What>(what);
-        recording.acknowledged.emplace_back(disks.position(), each);
+    int cleanup = 0;
+    std::size_t count = 0;
+    while (std::fscanf(lines, "%d %d %zu", &what, &cleanup, &count) == 3) { // NOLINT
+        recording.acknowledged.emplace_back(
+            disks.position(), Acknowledged{.what = static_cast<Acknowledged::What>(what),
+                                           .cleanup = static_cast<Cleanup>(cleanup),
+                                           .count = count});
         if (::write(heard[1], "\n", 1) != 1) break;
     }
     std::fclose(lines);
@@ -165,8 +179,8 @@ Recording record(const Stage& stage, const Scenario& scenario) {
         static_cast<void>(emptyDisk(scenario.type, files.back()));
     }
     {
-        const auto disks = mounted(stage, scenario.type, files);
-        prepare(stage.places(scenario.diskCount));
+        const MountedDisks disks(stage, scenario.type, files);
+        prepare(stage.places());
     }
     for (const std::string& file : files) {
         recording.images.push_back(DiskImage::read(file));
@@ -174,7 +188,7 @@ Recording record(const Stage& stage, const Scenario& scenario) {
     }
     LoggedDisks logged(recording.images, stage.folder);
     for (std::size_t disk = 0; disk < files.size(); ++disk) files[disk] = logged.file(disk);
-    const auto disks = mounted(stage, scenario.type, files);
+    const MountedDisks disks(stage, scenario.type, files);
     recording.begin = logged.position();
     follow(recording, stage, logged);
     recording.log = logged.takeLog();
@@ -257,8 +271,8 @@ std::vector<std::string> faultsOf(const State& state, const Stage& stage, std::s
             files.push_back(fmt::format("{}/state{}-{}", stage.folder, worker, files.size()));
             image.save(files.back());
         }
-        const auto disks = mounted(stage, state.recording->scenario.type, files);
-        return judge(stage.places(state.recording->scenario.diskCount), acknowledged);
+        const MountedDisks disks(stage, state.recording->scenario.type, files);
+        return judge(stage.places(), acknowledged);
     } catch (const std::exception& error) {
         return {error.what()};
     }
@@ -309,7 +323,7 @@ int proveStates(std::size_t count, std::uint32_t seed, const Stage& stage, Fault
     if (::mount("states", stage.folder.c_str(), "tmpfs", 0, nullptr) != 0) {
         failWithReason(stage.folder);
     }
-    for (const std::size_t disk : {0U, 1U}) fs::create_directory(stage.top(disk));
+    fs::create_directory(stage.top(0));
     std::vector<Recording> recordings;
     for (const std::string type : {"ext4", "xfs", "btrfs"}) {
         for (const std::size_t diskCount : {1U, 2U}) {
