@@ -16,6 +16,7 @@ using platform::ChangeError;
 using platform::ChangeFailure;
 using platform::EntryName;
 using platform::FileMetadata;
+using Side = platform::FolderFlushes::Side;
 
 CleanupMutationError removeFailed(const ChangeError& error) {
     if (error.kind == ChangeFailure::sourceGone) return {.kind = Kind::sourceMissing};
@@ -37,20 +38,25 @@ std::uint64_t ownByteCount(const platform::FolderDescriptor& folder, const std::
 /// A private folder, removed with the last item that is in it.
 struct SystemPermanentRemover::Private {
     platform::FolderChanges& changes;
+    platform::FolderFlushes& flushes;
     platform::FolderDescriptor parent;
     platform::PrivateFolder folder;
     std::string name;
 
-    Private(platform::FolderChanges& made, platform::FolderDescriptor above,
-            platform::PrivateFolder own, std::string called)
-        : changes(made),
+    Private(const Options& options, platform::FolderDescriptor above, platform::PrivateFolder own,
+            std::string called)
+        : changes(options.changes),
+          flushes(options.flushes),
           parent(std::move(above)),
           folder(std::move(own)),
           name(std::move(called)) {}
     Private(const Private&) = delete;
     Private& operator=(const Private&) = delete;
     // One that is not empty stays, with what could not go back; that was told with the item.
-    ~Private() { static_cast<void>(changes.removeFolder({.folder = parent, .name = name})); }
+    ~Private() {
+        static_cast<void>(flushes.note(parent, Side::left));
+        static_cast<void>(changes.removeFolder({.folder = parent, .name = name}));
+    }
 };
 
 void SystemPermanentRemover::forget(const FileURL& source) {
@@ -86,8 +92,7 @@ SystemPermanentRemover::privateFolder(const std::string& folder, const VerifiedI
     }
     opened_.push_back(folder);
     here.parent = above->identity;
-    here.opened =
-        std::make_shared<Private>(options_.changes, *std::move(own), *std::move(made), name);
+    here.opened = std::make_shared<Private>(options_, *std::move(own), *std::move(made), name);
     here.last = here.opened;
     return here.opened;
 }
@@ -96,8 +101,9 @@ std::expected<SystemPermanentRemover::SetAside, CleanupMutationError>
 SystemPermanentRemover::setAside(const FileURL& source, VerifiedItem item) {
     const auto folder = privateFolder(folderOf(source), item);
     if (!folder) return std::unexpected(removeFailed(folder.error()));
-    if (const auto noted = options_.flushes.note(item.parent, platform::FolderFlushes::Side::left);
-        !noted) {
+    auto noted = options_.flushes.note(item.parent, Side::left);
+    if (noted) noted = options_.flushes.note((*folder)->folder.folder(), Side::entered);
+    if (!noted) {
         return std::unexpected(removeFailed(ChangeError::fromSystem(noted.error())));
     }
     if (item.held.takeLease() == platform::FileUse::inUse) {
@@ -130,6 +136,11 @@ std::expected<std::uint64_t, CleanupMutationError> SystemPermanentRemover::remov
         return std::unexpected(putBack(std::move(aside), {.kind = Kind::identityChanged}));
     }
     const std::uint64_t own = before->linkCount == 1 ? ownByteCount(folder, item.name, *before) : 0;
+    // Before the removal, so that the cleanup never ends while a crash could still undo it.
+    if (const auto noted = options_.flushes.note(folder, Side::left); !noted) {
+        return std::unexpected(
+            putBack(std::move(aside), removeFailed(ChangeError::fromSystem(noted.error()))));
+    }
     const auto removed = options_.changes.removeFile({.folder = folder, .name = item.name});
     if (!removed) return std::unexpected(putBack(std::move(aside), removeFailed(removed.error())));
     const auto after = item.held.metadata();
@@ -142,6 +153,9 @@ CleanupMutationError SystemPermanentRemover::putBack(SetAside aside, CleanupMuta
     const EntryName from{.folder = folder, .name = item.name};
     const EntryName to{.folder = item.parent, .name = item.name};
     aside.item_.held.releaseLease();
+    // An item that is back is where it belongs, flushed or not.
+    static_cast<void>(options_.flushes.note(folder, Side::left));
+    static_cast<void>(options_.flushes.note(item.parent, Side::entered));
     if (platform::moveNeverReplacing(options_.changes, from, to)) return because;
     const auto seen = platform::fileMetadata(folder, item.name.c_str());
     if (!seen) return because;
