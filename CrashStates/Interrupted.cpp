@@ -207,7 +207,7 @@ struct Cleaner {
     void putBack(const CleanupReceipt& receipt) {
         tell({Acknowledged::What::putBackBegins, current});
         CleanupIntentJournaling::RestoreOutcomes outcomes;
-        const TrashRestorer restorer(&changes);
+        const TrashRestorer restorer(&changes, nullptr, &bench.volumes);
         for (std::size_t i = 0; i < putBackCount; ++i) {
             const CleanupReceiptEntry& entry = receipt.entries[i];
             need(restorer.putBack({.trashURL = entry.resultingTrashURL.value(),
