@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/JSONCoding.h"
+#include "Base/JSONText.h"
 #include "Base/StableHash.h"
 #include "CareDomain/CleanupApproval.h"
 #include "CareDomain/CleanupCandidate.h"
@@ -35,6 +36,7 @@ void expectError(const JSON& document, Kind kind, const std::string& path) {
 /// Whether a record comes back from its text, and from the same text with the keys turned round.
 template <class Record>
 void expectThereAndBack(const Record& record, const std::vector<std::string>& keys) {
+    EXPECT_EQ(jsonTextOf(record), jsonText(toJSON(record)));
     const JSON document = toJSON(record);
     std::vector<std::string> written;
     for (const auto& entry : document.items()) written.push_back(entry.key());

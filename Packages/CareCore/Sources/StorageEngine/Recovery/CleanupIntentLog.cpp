@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Base/JSONCoding.h"
+#include "Base/JSONText.h"
 
 namespace tidyro {
 
@@ -74,7 +75,7 @@ std::vector<const CleanupIntentEntry*> CleanupIntent::unresolvedEntries() const 
     return found;
 }
 
-std::string logLine(const IntentLogRecord& record) { return jsonText(toJSON(record)) + '\n'; }
+std::string logLine(const IntentLogRecord& record) { return jsonTextOf(record) + '\n'; }
 
 Decoded<RecordedIntent> readIntent(std::string_view snapshot, std::string_view log) {
     auto intent = fromJSONText<CleanupIntent>(snapshot);

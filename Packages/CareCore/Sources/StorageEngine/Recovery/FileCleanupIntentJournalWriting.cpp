@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Base/JSONCoding.h"
+#include "Base/JSONText.h"
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Files/SpaceReserve.h"
 #include "StorageEngine/Recovery/FileCleanupIntentJournalParts.h"
@@ -67,7 +68,7 @@ CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::begin(const Clea
         appender = std::make_unique<Appender>(*std::move(file), intent);
         // The flush of the folder, which ends it, makes the name of the log durable as well.
         return platform::writeDurably(
-            snapshot, jsonText(toJSON(intent)),
+            snapshot, jsonTextOf(intent),
             {.sibling = folder_.appending("." + intent.id.text() + ".tmp").path(),
              .gate = options_.gate});
     });

@@ -9,6 +9,7 @@
 
 #include "Base/Base64.h"
 #include "Base/JSONCoding.h"
+#include "Base/JSONText.h"
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/WellKnownFolders.h"
@@ -128,9 +129,12 @@ std::expected<Receipts, RecoveryLedgerError> receiptsInLedger(std::string_view t
 }
 
 std::string ledgerText(const Receipts& receipts, std::string_view key) {
-    const std::string payload = jsonText(toJSON(LedgerPayload{receipts}));
-    return jsonText(toJSON(LedgerEnvelope{ledgerVersion, std::string(ledgerAlgorithm),
-                                          base64Text(platform::seal(keySpan(key), payload))}));
+    LedgerEnvelope envelope{ledgerVersion, std::string(ledgerAlgorithm), {}};
+    std::string payload = R"({"receipts":)"; // a `LedgerPayload`, whose receipts are copied nowhere
+    appendJSONText(payload, receipts);
+    payload += '}';
+    envelope.sealedPayload = base64Text(platform::seal(keySpan(key), payload));
+    return jsonTextOf(envelope);
 }
 
 JSONRecoveryLedger::JSONRecoveryLedger(FileURL fileURL, std::string key, Options options)

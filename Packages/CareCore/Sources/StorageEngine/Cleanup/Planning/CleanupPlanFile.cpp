@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "Base/JSONCoding.h"
+#include "Base/JSONText.h"
 #include "Base/StringTable.h"
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Machine/SHA256.h"
@@ -47,7 +48,7 @@ class PieceWriter {
             if constexpr (requires { requires RecordType<typename Value::value_type>; }) {
                 writeList(value);
             } else {
-                take_(jsonText(toJSON(value)));
+                take_(jsonTextOf(value));
             }
         }
     }
@@ -55,7 +56,7 @@ class PieceWriter {
     void writeList(const List& list) {
         std::string_view before = "[";
         for (const auto& record : list) {
-            take_(fmt::format("{}\n{}", std::exchange(before, ","), jsonText(toJSON(record))));
+            take_(fmt::format("{}\n{}", std::exchange(before, ","), jsonTextOf(record)));
         }
         take_(list.empty() ? "[]" : "\n]");
     }
