@@ -95,6 +95,11 @@ class FileContents {
 /// a call. False only where they are known never to share any.
 [[nodiscard]] bool mayShareBlocks(const FolderDescriptor& folder);
 
+/// The bytes that are free once the last name of a regular file is gone, which was just seen under
+/// its name. What others share, or may share where the file system does not tell, does not count.
+[[nodiscard]] std::uint64_t ownByteCount(const FolderDescriptor& folder, const char* name,
+                                         const FileMetadata& seen);
+
 /// Sorts ranges and puts those together that touch or overlap. Returns how many bytes they hold.
 std::uint64_t joinRanges(std::vector<FileBlocks::Range>& ranges);
 

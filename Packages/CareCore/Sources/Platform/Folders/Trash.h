@@ -144,11 +144,20 @@ struct TrashedItem {
     FolderDescriptor folder; ///< that it lies in
     std::string name;
     FolderDescriptor notes; ///< what the Trash noted of it; closed on macOS
+    /// Where a cleanup may have a private folder that no desktop shows as an item of the Trash. On
+    /// macOS it is the folder that the item lies in.
+    FolderDescriptor base;
+    std::string basePath;
 
     /// Opens the folders around a place in the Trash. Whether the item is there is not looked at.
     [[nodiscard]] static std::expected<TrashedItem, SystemError> open(const FileURL& url);
     /// Removes what the Trash noted of an item that has left. On macOS the system does so itself.
-    [[nodiscard]] FolderChanges::Changed forget(FolderChanges& changes) const;
+    [[nodiscard]] FolderChanges::Changed forget(FolderChanges& changes) const {
+        return forget(changes, name);
+    }
+    /// The same for another item in the same folder.
+    [[nodiscard]] FolderChanges::Changed forget(FolderChanges& changes,
+                                                const std::string& itemName) const;
 };
 
 } // namespace tidyro::platform

@@ -95,7 +95,8 @@ bool isTypeThatMayHaveTrash(std::string_view fileSystem) {
 std::expected<TrashedItem, SystemError> TrashedItem::open(const FileURL& url) {
     const std::string files(path::parent(url.path()));
     if (path::lastComponent(files) != "files") return std::unexpected(SystemError{ENOENT});
-    const auto base = FolderDescriptor::openRoot(std::string(path::parent(files)));
+    std::string basePath(path::parent(files));
+    auto base = FolderDescriptor::openRoot(basePath);
     if (!base) return std::unexpected(base.error());
     auto folder = base->open("files");
     if (!folder) return std::unexpected(folder.error());
@@ -103,11 +104,14 @@ std::expected<TrashedItem, SystemError> TrashedItem::open(const FileURL& url) {
     if (!notes) return std::unexpected(notes.error());
     return TrashedItem{.folder = *std::move(folder),
                        .name = std::string(url.lastComponent()),
-                       .notes = *std::move(notes)};
+                       .notes = *std::move(notes),
+                       .base = *std::move(base),
+                       .basePath = std::move(basePath)};
 }
 
-FolderChanges::Changed TrashedItem::forget(FolderChanges& changes) const {
-    const std::string note = name + std::string(trashNoteEnding);
+FolderChanges::Changed TrashedItem::forget(FolderChanges& changes,
+                                           const std::string& itemName) const {
+    const std::string note = itemName + std::string(trashNoteEnding);
     const auto removed = changes.removeFile({.folder = notes, .name = note});
     if (!removed && removed.error().kind == ChangeFailure::sourceGone) return {};
     return removed;

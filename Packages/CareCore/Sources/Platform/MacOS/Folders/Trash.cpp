@@ -113,14 +113,19 @@ std::unexpected<TrashError> trashFailure(TrashFailure kind, SystemError error = 
 } // namespace
 
 std::expected<TrashedItem, SystemError> TrashedItem::open(const FileURL& url) {
-    auto folder = FolderDescriptor::openRoot(std::string(path::parent(url.path())));
+    std::string trash(path::parent(url.path()));
+    auto folder = FolderDescriptor::openRoot(trash);
     if (!folder) return std::unexpected(folder.error());
+    auto base = folder->open(".");
+    if (!base) return std::unexpected(base.error());
     return TrashedItem{.folder = *std::move(folder),
                        .name = std::string(url.lastComponent()),
-                       .notes = FolderDescriptor()};
+                       .notes = FolderDescriptor(),
+                       .base = *std::move(base),
+                       .basePath = std::move(trash)};
 }
 
-FolderChanges::Changed TrashedItem::forget(FolderChanges&) const { return {}; }
+FolderChanges::Changed TrashedItem::forget(FolderChanges&, const std::string&) const { return {}; }
 
 struct TrashSlot::Body {
     FolderChanges* changes;

@@ -52,4 +52,13 @@ std::uint64_t joinRanges(std::vector<FileBlocks::Range>& ranges) {
     return bytes;
 }
 
+std::uint64_t ownByteCount(const FolderDescriptor& folder, const char* name,
+                           const FileMetadata& seen) {
+    if (!mayShareBlocks(folder)) return seen.allocatedBytes;
+    FileContents::OwnerHint owner;
+    const auto file = FileContents::open(folder, name, owner);
+    const auto blocks = file ? file->blocks(seen) : std::nullopt;
+    return blocks ? blocks->ownBytes : 0;
+}
+
 } // namespace tidyro::platform

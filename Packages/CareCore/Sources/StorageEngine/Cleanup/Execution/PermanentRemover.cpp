@@ -15,22 +15,11 @@ using Kind = CleanupMutationError::Kind;
 using platform::ChangeError;
 using platform::ChangeFailure;
 using platform::EntryName;
-using platform::FileMetadata;
 using Side = platform::FolderFlushes::Side;
 
 CleanupMutationError removeFailed(const ChangeError& error) {
     if (error.kind == ChangeFailure::sourceGone) return {.kind = Kind::sourceMissing};
     return {.kind = Kind::removeFailed, .reason = appAuthoredFileSystemFailureReason(error.system)};
-}
-
-/// What becomes free when the last name of this file goes.
-std::uint64_t ownByteCount(const platform::FolderDescriptor& folder, const std::string& name,
-                           const FileMetadata& seen) {
-    if (!platform::mayShareBlocks(folder)) return seen.allocatedBytes;
-    platform::FileContents::OwnerHint owner;
-    const auto file = platform::FileContents::open(folder, name.c_str(), owner);
-    const auto blocks = file ? file->blocks(seen) : std::nullopt;
-    return blocks ? blocks->ownBytes : 0; // what others may share is promised to nobody
 }
 
 } // namespace
@@ -135,7 +124,8 @@ std::expected<std::uint64_t, CleanupMutationError> SystemPermanentRemover::remov
     if (!before || before->changed != aside.changed_ || !item.isAt(folder, item.name)) {
         return std::unexpected(putBack(std::move(aside), {.kind = Kind::identityChanged}));
     }
-    const std::uint64_t own = before->linkCount == 1 ? ownByteCount(folder, item.name, *before) : 0;
+    const std::uint64_t own =
+        before->linkCount == 1 ? platform::ownByteCount(folder, item.name.c_str(), *before) : 0;
     // Before the removal, so that the cleanup never ends while a crash could still undo it.
     if (const auto noted = options_.flushes.note(folder, Side::left); !noted) {
         return std::unexpected(
