@@ -1,0 +1,254 @@
+#include "StorageEngine/Cleanup/Session/CleanupSession.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Platform/Machine/RandomUUID.h"
+#include "Platform/Testing/FakeRunningApplications.h"
+#include "Platform/Testing/FakeRunningProcesses.h"
+#include "Platform/Testing/FakeVolumes.h"
+#include "StorageEngine/Observation/FileObserver.h"
+#include "Support/TemporaryFolder.h"
+
+namespace tidyro {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TemporaryFolder;
+using Mode = CleanupExecutionMode;
+
+/// A home with old caches, seen a year later, and sessions in it.
+struct Home {
+    TemporaryFolder place;
+    platform::testing::FakeVolumes volumes =
+        platform::testing::FakeVolumes::withOneAt(place.path());
+    platform::testing::FakeRunningProcesses processes;
+    platform::testing::FakeRunningApplications applications;
+    Timestamp now = Timestamp::now().adding(365 * 86'400.0);
+
+    Home() {
+        place.file("home/.npm/_cacache/content-v2/one", "first file");
+        place.file("home/.npm/_cacache/content-v2/two", "second file");
+        place.permissions("home/.npm/_cacache/content-v2", 0750);
+        place.file("home/.cache/pip/http/three", "third file");
+        place.file("opened/folder/sub/file", "inside");
+        place.file("opened/kept", "equal");
+        place.file("opened/extra", "equal");
+        place.folder("home/.local/share");
+    }
+    [[nodiscard]] FileURL url(const std::string& name) const { return FileURL::file(place / name); }
+    [[nodiscard]] std::unique_ptr<CleanupSession> session() {
+        CleanupSession::Options options;
+        options.home = FileURL::folder(place / "home");
+        options.support = FileURL::folder(place / "home/.local/share/Harborline");
+        options.openedFolders = {FileURL::folder(place / "opened")};
+        options.machine.volumes = &volumes;
+        options.machine.processes = &processes;
+        options.machine.applications = &applications;
+        options.machine.clock = [this] { return now; };
+        options.machine.trashHome = FileURL::folder(place / "home/.local/share/Trash");
+        options.machine.secondsBetweenLooks = 0;
+        return std::make_unique<CleanupSession>(std::move(options));
+    }
+    [[nodiscard]] PreparedCleanup prepared(CleanupSession& session, Mode mode) const {
+        const auto found = session.suggest();
+        EXPECT_TRUE(found.has_value());
+        auto plan = session.plan({.candidates = found->candidates(), .mode = mode});
+        EXPECT_TRUE(plan.has_value());
+        return *std::move(plan);
+    }
+    [[nodiscard]] std::string contents(const std::string& name) const {
+        std::ifstream file(place / name);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    [[nodiscard]] std::string below(const std::string& folder) const {
+        std::set<std::string> names;
+        std::error_code none;
+        for (const auto& entry : fs::recursive_directory_iterator(place / folder, none)) {
+            if (!entry.is_directory()) names.insert(entry.path().filename().string());
+        }
+        std::string all;
+        for (const std::string& name : names) all += (all.empty() ? "" : " ") + name;
+        return all;
+    }
+};
+
+TEST(CleanupSession, CleansTellsPutsBackAndEmpties) {
+    Home home;
+    const auto session = home.session();
+    const PreparedCleanup prepared = home.prepared(*session, Mode::recoverable);
+    ASSERT_EQ(prepared.plan.entries.size(), 3);
+    ASSERT_TRUE(session->lastSuggestions());
+    EXPECT_EQ(session->lastSuggestions()->safe.itemCount, 3);
+
+    const auto approval = CleanupSession::approve(prepared, {}, home.now);
+    const auto receipt = session->carryOut(prepared, approval);
+    ASSERT_TRUE(receipt) << receipt.error().description();
+    EXPECT_EQ(home.below("home/.npm") + home.below("home/.cache"), "");
+    EXPECT_EQ(home.below("home/.local/share/Trash/files"), "one three two");
+    const auto history = session->history();
+    ASSERT_TRUE(history) << history.error().description();
+    ASSERT_EQ(history->lines.size(), 1);
+    EXPECT_EQ(history->lines.front().movedToTrash.count, 3);
+
+    // Another run of the program, in which a folder is gone as well.
+    const auto later = home.session();
+    fs::remove_all(home.place / "home/.npm");
+    const auto back = later->putBack(
+        receipt->id, {prepared.plan.entries[0].candidateID, prepared.plan.entries[1].candidateID});
+    ASSERT_TRUE(back) << back.error().description();
+    for (const auto& item : *back) {
+        EXPECT_TRUE(item.done) << item.done.error().description();
+        EXPECT_TRUE(fs::exists(item.originalURL.path()));
+    }
+    EXPECT_EQ(home.below("home/.local/share/Trash/info").find(' '), std::string::npos);
+    const auto content = home.place / "home/.npm/_cacache/content-v2";
+    if (fs::exists(content)) {
+        EXPECT_EQ(static_cast<unsigned>(fs::status(content).permissions()), 0750U);
+    }
+
+    const auto emptying = later->planEmptying();
+    ASSERT_TRUE(emptying) << emptying.error().description();
+    ASSERT_EQ(emptying->entries.size(), 1) << "only what is still there";
+    const auto emptied = later->emptyTrash(*emptying, {.planID = emptying->id,
+                                                       .itemCount = 1,
+                                                       .byteCount = emptying->byteCount(),
+                                                       .acknowledgedAt = home.now});
+    ASSERT_TRUE(emptied) << emptied.error().description();
+    EXPECT_GT(emptied->actuallyReclaimedByteCount.value_or(0), 0);
+    EXPECT_EQ(home.below("home/.local/share/Trash/files"), "");
+    EXPECT_TRUE(later->planEmptying()->entries.empty());
+    EXPECT_EQ(later->receipts()->size(), 2);
+}
+
+TEST(CleanupSession, CarriesOutOnlyWhatWasApproved) {
+    Home home;
+    const auto session = home.session();
+    const PreparedCleanup prepared = home.prepared(*session, Mode::permanent);
+    const auto approval = CleanupSession::approve(prepared, {}, home.now);
+
+    PreparedCleanup changed = prepared;
+    changed.sheet.entries[0].creationDate = std::nullopt;
+    auto told = session->carryOut(changed, approval);
+    ASSERT_FALSE(told) << "a field of the sheet was changed";
+    EXPECT_EQ(told.error().description(),
+              "The list of items changed after you confirmed it, so nothing was touched. Review "
+              "the current list and confirm it again.");
+    changed = prepared;
+    changed.plan.entries.pop_back();
+    EXPECT_FALSE(session->carryOut(changed, approval));
+    auto unacknowledged = approval;
+    unacknowledged.acknowledgement.reset();
+    EXPECT_FALSE(session->carryOut(prepared, unacknowledged));
+    EXPECT_EQ(home.below("home/.npm"), "one two") << "nothing was touched";
+
+    // Approved elsewhere: written, read back and carried out with the digest that was read there.
+    const auto written =
+        CleanupPlanFile::write(home.url("plan.json"), prepared.plan, prepared.sheet);
+    ASSERT_TRUE(written);
+    const auto read = CleanupPlanFile::read(home.url("plan.json"));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->digest, approval.digest);
+    const auto receipt = session->carryOut({read->plan, read->sheet, read->digest}, approval);
+    ASSERT_TRUE(receipt) << receipt.error().description();
+    EXPECT_EQ(home.below("home/.npm") + home.below("home/.cache"), "");
+    EXPECT_TRUE(receipt->isPermanent());
+}
+
+TEST(CleanupSession, SimulatesThroughTheSameStepsAndWritesNothingDown) {
+    Home home;
+    const auto session = home.session();
+    const PreparedCleanup prepared = home.prepared(*session, Mode::simulation);
+    const std::string before = home.below("home/.local/share");
+    const auto receipt =
+        session->carryOut(prepared, CleanupSession::approve(prepared, {}, home.now));
+    ASSERT_TRUE(receipt) << receipt.error().description();
+    EXPECT_EQ(receipt->entries.size(), 3);
+    EXPECT_EQ(home.below("home/.local/share"), before);
+    EXPECT_EQ(home.below("home/.npm"), "one two");
+}
+
+TEST(CleanupSession, MovesPicksAndExtraCopiesOnlyBesideTheirKeptOnes) {
+    Home home;
+    const auto session = home.session();
+    const auto kept = FileIdentity::observation(home.url("opened/kept"),
+                                                FileURL::folder(home.place / "home"), home.volumes);
+    ASSERT_TRUE(kept);
+    const auto picked = session->planPicks(
+        {{.item = home.url("opened/folder"), .measuredBytes = 6},
+         {.item = home.url("opened/extra"),
+          .measuredBytes = 5,
+          .keptCopy =
+              KeptCopy{.url = kept->url, .fingerprint = FileFingerprint::fromObservation(*kept)}},
+         {.item = home.url("opened/none"), .measuredBytes = 1}});
+    ASSERT_EQ(picked.refused.size(), 1);
+    ASSERT_TRUE(picked.prepared);
+    std::set<LocalItemID> reviewed;
+    for (const auto& entry : picked.prepared->plan.entries) reviewed.insert(entry.candidateID);
+    fs::remove(home.place / "opened/kept");
+    const auto receipt = session->carryOut(
+        *picked.prepared, CleanupSession::approve(*picked.prepared, reviewed, home.now));
+    ASSERT_TRUE(receipt) << receipt.error().description();
+    EXPECT_EQ(home.below("opened"), "extra") << "its kept copy is gone";
+    const auto back = session->putBack(receipt->id);
+    ASSERT_TRUE(back) << back.error().description();
+    EXPECT_EQ(home.contents("opened/folder/sub/file"), "inside");
+}
+
+TEST(CleanupSession, TellsAndSettlesAnInterruptedCleanup) {
+    Home home;
+    {
+        // A cleanup that ended between the move of an item and its record.
+        FileCleanupIntentJournal journal(
+            FileURL::folder(home.place / "home/.local/share/Harborline/intents"));
+        const auto seen =
+            FileIdentity::observation(home.url("home/.npm/_cacache/content-v2/one"),
+                                      FileURL::folder(home.place / "home"), home.volumes);
+        CleanupIntent intent{.id = platform::randomUUID(),
+                             .planID = platform::randomUUID(),
+                             .createdAt = home.now,
+                             .mode = Mode::recoverable,
+                             .entries = {{.candidateID = seen->id,
+                                          .sourceURL = seen->url,
+                                          .fingerprint = FileFingerprint::fromObservation(*seen)}}};
+        ASSERT_TRUE(journal.begin(intent));
+    }
+    const auto session = home.session();
+    const auto told = session->interrupted();
+    ASSERT_TRUE(told) << told.error().description();
+    ASSERT_EQ(told->cleanups.size(), 1);
+    EXPECT_EQ(told->cleanups[0].items[0].found, SettledCleanup::Found::atPlace);
+    const auto settled = session->settle();
+    ASSERT_TRUE(settled) << settled.error().description();
+    EXPECT_TRUE(session->interrupted()->cleanups.empty());
+    EXPECT_EQ(session->receipts()->size(), 1);
+}
+
+TEST(CleanupSession, ForgetsWhatNoReceiptTellsAnyMore) {
+    Home home;
+    const auto first = home.session();
+    const PreparedCleanup prepared = home.prepared(*first, Mode::permanent);
+    ASSERT_TRUE(first->carryOut(prepared, CleanupSession::approve(prepared, {}, home.now)));
+    EXPECT_NE(home.below("home/.local/share/Harborline/plans"), "");
+    home.place.file("home/.npm/_cacache/content-v2/four", "fourth file");
+    home.now = home.now.adding(91 * 86'400.0);
+    const auto second = home.session();
+    const PreparedCleanup more = home.prepared(*second, Mode::recoverable);
+    const auto receipt =
+        second->carryOut(more, CleanupSession::approve(more, {}, home.now.adding(0)));
+    ASSERT_TRUE(receipt) << receipt.error().description();
+    EXPECT_EQ(second->receipts()->size(), 1);
+    EXPECT_EQ(home.below("home/.local/share/Harborline/plans"), more.plan.id.text() + ".json");
+    home.now = home.now.adding(100 * 86'400.0);
+    EXPECT_EQ(home.session()->receipts()->size(), 1) << "its item still lies in the Trash";
+}
+
+} // namespace
+} // namespace tidyro
