@@ -19,11 +19,17 @@ FolderFlushes::FolderFlushes(FolderChanges& changes, Clock steadySeconds)
 std::expected<void, SystemError> FolderFlushes::note(const FolderDescriptor& folder, Side side) {
     const auto seen = fileMetadata(folder.fd());
     if (!seen) return std::unexpected(seen.error());
+    return note(folder, side, *seen);
+}
+
+std::expected<void, SystemError> FolderFlushes::note(const FolderDescriptor& folder, Side side,
+                                                     const FileMetadata& onSameVolume) {
     const std::scoped_lock guard(mutex_);
-    Volume& volume = volumes_[seen->mount.value_or(seen->identity.device)];
-    const bool isNoted = volume.isSlow ? volume.folders(side).contains(seen->identity)
-                                       : !volume.left.empty() || !volume.entered.empty();
-    if (isNoted) return {};
+    Volume& volume = volumes_[onSameVolume.mount.value_or(onSameVolume.identity.device)];
+    if (!volume.isSlow && (!volume.left.empty() || !volume.entered.empty())) return {};
+    const auto seen = fileMetadata(folder.fd());
+    if (!seen) return std::unexpected(seen.error());
+    if (volume.folders(side).contains(seen->identity)) return {};
     auto own = folder.open(".");
     if (!own) return std::unexpected(own.error());
     volume.folders(side).emplace(seen->identity, *std::move(own));

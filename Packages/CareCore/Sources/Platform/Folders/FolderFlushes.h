@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Base/SystemError.h"
+#include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderChanges.h"
 #include "Platform/Folders/FolderReading.h"
 
@@ -41,6 +42,10 @@ class FolderFlushes {
     };
     /// A descriptor of its own is kept, so the caller may close the folder.
     [[nodiscard]] std::expected<void, SystemError> note(const FolderDescriptor& folder, Side side);
+    /// The same for a folder on the volume of an item that was just looked at, which mostly spares
+    /// a look at the folder.
+    [[nodiscard]] std::expected<void, SystemError> note(const FolderDescriptor& folder, Side side,
+                                                        const FileMetadata& onSameVolume);
 
     /// Whether the folder's volume turned out to be slow. Whoever makes a file in the folder then
     /// flushes that file as well: no flush of the whole volume will do it.

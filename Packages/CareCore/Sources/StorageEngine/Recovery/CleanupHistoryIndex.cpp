@@ -15,18 +15,8 @@
 
 namespace tidyro {
 
-namespace {
-
-constexpr std::int64_t historyVersion = 1;
-/// Far above what thousands of cleanups take.
-constexpr std::size_t maxHistoryBytes = 64UL << 20U;
-
-std::string digestOf(std::string_view text) {
-    platform::SHA256 hash;
-    hash.update(std::as_bytes(std::span(text)));
-    return platform::hexText(hash.finish());
-}
-
+/// The ledger's file, as far as the system tells it without reading it.
+namespace cleanup_history {
 struct LedgerState {
     std::uint64_t byteCount = 0;
     std::uint64_t inode = 0;
@@ -39,6 +29,21 @@ struct LedgerState {
     }
     bool operator==(const LedgerState&) const = default;
 };
+} // namespace cleanup_history
+
+namespace {
+
+using cleanup_history::LedgerState;
+
+constexpr std::int64_t historyVersion = 1;
+/// Far above what thousands of cleanups take.
+constexpr std::size_t maxHistoryBytes = 64UL << 20U;
+
+std::string digestOf(std::string_view text) {
+    platform::SHA256 hash;
+    hash.update(std::as_bytes(std::span(text)));
+    return platform::hexText(hash.finish());
+}
 
 /// The first line.
 struct HistoryHead {

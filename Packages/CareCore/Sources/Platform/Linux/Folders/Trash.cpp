@@ -137,14 +137,14 @@ struct TrashSlot::Body {
     /// Before the rename: what could not be noted would never be flushed.
     [[nodiscard]] std::expected<void, SystemError> noteMove() const {
         using enum FolderFlushes::Side;
-        auto noted = flushes->note(item.folder, left);
-        if (noted) noted = flushes->note(trash->info, entered);
-        if (noted) noted = flushes->note(trash->files, entered);
+        auto noted = flushes->note(item.folder, left, item.seen);
+        if (noted) noted = flushes->note(trash->info, entered, item.seen);
+        if (noted) noted = flushes->note(trash->files, entered, item.seen);
         return noted;
     }
     [[nodiscard]] std::expected<void, SystemError> noteMoveBack() const {
-        auto noted = flushes->note(trash->files, FolderFlushes::Side::left);
-        if (noted) noted = flushes->note(item.folder, FolderFlushes::Side::entered);
+        auto noted = flushes->note(trash->files, FolderFlushes::Side::left, item.seen);
+        if (noted) noted = flushes->note(item.folder, FolderFlushes::Side::entered, item.seen);
         return noted;
     }
 };

@@ -201,6 +201,13 @@ CleanupRun::Stop CleanupRun::dealWith(std::size_t index) {
     }
     case CleanupExecutionMode::simulation: break;
     }
+    // Taking a place in the Trash would change something; what would refuse it can be asked.
+    if (const auto refusal = platform::trashRefusal({.folder = item->parent,
+                                                     .name = item->name,
+                                                     .path = item->realPath,
+                                                     .seen = item->seen})) {
+        return leave(index, failure(TrashRefusalDiagnosis::mutationError(*refusal)));
+    }
     if (const auto prepared = prepareMove(*item); !prepared) {
         return leave(index, failure(prepared.error()));
     }
@@ -379,12 +386,6 @@ CleanupRun::moveToTrash(VerifiedItem item, const CleanupPlanEntry& entry) {
                          .seen = item.seen,
                          .byteCount = entry.proofCard.byteCount});
     if (!slot) return std::unexpected(TrashRefusalDiagnosis::mutationError(slot.error()));
-    if (const auto noted =
-            parts_.options.flushes->note(item.parent, platform::FolderFlushes::Side::left);
-        !noted) {
-        return std::unexpected(CleanupMutationError{
-            .kind = Kind::moveFailed, .reason = appAuthoredFileSystemFailureReason(noted.error())});
-    }
     if (const auto prepared = prepareMove(item); !prepared) {
         return std::unexpected(prepared.error());
     }
@@ -399,7 +400,9 @@ CleanupRun::moveToTrash(VerifiedItem item, const CleanupPlanEntry& entry) {
         if (!slot->moveBack()) changed.displaced = slot->url();
         return std::unexpected(std::move(changed));
     }
-    if (const auto after = item.held.metadata()) guard_.noteOwnChange(*after);
+    if (item.seen.linkCount > 1) {
+        if (const auto after = item.held.metadata()) guard_.noteOwnChange(*after);
+    }
     return slot->url();
 }
 

@@ -90,8 +90,8 @@ std::expected<SystemPermanentRemover::SetAside, CleanupMutationError>
 SystemPermanentRemover::setAside(const FileURL& source, VerifiedItem item) {
     const auto folder = privateFolder(folderOf(source), item);
     if (!folder) return std::unexpected(removeFailed(folder.error()));
-    auto noted = options_.flushes.note(item.parent, Side::left);
-    if (noted) noted = options_.flushes.note((*folder)->folder.folder(), Side::entered);
+    auto noted = options_.flushes.note(item.parent, Side::left, item.seen);
+    if (noted) noted = options_.flushes.note((*folder)->folder.folder(), Side::entered, item.seen);
     if (!noted) {
         return std::unexpected(removeFailed(ChangeError::fromSystem(noted.error())));
     }
@@ -127,7 +127,7 @@ std::expected<std::uint64_t, CleanupMutationError> SystemPermanentRemover::remov
     const std::uint64_t own =
         before->linkCount == 1 ? platform::ownByteCount(folder, item.name.c_str(), *before) : 0;
     // Before the removal, so that the cleanup never ends while a crash could still undo it.
-    if (const auto noted = options_.flushes.note(folder, Side::left); !noted) {
+    if (const auto noted = options_.flushes.note(folder, Side::left, item.seen); !noted) {
         return std::unexpected(
             putBack(std::move(aside), removeFailed(ChangeError::fromSystem(noted.error()))));
     }
@@ -144,8 +144,8 @@ CleanupMutationError SystemPermanentRemover::putBack(SetAside aside, CleanupMuta
     const EntryName to{.folder = item.parent, .name = item.name};
     aside.item_.held.releaseLease();
     // An item that is back is where it belongs, flushed or not.
-    static_cast<void>(options_.flushes.note(folder, Side::left));
-    static_cast<void>(options_.flushes.note(item.parent, Side::entered));
+    static_cast<void>(options_.flushes.note(folder, Side::left, item.seen));
+    static_cast<void>(options_.flushes.note(item.parent, Side::entered, item.seen));
     if (platform::moveNeverReplacing(options_.changes, from, to)) return because;
     const auto seen = platform::fileMetadata(folder, item.name.c_str());
     if (!seen) return because;
