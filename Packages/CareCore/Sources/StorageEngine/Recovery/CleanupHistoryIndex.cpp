@@ -18,6 +18,8 @@ namespace tidyro {
 /// The ledger's file, as far as the system tells it without reading it.
 namespace cleanup_history {
 struct LedgerState {
+/// What tells a file from the one that had its name before.
+struct CleanupHistoryIndex::FileState {
     std::uint64_t byteCount = 0;
     std::uint64_t inode = 0;
     std::optional<Timestamp> modified = std::nullopt;
@@ -35,6 +37,15 @@ namespace {
 
 using cleanup_history::LedgerState;
 
+        using Self = FileState;
+        return fieldList<Self>(field("byteCount", &Self::byteCount), field("inode", &Self::inode),
+                               field("modified", &Self::modified));
+    }
+    bool operator==(const FileState&) const = default;
+};
+
+namespace {
+
 constexpr std::int64_t historyVersion = 1;
 /// Far above what thousands of cleanups take.
 constexpr std::size_t maxHistoryBytes = 64UL << 20U;
@@ -48,7 +59,7 @@ std::string digestOf(std::string_view text) {
 /// The first line.
 struct HistoryHead {
     std::int64_t version;
-    LedgerState ledger;
+    CleanupHistoryIndex::FileState ledger;
     std::string intents; ///< digest of what the files of the journal are
     std::uint64_t unreadableIntentCount;
     std::string lines; ///< digest of the other lines
@@ -139,7 +150,7 @@ void CleanupHistoryTally::add(std::uint64_t bytes) {
 
 /// What the ledger and the journal are, as far as the system tells it without reading them.
 struct CleanupHistoryIndex::State {
-    LedgerState ledger;
+    FileState ledger;
     std::string intents;
 };
 
@@ -166,11 +177,10 @@ CleanupHistoryIndex::state() const {
         const std::string name = entries->path().filename().string();
         if (name.ends_with(".json") || name.ends_with(".outcomes")) {
             const auto seen = platform::fileMetadata(entries->path().string());
-            files.push_back(
-                lineText(LedgerState{.byteCount = seen ? seen->byteCount : 0,
-                                     .inode = seen ? seen->identity.inode : 0,
-                                     .modified = seen ? seen->modified : std::nullopt}) +
-                name + '\n');
+            files.push_back(lineText(FileState{.byteCount = seen ? seen->byteCount : 0,
+                                               .inode = seen ? seen->identity.inode : 0,
+                                               .modified = seen ? seen->modified : std::nullopt}) +
+                            name + '\n');
         }
         entries.increment(failed);
     }

@@ -112,6 +112,8 @@ class CleanupHistoryIndex {
     /// "history-index-v1" beside the ledger.
     [[nodiscard]] FileURL indexURL() const;
 
+    struct FileState; ///< for the index alone
+
   private:
     struct State;
     [[nodiscard]] std::expected<State, Error> state() const;
