@@ -39,10 +39,11 @@ class FingerprintComparison {
     [[nodiscard]] bool isItem(const platform::FileMetadata& seen,
                               const FileFingerprint& planned) const;
 
-  private:
+    /// Whether it lies on the volume of the fingerprint.
     [[nodiscard]] bool isOnItsVolume(const platform::FileMetadata& seen,
                                      const FileFingerprint& planned) const;
 
+  private:
     std::vector<platform::Volume> volumes_;
     Volume volume_;
 };

@@ -25,6 +25,12 @@ std::unexpected<SettlementError> settlementFailure(Cause cause) {
     return std::unexpected(SettlementError{std::move(cause)});
 }
 
+/// The identifier of a volume without the number of its device, which follows where two disks had
+/// one UUID.
+std::string_view withoutDevice(std::string_view identifier) {
+    return identifier.substr(0, identifier.find('@'));
+}
+
 /// What the journal records of what was found; none while that is an open question.
 std::optional<CleanupIntentEntry::Outcome> outcomeOf(const SettledCleanup::Item& item) {
     const auto failed = [](std::string reason) {
@@ -99,7 +105,7 @@ std::string CleanupSettlementError::description() const {
         std::string operator()(const NotConfirmed& error) const {
             return "Tidyro put items of an interrupted cleanup in order, but the disk did not "
                    "confirm it (" +
-                   error.cause.description() + "). Nothing was recorded. Try again.";
+                   error.cause.description() + "). They are looked at again the next time.";
         }
     };
     return std::visit(Describe{}, value);
@@ -148,25 +154,26 @@ CleanupSettlement::Result<CleanupSettlement::Report> CleanupSettlement::lookAtAl
 
     const platform::LiveVolumes live;
     const platform::Volumes& volumes = options_.volumes != nullptr ? *options_.volumes : live;
-    const auto mounted = volumes.mounted();
-    if (!mounted) return settlementFailure(SettlementError::CouldNotLook{mounted.error()});
+    if (const auto mounted = volumes.mounted(); !mounted) {
+        return settlementFailure(SettlementError::CouldNotLook{mounted.error()});
+    }
     std::set<std::string_view> identifiers; // an item can only be in a Trash of its own volume
     for (const RecordedIntent& recorded : open->intents) {
         for (const CleanupIntentEntry& entry : recorded.intent.entries) {
             const auto& volume = entry.fingerprint.volumeIdentifier;
-            if (volume) identifiers.insert(*volume);
+            if (volume) identifiers.insert(withoutDevice(*volume));
         }
     }
-    auto listing =
-        platform::TrashListing::read({.volumes = &volumes,
-                                      .home = options_.trashHome,
-                                      .isAsked =
-                                          [&](const platform::Volume& volume) {
-                                              return identifiers.contains(volume.identifier);
-                                          },
-                                      .notes = platform::TrashListing::Notes::leave});
+    auto listing = platform::TrashListing::read({.volumes = &volumes,
+                                                 .home = options_.trashHome,
+                                                 .isAsked =
+                                                     [&](const platform::Volume& volume) {
+                                                         return identifiers.contains(
+                                                             withoutDevice(volume.identifier));
+                                                     },
+                                                 .notes = platform::TrashListing::Notes::leave});
 
-    CleanupSettlementLooker looker(*mounted, listing);
+    CleanupSettlementLooker looker(volumes, listing);
     CleanupSettlementRepair repair(options_, volumes, listing);
     for (RecordedIntent& recorded : open->intents) {
         CleanupSettlementLook look = looker.look(recorded);

@@ -70,7 +70,7 @@ struct CleanupSettlementError {
         SystemError cause;
         bool operator==(const CouldNotLook&) const = default;
     };
-    /// Items were put in order, and a crash could undo it. Nothing of it was recorded.
+    /// Items were put in order, and a crash could undo it. The cleanup stays open.
     struct NotConfirmed {
         SystemError cause;
         bool operator==(const NotConfirmed&) const = default;

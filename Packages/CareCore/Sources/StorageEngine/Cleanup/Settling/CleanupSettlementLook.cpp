@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 
 #include <fmt/format.h>
 
@@ -24,17 +23,6 @@ bool isPlaceholder(const FileMetadata& seen) {
     return seen.kind == platform::ItemKind::regularFile && seen.byteCount == 0 &&
            seen.allocatedBytes == 0 && (seen.permissions & everybody) == 0 && seen.linkCount == 1 &&
            seen.ownerUserID == platform::currentUserID();
-}
-
-/// 0 when it is not known, which no item has.
-std::uint64_t plannedInode(const FileFingerprint& planned) {
-    std::uint64_t inode = 0;
-    if (planned.fileResourceIdentifier) {
-        const std::string& text = *planned.fileResourceIdentifier;
-        const std::size_t begin = text.rfind(':') + 1;
-        std::from_chars(text.data() + begin, text.data() + text.size(), inode);
-    }
-    return inode;
 }
 
 /// What was put back from the Trash, or is gone from there, is the person's own doing.
@@ -64,9 +52,9 @@ struct CleanupSettlementLooker::Course {
     [[nodiscard]] const CleanupIntent& intent() const { return recorded.intent; }
 };
 
-CleanupSettlementLooker::CleanupSettlementLooker(std::span<const platform::Volume> volumes,
+CleanupSettlementLooker::CleanupSettlementLooker(const platform::Volumes& volumes,
                                                  platform::TrashListing& listing)
-    : volumes_(volumes), listing_(listing) {
+    : comparison_(volumes, FingerprintComparison::Volume::byUUIDIfKnown), listing_(listing) {
     for (std::size_t i = 0; i < listing.items.size(); ++i) {
         trashedByInode_.emplace(listing.items[i].seen.identity.inode, i);
     }
@@ -109,28 +97,14 @@ const CleanupSettlementLooker::Folder& CleanupSettlementLooker::opened(const std
     return *last_;
 }
 
-bool CleanupSettlementLooker::hasNumber(const FileMetadata& seen,
-                                        const FileFingerprint& planned) const {
-    if (!planned.fileResourceIdentifier || !planned.volumeIdentifier) return false;
-    if (plannedInode(planned) != seen.identity.inode) return false;
-    // The device's number changes with the next start of the machine, the volume's identifier not.
-    const platform::Volume* volume = platform::volumeOf(seen, volumes_);
-    return volume != nullptr && volume->identifier == *planned.volumeIdentifier;
-}
-
-bool CleanupSettlementLooker::isItem(const FileMetadata& seen,
-                                     const FileFingerprint& planned) const {
-    return planned.modificationDate && seen.modified == planned.modificationDate &&
-           (seen.kind == platform::ItemKind::folder || seen.byteCount == planned.byteCount) &&
-           hasNumber(seen, planned);
-}
-
 /// Whether it is the item, even when it has been changed since. One that was born before the
 /// cleanup began and has its number is; a number that was given away again has a younger item.
 bool CleanupSettlementLooker::isTheSame(const FileMetadata& seen, const FileFingerprint& planned,
                                         const CleanupIntent& intent) const {
-    return isItem(seen, planned) ||
-           (hasNumber(seen, planned) && seen.created && *seen.created <= intent.createdAt);
+    if (comparison_.isItem(seen, planned)) return true;
+    const auto identity = identityIn(planned);
+    return identity && identity->inode == seen.identity.inode && seen.created &&
+           *seen.created <= intent.createdAt && comparison_.isOnItsVolume(seen, planned);
 }
 
 // Private folders -----------------------------------------------------------------------------
@@ -213,10 +187,12 @@ std::optional<std::size_t> CleanupSettlementLooker::trashedItem(Course& course,
         if (folder == path::joined(place.path, "files")) return std::nullopt;
     }
     std::optional<std::size_t> withoutNote;
-    const auto [first, last] = trashedByInode_.equal_range(plannedInode(entry.fingerprint));
+    const auto identity = identityIn(entry.fingerprint);
+    if (!identity) return std::nullopt;
+    const auto [first, last] = trashedByInode_.equal_range(identity->inode);
     for (auto each = first; each != last; ++each) {
         platform::TrashListing::Item& item = listing_.items[each->second];
-        if (!isItem(item.seen, entry.fingerprint)) continue;
+        if (!comparison_.isItem(item.seen, entry.fingerprint)) continue;
         listing_.readNote(item);
         // Another name of the same file may have gone to the Trash on its own: that is another
         // item.
@@ -263,7 +239,7 @@ void CleanupSettlementLooker::lookForPlaceholders(Course& course) {
         const auto entry =
             item.note ? course.bySource.find(item.note->path) : course.bySource.end();
         if (entry == course.bySource.end() || !course.mayBeReached.contains(entry->second) ||
-            isItem(item.seen, entry->second->fingerprint)) {
+            comparison_.isItem(item.seen, entry->second->fingerprint)) {
             continue;
         }
         course.look.trashSteps.push_back(
@@ -314,10 +290,7 @@ void CleanupSettlementLooker::judgeMissing(const Course& course, const CleanupIn
                                            SettledCleanup::Item& item) {
     const std::string parent(path::parent(entry.sourceURL.path()));
     const Folder& around = opened(parent);
-    const platform::Volume* volume =
-        around.seen ? platform::volumeOf(*around.seen, volumes_) : nullptr;
-    if (around.seen && (volume == nullptr || !entry.fingerprint.volumeIdentifier ||
-                        volume->identifier != *entry.fingerprint.volumeIdentifier)) {
+    if (around.seen && !comparison_.isOnItsVolume(*around.seen, entry.fingerprint)) {
         item.reason = "The disk that it lay on is not there.";
     } else if (!course.mayBeReached.contains(&entry) && course.recorded.passedOverLineCount == 0) {
         item.found = Found::goneBefore;

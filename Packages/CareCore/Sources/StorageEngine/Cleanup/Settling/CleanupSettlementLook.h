@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <map>
 #include <set>
-#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -17,6 +16,7 @@
 #include "Platform/Folders/TrashListing.h"
 #include "Platform/Mounts/Volumes.h"
 #include "StorageEngine/Cleanup/Settling/CleanupSettlement.h"
+#include "StorageEngine/Trash/FingerprintComparison.h"
 
 /// The first half of `CleanupSettlement`: where the items of a cleanup lie, and what has to be
 /// done. Nobody else includes it.
@@ -61,8 +61,7 @@ struct CleanupSettlementLook {
 
 class CleanupSettlementLooker {
   public:
-    CleanupSettlementLooker(std::span<const platform::Volume> volumes,
-                            platform::TrashListing& listing);
+    CleanupSettlementLooker(const platform::Volumes& volumes, platform::TrashListing& listing);
 
     [[nodiscard]] CleanupSettlementLook look(const RecordedIntent& recorded);
 
@@ -82,10 +81,6 @@ class CleanupSettlementLooker {
     struct Course;
 
     [[nodiscard]] const Folder& opened(const std::string& path);
-    [[nodiscard]] bool hasNumber(const platform::FileMetadata& seen,
-                                 const FileFingerprint& planned) const;
-    [[nodiscard]] bool isItem(const platform::FileMetadata& seen,
-                              const FileFingerprint& planned) const;
     [[nodiscard]] bool isTheSame(const platform::FileMetadata& seen, const FileFingerprint& planned,
                                  const CleanupIntent& intent) const;
     [[nodiscard]] static bool isKnown(const CleanupIntentEntry& entry,
@@ -101,7 +96,7 @@ class CleanupSettlementLooker {
     void judgeMissing(const Course& course, const CleanupIntentEntry& entry,
                       SettledCleanup::Item& item);
 
-    std::span<const platform::Volume> volumes_;
+    FingerprintComparison comparison_;
     platform::TrashListing& listing_;
     std::unordered_multimap<std::uint64_t, std::size_t> trashedByInode_;
     std::optional<Folder> last_;

@@ -43,10 +43,10 @@ bool exists(const std::string& path) { return platform::fileMetadata(path).has_v
 
 FileFingerprint fingerprintOf(const std::string& path) {
     const auto seen = platform::fileMetadata(path);
-    // The number of the device is one of another start of the machine.
+    // The numbers of the device are those of another start of the machine.
     return {.byteCount = seen->byteCount,
             .modificationDate = seen->modified,
-            .volumeIdentifier = "inside",
+            .volumeIdentifier = "inside@7",
             .fileResourceIdentifier = "4711:" + std::to_string(seen->identity.inode)};
 }
 
@@ -448,6 +448,19 @@ TEST(CleanupSettlement, FindsItemsInTheTrashByWhatTheyAre) {
     EXPECT_TRUE(exists(at.home + "/files/own name"));
     EXPECT_TRUE(exists(at.home + "/files/linked"));
     EXPECT_TRUE(told.isClosed);
+}
+
+TEST(CleanupSettlement, TakesAnotherNameInTheTrashForAnotherItem) {
+    SettlingPlace at;
+    at.add("folder/a");
+    at.begin();
+    at.putIntoTrash("b", at.place / "folder/b");
+    fs::remove(at.home + "/files/b");
+    at.place.hardLink("Trash/files/b", "folder/a");
+    fs::remove(at.place / "folder/a");
+    EXPECT_THAT(foundOf(at.settled()), ElementsAre(Found::unaccounted));
+    EXPECT_THAT(contents(at.home + "/info/b.trashinfo"), HasSubstr("/folder/b\n"));
+    EXPECT_TRUE(exists(at.home + "/files/b"));
 }
 
 TEST(CleanupSettlement, AccountsForNothingThatItDidNotFind) {
