@@ -15,9 +15,6 @@
 
 namespace tidyro {
 
-/// The ledger's file, as far as the system tells it without reading it.
-namespace cleanup_history {
-struct LedgerState {
 /// What tells a file from the one that had its name before.
 struct CleanupHistoryIndex::FileState {
     std::uint64_t byteCount = 0;
@@ -25,18 +22,6 @@ struct CleanupHistoryIndex::FileState {
     std::optional<Timestamp> modified = std::nullopt;
 
     static constexpr auto fields() {
-        using Self = LedgerState;
-        return fieldList<Self>(field("byteCount", &Self::byteCount), field("inode", &Self::inode),
-                               field("modified", &Self::modified));
-    }
-    bool operator==(const LedgerState&) const = default;
-};
-} // namespace cleanup_history
-
-namespace {
-
-using cleanup_history::LedgerState;
-
         using Self = FileState;
         return fieldList<Self>(field("byteCount", &Self::byteCount), field("inode", &Self::inode),
                                field("modified", &Self::modified));
