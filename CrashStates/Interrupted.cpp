@@ -10,7 +10,7 @@
 #include <fmt/format.h>
 
 #include "Base/PathText.h"
-#include "LoggedDisks.h"
+#include "Failure.h"
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Testing/ForwardedFolderChanges.h"
 #include "StorageEngine/Cleanup/Execution/ExecutionBench.h"
@@ -49,14 +49,15 @@ class FaultyChanges final : public testing::ForwardedFolderChanges {
 
 class FaultyGate final : public platform::ChangeGate {
   public:
-    explicit FaultyGate(Fault fault) : fault_(fault) {}
+    FaultyGate(platform::ChangeGate& next, Fault fault) : next_(next), fault_(fault) {}
     Done perform(platform::DiskChange kind, const std::function<Done()>& change) override {
         const bool isLeftOut =
             fault_ == Fault::logsNotFlushed && kind == platform::DiskChange::flush;
-        return isLeftOut ? Done() : change();
+        return isLeftOut ? Done() : next_.perform(kind, change);
     }
 
   private:
+    platform::ChangeGate& next_;
     Fault fault_;
 };
 
@@ -95,6 +96,7 @@ class TellingJournal final : public CleanupIntentJournaling {
                                const LocalItemID& candidateID, const UUID& intentID) override {
         isFlushed = false;
         auto done = journal.recordOutcome(outcome, candidateID, intentID);
+        if (!done) return done;
         ++records;
         if (isFlushed) done = told(std::move(done), Acknowledged::What::recorded);
         if (records % 4 == 0) saveNeighbour(places, records);
@@ -142,8 +144,8 @@ struct Cleaner {
             const std::function<void(const Acknowledged&)>& teller)
         : places(at),
           tell(teller),
-          changes(live, manner.fault),
-          gate(manner.fault),
+          changes(manner.changes != nullptr ? *manner.changes : live, manner.fault),
+          gate(*manner.gate, manner.fault),
           // The clocks go on with each question, so that some records are flushed together.
           flushes(changes, [this, step = manner.isSlow ? 2.0 : 0.0] { return now += step; }),
           files(FileURL::folder(at.intents()), {.flushChanges =
@@ -235,6 +237,7 @@ platform::testing::FakeVolumes Places::volumes() const {
         volume.isInternalLocal = true;
         ours.answer->push_back(std::move(volume));
     }
+    if (ours.answer->empty()) return platform::testing::FakeVolumes::withOneAt(items);
     return ours;
 }
 
@@ -255,9 +258,14 @@ std::vector<Item> itemsIn(const Places& places) {
                          .contents = "the contents of " + name,
                          .cleanup = cleanup});
     };
-    for (int i = 0; i < 15; ++i) add(Cleanup::trashing, fmt::format("trashed{}/t{} %", i / 5, i));
-    for (int i = 0; i < 6; ++i) add(Cleanup::picking, fmt::format("opened/picked{} %", i));
-    for (int i = 0; i < 14; ++i) add(Cleanup::removing, fmt::format("removed{}/r{} %", i / 5, i));
+    const int each = places.itemsOfFolder;
+    for (int i = 0; i < 3 * each; ++i) {
+        add(Cleanup::trashing, fmt::format("trashed{}/t{} %", i / each, i));
+    }
+    for (int i = 0; i < each; ++i) add(Cleanup::picking, fmt::format("opened/picked{} %", i));
+    for (int i = 0; i < 3 * each - 1; ++i) {
+        add(Cleanup::removing, fmt::format("removed{}/r{} %", i / each, i));
+    }
     return items;
 }
 

@@ -9,6 +9,8 @@
 
 #include "Base/FileURL.h"
 #include "Base/UUID.h"
+#include "Platform/Files/ChangeGate.h"
+#include "Platform/Folders/FolderChanges.h"
 #include "Platform/Testing/FakeVolumes.h"
 
 /// What a crash interrupts: three cleanups and a putting back in a small home. Old cache files go
@@ -19,13 +21,15 @@ namespace tidyro::crash {
 struct Places {
     std::string items; ///< the top of the volume with the home
     std::string data;  ///< the folder for the journal, the ledger and the person's own Trash
+    int itemsOfFolder = 5;
 
     [[nodiscard]] std::string intents() const { return data + "/Harborline/intents"; }
     [[nodiscard]] FileURL ledger() const {
         return FileURL::file(data + "/Harborline/Recovery/ledger.json");
     }
     [[nodiscard]] FileURL trash() const { return FileURL::folder(data + "/Trash"); }
-    /// The volumes that the places lie on, by names that every state has.
+    /// The volumes that the places lie on, by names that every state has. One when nothing is
+    /// mounted there.
     [[nodiscard]] platform::testing::FakeVolumes volumes() const;
 };
 /// Below the top of the first volume, and what the second one is mounted on when there are two.
@@ -74,6 +78,9 @@ enum class Fault : std::uint8_t {
 struct Manner {
     bool isSlow = false; ///< the volume's folders are flushed one by one
     Fault fault = Fault::none;
+    /// None: those of the running system.
+    platform::FolderChanges* changes = nullptr;
+    platform::ChangeGate* gate = &platform::ChangeGate::open();
 };
 
 /// Runs all of it and tells what is acknowledged, in the moment that it is.
@@ -82,6 +89,7 @@ void carryOut(const Places& places, const Manner& manner,
 
 /// What the next start does after a crash: looks for each item that the journal does not account
 /// for, and repairs what was left half done.
-void settle(const Places& places);
+void settle(const Places& places, platform::FolderChanges& changes,
+            platform::ChangeGate& gate = platform::ChangeGate::open());
 
 } // namespace tidyro::crash

@@ -17,10 +17,6 @@
 
 namespace tidyro::crash {
 
-void failWithReason(const std::string& what) {
-    throw Failure(what + ": " + std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
-}
-
 // Images --------------------------------------------------------------------------------------
 
 DiskImage DiskImage::read(const std::string& path) {

@@ -6,22 +6,17 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "Failure.h"
+
 /// Disks that write down everything that arrives at them, so that every state in which a crash may
 /// leave them can be made afterwards. Needs root; failures are thrown, since no crash can be told
 /// of without its disks.
 namespace tidyro::crash {
-
-struct Failure : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-/// What failed, with the reason of the last system call.
-[[noreturn]] void failWithReason(const std::string& what);
 
 /// The bytes of a disk. Blocks of zeros take no memory.
 class DiskImage {

@@ -1,23 +1,23 @@
 #include "Interrupted.h"
 
-#include "LoggedDisks.h"
+#include "Failure.h"
 #include "Platform/Folders/FolderFlushes.h"
 #include "StorageEngine/Cleanup/Settling/CleanupSettlement.h"
 
 namespace tidyro::crash {
 
-void settle(const Places& places) {
-    platform::LiveFolderChanges changes;
+void settle(const Places& places, platform::FolderChanges& changes, platform::ChangeGate& gate) {
     platform::FolderFlushes flushes(changes);
     FileCleanupIntentJournal journal(
         FileURL::folder(places.intents()),
-        {.flushChanges = [&] { return flushes.flush(); }, .reserveByteCount = 1U << 20U});
+        {.flushChanges = [&] { return flushes.flush(); }, .reserveByteCount = 0, .gate = &gate});
     auto ledger = JSONRecoveryLedger::open(places.ledger(), ledgerKey());
     const auto volumes = places.volumes();
     CleanupSettlement settlement({.journal = &journal,
                                   .ledger = &*ledger,
                                   .changes = &changes,
                                   .flushes = &flushes,
+                                  .gate = &gate,
                                   .volumes = &volumes,
                                   .trashHome = places.trash()});
     const auto report = settlement.settle();

@@ -9,7 +9,7 @@
 #include <fmt/format.h>
 
 #include "Base/PathText.h"
-#include "LoggedDisks.h"
+#include "Failure.h"
 #include "Platform/Files/DurableFile.h"
 #include "StorageEngine/Recovery/CleanupRecovery.h"
 #include "StorageEngine/Recovery/FileCleanupIntentJournal.h"
@@ -44,6 +44,7 @@ std::string_view kindOf(std::string_view path) {
 struct Witness {
     const Places& places;
     const std::vector<Acknowledged>& acknowledged;
+    const std::function<void()>& settleAll;
     std::vector<Item> items = itemsIn(places);
     std::vector<std::string> faults = {};
     std::map<std::string, std::vector<std::string>> placesOf = {}; ///< by contents
@@ -238,10 +239,10 @@ struct Witness {
 
     void run() {
         judgeWhatWasAcknowledged();
-        settle(places);
+        settleAll();
         const auto once = filesBelow(places.items);
         const auto onceOfData = filesBelow(places.data);
-        settle(places);
+        settleAll();
         if (once != filesBelow(places.items) || onceOfData != filesBelow(places.data)) {
             complain("settling for the second time changed something");
         }
@@ -252,9 +253,9 @@ struct Witness {
 
 } // namespace
 
-std::vector<std::string> judge(const Places& places,
-                               const std::vector<Acknowledged>& acknowledged) {
-    Witness witness{.places = places, .acknowledged = acknowledged};
+std::vector<std::string> judge(const Places& places, const std::vector<Acknowledged>& acknowledged,
+                               const std::function<void()>& settleAll) {
+    Witness witness{.places = places, .acknowledged = acknowledged, .settleAll = settleAll};
     try {
         witness.run();
     } catch (const std::exception& error) {

@@ -272,7 +272,9 @@ std::vector<std::string> faultsOf(const State& state, const Stage& stage, std::s
             image.save(files.back());
         }
         const MountedDisks disks(stage, state.recording->scenario.type, files);
-        return judge(stage.places(), acknowledged);
+        const Places places = stage.places();
+        platform::LiveFolderChanges changes;
+        return judge(places, acknowledged, [&] { settle(places, changes); });
     } catch (const std::exception& error) {
         return {error.what()};
     }

@@ -1,0 +1,68 @@
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include "Interrupted.h"
+#include "Support/OtherCircumstances.h"
+#include "Support/TemporaryFolder.h"
+#include "Witness.h"
+
+namespace tidyro::crash {
+namespace {
+
+/// What a killed process had acknowledged; the last line may be torn.
+std::vector<Acknowledged> acknowledgedIn(const std::string& path) {
+    std::vector<Acknowledged> all;
+    std::ifstream lines(path);
+    int what = 0;
+    int cleanup = 0;
+    std::size_t count = 0;
+    while (lines >> what >> cleanup >> count) {
+        all.push_back({.what = static_cast<Acknowledged::What>(what),
+                       .cleanup = static_cast<Cleanup>(cleanup),
+                       .count = count});
+    }
+    return all;
+}
+
+/// The kernel's own calls, so nothing depends on who calls them in the product. Only the process
+/// dies: what it changed stays in the system's memory.
+TEST(KilledCleanup, LosesNothingWhicheverCallItDiesIn) {
+    if (!testing::runQuietly("strace -e trace=none true")) GTEST_SKIP() << "needs strace";
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
+    const std::vector<std::pair<std::string, std::size_t>> calls{
+        {"renameat2", 2}, {"unlinkat", 4}, {"fsync", 6}, {"openat", 150}};
+    for (const auto& [call, step] : calls) {
+        std::size_t killed = 0;
+        for (std::size_t number = 1;; number += step) {
+            const testing::TemporaryFolder place;
+            const Places places{.items = place / "top",
+                                .data = place / ("top/" + std::string(dataBelowItems))};
+            prepare(places);
+            const std::string acknowledged = place / "acknowledged";
+            const std::string command =
+                "strace -f -qq -o /dev/null -e trace=" + call + " -e inject=" + call +
+                ":signal=KILL:when=" + std::to_string(number) + " " + CRASH_STATES +
+                " --carry-out '" + place.path() + "' any 1 0 0 </dev/zero >'" + acknowledged +
+                "' 2>/dev/null";
+            const int status = std::system(command.c_str()); // NOLINT
+            platform::LiveFolderChanges changes;
+            const auto faults =
+                judge(places, acknowledgedIn(acknowledged), [&] { settle(places, changes); });
+            EXPECT_TRUE(faults.empty()) << call << " " << number << ": " << faults[0];
+            if (WIFEXITED(status) && WEXITSTATUS(status) == 0) break;
+            ++killed;
+            ASSERT_LT(number, 20'000U) << "it never comes to its end";
+        }
+        EXPECT_GT(killed, 3U) << call;
+    }
+}
+
+} // namespace
+} // namespace tidyro::crash
