@@ -429,7 +429,8 @@ CleanupSession::carryOut(const PreparedCleanup& prepared, const CleanupSessionAp
 }
 
 CleanupSession::Result<std::vector<CleanupSession::PutBack>>
-CleanupSession::putBack(const UUID& receiptID, const std::set<LocalItemID>& items) {
+CleanupSession::putBack(const UUID& receiptID, const std::set<LocalItemID>& items,
+                        WhenTaken whenTaken) {
     const auto begun = body_->begin();
     if (!begun) return std::unexpected(begun.error());
     const auto stored = body_->storedReceipts();
@@ -466,18 +467,24 @@ CleanupSession::putBack(const UUID& receiptID, const std::set<LocalItemID>& item
         const auto planned = known.find(entry.candidateID.rawValue);
         std::expected<void, TrashRestorer::Error> result =
             std::unexpected(TrashRestorer::Error{.kind = TrashRestorer::Error::Kind::anotherItem});
+        FileURL url = entry.originalURL;
         if (planned != known.end()) {
             const std::string folder(path::parent(entry.originalURL.path()));
             const auto real = FolderResolver::resolved(folder);
             const auto noted = folders.find(folder);
-            result =
-                restorer.putBack({.trashURL = *entry.resultingTrashURL,
-                                  .originalURL = FileURL::file(path::joined(
-                                      real.value_or(folder), entry.originalURL.lastComponent())),
-                                  .fingerprint = planned->second->fingerprint,
-                                  .folderPermissions = noted != folders.end() && real == folder
-                                                           ? noted->second->permissions
-                                                           : std::vector<std::uint32_t>{}});
+            TrashRestorer::Item item{.trashURL = *entry.resultingTrashURL,
+                                     .originalURL = FileURL::file(path::joined(
+                                         real.value_or(folder), entry.originalURL.lastComponent())),
+                                     .fingerprint = planned->second->fingerprint,
+                                     .folderPermissions = noted != folders.end() && real == folder
+                                                              ? noted->second->permissions
+                                                              : std::vector<std::uint32_t>{}};
+            result = restorer.putBack(item);
+            if (!result && result.error().beside && whenTaken == WhenTaken::putBeside) {
+                item.originalURL = *result.error().beside;
+                result = restorer.putBack(item);
+                if (result) url = item.originalURL;
+            }
             const InterruptedCleanupReport::MovedItem moved{.originalURL = entry.originalURL,
                                                             .trashURL = *entry.resultingTrashURL,
                                                             .intentID = intent->id,
@@ -490,8 +497,10 @@ CleanupSession::putBack(const UUID& receiptID, const std::set<LocalItemID>& item
                                                 planned->second->outcome->value);
             if (isGone && isNew) outcomes.noLongerInTrash.push_back(moved);
         }
-        done.push_back(
-            {.candidateID = entry.candidateID, .originalURL = entry.originalURL, .done = result});
+        done.push_back({.candidateID = entry.candidateID,
+                        .originalURL = entry.originalURL,
+                        .url = url,
+                        .done = result});
     }
     const auto recorded = body_->journal->recordRestoreOutcomes(outcomes);
     if (!recorded) return sessionError(recorded.error());

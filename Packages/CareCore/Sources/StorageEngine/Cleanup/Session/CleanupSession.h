@@ -179,11 +179,18 @@ class CleanupSession {
     struct PutBack {
         LocalItemID candidateID;
         FileURL originalURL;
+        FileURL url; ///< where it lies again, when it is back: mostly where it was
         std::expected<void, TrashRestorer::Error> done;
     };
-    /// Puts items of a receipt back from the Trash; all of them when none is named.
+    enum class WhenTaken : std::uint8_t {
+        tell,      ///< the item stays in the Trash; the error names a free place beside its own
+        putBeside, ///< the item goes there
+    };
+    /// Puts items of a receipt back from the Trash; all of them when none is named. Nothing is ever
+    /// replaced.
     [[nodiscard]] Result<std::vector<PutBack>> putBack(const UUID& receiptID,
-                                                       const std::set<LocalItemID>& items = {});
+                                                       const std::set<LocalItemID>& items = {},
+                                                       WhenTaken whenTaken = WhenTaken::tell);
 
     /// What cleanups moved to the Trash and is still known to be there.
     [[nodiscard]] Result<TrashEmptyingPlan> planEmptying();

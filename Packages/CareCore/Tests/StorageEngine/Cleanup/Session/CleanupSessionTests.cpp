@@ -197,9 +197,17 @@ TEST(CleanupSession, MovesPicksAndExtraCopiesOnlyBesideTheirKeptOnes) {
         *picked.prepared, CleanupSession::approve(*picked.prepared, reviewed, home.now));
     ASSERT_TRUE(receipt) << receipt.error().description();
     EXPECT_EQ(home.below("opened"), "extra") << "its kept copy is gone";
-    const auto back = session->putBack(receipt->id);
+    home.place.file("opened/folder", "something else by now");
+    const auto told = session->putBack(receipt->id);
+    ASSERT_TRUE(told) << told.error().description();
+    ASSERT_FALSE(told->front().done);
+    EXPECT_EQ(told->front().done.error().kind, TrashRestorer::Error::Kind::placeTaken);
+    const auto back = session->putBack(receipt->id, {}, CleanupSession::WhenTaken::putBeside);
     ASSERT_TRUE(back) << back.error().description();
-    EXPECT_EQ(home.contents("opened/folder/sub/file"), "inside");
+    ASSERT_TRUE(back->front().done) << back->front().done.error().description();
+    EXPECT_EQ(back->front().url.path(), home.place / "opened/folder (restored)");
+    EXPECT_EQ(home.contents("opened/folder (restored)/sub/file"), "inside");
+    EXPECT_EQ(home.contents("opened/folder"), "something else by now");
 }
 
 TEST(CleanupSession, TellsAndSettlesAnInterruptedCleanup) {

@@ -522,7 +522,8 @@ TEST(CleanupSettlement, CorrectsOutcomesThatACrashUndid) {
     EXPECT_THAT(contents(at.home + "/info/moved.trashinfo"), HasSubstr("/folder/moved\n"));
     ASSERT_THAT(at.ledger.storedReceipts(), SizeIs(1));
     std::vector<CleanupMoveDisposition> dispositions;
-    for (const auto& entry : at.ledger.storedReceipts()[0].entries) {
+    const auto stored = at.ledger.storedReceipts();
+    for (const auto& entry : stored[0].entries) {
         dispositions.push_back(entry.disposition);
     }
     using enum CleanupMoveDisposition;
