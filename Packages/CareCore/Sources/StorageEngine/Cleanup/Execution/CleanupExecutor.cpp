@@ -156,12 +156,14 @@ CleanupExecutor::execute(const Request& request) {
         })) {
         return refusedBecause(Error::RevalidationFailed{std::move(report->entries)});
     }
-    if (options_.journal == nullptr || options_.flushes == nullptr) {
-        if (changesTheFilesystem(mode_)) {
-            return refusedBecause(Error::JournalUnavailable{"there is no journal"});
+    if (changesTheFilesystem(mode_) &&
+        (options_.journal == nullptr || options_.flushes == nullptr)) {
+        return refusedBecause(Error::JournalUnavailable{"there is no journal"});
+    }
+    if (options_.journal != nullptr) {
+        if (const auto begun = options_.journal->begin(intent); !begun) {
+            return refusedBecause(Error::JournalUnavailable{begun.error().description()});
         }
-    } else if (const auto begun = options_.journal->begin(intent); !begun) {
-        return refusedBecause(Error::JournalUnavailable{begun.error().description()});
     }
     intent.entries = {}; // the journal has it now
     return run.carryOut(*std::move(report));
