@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "Base/PathText.h"
+#include "StorageEngine/Places/FolderResolver.h"
 
 namespace tidyro {
 
@@ -41,7 +42,7 @@ bool isGone(SystemError error) { return error.code == ENOENT || error.code == EN
 struct CleanupSettlementLooker::Course {
     const RecordedIntent& recorded;
     CleanupSettlementLook look;
-    std::unordered_map<std::string_view, const CleanupIntentEntry*> bySource = {};
+    StringMap<const CleanupIntentEntry*> bySource = {}; ///< by their real paths
     /// The entries that have an outcome, and those that the cleanup may have been at all the same.
     std::unordered_set<const CleanupIntentEntry*> mayBeReached = {};
     std::unordered_map<const CleanupIntentEntry*, std::pair<std::size_t, std::size_t>> inPrivate =
@@ -66,16 +67,31 @@ CleanupSettlementLooker::privateParents(const CleanupIntent& intent) {
     if (!changesTheFilesystem(intent.mode)) return parents;
     std::string_view last;
     for (const CleanupIntentEntry& entry : intent.entries) {
-        const std::string_view parent = path::parent(entry.sourceURL.path());
-        if (parent == last) continue;
-        last = parent;
-        parents.try_emplace(std::string(parent), parent);
+        const std::string_view written = path::parent(entry.sourceURL.path());
+        if (written == last) continue;
+        last = written;
+        const std::string parent = realFolder(written);
+        parents.try_emplace(parent, parent);
         // What leaves the Trash for good goes through a folder beside the one that it lies in.
         if (path::lastComponent(parent) == "files") {
             parents.try_emplace(std::string(path::parent(parent)), parent);
         }
     }
     return parents;
+}
+
+/// Plans hold paths as they are written, and a home may lie behind a link. A cleanup changes
+/// folders by their real paths, and a Trash notes those.
+std::string CleanupSettlementLooker::realFolder(std::string_view written) {
+    std::string folder(written);
+    return FolderResolver::resolved(folder).value_or(folder);
+}
+
+std::string CleanupSettlementLooker::realSource(const CleanupIntentEntry& entry) {
+    const std::string& path = entry.sourceURL.path();
+    const std::string_view parent = path::parent(path);
+    if (realFolder_.first != parent) realFolder_ = {std::string(parent), realFolder(parent)};
+    return path::joined(realFolder_.second, path::lastComponent(path));
 }
 
 const CleanupSettlementLooker::Folder& CleanupSettlementLooker::opened(const std::string& path) {
@@ -189,6 +205,7 @@ std::optional<std::size_t> CleanupSettlementLooker::trashedItem(Course& course,
     std::optional<std::size_t> withoutNote;
     const auto identity = identityIn(entry.fingerprint);
     if (!identity) return std::nullopt;
+    const std::string source = realSource(entry);
     const auto [first, last] = trashedByInode_.equal_range(identity->inode);
     for (auto each = first; each != last; ++each) {
         platform::TrashListing::Item& item = listing_.items[each->second];
@@ -196,13 +213,13 @@ std::optional<std::size_t> CleanupSettlementLooker::trashedItem(Course& course,
         listing_.readNote(item);
         // Another name of the same file may have gone to the Trash on its own: that is another
         // item.
-        if (item.note && item.note->path == entry.sourceURL.path()) return each->second;
+        if (item.note && item.note->path == source) return each->second;
         if (!item.note) withoutNote = each->second;
     }
     if (withoutNote) {
         course.look.trashSteps.push_back({.kind = TrashStepKind::writeNote,
                                           .trashed = *withoutNote,
-                                          .entry = &entry,
+                                          .source = source,
                                           .told = course.look.told.items.size()});
     }
     return withoutNote;
@@ -212,6 +229,7 @@ std::optional<std::size_t> CleanupSettlementLooker::trashedItem(Course& course,
 void CleanupSettlementLooker::lookForSecondName(Course& course, const CleanupIntentEntry& entry,
                                                 const FileMetadata& atPlace) {
     if (atPlace.linkCount < 2 || !course.mayBeReached.contains(&entry)) return;
+    const std::string source = realSource(entry);
     const auto [first, last] = trashedByInode_.equal_range(atPlace.identity.inode);
     for (auto each = first; each != last; ++each) {
         platform::TrashListing::Item& item = listing_.items[each->second];
@@ -220,11 +238,10 @@ void CleanupSettlementLooker::lookForSecondName(Course& course, const CleanupInt
             continue;
         }
         listing_.readNote(item);
-        if (item.note ? item.note->path == entry.sourceURL.path()
-                      : item.name == entry.sourceURL.lastComponent()) {
+        if (item.note ? item.note->path == source : item.name == entry.sourceURL.lastComponent()) {
             course.look.trashSteps.push_back({.kind = TrashStepKind::takeNameAway,
                                               .trashed = each->second,
-                                              .entry = &entry,
+                                              .source = source,
                                               .told = course.look.told.items.size()});
         }
     }
@@ -243,7 +260,7 @@ void CleanupSettlementLooker::lookForPlaceholders(Course& course) {
             continue;
         }
         course.look.trashSteps.push_back(
-            {.kind = TrashStepKind::removePlaceholder, .trashed = i, .entry = entry->second});
+            {.kind = TrashStepKind::removePlaceholder, .trashed = i, .source = entry->first});
     }
 }
 
@@ -252,7 +269,7 @@ SettledCleanup::Item CleanupSettlementLooker::lookFor(Course& course,
     SettledCleanup::Item item{.candidateID = entry.candidateID,
                               .originalURL = entry.sourceURL,
                               .found = Found::unaccounted};
-    const Folder& around = opened(std::string(path::parent(entry.sourceURL.path())));
+    const Folder& around = opened(std::string(path::parent(realSource(entry))));
     const std::string name(entry.sourceURL.lastComponent());
     const auto seen = around.seen ? platform::fileMetadata(around.folder, name.c_str())
                                   : std::unexpected(around.error);
@@ -275,6 +292,31 @@ SettledCleanup::Item CleanupSettlementLooker::lookFor(Course& course,
     return item;
 }
 
+/// A plan may name a folder and something in it. Where the folder went to the Trash, the other went
+/// with it.
+bool CleanupSettlementLooker::isInsideTrashedFolder(const Course& course,
+                                                    const CleanupIntentEntry& entry) {
+    const std::string source = realSource(entry);
+    for (std::string_view above = path::parent(source); above != "/"; above = path::parent(above)) {
+        const auto known = course.bySource.find(above);
+        if (known == course.bySource.end()) continue;
+        const CleanupIntentEntry& folder = *known->second;
+        if (folder.outcome &&
+            std::holds_alternative<intent_outcome::MovedToTrash>(folder.outcome->value)) {
+            return true;
+        }
+        const auto identity = identityIn(folder.fingerprint);
+        if (!identity) continue;
+        const auto [first, last] = trashedByInode_.equal_range(identity->inode);
+        if (std::any_of(first, last, [&](const auto& each) {
+                return comparison_.isItem(listing_.items[each.second].seen, folder.fingerprint);
+            })) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// An item without an outcome that is nowhere. What that proves follows from the order in which a
 /// cleanup does things:
 ///
@@ -288,9 +330,11 @@ SettledCleanup::Item CleanupSettlementLooker::lookFor(Course& course,
 /// Lines of the log that could not be read may have told an outcome, so nothing is proven then.
 void CleanupSettlementLooker::judgeMissing(const Course& course, const CleanupIntentEntry& entry,
                                            SettledCleanup::Item& item) {
-    const std::string parent(path::parent(entry.sourceURL.path()));
+    const std::string parent(path::parent(realSource(entry)));
     const Folder& around = opened(parent);
-    if (around.seen && !comparison_.isOnItsVolume(*around.seen, entry.fingerprint)) {
+    if (isInsideTrashedFolder(course, entry)) {
+        item.found = Found::goneBefore;
+    } else if (around.seen && !comparison_.isOnItsVolume(*around.seen, entry.fingerprint)) {
         item.reason = "The disk that it lay on is not there.";
     } else if (!course.mayBeReached.contains(&entry) && course.recorded.passedOverLineCount == 0) {
         item.found = Found::goneBefore;
@@ -320,6 +364,7 @@ bool CleanupSettlementLooker::isKnown(const CleanupIntentEntry& entry,
 CleanupSettlementLook CleanupSettlementLooker::look(const RecordedIntent& recorded) {
     const CleanupIntent& intent = recorded.intent;
     last_.reset(); // another intent's repairs may have changed it
+    realFolder_ = {};
     Course course{.recorded = recorded,
                   .look = {.told = {.intentID = intent.id,
                                     .planID = intent.planID,
@@ -327,7 +372,7 @@ CleanupSettlementLook CleanupSettlementLooker::look(const RecordedIntent& record
                                     .mode = intent.mode}}};
     std::size_t maxReached = 2 * FileCleanupIntentJournal::maxUnflushedRecords;
     for (const CleanupIntentEntry& entry : intent.entries) {
-        course.bySource.emplace(entry.sourceURL.path(), &entry);
+        course.bySource.emplace(realSource(entry), &entry);
         if (entry.outcome || maxReached > 0) course.mayBeReached.insert(&entry);
         if (!entry.outcome && maxReached > 0) --maxReached;
     }

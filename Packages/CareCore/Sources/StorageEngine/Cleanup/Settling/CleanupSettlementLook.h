@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "Base/StringTable.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderChanges.h"
 #include "Platform/Folders/TrashListing.h"
@@ -48,8 +49,8 @@ struct CleanupSettlementLook {
     struct TrashStep {
         enum class Kind : std::uint8_t { writeNote, takeNameAway, removePlaceholder };
         Kind kind;
-        std::size_t trashed; ///< in the listing's items
-        const CleanupIntentEntry* entry;
+        std::size_t trashed;  ///< in the listing's items
+        std::string source;   ///< the real path of its place
         std::size_t told = 0; ///< in `told.items`
     };
 
@@ -66,7 +67,7 @@ class CleanupSettlementLooker {
     [[nodiscard]] CleanupSettlementLook look(const RecordedIntent& recorded);
 
     /// The folders in which an intent may have private folders, with those that their items belong
-    /// into.
+    /// into; their real paths.
     [[nodiscard]] static std::map<std::string, std::string>
     privateParents(const CleanupIntent& intent);
 
@@ -80,6 +81,9 @@ class CleanupSettlementLooker {
     };
     struct Course;
 
+    [[nodiscard]] static std::string realFolder(std::string_view written);
+    /// Where an item lies, without a link on the way. Entries of one folder follow one another.
+    [[nodiscard]] std::string realSource(const CleanupIntentEntry& entry);
     [[nodiscard]] const Folder& opened(const std::string& path);
     [[nodiscard]] bool isTheSame(const platform::FileMetadata& seen, const FileFingerprint& planned,
                                  const CleanupIntent& intent) const;
@@ -93,6 +97,7 @@ class CleanupSettlementLooker {
     void lookForSecondName(Course& course, const CleanupIntentEntry& entry,
                            const platform::FileMetadata& atPlace);
     void lookForPlaceholders(Course& course);
+    [[nodiscard]] bool isInsideTrashedFolder(const Course& course, const CleanupIntentEntry& entry);
     void judgeMissing(const Course& course, const CleanupIntentEntry& entry,
                       SettledCleanup::Item& item);
 
@@ -100,6 +105,7 @@ class CleanupSettlementLooker {
     platform::TrashListing& listing_;
     std::unordered_multimap<std::uint64_t, std::size_t> trashedByInode_;
     std::optional<Folder> last_;
+    std::pair<std::string, std::string> realFolder_; ///< the last one, by how it is written
 };
 
 } // namespace tidyro

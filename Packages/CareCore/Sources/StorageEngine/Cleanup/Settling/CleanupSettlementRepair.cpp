@@ -201,7 +201,7 @@ bool CleanupSettlementRepair::carryOut(const CleanupSettlementLook::TrashStep& s
     const auto& item = listing_.items[step.trashed];
     const auto& place = listing_.places[item.place];
     if (!isAsSeen(place.items, item.name, item.seen)) return false;
-    const std::string& source = step.entry->sourceURL.path();
+    const std::string& source = step.source;
     if (step.kind == TrashChange::removePlaceholder) return removeFromTrash(item);
     if (step.kind == TrashChange::takeNameAway) {
         const auto around = FoldersBeneath::openRoot(std::string(path::parent(source)));

@@ -685,5 +685,47 @@ TEST(CleanupSettlement, StoresOneReceiptWhateverWasStoredBefore) {
     expectAllAccountedFor(missing);
 }
 
+/// Plans hold the paths that a person sees; a Trash notes where the items really lay.
+TEST(CleanupSettlement, FindsItemsOfAHomeThatLiesBehindALink) {
+    SettlingPlace at;
+    at.place.folder("disk/home/cache");
+    at.place.link("home", at.place / "disk/home");
+    for (const char* name : {"there", "trashed", "aside"}) {
+        at.add(std::string("home/cache/") + name);
+    }
+    at.intent.mode = CleanupExecutionMode::permanent;
+    at.begin();
+    fs::create_directory(at.privateIn("disk/home/cache"));
+    fs::permissions(at.privateIn("disk/home/cache"), fs::perms::owner_all);
+    fs::rename(at.place / "home/cache/aside", at.privateIn("disk/home/cache") + "/aside");
+    at.place.folder("Trash/files");
+    at.place.folder("Trash/info");
+    fs::rename(at.place / "home/cache/trashed", at.place / "Trash/files/trashed");
+    at.place.file("Trash/info/trashed.trashinfo",
+                  platform::trashNote(at.place / "disk/home/cache/trashed", {}, Timestamp::now()));
+
+    const SettledCleanup settled = at.settled();
+    EXPECT_THAT(foundOf(settled), ElementsAre(Found::atPlace, Found::inTrash, Found::putBack));
+    EXPECT_TRUE(settled.isAccountedFor);
+    EXPECT_TRUE(settled.isClosed);
+    EXPECT_EQ(contents(at.place / "home/cache/aside"), "contents of aside");
+    EXPECT_FALSE(exists(at.privateIn("disk/home/cache")));
+}
+
+TEST(CleanupSettlement, KnowsThatSomethingWentWithTheFolderThatItLayIn) {
+    SettlingPlace at;
+    at.add("work/folder/inside");
+    at.place.times("work/folder", 1'000, 1'000);
+    at.add("work/folder");
+    at.begin();
+    at.place.folder("Trash/files");
+    at.place.file("Trash/info/folder.trashinfo",
+                  platform::trashNote(at.place / "work/folder", {}, Timestamp::now()));
+    fs::rename(at.place / "work/folder", at.place / "Trash/files/folder");
+    const SettledCleanup settled = at.settled();
+    EXPECT_THAT(foundOf(settled), ElementsAre(Found::goneBefore, Found::inTrash));
+    EXPECT_TRUE(settled.isAccountedFor);
+}
+
 } // namespace
 } // namespace tidyro
