@@ -38,7 +38,7 @@ enum class FileUse : std::uint8_t {
 ///     auto item = HeldItem::open(folder, "file");
 ///     if (item->takeLease() == FileUse::inUse) return refuse();
 ///     ... rename it ...
-///     if (!item->isLeaseUnbroken()) return putBack(); // somebody began to open it
+///     if (item->isLeaseBroken()) return putBack(); // somebody began to open it
 ///     item->releaseLease();
 class HeldItem {
   public:
@@ -54,8 +54,9 @@ class HeldItem {
     /// Asks as `fileUse` does, and keeps the lease when the answer is `free`. Whoever opens the
     /// file from then on waits until it is released, so release it soon.
     [[nodiscard]] FileUse takeLease();
-    /// Whether the lease is held and nobody has tried to open the file since it was taken.
-    [[nodiscard]] bool isLeaseUnbroken() const;
+    /// Whether a lease was taken and somebody has tried to open the file since. Without a lease
+    /// nobody can tell.
+    [[nodiscard]] bool isLeaseBroken() const;
     void releaseLease();
 
   private:

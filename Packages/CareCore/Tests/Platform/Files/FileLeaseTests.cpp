@@ -115,17 +115,17 @@ TEST_P(ProvenByLease, IsHeldUntilSomebodyOpensTheFile) {
     ASSERT_TRUE(folder);
     auto held = HeldItem::open(*folder, "file");
     ASSERT_TRUE(held);
-    EXPECT_FALSE(held->isLeaseUnbroken());
+    EXPECT_FALSE(held->isLeaseBroken()) << "there is none";
     EXPECT_EQ(held->takeLease(), FileUse::free);
-    EXPECT_TRUE(held->isLeaseUnbroken());
+    EXPECT_FALSE(held->isLeaseBroken());
     ASSERT_EQ(::rename((place / "file").c_str(), (place / "moved").c_str()), 0);
     ASSERT_EQ(::rename((place / "other").c_str(), (place / "file").c_str()), 0);
-    EXPECT_TRUE(held->isLeaseUnbroken()) << "a rename is no use";
+    EXPECT_FALSE(held->isLeaseBroken()) << "a rename is no use";
     EXPECT_EQ(held->metadata()->identity, fileMetadata(place / "moved")->identity);
     EXPECT_EQ(held->metadata()->byteCount, 4U) << "not the one that has its name by now";
     // Whoever does not want to wait is told at once, but has begun to break it.
     EXPECT_LT(::open((place / "moved").c_str(), O_RDONLY | O_NONBLOCK), 0);
-    EXPECT_FALSE(held->isLeaseUnbroken());
+    EXPECT_TRUE(held->isLeaseBroken());
     held->releaseLease();
     const int user = ::open((place / "moved").c_str(), O_RDONLY | O_NONBLOCK);
     EXPECT_GE(user, 0);

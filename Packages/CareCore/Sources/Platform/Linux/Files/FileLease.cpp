@@ -129,9 +129,9 @@ FileUse HeldItem::takeLease() {
     return use;
 }
 
-bool HeldItem::isLeaseUnbroken() const {
+bool HeldItem::isLeaseBroken() const {
     // One that is being broken answers as what it is to become.
-    return leased_ >= 0 && ::fcntl(leased_, F_GETLEASE) == F_WRLCK;
+    return leased_ >= 0 && ::fcntl(leased_, F_GETLEASE) != F_WRLCK;
 }
 
 void HeldItem::releaseLease() {

@@ -35,7 +35,7 @@ std::expected<FileMetadata, SystemError> HeldItem::metadata() const { return fil
 
 FileUse HeldItem::takeLease() { return FileUse::unknown; }
 
-bool HeldItem::isLeaseUnbroken() const { return leased_ >= 0; }
+bool HeldItem::isLeaseBroken() const { return leased_ >= 0; } // never taken
 
 void HeldItem::releaseLease() {}
 

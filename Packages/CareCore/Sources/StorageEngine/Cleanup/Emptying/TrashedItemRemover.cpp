@@ -392,7 +392,6 @@ std::expected<void, TrashRemovalError> TrashedItemRemover::setAside(Item& item) 
     if (item.held_.takeLease() == platform::FileUse::inUse) {
         return std::unexpected(Error{.kind = Kind::inUse});
     }
-    const bool isLeased = item.held_.isLeaseUnbroken();
     const EntryName from{.folder = item.place_->folder, .name = item.name_};
     const EntryName to{.folder = (*folder)->folder(), .name = item.name_};
     auto moved = platform::moveNeverReplacing(options_.changes, from, to);
@@ -404,10 +403,10 @@ std::expected<void, TrashRemovalError> TrashedItemRemover::setAside(Item& item) 
         return std::unexpected(removalFailed(moved.error()));
     }
     item.folder_ = *folder;
-    const bool isUntouched = !isLeased || item.held_.isLeaseUnbroken();
+    const bool isTouched = item.held_.isLeaseBroken();
     const auto after = item.held_.metadata();
     item.held_.releaseLease();
-    if (!after || !isUntouched || !isUnchanged(item, *after)) {
+    if (!after || isTouched || !isUnchanged(item, *after)) {
         return std::unexpected(putBack(std::move(item), {.kind = Kind::anotherItem}));
     }
     item.changed_ = after->changed;

@@ -389,12 +389,14 @@ CleanupRun::moveToTrash(VerifiedItem item, const CleanupPlanEntry& entry) {
     if (const auto prepared = prepareMove(item); !prepared) {
         return std::unexpected(prepared.error());
     }
-    const bool isLeased = item.held.isLeaseUnbroken();
+    if (item.held.isLeaseBroken()) { // by somebody who waits for it
+        return std::unexpected(CleanupMutationError{
+            .kind = Kind::moveFailed, .reason = appAuthoredFileSystemFailureReason({EBUSY})});
+    }
     if (const auto moved = slot->move(); !moved) {
         return std::unexpected(TrashRefusalDiagnosis::mutationError(moved.error()));
     }
-    const bool isUntouched = !isLeased || item.held.isLeaseUnbroken();
-    if (!isUntouched || !item.isAt(slot->folder(), slot->name())) {
+    if (item.held.isLeaseBroken() || !item.isAt(slot->folder(), slot->name())) {
         CleanupMutationError changed{.kind = Kind::identityChanged};
         item.held.releaseLease();
         if (!slot->moveBack()) changed.displaced = slot->url();

@@ -99,7 +99,6 @@ SystemPermanentRemover::setAside(const FileURL& source, VerifiedItem item) {
         return std::unexpected(CleanupMutationError{
             .kind = Kind::removeFailed, .reason = appAuthoredFileSystemFailureReason({EBUSY})});
     }
-    const bool isLeased = item.held.isLeaseUnbroken();
     const EntryName from{.folder = item.parent, .name = item.name};
     const EntryName to{.folder = (*folder)->folder.folder(), .name = item.name};
     if (const auto moved = platform::moveNeverReplacing(options_.changes, from, to); !moved) {
@@ -107,9 +106,9 @@ SystemPermanentRemover::setAside(const FileURL& source, VerifiedItem item) {
     }
     SetAside aside(std::move(item), *folder);
     const VerifiedItem& moved = aside.item_;
-    const bool isUntouched = !isLeased || moved.held.isLeaseUnbroken();
+    const bool isTouched = moved.held.isLeaseBroken();
     const auto after = moved.held.metadata();
-    if (!isUntouched || !after || !moved.isAt((*folder)->folder.folder(), moved.name)) {
+    if (isTouched || !after || !moved.isAt((*folder)->folder.folder(), moved.name)) {
         return std::unexpected(putBack(std::move(aside), {.kind = Kind::identityChanged}));
     }
     aside.changed_ = after->changed;
