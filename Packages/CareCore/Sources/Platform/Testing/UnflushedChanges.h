@@ -220,7 +220,7 @@ class UnflushedChanges {
         if (!made) return made;
         add({.what = "make " + at.name,
              .undo =
-                 [this, folder = own(at.folder), name = at.name] {
+                 [folder = own(at.folder), name = at.name] {
                      platform::LiveFolderChanges live;
                      const EntryName again{.folder = *folder, .name = name};
                      return live.removeFolder(again) || live.removeFile(again);
