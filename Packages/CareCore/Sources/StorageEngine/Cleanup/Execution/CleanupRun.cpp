@@ -157,11 +157,10 @@ CleanupRun::Stop CleanupRun::revalidateRest(std::size_t from) {
     std::size_t failed = 0;
     for (std::size_t i = 0; i < report->entries.size(); ++i) {
         auto& issue = issues_[from + i];
-        if (!issue) {
-            ++expected;
-            if (report->entries[i].issue) ++failed;
-        }
+        if (issue) continue; // what the approved list failed once stays
+        ++expected;
         issue = report->entries[i].issue;
+        if (issue) ++failed;
     }
     revalidatedAt_ = parts_.machine.steadySeconds();
     if (failed * 2 <= expected) return std::nullopt;
