@@ -532,6 +532,7 @@ std::expected<CleanupReceipt, CleanupExecutionError> CleanupRun::finish(Stop sto
     if (!stored) stop = Error::ReceiptPersistenceFailed{}; // the most that a person has to know
     if (!stop) return made;
     std::visit(
+    remover_.reset(); // with its private folders: nobody looks for those of a closed cleanup
         [&](auto& error) {
             if constexpr (requires { error.receipt; }) error.receipt = std::move(made);
         },
