@@ -140,6 +140,8 @@ class TrashEmptier::Run {
     [[nodiscard]] Stop record(std::size_t index, CleanupIntentEntry::Outcome outcome);
     [[nodiscard]] Stop leave(std::size_t index, CleanupMoveDisposition disposition,
                              std::string reason);
+    [[nodiscard]] Stop leave(std::size_t index, CleanupMoveDisposition disposition,
+                             const TrashRemovalError& error);
     void add(std::size_t index, CleanupMoveDisposition disposition,
              std::optional<std::string> failure = std::nullopt);
     [[nodiscard]] CleanupReceipt receipt();
@@ -159,6 +161,7 @@ class TrashEmptier::Run {
     CleanupIntentJournaling::RestoreOutcomes gone_;
     std::size_t completed_ = 0;
     std::uint64_t freedBytes_ = 0;
+    bool isSomethingElsewhere_ = false;
 };
 
 TrashEmptier::Run::Stop TrashEmptier::Run::dealWithAll() {
@@ -184,7 +187,7 @@ TrashEmptier::Run::Stop TrashEmptier::Run::setAside(std::size_t index) {
         if (!kept) return leave(index, refused, std::string(description(kept.error())));
     }
     if (const auto aside = remover_.setAside(*item); !aside) {
-        return leave(index, failed, aside.error().description());
+        return leave(index, failed, aside.error());
     }
     setAside_.push_back({.index = index, .item = *std::move(item)});
     return std::nullopt;
@@ -210,9 +213,10 @@ TrashEmptier::Run::Stop TrashEmptier::Run::removeSetAside() {
             if (!kept) {
                 const auto because = remover_.putBack(std::move(waiting.item),
                                                       {.kind = TrashRemovalError::Kind::failed});
-                auto stopped = leave(index, CleanupMoveDisposition::refused,
-                                     because.displaced ? because.description()
-                                                       : std::string(description(kept.error())));
+                auto stopped = because.displaced
+                                   ? leave(index, CleanupMoveDisposition::failed, because)
+                                   : leave(index, CleanupMoveDisposition::refused,
+                                           std::string(description(kept.error())));
                 if (!stop) stop = std::move(stopped);
                 continue;
             }
@@ -221,8 +225,7 @@ TrashEmptier::Run::Stop TrashEmptier::Run::removeSetAside() {
         freedBytes_ = saturatingAdd(freedBytes_, removed.freedBytes);
         if (removed.error) {
             // The item is not gone, so what was recorded is taken back.
-            auto stopped =
-                leave(index, CleanupMoveDisposition::failed, removed.error->description());
+            auto stopped = leave(index, CleanupMoveDisposition::failed, *removed.error);
             if (!stop) stop = std::move(stopped);
             continue;
         }
@@ -240,8 +243,7 @@ void TrashEmptier::Run::putBackSetAside() {
         const auto because =
             remover_.putBack(std::move(waiting.item), {.kind = TrashRemovalError::Kind::failed,
                                                        .reason = "the cleanup stopped"});
-        static_cast<void>(
-            leave(waiting.index, CleanupMoveDisposition::failed, because.description()));
+        static_cast<void>(leave(waiting.index, CleanupMoveDisposition::failed, because));
     }
 }
 
@@ -258,6 +260,14 @@ TrashEmptier::Run::Stop TrashEmptier::Run::leave(std::size_t index,
                                                  std::string reason) {
     add(index, disposition, reason);
     return record(index, {intent_outcome::Failed{std::move(reason)}});
+}
+
+TrashEmptier::Run::Stop TrashEmptier::Run::leave(std::size_t index,
+                                                 CleanupMoveDisposition disposition,
+                                                 const TrashRemovalError& error) {
+    isSomethingElsewhere_ = isSomethingElsewhere_ || error.displaced ||
+                            error.kind == TrashRemovalError::Kind::partlyRemoved;
+    return leave(index, disposition, error.description());
 }
 
 void TrashEmptier::Run::add(std::size_t index, CleanupMoveDisposition disposition,
@@ -321,6 +331,9 @@ std::expected<CleanupReceipt, CleanupExecutionError> TrashEmptier::Run::finish(S
     std::visit(
         [&](auto& error) {
             if constexpr (requires { error.receipt; }) error.receipt = std::move(made);
+            if constexpr (requires { error.isSomethingElsewhere; }) {
+                error.isSomethingElsewhere = isSomethingElsewhere_;
+            }
         },
         *stop);
     return std::unexpected(EmptyingError{*std::move(stop)});

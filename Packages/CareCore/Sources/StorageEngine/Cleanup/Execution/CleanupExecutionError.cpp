@@ -58,6 +58,11 @@ std::string partialProgress(const CleanupReceipt& receipt, const LocaleText& loc
            std::string(phraseFor(done.disposition));
 }
 
+/// What a sentence about the untouched rest leaves out.
+std::string exception(bool isSomethingElsewhere) {
+    return isSomethingElsewhere ? ", except for what the receipt tells of items that failed" : "";
+}
+
 /// The issue that most entries have; of equally many the first.
 std::optional<RevalidationIssue> mainIssue(const std::vector<EntryRevalidation>& entries) {
     std::optional<RevalidationIssue> most;
@@ -133,35 +138,44 @@ struct Describe {
     std::string operator()(const Error::RevalidationFailedAfterPartial& error) const {
         return "Too much of the rest of the list no longer matched what's on disk. " +
                partialProgress(error.receipt, locale) +
-               " before that happened, and the rest were left untouched. Scan again to review "
-               "what's left.";
+               " before that happened, and the rest were left untouched" +
+               exception(error.isSomethingElsewhere) + ". Scan again to review what's left.";
     }
     std::string operator()(const Error::CancelledAfterPartialExecution& error) const {
         if (whatWasDone(error.receipt).count == 0) {
-            return "The cleanup was stopped before anything was touched.";
+            return error.isSomethingElsewhere
+                       ? "The cleanup was stopped before any item was done. Nothing was touched" +
+                             exception(error.isSomethingElsewhere) + "."
+                       : "The cleanup was stopped before anything was touched.";
         }
         return "The cleanup was stopped partway through. " +
                partialProgress(error.receipt, locale) +
-               " before it stopped. The rest were left untouched.";
+               " before it stopped. The rest were left untouched" +
+               exception(error.isSomethingElsewhere) + ".";
     }
     std::string operator()(const Error::ReceiptPersistenceFailed& error) const {
         const Done done = whatWasDone(error.receipt);
         const std::string what =
             locale.count(done.count) + " " + std::string(phraseFor(done.disposition));
+        const std::string ending =
+            "Nothing else was changed" + exception(error.isSomethingElsewhere) + ".";
         switch (done.disposition) {
         case CleanupMoveDisposition::permanentlyRemoved:
-            return what + ", but Tidyro could not save the record of what it removed. Recovery "
-                          "will not be able to list them, and there is no way to know exactly "
-                          "which files they were. Nothing else was changed.";
+            return what +
+                   ", but Tidyro could not save the record of what it removed. Recovery "
+                   "will not be able to list them, and there is no way to know exactly "
+                   "which files they were. " +
+                   ending;
         case CleanupMoveDisposition::simulated:
             return what + ", but Tidyro could not save the record of it.";
         case CleanupMoveDisposition::movedToTrash:
         case CleanupMoveDisposition::failed:
         case CleanupMoveDisposition::refused: break;
         }
-        return what + ", but Tidyro could not save the record of what it moved. Recovery will not "
-                      "be able to list them. Check the Trash directly if you need to find them. "
-                      "Nothing else was changed.";
+        return what +
+               ", but Tidyro could not save the record of what it moved. Recovery will not "
+               "be able to list them. Check the Trash directly if you need to find them. " +
+               ending;
     }
 };
 

@@ -55,7 +55,8 @@ struct CleanupExecutionError {
         std::string reason;
         bool operator==(const JournalUnavailable&) const = default;
     };
-    // Afterwards.
+    // Afterwards. Of what failed, something may lie elsewhere or be gone in part; its entry in the
+    // receipt tells.
     struct JournalStopped {
         CleanupIntentJournalError error;
         CleanupReceipt receipt;
@@ -64,14 +65,17 @@ struct CleanupExecutionError {
     struct RevalidationFailedAfterPartial {
         std::vector<EntryRevalidation> entries;
         CleanupReceipt receipt;
+        bool isSomethingElsewhere = false;
         bool operator==(const RevalidationFailedAfterPartial&) const = default;
     };
     struct CancelledAfterPartialExecution {
         CleanupReceipt receipt;
+        bool isSomethingElsewhere = false;
         bool operator==(const CancelledAfterPartialExecution&) const = default;
     };
     struct ReceiptPersistenceFailed {
         CleanupReceipt receipt;
+        bool isSomethingElsewhere = false;
         bool operator==(const ReceiptPersistenceFailed&) const = default;
     };
     using Cases =

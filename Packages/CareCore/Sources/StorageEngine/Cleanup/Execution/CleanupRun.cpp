@@ -69,9 +69,9 @@ std::string_view refusalOfRemoval(const CleanupPlanEntry& entry) {
                : "Only Safe to Reclaim items can be removed permanently.";
 }
 
-std::string_view notChecked(const CleanupPlanEntry& entry) {
-    if (entry.authorization->isDiskItem()) return "This could not be checked before moving it.";
-    return entry.authorization->isProjectArtifact()
+std::string_view notChecked(const CleanupAuthorization& authorization) {
+    if (authorization.isDiskItem()) return "This could not be checked before moving it.";
+    return authorization.isProjectArtifact()
                ? "This folder could not be checked before moving it."
                : "This application could not be checked before removal.";
 }
@@ -170,6 +170,12 @@ CleanupRun::Stop CleanupRun::revalidateRest(std::size_t from) {
 
 CleanupRun::Stop CleanupRun::dealWith(std::size_t index) {
     const CleanupPlanEntry& entry = plan_.entries[index];
+    // Another name of a file that is set aside: to remove the one changes what the system keeps of
+    // the other, so one comes after the other.
+    const auto identity = identityIn(entry.fingerprint);
+    if (identity && severalNamesSetAside_.contains(*identity)) {
+        if (auto stop = removeSetAside()) return stop;
+    }
     auto item = verified(index);
     if (!item) {
         if (plan_.mode == CleanupExecutionMode::permanent) remover_->forget(entry.sourceURL);
@@ -178,8 +184,7 @@ CleanupRun::Stop CleanupRun::dealWith(std::size_t index) {
     const auto failure = [](const CleanupMutationError& error) {
         const bool isUntouched =
             error.kind != Kind::moveFailed && error.kind != Kind::removeFailed && !error.displaced;
-        const std::string text = error.receiptDescription();
-        return Left{.disposition = isUntouched ? refused : failed, .told = text, .recorded = text};
+        return failureOf(error, isUntouched ? refused : failed);
     };
     switch (plan_.mode) {
     case CleanupExecutionMode::recoverable: {
@@ -195,6 +200,8 @@ CleanupRun::Stop CleanupRun::dealWith(std::size_t index) {
         remover_->forget(entry.sourceURL);
         if (!aside) return leave(index, failure(aside.error()));
         if (setAside_.empty()) setAsideSince_ = parts_.machine.steadySeconds();
+        const platform::FileMetadata& seen = aside->item().seen;
+        if (seen.linkCount > 1) severalNamesSetAside_.insert(seen.identity);
         setAside_.push_back({.index = index, .file = *std::move(aside)});
         return std::nullopt;
     }
@@ -234,7 +241,7 @@ std::optional<CleanupRun::Left> CleanupRun::reasonToLeave(std::size_t index) con
 }
 
 std::expected<VerifiedItem, CleanupRun::Left> CleanupRun::verified(std::size_t index) {
-    const auto refuse = [](std::string text) {
+    const auto refuse = [](const std::string& text) {
         return std::unexpected(Left{.disposition = refused, .told = text, .recorded = text});
     };
     if (auto left = reasonToLeave(index)) return std::unexpected(*std::move(left));
@@ -295,8 +302,11 @@ std::shared_ptr<const SafetyPolicyContext> CleanupRun::recentContext() {
 /// What the item's own policy says now. Each policy looks through all that goes with the item, so
 /// that nothing goes that was put there since the plan was checked.
 std::optional<std::string> CleanupRun::refusalByPolicy(const CleanupPlanEntry& entry) {
+    if (!entry.authorization) {
+        return std::string(receiptText(CleanupAuthorizationError::missingAuthorization, entry));
+    }
     const auto context = recentContext();
-    if (!context) return std::string(notChecked(entry));
+    if (!context) return std::string(notChecked(*entry.authorization));
     const DiskItemRemovalPolicy::Options options{.home = parts_.options.home,
                                                  .openedFolders = parts_.options.sessionRoots,
                                                  .context = context,
@@ -392,9 +402,13 @@ CleanupRun::moveToTrash(VerifiedItem item, const CleanupPlanEntry& entry) {
         return std::unexpected(CleanupMutationError{
             .kind = Kind::moveFailed, .reason = appAuthoredFileSystemFailureReason({EBUSY})});
     }
-    if (const auto moved = slot->move(); !moved) {
-        return std::unexpected(TrashRefusalDiagnosis::mutationError(moved.error()));
+    auto moved = slot->move();
+    // The folder that it goes into may need a block of its own.
+    if (!moved && moved.error().kind == platform::TrashFailure::full &&
+        parts_.options.journal->giveSpaceBack()) {
+        moved = slot->move();
     }
+    if (!moved) return std::unexpected(TrashRefusalDiagnosis::mutationError(moved.error()));
     if (item.held.isLeaseBroken() || !item.isAt(slot->folder(), slot->name())) {
         CleanupMutationError changed{.kind = Kind::identityChanged};
         item.held.releaseLease();
@@ -418,18 +432,19 @@ CleanupRun::Stop CleanupRun::removeSetAside() {
     if (const auto flushed = journal.flushRecords(parts_.intentID); !flushed) {
         return Error::JournalStopped{.error = flushed.error(), .receipt = {}};
     }
+    severalNamesSetAside_.clear();
     Stop stop;
     for (SetAside& aside : std::exchange(setAside_, {})) {
         const std::size_t index = aside.index;
-        const auto freed = remover_->remove(std::move(aside.file));
-        if (!freed) {
-            const std::string text = freed.error().receiptDescription();
+        const auto done = remover_->remove(std::move(aside.file));
+        if (!done) {
             // The item is not gone, so what was recorded is taken back.
-            auto stopped = leave(index, {.disposition = failed, .told = text, .recorded = text});
+            auto stopped = leave(index, failureOf(done.error(), failed));
             if (!stop) stop = std::move(stopped);
             continue;
         }
-        freedBytes_ += *freed;
+        if (done->otherNames) guard_.noteOwnChange(*done->otherNames);
+        freedBytes_ = saturatingAdd(freedBytes_, done->freedBytes);
         add(index, permanentlyRemoved);
         report(plan_.entries[index].proofCard.byteCount);
     }
@@ -441,8 +456,7 @@ void CleanupRun::putBackSetAside() {
         const std::size_t index = aside.index;
         CleanupMutationError because{.kind = Kind::removeFailed, .reason = "the cleanup stopped"};
         because = remover_->putBack(std::move(aside.file), std::move(because));
-        const std::string text = because.receiptDescription();
-        static_cast<void>(leave(index, {.disposition = failed, .told = text, .recorded = text}));
+        static_cast<void>(leave(index, failureOf(because, failed)));
     }
 }
 
@@ -456,7 +470,17 @@ CleanupRun::Stop CleanupRun::record(std::size_t index, CleanupIntentEntry::Outco
     return Error::JournalStopped{.error = recorded.error(), .receipt = {}};
 }
 
+CleanupRun::Left CleanupRun::failureOf(const CleanupMutationError& error,
+                                       CleanupMoveDisposition disposition) {
+    const std::string text = error.receiptDescription();
+    return {.disposition = disposition,
+            .told = text,
+            .recorded = text,
+            .isElsewhere = error.displaced.has_value()};
+}
+
 CleanupRun::Stop CleanupRun::leave(std::size_t index, const Left& left) {
+    isSomethingElsewhere_ = isSomethingElsewhere_ || left.isElsewhere;
     add(index, left.disposition, std::nullopt, left.told);
     ++progress_.itemsRefused;
     auto stop = record(index, {intent_outcome::Failed{left.recorded}});
@@ -508,6 +532,7 @@ CleanupReceipt CleanupRun::receipt() {
 
 std::expected<CleanupReceipt, CleanupExecutionError> CleanupRun::finish(Stop stop) {
     putBackSetAside();
+    remover_.reset(); // with its private folders: nobody looks for those of a closed cleanup
     static_cast<void>(trash_.flush()); // the sizes of folders; `close` flushes all else
     CleanupIntentJournaling* journal = parts_.options.journal;
     // What the receipt tells has to be on the disk before the receipt is.
@@ -532,9 +557,11 @@ std::expected<CleanupReceipt, CleanupExecutionError> CleanupRun::finish(Stop sto
     if (!stored) stop = Error::ReceiptPersistenceFailed{}; // the most that a person has to know
     if (!stop) return made;
     std::visit(
-    remover_.reset(); // with its private folders: nobody looks for those of a closed cleanup
         [&](auto& error) {
             if constexpr (requires { error.receipt; }) error.receipt = std::move(made);
+            if constexpr (requires { error.isSomethingElsewhere; }) {
+                error.isSomethingElsewhere = isSomethingElsewhere_;
+            }
         },
         *stop);
     return std::unexpected(Error{*std::move(stop)});

@@ -5,6 +5,7 @@
 #include <expected>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,7 +50,11 @@ class CleanupRun {
         CleanupMoveDisposition disposition;
         std::string told;     ///< in the receipt
         std::string recorded; ///< in the journal
+        /// Something lies where it did not before, which `told` tells.
+        bool isElsewhere = false;
     };
+    [[nodiscard]] static Left failureOf(const CleanupMutationError& error,
+                                        CleanupMoveDisposition disposition);
 
     [[nodiscard]] Stop dealWithAll();
     [[nodiscard]] Stop dealWith(std::size_t index);
@@ -98,12 +103,14 @@ class CleanupRun {
     platform::Trash trash_;
     std::optional<SystemPermanentRemover> remover_; ///< in a permanent run
     std::vector<SetAside> setAside_;
+    std::set<platform::ItemIdentity> severalNamesSetAside_; ///< files with other names
     double startedAt_;
     double setAsideSince_ = 0;
     double revalidatedAt_ = 0;
     std::shared_ptr<const SafetyPolicyContext> context_;
     double contextTakenAt_ = 0;
     std::uint64_t freedBytes_ = 0;
+    bool isSomethingElsewhere_ = false;
     CleanupExecutor::Progress progress_;
 };
 

@@ -17,6 +17,14 @@ using platform::ChangeFailure;
 using platform::EntryName;
 using Side = platform::FolderFlushes::Side;
 
+/// Makes a change, and once more when the disk was full and there is room by then.
+template <class Change>
+auto makingRoom(const std::function<bool()>& giveSpaceBack, const Change& change) {
+    auto made = change();
+    if (!made && made.error().kind == ChangeFailure::full && giveSpaceBack()) made = change();
+    return made;
+}
+
 CleanupMutationError removeFailed(const ChangeError& error) {
     if (error.kind == ChangeFailure::sourceGone) return {.kind = Kind::sourceMissing};
     return {.kind = Kind::removeFailed, .reason = appAuthoredFileSystemFailureReason(error.system)};
@@ -62,13 +70,9 @@ SystemPermanentRemover::privateFolder(const std::string& folder, const VerifiedI
     const std::string name = platform::PrivateFolder::nameFor(options_.intentID);
     auto own = item.parent.open(".");
     if (!own) return std::unexpected(ChangeError::fromSystem(own.error()));
-    const auto make = [&] {
+    auto made = makingRoom(options_.giveSpaceBack, [&] {
         return platform::PrivateFolder::make(options_.changes, item.parent, name);
-    };
-    auto made = make();
-    if (!made && made.error().kind == ChangeFailure::full && options_.giveSpaceBack()) {
-        made = make();
-    }
+    });
     if (!made && made.error().kind == ChangeFailure::targetTaken) {
         // This run made it, and something in it could not go back.
         made = platform::PrivateFolder::open(item.parent, name);
@@ -101,9 +105,10 @@ SystemPermanentRemover::setAside(const FileURL& source, VerifiedItem item) {
     }
     const EntryName from{.folder = item.parent, .name = item.name};
     const EntryName to{.folder = (*folder)->folder.folder(), .name = item.name};
-    if (const auto moved = platform::moveNeverReplacing(options_.changes, from, to); !moved) {
-        return std::unexpected(removeFailed(moved.error()));
-    }
+    const auto renamed = makingRoom(options_.giveSpaceBack, [&] {
+        return platform::moveNeverReplacing(options_.changes, from, to);
+    });
+    if (!renamed) return std::unexpected(removeFailed(renamed.error()));
     SetAside aside(std::move(item), *folder);
     const VerifiedItem& moved = aside.item_;
     const bool isTouched = moved.held.isLeaseBroken();
@@ -116,7 +121,8 @@ SystemPermanentRemover::setAside(const FileURL& source, VerifiedItem item) {
     return aside;
 }
 
-std::expected<std::uint64_t, CleanupMutationError> SystemPermanentRemover::remove(SetAside aside) {
+std::expected<SystemPermanentRemover::Removed, CleanupMutationError>
+SystemPermanentRemover::remove(SetAside aside) {
     const VerifiedItem& item = aside.item_;
     const platform::FolderDescriptor& folder = aside.folder_->folder.folder();
     const auto before = item.held.metadata();
@@ -130,10 +136,14 @@ std::expected<std::uint64_t, CleanupMutationError> SystemPermanentRemover::remov
         return std::unexpected(
             putBack(std::move(aside), removeFailed(ChangeError::fromSystem(noted.error()))));
     }
-    const auto removed = options_.changes.removeFile({.folder = folder, .name = item.name});
+    const auto removed = makingRoom(options_.giveSpaceBack, [&] {
+        return options_.changes.removeFile({.folder = folder, .name = item.name});
+    });
     if (!removed) return std::unexpected(putBack(std::move(aside), removeFailed(removed.error())));
     const auto after = item.held.metadata();
-    return after && after->linkCount == 0 ? own : 0;
+    if (!after) return Removed{.freedBytes = 0};
+    if (after->linkCount > 0) return Removed{.freedBytes = 0, .otherNames = *after};
+    return Removed{.freedBytes = own};
 }
 
 CleanupMutationError SystemPermanentRemover::putBack(SetAside aside, CleanupMutationError because) {
@@ -145,7 +155,10 @@ CleanupMutationError SystemPermanentRemover::putBack(SetAside aside, CleanupMuta
     // An item that is back is where it belongs, flushed or not.
     static_cast<void>(options_.flushes.note(folder, Side::left, item.seen));
     static_cast<void>(options_.flushes.note(item.parent, Side::entered, item.seen));
-    if (platform::moveNeverReplacing(options_.changes, from, to)) return because;
+    const auto back = makingRoom(options_.giveSpaceBack, [&] {
+        return platform::moveNeverReplacing(options_.changes, from, to);
+    });
+    if (back) return because;
     const auto seen = platform::fileMetadata(folder, item.name.c_str());
     if (!seen) return because;
     if (auto slot = options_.trash.reserve(

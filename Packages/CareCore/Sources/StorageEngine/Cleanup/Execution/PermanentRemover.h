@@ -55,9 +55,13 @@ class SystemPermanentRemover {
     /// Renames the file into the private folder of the folder that it lies in.
     [[nodiscard]] std::expected<SetAside, CleanupMutationError> setAside(const FileURL& source,
                                                                          VerifiedItem item);
-    /// Removes it, and returns the bytes that are free now: none while the file has another name.
-    /// A file that changed since it was set aside goes back.
-    [[nodiscard]] std::expected<std::uint64_t, CleanupMutationError> remove(SetAside aside);
+    struct Removed {
+        std::uint64_t freedBytes; ///< none while the file has another name
+        /// What the system keeps of the file then.
+        std::optional<platform::FileMetadata> otherNames = std::nullopt;
+    };
+    /// Removes it. A file that changed since it was set aside goes back.
+    [[nodiscard]] std::expected<Removed, CleanupMutationError> remove(SetAside aside);
     /// Puts it back and never replaces. The error says where it lies when it cannot go back.
     [[nodiscard]] CleanupMutationError putBack(SetAside aside, CleanupMutationError because);
 

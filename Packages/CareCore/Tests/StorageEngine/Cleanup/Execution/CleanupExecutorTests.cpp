@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <stop_token>
 #include <string>
 #include <utility>
@@ -488,6 +490,88 @@ TEST(CleanupExecutor, LeavesAFolderInWhichSomethingIsMounted) {
     });
     if (!told || *told == "not mounted") GTEST_SKIP() << "mounts need root";
     EXPECT_TRUE(told->starts_with("refused: ")) << *told;
+}
+
+TEST(CleanupExecutor, TakesSeveralNamesOfOneFileInOneRun) {
+    for (const Mode mode : {Mode::recoverable, Mode::permanent}) {
+        ExecutionBench bench;
+        bench.place.noise("home/.npm/_cacache/a", 100'000);
+        bench.place.hardLink("home/.npm/_cacache/b", "home/.npm/_cacache/a");
+        bench.place.folder("home/.npm/_cacache/deep");
+        bench.place.hardLink("home/.npm/_cacache/deep/c", "home/.npm/_cacache/a");
+        bench.planFiles({"a", "other", "b", "deep/c"}, mode);
+        const auto receipt = bench.execute();
+        ASSERT_TRUE(receipt) << receipt.error().description();
+        const char* const done = mode == Mode::permanent ? removed : moved;
+        EXPECT_EQ(outcomes(*receipt), (Texts{done, done, done, done}));
+        EXPECT_EQ(bench.names("home/.npm/_cacache"), "deep");
+        if (mode == Mode::permanent) {
+            EXPECT_GE(receipt->actuallyReclaimedByteCount.value_or(0), 100'000)
+                << "with the last name its blocks are free";
+        }
+    }
+}
+
+TEST(CleanupExecutor, RemovesItsPrivateFoldersBeforeTheCleanupIsClosed) {
+    ExecutionBench bench;
+    bench.planFiles({"one", "two", "three"}, Mode::permanent);
+    std::stop_source source;
+    beforeRename(bench, 2, [&] { source.request_stop(); });
+    bool isClosed = false;
+    bench.changes.beforeEach = [&] {
+        const fs::path intents = bench.place / "home/.local/share/Harborline/intents";
+        for (const auto& entry : fs::directory_iterator(intents)) {
+            if (entry.path().extension() != ".outcomes") continue;
+            std::ifstream file(entry.path());
+            const std::string log{std::istreambuf_iterator<char>(file), {}};
+            isClosed = isClosed || log.find("closed") != std::string::npos;
+        }
+    };
+    ASSERT_FALSE(bench.execute(source.get_token()));
+    EXPECT_FALSE(isClosed) << "something was changed after the cleanup was over";
+    EXPECT_EQ(bench.names("home/.npm/_cacache"), "one three two");
+}
+
+TEST(CleanupExecutor, DoesNotSayThatNothingWasTouchedWhenSomethingLiesElsewhere) {
+    ExecutionBench bench;
+    bench.planFiles({"one", "two", "three"}, Mode::permanent);
+    std::stop_source source;
+    beforeRename(bench, 2, [&] {
+        source.request_stop();
+        bench.place.file("home/.npm/_cacache/one", "made anew while it was set aside");
+    });
+    const auto told = bench.execute(source.get_token());
+    ASSERT_FALSE(told);
+    EXPECT_EQ(bench.contents("home/.local/share/Trash/files/one"), "contents of one");
+    EXPECT_EQ(told.error().description(),
+              "The cleanup was stopped before any item was done. Nothing was touched, except for "
+              "what the receipt tells of items that failed.");
+}
+
+TEST(CleanupExecutor, LeavesWhatTheFirstCheckRefusedHoweverLongItTakes) {
+    struct Forgetful final : PlanRevalidator {
+        std::expected<PlanRevalidationReport, CancellationError>
+        revalidate(const CleanupPlan& plan, Timestamp at, const Scope& scope) override {
+            PlanRevalidationReport report{.planID = plan.id, .checkedAt = at, .entries = {}};
+            for (std::size_t i = scope.firstEntry; i < plan.entries.size(); ++i) {
+                const bool isBad = scope.firstEntry == 0 && i == 2;
+                report.entries.push_back(
+                    {.candidateID = plan.entries[i].candidateID,
+                     .issue =
+                         isBad ? std::optional(RevalidationIssue::protectedEntry) : std::nullopt});
+            }
+            return report;
+        }
+    } forgetful;
+    ExecutionBench bench;
+    bench.clock = 100;
+    bench.planFiles({"a", "b", "c"});
+    bench.revalidator = &forgetful;
+    beforeRename(bench, 1, [&] { *bench.clock += 61; });
+    const auto receipt = bench.execute();
+    ASSERT_TRUE(receipt) << receipt.error().description();
+    EXPECT_EQ(outcomes(*receipt),
+              (Texts{moved, moved, "refused: The final safety check did not pass."}));
 }
 
 } // namespace
