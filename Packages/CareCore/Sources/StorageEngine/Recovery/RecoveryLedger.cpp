@@ -198,6 +198,14 @@ class LedgerChange {
 
 std::expected<void, RecoveryLedgerError> JSONRecoveryLedger::append(const CleanupReceipt& receipt) {
     const std::scoped_lock guard(mutex_);
+    auto added = add(receipt);
+    const bool isFull =
+        !added && (added.error().cause.code == ENOSPC || added.error().cause.code == EDQUOT);
+    if (isFull && options_.giveSpaceBack && options_.giveSpaceBack()) added = add(receipt);
+    return added;
+}
+
+std::expected<void, RecoveryLedgerError> JSONRecoveryLedger::add(const CleanupReceipt& receipt) {
     auto change = LedgerChange::begin(fileURL_);
     if (!change) return std::unexpected(change.error());
     auto receipts = load();

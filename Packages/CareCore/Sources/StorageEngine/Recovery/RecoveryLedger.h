@@ -78,6 +78,8 @@ class JSONRecoveryLedger final : public RecoveryLedger {
         /// Whether a receipt has to stay although its time is over, since something that it tells
         /// can still be put back.
         std::function<bool(const CleanupReceipt&)> isStillNeeded = nullptr;
+        /// Makes room on a full disk; false when it cannot. Then a receipt is stored all the same.
+        std::function<bool()> giveSpaceBack = nullptr;
     };
 
     /// The key has 16, 24 or 32 bytes.
@@ -99,6 +101,7 @@ class JSONRecoveryLedger final : public RecoveryLedger {
     JSONRecoveryLedger(FileURL fileURL, std::string key, Options options);
 
     [[nodiscard]] std::expected<std::vector<CleanupReceipt>, Error> load() const;
+    [[nodiscard]] std::expected<void, Error> add(const CleanupReceipt& receipt);
     [[nodiscard]] bool mayDrop(const CleanupReceipt& receipt,
                                const std::vector<CleanupReceipt>& all, Timestamp at) const;
 

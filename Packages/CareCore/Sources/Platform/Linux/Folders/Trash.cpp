@@ -219,7 +219,10 @@ struct Trash::Body {
     [[nodiscard]] std::expected<Folders, TrashError> choose(const TrashItem& item) {
         const std::pair volume(item.seen.mount.value_or(0), item.seen.identity.device);
         if (const auto found = known.find(volume); found != known.end()) return found->second;
-        if (!home) {
+        const auto isFull = [&] {
+            return home && !*home && home->error().kind == TrashFailure::full;
+        };
+        if (!home || isFull()) { // there may be room by now
             home = TrashFolders::openHome(*options.changes, *options.gate, homeFolder.path());
         }
         if (*home && (**home)->isReachableFrom(item.seen)) {
@@ -228,7 +231,9 @@ struct Trash::Body {
         }
         auto found = chooseAtTop(item);
         // A Trash of one's own that cannot be opened is the reason when there is no other.
-        if (!found && !*home && found.error().kind == TrashFailure::onSystemVolume) return *home;
+        const bool isHomeTheReason =
+            !found && (found.error().kind == TrashFailure::onSystemVolume || isFull());
+        if (isHomeTheReason && !*home) return *home;
         if (found) known[volume] = *found;
         return found;
     }

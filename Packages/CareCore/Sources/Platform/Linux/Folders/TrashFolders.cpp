@@ -24,7 +24,9 @@ constexpr const char* sizesName = "directorysizes";
 constexpr std::size_t maxSizesBytes = 64UL << 20U;
 
 std::unexpected<TrashError> unusable(SystemError error = {0}) {
-    return std::unexpected(TrashError{TrashFailure::trashUnusable, error});
+    const bool isFull = error.code == ENOSPC || error.code == EDQUOT;
+    return std::unexpected(
+        TrashError{isFull ? TrashFailure::full : TrashFailure::trashUnusable, error});
 }
 
 std::string noteName(const std::string& name) { return name + std::string(trashNoteEnding); }
@@ -46,9 +48,6 @@ OpenedFolder openOwn(FolderChanges& changes, const FolderDescriptor& parent,
             if (made.error().kind == ChangeFailure::readOnly) {
                 return std::unexpected(
                     TrashError{TrashFailure::volumeReadOnly, made.error().system});
-            }
-            if (made.error().kind == ChangeFailure::full) {
-                return std::unexpected(TrashError{TrashFailure::full, made.error().system});
             }
             return unusable(made.error().system);
         }

@@ -121,8 +121,11 @@ struct CleanupSession::Body {
         const FileURL keyURL = support.appendingFolder("Keys").appending("recovery-ledger.key");
         auto key = recoveryLedgerKey(keyURL, ledgerURL());
         if (!key) return sessionError(key.error());
-        auto opened = JSONRecoveryLedger::open(ledgerURL(), *std::move(key),
-                                               {.isStillNeeded = isSomethingInTrash});
+        auto opened =
+            JSONRecoveryLedger::open(ledgerURL(), *std::move(key),
+                                     {.isStillNeeded = isSomethingInTrash, .giveSpaceBack = [this] {
+                                          return journal->giveSpaceBack();
+                                      }});
         if (!opened) return sessionError(opened.error());
         ledger.emplace(*std::move(opened));
         return &*ledger;
@@ -190,24 +193,34 @@ struct CleanupSession::Body {
         }
     }
 
-    /// The intent that holds the identities of a receipt's items.
+    /// The intent that holds the identities of a receipt's items. One plan may have been tried more
+    /// than once: the try is told by what it did, and by when it began.
     [[nodiscard]] static const CleanupIntent* intentOf(const CleanupReceipt& receipt,
                                                        const std::vector<RecordedIntent>& all) {
-        const auto tells = [&](const CleanupReceiptEntry& told) {
-            return told.disposition == CleanupMoveDisposition::movedToTrash;
+        std::map<std::string_view, const CleanupReceiptEntry*> moved;
+        for (const CleanupReceiptEntry& told : receipt.entries) {
+            if (told.disposition == CleanupMoveDisposition::movedToTrash) {
+                moved.emplace(told.candidateID.rawValue, &told);
+            }
+        }
+        const auto isMoved = [&](const CleanupIntentEntry& entry) {
+            const auto told = moved.find(entry.candidateID.rawValue);
+            if (told == moved.end() || !entry.outcome) return false;
+            const auto* to = std::get_if<intent_outcome::MovedToTrash>(&entry.outcome->value);
+            if (to != nullptr) return to->url == told->second->resultingTrashURL;
+            return std::holds_alternative<intent_outcome::RestoredFromTrash>(
+                       entry.outcome->value) ||
+                   std::holds_alternative<intent_outcome::NoLongerInTrash>(entry.outcome->value);
         };
         const CleanupIntent* found = nullptr;
+        std::pair<std::ptrdiff_t, bool> best;
         for (const RecordedIntent& each : all) {
             if (each.intent.planID != receipt.planID) continue;
-            // One plan may have been tried more than once; only one try moved its items.
-            const bool hasMoved =
-                std::ranges::any_of(each.intent.entries, [](const CleanupIntentEntry& entry) {
-                    return entry.outcome && std::holds_alternative<intent_outcome::MovedToTrash>(
-                                                entry.outcome->value);
-                });
-            if (found == nullptr || (hasMoved && std::ranges::any_of(receipt.entries, tells))) {
-                found = &each.intent;
-            }
+            const std::pair fits(std::ranges::count_if(each.intent.entries, isMoved),
+                                 each.intent.createdAt == receipt.createdAt);
+            if (found != nullptr && fits < best) continue;
+            found = &each.intent;
+            best = fits;
         }
         return found;
     }
@@ -215,6 +228,24 @@ struct CleanupSession::Body {
     [[nodiscard]] std::optional<CleanupPlanSheet> sheetOf(const UUID& planID) const {
         auto file = CleanupPlanFile::read(planURL(planID));
         return file ? std::optional(std::move(file->sheet)) : std::nullopt;
+    }
+
+    /// Keeps plan and sheet for as long as a receipt tells of them.
+    [[nodiscard]] std::expected<void, CleanupPlanFileError> keepPlan(const PreparedCleanup& made) {
+        const auto keep = [&]() -> std::expected<void, CleanupPlanFileError> {
+            if (!platform::makePrivateFolder(plansFolder().path())) {
+                return std::unexpected(CleanupPlanFileError::unwritable);
+            }
+            const auto written =
+                CleanupPlanFile::write(planURL(made.plan.id), made.plan, made.sheet);
+            return written ? std::expected<void, CleanupPlanFileError>()
+                           : std::unexpected(written.error());
+        };
+        auto kept = keep();
+        if (!kept && kept.error() == CleanupPlanFileError::unwritable && journal->giveSpaceBack()) {
+            kept = keep(); // the disk was full
+        }
+        return kept;
     }
 
     [[nodiscard]] CleanupExecutor executor(CleanupExecutionMode mode, RecoveryLedger& into) {
@@ -405,15 +436,19 @@ CleanupSession::carryOut(const PreparedCleanup& prepared, const CleanupSessionAp
     InMemoryRecoveryLedger nowhere;
     RecoveryLedger* ledger = &nowhere;
     const bool isActing = changesTheFilesystem(prepared.plan.mode);
+    std::optional<FileCleanupIntentJournal::Hold> hold;
     if (isActing) {
         const auto begun = body_->begin();
         if (!begun) return std::unexpected(begun.error());
         ledger = *begun;
-        const auto made = platform::makePrivateFolder(body_->plansFolder().path());
-        const auto written = made ? CleanupPlanFile::write(body_->planURL(prepared.plan.id),
-                                                           prepared.plan, prepared.sheet)
-                                  : std::unexpected(CleanupPlanFileError::unwritable);
-        if (!written) return sessionError(written.error());
+        // Whoever tidies up meanwhile would take the plan for one that nobody needs.
+        auto held = body_->journal->hold();
+        if (!held) {
+            return sessionError(CleanupExecutionError{
+                CleanupExecutionError::JournalUnavailable{held.error().description()}});
+        }
+        hold.emplace(*std::move(held));
+        if (const auto kept = body_->keepPlan(prepared); !kept) return sessionError(kept.error());
     }
     auto receipt = body_->executor(prepared.plan.mode, *ledger)
                        .execute({.plan = prepared.plan,
@@ -520,10 +555,11 @@ CleanupSession::Result<TrashEmptyingPlan> CleanupSession::planEmptying() {
         const CleanupReceipt& receipt = (*stored)[i];
         const CleanupIntent* intent = Body::intentOf(receipt, intents->intents);
         if (intent == nullptr || receipt.movedToTrashByteCount() == 0) continue;
-        if (const auto sheet = body_->sheetOf(receipt.planID)) {
-            for (const CleanupSheetEntry& entry : sheet->entries) {
-                if (entry.keptCopy) keptCopies[i].emplace(entry.candidateID, *entry.keptCopy);
-            }
+        // Without its sheet nothing tells which of its items are extra copies.
+        const auto sheet = body_->sheetOf(receipt.planID);
+        if (!sheet) continue;
+        for (const CleanupSheetEntry& entry : sheet->entries) {
+            if (entry.keptCopy) keptCopies[i].emplace(entry.candidateID, *entry.keptCopy);
         }
         sources.push_back({.receipt = receipt, .intent = *intent, .keptCopies = &keptCopies[i]});
     }

@@ -2,9 +2,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <set>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -15,25 +17,30 @@
 #include "Platform/Testing/FakeRunningProcesses.h"
 #include "Platform/Testing/FakeVolumes.h"
 #include "StorageEngine/Observation/FileObserver.h"
+#include "Support/OtherCircumstances.h"
 #include "Support/TemporaryFolder.h"
 
 namespace tidyro {
 namespace {
 
 namespace fs = std::filesystem;
+using platform::testing::FakeVolumes;
 using testing::TemporaryFolder;
 using Mode = CleanupExecutionMode;
 
 /// A home with old caches, seen a year later, and sessions in it.
 struct Home {
-    TemporaryFolder place;
-    platform::testing::FakeVolumes volumes =
-        platform::testing::FakeVolumes::withOneAt(place.path());
+    TemporaryFolder own;
+    const TemporaryFolder& place;
+    FakeVolumes volumes;
     platform::testing::FakeRunningProcesses processes;
     platform::testing::FakeRunningApplications applications;
     Timestamp now = Timestamp::now().adding(365 * 86'400.0);
+    std::function<void()> onClock = nullptr;
 
-    Home() {
+    Home() : Home(nullptr) {}
+    explicit Home(const TemporaryFolder* at)
+        : place(at != nullptr ? *at : own), volumes(FakeVolumes::withOneAt(place.path())) {
         place.file("home/.npm/_cacache/content-v2/one", "first file");
         place.file("home/.npm/_cacache/content-v2/two", "second file");
         place.permissions("home/.npm/_cacache/content-v2", 0750);
@@ -52,7 +59,10 @@ struct Home {
         options.machine.volumes = &volumes;
         options.machine.processes = &processes;
         options.machine.applications = &applications;
-        options.machine.clock = [this] { return now; };
+        options.machine.clock = [this] {
+            if (onClock) onClock();
+            return now;
+        };
         options.machine.trashHome = FileURL::folder(place / "home/.local/share/Trash");
         options.machine.secondsBetweenLooks = 0;
         return std::make_unique<CleanupSession>(std::move(options));
@@ -256,6 +266,101 @@ TEST(CleanupSession, ForgetsWhatNoReceiptTellsAnyMore) {
     EXPECT_EQ(home.below("home/.local/share/Harborline/plans"), more.plan.id.text() + ".json");
     home.now = home.now.adding(100 * 86'400.0);
     EXPECT_EQ(home.session()->receipts()->size(), 1) << "its item still lies in the Trash";
+}
+
+TEST(CleanupSession, TellsTheTriesOfOnePlanApart) {
+    Home home;
+    const auto session = home.session();
+    const PreparedCleanup prepared = home.prepared(*session, Mode::recoverable);
+    const auto approval = CleanupSession::approve(prepared, {}, home.now);
+    std::stop_source source;
+    const auto first = session->carryOut(
+        prepared, approval, [&](const auto&) { source.request_stop(); }, source.get_token());
+    ASSERT_FALSE(first);
+    ASSERT_NE(first.error().receipt(), nullptr);
+    const UUID firstID = first.error().receipt()->id;
+    home.now = home.now.adding(1);
+    const auto second = session->carryOut(prepared, approval);
+    ASSERT_TRUE(second) << second.error().description();
+    EXPECT_EQ(home.below("home/.local/share/Trash/files"), "one three two");
+    EXPECT_EQ(session->planEmptying()->entries.size(), 3);
+
+    const auto back = session->putBack(firstID);
+    ASSERT_TRUE(back) << back.error().description();
+    ASSERT_EQ(back->size(), 1);
+    EXPECT_TRUE(back->front().done);
+    EXPECT_EQ(session->planEmptying()->entries.size(), 2);
+}
+
+TEST(CleanupSession, KeepsTheSheetOfACleanupThatIsAboutToRun) {
+    Home home;
+    const auto session = home.session();
+    const PreparedCleanup prepared = home.prepared(*session, Mode::recoverable);
+    ASSERT_TRUE(session->settle()); // makes the history
+    const std::string sheet = "home/.local/share/Harborline/plans";
+    const auto other = home.session();
+    home.onClock = [&] {
+        if (home.below(sheet).empty()) return;
+        home.onClock = nullptr;
+        static_cast<void>(other->settle()); // drops what no cleanup needs
+    };
+    const auto receipt =
+        session->carryOut(prepared, CleanupSession::approve(prepared, {}, home.now));
+    ASSERT_TRUE(receipt) << receipt.error().description();
+    EXPECT_EQ(home.below(sheet), prepared.plan.id.text() + ".json");
+    EXPECT_EQ(session->planEmptying()->entries.size(), 3);
+
+    fs::remove_all(home.place / sheet);
+    EXPECT_TRUE(session->planEmptying()->entries.empty())
+        << "nothing tells which of them are extra copies";
+}
+
+TEST(CleanupSession, CleansADiskThatIsFull) {
+    for (const std::string type : {"ext4", "xfs", "btrfs"}) {
+        for (const Mode mode : {Mode::recoverable, Mode::permanent}) {
+            SCOPED_TRACE(type + " " + std::string(rawValue(mode)));
+            const auto image = testing::MountedImage::make(type);
+            if (!image) GTEST_SKIP() << "needs to mount " << type;
+            Home home(&image->folder());
+            const std::string longest(255, 'n');
+            home.place.file("home/.npm/_cacache/content-v2/" + longest, "a long name");
+            home.place.file("home/.npm/_cacache/content-v2/\xff\xfe", "no text");
+            const auto session = home.session();
+            {
+                // An earlier cleanup left the reserve.
+                FileCleanupIntentJournal journal(
+                    FileURL::folder(home.place / "home/.local/share/Harborline/intents"));
+                ASSERT_TRUE(journal.hold());
+                const CleanupIntent none{.id = platform::randomUUID(),
+                                         .planID = platform::randomUUID(),
+                                         .createdAt = home.now,
+                                         .mode = mode,
+                                         .entries = {}};
+                ASSERT_TRUE(journal.begin(none));
+                ASSERT_TRUE(journal.close(none.id, home.now));
+            }
+            ASSERT_TRUE(session->settle());
+            const PreparedCleanup prepared = home.prepared(*session, mode);
+            ASSERT_EQ(prepared.plan.entries.size(), 5);
+            ASSERT_FALSE(
+                testing::runQuietly("dd if=/dev/zero bs=1M of='" + (home.place / "filler") + "'"));
+            for (int i = 0; i < 3'000; ++i) {
+                std::ofstream more(home.place / ("small" + std::to_string(i)));
+                if (!(more << std::string(5'000, 'x') << std::flush)) break;
+            }
+            ASSERT_FALSE(testing::runQuietly("mkdir '" + (home.place / "folder") + "' && " +
+                                             "dd if=/dev/zero bs=4k count=9 of='" +
+                                             (home.place / "folder/none") + "'"));
+            const auto receipt =
+                session->carryOut(prepared, CleanupSession::approve(prepared, {}, home.now));
+            ASSERT_TRUE(receipt) << receipt.error().description();
+            for (const auto& entry : receipt->entries) {
+                EXPECT_FALSE(entry.failureDescription) << *entry.failureDescription;
+            }
+            EXPECT_EQ(home.below("home/.npm") + home.below("home/.cache"), "");
+            EXPECT_TRUE(session->interrupted()->cleanups.empty());
+        }
+    }
 }
 
 } // namespace
