@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include <fmt/format.h>
 
@@ -25,8 +26,9 @@ std::optional<int> takeNumber(std::string_view& text, std::size_t count) {
     int number = 0;
     const std::string_view digits = text.substr(0, count);
     if (digits.size() != count || digits.front() == '-') return std::nullopt;
-    const auto read = std::from_chars(digits.data(), digits.data() + count, number);
-    if (read.ec != std::errc() || read.ptr != digits.data() + count) return std::nullopt;
+    const char* const end = std::to_address(digits.end());
+    const auto read = std::from_chars(std::to_address(digits.begin()), end, number);
+    if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
     text.remove_prefix(count);
     return number;
 }

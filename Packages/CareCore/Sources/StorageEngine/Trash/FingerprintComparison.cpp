@@ -1,6 +1,7 @@
 #include "StorageEngine/Trash/FingerprintComparison.h"
 
 #include <charconv>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -18,8 +19,8 @@ std::string_view uuidIn(std::string_view identifier) {
 
 std::optional<std::uint64_t> wholeNumber(std::string_view text) {
     std::uint64_t value = 0;
-    const char* const end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, value);
+    const char* const end = std::to_address(text.end());
+    const auto read = std::from_chars(std::to_address(text.begin()), end, value);
     if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
     return value;
 }
@@ -58,7 +59,8 @@ bool FingerprintComparison::isOnItsVolume(const platform::FileMetadata& seen,
     const platform::Volume* const volume = platform::volumeOf(seen, volumes_);
     if (volume == nullptr) return false;
     if (volume_ != Volume::byNumber && !uuid.empty()) return uuidIn(volume->identifier) == uuid;
-    return volume->identifier == known && identityIn(planned)->device == seen.identity.device;
+    const auto identity = identityIn(planned);
+    return volume->identifier == known && identity && identity->device == seen.identity.device;
 }
 
 } // namespace tidyro

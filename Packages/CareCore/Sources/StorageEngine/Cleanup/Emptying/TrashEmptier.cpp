@@ -137,7 +137,7 @@ class TrashEmptier::Run {
     [[nodiscard]] Stop setAside(std::size_t index);
     [[nodiscard]] Stop removeSetAside();
     void putBackSetAside();
-    [[nodiscard]] Stop record(std::size_t index, CleanupIntentEntry::Outcome outcome);
+    [[nodiscard]] Stop record(std::size_t index, const CleanupIntentEntry::Outcome& outcome);
     [[nodiscard]] Stop leave(std::size_t index, CleanupMoveDisposition disposition,
                              std::string reason);
     [[nodiscard]] Stop leave(std::size_t index, CleanupMoveDisposition disposition,
@@ -178,12 +178,13 @@ TrashEmptier::Run::Stop TrashEmptier::Run::dealWithAll() {
 
 TrashEmptier::Run::Stop TrashEmptier::Run::setAside(std::size_t index) {
     using enum CleanupMoveDisposition;
-    auto item = remover_.find({.trashURL = entry(index).trashURL,
-                               .fingerprint = entry(index).fingerprint,
-                               .wentAt = entry(index).wentAt});
+    const Entry& planned = entry(index);
+    auto item = remover_.find({.trashURL = planned.trashURL,
+                               .fingerprint = planned.fingerprint,
+                               .wentAt = planned.wentAt});
     if (!item) return leave(index, refused, item.error().description());
-    if (entry(index).keptCopy) {
-        const auto kept = keptCopies_.check(*entry(index).keptCopy, item->seen().identity);
+    if (planned.keptCopy) {
+        const auto kept = keptCopies_.check(*planned.keptCopy, item->seen().identity);
         if (!kept) return leave(index, refused, std::string(description(kept.error())));
     }
     if (const auto aside = remover_.setAside(*item); !aside) {
@@ -206,10 +207,10 @@ TrashEmptier::Run::Stop TrashEmptier::Run::removeSetAside() {
     Stop stop;
     for (Waiting& waiting : std::exchange(setAside_, {})) {
         const std::size_t index = waiting.index;
+        const Entry& planned = entry(index);
         // Other items may have gone since it was set aside, and a minute may have passed.
-        if (entry(index).keptCopy) {
-            const auto kept =
-                keptCopies_.check(*entry(index).keptCopy, waiting.item.seen().identity);
+        if (planned.keptCopy) {
+            const auto kept = keptCopies_.check(*planned.keptCopy, waiting.item.seen().identity);
             if (!kept) {
                 const auto because = remover_.putBack(std::move(waiting.item),
                                                       {.kind = TrashRemovalError::Kind::failed});
@@ -229,10 +230,10 @@ TrashEmptier::Run::Stop TrashEmptier::Run::removeSetAside() {
             if (!stop) stop = std::move(stopped);
             continue;
         }
-        gone_.noLongerInTrash.push_back({.originalURL = entry(index).originalURL,
-                                         .trashURL = entry(index).trashURL,
-                                         .intentID = entry(index).intentID,
-                                         .candidateID = entry(index).candidateID});
+        gone_.noLongerInTrash.push_back({.originalURL = planned.originalURL,
+                                         .trashURL = planned.trashURL,
+                                         .intentID = planned.intentID,
+                                         .candidateID = planned.candidateID});
         add(index, CleanupMoveDisposition::permanentlyRemoved);
     }
     return stop;
@@ -248,7 +249,7 @@ void TrashEmptier::Run::putBackSetAside() {
 }
 
 TrashEmptier::Run::Stop TrashEmptier::Run::record(std::size_t index,
-                                                  CleanupIntentEntry::Outcome outcome) {
+                                                  const CleanupIntentEntry::Outcome& outcome) {
     const auto recorded =
         options_.journal.recordOutcome(outcome, nameInTrash(entry(index)), intentID_);
     if (recorded) return std::nullopt;
@@ -297,7 +298,7 @@ CleanupReceipt TrashEmptier::Run::receipt() {
             add(index, CleanupMoveDisposition::refused,
                 "The cleanup stopped before it reached this item.");
         }
-        made.entries.push_back(*std::move(told_[index]));
+        if (auto& told = told_[index]) made.entries.push_back(*std::move(told));
     }
     return made;
 }

@@ -204,7 +204,7 @@ bool TrashedItemRemover::Tree::empty(FolderDescriptor folder, const Changing& th
             levels.pop_back();
             Level& above = levels.back();
             const bool isGone =
-                done.isEmptied &&
+                done.isEmptied && done.seen &&
                 removePiece({.folder = above.folder, .name = done.name}, *done.seen, through);
             above.isEmptied = above.isEmptied && isGone;
             continue;
@@ -220,7 +220,7 @@ bool TrashedItemRemover::Tree::empty(FolderDescriptor folder, const Changing& th
             }
             isGone = false;
         }
-        isGone = isGone && removePiece({.folder = at.folder, .name = name}, *seen, through);
+        isGone = isGone && seen && removePiece({.folder = at.folder, .name = name}, *seen, through);
         at.isEmptied = at.isEmptied && isGone;
     }
 }

@@ -111,7 +111,7 @@ CleanupRun::carryOut(PlanRevalidationReport report) {
     for (const EntryRevalidation& entry : report.entries) issues_.push_back(entry.issue);
     report = {};
     if (plan_.mode == CleanupExecutionMode::permanent) {
-        remover_.emplace(SystemPermanentRemover::Options{
+        remover_ = std::make_unique<SystemPermanentRemover>(SystemPermanentRemover::Options{
             .intentID = parts_.intentID,
             .changes = parts_.machine.changes,
             .flushes = *parts_.options.flushes,
@@ -178,7 +178,7 @@ CleanupRun::Stop CleanupRun::dealWith(std::size_t index) {
     }
     auto item = verified(index);
     if (!item) {
-        if (plan_.mode == CleanupExecutionMode::permanent) remover_->forget(entry.sourceURL);
+        if (remover_) remover_->forget(entry.sourceURL);
         return leave(index, item.error());
     }
     const auto failure = [](const CleanupMutationError& error) {
@@ -462,7 +462,7 @@ void CleanupRun::putBackSetAside() {
 
 // What became of the items -----------------------------------------------------------------------
 
-CleanupRun::Stop CleanupRun::record(std::size_t index, CleanupIntentEntry::Outcome outcome) {
+CleanupRun::Stop CleanupRun::record(std::size_t index, const CleanupIntentEntry::Outcome& outcome) {
     if (parts_.options.journal == nullptr) return std::nullopt;
     const auto recorded = parts_.options.journal->recordOutcome(
         outcome, plan_.entries[index].candidateID, parts_.intentID);
@@ -499,6 +499,15 @@ void CleanupRun::add(std::size_t index, CleanupMoveDisposition disposition,
                                        .failureDescription = std::move(failure)};
 }
 
+CleanupReceiptEntry CleanupRun::entryNotReached(std::size_t index) const {
+    const CleanupPlanEntry& entry = plan_.entries[index];
+    return {.candidateID = entry.candidateID,
+            .originalURL = entry.sourceURL,
+            .byteCount = entry.proofCard.byteCount,
+            .disposition = refused,
+            .failureDescription = "The cleanup stopped before it reached this item."};
+}
+
 void CleanupRun::report(std::uint64_t byteCount) {
     ++progress_.itemsCompleted;
     progress_.bytesReclaimed = saturatingAdd(progress_.bytesReclaimed, byteCount);
@@ -517,10 +526,8 @@ CleanupReceipt CleanupRun::receipt() {
     CleanupReceipt made = receiptOfNothing();
     made.entries.reserve(told_.size());
     for (std::size_t index = 0; index < told_.size(); ++index) {
-        if (!told_[index]) {
-            add(index, refused, std::nullopt, "The cleanup stopped before it reached this item.");
-        }
-        made.entries.push_back(*std::move(told_[index]));
+        std::optional<CleanupReceiptEntry>& told = told_[index];
+        made.entries.push_back(told ? *std::move(told) : entryNotReached(index));
     }
     switch (plan_.mode) {
     case CleanupExecutionMode::permanent: made.actuallyReclaimedByteCount = freedBytes_; break;

@@ -78,11 +78,12 @@ class CleanupRun {
     [[nodiscard]] Stop removeSetAside();
     void putBackSetAside();
 
-    [[nodiscard]] Stop record(std::size_t index, CleanupIntentEntry::Outcome outcome);
+    [[nodiscard]] Stop record(std::size_t index, const CleanupIntentEntry::Outcome& outcome);
     [[nodiscard]] Stop leave(std::size_t index, const Left& left);
     void add(std::size_t index, CleanupMoveDisposition disposition,
              std::optional<FileURL> trashURL = std::nullopt,
              std::optional<std::string> failure = std::nullopt);
+    [[nodiscard]] CleanupReceiptEntry entryNotReached(std::size_t index) const;
     void report(std::uint64_t byteCount);
 
     [[nodiscard]] CleanupReceipt receipt();
@@ -101,7 +102,7 @@ class CleanupRun {
     FolderResolver resolver_;
     std::optional<KeptCopies> keptCopies_; ///< once it was needed
     platform::Trash trash_;
-    std::optional<SystemPermanentRemover> remover_; ///< in a permanent run
+    std::unique_ptr<SystemPermanentRemover> remover_; ///< in a permanent run
     std::vector<SetAside> setAside_;
     std::set<platform::ItemIdentity> severalNamesSetAside_; ///< files with other names
     double startedAt_;

@@ -527,9 +527,9 @@ CleanupSession::putBack(const UUID& receiptID, const std::set<LocalItemID>& item
             if (result) outcomes.restored.push_back(moved);
             const bool isGone =
                 !result && result.error().kind == TrashRestorer::Error::Kind::notInTrash;
+            const auto& outcome = planned->second->outcome;
             const bool isNew =
-                planned->second->outcome && std::holds_alternative<intent_outcome::MovedToTrash>(
-                                                planned->second->outcome->value);
+                outcome && std::holds_alternative<intent_outcome::MovedToTrash>(outcome->value);
             if (isGone && isNew) outcomes.noLongerInTrash.push_back(moved);
         }
         done.push_back({.candidateID = entry.candidateID,

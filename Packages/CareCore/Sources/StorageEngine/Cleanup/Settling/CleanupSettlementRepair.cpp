@@ -85,14 +85,14 @@ void CleanupSettlementRepair::emptyPrivatePlace(const PrivatePlace& place, Settl
     for (const PrivateItem& item : place.items) {
         Done done{.found = Found::stays, .reason = "Its folder cannot be reached."};
         if (mine && target) done = takeOut(mine->folder(), target->root(), place, item);
+        const std::string inside = path::joined(place.path, item.name);
         if (done.found == Found::stays) {
-            done.url = FileURL::file(path::joined(place.path, item.name));
+            done.url = FileURL::file(inside);
             told.isAccountedFor = false;
         }
         if (item.step == ItemStep::removePlaceholder) {
             if (done.found == Found::stays) {
-                told.troubles.push_back(done.url->path() +
-                                        " is an empty file that could not be removed.");
+                told.troubles.push_back(inside + " is an empty file that could not be removed.");
             }
             continue;
         }
@@ -145,9 +145,9 @@ CleanupSettlementRepair::takeOut(const platform::FolderDescriptor& mine,
 CleanupSettlementRepair::Done
 CleanupSettlementRepair::moveToTrash(const platform::FolderDescriptor& mine,
                                      const PrivatePlace& place, const PrivateItem& item) {
-    const Done taken{.found = Found::stays,
-                     .reason = "Something else lies at its place, and it could not go to the "
-                               "Trash."};
+    Done taken{.found = Found::stays,
+               .reason = "Something else lies at its place, and it could not go to the "
+                         "Trash."};
     // The Trash is told where it belongs. Where the system moves it by its path, that is the path.
     std::string path = path::joined(place.target, item.name);
     if (platform::operatingSystem() == OperatingSystem::macOS) {
