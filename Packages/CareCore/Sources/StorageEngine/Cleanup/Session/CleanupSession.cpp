@@ -623,7 +623,8 @@ CleanupSession::Result<CleanupSettlement::Report> CleanupSession::settle() {
     body_->startFlushes();
     const auto ledger = body_->openLedger();
     if (!ledger) return std::unexpected(ledger.error());
-    auto settled = body_->settlement(*ledger).settle();
+    // A person who asks for it waits for a look at what closed cleanups left, too.
+    auto settled = body_->settlement(*ledger).settle(CleanupSettlement::Depth::everything);
     if (!settled) return sessionError(settled.error());
     body_->tidyUp();
     return *std::move(settled);

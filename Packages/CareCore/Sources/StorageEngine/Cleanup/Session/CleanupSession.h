@@ -206,6 +206,8 @@ class CleanupSession {
     [[nodiscard]] Result<std::vector<CleanupReceipt>> receipts();
     /// What interrupted cleanups left, and what settling would do. Nothing is changed.
     [[nodiscard]] Result<CleanupSettlement::Report> interrupted();
+    /// Puts in order what interrupted cleanups left, and puts back what lies in a private folder of
+    /// any cleanup, since it could not go back then.
     [[nodiscard]] Result<CleanupSettlement::Report> settle();
 
   private:

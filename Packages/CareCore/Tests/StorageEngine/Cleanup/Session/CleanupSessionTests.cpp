@@ -1,9 +1,11 @@
 #include "StorageEngine/Cleanup/Session/CleanupSession.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <set>
 #include <stop_token>
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "Platform/Machine/RandomUUID.h"
 #include "Platform/Testing/FakeRunningApplications.h"
@@ -249,6 +252,39 @@ TEST(CleanupSession, TellsAndSettlesAnInterruptedCleanup) {
     EXPECT_EQ(session->receipts()->size(), 1);
 }
 
+TEST(CleanupSession, SettlesWhatAClosedCleanupCouldNotPutBack) {
+    Home home;
+    const FileURL item = home.url("home/.npm/_cacache/content-v2/one");
+    const auto seen =
+        FileIdentity::observation(item, FileURL::folder(home.place / "home"), home.volumes);
+    ASSERT_TRUE(seen);
+    const CleanupIntent intent{
+        .id = platform::randomUUID(),
+        .planID = platform::randomUUID(),
+        .createdAt = home.now,
+        .mode = Mode::permanent,
+        .entries = {{.candidateID = seen->id,
+                     .sourceURL = seen->url,
+                     .fingerprint = FileFingerprint::fromObservation(*seen)}}};
+    {
+        FileCleanupIntentJournal journal(
+            FileURL::folder(home.place / "home/.local/share/Harborline/intents"));
+        ASSERT_TRUE(journal.begin(intent));
+        const std::string own = platform::PrivateFolder::nameFor(intent.id);
+        const fs::path mine = fs::path(item.path()).parent_path() / own;
+        fs::create_directory(mine);
+        fs::permissions(mine, fs::perms::owner_all);
+        fs::rename(item.path(), mine / "one");
+        ASSERT_TRUE(journal.recordOutcome({intent_outcome::Failed{"could not go back"}}, seen->id,
+                                          intent.id));
+        ASSERT_TRUE(journal.close(intent.id, home.now));
+    }
+    const auto settled = home.session()->settle();
+    ASSERT_TRUE(settled) << settled.error().description();
+    EXPECT_EQ(home.contents("home/.npm/_cacache/content-v2/one"), "first file");
+    EXPECT_EQ(home.below("home/.npm"), "one two");
+}
+
 TEST(CleanupSession, ForgetsWhatNoReceiptTellsAnyMore) {
     Home home;
     const auto first = home.session();
@@ -362,6 +398,83 @@ TEST(CleanupSession, CleansADiskThatIsFull) {
         }
     }
 }
+
+#ifdef __linux__
+constexpr const char* simulationBegins = "/a simulation begins";
+constexpr const char* simulationEnds = "/a simulation ends";
+constexpr const char* tracedName = "TIDYRO_TEST_IS_TRACED";
+
+std::map<LocalItemID, bool> carriedOut(const CleanupReceipt& receipt) {
+    std::map<LocalItemID, bool> done;
+    for (const CleanupReceiptEntry& entry : receipt.entries) {
+        done[entry.candidateID] = !entry.failureDescription;
+    }
+    return done;
+}
+
+/// Whether a line of the trace tells of a call that changes something.
+bool isChange(const std::string& line) {
+    const std::size_t end = line.find('(');
+    const std::size_t begin = line.find_last_of(' ', end) + 1;
+    const std::string call = line.substr(begin, end - begin);
+    if (!call.starts_with("open")) return true;
+    return line.find("O_WRONLY") != line.npos || line.find("O_RDWR") != line.npos ||
+           line.find("O_CREAT") != line.npos || line.find("O_TRUNC") != line.npos;
+}
+
+/// The test starts itself once more, traced. What is planned is then run, and the same items go.
+TEST(CleanupSession, ASimulationIsTheRunWithoutAChange) {
+    if (std::getenv(tracedName) == nullptr) {
+        if (!testing::runQuietly("strace -f -o /dev/null true")) GTEST_SKIP() << "needs strace";
+        const TemporaryFolder place;
+        const std::string calls =
+            "access,?open,openat,openat2,?creat,?rename,?renameat,renameat2,?unlink,unlinkat,"
+            "?rmdir,?mkdir,mkdirat,?link,linkat,?symlink,symlinkat,?mknod,mknodat,?chmod,fchmod,"
+            "fchmodat,?chown,fchown,?lchown,fchownat,truncate,ftruncate,?utimes,utimensat,setxattr,"
+            "lsetxattr,fsetxattr,removexattr,lremovexattr,fremovexattr,fallocate,copy_file_range";
+        const std::string self = fs::read_symlink("/proc/self/exe").string();
+        ASSERT_TRUE(testing::runQuietly(
+            std::string(tracedName) + "=1 strace -f -y -s 4096 -e trace='" + calls + "' -o '" +
+            (place / "trace") + "' '" + self +
+            "' --gtest_filter=CleanupSession.ASimulationIsTheRunWithoutAChange"));
+        std::ifstream trace(place / "trace");
+        bool isInside = false;
+        std::size_t lookedAt = 0;
+        for (std::string line; std::getline(trace, line);) {
+            if (line.find(simulationEnds) != line.npos) isInside = false;
+            if (isInside && line.find("/Harborline") == line.npos &&
+                line.find("access(") == line.npos && line.find("+++") == line.npos &&
+                line.find(" resumed>") == line.npos) {
+                ++lookedAt;
+                EXPECT_FALSE(isChange(line)) << line;
+            }
+            if (line.find(simulationBegins) != line.npos) isInside = true;
+        }
+        EXPECT_GT(lookedAt, 20) << "the trace tells nothing";
+        return;
+    }
+    Home home;
+    const auto session = home.session();
+    home.place.folder("home/.local/share/Harborline");
+    ASSERT_NE(::access(simulationBegins, F_OK), 0);
+    const PreparedCleanup trial = home.prepared(*session, Mode::simulation);
+    const auto trialApproval = CleanupSession::approve(trial, {}, home.now);
+    ASSERT_NE(::access(simulationEnds, F_OK), 0);
+    home.place.times("home/.npm/_cacache/content-v2/two", 2'000, 2'000);
+    ASSERT_NE(::access(simulationBegins, F_OK), 0);
+    const auto simulated = session->carryOut(trial, trialApproval);
+    ASSERT_NE(::access(simulationEnds, F_OK), 0);
+    ASSERT_TRUE(simulated) << simulated.error().description();
+
+    PreparedCleanup real = trial;
+    real.plan.mode = Mode::recoverable;
+    real.digest = cleanupDigest(real.plan, real.sheet);
+    const auto run = session->carryOut(real, CleanupSession::approve(real, {}, home.now));
+    ASSERT_TRUE(run) << run.error().description();
+    EXPECT_EQ(carriedOut(*simulated), carriedOut(*run));
+    EXPECT_EQ(home.below("home/.npm") + home.below("home/.cache"), "two") << "it was changed";
+}
+#endif
 
 } // namespace
 } // namespace tidyro
