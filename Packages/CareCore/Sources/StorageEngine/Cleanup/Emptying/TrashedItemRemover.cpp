@@ -213,7 +213,7 @@ bool TrashedItemRemover::Tree::empty(FolderDescriptor folder, const Changing& th
         const auto seen = platform::fileMetadata(at.folder, name.c_str());
         if (!seen && platform::hasVanished(seen.error())) continue;
         bool isGone = seen && areOnOneVolume(*seen, top_) && isOld(*seen);
-        if (isGone && seen->kind == ItemKind::folder) {
+        if (isGone && seen && seen->kind == ItemKind::folder) {
             if (auto next = opened(at.folder, name, *seen)) {
                 levels.push_back(*std::move(next));
                 continue;
@@ -258,8 +258,8 @@ bool TrashedItemRemover::Tree::removePiece(const EntryName& piece, const FileMet
     }
     const auto after = held->metadata();
     if (after && after->linkCount == 0) freedBytes_ += own;
-    if (!isFolder && after && after->linkCount > 0 && after->changed) {
-        own_[after->identity] = *after->changed;
+    if (!isFolder && after && after->linkCount > 0) {
+        if (const auto changed = after->changed) own_[after->identity] = *changed;
     }
     return true;
 }

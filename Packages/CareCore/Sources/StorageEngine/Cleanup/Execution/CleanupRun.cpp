@@ -443,8 +443,9 @@ CleanupRun::Stop CleanupRun::removeSetAside() {
             if (!stop) stop = std::move(stopped);
             continue;
         }
-        if (done->otherNames) guard_.noteOwnChange(*done->otherNames);
-        freedBytes_ = saturatingAdd(freedBytes_, done->freedBytes);
+        const SystemPermanentRemover::Removed& gone = *done;
+        if (gone.otherNames) guard_.noteOwnChange(*gone.otherNames);
+        freedBytes_ = saturatingAdd(freedBytes_, gone.freedBytes);
         add(index, permanentlyRemoved);
         report(plan_.entries[index].proofCard.byteCount);
     }
