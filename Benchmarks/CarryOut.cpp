@@ -19,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+#include <unistd.h>
+
 #include "Base/PathText.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderChanges.h"
@@ -67,7 +69,7 @@ std::vector<FileURL> makeFiles(const FileURL& home, std::size_t count) {
                                       std::to_string(i)));
         std::ofstream(made.back().path()) << contents;
     }
-    if (std::system("sync") != 0) std::abort();
+    ::sync();
     return made;
 }
 
@@ -125,7 +127,7 @@ int main(int count, char** arguments) {
     const FileURL home = FileURL::folder(place);
     const auto volumes = platform::testing::FakeVolumes::withOneAt(place);
     const platform::testing::FakeRunningApplications applications;
-    const auto context = std::make_shared<const SafetyPolicyContext>(
+    auto context = std::make_shared<const SafetyPolicyContext>(
         SafetyPolicyFacts{.currentUserID = platform::currentUserID(),
                           .internalLocalVolumeIdentifiers = {"inside"},
                           .activeApplicationRoots = {},
