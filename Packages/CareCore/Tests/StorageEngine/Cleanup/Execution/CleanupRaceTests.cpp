@@ -71,11 +71,12 @@ class SharedArena {
     Arena* arena_;
 };
 
-bool renamedTo(const std::string& from, const std::string& to, unsigned how) {
+bool renamedTo(const std::string& from, const std::string& to, unsigned how,
+               int folderOfTo = AT_FDCWD) {
 #ifdef __APPLE__
-    return ::renamex_np(from.c_str(), to.c_str(), how) == 0;
+    return ::renameatx_np(AT_FDCWD, from.c_str(), folderOfTo, to.c_str(), how) == 0;
 #else
-    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), how) == 0;
+    return ::renameat2(AT_FDCWD, from.c_str(), folderOfTo, to.c_str(), how) == 0;
 #endif
 }
 #ifdef __APPLE__
@@ -128,7 +129,7 @@ class Attacker {
         case 7: return write(item, path);
         case 8: return look(path);
         case 9: return take(path);
-        // Each folder has one attacker alone, which leaves it where it was.
+        // Each of these folders has one attacker alone, which leaves it where it was.
         case 10:
         case 11:
             if (number_ == 1) return replaceBriefly(parent, decoy());
@@ -186,16 +187,20 @@ class Attacker {
         if (!renamedTo(mine, path, swapping)) renamedTo(mine, path, neverReplacing);
     }
     void take(const std::string& path) { renamedTo(path, free(), neverReplacing); }
-    void replaceBriefly(const std::string& path, const std::string& mine) {
-        if (path.empty() || !renamedTo(mine, path, swapping)) return;
-        const auto end =
-            std::chrono::steady_clock::now() + std::chrono::microseconds(random_() % 150);
-        while (std::chrono::steady_clock::now() < end) std::this_thread::yield();
-        // The folder above may be exchanged for a moment as well, and the other may be gone.
-        for (int tries = 0; tries < 10'000; ++tries) {
-            if (renamedTo(mine, path, swapping) || renamedTo(mine, path, neverReplacing)) return;
-            std::this_thread::yield();
+    void replaceBriefly(const fs::path& path, const std::string& mine) {
+        // By the open folder, which may be exchanged for another one meanwhile.
+        const int folder = ::open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const std::string name = path.filename().string();
+        if (folder < 0 || name.empty()) return;
+        if (renamedTo(mine, name, swapping, folder)) {
+            const auto end =
+                std::chrono::steady_clock::now() + std::chrono::microseconds(random_() % 150);
+            while (std::chrono::steady_clock::now() < end) std::this_thread::yield();
+            if (!renamedTo(mine, name, swapping, folder)) {
+                renamedTo(mine, name, neverReplacing, folder);
+            }
         }
+        ::close(folder);
     }
     /// Writes beside and renames over, and so removes whatever has the name.
     void save(std::size_t item) {
