@@ -635,5 +635,185 @@ TEST(Trash, IsSharedWithTheDesktop) {
     }
 }
 
+/// Where a Trash may be: the person's own, or at the top of another volume, in each state that its
+/// `.Trash` may have.
+struct SharedTrash {
+    enum class Shared : std::uint8_t { absent, sticky, notSticky, link };
+    std::string name;
+    std::string type = {}; ///< of the volume; none for the person's own Trash
+    Shared state = Shared::absent;
+};
+std::vector<SharedTrash> sharedTrashes() {
+    using enum SharedTrash::Shared;
+    return {{.name = "home"},
+            {.name = "ext4", .type = "ext4"},
+            {.name = "xfs", .type = "xfs"},
+            {.name = "btrfs", .type = "btrfs"},
+            {.name = "sticky", .type = "ext4", .state = sticky},
+            {.name = "not sticky", .type = "ext4", .state = notSticky},
+            {.name = "link", .type = "ext4", .state = link}};
+}
+
+/// Items of every kind and name, each in a folder of its own.
+struct SharedItems {
+    struct Item {
+        std::string name;
+        std::string folder; ///< that it alone lies in
+        FileFingerprint fingerprint;
+        platform::ItemIdentity identity;
+        bool isReadOnly;
+
+        [[nodiscard]] std::string path() const { return folder + "/" + name; }
+        /// What was put back, by whatever name.
+        [[nodiscard]] bool isBack() const {
+            const auto entries = fs::directory_iterator(folder);
+            return std::any_of(begin(entries), end(entries), [&](const auto& entry) {
+                return platform::fileMetadata(entry.path().string())->identity == identity;
+            });
+        }
+        [[nodiscard]] bool isAscii() const {
+            return std::ranges::all_of(name, [](char each) { return each >= ' '; });
+        }
+    };
+    std::unique_ptr<MountedImage> image; // outlives the mover, which has folders of it open
+    TrashPlace at;
+    std::vector<Item> items;
+
+    [[nodiscard]] const TemporaryFolder& top() const { return image ? image->folder() : at.place; }
+    [[nodiscard]] std::string with() const {
+        return "XDG_DATA_HOME=" + quoted(at.place / "data") + " ";
+    }
+    /// False when its volume cannot be made here.
+    [[nodiscard]] bool prepare(const SharedTrash& shared) {
+        using enum SharedTrash::Shared;
+        if (!shared.type.empty() && !(image = MountedImage::make(shared.type))) return false;
+        const std::string folder = shared.state == link ? "elsewhere" : ".Trash";
+        if (shared.state != absent) {
+            top().folder(folder);
+            top().permissions(folder, shared.state == notSticky ? 0777 : 01777);
+        }
+        if (shared.state == link) top().link(".Trash", folder);
+        int number = 0;
+        for (const std::string& name : oddNames) {
+            for (const char* kind : {"file", "folder", "read-only"}) {
+                const std::string in = "items/" + std::to_string(++number);
+                const std::string item = in + "/" + name;
+                const bool isFile = std::string_view(kind) == "file";
+                const bool isReadOnly = std::string_view(kind) == "read-only";
+                top().file(isFile ? item : item + "/inside", "ours");
+                if (isReadOnly) top().permissions(item, 0555);
+                items.push_back({.name = name,
+                                 .folder = top() / in,
+                                 .fingerprint = fingerprintOf(top() / item),
+                                 .identity = platform::fileMetadata(top() / item)->identity,
+                                 .isReadOnly = isReadOnly});
+            }
+        }
+        return true;
+    }
+    /// Where an item lies in a Trash, by its identity.
+    [[nodiscard]] std::string trashed(const Item& item) const {
+        const std::string user = std::to_string(platform::currentUserID());
+        for (const std::string& files : {at.home + "/files", top() / (".Trash/" + user + "/files"),
+                                         top() / (".Trash-" + user + "/files")}) {
+            std::error_code none;
+            for (const auto& entry : fs::directory_iterator(files, none)) {
+                const auto seen = platform::fileMetadata(entry.path().string());
+                if (seen && seen->identity == item.identity) return entry.path().string();
+            }
+        }
+        return {};
+    }
+    /// Puts back what others put there, and tells how many items they had refused.
+    std::size_t putBackTheirs() const {
+        std::size_t refused = 0;
+        for (const Item& item : items) {
+            const std::string there = trashed(item);
+            if (there.empty()) {
+                EXPECT_TRUE(item.isBack()) << item.name;
+                ++refused;
+                continue;
+            }
+            const auto back = TrashRestorer().putBack({.trashURL = FileURL::file(there),
+                                                       .originalURL = FileURL::file(item.path()),
+                                                       .fingerprint = item.fingerprint});
+            EXPECT_TRUE(back) << item.name << ": " << back.error().description();
+            EXPECT_EQ(platform::fileMetadata(item.path())->identity, item.identity) << item.name;
+        }
+        return refused;
+    }
+};
+
+TEST(Trash, IsSharedOnEveryVolumeWithTheCommandsOfOthers) {
+    if (!runQuietly("command -v trash-list")) GTEST_SKIP() << "trash-cli is not installed";
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can mount volumes";
+    if (!testing::isProcMounted()) GTEST_SKIP() << "trash-cli needs /proc";
+    for (const SharedTrash& shared : sharedTrashes()) {
+        SCOPED_TRACE(shared.name);
+        SharedItems all;
+        if (!all.prepare(shared)) continue;
+        // They change names that are no text, and look for a shorter name than 255 bytes without
+        // end.
+        std::erase_if(all.items, [](const auto& each) { return each.name.starts_with('\xFF'); });
+        for (const auto& item : all.items) ASSERT_TRUE(exists(all.at.put(item.path())));
+        const std::string listed = output(all.with() + "trash-list");
+        for (const auto& item : all.items) {
+            EXPECT_THAT(listed, HasSubstr(item.path()));
+            const std::string told =
+                output("echo 0 | " + all.with() + "trash-restore " + quoted(item.path()));
+            EXPECT_TRUE(item.isBack() && exists(item.path())) << item.name << ": " << told;
+        }
+        std::erase_if(all.items, [](const auto& each) { return each.name.size() > 240; });
+        std::string command = all.with() + "trash-put";
+        for (const auto& item : all.items) command += " " + quoted(item.path());
+        static_cast<void>(output(command));
+        EXPECT_EQ(all.putBackTheirs(), 0U);
+    }
+}
+
+TEST(Trash, IsSharedOnEveryVolumeWithTheDesktop) {
+    if (!runQuietly("command -v gio") || !runQuietly("command -v dbus-run-session") ||
+        !runQuietly("dbus-run-session -- gio list trash:///")) {
+        GTEST_SKIP() << "gio or its Trash is not installed";
+    }
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can mount volumes";
+    for (const SharedTrash& shared : sharedTrashes()) {
+        SCOPED_TRACE(shared.name);
+        SharedItems all;
+        if (!all.prepare(shared)) continue;
+        std::string restoring = "gio trash --list";
+        for (const auto& item : all.items) {
+            const std::string trashed = all.at.put(item.path());
+            ASSERT_TRUE(exists(trashed)) << trashed;
+            // Outside the home they name items by their whole paths, which are encoded twice.
+            std::string leaf = fs::path(trashed).filename().string();
+            if (all.image) {
+                leaf = FileURL::file(trashed).text().substr(7);
+                std::ranges::replace(leaf, '/', '\\');
+            }
+            restoring += "; gio trash --restore " +
+                         quoted("trash:///" + FileURL::file("/" + leaf).text().substr(8));
+        }
+        const std::string session = all.with() + "dbus-run-session -- sh -c ";
+        const std::string told = output(session + tidyro::quoted(restoring));
+        for (const auto& item : all.items) {
+            ASSERT_TRUE(item.isBack()) << item.name << ": " << told;
+            if (item.isAscii()) {
+                EXPECT_TRUE(exists(item.path())) << told;
+                EXPECT_THAT(told, HasSubstr(item.path()));
+                continue;
+            }
+            // What is not ASCII they name anew when they put it back.
+            for (const auto& entry : fs::directory_iterator(item.folder)) {
+                fs::rename(entry.path(), item.path());
+            }
+        }
+        std::string command = "true";
+        for (const auto& item : all.items) command += "; gio trash " + quoted(item.path());
+        static_cast<void>(output(session + tidyro::quoted(command)));
+        EXPECT_EQ(all.putBackTheirs(), 3U) << "they have no room for the note of a long name";
+    }
+}
+
 } // namespace
 } // namespace tidyro
