@@ -16,8 +16,9 @@ class ScheduledChangeGate final : public platform::ChangeGate {
 
     Done perform(platform::DiskChange kind, const std::function<Done()>& change) override {
         const bool isCounted = kind == platform::DiskChange::flush && flushes_ == Flushes::counted;
-        return schedule_.perform<Done>(
-            isCounted ? [] { return Done(); } : change, [](int code) { return Done(std::unexpected(SystemError{code})); });
+        return schedule_.perform<Done>(isCounted ? [] { return Done(); } : change, [](int code) {
+            return Done(std::unexpected(SystemError{code}));
+        });
     }
 
   private:

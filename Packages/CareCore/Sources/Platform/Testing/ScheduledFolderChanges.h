@@ -113,8 +113,7 @@ class ScheduledFolderChanges final : public platform::FolderChanges {
         return perform([&] { return live_.removeFolder(at); });
     }
     Changed flush(const FolderDescriptor& folder) override {
-        return perform(
-            [&] { return flushes_ == Flushes::made ? live_.flush(folder) : Changed(); });
+        return perform([&] { return flushes_ == Flushes::made ? live_.flush(folder) : Changed(); });
     }
     Changed flushVolume(const FolderDescriptor& folder) override {
         return perform(
