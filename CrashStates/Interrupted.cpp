@@ -269,6 +269,11 @@ std::vector<Item> itemsIn(const Places& places) {
     return items;
 }
 
+bool mayBePlanned(const std::string& folder) {
+    return !path::isInsideOrEqual(folder, "/dev") && !path::isInsideOrEqual(folder, "/proc") &&
+           !path::isInsideOrEqual(folder, "/run") && !path::isInsideOrEqual(folder, "/sys");
+}
+
 void prepare(const Places& places) {
     const testing::TemporaryFolder top(places.items);
     for (const Item& item : itemsIn(places)) {

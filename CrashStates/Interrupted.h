@@ -57,6 +57,9 @@ inline constexpr std::size_t putBackCount = 3;
 
 /// Each cleanup's in the order of its plan.
 [[nodiscard]] std::vector<Item> itemsIn(const Places& places);
+/// Whether items in a temporary folder can be planned. Where the system keeps its devices and what
+/// it tells of itself, they never are; tests skip there.
+[[nodiscard]] bool mayBePlanned(const std::string& folder);
 /// Makes the items, on volumes that nobody interrupts.
 void prepare(const Places& places);
 

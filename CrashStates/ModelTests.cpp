@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -101,31 +102,41 @@ std::optional<std::string> faultAt(Crash crash) {
     return std::nullopt;
 }
 
-/// All moments take minutes; usually every third one is tried.
+/// All moments take minutes; usually some are tried, others each time.
 bool isThorough() {
     return std::getenv("TIDYRO_ALL_CRASHES") != nullptr; // NOLINT(concurrency-mt-unsafe)
 }
 
 TEST(CrashModel, LosesNothingWhateverTheDiskForgets) {
+    if (!mayBePlanned(TemporaryFolder().path())) {
+        GTEST_SKIP() << "needs a temporary folder that is no part of the system";
+    }
     for (const bool isSlow : {true, false}) {
         const auto whole = interrupt({.isSlow = isSlow});
         ASSERT_TRUE(whole->faults.empty()) << whole->faults[0];
         EXPECT_GT(whole->changes, 50U);
-        const std::size_t step = isThorough() ? 1U : isSlow ? 4U : 12U;
-        for (std::size_t end = 1; end <= whole->changes; end += step) {
+        const std::size_t step = isThorough() ? 1U : isSlow ? 9U : 27U;
+        for (std::size_t end = 1 + std::random_device()() % step; end <= whole->changes;
+             end += step) {
             const auto fault = faultAt({.end = end, .isSlow = isSlow});
             EXPECT_FALSE(fault) << *fault << (isSlow ? ", folder by folder" : "");
         }
     }
 }
 
-/// Counts the flushes without which the model shows a fault at one of the next moments.
+/// Counts the flushes without which the model shows a fault at one of the next moments. Usually a
+/// few are enough: they prove that the model can show any.
 TEST(CrashModel, ShowsFlushesThatAreLeftOut) {
+    if (!mayBePlanned(TemporaryFolder().path())) {
+        GTEST_SKIP() << "needs a temporary folder that is no part of the system";
+    }
     const auto whole = interrupt({.isSlow = true});
     std::size_t shown = 0;
     std::size_t tried = 0;
     std::string hidden;
+    constexpr std::size_t enough = 2;
     for (std::size_t flush = 0; flush < whole->flushes.size(); flush += isThorough() ? 1U : 8U) {
+        if (shown == enough && !isThorough()) break;
         bool isShown = false;
         for (std::size_t later = 0; later < 8 && !isShown; ++later) {
             const std::size_t end = std::max<std::size_t>(1, whole->flushes[flush] + later);
@@ -136,7 +147,7 @@ TEST(CrashModel, ShowsFlushesThatAreLeftOut) {
         if (!isShown)
             hidden += std::to_string(flush) + "@" + std::to_string(whole->flushes[flush]) + " ";
     }
-    EXPECT_GT(shown, 0U) << "of " << tried;
+    EXPECT_GE(shown, enough) << "of " << tried;
     if (isThorough()) std::printf("%zu of %zu, but not %s\n", shown, tried, hidden.c_str());
 }
 

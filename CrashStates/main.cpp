@@ -53,11 +53,14 @@ struct Scenario {
 /// journal and the notes have are the same everywhere.
 struct Stage {
     std::string folder;
+    int itemsOfFolder = 5;
 
     [[nodiscard]] std::string top(std::size_t disk) const {
         return folder + "/top" + (disk == 0 ? std::string() : "/" + std::string(dataBelowItems));
     }
-    [[nodiscard]] Places places() const { return {.items = top(0), .data = top(1)}; }
+    [[nodiscard]] Places places() const {
+        return {.items = top(0), .data = top(1), .itemsOfFolder = itemsOfFolder};
+    }
 };
 
 struct Recording {
@@ -141,6 +144,7 @@ void follow(Recording& recording, const Stage& stage, const LoggedDisks& disks) 
     const Scenario& scenario = recording.scenario;
     const std::string diskCount = std::to_string(scenario.diskCount);
     const std::string fault = std::to_string(static_cast<int>(scenario.manner.fault));
+    const std::string itemsOfFolder = std::to_string(stage.itemsOfFolder);
     const pid_t child = ::fork();
     if (child == 0) {
         ::dup2(heard[0], STDIN_FILENO);
@@ -148,7 +152,7 @@ void follow(Recording& recording, const Stage& stage, const LoggedDisks& disks) 
         for (const int fd : {told[0], told[1], heard[0], heard[1]}) ::close(fd);
         ::execl("/proc/self/exe", "CrashStates", "--carry-out", stage.folder.c_str(),
                 scenario.type.c_str(), diskCount.c_str(), scenario.manner.isSlow ? "1" : "0",
-                fault.c_str(), nullptr);
+                fault.c_str(), itemsOfFolder.c_str(), nullptr);
         ::_exit(127);
     }
     ::close(heard[0]);
@@ -363,9 +367,9 @@ int start(std::span<char*> arguments) {
     const auto number = [&](std::size_t at) {
         return static_cast<unsigned>(std::strtoul(arguments[at], nullptr, 10));
     };
-    if (arguments.size() == 7 && std::string_view(arguments[1]) == "--carry-out") {
+    if (arguments.size() == 8 && std::string_view(arguments[1]) == "--carry-out") {
         return carryOutAsChild(
-            {.folder = arguments[2]},
+            {.folder = arguments[2], .itemsOfFolder = static_cast<int>(number(7))},
             {.type = arguments[3],
              .diskCount = number(4),
              .manner = {.isSlow = number(5) != 0, .fault = static_cast<Fault>(number(6))}});

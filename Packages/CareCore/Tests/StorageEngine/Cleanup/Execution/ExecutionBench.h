@@ -124,8 +124,11 @@ struct ExecutionBench {
                          .expiresAt = planned.adding(CleanupPlanner::hour),
                          .mode = CleanupExecutionMode::recoverable};
         for (const std::string& name : names) {
-            made.entries.push_back(*policy.planEntry(
-                {.item = FileURL::file(place / name), .measuredBytes = 1, .at = planned}));
+            made.entries.push_back(
+                policy
+                    .planEntry(
+                        {.item = FileURL::file(place / name), .measuredBytes = 1, .at = planned})
+                    .value());
         }
         setPlan(std::move(made));
     }
