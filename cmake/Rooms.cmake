@@ -68,6 +68,16 @@ function(tidyro_tests name)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 600 ${labels})
 endfunction()
 
+# Lays beside an executable what it needs to run other programs.
+function(tidyro_runs_programs name)
+  if(NOT TARGET TidyroKeeper)
+    return()
+  endif()
+  add_dependencies(${name} TidyroKeeper)
+  add_custom_command(TARGET ${name} PRE_LINK COMMAND ${CMAKE_COMMAND} -E create_symlink
+    $<TARGET_FILE:TidyroKeeper> $<TARGET_FILE_DIR:${name}>/$<TARGET_FILE_NAME:TidyroKeeper>)
+endfunction()
+
 # The check of the arrows, and a check of the check: a room that breaks both rules must fail.
 function(tidyro_check_rooms)
   if(NOT TIDYRO_TESTS)
