@@ -335,9 +335,10 @@ TEST(CleanupSession, KeepsTheSheetOfACleanupThatIsAboutToRun) {
     ASSERT_TRUE(session->settle()); // makes the history
     const std::string sheet = "home/.local/share/Harborline/plans";
     const auto other = home.session();
+    bool hasSettled = false;
     home.onClock = [&] {
-        if (home.below(sheet).empty()) return;
-        home.onClock = nullptr;
+        if (hasSettled || home.below(sheet).empty()) return;
+        hasSettled = true;
         static_cast<void>(other->settle()); // drops what no cleanup needs
     };
     const auto receipt =
@@ -434,9 +435,10 @@ TEST(CleanupSession, ASimulationIsTheRunWithoutAChange) {
             "lsetxattr,fsetxattr,removexattr,lremovexattr,fremovexattr,fallocate,copy_file_range";
         const std::string self = fs::read_symlink("/proc/self/exe").string();
         ASSERT_TRUE(testing::runQuietly(
-            std::string(tracedName) + "=1 strace -f -y -s 4096 -e trace='" + calls + "' -o '" +
-            (place / "trace") + "' '" + self +
-            "' --gtest_filter=CleanupSession.ASimulationIsTheRunWithoutAChange"));
+            // Looking for leaks is itself a trace, and there can be only one.
+            "ASAN_OPTIONS=detect_leaks=0 " + std::string(tracedName) +
+            "=1 strace -f -y -s 4096 -e trace='" + calls + "' -o '" + (place / "trace") + "' '" +
+            self + "' --gtest_filter=CleanupSession.ASimulationIsTheRunWithoutAChange"));
         std::ifstream trace(place / "trace");
         bool isInside = false;
         std::size_t lookedAt = 0;
