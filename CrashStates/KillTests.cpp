@@ -34,6 +34,7 @@ std::vector<Acknowledged> acknowledgedIn(const std::string& path) {
 /// The kernel's own calls, so nothing depends on who calls them in the product. Only the process
 /// dies: what it changed stays in the system's memory.
 TEST(KilledCleanup, LosesNothingWhicheverCallItDiesIn) {
+    if (testing::isSanitized()) GTEST_SKIP() << "a traced sanitizer takes minutes";
     if (!testing::runQuietly("strace -e trace=none true")) GTEST_SKIP() << "needs strace";
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     if (!mayBePlanned(testing::TemporaryFolder().path())) {

@@ -73,6 +73,14 @@ std::string asOrdinaryUser(const std::function<std::string()>& work) {
     return ended.text;
 }
 
+bool isSanitized() {
+#ifdef __has_feature
+    return __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+    return false;
+#endif
+}
+
 bool leaveOpenFiles(unsigned count) {
     rlim_t numbers = 0; // the limit is on descriptors' numbers, and some below it are taken
     for (; count > 0; ++numbers) {

@@ -24,6 +24,10 @@ namespace tidyro::testing {
 /// does not; tests of the running system skip there.
 [[nodiscard]] bool isProcMounted();
 
+/// Whether a sanitizer watches this process. It needs descriptors of its own, and another program
+/// that traces the process makes it crawl.
+[[nodiscard]] bool isSanitized();
+
 /// Lets this process open so many files more than it has open now. Only in a child.
 [[nodiscard]] bool leaveOpenFiles(unsigned count);
 
