@@ -51,11 +51,12 @@ TEST(KilledCleanup, LosesNothingWhicheverCallItDiesIn) {
                                 .itemsOfFolder = 2};
             prepare(places);
             const std::string acknowledged = place / "acknowledged";
+            // A process that is killed cannot remove its own folder, so it makes it in this one.
             const std::string command =
-                "strace -f -qq -o /dev/null -e trace=" + call + " -e inject=" + call +
-                ":signal=KILL:when=" + std::to_string(number) + " " + CRASH_STATES +
-                " --carry-out '" + place.path() + "' any 1 0 0 2 </dev/zero >'" + acknowledged +
-                "' 2>/dev/null";
+                "TMPDIR='" + place.path() + "' strace -f -qq -o /dev/null -e trace=" + call +
+                " -e inject=" + call + ":signal=KILL:when=" + std::to_string(number) + " " +
+                CRASH_STATES + " --carry-out '" + place.path() + "' any 1 0 0 2 </dev/zero >'" +
+                acknowledged + "' 2>/dev/null";
             const int status = std::system(command.c_str()); // NOLINT
             platform::LiveFolderChanges changes;
             const auto faults =
