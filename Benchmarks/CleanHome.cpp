@@ -155,6 +155,7 @@ int main(int count, char** arguments) {
     CleanupSession::Options options;
     options.home = home;
     options.support = home.appendingFolder(".local/share/Harborline");
+    options.ageFloor = CleanupAgeFloor::everything; // what was made for it is new
     options.machine.trashHome = home.appendingFolder(".local/share/Trash");
     CleanupSession session(options);
     if (what == "simulation") return clean(session, CleanupExecutionMode::simulation);
