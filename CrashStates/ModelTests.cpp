@@ -13,6 +13,7 @@
 #include "Platform/Testing/ScheduledChangeGate.h"
 #include "Platform/Testing/ScheduledFolderChanges.h"
 #include "Platform/Testing/UnflushedChanges.h"
+#include "Support/OtherCircumstances.h"
 #include "Support/TemporaryFolder.h"
 #include "Witness.h"
 
@@ -108,6 +109,7 @@ bool isThorough() {
 }
 
 TEST(CrashModel, LosesNothingWhateverTheDiskForgets) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     if (!mayBePlanned(TemporaryFolder().path())) {
         GTEST_SKIP() << "needs a temporary folder that is no part of the system";
     }
@@ -127,6 +129,7 @@ TEST(CrashModel, LosesNothingWhateverTheDiskForgets) {
 /// Counts the flushes without which the model shows a fault at one of the next moments. Usually a
 /// few are enough: they prove that the model can show any.
 TEST(CrashModel, ShowsFlushesThatAreLeftOut) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     if (!mayBePlanned(TemporaryFolder().path())) {
         GTEST_SKIP() << "needs a temporary folder that is no part of the system";
     }

@@ -91,7 +91,10 @@ bool leaveOpenFiles(unsigned count) {
 }
 
 #ifdef __linux__
+bool isProcMounted() { return ::access("/proc/self/mountinfo", R_OK) == 0; }
+
 std::optional<std::string> inMountNamespace(const std::function<std::string()>& work) {
+    if (!isProcMounted()) return std::nullopt;
     const Ended ended = run(
         [] {
             return ::unshare(CLONE_NEWNS) == 0 &&
@@ -106,8 +109,6 @@ std::optional<std::string> inMountNamespace(const std::function<std::string()>& 
 bool bindMount(const std::string& source, const std::string& target) {
     return ::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0;
 }
-
-bool isProcMounted() { return ::access("/proc/self/mountinfo", R_OK) == 0; }
 #else
 bool isProcMounted() { return true; }
 std::optional<std::string> inMountNamespace(const std::function<std::string()>&) {
@@ -121,7 +122,7 @@ bool runQuietly(const std::string& command) {
 }
 
 std::unique_ptr<MountedImage> MountedImage::make(const std::string& type) {
-    if (::getuid() != 0) return nullptr;
+    if (::getuid() != 0 || !isProcMounted()) return nullptr;
     std::unique_ptr<MountedImage> image(new MountedImage);
     image->place_.hole("image", 400'000'000);
     image->place_.folder("mounted");

@@ -90,6 +90,7 @@ std::ptrdiff_t openDescriptors() {
 }
 
 TEST(FolderFlushes, FlushEachVolumeOnceHoweverManyFoldersChanged) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs another volume";
     FlushesBench bench;
     EXPECT_TRUE(bench.flushes.flush());
     EXPECT_THAT(bench.changes.take(), IsEmpty()) << "nothing was changed";
@@ -99,16 +100,10 @@ TEST(FolderFlushes, FlushEachVolumeOnceHoweverManyFoldersChanged) {
         bench.note("to" + std::to_string(i), Side::entered);
     }
     EXPECT_EQ(openDescriptors(), before + 1);
-    if (testing::isProcMounted()) {
-        EXPECT_TRUE(bench.flushes.note(*FolderDescriptor::openRoot("/proc/self"), Side::left));
-    }
+    EXPECT_TRUE(bench.flushes.note(*FolderDescriptor::openRoot("/dev"), Side::left));
     bench.changes.secondsForVolume = FolderFlushes::maxSecondsForVolume; // not longer than that
     EXPECT_TRUE(bench.flushes.flush());
-    if (testing::isProcMounted()) {
-        EXPECT_THAT(bench.changes.take(), UnorderedElementsAre("volume", "other volume"));
-    } else {
-        EXPECT_THAT(bench.changes.take(), ElementsAre("volume"));
-    }
+    EXPECT_THAT(bench.changes.take(), UnorderedElementsAre("volume", "other volume"));
     EXPECT_EQ(openDescriptors(), before);
     EXPECT_TRUE(bench.flushes.flush());
     EXPECT_THAT(bench.changes.take(), IsEmpty()) << "all of it is on the disk already";

@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <stdio.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -633,18 +636,14 @@ TEST(TrashEmptier, RemovesNoStrangerThatTakesAnItemsPlace) {
         bench.put({"a", "f"});
         const auto inside = platform::FolderDescriptor::openRoot(bench.inTrash("f/deep/er"));
         ASSERT_TRUE(inside);
-        const std::string held = "/proc/self/fd/" + std::to_string(inside->fd());
         std::set<std::string> planted;
-        const auto save = [&](const std::string& path) {
+        const auto save = [&](const std::string& path, int folder = AT_FDCWD) {
             const std::string text = "stranger " + std::to_string(planted.size());
-            if (!exists(std::string(path::parent(path)))) return;
             bench.place.file(text, text);
-            std::error_code refused;
-            fs::rename(bench.place / text, path, refused);
-            if (refused) {
-                fs::remove(bench.place / text);
-            } else {
+            if (::renameat(AT_FDCWD, (bench.place / text).c_str(), folder, path.c_str()) == 0) {
                 planted.insert(text);
+            } else {
+                fs::remove(bench.place / text);
             }
         };
         std::uint64_t seen = 0;
@@ -653,8 +652,8 @@ TEST(TrashEmptier, RemovesNoStrangerThatTakesAnItemsPlace) {
             save(bench.inTrash("a"));
             save(bench.inTrash("f/one"));
             save(bench.inTrash("f/deep/new"));
-            save(held + "/two");
-            save(held + "/three");
+            save("two", inside->fd());
+            save("three", inside->fd());
         };
         const auto made = bench.empty(bench.acknowledgement());
         EXPECT_TRUE(made);
