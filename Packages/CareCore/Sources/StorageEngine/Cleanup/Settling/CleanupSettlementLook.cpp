@@ -334,7 +334,9 @@ void CleanupSettlementLooker::judgeMissing(const Course& course, const CleanupIn
     const Folder& around = opened(parent);
     if (isInsideTrashedFolder(course, entry)) {
         item.found = Found::goneBefore;
-    } else if (around.seen && !comparison_.isOnItsVolume(*around.seen, entry.fingerprint)) {
+        return;
+    }
+    if (around.seen && !comparison_.isOnItsVolume(*around.seen, entry.fingerprint)) {
         item.reason = "The disk that it lay on is not there.";
     } else if (!course.mayBeReached.contains(&entry) && course.recorded.passedOverLineCount == 0) {
         item.found = Found::goneBefore;
