@@ -94,8 +94,10 @@ class BoundedRun {
             if (end_ && now >= *end_) break;
             if (hadMore) continue;
             const auto left = std::max((end_ ? *end_ : deadline_) - now, Clock::duration(0));
-            // What has been signalled would end each further wait at once.
-            const bool isSignalled = output_.cancelled;
+            // What has been signalled would end each further wait at once. So would a cancellation
+            // of a program that is ended already, for which it is too late to change anything.
+            const bool isTooLate = output_.timedOut && !child_.hasExited() && isCancelled();
+            const bool isSignalled = output_.cancelled || isTooLate;
             child_.wait(isSignalled ? left : std::min<std::chrono::nanoseconds>(left, maxWait),
                         isSignalled ? nullptr : wake);
         }

@@ -251,6 +251,30 @@ TEST_F(BoundedProcessRuns, AreCancelled) {
     EXPECT_EQ(shell("exec sleep 100").runSynchronously([&] { return ++questions > 3; }), expected);
 }
 
+TEST_F(BoundedProcessRuns, CostNothingWhenTheyAreCancelledAfterTheirTime) {
+    const auto usedSeconds = [] {
+        rusage used{};
+        ::getrusage(RUSAGE_SELF, &used);
+        const auto seconds = [](const timeval& time) {
+            return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+        };
+        return seconds(used.ru_utime) + seconds(used.ru_stime);
+    };
+    BoundedProcess asked = shell("trap '' TERM; while :; do sleep 100; done");
+    asked.timeout = 0.05;
+    asked.terminationGrace = 0.5;
+    std::stop_source source;
+    const std::jthread canceller([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        source.request_stop();
+    });
+    const double before = usedSeconds();
+    const auto output = asked.run(source.get_token());
+    ASSERT_TRUE(output);
+    EXPECT_TRUE(output->timedOut && !output->cancelled);
+    EXPECT_LT(usedSeconds() - before, 0.1); // the rest of the grace is waited for
+}
+
 TEST_F(BoundedProcessRuns, AreCleanWheneverTheyAreCancelled) {
     std::mt19937 random(1);
     std::uniform_int_distribution<int> microseconds(0, 6'000);
