@@ -106,7 +106,10 @@ void ScratchFolder::remove() {
     std::error_code failed;
     fs::remove_all(url_.path(), failed);
     if (!failed) return;
-    // A program may have closed a folder that it made, which hides what is in it.
+    // A program may have closed its working folder, or one that it made, which hides what is in it.
+    std::error_code stillClosed;
+    fs::permissions(url_.path(), fs::perms::owner_all,
+                    fs::perm_options::replace | fs::perm_options::nofollow, stillClosed);
     for (fs::recursive_directory_iterator at(url_.path(), failed), end; !failed && at != end;
          at.increment(failed)) {
         std::error_code unchanged;

@@ -169,6 +169,22 @@ TEST_F(ValidatedExecutables, AreAskedInAFolderThatGoes) {
     EXPECT_EQ(ScratchFolder::make("check", FileURL::folder(place_ / "scratch")), std::nullopt);
 }
 
+TEST_F(ValidatedExecutables, LeaveNoFolderThatTheirAnswerHasClosed) {
+    place_.folder("scratch");
+    place_.permissions("scratch", 0777);
+    place_.permissions("", 0755);
+    EXPECT_EQ(testing::asOrdinaryUser([&] {
+                  auto scratch = ScratchFolder::make("check", FileURL::folder(place_ / "scratch"));
+                  if (!scratch) return "not made";
+                  BoundedProcess asked = testing::shell("mkdir a; touch a/b; chmod 0 a .");
+                  asked.currentDirectory = scratch->url();
+                  if (!asked.run()) return "not run";
+                  scratch->remove();
+                  return std::filesystem::is_empty(place_ / "scratch") ? "gone" : "left";
+              }),
+              "gone");
+}
+
 /// As the header of bounded runs shows it.
 std::optional<BoundedProcess::Output>
 askForVersion(const FileURL& home, const ScratchFolder& scratch, const CancelToken& token) {
