@@ -145,10 +145,14 @@ std::optional<ValidatedExecutable> ValidatedExecutable::validated(const FileURL&
     const auto seen = opened->metadata();
     if (!seen || !isTrustworthyFile(*seen)) return std::nullopt;
     auto record = recordOf(*resolved, *seen);
-    const Launch launch = options.launcher ? options.launcher(*resolved)
-                                           : Launch{.executable = *resolved,
-                                                    .arguments = {"--version"},
-                                                    .environment = options.environment};
+    const auto usualLaunch = [&]() -> Launch {
+        return {.executable = *resolved,
+                .arguments = {"--version"},
+                .environment = options.environment
+                                   ? *options.environment
+                                   : BoundedProcess::defaultEnvironment(platform::homeFolder())};
+    };
+    const Launch launch = options.launcher ? options.launcher(*resolved) : usualLaunch();
     const auto scratch = ScratchFolder::make("check", options.scratchRoot);
     if (!record || launch.executable != *resolved || !scratch) return std::nullopt;
 

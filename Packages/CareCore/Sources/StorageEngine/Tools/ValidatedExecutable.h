@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Base/FileURL.h"
@@ -54,13 +55,15 @@ struct ValidatedExecutable {
         std::map<std::string, std::string> environment;
     };
     enum class Scripts : std::uint8_t { refused, allowed };
+    /// Makes a version from what the probe printed, repaired where it is no UTF-8; none when the
+    /// program is another one.
+    using VersionReader = std::function<std::optional<std::string>(std::string_view output)>;
 
     struct Options {
-        std::map<std::string, std::string> environment;
+        /// The default one of the person's home when left out.
+        std::optional<std::map<std::string, std::string>> environment = std::nullopt;
         bool allowTemporaryLocation = false;
-        /// Makes a version from what the probe printed, repaired where it is no UTF-8; none when
-        /// the program is another one.
-        std::function<std::optional<std::string>(std::string_view output)> version;
+        VersionReader version;
         /// Seconds.
         double versionTimeout = 5;
         double terminationGrace = 5;
@@ -76,6 +79,14 @@ struct ValidatedExecutable {
     /// Checks the file and asks it for its version, in a folder of its own. None when either fails.
     [[nodiscard]] static std::optional<ValidatedExecutable> validated(const FileURL& at,
                                                                       const Options& options);
+    /// The same for a program that tells its version in the usual way.
+    [[nodiscard]] static std::optional<ValidatedExecutable>
+    validate(const FileURL& at, std::optional<std::map<std::string, std::string>> environment,
+             bool allowTemporaryLocation, VersionReader version) {
+        return validated(at, {.environment = std::move(environment),
+                              .allowTemporaryLocation = allowTemporaryLocation,
+                              .version = std::move(version)});
+    }
 
     /// The resolved path when it leads to a regular file that
     ///

@@ -6,6 +6,7 @@
 
 #include "Base/JSONCoding.h"
 #include "Platform/Files/FileMetadata.h"
+#include "Platform/Folders/WellKnownFolders.h"
 #include "StorageEngine/Tools/ToolExecutableLocator.h"
 #include "StorageEngine/Tools/ToolRuns.h"
 #include "Support/TemporaryFolder.h"
@@ -167,6 +168,16 @@ TEST_F(ValidatedExecutables, AreAskedInAFolderThatGoes) {
     std::filesystem::remove(place_ / "scratch");
     place_.file("scratch", "no folder");
     EXPECT_EQ(ScratchFolder::make("check", FileURL::folder(place_ / "scratch")), std::nullopt);
+}
+
+TEST_F(ValidatedExecutables, AreAskedInTheDefaultEnvironmentWhenNoneIsGiven) {
+    place_.file("tool", "#!/bin/sh\necho $HOME $PATH $NO_COLOR $LANG");
+    place_.permissions("tool", 0755);
+    const auto version = [](std::string_view output) { return std::optional(std::string(output)); };
+    const auto tool =
+        ValidatedExecutable::validate(FileURL::file(place_ / "tool"), std::nullopt, true, version);
+    ASSERT_TRUE(tool);
+    EXPECT_EQ(tool->version, platform::homeFolder().path() + " /usr/bin:/bin 1 en_US.UTF-8\n");
 }
 
 TEST_F(ValidatedExecutables, LeaveNoFolderThatTheirAnswerHasClosed) {
