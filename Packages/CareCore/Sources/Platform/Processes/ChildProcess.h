@@ -59,7 +59,8 @@ enum class ChildStream : std::uint8_t { output, error };
 /// On Linux all that comes of the program is ended with it, also what has left its group. A small
 /// program of ours, the keeper, stands between the two and adopts whatever loses its parent. This
 /// process could not do that itself: it would adopt the orphans of programs that others of its
-/// threads have started. On macOS only the program's group is ended.
+/// threads have started. A program that ends its keeper by force (SIGKILL) gets out of reach, with
+/// all that it started. On macOS only the program's group is ended.
 ///
 /// Used by one thread. No call but `wait` and `end` waits for anything.
 class ChildProcess {

@@ -136,8 +136,8 @@ class BoundedRun {
         const bool isOutputCut = hasExited && !child_.isAtEnd(ChildStream::output);
         const bool isErrorCut = hasExited && !child_.isAtEnd(ChildStream::error);
         output_.exitCode = child_.end();
-        // Nobody writes any more, so this ends. A descriptor that was handed to a stranger is why
-        // it has a bound all the same.
+        // All who wrote are gone, so this takes the rest. It is bounded all the same: the program
+        // may have handed its end of a pipe to a stranger who goes on writing.
         for (const ChildStream stream : {ChildStream::output, ChildStream::error}) {
             static_cast<void>(drain(stream));
         }

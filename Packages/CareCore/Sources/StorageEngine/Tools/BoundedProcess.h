@@ -33,8 +33,9 @@
 namespace tidyro {
 
 /// One run of a program, as a value. The program gets nothing of this process but what is said
-/// here: no variable, no descriptor, no terminal. When the run returns, neither the program nor
-/// anything that it started is left, and no descriptor of ours.
+/// here: no variable, no descriptor, no terminal. When the run returns, no descriptor of ours is
+/// left, and neither the program nor anything that it started. `ChildProcess` tells what no system
+/// lets us end.
 ///
 /// A run is bounded by `timeout` and `terminationGrace` together, and some moments for the system
 /// to end what has to be ended.
@@ -101,7 +102,7 @@ struct BoundedProcess {
     /// over. None when the program could not be started. A token that asks already starts nothing.
     [[nodiscard]] std::optional<Output> run(const CancelToken& token = {}) const;
 
-    /// The same on the calling thread. `isCancelled` is asked twenty times a second.
+    /// The same on the calling thread. `isCancelled` is asked at least twenty times a second.
     [[nodiscard]] std::optional<Output>
     runSynchronously(const std::function<bool()>& isCancelled = {}) const;
 

@@ -23,8 +23,8 @@ struct Report {
     std::int32_t value;
 };
 
-/// When the connection closes without an order, the keeper first does the one and, some seconds
-/// later, the other: then nobody is left who could enforce the program's bounds.
+/// When the connection closes, nobody is left who could enforce the program's bounds. Then the
+/// keeper gives itself both orders, the second one some seconds after the first.
 enum class Order : std::int32_t {
     terminate, ///< SIGTERM to the program's group
     end,       ///< SIGKILL to all that is left; the keeper goes when nothing is
