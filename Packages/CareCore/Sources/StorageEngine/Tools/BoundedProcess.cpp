@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "Platform/Machine/DedicatedThread.h"
@@ -230,13 +231,15 @@ std::optional<BoundedProcess::Output> BoundedProcess::run(const CancelToken& tok
     StopFlag flag;
     const std::stop_callback cancelled(token, [&flag] { flag.set(); });
     std::optional<Output> output;
-    {
+    try {
         const platform::DedicatedThread thread(
             "Tidyro.BoundedProcess", platform::Quality::userInitiated, [&] {
                 output = runBounded(
                     *this, [&flag] { return flag.value(); }, flag.wake(),
                     flag.wake() != nullptr ? std::chrono::nanoseconds::max() : betweenQuestions);
             });
+    } catch (const std::system_error&) {
+        return std::nullopt; // the system has no thread left, and so no process either
     }
     return output;
 }

@@ -96,6 +96,16 @@ TEST_F(BoundedProcessRuns, FailWithoutDescriptors) {
     EXPECT_EQ(output, Output{.standardOutput = "\n"});
 }
 
+TEST_F(BoundedProcessRuns, FailWithoutThreads) {
+    if (testing::isSanitized()) GTEST_SKIP() << "a sanitizer starts threads of its own";
+    EXPECT_EQ(testing::asOrdinaryUser([] {
+                  const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+                  if (::setrlimit(RLIMIT_NPROC, &none) != 0) return "not limited";
+                  return process("/bin/true").run() ? "run" : "not started";
+              }),
+              "not started");
+}
+
 /// What a program that would outstay its run gets.
 struct Stuck {
     const char* description;
