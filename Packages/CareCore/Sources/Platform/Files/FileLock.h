@@ -40,6 +40,11 @@ class FileLock {
     /// Looks without making the file. A missing one is not held.
     [[nodiscard]] static std::expected<State, SystemError> state(const std::string& path);
 
+    /// Whether anybody has the lock of another program's file, alone or together with others. It
+    /// makes and writes nothing. To learn it, it takes the lock for a moment when it is free. A
+    /// missing file is not locked.
+    [[nodiscard]] static std::expected<bool, SystemError> isTaken(const std::string& path);
+
   private:
     explicit FileLock(int fd) : fd_(fd) {}
 

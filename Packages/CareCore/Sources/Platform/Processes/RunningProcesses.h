@@ -44,6 +44,18 @@ struct ProcessActivity {
     bool areOthersHidden = false;
 };
 
+/// What a process was started with, and where it works. It may name files here that it has not open
+/// at the moment: an interpreter names its script, and a search path the folders of programs.
+struct ProcessStart {
+    std::int64_t pid;
+    std::vector<std::string> arguments = {};   ///< the program's name first
+    std::vector<std::string> environment = {}; ///< "name=value" each; empty when it may not be read
+    std::string workingFolder = {};            ///< empty when it may not be read
+};
+
+/// The number of this process.
+[[nodiscard]] std::int64_t currentProcessID();
+
 /// Handed in, so that tests decide what runs. Any thread may ask.
 class RunningProcesses {
   public:
@@ -52,12 +64,16 @@ class RunningProcesses {
     /// it is unknown which files are in use: the system does not tell even of this process, or
     /// reading failed for another reason than permissions.
     [[nodiscard]] virtual std::expected<ProcessActivity, SystemError> activity() const = 0;
+    /// One pass likewise. What may not be read is left out: it is other people's, and
+    /// `ProcessActivity::unreadable` counts them. A process may have changed its own texts.
+    [[nodiscard]] virtual std::expected<std::vector<ProcessStart>, SystemError> starts() const = 0;
 };
 
 /// The processes of the running system.
 class LiveRunningProcesses final : public RunningProcesses {
   public:
     [[nodiscard]] std::expected<ProcessActivity, SystemError> activity() const override;
+    [[nodiscard]] std::expected<std::vector<ProcessStart>, SystemError> starts() const override;
 };
 
 } // namespace tidyro::platform

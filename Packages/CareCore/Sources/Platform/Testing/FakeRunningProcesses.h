@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <expected>
+#include <vector>
 
 #include "Platform/Processes/RunningProcesses.h"
 
@@ -12,11 +13,15 @@ namespace tidyro::platform::testing {
 class FakeRunningProcesses final : public RunningProcesses {
   public:
     std::expected<ProcessActivity, SystemError> answer = ProcessActivity{};
+    std::vector<ProcessStart> started;
     mutable std::atomic<int> timesAsked = 0;
 
     [[nodiscard]] std::expected<ProcessActivity, SystemError> activity() const override {
         ++timesAsked;
         return answer;
+    }
+    [[nodiscard]] std::expected<std::vector<ProcessStart>, SystemError> starts() const override {
+        return started;
     }
 };
 

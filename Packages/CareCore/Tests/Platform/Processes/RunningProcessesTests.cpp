@@ -124,6 +124,25 @@ TEST(RunningProcesses, HaveFilesOpenMappedAndRunning) {
     EXPECT_NE(find(*activity, ::getpid()), nullptr);
 }
 
+TEST(RunningProcesses, TellHowTheyWereStarted) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
+    const TemporaryFolder place;
+    const OtherProcess other([&] {
+        std::array<std::string, 2> variables{"A=b=c", "EMPTY="};
+        const std::array<char*, 3> environment{variables[0].data(), variables[1].data(), nullptr};
+        if (::chdir(place.path().c_str()) != 0) ::_exit(1);
+        ::execle("/bin/sleep", "renamed", "1000", "1.0", nullptr, environment.data());
+    });
+    const auto starts = LiveRunningProcesses().starts();
+    ASSERT_TRUE(starts);
+    const auto found = std::ranges::find(*starts, other.pid(), &ProcessStart::pid);
+    ASSERT_NE(found, starts->end());
+    EXPECT_EQ(found->arguments, (std::vector<std::string>{"renamed", "1000", "1.0"}));
+    EXPECT_EQ(found->environment, (std::vector<std::string>{"A=b=c", "EMPTY="}));
+    EXPECT_EQ(found->workingFolder, place.path());
+    EXPECT_NE(std::ranges::find(*starts, currentProcessID(), &ProcessStart::pid), starts->end());
+}
+
 TEST(RunningApplications, AreToldByExecutableAndName) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     const TemporaryFolder place;

@@ -23,6 +23,10 @@ class SeenProcesses final : public platform::RunningProcesses {
         if (seen) seen->areOthersHidden = false;
         return seen;
     }
+    [[nodiscard]] std::expected<std::vector<platform::ProcessStart>, SystemError>
+    starts() const override {
+        return platform::LiveRunningProcesses().starts();
+    }
 };
 
 /// The machine around a home: real processes unless a test chooses them, chosen volumes and

@@ -193,7 +193,44 @@ void addOtherPaths(RunningProcess& process, std::span<const PathAliases> meant) 
     keepEachOnce(process.files);
 }
 
+/// Texts with a zero byte behind each.
+std::vector<std::string> zeroEndedTexts(std::string_view bytes) {
+    std::vector<std::string> texts;
+    while (!bytes.empty()) {
+        const std::string_view text = bytes.substr(0, bytes.find('\0'));
+        texts.emplace_back(text);
+        bytes.remove_prefix(std::min(text.size() + 1, bytes.size()));
+    }
+    return texts;
+}
+
 } // namespace
+
+std::int64_t currentProcessID() { return ::getpid(); }
+
+std::expected<std::vector<ProcessStart>, SystemError> LiveRunningProcesses::starts() const {
+    const auto pids = processIDs();
+    if (!pids) return std::unexpected(pids.error());
+    std::vector<ProcessStart> starts;
+    std::string text;
+    // An error leaves the text empty, and so does a thread of the kernel.
+    const auto read = [&](const FolderDescriptor& folder, const char* name) -> const std::string& {
+        static_cast<void>(readKernelFile(folder.fd(), name, text).has_value());
+        return text;
+    };
+    for (const long pid : *pids) {
+        const auto folder = openProcess(pid);
+        if (!folder) continue;
+        ProcessStart start{.pid = pid,
+                           .arguments = zeroEndedTexts(read(*folder, "cmdline")),
+                           .environment = zeroEndedTexts(read(*folder, "environ")),
+                           .workingFolder = {}};
+        if (readKernelLink(folder->fd(), "cwd", text)) start.workingFolder = text;
+        const bool isEmpty = start.arguments.empty() && start.environment.empty();
+        if (!isEmpty || !start.workingFolder.empty()) starts.push_back(std::move(start));
+    }
+    return starts;
+}
 
 std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() const {
     const auto pids = processIDs();

@@ -1,6 +1,7 @@
 #include "Platform/Processes/RunningProcesses.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -8,6 +9,7 @@
 #include <libproc.h>
 #include <sys/proc_info.h>
 #include <sys/stat.h>
+#include <sys/sysctl.h>
 #include <unistd.h>
 
 #include "Platform/MacOS/Processes/ProcessTable.h"
@@ -72,7 +74,52 @@ std::expected<void, SystemError> readMappedFiles(int pid, RunningProcess& proces
     }
 }
 
+/// The texts as the kernel keeps them: the number of arguments, the path of the program, zeros, the
+/// arguments and the environment, each with a zero byte behind it. Nothing when they may not be
+/// read.
+void readTexts(int pid, ProcessStart& start) {
+    std::array<int, 3> name{CTL_KERN, KERN_PROCARGS2, pid};
+    std::size_t size = 1'048'576; // the most that a process can be started with
+    std::string bytes(size, '\0');
+    if (::sysctl(name.data(), name.size(), bytes.data(), &size, nullptr, 0) != 0) return;
+    bytes.resize(size);
+    int count = 0;
+    if (bytes.size() < sizeof(count)) return;
+    std::memcpy(&count, bytes.data(), sizeof(count));
+    std::size_t at = bytes.find('\0', sizeof(count));
+    at = at == std::string::npos ? at : bytes.find_first_not_of('\0', at);
+    while (at != std::string::npos && at < bytes.size()) {
+        const std::size_t end = std::min(bytes.find('\0', at), bytes.size());
+        auto& texts = count > 0 ? start.arguments : start.environment;
+        // Other facts of the system stand behind the environment.
+        if (count <= 0 && end == at) return;
+        texts.push_back(bytes.substr(at, end - at));
+        if (count > 0) --count;
+        at = end + 1;
+    }
+}
+
 } // namespace
+
+std::int64_t currentProcessID() { return ::getpid(); }
+
+std::expected<std::vector<ProcessStart>, SystemError> LiveRunningProcesses::starts() const {
+    const auto pids = processIDs();
+    if (!pids) return std::unexpected(pids.error());
+    std::vector<ProcessStart> starts;
+    for (const int pid : *pids) {
+        ProcessStart start{.pid = pid, .arguments = {}, .environment = {}, .workingFolder = {}};
+        readTexts(pid, start);
+        proc_vnodepathinfo folders{};
+        const int got = ::proc_pidinfo(pid, PROC_PIDVNODEPATHINFO, 0, &folders, sizeof(folders));
+        if (got == static_cast<int>(sizeof(folders))) {
+            start.workingFolder = textOf(folders.pvi_cdir.vip_path);
+        }
+        const bool isEmpty = start.arguments.empty() && start.environment.empty();
+        if (!isEmpty || !start.workingFolder.empty()) starts.push_back(std::move(start));
+    }
+    return starts;
+}
 
 std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() const {
     const auto pids = processIDs();

@@ -66,4 +66,16 @@ std::expected<FileLock::State, SystemError> FileLock::state(const std::string& p
     return state;
 }
 
+std::expected<bool, SystemError> FileLock::isTaken(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT) return false;
+    if (fd < 0) return std::unexpected(SystemError{errno});
+    const FileLock closing(fd); // which lets go of the lock as well
+    while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK) return true;
+        if (errno != EINTR) return std::unexpected(SystemError{errno});
+    }
+    return false;
+}
+
 } // namespace tidyro::platform
