@@ -1,11 +1,14 @@
 #include "StorageEngine/Tools/ToolCommandLog.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <tuple>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "Base/JSONCoding.h"
 #include "Platform/Files/DurableFile.h"
@@ -20,6 +23,18 @@ using Record = ToolCommandLog::Record;
 
 constexpr std::string_view recordEnding = ".json";
 constexpr std::size_t maxRecordBytes = 1'048'576;
+
+/// A file of its own beside the record, locked while the command runs. The record itself cannot be
+/// locked, since it is replaced. Nobody but the one who runs the command ever takes the lock, so
+/// the file may be removed.
+std::string lockPath(const FileURL& directory, const UUID& id) {
+    return directory.appending(id.text() + ".lock").path();
+}
+
+void removeLock(const FileURL& directory, const UUID& id) {
+    std::error_code unchanged;
+    std::filesystem::remove(lockPath(directory, id), unchanged);
+}
 
 /// The id that a record's file is named by.
 std::optional<UUID> recordIDIn(std::string_view name) {
@@ -82,8 +97,33 @@ std::expected<void, SystemError> ToolCommandLog::write(const Record& record,
     const std::string path =
         directory.appending(record.id.text() + std::string(recordEnding)).path();
     // A sibling of its own name: what a crash leaves of it, the next write of the record takes.
-    return platform::writeDurably(path, jsonText(toJSON(record)),
-                                  {.sibling = path + ".partial", .gate = &gate});
+    auto written = platform::writeDurably(path, jsonText(toJSON(record)),
+                                          {.sibling = path + ".partial", .gate = &gate});
+    if (written && record.finishedAt) removeLock(directory, record.id);
+    return written;
+}
+
+std::expected<ToolCommandLog::Running, SystemError>
+ToolCommandLog::begin(Record record, platform::ChangeGate& gate) const {
+    if (auto made = platform::makePrivateFolder(directory.path(), gate); !made) {
+        return std::unexpected(made.error());
+    }
+    // Locked before the record is there, so that the record is never seen without its lock. Until
+    // then nobody looks at the lock, so it is not waited for.
+    auto lock = platform::FileLock::take(lockPath(directory, record.id), std::chrono::seconds(0));
+    if (!lock) return std::unexpected(lock.error());
+    if (auto written = write(record, gate); !written) {
+        removeLock(directory, record.id);
+        return std::unexpected(written.error());
+    }
+    return Running(directory, std::move(record), *std::move(lock));
+}
+
+std::expected<void, SystemError> ToolCommandLog::Running::finish(std::string result,
+                                                                 platform::ChangeGate& gate) {
+    record_.finishedAt = Timestamp::now();
+    record_.result = std::move(result);
+    return ToolCommandLog{directory_}.write(record_, gate);
 }
 
 std::vector<Record> ToolCommandLog::interrupted() const {
@@ -93,12 +133,26 @@ std::vector<Record> ToolCommandLog::interrupted() const {
          !failed && at != end; at.increment(failed)) {
         const auto id = recordIDIn(at->path().filename().native());
         if (!id) continue;
+        // Asked before the record is read: a command that finishes in between has then written it.
+        const auto lock = platform::FileLock::state(lockPath(directory, *id));
+        if (lock && lock->isHeld) continue;
         const auto record = readRecord(at->path().native(), *id);
         if (record && !record->finishedAt) records.push_back(*record);
     }
     std::ranges::sort(records, {},
                       [](const Record& record) { return std::tuple(record.startedAt, record.id); });
     return records;
+}
+
+std::string ToolCommandLog::interruptionText(const Record& record, const Calendar& calendar) {
+    const DateComponents at = calendar.components(record.startedAt);
+    // A damaged record may have lost its command.
+    const std::string command =
+        record.command.empty() ? "A command" : "The command \"" + record.command + "\"";
+    return fmt::format(
+        "{} that Tidyro started on {}-{:02}-{:02} at {:02}:{:02} was interrupted, so "
+        "it may have done only a part of its work.",
+        command, at.year, at.month, at.day, at.hour, at.minute);
 }
 
 } // namespace tidyro

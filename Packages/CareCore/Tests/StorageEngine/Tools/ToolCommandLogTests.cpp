@@ -42,6 +42,40 @@ TEST(ToolCommandLog, TellsWhatWasInterrupted) {
     EXPECT_EQ(log.interrupted(), std::vector{second});
 }
 
+TEST(ToolCommandLog, LeavesOutWhatStillRuns) {
+    const TemporaryFolder place;
+    const ToolCommandLog log{FileURL::folder(place / "log")};
+    const Record finished = command(1);
+    const Record interrupted = command(2);
+    {
+        auto first = log.begin(finished);
+        ASSERT_TRUE(first);
+        const auto second = log.begin(interrupted);
+        ASSERT_TRUE(second);
+        EXPECT_FALSE(log.begin(interrupted)) << "it runs already";
+        EXPECT_TRUE(log.interrupted().empty());
+        // Another process sees the same.
+        EXPECT_EQ(testing::inChild([&] { return std::to_string(log.interrupted().size()); }), "0");
+        ASSERT_TRUE(first->finish("completed"));
+        EXPECT_TRUE(log.interrupted().empty());
+    }
+    ASSERT_EQ(log.interrupted(), std::vector{interrupted});
+    EXPECT_EQ(ToolCommandLog::interruptionText(interrupted, Calendar::utc()),
+              "The command \"uv cache prune, \"quoted\"\" that Tidyro started on 2001-01-01 at "
+              "00:00 was interrupted, so it may have done only a part of its work.");
+    Record told = interrupted;
+    told.finishedAt = Timestamp::now();
+    ASSERT_TRUE(log.write(told));
+    EXPECT_TRUE(log.interrupted().empty());
+    // Nothing but the two records is left.
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(log.directory.path()),
+                            std::filesystem::directory_iterator()),
+              2);
+    // A lock without a record tells nothing.
+    place.file("log/" + platform::randomUUID().text() + ".lock");
+    EXPECT_TRUE(log.interrupted().empty());
+}
+
 TEST(ToolCommandLog, IsReadHoweverItWasCut) {
     const TemporaryFolder place;
     const ToolCommandLog log{FileURL::folder(place.path())};
@@ -103,6 +137,10 @@ TEST(ToolCommandLog, SaysWhenItCannotBeWritten) {
         }
         // At most what is told is one command too many: its own.
         EXPECT_LE(log.interrupted().size(), 1U);
+        const ToolCommandLog other{FileURL::folder(place / ("other" + std::to_string(passed)))};
+        FailingDisk again(passed);
+        EXPECT_FALSE(other.begin(command(2), again));
+        EXPECT_LE(other.interrupted().size(), 1U);
     }
     place.file("file", "no folder");
     EXPECT_FALSE(ToolCommandLog{FileURL::folder(place / "file/log")}.write(command(1)));
