@@ -98,7 +98,7 @@ std::expected<std::string, SystemError> keeperFile() {
         return std::unexpected(read.error());
     }
     const std::string folder(path::parent(program));
-    for (const char* place : {"", "../libexec/tidyro"}) {
+    for (const char* place : {"", TIDYRO_KEEPER_FOLDER}) {
         std::string file = path::standardized(folder + "/" + place + "/" + keeper::fileName);
         if (::access(file.c_str(), X_OK) == 0) return file;
     }
