@@ -7,15 +7,20 @@
 //     ToolActor killparent      ends what started it, and stays
 //     ToolActor descriptors     prints the descriptors that are open
 //     ToolActor group           ends with 0 when it leads a group, and no signal is held or ignored
+//     ToolActor cache prune     prunes the cache at UV_CACHE_DIR as the file "behaviour" in its
+//     HOME
+//                               says, and tells in the file "seen" there how it was started
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace {
@@ -45,6 +50,29 @@ namespace {
     }
 }
 
+int prune() {
+    const std::string home = std::getenv("HOME");
+    const std::string cache = std::getenv("UV_CACHE_DIR");
+    std::string behaviour;
+    std::ifstream(home + "/behaviour") >> behaviour;
+    std::ofstream seen(home + "/seen");
+    seen << std::filesystem::current_path().native() << '\n';
+    for (char** variable = environ; *variable != nullptr; ++variable) seen << *variable << '\n';
+    seen.close();
+    const int lock = ::open((cache + "/.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    ::flock(lock, LOCK_EX);
+    if (behaviour == "slow") stay();
+    if (behaviour == "failing") {
+        std::cerr << "error: the cache is broken\n";
+        return 2;
+    }
+    const std::string line = behaviour == "chatty" ? std::string(3'000'000, 'x') : "Removed 1 file";
+    std::filesystem::remove_all(cache + "/archive-v0/dangling");
+    std::cout << line << '\n';
+    std::cerr << line << '\n';
+    return 0;
+}
+
 } // namespace
 
 int main(int count, char** arguments) {
@@ -59,6 +87,8 @@ int main(int count, char** arguments) {
     } else if (role == "killparent") {
         ::kill(::getppid(), SIGKILL);
         stay();
+    } else if (role == "cache") {
+        return prune();
     } else if (role == "group") {
         sigset_t held{};
         ::sigprocmask(SIG_BLOCK, nullptr, &held);
