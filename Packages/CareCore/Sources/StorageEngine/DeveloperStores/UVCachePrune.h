@@ -23,12 +23,11 @@
 ///
 ///     const auto proposal = UVCachePruneProposal::make(inventory);
 ///     if (!proposal) return std::string(explanation(proposal.error()));
-///     show(proposal->displayCommand(), UVCachePruneProposal::explanation);
-///     const UVCachePruneApproval approval{.proposalID = proposal->id,
-///                                         .approvedAt = Timestamp::now()};
+///     // ... the person sees proposal->displayCommand() and UVCachePruneProposal::explanation
 ///     const UVCachePruneRunner runner{.log = ToolCommandLog::applicationDefault(),
 ///                                     .userHome = inventory.userHome};
-///     return message(runner.run(*proposal, approval, token).status);
+///     const UVCachePruneOutcome outcome = runner.run(
+///         *proposal, {.proposalID = proposal->id, .approvedAt = Timestamp::now()}, token);
 namespace tidyro {
 
 /// Why nothing can be proposed.
@@ -51,6 +50,8 @@ struct UVCachePruneProposal {
     Timestamp expiresAt;
     std::uint64_t cacheDeviceID;
     std::uint64_t cacheInode;
+
+    bool operator==(const UVCachePruneProposal&) const = default;
 
     static constexpr double lifetime = 600; ///< seconds
     /// Stands beside the command.
