@@ -73,9 +73,14 @@ function(tidyro_runs_programs name)
   if(NOT TARGET TidyroKeeper)
     return()
   endif()
-  add_dependencies(${name} TidyroKeeper)
-  add_custom_command(TARGET ${name} PRE_LINK COMMAND ${CMAKE_COMMAND} -E create_symlink
-    $<TARGET_FILE:TidyroKeeper> $<TARGET_FILE_DIR:${name}>/$<TARGET_FILE_NAME:TidyroKeeper>)
+  # Once for all executables of a folder: two that lay it at the same time would fail.
+  string(MAKE_C_IDENTIFIER "KeeperIn ${CMAKE_CURRENT_BINARY_DIR}" laid)
+  if(NOT TARGET ${laid})
+    add_custom_target(${laid} COMMAND ${CMAKE_COMMAND} -E create_symlink
+      $<TARGET_FILE:TidyroKeeper> ${CMAKE_CURRENT_BINARY_DIR}/$<TARGET_FILE_NAME:TidyroKeeper>)
+    add_dependencies(${laid} TidyroKeeper)
+  endif()
+  add_dependencies(${name} ${laid})
 endfunction()
 
 # The check of the arrows, and a check of the check: a room that breaks both rules must fail.
