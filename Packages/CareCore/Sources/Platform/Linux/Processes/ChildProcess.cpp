@@ -268,8 +268,14 @@ std::expected<ChildProcess, SystemError> ChildProcess::start(const ChildProgram&
     state->keeper = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, *pid, 0)));
     if (!state->keeper.isOpen()) {
         const int code = errno;
-        ::kill(*pid, SIGKILL);
-        ::waitpid(*pid, nullptr, 0);
+        // It may run the program already, and would leave it behind if it were ended by force.
+        constexpr Order end = Order::end;
+        static_cast<void>(
+            ::send(control->readEnd.get(), &end, sizeof end, MSG_NOSIGNAL | MSG_DONTWAIT));
+        const auto last = std::chrono::steady_clock::now() + maxEndWait;
+        while (::waitpid(*pid, nullptr, WNOHANG) == 0 && std::chrono::steady_clock::now() < last) {
+            ::poll(nullptr, 0, 1);
+        }
         return failed(code);
     }
     state->streams = {std::move(output->readEnd), std::move(error->readEnd)};
