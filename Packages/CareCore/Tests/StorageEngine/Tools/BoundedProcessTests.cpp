@@ -37,8 +37,9 @@ constexpr std::int32_t killed = 128 + SIGKILL;
 TEST_F(BoundedProcessRuns, GiveWhatIsSaidAndNothingElse) {
     const TemporaryFolder place;
     BoundedProcess asked = process("/usr/bin/env");
-    asked.environment = {{"A", "b=c"}, {"LINES", "one\ntwo"}, {"EMPTY", ""}};
-    EXPECT_EQ(asked.run(), (Output{.standardOutput = "A=b=c\nEMPTY=\nLINES=one\ntwo\n"}));
+    asked.environment = {{"A", "b=c"}, {"LINES", "one\ntwo"}, {"EMPTY", ""}, {"X\nY", "=\xFF"}};
+    EXPECT_EQ(asked.run(),
+              (Output{.standardOutput = "A=b=c\nEMPTY=\nLINES=one\ntwo\nX\nY==\xFF\n"}));
 
     asked = shell("pwd -P; cat; echo wrong >&2; exit 3");
     asked.currentDirectory = FileURL::folder(place.path());
@@ -81,19 +82,65 @@ TEST_F(BoundedProcessRuns, FailWhenTheProgramCannotStart) {
 
 TEST_F(BoundedProcessRuns, FailWithoutDescriptors) {
     if (testing::isSanitized()) GTEST_SKIP() << "a sanitizer opens files to look at memory";
+    const TemporaryFolder place;
+    const BoundedProcess touch = process("/usr/bin/touch", {place / "ran"});
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    // With each number of them: up to where it works, nothing may be left.
+    // With each number of them: up to where it works, nothing may run and nothing be left.
     std::optional<Output> output;
     for (rlim_t count = static_cast<rlim_t>(openDescriptors()) - 1; count < 64 && !output;
          ++count) {
         const rlimit few{.rlim_cur = count, .rlim_max = before.rlim_max};
-        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-        output = process("/bin/echo").run();
-        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-        EXPECT_TRUE(hasNoChild());
+        for (int run = 0; run < 10 && !output; ++run) {
+            ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+            output = touch.run();
+            ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+            ASSERT_TRUE(hasNoChild()) << count;
+            ASSERT_EQ(std::filesystem::exists(place / "ran"), output.has_value()) << count;
+        }
     }
-    EXPECT_EQ(output, Output{.standardOutput = "\n"});
+    EXPECT_EQ(output, Output{});
+}
+
+TEST_F(BoundedProcessRuns, FailWithoutProcesses) {
+    if (testing::isSanitized()) GTEST_SKIP() << "a sanitizer has a thread of its own";
+    const TemporaryFolder place;
+    place.permissions("", 0777);
+    EXPECT_EQ(testing::asOrdinaryUser([&]() -> std::string {
+                  // The limit holds for all processes of the user, who may have others.
+                  const BoundedProcess touch = process("/usr/bin/touch", {place / "ran"});
+                  rlimit before{};
+                  ::getrlimit(RLIMIT_NPROC, &before);
+                  int failures = 0;
+                  for (rlim_t count = 0; count < 8; ++count) {
+                      const rlimit few{.rlim_cur = count, .rlim_max = before.rlim_max};
+                      if (::setrlimit(RLIMIT_NPROC, &few) != 0) return "no limit";
+                      const bool hasRun = touch.run().has_value();
+                      if (!hasNoChild()) return "left a process";
+                      if (std::filesystem::exists(place / "ran") != hasRun) return "ran untold";
+                      std::filesystem::remove(place / "ran");
+                      failures += hasRun ? 0 : 1;
+                  }
+                  ::setrlimit(RLIMIT_NPROC, &before);
+                  if (failures == 0) return "never failed";
+                  return touch.run() == Output{} ? "told" : "failed";
+              }),
+              "told");
+}
+
+TEST_F(BoundedProcessRuns, GoOnWhenTheirFolderGoes) {
+    const TemporaryFolder place;
+    for (const char* replacement : {"", "ln -s / \"$0\"", ": >\"$0\""}) {
+        place.folder("work");
+        BoundedProcess asked =
+            process("/bin/sh", {"-c", std::string("rmdir \"$0\"; ") + replacement + "\ncat; exit 3",
+                                place / "work"});
+        asked.currentDirectory = FileURL::folder(place / "work");
+        asked.standardInput = "in";
+        EXPECT_EQ(asked.run(), (Output{.exitCode = 3, .standardOutput = "in"})) << replacement;
+        std::filesystem::remove(place / "work");
+        EXPECT_EQ(asked.run(), std::nullopt);
+    }
 }
 
 TEST_F(BoundedProcessRuns, FailWithoutThreads) {
@@ -145,6 +192,10 @@ TEST_F(BoundedProcessRuns, EndWhateverTheProgramDoes) {
           .standardOutputTruncated = true,
           .standardErrorTruncated = true},
          1.5},
+        {"forks in all directions",
+         process(TIDYRO_ACTOR, {"bomb"}),
+         {.exitCode = killed, .timedOut = true},
+         1},
         {"leaves a process in another session",
          process(TIDYRO_ACTOR, {"leave"}),
          {.exitCode = 7},

@@ -140,7 +140,7 @@ class Keeper {
             terminate();
         } else if (order == Order::terminate) {
             terminate();
-        } else {
+        } else if (order == Order::end) {
             isToEnd_ = true;
         }
     }
@@ -182,6 +182,16 @@ class Keeper {
     std::int64_t endAlone_ = 0;
 };
 
+/// Waits for the first order. False when there is no need for the program any more.
+bool isToldToStart() {
+    Order order{};
+    ssize_t got = 0;
+    do {
+        got = ::recv(controlFD, &order, sizeof order, 0);
+    } while (got < 0 && errno == EINTR);
+    return got == sizeof order && order == Order::start;
+}
+
 /// Returns errno; 0 when the program runs.
 int startProgram(const char* path, char** arguments, pid_t& pid) {
     sigset_t all{};
@@ -220,6 +230,7 @@ int main(int count, char** arguments) {
     if (failed == 0 && signals < 0) failed = errno;
     if (failed == 0 && ::prctl(PR_SET_CHILD_SUBREAPER, 1UL, 0UL, 0UL, 0UL) != 0) failed = errno;
     // What could not be ended is not started.
+    if (failed == 0 && !isToldToStart()) return 0;
     if (failed == 0) failed = startProgram(arguments[2], arguments + 3, program);
     tell(News::started, failed);
     if (failed != 0) return 0;

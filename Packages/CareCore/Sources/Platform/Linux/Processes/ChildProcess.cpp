@@ -267,20 +267,15 @@ std::expected<ChildProcess, SystemError> ChildProcess::start(const ChildProgram&
     // Nobody else reaps it, so the number is still the keeper's.
     state->keeper = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, *pid, 0)));
     if (!state->keeper.isOpen()) {
-        const int code = errno;
-        // It may run the program already, and would leave it behind if it were ended by force.
-        constexpr Order end = Order::end;
-        static_cast<void>(
-            ::send(control->readEnd.get(), &end, sizeof end, MSG_NOSIGNAL | MSG_DONTWAIT));
-        const auto last = std::chrono::steady_clock::now() + maxEndWait;
-        while (::waitpid(*pid, nullptr, WNOHANG) == 0 && std::chrono::steady_clock::now() < last) {
-            ::poll(nullptr, 0, 1);
-        }
+        const int code = errno; // the keeper was not told to start anything yet
+        ::kill(*pid, SIGKILL);
+        while (::waitpid(*pid, nullptr, 0) < 0 && errno == EINTR) {}
         return failed(code);
     }
     state->streams = {std::move(output->readEnd), std::move(error->readEnd)};
     state->input = std::move(input.writeEnd);
     state->control = std::move(control->readEnd);
+    state->order(Order::start);
     return ChildProcess(std::move(state));
 }
 

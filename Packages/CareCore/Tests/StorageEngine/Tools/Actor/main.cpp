@@ -1,8 +1,10 @@
 // Plays the programs that a shell script cannot play:
 //
 //     ToolActor --version       prints what the file "version" in its HOME holds
-//     ToolActor chain|leaving   a chain of forks without end; "leaving": each in a session of its
-//     own ToolActor leave           its child leaves for another session and stays, and itself ends
+//     ToolActor chain|leaving   a chain of forks without end; "leaving": each in its own session
+//     ToolActor bomb            each of its processes forks again and again, and none ends; some
+//                               hundred in all, every other one in its own session
+//     ToolActor leave           its child leaves for another session and stays, and itself ends
 //     ToolActor hold            the same, and the child goes on writing
 //     ToolActor killparent      ends what started it, and stays
 //     ToolActor descriptors     prints the descriptors that are open
@@ -11,16 +13,19 @@
 //     HOME
 //                               says, and tells in the file "seen" there how it was started
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <new>
 #include <string>
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
@@ -33,6 +38,24 @@ namespace {
     for (;;) {
         if (::fork() > 0) ::_exit(0);
         if (isLeaving) ::setsid();
+    }
+}
+
+[[noreturn]] void forkInAllDirections() {
+    // The machine that runs the test must survive it, also when nobody ends the processes.
+    constexpr int maxProcesses = 300;
+    constexpr unsigned maxSeconds = 20;
+    void* const shared = ::mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE,
+                                MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED) ::_exit(1);
+    auto& made = *new (shared) std::atomic<int>(1);
+    std::signal(SIGTERM, SIG_IGN);
+    for (;;) {
+        ::alarm(maxSeconds); // none inherits it
+        const int number = made++;
+        if (number >= maxProcesses) stay();
+        if (::fork() == 0 && number % 2 == 0) ::setsid();
+        ::usleep(200);
     }
 }
 
@@ -82,6 +105,8 @@ int main(int count, char** arguments) {
     } else if (role == "chain" || role == "leaving") {
         if (::fork() == 0) goOnForking(role == "leaving");
         stay();
+    } else if (role == "bomb") {
+        forkInAllDirections();
     } else if (role == "leave" || role == "hold") {
         leave(role == "hold");
     } else if (role == "killparent") {
