@@ -19,7 +19,7 @@
 #include "Base/PathText.h"
 #include "Platform/Linux/Files/KernelText.h"
 #include "Platform/Linux/Keeper/KeeperProtocol.h"
-#include "Platform/Posix/Processes/Descriptor.h"
+#include "Platform/Posix/Processes/ChildPipes.h"
 #include "Platform/Posix/Processes/ProgramImage.h"
 
 namespace tidyro::platform {
@@ -85,12 +85,6 @@ std::expected<Pipe, SystemError> makeConnection() {
     return raisedBoth(ends);
 }
 
-/// Only our end: the program would be surprised.
-bool makeNonBlocking(const Descriptor& end) {
-    const int flags = ::fcntl(end.get(), F_GETFL);
-    return flags >= 0 && ::fcntl(end.get(), F_SETFL, flags | O_NONBLOCK) == 0;
-}
-
 /// Beside this program, as it is built, or where an installation puts it.
 std::expected<std::string, SystemError> keeperFile() {
     std::string program;
@@ -105,71 +99,12 @@ std::expected<std::string, SystemError> keeperFile() {
     return std::unexpected(SystemError{ENOENT});
 }
 
-/// What is to happen in the new process before the keeper runs in it.
-class SpawnActions {
-  public:
-    SpawnActions() {
-        note(::posix_spawn_file_actions_init(&files_));
-        note(::posix_spawnattr_init(&attributes_));
-        sigset_t all{};
-        sigset_t none{};
-        ::sigfillset(&all);
-        ::sigemptyset(&none);
-        note(::posix_spawnattr_setsigdefault(&attributes_, &all));
-        note(::posix_spawnattr_setsigmask(&attributes_, &none));
-        // A session of its own: no terminal, and no group that a stranger could be in.
-        note(::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF |
-                                                          POSIX_SPAWN_SETSIGMASK));
-    }
-    ~SpawnActions() {
-        ::posix_spawn_file_actions_destroy(&files_);
-        ::posix_spawnattr_destroy(&attributes_);
-    }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
-
-    void give(const Descriptor& end, int as) {
-        note(::posix_spawn_file_actions_adddup2(&files_, end.get(), as));
-    }
-    void openNothing(int as) {
-        note(::posix_spawn_file_actions_addopen(&files_, as, "/dev/null", O_RDONLY, 0));
-    }
-    void closeFrom(int first) { note(::posix_spawn_file_actions_addclosefrom_np(&files_, first)); }
-    void enter(const std::string& folder) {
-        note(::posix_spawn_file_actions_addchdir_np(&files_, folder.c_str()));
-    }
-    [[nodiscard]] std::expected<pid_t, SystemError> spawn(const std::string& file, char** arguments,
-                                                          char** environment) {
-        pid_t pid = 0;
-        if (failed_ == 0) {
-            note(::posix_spawn(&pid, file.c_str(), &files_, &attributes_, arguments, environment));
-        }
-        if (failed_ != 0) return std::unexpected(SystemError{failed_});
-        return pid;
-    }
-
-  private:
-    void note(int result) {
-        if (failed_ == 0) failed_ = result;
-    }
-
-    posix_spawn_file_actions_t files_{};
-    posix_spawnattr_t attributes_{};
-    int failed_ = 0;
-};
-
-} // namespace
-
-namespace {
-
 /// Older C libraries do not name it.
 constexpr auto byKeptDescriptor = static_cast<idtype_t>(3);
 
 } // namespace
 
-struct ChildProcess::State {
-    std::array<Descriptor, 2> streams; ///< by `ChildStream`; closed at their end
-    Descriptor input;
+struct ChildProcess::State : ChildPipes {
     Descriptor control;
     /// The keeper, which is this process's child. A signal through it never hits another process.
     Descriptor keeper;
@@ -178,8 +113,6 @@ struct ChildProcess::State {
     bool hasStarted = false;
     std::optional<SystemError> failure = std::nullopt;
     std::optional<std::int32_t> status = std::nullopt;
-
-    Descriptor& stream(ChildStream which) { return streams[static_cast<std::size_t>(which)]; }
 
     void takeReports() {
         Report report{};
@@ -246,16 +179,15 @@ std::expected<ChildProcess, SystemError> ChildProcess::start(const ChildProgram&
     constexpr int pipeBytes = 1'048'576;
     static_cast<void>(::fcntl(output->readEnd.get(), F_SETPIPE_SZ, pipeBytes));
 
-    SpawnActions actions;
-    if (program.hasInput) {
-        actions.give(input.readEnd, STDIN_FILENO);
-    } else {
-        actions.openNothing(STDIN_FILENO);
-    }
+    // A session of its own: no terminal, and no group that a stranger could be in.
+    SpawnActions actions(POSIX_SPAWN_SETSID);
+    actions.giveInput(input.readEnd);
     actions.give(output->writeEnd, STDOUT_FILENO);
     actions.give(error->writeEnd, STDERR_FILENO);
     actions.give(control->writeEnd, keeper::controlFD);
-    actions.closeFrom(keeper::controlFD + 1);
+    actions.add([](posix_spawn_file_actions_t* files) {
+        return ::posix_spawn_file_actions_addclosefrom_np(files, keeper::controlFD + 1);
+    });
     actions.enter(program.workingFolder);
 
     std::vector<std::string> arguments = {*file, keeper::protocolVersion, program.path};
@@ -312,15 +244,7 @@ std::optional<SystemError> ChildProcess::startFailure() const { return state_->f
 bool ChildProcess::hasExited() const { return state_->status.has_value(); }
 
 std::size_t ChildProcess::read(ChildStream stream, std::span<std::byte> into) {
-    Descriptor& end = state_->stream(stream);
-    if (!end.isOpen()) return 0;
-    ssize_t got = 0;
-    do {
-        got = ::read(end.get(), into.data(), into.size());
-    } while (got < 0 && errno == EINTR);
-    if (got > 0) return static_cast<std::size_t>(got);
-    if (got == 0 || errno != EAGAIN) end.close();
-    return 0;
+    return state_->read(stream, into);
 }
 
 bool ChildProcess::isAtEnd(ChildStream stream) const { return !state_->stream(stream).isOpen(); }

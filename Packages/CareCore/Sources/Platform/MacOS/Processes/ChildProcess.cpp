@@ -14,17 +14,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Platform/Posix/Processes/Descriptor.h"
+#include "Platform/Posix/Processes/ChildPipes.h"
 #include "Platform/Posix/Processes/ProgramImage.h"
 
 namespace tidyro::platform {
 
 namespace {
-
-bool makeNonBlocking(int fd) {
-    const int flags = ::fcntl(fd, F_GETFL);
-    return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
-}
 
 /// A descriptor beyond the standard ones, so that giving them to a program overwrites none: this
 /// process may have been started without them.
@@ -49,59 +44,6 @@ std::expected<Pipe, SystemError> makePipe() {
     return Pipe{.readEnd = std::move(*first), .writeEnd = std::move(*second)};
 }
 
-/// What is to happen in the new process before the program runs in it.
-class SpawnActions {
-  public:
-    SpawnActions() {
-        note(::posix_spawn_file_actions_init(&files_));
-        note(::posix_spawnattr_init(&attributes_));
-        sigset_t all{};
-        sigset_t none{};
-        sigfillset(&all);
-        sigemptyset(&none);
-        note(::posix_spawnattr_setsigdefault(&attributes_, &all));
-        note(::posix_spawnattr_setsigmask(&attributes_, &none));
-        note(::posix_spawnattr_setpgroup(&attributes_, 0));
-        note(::posix_spawnattr_setflags(&attributes_,
-                                        POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF |
-                                            POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_CLOEXEC_DEFAULT));
-    }
-    ~SpawnActions() {
-        ::posix_spawn_file_actions_destroy(&files_);
-        ::posix_spawnattr_destroy(&attributes_);
-    }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
-
-    void give(const Descriptor& end, int as) {
-        note(::posix_spawn_file_actions_adddup2(&files_, end.get(), as));
-    }
-    void openNothing(int as) {
-        note(::posix_spawn_file_actions_addopen(&files_, as, "/dev/null", O_RDONLY, 0));
-    }
-    void enter(const std::string& folder) {
-        note(::posix_spawn_file_actions_addchdir_np(&files_, folder.c_str()));
-    }
-    [[nodiscard]] std::expected<pid_t, SystemError> spawn(const std::string& file, char** arguments,
-                                                          char** environment) {
-        pid_t pid = 0;
-        if (failed_ == 0) {
-            note(::posix_spawn(&pid, file.c_str(), &files_, &attributes_, arguments, environment));
-        }
-        if (failed_ != 0) return std::unexpected(SystemError{failed_});
-        return pid;
-    }
-
-  private:
-    void note(int result) {
-        if (failed_ == 0) failed_ = result;
-    }
-
-    posix_spawn_file_actions_t files_{};
-    posix_spawnattr_t attributes_{};
-    int failed_ = 0;
-};
-
 std::int32_t statusOf(int waited) {
     return WIFEXITED(waited) ? WEXITSTATUS(waited) : 128 + WTERMSIG(waited);
 }
@@ -111,7 +53,7 @@ std::int32_t statusOf(int waited) {
 std::expected<WakeSignal, SystemError> WakeSignal::make() {
     auto made = makePipe();
     if (!made) return std::unexpected(made.error());
-    if (!makeNonBlocking(made->writeEnd.get())) return std::unexpected(SystemError{errno});
+    if (!makeNonBlocking(made->writeEnd)) return std::unexpected(SystemError{errno});
     const int readEnd = made->readEnd.release();
     return WakeSignal(readEnd, made->writeEnd.release());
 }
@@ -129,15 +71,11 @@ void WakeSignal::wake() const {
     static_cast<void>(::write(writeEnd_, &any, 1) == 1);
 }
 
-struct ChildProcess::State {
-    std::array<Descriptor, 2> streams; ///< by `ChildStream`; closed at their end
-    Descriptor input;
+struct ChildProcess::State : ChildPipes {
     Descriptor exits; ///< a queue that tells of the program's end
     pid_t pid = 0;
     bool hasExited = false; ///< but is not reaped, so its number is nobody else's
     std::optional<std::int32_t> status = std::nullopt; ///< when it is reaped
-
-    Descriptor& stream(ChildStream which) { return streams[static_cast<std::size_t>(which)]; }
 
     void takeExit() {
         siginfo_t ended{};
@@ -167,12 +105,12 @@ std::expected<ChildProcess, SystemError> ChildProcess::start(const ChildProgram&
         if (!made) return std::unexpected(made.error());
         input = std::move(*made);
         // Writing to a program that does not read raises no signal.
-        if (!makeNonBlocking(input.writeEnd.get()) ||
+        if (!makeNonBlocking(input.writeEnd) ||
             ::fcntl(input.writeEnd.get(), F_SETNOSIGPIPE, 1) != 0) {
             return failed(errno);
         }
     }
-    if (!makeNonBlocking(output->readEnd.get()) || !makeNonBlocking(error->readEnd.get())) {
+    if (!makeNonBlocking(output->readEnd) || !makeNonBlocking(error->readEnd)) {
         return failed(errno);
     }
     auto state = std::make_unique<State>();
@@ -180,12 +118,8 @@ std::expected<ChildProcess, SystemError> ChildProcess::start(const ChildProgram&
     if (!state->exits.isOpen()) return failed(errno);
     ::fcntl(state->exits.get(), F_SETFD, FD_CLOEXEC);
 
-    SpawnActions actions;
-    if (program.hasInput) {
-        actions.give(input.readEnd, STDIN_FILENO);
-    } else {
-        actions.openNothing(STDIN_FILENO);
-    }
+    SpawnActions actions(POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_CLOEXEC_DEFAULT);
+    actions.giveInput(input.readEnd);
     actions.give(output->writeEnd, STDOUT_FILENO);
     actions.give(error->writeEnd, STDERR_FILENO);
     actions.enter(program.workingFolder);
@@ -225,15 +159,7 @@ std::optional<SystemError> ChildProcess::startFailure() const { return std::null
 bool ChildProcess::hasExited() const { return state_->hasExited; }
 
 std::size_t ChildProcess::read(ChildStream stream, std::span<std::byte> into) {
-    Descriptor& end = state_->stream(stream);
-    if (!end.isOpen()) return 0;
-    ssize_t got = 0;
-    do {
-        got = ::read(end.get(), into.data(), into.size());
-    } while (got < 0 && errno == EINTR);
-    if (got > 0) return static_cast<std::size_t>(got);
-    if (got == 0 || errno != EAGAIN) end.close();
-    return 0;
+    return state_->read(stream, into);
 }
 
 bool ChildProcess::isAtEnd(ChildStream stream) const { return !state_->stream(stream).isOpen(); }
