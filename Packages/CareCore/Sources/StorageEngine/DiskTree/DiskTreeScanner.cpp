@@ -61,6 +61,7 @@ DiskTreeScanner::scan(const FileURL& url, const ProgressHandler& progress,
                   .standInCount = static_cast<std::size_t>(std::max<std::int64_t>(standInCount, 0)),
                   .skipping = skipping,
                   .skippingContentsOf = skippingContentsOf},
+         .carryingLast = carryingLast,
          .progressInterval = progressInterval,
          .progressHandler = progress,
          .afterBulkRead = afterBulkRead});

@@ -69,7 +69,10 @@ class DiskTreeScanner {
     double progressInterval;                  ///< seconds between reports
     std::set<std::string> skipping;           ///< neither these nor what is in them enters the tree
     std::set<std::string> skippingContentsOf; ///< these enter without their contents
-    std::function<void()> afterBulkRead;      ///< after each bulk read, for tests and diagnostics
+    /// The name of a folder directly in the root, or empty. A file that has a further name, or a
+    /// clone, outside of it is counted there. Otherwise the smallest path is the one that counts.
+    std::string carryingLast;
+    std::function<void()> afterBulkRead; ///< after each bulk read, for tests and diagnostics
 
     [[nodiscard]] std::expected<DiskTree, ScanError> scan(const FileURL& url,
                                                           const ProgressHandler& progress = nullptr,

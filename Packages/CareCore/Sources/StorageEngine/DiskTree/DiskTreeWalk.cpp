@@ -75,6 +75,7 @@ DiskTreeWalk::DiskTreeWalk(Options options)
       startedAt_(Clock::now()),
       sharesBlocks_(platform::isKnownToShareBlocks(options.walk.root)),
       reports_(std::move(options.progressHandler), options.progressInterval),
+      sharedFiles_(std::move(options.carryingLast)),
       walk_(std::move(options.walk), *this) {
     appendRoot();
 }

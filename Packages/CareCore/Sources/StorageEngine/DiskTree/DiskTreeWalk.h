@@ -24,6 +24,7 @@ class DiskTreeWalk : private FolderWalk::Target {
     struct Options {
         FileURL rootURL;
         FolderWalk::Options walk; ///< of the folder at `rootURL`
+        std::string carryingLast; ///< as the scanner's
         double progressInterval;  ///< seconds
         DiskTreeScanner::ProgressHandler progressHandler = nullptr;
         std::function<void()> afterBulkRead = nullptr;

@@ -29,8 +29,10 @@ void climb(const DiskTreeColumns& columns, OnTheWay& way) {
     way = {.node = columns.parent[at(way.node)], .isLeaf = false};
 }
 
-/// Whether the path of a file comes before that of another one, byte by byte.
-bool isPathBefore(const DiskTreeColumns& columns, NodeNumber one, NodeNumber other) {
+/// Whether the path of a file comes before that of another one, byte by byte. What lies in the
+/// root's folder `last` comes after all else.
+bool isPathBefore(const DiskTreeColumns& columns, std::string_view last, NodeNumber one,
+                  NodeNumber other) {
     OnTheWay a{one};
     OnTheWay b{other};
     std::size_t depthA = depthOf(columns, one);
@@ -48,6 +50,8 @@ bool isPathBefore(const DiskTreeColumns& columns, NodeNumber one, NodeNumber oth
     };
     const std::string_view nameA = nameOf(a);
     const std::string_view nameB = nameOf(b);
+    const bool isInRoot = !last.empty() && columns.parent[at(a.node)] == 0;
+    if (isInRoot && (nameA == last || nameB == last)) return nameB == last;
     const std::size_t common = std::min(nameA.size(), nameB.size());
     const int order = nameA.substr(0, common).compare(nameB.substr(0, common));
     if (order != 0 || nameA.size() == nameB.size()) return order < 0;
@@ -81,7 +85,7 @@ bool SharedFiles::isFurtherName(DiskTreeColumns& columns, const Sharing& sharing
     const std::size_t node = at(sharing.node);
     take(columns.logicalSize[node], columns.logicalSize[node], change.logical);
     take(columns.allocatedSize[node], columns.allocatedSize[node], change.allocated);
-    if (!isPathBefore(columns, sharing.node, carrier)) {
+    if (!isPathBefore(columns, carryingLast_, sharing.node, carrier)) {
         columns.flags[node].insert(Flags::extraHardLink);
         return true;
     }
@@ -110,7 +114,7 @@ void SharedFiles::settleClone(DiskTreeColumns& columns, const Sharing& sharing, 
     const std::size_t former = at(carrier.node);
     Flags& flags = columns.flags[node];
     const bool hasGivenUp = flags.contains(Flags::extraClone); // by another of its names
-    if (!isPathBefore(columns, sharing.node, carrier.node)) {
+    if (!isPathBefore(columns, carryingLast_, sharing.node, carrier.node)) {
         if (!hasGivenUp) take(columns.allocatedSize[node], sharing.sharedBytes, change.allocated);
         flags.insert(Flags::extraClone);
         return;

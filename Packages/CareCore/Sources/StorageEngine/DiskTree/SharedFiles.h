@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <utility>
 
 #include "Base/GrowingArray.h"
@@ -18,6 +19,10 @@ namespace tidyro {
 /// alone (`extraClone`). The lock of the walk guards it.
 class SharedFiles {
   public:
+    /// `carryingLast` is the name of a folder directly in the root, or empty. What lies in it
+    /// carries only what has no path elsewhere.
+    explicit SharedFiles(std::string carryingLast = {}) : carryingLast_(std::move(carryingLast)) {}
+
     /// A node that shares something, as the columns hold it: with all of its bytes.
     struct Sharing {
         NodeNumber node;
@@ -63,6 +68,7 @@ class SharedFiles {
                                      Change& change);
     void settleClone(DiskTreeColumns& columns, const Sharing& sharing, Change& change);
 
+    std::string carryingLast_;
     Carriers<NodeNumber> names_;
     Carriers<CloneCarrier> clones_;
 };
