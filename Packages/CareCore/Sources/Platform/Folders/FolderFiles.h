@@ -34,4 +34,7 @@ enum class FileFlush : std::uint8_t {
 [[nodiscard]] std::expected<std::string, SystemError> readFileIn(const EntryName& at,
                                                                  std::size_t maxByteCount);
 
+/// Where a symbolic link leads, as it was written; EINVAL for anything else.
+[[nodiscard]] std::expected<std::string, SystemError> linkTargetIn(const EntryName& at);
+
 } // namespace tidyro::platform

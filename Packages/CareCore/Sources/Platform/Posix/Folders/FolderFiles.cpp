@@ -1,6 +1,6 @@
 #include "Platform/Folders/FolderFiles.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 
 #include <fcntl.h>
@@ -79,20 +79,46 @@ std::expected<std::string, SystemError> readFileIn(const EntryName& at, std::siz
     } else if (!S_ISREG(status.st_mode)) {
         read = std::unexpected(SystemError{EINVAL});
     }
-    std::array<char, 65'536> buffer{};
+    // Room for what the file has now, which is all of it unless it grows or does not tell (/proc).
+    constexpr std::size_t minRoom = 256;
+    const auto size = static_cast<std::size_t>(std::max<off_t>(status.st_size, 0));
+    std::size_t length = 0;
+    if (read) read->resize(std::min(std::max(size, minRoom), maxByteCount) + 1);
     while (read) {
-        const ssize_t got = ::read(fd, buffer.data(), buffer.size());
+        const ssize_t got = ::read(fd, read->data() + length, read->size() - length);
         if (got < 0 && errno == EINTR) continue;
-        if (got == 0) break;
         if (got < 0) {
             read = std::unexpected(SystemError{errno});
-        } else if (read->append(buffer.data(), static_cast<std::size_t>(got)).size() >
-                   maxByteCount) {
+            break;
+        }
+        length += static_cast<std::size_t>(got);
+        if (length > maxByteCount) {
             read = std::unexpected(SystemError{EFBIG});
+        } else if (got == 0 || (length == size && size > 0)) {
+            read->resize(length);
+            break;
+        } else if (length == read->size()) {
+            read->resize(std::min(length * 2, maxByteCount + 1));
         }
     }
     ::close(fd);
     return read;
+}
+
+std::expected<std::string, SystemError> linkTargetIn(const EntryName& at) {
+    std::string target(256, '\0'); // hardly any is longer
+    for (;;) {
+        const ssize_t got =
+            ::readlinkat(at.folder.fd(), at.name.c_str(), target.data(), target.size());
+        if (got < 0) return std::unexpected(SystemError{errno});
+        const auto length = static_cast<std::size_t>(got);
+        if (length == target.size()) {
+            target.resize(length * 2);
+            continue;
+        }
+        target.resize(length);
+        return target;
+    }
 }
 
 } // namespace tidyro::platform
