@@ -157,7 +157,9 @@ measureFound(const FoundStore& found, const CancelToken& cancel) {
         store.newestModification = found.seen->modified;
         return store;
     }
-    const auto tree = DiskTreeScanner().scan(FileURL::folder(found.realPath), nullptr, cancel);
+    DiskTreeScanner scanner;
+    scanner.carryingLast = carryingLastOf(store.kind);
+    const auto tree = scanner.scan(FileURL::folder(found.realPath), nullptr, cancel);
     if (!tree) {
         if (std::holds_alternative<CancellationError>(tree.error())) {
             return std::unexpected(CancellationError{});

@@ -1,9 +1,9 @@
 #include <algorithm>
+#include <bit>
 #include <cstddef>
-#include <filesystem>
+#include <functional>
 #include <optional>
 #include <string_view>
-#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -46,14 +46,29 @@ class HuggingFaceRepositoryUnits {
     }
 
     void addTo(UnitSums& sums, const std::string& name, const CancelToken& cancel) {
-        for (const NodeNumber revision : revisions()) {
-            std::uint64_t bytes = 0;
-            tree_.forEachDescendant(revision, {.includingSelf = false}, [&](NodeNumber node) {
-                if (tree_.isDirectory(node) || cancel.stop_requested()) return;
-                const auto file = isPlainFile(tree_, node) ? node : blobOf(node);
-                if (file) bytes = saturatingAdd(bytes, counted_.take(*file));
+        struct Listed {
+            std::size_t revision;
+            NodeNumber node;
+            std::optional<NodeNumber> file = std::nullopt;
+        };
+        const std::vector<NodeNumber> revisions = this->revisions();
+        std::vector<Listed> listed;
+        for (std::size_t i = 0; i < revisions.size(); ++i) {
+            tree_.forEachDescendant(revisions[i], {.includingSelf = false}, [&](NodeNumber node) {
+                if (!tree_.isDirectory(node)) listed.push_back({.revision = i, .node = node});
             });
-            sums.add(name + "@" + std::string(tree_.nameBytes(revision)), bytes);
+        }
+        readEach(tree_, listed.size(), cancel, [&](StoreFiles& files, std::size_t number) {
+            Listed& one = listed[number];
+            one.file = isPlainFile(tree_, one.node) ? one.node : blobOf(files, one.node);
+        });
+        std::vector<std::uint64_t> bytes(revisions.size());
+        for (const Listed& one : listed) { // each counts for the first revision that has it
+            if (!one.file) continue;
+            bytes[one.revision] = saturatingAdd(bytes[one.revision], counted_.take(*one.file));
+        }
+        for (std::size_t i = 0; i < revisions.size(); ++i) {
+            sums.add(name + "@" + std::string(tree_.nameBytes(revisions[i])), bytes[i]);
         }
         std::uint64_t rest = 0;
         for (const auto& [_, blob] : blobs_) rest = saturatingAdd(rest, counted_.take(blob));
@@ -75,12 +90,11 @@ class HuggingFaceRepositoryUnits {
         });
         return found;
     }
-    [[nodiscard]] std::optional<NodeNumber> blobOf(NodeNumber link) const {
+    [[nodiscard]] std::optional<NodeNumber> blobOf(StoreFiles& files, NodeNumber link) const {
         std::size_t depth = 0;
         for (NodeNumber up = tree_.parent(link); up != repository_; up = tree_.parent(up)) ++depth;
-        std::error_code failed;
-        const std::string target = std::filesystem::read_symlink(tree_.path(link), failed).string();
-        const auto name = failed ? std::nullopt : huggingFaceBlob(target, depth);
+        const auto target = files.linkTarget(link);
+        const auto name = target ? huggingFaceBlob(*target, depth) : std::nullopt;
         if (!name) return std::nullopt;
         const auto blob = blobs_.find(*name);
         return blob == blobs_.end() ? std::nullopt : std::optional(blob->second);
@@ -108,17 +122,19 @@ void addOllamaUnitsOf(const DiskTree& tree, NodeNumber manifests, NodeNumber blo
         }
     });
     std::ranges::sort(models);
-    CountedNodes counted(tree);
-    StoreFiles files(tree);
-    for (const auto& [name, manifest] : models) {
-        if (cancel.stop_requested()) return;
-        const auto bytes = files.read(manifest);
+    std::vector<std::vector<NodeNumber>> blobsOf(models.size());
+    readEach(tree, models.size(), cancel, [&](StoreFiles& files, std::size_t number) {
+        const auto bytes = files.read(models[number].second);
         const auto listed = bytes ? ollamaBlobNames(*bytes) : std::nullopt;
-        if (!listed) continue;
+        if (!listed) return;
         for (const std::string& blob : *listed) {
             const auto found = blobsByName.find(blob);
-            if (found != blobsByName.end()) sums.add(name, counted.take(found->second));
+            if (found != blobsByName.end()) blobsOf[number].push_back(found->second);
         }
+    });
+    CountedNodes counted(tree);
+    for (std::size_t i = 0; i < models.size(); ++i) {
+        for (const NodeNumber blob : blobsOf[i]) sums.add(models[i].first, counted.take(blob));
     }
 }
 
@@ -144,12 +160,29 @@ void addTorchUnits(const DiskTree& tree, UnitSums& sums) {
 }
 
 void addHuggingFaceUnits(const DiskTree& tree, UnitSums& sums, const CancelToken& cancel) {
+    struct Repository {
+        std::uint64_t bytes;
+        NodeNumber node;
+        std::string name;
+    };
+    std::vector<Repository> repositories;
+    for (const NodeNumber child : tree.children(DiskTree::root)) {
+        auto name = huggingFaceRepository(tree.nameBytes(child));
+        if (!name || !tree.isDirectory(child)) continue;
+        repositories.push_back(
+            {.bytes = tree.size(child, unitsOnDisk), .node = child, .name = *std::move(name)});
+    }
+    // Reading its links takes longer than finding them did, and no unit is larger than its
+    // repository: the small ones need not be read.
+    std::ranges::sort(repositories, std::ranges::greater{}, &Repository::bytes);
     CountedNodes counted(tree);
     StoreFiles files(tree);
-    for (const NodeNumber child : tree.children(DiskTree::root)) {
-        const auto name = huggingFaceRepository(tree.nameBytes(child));
-        if (!name || !tree.isDirectory(child)) continue;
-        HuggingFaceRepositoryUnits(tree, child, counted, files).addTo(sums, *name, cancel);
+    std::size_t done = 0; // to ask after each would take long where there are many
+    for (const Repository& repository : repositories) {
+        if (cancel.stop_requested()) return;
+        if (std::has_single_bit(++done) && sums.areAllShownLargerThan(repository.bytes)) return;
+        HuggingFaceRepositoryUnits(tree, repository.node, counted, files)
+            .addTo(sums, repository.name, cancel);
     }
 }
 

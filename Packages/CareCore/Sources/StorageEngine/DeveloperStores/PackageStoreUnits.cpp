@@ -1,17 +1,14 @@
 #include <algorithm>
 #include <array>
-#include <atomic>
+#include <bit>
 #include <cstddef>
-#include <iterator>
-#include <mutex>
+#include <cstdint>
 #include <optional>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 #include "Base/PathText.h"
 #include "Base/Saturating.h"
-#include "FolderWalk/WalkThreads.h"
 #include "StorageEngine/DeveloperStores/StoreManifests.h"
 #include "StorageEngine/DeveloperStores/StoreTrees.h"
 
@@ -19,23 +16,55 @@ namespace tidyro {
 
 namespace {
 
+/// Files of pnpm's store by their keys: open addressing over plain numbers. There are as many files
+/// as the store has, each is looked for about once, and what is small stays near the processor.
+class PnpmFiles {
+  public:
+    explicit PnpmFiles(std::size_t maxCount)
+        : slots_(std::bit_ceil(maxCount + maxCount / 2 + 1), none) {
+        files_.reserve(maxCount);
+    }
+    void add(PnpmFileKey key, NodeNumber node) {
+        std::uint32_t& slot = slots_[slotOf(key)];
+        if (slot != none) return;
+        slot = static_cast<std::uint32_t>(files_.size());
+        files_.push_back({.key = key, .node = node});
+    }
+    [[nodiscard]] std::optional<NodeNumber> find(PnpmFileKey key) const {
+        const std::uint32_t file = slots_[slotOf(key)];
+        return file == none ? std::nullopt : std::optional(files_[file].node);
+    }
+
+  private:
+    struct File {
+        PnpmFileKey key;
+        NodeNumber node;
+    };
+    static constexpr auto none = static_cast<std::uint32_t>(-1);
+
+    /// The key's own, or the one that it would get.
+    [[nodiscard]] std::size_t slotOf(PnpmFileKey key) const {
+        const std::size_t mask = slots_.size() - 1;
+        // Digests are spread evenly, but somebody could make names up.
+        std::uint64_t hash = key * 0x9E3779B97F4A7C15U;
+        hash ^= hash >> 32U;
+        std::size_t at = static_cast<std::size_t>(hash) & mask;
+        while (slots_[at] != none && files_[slots_[at]].key != key) at = (at + 1) & mask;
+        return at;
+    }
+
+    std::vector<File> files_;
+    std::vector<std::uint32_t> slots_;
+};
+
 /// The packages of one version of pnpm's store. It keeps each file under the digest of its contents
-/// and an index for each package, of which there are many: several threads read them.
+/// and an index for each package.
 class PnpmPackages {
   public:
-    PnpmPackages(const DiskTree& tree, NodeNumber version) : tree_(tree) {
-        const auto files = tree.child(version, "files");
-        if (!files) return;
-        for (const NodeNumber folder : tree.children(*files)) {
-            for (const NodeNumber file : tree.children(folder)) {
-                const std::string_view name = tree.nameBytes(file);
-                if (!isPlainFile(tree, file)) continue;
-                if (name.ends_with("-index.json")) {
-                    indexes_.push_back(file);
-                } else {
-                    byName_.emplace(name, file);
-                }
-            }
+    PnpmPackages(const DiskTree& tree, NodeNumber version)
+        : tree_(tree), files_(tree.fileCount(version)) {
+        if (const auto files = tree.child(version, "files")) {
+            for (const NodeNumber folder : tree.children(*files)) addFolder(folder);
         }
         const auto index = tree.child(version, "index");
         if (!index) return;
@@ -47,18 +76,16 @@ class PnpmPackages {
     }
 
     void addTo(UnitSums& sums, CountedNodes& counted, const CancelToken& cancel) {
-        constexpr std::size_t workers = 4;
-        constexpr std::size_t worthThreads = 64;
-        const auto work = [&] { readIndexes(cancel); };
-        if (indexes_.size() < worthThreads) {
-            work();
-        } else {
-            WalkThreads({.name = "Tidyro packages", .workers = workers, .work = work}).run();
-        }
-        std::ranges::sort(packages_, {}, [](const Package& package) {
+        std::vector<Package> packages(indexes_.size());
+        readEach(tree_, indexes_.size(), cancel, [&](StoreFiles& files, std::size_t number) {
+            packages[number] = packageOf(files, indexes_[number]);
+        });
+        if (cancel.stop_requested()) return;
+        std::ranges::sort(packages, {}, [](const Package& package) {
             return std::pair(std::string_view(package.name), package.index);
         });
-        for (const Package& package : packages_) {
+        for (const Package& package : packages) {
+            if (package.name.empty()) continue;
             std::uint64_t bytes = counted.take(package.index);
             for (const NodeNumber file : package.files) {
                 bytes = saturatingAdd(bytes, counted.take(file));
@@ -69,42 +96,38 @@ class PnpmPackages {
 
   private:
     struct Package {
-        std::string name;
-        NodeNumber index;
+        std::string name; ///< empty: there was none
+        NodeNumber index = 0;
         std::vector<NodeNumber> files;
     };
 
-    void readIndexes(const CancelToken& cancel) {
-        StoreFiles files(tree_);
-        std::vector<Package> found;
-        for (;;) {
-            const std::size_t next = next_++;
-            if (next >= indexes_.size() || cancel.stop_requested()) break;
-            const auto bytes = files.read(indexes_[next]);
-            const auto read = bytes ? pnpmPackage(*bytes) : std::nullopt;
-            if (!read) continue;
-            Package package{.name = read->name, .index = indexes_[next], .files = {}};
-            for (const PnpmPackage::File& file : read->files) {
-                if (const auto node = nodeOf(file)) package.files.push_back(*node);
-            }
-            found.push_back(std::move(package));
+    [[nodiscard]] Package packageOf(StoreFiles& files, NodeNumber index) const {
+        const auto bytes = files.read(index);
+        auto read = bytes ? pnpmPackage(*bytes) : std::nullopt;
+        if (!read) return {};
+        Package package{.name = std::move(read->name), .index = index, .files = {}};
+        package.files.reserve(read->files.size());
+        for (const PnpmFileKey key : read->files) {
+            if (const auto node = files_.find(key)) package.files.push_back(*node);
         }
-        const std::scoped_lock lock(mutex_);
-        std::ranges::move(found, std::back_inserter(packages_));
+        return package;
     }
-    [[nodiscard]] std::optional<NodeNumber> nodeOf(const PnpmPackage::File& file) const {
-        const auto found = byName_.find(file.name);
-        if (found == byName_.end()) return std::nullopt;
-        const bool isThere = tree_.nameBytes(tree_.parent(found->second)) == file.folder;
-        return isThere ? std::optional(found->second) : std::nullopt;
+    void addFolder(NodeNumber folder) {
+        const std::string_view folderName = tree_.nameBytes(folder);
+        for (const NodeNumber file : tree_.children(folder)) {
+            if (!isPlainFile(tree_, file)) continue;
+            const std::string_view name = tree_.nameBytes(file);
+            if (const auto key = pnpmFileKey(folderName, name)) {
+                files_.add(*key, file);
+            } else if (name.ends_with("-index.json")) {
+                indexes_.push_back(file);
+            }
+        }
     }
 
     const DiskTree& tree_;
-    std::unordered_map<std::string_view, NodeNumber> byName_;
+    PnpmFiles files_;
     std::vector<NodeNumber> indexes_;
-    std::atomic<std::size_t> next_ = 0;
-    std::mutex mutex_;
-    std::vector<Package> packages_;
 };
 
 /// What Go downloaded of one version of a module.

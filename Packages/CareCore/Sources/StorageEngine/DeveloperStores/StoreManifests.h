@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,20 +27,28 @@ inline constexpr std::size_t maxStoreManifestBytes = std::size_t{8} * 1'024 * 1'
 /// "registry.ollama.ai/library/llama3/8b" is "llama3:8b". None for a path of another depth.
 [[nodiscard]] std::optional<std::string> ollamaModelName(std::string_view belowManifests);
 
+/// What tells a file of pnpm's store from all others: the first bits of the digest of its contents,
+/// and whether it is executable. Only somebody who makes up digests gets two files of one key, and
+/// all that comes of it is a wrong size in that person's list.
+using PnpmFileKey = std::uint64_t;
+
+/// The key of a file from the folder below "files" and the name that hold it; none for other files.
+[[nodiscard]] std::optional<PnpmFileKey> pnpmFileKey(std::string_view folder,
+                                                     std::string_view name);
+
 /// One package in pnpm's store.
 struct PnpmPackage {
     std::string name; ///< "left-pad@1.3.0"
-    /// A file's place below the store's "files": a folder and a name in it.
-    struct File {
-        std::string folder; ///< two digits
-        std::string name;
-        bool operator==(const File&) const = default;
-    };
-    std::vector<File> files;
+    std::vector<PnpmFileKey> files;
+
+    bool operator==(const PnpmPackage&) const = default;
 };
 /// Reads the index that pnpm keeps of a package. It names the package and its files by the digests
 /// of their contents. None for anything else, and for an index without the package's name.
 [[nodiscard]] std::optional<PnpmPackage> pnpmPackage(std::string_view index);
+/// The same for any spelling of JSON. It takes several times as long, so `pnpmPackage` asks it only
+/// for what is not spelled as pnpm spells nearly every index.
+[[nodiscard]] std::optional<PnpmPackage> pnpmPackageOfAnySpelling(std::string_view index);
 
 /// What Hugging Face calls a repository, from its folder: "models--org--model" is "org/model", and
 /// "datasets--org--data" is "dataset/org/data". None for a folder that is no repository.

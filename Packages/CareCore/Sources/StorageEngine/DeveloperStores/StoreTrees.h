@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <expected>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,6 +34,8 @@ class UnitSums {
 
     /// Those that people are shown, as `largestStoreUnits` orders them.
     [[nodiscard]] std::vector<DeveloperStoreUnit> largest() const;
+    /// Whether a unit of so many bytes would not be shown, nor any smaller one.
+    [[nodiscard]] bool areAllShownLargerThan(std::uint64_t bytes) const;
 
   private:
     StringMap<std::uint64_t> sums_;
@@ -74,6 +77,8 @@ class StoreFiles {
     /// The whole file; none when it cannot be read, or is longer than a list ever is. No link is
     /// followed below the store.
     [[nodiscard]] std::optional<std::string> read(NodeNumber file);
+    /// Where a symbolic link leads, as it was written.
+    [[nodiscard]] std::optional<std::string> linkTarget(NodeNumber link);
 
   private:
     [[nodiscard]] const platform::FolderDescriptor* folderOf(NodeNumber folder);
@@ -83,6 +88,11 @@ class StoreFiles {
     std::optional<platform::FolderDescriptor> lastFolder_;
     NodeNumber last_ = -1;
 };
+
+/// Calls `read` for each number below `count`, unless it is cancelled before: on several threads
+/// when there are many, since reading a small file or a link mostly waits for the system.
+void readEach(const DiskTree& tree, std::size_t count, const CancelToken& cancel,
+              const std::function<void(StoreFiles& files, std::size_t number)>& read);
 
 // One function for each kind of store whose units are more than folders. Each adds what it finds.
 

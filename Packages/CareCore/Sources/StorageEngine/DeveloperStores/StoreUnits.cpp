@@ -1,32 +1,41 @@
 #include "StorageEngine/DeveloperStores/StoreUnits.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
-#include "Base/Saturating.h"
-#include "Base/UnicodeText.h"
+#include "FolderWalk/WalkThreads.h"
 #include "Platform/Folders/FolderFiles.h"
 #include "StorageEngine/DeveloperStores/StoreManifests.h"
 #include "StorageEngine/DeveloperStores/StoreTrees.h"
-#include "StorageEngine/DiskTree/DiskTreeScanner.h"
 
 namespace tidyro {
 
 std::vector<DeveloperStoreUnit> UnitSums::largest() const {
-    std::vector<DeveloperStoreUnit> units;
-    for (const auto& [name, bytes] : sums_) {
-        if (bytes > 0) units.push_back({.name = repairedUTF8(name), .byteCount = bytes});
+    using Sum = std::pair<const std::string, std::uint64_t>;
+    std::vector<const Sum*> sums; // there may be many, with long names
+    for (const Sum& sum : sums_) {
+        if (sum.second > 0) sums.push_back(&sum);
     }
-    const auto isBefore = [](const DeveloperStoreUnit& a, const DeveloperStoreUnit& b) {
-        return std::tie(b.byteCount, a.name) < std::tie(a.byteCount, b.name);
+    const auto isBefore = [](const Sum* a, const Sum* b) {
+        return std::tie(b->second, a->first) < std::tie(a->second, b->first);
     };
-    const std::size_t count = std::min(units.size(), maxShownStoreUnits);
-    std::ranges::partial_sort(units, units.begin() + static_cast<std::ptrdiff_t>(count), isBefore);
-    units.resize(count);
+    const std::size_t count = std::min(sums.size(), maxShownStoreUnits);
+    std::ranges::partial_sort(sums, sums.begin() + static_cast<std::ptrdiff_t>(count), isBefore);
+    std::vector<DeveloperStoreUnit> units;
+    for (std::size_t i = 0; i < count; ++i) {
+        units.push_back({.name = sums[i]->first, .byteCount = sums[i]->second});
+    }
     return units;
+}
+
+bool UnitSums::areAllShownLargerThan(std::uint64_t bytes) const {
+    std::size_t larger = 0;
+    for (const auto& [_, sum] : sums_) larger += sum > bytes ? 1 : 0;
+    return larger >= maxShownStoreUnits;
 }
 
 std::string pathBelow(const DiskTree& tree, NodeNumber node, NodeNumber top) {
@@ -49,6 +58,14 @@ std::optional<std::string> StoreFiles::read(NodeNumber file) {
     return bytes ? std::optional(*std::move(bytes)) : std::nullopt;
 }
 
+std::optional<std::string> StoreFiles::linkTarget(NodeNumber link) {
+    const platform::FolderDescriptor* folder = folderOf(tree_.parent(link));
+    if (folder == nullptr) return std::nullopt;
+    const std::string name(tree_.nameBytes(link));
+    auto target = platform::linkTargetIn({.folder = *folder, .name = name});
+    return target ? std::optional(*std::move(target)) : std::nullopt;
+}
+
 const platform::FolderDescriptor* StoreFiles::folderOf(NodeNumber folder) {
     if (!store_) return nullptr;
     if (folder == DiskTree::root) return &*store_;
@@ -58,6 +75,28 @@ const platform::FolderDescriptor* StoreFiles::folderOf(NodeNumber folder) {
         last_ = folder;
     }
     return lastFolder_ ? &*lastFolder_ : nullptr;
+}
+
+void readEach(const DiskTree& tree, std::size_t count, const CancelToken& cancel,
+              const std::function<void(StoreFiles& files, std::size_t number)>& read) {
+    constexpr std::size_t workers = 4;
+    constexpr std::size_t worthThreads = 64;
+    constexpr std::size_t atOnce = 16; // they mostly lie in one folder
+    std::atomic<std::size_t> next = 0;
+    const auto work = [&] {
+        StoreFiles files(tree);
+        for (std::size_t first = 0; (first = next.fetch_add(atOnce)) < count;) {
+            for (std::size_t i = first; i < std::min(first + atOnce, count); ++i) {
+                if (cancel.stop_requested()) return;
+                read(files, i);
+            }
+        }
+    };
+    if (count < worthThreads) {
+        work();
+    } else {
+        WalkThreads({.name = "Tidyro stores", .workers = workers, .work = work}).run();
+    }
 }
 
 namespace {
@@ -82,34 +121,31 @@ void addContainerUnits(const DiskTree& tree, UnitSums& sums) {
     }
 }
 
-/// Flatpak's own store shares every file with the applications and runtimes that are installed from
-/// it. In a scan of everything the smallest path carries a file, which may be the store's. So what
-/// is installed is scanned once more without the store.
-void addFlatpakUnits(const DiskTree& tree, UnitSums& sums, const CancelToken& cancel) {
-    DiskTreeScanner scanner;
-    scanner.skipping.insert(tree.rootURL().appendingFolder("repo").path());
-    const auto installed = scanner.scan(tree.rootURL(), nullptr, cancel);
-    if (!installed) return;
-    for (const NodeNumber child : installed->children(DiskTree::root)) {
-        if (!installed->isDirectory(child)) continue;
-        const std::string_view name = installed->nameBytes(child);
+/// Applications and runtimes are what people know. Their files are counted for them, though
+/// Flatpak's own store has a name for each as well (`carryingLastOf`).
+void addFlatpakUnits(const DiskTree& tree, UnitSums& sums) {
+    for (const NodeNumber child : tree.children(DiskTree::root)) {
+        if (!tree.isDirectory(child)) continue;
+        const std::string_view name = tree.nameBytes(child);
         if (name != "app" && name != "runtime") {
-            sums.add(*installed, child, name);
+            sums.add(tree, child, name);
             continue;
         }
-        for (const NodeNumber id : installed->children(child)) {
-            for (const NodeNumber architecture : installed->children(id)) {
-                for (const NodeNumber branch : installed->children(architecture)) {
-                    sums.add(*installed, branch, pathBelow(*installed, branch, child));
+        for (const NodeNumber id : tree.children(child)) {
+            for (const NodeNumber architecture : tree.children(id)) {
+                for (const NodeNumber branch : tree.children(architecture)) {
+                    sums.add(tree, branch, pathBelow(tree, branch, child));
                 }
             }
         }
     }
-    sums.add("repo", saturatingSubtract(tree.size(DiskTree::root, unitsOnDisk),
-                                        installed->size(DiskTree::root, unitsOnDisk)));
 }
 
 } // namespace
+
+std::string_view carryingLastOf(DeveloperStoreKind kind) {
+    return kind == DeveloperStoreKind::flatpakUser ? "repo" : "";
+}
 
 std::vector<DeveloperStoreUnit> largestStoreUnits(DeveloperStoreKind kind, const DiskTree& tree,
                                                   const CancelToken& cancel) {
@@ -127,7 +163,7 @@ std::vector<DeveloperStoreUnit> largestStoreUnits(DeveloperStoreKind kind, const
     case goModules: addGoUnits(tree, sums); break;
     case podmanStorage:
     case rootlessDocker: addContainerUnits(tree, sums); break;
-    case flatpakUser: addFlatpakUnits(tree, sums, cancel); break;
+    case flatpakUser: addFlatpakUnits(tree, sums); break;
     case dockerDiskImage: // one file, which only its owner can look into
     case ccache: break;   // thousands of results without a name
     }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Base/Cancellation.h"
@@ -12,7 +13,9 @@ namespace tidyro {
 
 /// A part of a store under the name by which its owner knows it: a model, a revision, a package.
 struct DeveloperStoreUnit {
-    std::string name;            ///< UTF-8
+    /// Bytes, as they lie on the disk. People are shown them through `terminalSafe`, since a name
+    /// may hold anything, what drives a terminal included.
+    std::string name;
     std::uint64_t byteCount = 0; ///< on disk
 
     bool operator==(const DeveloperStoreUnit&) const = default;
@@ -20,6 +23,10 @@ struct DeveloperStoreUnit {
 
 /// How many units a measurement shows.
 inline constexpr std::size_t maxShownStoreUnits = 10;
+
+/// The folder of such a store whose files have further names in the store's units, which count
+/// instead (`DiskTreeScanner::carryingLast`); empty for most kinds.
+[[nodiscard]] std::string_view carryingLastOf(DeveloperStoreKind kind);
 
 /// The largest units of a store that was just scanned, the largest first and those of one size by
 /// name. What several units share is counted for one of them only, so the sizes never add up to

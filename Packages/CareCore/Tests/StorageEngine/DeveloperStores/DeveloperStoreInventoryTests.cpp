@@ -1,8 +1,10 @@
 #include "StorageEngine/DeveloperStores/DeveloperStoreInventory.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <stop_token>
+#include <thread>
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -11,6 +13,7 @@
 #include "Base/Base64.h"
 #include "Base/PathText.h"
 #include "Base/RoomText.h"
+#include "Base/Stopwatch.h"
 #include "Support/OtherCircumstances.h"
 #include "Support/TemporaryFolder.h"
 
@@ -375,15 +378,78 @@ TEST(DeveloperStoreInventory, showsTheTenLargestUnits) {
     EXPECT_EQ(lines[0], fmt::format("pnpmStore home/.local/share/pnpm/store: 201 files, 230 "
                                     "blocks; {}",
                                     fmt::join(expected, " ")));
+
+    // Repositories that are too small for the list are not looked into.
+    const MadeMachine models;
+    expected.clear();
+    for (int i = 40; i > 0; --i) {
+        const std::string repository = fmt::format(".cache/huggingface/hub/models--m{:02}/", i);
+        models.blocks(repository + "blobs/a", static_cast<std::size_t>(i));
+        models.link(repository + "snapshots/1/a", "../../blobs/a");
+        if (i > 30) expected.push_back(fmt::format("m{:02}@1={}", i, i));
+    }
+    EXPECT_THAT(models.lines(models.inventory()),
+                ElementsAre(fmt::format(
+                    "huggingFaceHub home/.cache/huggingface/hub: 40 files, 820 blocks; {}",
+                    fmt::join(expected, " "))));
 }
+
+TEST(DeveloperStoreInventory, keepsTheBytesOfNames) {
+    const MadeMachine machine;
+    machine.blocks(".cache/pre-commit/\x1B[2J\n/hook", 3);
+    machine.blocks(".cache/pre-commit/\xFE/hook", 2); // as text they would be one
+    machine.blocks(".cache/pre-commit/\xFF/hook", 1);
+    EXPECT_THAT(machine.lines(machine.inventory()),
+                ElementsAre("preCommit home/.cache/pre-commit: 3 files, 6 blocks; "
+                            "\x1B[2J\n=3 \xFE=2 \xFF=1"));
+}
+
+/// Nothing is installed. Cancels a measurement when the first store is done.
+class CancellingPrograms final : public OwnerPrograms {
+  public:
+    explicit CancellingPrograms(std::stop_source& stop) : stop_(stop) {}
+    [[nodiscard]] bool isInstalled(std::string_view) const override {
+        stop_.request_stop();
+        return false;
+    }
+
+  private:
+    std::stop_source& stop_;
+};
 
 TEST(DeveloperStoreInventory, endsWhenItIsCancelled) {
     const MadeMachine machine;
     machine.blocks(".cache/uv/wheels-v5/a", 1);
+    makePnpmFile(machine, 'a', 1);
+    for (int i = 0; i < 300; ++i) {
+        makePnpmIndex(machine, fmt::format("package-{:03}", i), "\"x\":" + pnpmEntry('a', 420));
+    }
     std::stop_source stop;
-    stop.request_stop();
+    EXPECT_EQ(machine.inventory().measure(CancellingPrograms(stop), stop.get_token()),
+              std::unexpected(CancellationError{}));
     EXPECT_EQ(machine.inventory().measure(ProgramsInFolders({}), stop.get_token()),
               std::unexpected(CancellationError{}));
+
+    // At any moment: it ends at once, or is whole.
+    const auto whole = machine.inventory().measure(ProgramsInFolders({}));
+    int cancelled = 0;
+    for (int run = 0; run < 100; ++run) {
+        std::stop_source source;
+        Stopwatch sinceStop;
+        const std::jthread canceller([&] {
+            std::this_thread::sleep_for(std::chrono::microseconds(run * 50));
+            sinceStop.restart();
+            source.request_stop();
+        });
+        const auto stores = machine.inventory().measure(ProgramsInFolders({}), source.get_token());
+        if (stores) {
+            EXPECT_EQ(stores, whole);
+            continue;
+        }
+        ++cancelled;
+        EXPECT_LT(sinceStop.seconds(), 1);
+    }
+    EXPECT_GT(cancelled, 0);
 }
 
 TEST(DeveloperStoreInventory, worksAsItsExampleSays) {

@@ -47,6 +47,66 @@ TEST(StoreManifests, takeNoPathForTheNameOfAFile) {
     }
 }
 
+TEST(StoreManifests, readEverySpellingOfAnIndex) {
+    const std::string digest(64, 'd');
+    const std::string hex = "64646464646464";
+    const std::string rest(112, '0');
+    const std::string integrity = R"("integrity":"sha512-)" + base64Text(digest) + "\"";
+    const std::string usual = R"({"name":"@a/b","version":"1.0","requiresBuild":true,"files":{)"
+                              R"("x.js":{"checkedAt":1732213123456,)" +
+                              integrity + R"(,"mode":420,"size":0},"bin":{)" + integrity +
+                              R"(,"mode":493}}})";
+    const auto plain = pnpmPackage(usual);
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain->name, "@a/b@1.0");
+    EXPECT_THAT(plain->files, ElementsAre(pnpmFileKey("64", hex + rest),
+                                          pnpmFileKey("64", hex + rest + "-exec")));
+    for (std::size_t length = 0; length < usual.size(); ++length) {
+        ASSERT_EQ(pnpmPackage(usual.substr(0, length)), std::nullopt) << length;
+    }
+    // Each adds something that the quick way through does not know.
+    const auto with = [&](const std::string& from, const std::string& to) {
+        std::string text = usual;
+        return text.replace(text.find(from), from.size(), to);
+    };
+    for (const std::string& text :
+         {with("x.js", "\u00E9.js"), with("x.js", "a\\\"}b"),
+          with(R"(,"mode":420)", ", \"mode\":420"),
+          with(R"("requiresBuild":true)", R"("sideEffects":{"linux":{"y":{}}})"),
+          with("\"size\":0", "\"size\":1.5e3"), usual + "\n"}) {
+        const auto package = pnpmPackage(text);
+        ASSERT_TRUE(package) << text;
+        EXPECT_EQ(package->name, plain->name);
+        EXPECT_THAT(package->files, ::testing::UnorderedElementsAreArray(plain->files)) << text;
+    }
+    for (const std::string& text :
+         {usual + "}", usual + "x", with("\"size\":0", "\"size\":00"), with("true", "trues"),
+          with("x.js", std::string("x\0js", 4)), with("x.js", "x\njs"), with("x.js", "x\xFFjs")}) {
+        EXPECT_EQ(pnpmPackage(text), std::nullopt) << text;
+    }
+    for (const auto& [folder, name] : {std::pair{std::string("6"), hex + rest},
+                                       {"64", hex + rest + "0"},
+                                       {"64", hex + rest.substr(1)},
+                                       {"6g", hex + rest},
+                                       {"64", "6464646464646." + rest}}) {
+        EXPECT_EQ(pnpmFileKey(folder, name), std::nullopt) << folder << name;
+    }
+}
+
+TEST(StoreManifests, areReadHoweverMuchTheyList) {
+    // Somebody may have put them there; a time that grows with the square would take minutes.
+    std::string keys;
+    while (keys.size() < maxStoreManifestBytes - 100) {
+        keys += (keys.empty() ? "\"" : ",\"") + std::to_string(keys.size()) + "\":{}";
+    }
+    const auto index = [&](const std::string& odd) {
+        return "{\"name\":\"a\"," + odd + "\"version\":\"1\",\"files\":{" + keys + "}}";
+    };
+    EXPECT_EQ(pnpmPackage(index(""))->name, "a@1");
+    EXPECT_EQ(pnpmPackage(index(" "))->name, "a@1");
+    EXPECT_THAT(ollamaBlobNames("{\"layers\":[]," + keys + "}"), ::testing::Optional(IsEmpty()));
+}
+
 TEST(StoreManifests, nameThingsAsTheirOwnersDo) {
     EXPECT_EQ(huggingFaceRepository("models--org--a-model"), "org/a-model");
     EXPECT_EQ(huggingFaceRepository("models--gpt2"), "gpt2");
