@@ -73,11 +73,16 @@ function(tidyro_runs_programs name)
   if(NOT TARGET TidyroKeeper)
     return()
   endif()
+  get_target_property(folder ${name} RUNTIME_OUTPUT_DIRECTORY)
+  if(NOT folder)
+    set(folder ${CMAKE_CURRENT_BINARY_DIR})
+  endif()
   # Once for all executables of a folder: two that lay it at the same time would fail.
-  string(MAKE_C_IDENTIFIER "KeeperIn ${CMAKE_CURRENT_BINARY_DIR}" laid)
+  string(MAKE_C_IDENTIFIER "KeeperIn ${folder}" laid)
   if(NOT TARGET ${laid})
-    add_custom_target(${laid} COMMAND ${CMAKE_COMMAND} -E create_symlink
-      $<TARGET_FILE:TidyroKeeper> ${CMAKE_CURRENT_BINARY_DIR}/$<TARGET_FILE_NAME:TidyroKeeper>)
+    add_custom_target(${laid} COMMAND ${CMAKE_COMMAND} -E make_directory ${folder}
+      COMMAND ${CMAKE_COMMAND} -E create_symlink $<TARGET_FILE:TidyroKeeper>
+        ${folder}/$<TARGET_FILE_NAME:TidyroKeeper>)
     add_dependencies(${laid} TidyroKeeper)
   endif()
   add_dependencies(${name} ${laid})
