@@ -47,6 +47,13 @@ std::expected<FolderDescriptor, SystemError> openInPieces(const FolderDescriptor
     return folder;
 }
 
+bool isOnlyDown(std::string_view relativePath) {
+    if (relativePath.starts_with('/')) return false;
+    if (relativePath.find("..") == std::string_view::npos) return true; // nearly every one
+    const auto names = path::components(relativePath);
+    return std::ranges::find(names, "..") == names.end();
+}
+
 /// Takes away what was made for a move that then failed. What is in its place by now stays: a
 /// folder goes only when it is empty, and a file only out of a folder of ours.
 Changed withoutPlaceholder(FolderChanges& changes, const EntryName& at, bool isFolder,
@@ -93,28 +100,39 @@ ChangeError ChangeError::fromSystem(SystemError error) {
 
 std::expected<FoldersBeneath, SystemError> FoldersBeneath::openRoot(const std::string& realRoot) {
     if (!realRoot.starts_with('/')) return std::unexpected(SystemError{EINVAL});
-    const auto top = FolderDescriptor::openRoot("/");
+    auto top = FolderDescriptor::openRoot("/");
     if (!top) return std::unexpected(top.error());
     auto root = openInPieces(*top, path::below(realRoot, "/"));
     if (!root) return std::unexpected(root.error());
+    const auto seen = fileMetadata(root->fd());
+    if (!seen) return std::unexpected(seen.error());
     FoldersBeneath beneath;
+    beneath.path_ = realRoot;
+    beneath.top_ = *std::move(top);
     beneath.root_ = *std::move(root);
+    beneath.rootSeen_ = *seen;
     return beneath;
 }
 
 std::expected<FolderDescriptor, SystemError>
 FoldersBeneath::open(const std::string& relativePath) const {
-    const auto names = path::components(relativePath);
-    if (relativePath.starts_with('/') || std::ranges::find(names, "..") != names.end()) {
-        return std::unexpected(SystemError{EINVAL});
-    }
-    auto folder = openInPieces(root_, relativePath);
+    if (!isOnlyDown(relativePath)) return std::unexpected(SystemError{EINVAL});
+    return onItsVolume(openInPieces(root_, relativePath));
+}
+
+std::expected<FolderDescriptor, SystemError>
+FoldersBeneath::openFromTop(const std::string& relativePath) const {
+    if (!isOnlyDown(relativePath)) return std::unexpected(SystemError{EINVAL});
+    const std::string path = path::joined(path_, relativePath);
+    return onItsVolume(openInPieces(top_, path::below(path, "/")));
+}
+
+std::expected<FolderDescriptor, SystemError>
+FoldersBeneath::onItsVolume(std::expected<FolderDescriptor, SystemError> folder) const {
     if (!folder) return folder;
     const auto seen = fileMetadata(folder->fd());
     if (!seen) return std::unexpected(seen.error());
-    const auto root = fileMetadata(root_.fd());
-    if (!root) return std::unexpected(root.error());
-    if (seen->identity.device != root->identity.device || !areOnOneMount(*seen, *root)) {
+    if (seen->identity.device != rootSeen_.identity.device || !areOnOneMount(*seen, rootSeen_)) {
         return std::unexpected(SystemError{EXDEV});
     }
     return folder;

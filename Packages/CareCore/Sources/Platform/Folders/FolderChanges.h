@@ -7,6 +7,7 @@
 
 #include "Base/SystemError.h"
 #include "Base/UUID.h"
+#include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/FolderReading.h"
 
 /// Changing what open folders hold: moving items, making and removing folders, making sure that it
@@ -111,10 +112,22 @@ class FoldersBeneath {
     [[nodiscard]] std::expected<FolderDescriptor, SystemError>
     open(const std::string& relativePath) const;
 
+    /// The same for whoever keeps the root for a long time: goes the whole way from the top of the
+    /// disk again, so that the folder is in what lies at the path of the root by now. That is no
+    /// other volume than when the root was opened. As a rule one call of the system goes all of it.
+    [[nodiscard]] std::expected<FolderDescriptor, SystemError>
+    openFromTop(const std::string& relativePath) const;
+
     [[nodiscard]] const FolderDescriptor& root() const { return root_; }
 
   private:
-    FolderDescriptor root_;
+    [[nodiscard]] std::expected<FolderDescriptor, SystemError>
+    onItsVolume(std::expected<FolderDescriptor, SystemError> folder) const;
+
+    std::string path_;
+    FolderDescriptor top_;
+    FolderDescriptor root_; ///< held open, so that no other mount gets the number of its own
+    FileMetadata rootSeen_{};
 };
 
 /// A folder that nobody but this person can look into or change: made by us, held open. A cleanup

@@ -72,7 +72,15 @@ int errorOf(const std::string& root, const std::string& below) {
     const auto folders = FoldersBeneath::openRoot(root);
     if (!folders) return folders.error().code;
     const auto opened = folders->open(below);
-    return opened ? 0 : opened.error().code;
+    const auto fromTop = folders->openFromTop(below);
+    if (opened && fromTop) {
+        EXPECT_EQ(opened->facts()->identity, fromTop->facts()->identity) << below;
+        return 0;
+    }
+    EXPECT_EQ(opened.has_value(), fromTop.has_value()) << below;
+    if (opened || fromTop) return 0;
+    EXPECT_EQ(opened.error(), fromTop.error()) << below;
+    return opened.error().code;
 }
 
 TEST(FoldersBeneath, FollowsNoLinkAndLeavesNeitherRootNorVolume) {
@@ -107,6 +115,34 @@ TEST(FoldersBeneath, FollowsNoLinkAndLeavesNeitherRootNorVolume) {
     const auto deepest = beneath(root).open(deep);
     ASSERT_TRUE(deepest);
     EXPECT_EQ(deepest->facts()->identity, at.facts()->identity);
+    const auto fromTop = beneath(root).openFromTop(deep);
+    ASSERT_TRUE(fromTop);
+    EXPECT_EQ(fromTop->facts()->identity, at.facts()->identity);
+}
+
+TEST(FoldersBeneath, GoFromTheTopToWhatIsAtThePathOfTheRootByNow) {
+    const TemporaryFolder place;
+    place.folder("root/below");
+    place.folder("other/below");
+    const std::string real = fs::canonical(place.path()).string();
+    const FoldersBeneath folders = beneath(real + "/root");
+    fs::rename(real + "/root", real + "/moved");
+    EXPECT_EQ(folders.openFromTop("below").error().code, ENOENT);
+    EXPECT_TRUE(folders.open("below")) << "the root itself is still held";
+    fs::create_directory_symlink(real + "/other", real + "/root");
+    EXPECT_EQ(folders.openFromTop("below").error().code, ELOOP);
+    fs::remove(real + "/root");
+    fs::rename(real + "/other", real + "/root");
+    EXPECT_EQ(folders.openFromTop("below")->facts()->identity,
+              FolderDescriptor::openRoot(real + "/root/below")->facts()->identity);
+    const auto told = inMountNamespace([&] {
+        const FoldersBeneath here = beneath(real + "/root");
+        if (!tidyro::testing::bindMount(real + "/moved", real + "/root")) return std::string("no");
+        const auto opened = here.openFromTop("below");
+        return std::to_string(opened ? 0 : opened.error().code);
+    });
+    if (!told) GTEST_SKIP() << "needs a mount namespace";
+    EXPECT_EQ(*told, std::to_string(EXDEV)) << "something was mounted over it meanwhile";
 }
 
 TEST(FoldersBeneath, StaysOnTheVolumeOfItsRoot) {
