@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <expected>
+#include <map>
 #include <optional>
 
 #include "Base/SystemError.h"
@@ -31,6 +32,22 @@ enum class FileUse : std::uint8_t {
 /// The same for a regular file that is open for reading by this descriptor alone.
 [[nodiscard]] FileUse fileUse(int fd);
 
+/// Finds out once a mount whether a granted lease proves anything there. Used by one thread.
+class ProvenMounts {
+  public:
+    /// Of the mount through which an item in the folder was seen. None where that is not certain:
+    /// the file has to be asked itself.
+    [[nodiscard]] std::optional<bool> isProven(const FolderDescriptor& folder,
+                                               const FileMetadata& seen);
+
+  private:
+    struct Mount {
+        FolderDescriptor folder; ///< held open, so that no other mount gets its number
+        bool isProven;
+    };
+    std::map<std::uint64_t, Mount> mounts_;
+};
+
 /// An item that is held while it is compared and moved. It stays the same item whatever becomes of
 /// its name, and while it is held no other item gets its number. Holding it needs no right to read
 /// it and does not open it: nobody else notices. Used by one thread.
@@ -54,6 +71,9 @@ class HeldItem {
     /// Asks as `fileUse` does, and keeps the lease when the answer is `free`. Whoever opens the
     /// file from then on waits until it is released, so release it soon.
     [[nodiscard]] FileUse takeLease();
+    /// The same with what its metadata said a moment ago and, where it is known, whether a lease
+    /// proves anything on its mount.
+    [[nodiscard]] FileUse takeLease(const FileMetadata& seen, std::optional<bool> isProven);
     /// Whether a lease was taken and somebody has tried to open the file since. Without a lease
     /// nobody can tell.
     [[nodiscard]] bool isLeaseBroken() const;
@@ -73,7 +93,7 @@ struct FileAccess {
 };
 
 /// Asks the regular files of one folder after another. What their file system's leases prove is
-/// found out once a folder.
+/// found out once a mount.
 ///
 ///     FileAccessAsker asker;
 ///     asker.begin(folder);
@@ -89,8 +109,7 @@ class FileAccessAsker {
 
   private:
     const FolderDescriptor* folder_ = nullptr;
-    /// The mount on which leases prove something; none where the folder's is not such a one.
-    std::optional<std::uint64_t> provenMount_;
+    ProvenMounts mounts_;
 };
 
 } // namespace tidyro::platform

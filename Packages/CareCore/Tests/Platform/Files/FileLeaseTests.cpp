@@ -132,12 +132,21 @@ TEST_P(ProvenByLease, IsHeldUntilSomebodyOpensTheFile) {
     EXPECT_EQ(held->takeLease(), FileUse::inUse);
     ::close(user);
     EXPECT_EQ(held->takeLease(), FileUse::free);
+    ProvenMounts mounts;
+    for (int asked = 0; asked < 2; ++asked) {
+        EXPECT_EQ(mounts.isProven(*folder, *held->metadata()), true) << "asked " << asked;
+    }
+    EXPECT_EQ(mounts.isProven(*folder, *fileMetadata("/")), std::nullopt) << "of another mount";
+    EXPECT_EQ(held->takeLease(*held->metadata(), true), FileUse::free);
+    EXPECT_FALSE(held->isLeaseBroken());
+    EXPECT_EQ(held->takeLease(*held->metadata(), false), FileUse::unknown);
 
     for (const char* name : {"link", "pipe"}) {
         auto other = HeldItem::open(*folder, name);
         ASSERT_TRUE(other) << name;
         EXPECT_NE(other->metadata()->kind, ItemKind::regularFile) << name;
         EXPECT_EQ(other->takeLease(), FileUse::unknown) << name;
+        EXPECT_EQ(other->takeLease(*other->metadata(), true), FileUse::unknown) << name;
     }
     EXPECT_FALSE(HeldItem::open(*folder, "none"));
 }

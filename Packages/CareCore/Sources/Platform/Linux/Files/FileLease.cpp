@@ -12,7 +12,6 @@
 
 #include <fcntl.h>
 #include <linux/magic.h>
-#include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -74,12 +73,7 @@ FileUse fileUse(const FolderDescriptor& folder, const char* name) {
     return use;
 }
 
-void FileAccessAsker::begin(const FolderDescriptor& folder) {
-    folder_ = &folder;
-    provenMount_.reset();
-    if (!areLeasesProven(folder.fd())) return;
-    if (const auto seen = fileMetadata(folder.fd())) provenMount_ = seen->mount;
-}
+void FileAccessAsker::begin(const FolderDescriptor& folder) { folder_ = &folder; }
 
 FileAccess FileAccessAsker::ask(const char* name, const FileMetadata& seen) {
     // Two threads that meet at one file by two of its names would take each other for users of it.
@@ -92,9 +86,8 @@ FileAccess FileAccessAsker::ask(const char* name, const FileMetadata& seen) {
         return {.isReadable = isReadable(*folder_, name),
                 .use = isInUse ? FileUse::inUse : FileUse::unknown};
     }
-    // A mount is of one file system, and the open folder keeps its mount from going.
-    const bool isProven = (provenMount_ && seen.mount == provenMount_) || areLeasesProven(fd);
-    const FileUse use = useByLease(fd, isProven);
+    const std::optional<bool> isProven = mounts_.isProven(*folder_, seen);
+    const FileUse use = useByLease(fd, isProven ? *isProven : areLeasesProven(fd));
     ::close(fd); // gives the lease back
     return {.isReadable = true, .use = use};
 }
@@ -111,16 +104,38 @@ std::expected<HeldItem, SystemError> HeldItem::open(const FolderDescriptor& fold
 
 std::expected<FileMetadata, SystemError> HeldItem::metadata() const { return fileMetadata(fd_); }
 
+std::optional<bool> ProvenMounts::isProven(const FolderDescriptor& folder,
+                                           const FileMetadata& seen) {
+    if (!seen.mount) return std::nullopt;
+    if (const auto known = mounts_.find(*seen.mount); known != mounts_.end()) {
+        return known->second.isProven;
+    }
+    auto own = folder.open(".");
+    const auto around = own ? fileMetadata(own->fd()) : std::unexpected(own.error());
+    if (!around || around->mount != seen.mount) return std::nullopt;
+    const bool isProven = areLeasesProven(own->fd());
+    mounts_.emplace(*seen.mount, Mount{.folder = *std::move(own), .isProven = isProven});
+    return isProven;
+}
+
 FileUse HeldItem::takeLease() {
+    const auto seen = metadata();
+    if (!seen) {
+        releaseLease();
+        return FileUse::unknown;
+    }
+    return takeLease(*seen, std::nullopt);
+}
+
+FileUse HeldItem::takeLease(const FileMetadata& seen, std::optional<bool> isProven) {
     releaseLease();
-    struct stat seen{};
     // Opening a pipe or a device could do something.
-    if (::fstat(fd_, &seen) != 0 || !S_ISREG(seen.st_mode)) return FileUse::unknown;
+    if (seen.kind != ItemKind::regularFile) return FileUse::unknown;
     // By this path the very item is opened, whatever its name leads to by now.
     const std::string item = "/proc/self/fd/" + std::to_string(fd_);
     const int fd = ::open(item.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) return errno == EWOULDBLOCK ? FileUse::inUse : FileUse::unknown;
-    const FileUse use = useByLease(fd, areLeasesProven(fd));
+    const FileUse use = useByLease(fd, isProven ? *isProven : areLeasesProven(fd));
     if (use == FileUse::free) {
         leased_ = fd;
     } else {

@@ -14,10 +14,7 @@ FileUse fileUse(const FolderDescriptor& /*folder*/, const char* /*name*/) {
 
 FileUse fileUse(int /*fd*/) { return FileUse::unknown; }
 
-void FileAccessAsker::begin(const FolderDescriptor& folder) {
-    folder_ = &folder;
-    provenMount_.reset();
-}
+void FileAccessAsker::begin(const FolderDescriptor& folder) { folder_ = &folder; }
 
 FileAccess FileAccessAsker::ask(const char* name, const FileMetadata& /*seen*/) {
     return {.isReadable = isReadable(*folder_, name), .use = FileUse::unknown};
@@ -33,7 +30,16 @@ std::expected<HeldItem, SystemError> HeldItem::open(const FolderDescriptor& fold
 
 std::expected<FileMetadata, SystemError> HeldItem::metadata() const { return fileMetadata(fd_); }
 
+std::optional<bool> ProvenMounts::isProven(const FolderDescriptor& /*folder*/,
+                                           const FileMetadata& /*seen*/) {
+    return std::nullopt;
+}
+
 FileUse HeldItem::takeLease() { return FileUse::unknown; }
+
+FileUse HeldItem::takeLease(const FileMetadata& /*seen*/, std::optional<bool> /*isProven*/) {
+    return FileUse::unknown;
+}
 
 bool HeldItem::isLeaseBroken() const { return leased_ >= 0; } // never taken
 

@@ -158,22 +158,24 @@ class DefaultPlanRevalidator::Run {
         const auto& folder = folders_.at(path::parent(path));
         if (!folder) return issueOfLook(folder.error());
         name_ = entry.sourceURL.lastComponent();
-        auto observed = observer_.observation(*folder, entry.sourceURL.parent(), name_.c_str());
-        if (!observed) return issueOfLook(observed.error());
-        if (observed->url.path() != path || !entry.fingerprint.matches(*observed)) {
+        const auto seen = platform::fileMetadata(*folder, name_.c_str());
+        if (!seen) return issueOfLook(seen.error());
+        const bool isFolder = seen->kind == platform::ItemKind::folder;
+        const FileURL above = entry.sourceURL.parent();
+        const platform::FileAccess access = accessTo(*folder, *seen);
+        FileObservation observed = observer_.observation(
+            isFolder ? above.appendingFolder(name_) : above.appending(name_), *seen,
+            access.isReadable ? FileObserver::Readable::yes : FileObserver::Readable::no);
+        if (observed.url.path() != path || !entry.fingerprint.matches(observed)) {
             return itemChanged;
         }
-        auto use = platform::FileUse::unknown;
-        if (observed->kind == FileKind::regularFile) {
-            use = platform::fileUse(*folder, name_.c_str());
-        }
-        const bool isFolder = observed->kind == FileKind::directory;
+        const platform::FileUse use = access.use;
         if (use == platform::FileUse::inUse ||
             isInUse(context_->facts().openByProcessPaths, path, isFolder)) {
             return inUseByProcess;
         }
         if (context_->activeApplicationRootIndex().contains(path)) return runtimeRestriction;
-        return issueByPolicy(entry, *folder, *std::move(observed), use);
+        return issueByPolicy(entry, *folder, std::move(observed), use);
     }
 
   private:
@@ -196,6 +198,18 @@ class DefaultPlanRevalidator::Run {
         std::size_t max_ = std::max<std::size_t>(platform::openFolderBudget() / 4, 1);
         StringMap<std::expected<platform::FolderDescriptor, SystemError>> opened_;
     };
+
+    /// Of the item that has the name by now. To open it tells both whether it may be read and
+    /// whether somebody uses it.
+    [[nodiscard]] platform::FileAccess accessTo(const platform::FolderDescriptor& folder,
+                                                const platform::FileMetadata& seen) {
+        if (seen.kind != platform::ItemKind::regularFile) {
+            return {.isReadable = platform::isReadable(folder, name_.c_str()),
+                    .use = platform::FileUse::unknown};
+        }
+        asker_.begin(folder);
+        return asker_.ask(name_.c_str(), seen);
+    }
 
     [[nodiscard]] static Issue issueOfLook(SystemError error) {
         return platform::hasVanished(error) ? itemMissing : observationFailed;
@@ -306,6 +320,7 @@ class DefaultPlanRevalidator::Run {
     FileObserver observer_;
     FolderResolver resolver_;
     FoldersInUse folders_;
+    platform::FileAccessAsker asker_;
     std::string name_;
     // Made for the first entry that needs them.
     std::optional<DiskItemRemovalPolicy> items_;
