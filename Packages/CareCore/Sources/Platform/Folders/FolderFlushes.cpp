@@ -38,9 +38,12 @@ std::expected<void, SystemError> FolderFlushes::note(const FolderDescriptor& fol
 
 bool FolderFlushes::isFlushedOneByOne(const FolderDescriptor& folder) {
     const auto seen = fileMetadata(folder.fd());
+    return seen && isFlushedOneByOne(*seen);
+}
+
+bool FolderFlushes::isFlushedOneByOne(const FileMetadata& onSameVolume) {
     const std::scoped_lock guard(mutex_);
-    const auto volume =
-        seen ? volumes_.find(seen->mount.value_or(seen->identity.device)) : volumes_.end();
+    const auto volume = volumes_.find(onSameVolume.mount.value_or(onSameVolume.identity.device));
     return volume != volumes_.end() && volume->second.isSlow;
 }
 

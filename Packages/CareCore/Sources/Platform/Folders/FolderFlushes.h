@@ -50,6 +50,8 @@ class FolderFlushes {
     /// Whether the folder's volume turned out to be slow. Whoever makes a file in the folder then
     /// flushes that file as well: no flush of the whole volume will do it.
     [[nodiscard]] bool isFlushedOneByOne(const FolderDescriptor& folder);
+    /// The same for the volume of an item that was looked at before.
+    [[nodiscard]] bool isFlushedOneByOne(const FileMetadata& onSameVolume);
 
     /// The folders that items left come first, one by one as well as volume by volume. On btrfs the
     /// other order leaves a file under both of its names after a crash.

@@ -291,7 +291,7 @@ std::expected<TrashSlot, TrashError> Trash::reserve(const TrashItem& item) {
                             .name = trashName(item.name, attempt, maxBytes)});
         // What lies there without a note is an orphan, and stays what it is.
         if (fileMetadata((*trash)->files, body->name.c_str())) continue;
-        const FileFlush flush = body_->options.flushes->isFlushedOneByOne((*trash)->info)
+        const FileFlush flush = body_->options.flushes->isFlushedOneByOne((*trash)->seen)
                                     ? FileFlush::now
                                     : FileFlush::withVolume;
         const auto reserved = makeFileIn({.folder = (*trash)->info, .name = body->noteName()}, note,

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 #include <fcntl.h>
@@ -16,6 +17,9 @@ bool isWritableFolder(const std::string& path) {
 }
 
 bool isWritableFolder(const FolderDescriptor& folder, const char* name) {
+    if (std::string_view(name) == ".") { // no link, and open already
+        return ::faccessat(folder.fd(), name, W_OK | X_OK, AT_EACCESS) == 0;
+    }
     const auto opened = folder.open(name); // without following a link, on every system
     return opened ? ::faccessat(opened->fd(), ".", W_OK | X_OK, AT_EACCESS) == 0
                   : opened.error().code == EACCES &&

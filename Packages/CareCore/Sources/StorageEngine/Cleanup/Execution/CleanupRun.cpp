@@ -349,17 +349,14 @@ std::optional<std::string> CleanupRun::refusalByPolicy(const CleanupPlanEntry& e
 
 // Moving and removing ----------------------------------------------------------------------------
 
-/// The last look before an item is moved.
+/// The last look before an item is moved. Whether its folder and its owner allow that was asked
+/// before, when its place in the Trash was taken.
 CleanupRun::Mutated CleanupRun::prepareMove(VerifiedItem& item) const {
     const auto failed = [](std::optional<std::string> reason) {
         return std::unexpected(
             CleanupMutationError{.kind = Kind::moveFailed, .reason = std::move(reason)});
     };
-    if (const auto refused = platform::trashRefusal(
-            {.folder = item.parent, .name = item.name, .path = item.realPath, .seen = item.seen})) {
-        return std::unexpected(TrashRefusalDiagnosis::mutationError(*refused));
-    }
-    if (item.held.takeLease() == platform::FileUse::inUse) {
+    if (item.takeLease() == platform::FileUse::inUse) {
         return failed(appAuthoredFileSystemFailureReason({EBUSY}));
     }
     if (item.seen.kind == platform::ItemKind::folder) {
@@ -370,8 +367,7 @@ CleanupRun::Mutated CleanupRun::prepareMove(VerifiedItem& item) const {
             return failed("something is mounted inside it");
         }
     }
-    const auto now = item.held.metadata();
-    if (!now || now->changed != item.seen.changed || !item.isAt(item.parent, item.name)) {
+    if (!item.isUntouched()) {
         return std::unexpected(CleanupMutationError{.kind = Kind::identityChanged});
     }
     return {};

@@ -26,11 +26,20 @@ Kind kindOfOpening(SystemError error) {
 
 } // namespace
 
+bool VerifiedItem::isItem(const FileMetadata& there) const {
+    return there.identity == seen.identity && there.kind == seen.kind &&
+           there.byteCount == seen.byteCount && there.modified == seen.modified &&
+           there.created == seen.created;
+}
+
 bool VerifiedItem::isAt(const platform::FolderDescriptor& folder, const std::string& at) const {
     const auto there = platform::fileMetadata(folder, at.c_str());
-    return there && there->identity == seen.identity && there->kind == seen.kind &&
-           there->byteCount == seen.byteCount && there->modified == seen.modified &&
-           there->created == seen.created;
+    return there && isItem(*there);
+}
+
+bool VerifiedItem::isUntouched() const {
+    const auto there = platform::fileMetadata(parent, name.c_str());
+    return there && isItem(*there) && there->changed == seen.changed;
 }
 
 MutationIdentityGuard::MutationIdentityGuard(const platform::Volumes& volumes)
@@ -44,6 +53,16 @@ const std::optional<std::string>& MutationIdentityGuard::realPathOf(std::string_
     return realPaths_.emplace(std::move(path), std::move(real)).first->second;
 }
 
+const MutationIdentityGuard::Root& MutationIdentityGuard::rootAt(const std::string& realPath) {
+    const auto known = roots_.find(realPath);
+    if (known != roots_.end() && known->second) return known->second;
+    // Each picked item has a root of its own, and each root is held open.
+    constexpr std::size_t maxRoots = 16;
+    if (roots_.size() >= maxRoots) roots_.clear();
+    return roots_.insert_or_assign(realPath, platform::FoldersBeneath::openRoot(realPath))
+        .first->second;
+}
+
 std::expected<VerifiedItem, CleanupMutationError>
 MutationIdentityGuard::look(const Question& question) {
     const std::string& path = question.source.path();
@@ -54,10 +73,10 @@ MutationIdentityGuard::look(const Question& question) {
     const std::string_view from = path == root ? folder : std::string_view(root);
     const std::optional<std::string>& real = realPathOf(from);
     if (!real) return refusedAs(Kind::outsideAuthorizedRoot);
-    const auto beneath = platform::FoldersBeneath::openRoot(*real);
+    const Root& beneath = rootAt(*real);
     if (!beneath) return refusedAs(kindOfOpening(beneath.error()));
-    std::string below(path::below(folder, from));
-    auto parent = beneath->open(below);
+    const std::string below(path::below(folder, from));
+    auto parent = beneath->openFromTop(below);
     if (!parent) return refusedAs(kindOfOpening(parent.error()));
 
     std::string name(path::lastComponent(path));
@@ -75,11 +94,13 @@ MutationIdentityGuard::look(const Question& question) {
     }
     if (!isPlanned(question, *seen)) return refusedAs(Kind::identityChanged);
     std::string realPath = path::joined(path::joined(*real, below), name);
+    const auto areLeasesProven = leases_.isProven(*parent, *seen);
     return VerifiedItem{.parent = *std::move(parent),
                         .name = std::move(name),
                         .realPath = std::move(realPath),
                         .held = *std::move(held),
-                        .seen = *seen};
+                        .seen = *seen,
+                        .areLeasesProven = areLeasesProven};
 }
 
 std::expected<void, CleanupMutationError>

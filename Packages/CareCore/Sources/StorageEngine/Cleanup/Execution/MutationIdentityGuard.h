@@ -29,10 +29,19 @@ struct VerifiedItem {
     std::string realPath;
     platform::HeldItem held;
     platform::FileMetadata seen;
+    /// Whether a lease proves anything on its mount, as far as that is known.
+    std::optional<bool> areLeasesProven = std::nullopt;
 
+    [[nodiscard]] platform::FileUse takeLease() { return held.takeLease(seen, areLeasesProven); }
     /// Whether what an open folder has under a name is this item, unchanged since it was verified.
     [[nodiscard]] bool isAt(const platform::FolderDescriptor& folder,
                             const std::string& name) const;
+    /// The same in its own folder, where nothing at all was changed about it. One look tells both:
+    /// while the item is held no other one has its identity.
+    [[nodiscard]] bool isUntouched() const;
+
+  private:
+    [[nodiscard]] bool isItem(const platform::FileMetadata& there) const;
 };
 
 /// The last check before an item is touched: whether the item on the disk is the very one that was
@@ -46,9 +55,9 @@ struct VerifiedItem {
 ///     if (!item) return refuse(item.error());
 ///     ... rename item->name relative to item->parent, and compare once more ...
 ///
-/// The folder is opened from the real path of its root and beneath it, without following a link and
-/// without leaving the root's volume. The volumes are asked for once, by the constructor. Made for
-/// one run of a cleanup and used by one thread.
+/// The folder is opened from the real path of its root and beneath it, anew for each item, without
+/// following a link and without leaving the root's volume. The volumes are asked for once, by the
+/// constructor. Made for one run of a cleanup and used by one thread.
 class MutationIdentityGuard {
   public:
     explicit MutationIdentityGuard(const platform::Volumes& volumes);
@@ -80,9 +89,13 @@ class MutationIdentityGuard {
     [[nodiscard]] bool isStatusAsPlanned(const Question& question,
                                          const platform::FileMetadata& seen) const;
     [[nodiscard]] const std::optional<std::string>& realPathOf(std::string_view folder);
+    using Root = std::expected<platform::FoldersBeneath, SystemError>;
+    [[nodiscard]] const Root& rootAt(const std::string& realPath);
 
     FingerprintComparison comparison_;
     StringMap<std::optional<std::string>> realPaths_;
+    StringMap<Root> roots_; ///< by their real paths
+    platform::ProvenMounts leases_;
     std::map<platform::ItemIdentity, Timestamp> ownChanges_;
 };
 

@@ -99,7 +99,7 @@ SystemPermanentRemover::setAside(const FileURL& source, VerifiedItem item) {
     if (!noted) {
         return std::unexpected(removeFailed(ChangeError::fromSystem(noted.error())));
     }
-    if (item.held.takeLease() == platform::FileUse::inUse) {
+    if (item.takeLease() == platform::FileUse::inUse) {
         return std::unexpected(CleanupMutationError{
             .kind = Kind::removeFailed, .reason = appAuthoredFileSystemFailureReason({EBUSY})});
     }
