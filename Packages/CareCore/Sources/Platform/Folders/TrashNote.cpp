@@ -7,8 +7,6 @@
 #include <cstdint>
 #include <memory>
 
-#include <fmt/format.h>
-
 #include "Base/Calendar.h"
 #include "Base/FileURL.h"
 #include "Base/PathText.h"
@@ -79,9 +77,19 @@ std::string trashNote(std::string_view path, std::string_view top, Timestamp at)
     std::string written = FileURL::file(noted).text().substr(scheme.size());
     if (!top.empty()) written.erase(0, 1);
     const DateComponents date = Calendar::current().components(at);
-    return fmt::format("{}\n{}{}\n{}{:04}-{:02}-{:02}T{:02}:{:02}:{:02}\n", noteHead, pathKey,
-                       written, dateKey, date.year, date.month, date.day, date.hour, date.minute,
-                       date.second);
+    std::string note(noteHead);
+    note.append("\n").append(pathKey).append(written).append("\n").append(dateKey);
+    const auto add = [&](int number, int unit, char after) {
+        for (; unit > 0; unit /= 10) note += static_cast<char>('0' + number / unit % 10);
+        note += after;
+    };
+    add(date.year, 1'000, '-');
+    add(date.month, 10, '-');
+    add(date.day, 10, 'T');
+    add(date.hour, 10, ':');
+    add(date.minute, 10, ':');
+    add(date.second, 10, '\n');
+    return note;
 }
 
 std::optional<TrashNote> readTrashNote(std::string_view text, std::string_view top) {
