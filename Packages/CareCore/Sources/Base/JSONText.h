@@ -1,11 +1,17 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <concepts>
+#include <cstddef>
+#include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -14,22 +20,52 @@
 /// The text of a record without its document.
 ///
 ///     jsonTextOf(receipt)      // the very text of jsonText(toJSON(receipt))
+///     writeJSONText(intent, [&](std::string_view piece) { file.append(piece); });
 ///
 /// A document takes several times the memory of its text. A plan or a receipt has hundreds of
-/// thousands of items, so its text is written value by value.
+/// thousands of items, so its text is written value by value, and piece by piece where nobody needs
+/// the whole.
 namespace tidyro {
 
-template <class T>
-void appendJSONText(std::string& text, const T& value);
+/// Appends to a `std::string` or to a `TextInPieces`.
+template <class Text, class T>
+void appendJSONText(Text& text, const T& value);
+
+/// Text that is handed on in large pieces while it is written.
+class TextInPieces {
+  public:
+    using Take = std::function<void(std::string_view piece)>;
+    static constexpr std::size_t pieceBytes = 98'304; ///< about as many in each piece but the last
+
+    explicit TextInPieces(Take take) : take_(std::move(take)) {}
+
+    TextInPieces& append(std::string_view text) {
+        held_ += text;
+        if (held_.size() >= pieceBytes) handOn();
+        return *this;
+    }
+    TextInPieces& operator+=(std::string_view text) { return append(text); }
+    TextInPieces& operator+=(char character) { return append({&character, 1}); }
+    /// Hands on what is left. Called once, at the end.
+    void end() { handOn(); }
+
+  private:
+    void handOn() {
+        take_(held_);
+        held_.clear();
+    }
+
+    Take take_;
+    std::string held_;
+};
 
 namespace detail {
 
 /// Sets commas between the elements of an object or a list.
+template <class Text>
 class JSONElements {
   public:
-    JSONElements(std::string& text, char begin, char end) : text_(text), end_(end) {
-        text_ += begin;
-    }
+    JSONElements(Text& text, char begin, char end) : text_(text), end_(end) { text_ += begin; }
     ~JSONElements() { text_ += end_; }
     JSONElements(const JSONElements&) = delete;
     JSONElements& operator=(const JSONElements&) = delete;
@@ -56,7 +92,7 @@ class JSONElements {
         isFirst_ = false;
     }
 
-    std::string& text_;
+    Text& text_;
     char end_;
     bool isFirst_ = true;
 };
@@ -68,6 +104,15 @@ inline bool isPlainInJSON(std::string_view text) {
     });
 }
 
+template <class Text>
+void appendJSONString(Text& text, const std::string& value) {
+    if (isPlainInJSON(value)) {
+        text.append("\"").append(value).append("\"");
+    } else {
+        text += jsonText(JSON(value));
+    }
+}
+
 template <class T>
 constexpr bool isJSONList = OrderedSet<T>;
 template <class T>
@@ -75,8 +120,8 @@ constexpr bool isJSONList<std::vector<T>> = true;
 
 } // namespace detail
 
-template <class T>
-void appendJSONText(std::string& text, const T& value) {
+template <class Text, class T>
+void appendJSONText(Text& text, const T& value) {
     if constexpr (CaseEnumeration<T>) {
         detail::JSONElements object(text, '{', '}');
         std::visit([&]<class Case>(const Case& values) { object.add(Case::caseName, values); },
@@ -90,13 +135,15 @@ void appendJSONText(std::string& text, const T& value) {
         detail::JSONElements list(text, '[', ']');
         for (const auto& element : value) list.add(element);
     } else if constexpr (std::same_as<T, std::string>) {
-        if (detail::isPlainInJSON(value)) {
-            text.append("\"").append(value).append("\"");
-        } else {
-            text += jsonText(toJSON(value));
-        }
+        detail::appendJSONString(text, value);
+    } else if constexpr (std::integral<T> && !std::same_as<T, bool>) {
+        std::array<char, std::numeric_limits<T>::digits10 + 2> digits{};
+        const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value);
+        text.append(std::string_view(digits.data(), end.ptr));
+    } else if (const JSON document = toJSON(value); document.is_string()) {
+        detail::appendJSONString(text, document.template get_ref<const std::string&>());
     } else {
-        text += jsonText(toJSON(value));
+        text += jsonText(document);
     }
 }
 
@@ -105,6 +152,14 @@ template <class T>
     std::string text;
     appendJSONText(text, value);
     return text;
+}
+
+/// Hands the text to `take` piece by piece.
+template <class T>
+void writeJSONText(const T& value, TextInPieces::Take take) {
+    TextInPieces text(std::move(take));
+    appendJSONText(text, value);
+    text.end();
 }
 
 } // namespace tidyro
