@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -20,6 +21,24 @@ namespace tidyro::platform {
 
 /// The key has a usable length. A failure of the library is a fault of the program.
 [[nodiscard]] std::string seal(std::span<const std::byte> key, std::string_view contents);
+
+/// The same piece by piece. The results of all calls, one after another, are the box. Used by one
+/// thread.
+class Sealing {
+  public:
+    explicit Sealing(std::span<const std::byte> key);
+    ~Sealing();
+    Sealing(const Sealing&) = delete;
+    Sealing& operator=(const Sealing&) = delete;
+
+    [[nodiscard]] std::string add(std::string_view contents);
+    /// Called once, at the end.
+    [[nodiscard]] std::string end();
+
+  private:
+    struct Body;
+    std::unique_ptr<Body> body_;
+};
 
 /// What the box holds; none when it was not made with this key, or was changed since.
 [[nodiscard]] std::optional<std::string> openSealed(std::span<const std::byte> key,

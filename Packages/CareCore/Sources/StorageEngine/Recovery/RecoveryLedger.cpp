@@ -55,6 +55,54 @@ std::unexpected<RecoveryLedgerError> failure(Kind kind, SystemError cause = {0})
 
 std::span<const std::byte> keySpan(std::string_view key) { return std::as_bytes(std::span(key)); }
 
+/// Writes the text of a ledger piece by piece, so that neither it nor its payload is ever whole in
+/// memory.
+class LedgerText {
+  public:
+    LedgerText(std::string_view key, TextInPieces::Take take)
+        : sealing_(keySpan(key)), take_(std::move(take)) {}
+
+    void write(std::span<const CleanupReceipt* const> receipts) {
+        // The envelope is written around its last value, the sealed payload.
+        constexpr std::string_view afterPayload = R"("})";
+        std::string envelope =
+            jsonTextOf(LedgerEnvelope{ledgerVersion, std::string(ledgerAlgorithm), {}});
+        envelope.resize(envelope.size() - afterPayload.size());
+        take_(envelope);
+        TextInPieces payload([this](std::string_view piece) { addSealed(sealing_.add(piece)); });
+        payload += R"({"receipts":[)"; // a `LedgerPayload`
+        bool isFirst = true;
+        for (const CleanupReceipt* receipt : receipts) {
+            if (!std::exchange(isFirst, false)) payload += ',';
+            appendJSONText(payload, *receipt);
+        }
+        payload += "]}";
+        payload.end();
+        addSealed(sealing_.end());
+        take_(base64Text(unwritten_));
+        take_(afterPayload);
+    }
+
+  private:
+    void addSealed(std::string_view bytes) {
+        constexpr std::size_t groupBytes = 3; // only the last group may be filled up
+        unwritten_ += bytes;
+        const std::size_t whole = unwritten_.size() - unwritten_.size() % groupBytes;
+        take_(base64Text(std::string_view(unwritten_).substr(0, whole)));
+        unwritten_.erase(0, whole);
+    }
+
+    platform::Sealing sealing_;
+    TextInPieces::Take take_;
+    std::string unwritten_;
+};
+
+std::vector<const CleanupReceipt*> pointersTo(const Receipts& receipts) {
+    std::vector<const CleanupReceipt*> pointers;
+    for (const CleanupReceipt& each : receipts) pointers.push_back(&each);
+    return pointers;
+}
+
 void put(Receipts& receipts, const CleanupReceipt& receipt) {
     const auto same = std::ranges::find(receipts, receipt.id, &CleanupReceipt::id);
     if (same != receipts.end()) {
@@ -115,13 +163,17 @@ Receipts InMemoryRecoveryLedger::storedReceipts() const {
 
 std::expected<Receipts, RecoveryLedgerError> receiptsInLedger(std::string_view text,
                                                               std::string_view key) {
-    const auto envelope = fromJSONText<LedgerEnvelope>(text);
-    if (!envelope || envelope->version != ledgerVersion || envelope->algorithm != ledgerAlgorithm) {
-        return failure(Kind::malformedEnvelope);
-    }
-    const auto box = base64Bytes(envelope->sealedPayload);
+    // Each step frees what the one before needed: a long history is large in each of its forms.
+    const auto boxIn = [](std::string_view envelopeText) -> std::optional<std::string> {
+        const auto envelope = fromJSONText<LedgerEnvelope>(envelopeText);
+        const bool isKnown = envelope && envelope->version == ledgerVersion &&
+                             envelope->algorithm == ledgerAlgorithm;
+        return isKnown ? base64Bytes(envelope->sealedPayload) : std::nullopt;
+    };
+    auto box = boxIn(text);
     if (!box) return failure(Kind::malformedEnvelope);
     const auto opened = platform::openSealed(keySpan(key), *box);
+    box.reset();
     if (!opened) return failure(Kind::malformedEnvelope);
     auto payload = fromJSONText<LedgerPayload>(*opened);
     if (!payload) return failure(Kind::malformedEnvelope);
@@ -129,12 +181,9 @@ std::expected<Receipts, RecoveryLedgerError> receiptsInLedger(std::string_view t
 }
 
 std::string ledgerText(const Receipts& receipts, std::string_view key) {
-    LedgerEnvelope envelope{ledgerVersion, std::string(ledgerAlgorithm), {}};
-    std::string payload = R"({"receipts":)"; // a `LedgerPayload`, whose receipts are copied nowhere
-    appendJSONText(payload, receipts);
-    payload += '}';
-    envelope.sealedPayload = base64Text(platform::seal(keySpan(key), payload));
-    return jsonTextOf(envelope);
+    std::string text;
+    LedgerText(key, [&](std::string_view piece) { text += piece; }).write(pointersTo(receipts));
+    return text;
 }
 
 JSONRecoveryLedger::JSONRecoveryLedger(FileURL fileURL, std::string key, Options options)
@@ -182,8 +231,12 @@ class LedgerChange {
         if (!writer) return failure(Kind::unwritable, writer.error());
         return LedgerChange(*std::move(writer));
     }
-    [[nodiscard]] std::expected<void, RecoveryLedgerError> end(const std::string& text) {
-        auto done = writer_.append(std::as_bytes(std::span(text)));
+    [[nodiscard]] std::expected<void, RecoveryLedgerError>
+    end(std::span<const CleanupReceipt* const> receipts, std::string_view key) {
+        std::expected<void, SystemError> done;
+        LedgerText(key, [&](std::string_view piece) {
+            if (done) done = writer_.append(std::as_bytes(std::span(piece)));
+        }).write(receipts);
         if (done) done = writer_.commit();
         if (!done) return failure(Kind::unwritable, done.error());
         return {};
@@ -208,10 +261,16 @@ std::expected<void, RecoveryLedgerError> JSONRecoveryLedger::append(const Cleanu
 std::expected<void, RecoveryLedgerError> JSONRecoveryLedger::add(const CleanupReceipt& receipt) {
     auto change = LedgerChange::begin(fileURL_);
     if (!change) return std::unexpected(change.error());
-    auto receipts = load();
+    const auto receipts = load();
     if (!receipts) return std::unexpected(receipts.error());
-    put(*receipts, receipt);
-    return change->end(ledgerText(*receipts, key_));
+    auto all = pointersTo(*receipts);
+    const auto same = std::ranges::find(all, receipt.id, &CleanupReceipt::id);
+    if (same != all.end()) {
+        *same = &receipt;
+    } else {
+        all.push_back(&receipt);
+    }
+    return change->end(all, key_);
 }
 
 bool JSONRecoveryLedger::mayDrop(const CleanupReceipt& receipt, const Receipts& all,
@@ -236,7 +295,7 @@ std::expected<Receipts, RecoveryLedgerError> JSONRecoveryLedger::receipts(Timest
     if (!all) return all;
     Receipts kept;
     std::ranges::remove_copy_if(*all, std::back_inserter(kept), isDropped(*all));
-    if (const auto written = change->end(ledgerText(kept, key_)); !written) {
+    if (const auto written = change->end(pointersTo(kept), key_); !written) {
         return std::unexpected(written.error());
     }
     return retained(kept, retainedAt);

@@ -26,6 +26,15 @@ TEST(SealedBox, OpensOnlyWhatItsKeySealed) {
                       std::nullopt);
         }
     }
+    const std::string key = randomBytes(32);
+    for (const std::size_t pieces : {0U, 1U, 3U}) {
+        Sealing sealing(std::as_bytes(std::span(key)));
+        std::string box;
+        for (std::size_t i = 0; i < pieces; ++i) box += sealing.add(std::string(i * 7, 'x'));
+        box += sealing.end();
+        EXPECT_EQ(openSealed(std::as_bytes(std::span(key)), box),
+                  std::string(pieces * (pieces - (pieces > 0 ? 1 : 0)) / 2 * 7, 'x'));
+    }
     // A published example: everything is zero.
     const std::string zeros(16, '\0');
     const std::string_view box("\x03\x88\xda\xce\x60\xb6\xa3\x92\xf3\x28\xc2\xb9\x71\xb2\xfe\x78"

@@ -72,6 +72,21 @@ TEST(RecoveryLedger, KeepsReceiptsSealed) {
     EXPECT_EQ(status.st_mode & 0777U, 0700U);
 }
 
+TEST(RecoveryLedger, KeepsALongReceiptThatIsWrittenInPieces) {
+    // Whatever the length, the base64 goes on over the ends of the pieces.
+    for (const std::size_t more : {0U, 1U, 2U}) {
+        const LedgerPlace at;
+        CleanupReceipt receipt = receiptOfDay(1);
+        receipt.entries.resize(1);
+        receipt.entries.resize(1'000, receipt.entries.front());
+        receipt.entries.back().failureDescription = std::string(300'000 + more, 'x');
+        ASSERT_TRUE(at.open().append(receiptOfDay(2)));
+        ASSERT_TRUE(at.open().append(receipt));
+        EXPECT_THAT(*at.open().receipts(dayNumber(3)), ElementsAre(receiptOfDay(2), receipt));
+        EXPECT_EQ(receiptsInLedger(at.text(), at.key)->size(), 2U);
+    }
+}
+
 TEST(RecoveryLedger, DropsWhatIsOverButNotByAWrongClock) {
     const LedgerPlace at;
     auto ledger = at.open();

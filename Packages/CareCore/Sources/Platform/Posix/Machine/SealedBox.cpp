@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -74,17 +75,42 @@ std::string randomBytes(std::size_t byteCount) {
     return bytes;
 }
 
-std::string seal(std::span<const std::byte> key, std::string_view contents) {
-    std::string box = randomBytes(nonceBytes);
-    const CipherContext context = begin(key, bytesOf(box), true);
-    box += run(context.get(), contents);
+struct Sealing::Body {
+    std::string nonce;
+    CipherContext context;
+    bool isBegun = false; ///< the nonce stands before everything else
+
+    [[nodiscard]] std::string head() {
+        return std::exchange(isBegun, true) ? std::string() : nonce;
+    }
+};
+
+Sealing::Sealing(std::span<const std::byte> key) {
+    std::string nonce = randomBytes(nonceBytes);
+    CipherContext context = begin(key, bytesOf(nonce), true);
+    body_ = std::make_unique<Body>(Body{.nonce = std::move(nonce), .context = std::move(context)});
+}
+
+Sealing::~Sealing() = default;
+
+std::string Sealing::add(std::string_view contents) {
+    return body_->head() + run(body_->context.get(), contents);
+}
+
+std::string Sealing::end() {
     std::string tag(tagBytes, '\0');
     int none = 0;
-    require(EVP_CipherFinal_ex(context.get(), bytesOf(tag), &none) == 1 &&
-                EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_GET_TAG, tagBytes, bytesOf(tag)) ==
-                    1,
+    require(EVP_CipherFinal_ex(body_->context.get(), bytesOf(tag), &none) == 1 &&
+                EVP_CIPHER_CTX_ctrl(body_->context.get(), EVP_CTRL_AEAD_GET_TAG, tagBytes,
+                                    bytesOf(tag)) == 1,
             "the cipher could not be finished");
-    return box + tag;
+    return body_->head() + tag;
+}
+
+std::string seal(std::span<const std::byte> key, std::string_view contents) {
+    Sealing sealing(key);
+    std::string box = sealing.add(contents);
+    return box += sealing.end();
 }
 
 std::optional<std::string> openSealed(std::span<const std::byte> key, std::string_view box) {
