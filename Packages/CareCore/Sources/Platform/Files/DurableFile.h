@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <expected>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -63,8 +64,10 @@ class DurableWriter {
     [[nodiscard]] std::expected<void, SystemError> commit();
 
   private:
-    friend std::expected<void, SystemError> writeDurably(const std::string&, std::string_view,
-                                                         const DurableOptions&);
+    friend std::expected<void, SystemError>
+    writeDurablyInPieces(const std::string&,
+                         const std::function<std::expected<void, SystemError>(DurableWriter&)>&,
+                         const DurableOptions&);
     DurableWriter(std::string path, std::string sibling, int fd, ChangeGate& gate);
     [[nodiscard]] static std::expected<DurableWriter, SystemError>
     openAlone(const std::string& path, const DurableOptions& options);
@@ -75,6 +78,12 @@ class DurableWriter {
     ChangeGate* gate_;
     std::vector<std::byte> gathered_;
 };
+
+/// `writeDurably` for a file that `write` appends piece by piece. It leaves `commit` out.
+[[nodiscard]] std::expected<void, SystemError>
+writeDurablyInPieces(const std::string& path,
+                     const std::function<std::expected<void, SystemError>(DurableWriter&)>& write,
+                     const DurableOptions& options);
 
 /// Makes a folder and those above it that are missing, each with mode 0700, and flushes them.
 /// Folders that exist stay as they are.

@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <span>
 #include <system_error>
 #include <utility>
 
@@ -67,8 +68,15 @@ CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::begin(const Clea
         if (!file) return std::unexpected(file.error());
         appender = std::make_unique<Appender>(*std::move(file), intent);
         // The flush of the folder, which ends it, makes the name of the log durable as well.
-        return platform::writeDurably(
-            snapshot, jsonTextOf(intent),
+        const auto write = [&](platform::DurableWriter& writer) {
+            std::expected<void, SystemError> done;
+            writeJSONText(intent, [&](std::string_view piece) {
+                if (done) done = writer.append(std::as_bytes(std::span(piece)));
+            });
+            return done;
+        };
+        return platform::writeDurablyInPieces(
+            snapshot, write,
             {.sibling = folder_.appending("." + intent.id.text() + ".tmp").path(),
              .gate = options_.gate});
     });

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "Base/JSONCoding.h"
+#include "Base/JSONText.h"
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Files/SpaceReserve.h"
 #include "StorageEngine/Recovery/CleanupRecovery.h"
@@ -122,6 +123,16 @@ TEST(CleanupIntentJournal, WritesItsFormatToTheLetter) {
         R"({"restoredFromTrash":{"_0":"file:///a"}}}],"receiptMissing":true}})"
         "\n");
     EXPECT_THAT(openIn(at.folder), IsEmpty());
+}
+
+TEST(CleanupIntentJournal, WritesALongIntentWholeThoughInPieces) {
+    JournalPlace at;
+    at.intent = sampleIntent("/home/ada", 3 * TextInPieces::pieceBytes / 100);
+    FileCleanupIntentJournal journal(at.folder, quickOptions());
+    ASSERT_TRUE(journal.begin(at.intent));
+    const std::string written = contents(at.file(".json"));
+    EXPECT_GT(written.size(), 2 * TextInPieces::pieceBytes);
+    EXPECT_EQ(written, jsonText(toJSON(at.intent)));
 }
 
 TEST(CleanupIntentJournal, FlushesTheFirstRecordThenByNumberAndTime) {

@@ -165,12 +165,22 @@ std::expected<void, SystemError> DurableWriter::commit() {
                 [&] { return flushFolder(std::string(path::parent(path_))); });
 }
 
-std::expected<void, SystemError> writeDurably(const std::string& path, std::string_view bytes,
-                                              const DurableOptions& options) {
+std::expected<void, SystemError>
+writeDurablyInPieces(const std::string& path,
+                     const std::function<std::expected<void, SystemError>(DurableWriter&)>& write,
+                     const DurableOptions& options) {
     auto writer = DurableWriter::openAlone(path, options);
     if (!writer) return std::unexpected(writer.error());
-    if (auto written = writer->append(std::as_bytes(std::span(bytes))); !written) return written;
+    if (auto written = write(*writer); !written) return written;
     return writer->commit();
+}
+
+std::expected<void, SystemError> writeDurably(const std::string& path, std::string_view bytes,
+                                              const DurableOptions& options) {
+    const auto write = [&](DurableWriter& writer) {
+        return writer.append(std::as_bytes(std::span(bytes)));
+    };
+    return writeDurablyInPieces(path, write, options);
 }
 
 std::expected<void, SystemError> makeDurably(const std::string& path, std::string_view bytes) {
