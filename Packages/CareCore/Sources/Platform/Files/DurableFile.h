@@ -30,8 +30,8 @@ writeDurably(const std::string& path, std::string_view bytes, const DurableOptio
 
 /// Makes a file that must not be there yet, whole and flushed, with mode 0600. EEXIST when it is:
 /// of several who make one file, one succeeds, and the others find it complete.
-[[nodiscard]] std::expected<void, SystemError> makeDurably(const std::string& path,
-                                                           std::string_view bytes);
+[[nodiscard]] std::expected<void, SystemError>
+makeDurably(const std::string& path, std::string_view bytes, ChangeGate& gate = ChangeGate::open());
 
 /// The same piece by piece, for files that are too large to be held in memory twice.
 ///
@@ -52,8 +52,9 @@ class DurableWriter {
     };
     static constexpr int maxWait = 10;
 
-    [[nodiscard]] static std::expected<DurableWriter, SystemError> open(const std::string& path,
-                                                                        Sibling sibling);
+    /// The gate must outlive the writer.
+    [[nodiscard]] static std::expected<DurableWriter, SystemError>
+    open(const std::string& path, Sibling sibling, ChangeGate& gate = ChangeGate::open());
     DurableWriter(DurableWriter&& other) noexcept;
     DurableWriter& operator=(DurableWriter&&) = delete;
     ~DurableWriter();
@@ -68,9 +69,13 @@ class DurableWriter {
     writeDurablyInPieces(const std::string&,
                          const std::function<std::expected<void, SystemError>(DurableWriter&)>&,
                          const DurableOptions&);
+    friend std::expected<void, SystemError> makeDurably(const std::string&, std::string_view,
+                                                        ChangeGate&);
     DurableWriter(std::string path, std::string sibling, int fd, ChangeGate& gate);
     [[nodiscard]] static std::expected<DurableWriter, SystemError>
     openAlone(const std::string& path, const DurableOptions& options);
+    /// Brings the bytes of the sibling to the disk.
+    [[nodiscard]] std::expected<void, SystemError> flushBytes();
 
     std::string path_;
     std::string sibling_;

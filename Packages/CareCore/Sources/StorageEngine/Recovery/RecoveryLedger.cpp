@@ -221,13 +221,13 @@ namespace {
 class LedgerChange {
   public:
     [[nodiscard]] static std::expected<LedgerChange, RecoveryLedgerError>
-    begin(const FileURL& file) {
+    begin(const FileURL& file, platform::ChangeGate& gate) {
         const std::string folder(file.parent().path());
-        if (const auto made = platform::makePrivateFolder(folder); !made) {
+        if (const auto made = platform::makePrivateFolder(folder, gate); !made) {
             return failure(Kind::unwritable, made.error());
         }
-        auto writer =
-            platform::DurableWriter::open(file.path(), platform::DurableWriter::Sibling::shared);
+        auto writer = platform::DurableWriter::open(file.path(),
+                                                    platform::DurableWriter::Sibling::shared, gate);
         if (!writer) return failure(Kind::unwritable, writer.error());
         return LedgerChange(*std::move(writer));
     }
@@ -259,7 +259,7 @@ std::expected<void, RecoveryLedgerError> JSONRecoveryLedger::append(const Cleanu
 }
 
 std::expected<void, RecoveryLedgerError> JSONRecoveryLedger::add(const CleanupReceipt& receipt) {
-    auto change = LedgerChange::begin(fileURL_);
+    auto change = LedgerChange::begin(fileURL_, *options_.gate);
     if (!change) return std::unexpected(change.error());
     const auto receipts = load();
     if (!receipts) return std::unexpected(receipts.error());
@@ -289,7 +289,7 @@ std::expected<Receipts, RecoveryLedgerError> JSONRecoveryLedger::receipts(Timest
     };
     if (!std::ranges::any_of(*found, isDropped(*found))) return retained(*found, retainedAt);
 
-    auto change = LedgerChange::begin(fileURL_);
+    auto change = LedgerChange::begin(fileURL_, *options_.gate);
     if (!change) return std::unexpected(change.error());
     const auto all = load(); // another may have stored one meanwhile
     if (!all) return all;
@@ -316,8 +316,8 @@ FileURL defaultLedgerKeyURL() {
     return platform::applicationSupportFolder().appending("Harborline/Keys/recovery-ledger.key");
 }
 
-std::expected<std::string, RecoveryLedgerError> recoveryLedgerKey(const FileURL& keyURL,
-                                                                  const FileURL& ledgerURL) {
+std::expected<std::string, RecoveryLedgerError>
+recoveryLedgerKey(const FileURL& keyURL, const FileURL& ledgerURL, platform::ChangeGate& gate) {
     const auto kept = [&]() -> std::expected<std::string, RecoveryLedgerError> {
         auto key = platform::readWholeFile(keyURL.path(), keyBytes);
         if (key && platform::isUsableKeyLength(key->size())) return *std::move(key);
@@ -331,10 +331,10 @@ std::expected<std::string, RecoveryLedgerError> recoveryLedgerKey(const FileURL&
         ledger || ledger.error().code != ENOENT) {
         return failure(Kind::invalidEncryptionKeyLength);
     }
-    if (const auto made = platform::makePrivateFolder(keyURL.parent().path()); !made) {
+    if (const auto made = platform::makePrivateFolder(keyURL.parent().path(), gate); !made) {
         return failure(Kind::unwritable, made.error());
     }
-    const auto made = platform::makeDurably(keyURL.path(), platform::randomBytes(keyBytes));
+    const auto made = platform::makeDurably(keyURL.path(), platform::randomBytes(keyBytes), gate);
     // Another process may have been first; then its key holds.
     if (!made && made.error().code != EEXIST) return failure(Kind::unwritable, made.error());
     return kept();

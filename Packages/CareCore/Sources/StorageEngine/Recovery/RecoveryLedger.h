@@ -11,6 +11,7 @@
 #include "Base/SystemError.h"
 #include "Base/Timestamp.h"
 #include "CareDomain/CleanupReceipt.h"
+#include "Platform/Files/ChangeGate.h"
 
 namespace tidyro {
 
@@ -80,6 +81,7 @@ class JSONRecoveryLedger final : public RecoveryLedger {
         std::function<bool(const CleanupReceipt&)> isStillNeeded = nullptr;
         /// Makes room on a full disk; false when it cannot. Then a receipt is stored all the same.
         std::function<bool()> giveSpaceBack = nullptr;
+        platform::ChangeGate* gate = &platform::ChangeGate::open(); // for tests
     };
 
     /// The key has 16, 24 or 32 bytes.
@@ -120,7 +122,8 @@ class JSONRecoveryLedger final : public RecoveryLedger {
 /// ledger exists already its key is lost, which is an error: a new key would make the ledger
 /// unreadable for ever.
 [[nodiscard]] std::expected<std::string, RecoveryLedgerError>
-recoveryLedgerKey(const FileURL& keyURL, const FileURL& ledgerURL);
+recoveryLedgerKey(const FileURL& keyURL, const FileURL& ledgerURL,
+                  platform::ChangeGate& gate = platform::ChangeGate::open());
 
 /// The receipts in a ledger's text, and the text of a ledger that holds them.
 [[nodiscard]] std::expected<std::vector<CleanupReceipt>, RecoveryLedgerError>

@@ -79,7 +79,7 @@ std::expected<void, SystemError> AppendFile::append(std::string_view bytes) {
 }
 
 std::expected<void, SystemError> AppendFile::flush() {
-    return pass(*gate_, DiskChange::flush, [&] { return flushToDisk(fd_); });
+    return passFlush(*gate_, {.file = fd_}, [&] { return flushToDisk(fd_); });
 }
 
 std::expected<void, SystemError> removeDurably(const std::string& path, ChangeGate& gate) {
@@ -91,8 +91,8 @@ std::expected<void, SystemError> removeDurably(const std::string& path, ChangeGa
         return {};
     });
     if (!removed || !wasThere) return removed;
-    return pass(gate, DiskChange::flush,
-                [&] { return flushFolder(std::string(path::parent(path))); });
+    const std::string folder(path::parent(path));
+    return passFlush(gate, {.folder = folder}, [&] { return flushFolder(folder); });
 }
 
 } // namespace tidyro::platform

@@ -88,14 +88,18 @@ class SharedSibling {
 } // namespace
 
 std::expected<DurableWriter, SystemError> DurableWriter::open(const std::string& path,
-                                                              Sibling sibling) {
-    if (sibling == Sibling::shared) {
-        const std::string name = path + ".partial";
-        const auto fd = SharedSibling(name).take();
-        if (!fd) return std::unexpected(fd.error());
-        return DurableWriter(path, name, *fd, ChangeGate::open());
-    }
-    return openAlone(path, {});
+                                                              Sibling sibling, ChangeGate& gate) {
+    if (sibling == Sibling::unique) return openAlone(path, {.gate = &gate});
+    const std::string name = path + ".partial";
+    int fd = -1;
+    const auto made = pass(gate, DiskChange::makeFile, [&]() -> std::expected<void, SystemError> {
+        const auto taken = SharedSibling(name).take();
+        if (!taken) return std::unexpected(taken.error());
+        fd = *taken;
+        return {};
+    });
+    if (!made) return std::unexpected(made.error());
+    return DurableWriter(path, name, fd, gate);
 }
 
 std::expected<DurableWriter, SystemError> DurableWriter::openAlone(const std::string& path,
@@ -148,11 +152,14 @@ std::expected<void, SystemError> DurableWriter::append(std::span<const std::byte
     return {};
 }
 
-std::expected<void, SystemError> DurableWriter::commit() {
+std::expected<void, SystemError> DurableWriter::flushBytes() {
     auto written = pass(*gate_, DiskChange::write, [&] { return writeBytes(fd_, gathered_); });
     if (!written) return written;
-    auto flushed = pass(*gate_, DiskChange::flush, [&] { return flushToDisk(fd_); });
-    if (!flushed) return flushed;
+    return passFlush(*gate_, {.file = fd_}, [&] { return flushToDisk(fd_); });
+}
+
+std::expected<void, SystemError> DurableWriter::commit() {
+    if (auto flushed = flushBytes(); !flushed) return flushed;
     auto renamed = pass(*gate_, DiskChange::rename, [&]() -> std::expected<void, SystemError> {
         if (::rename(sibling_.c_str(), path_.c_str()) == 0) return {};
         return std::unexpected(SystemError{errno});
@@ -161,8 +168,8 @@ std::expected<void, SystemError> DurableWriter::commit() {
     // The lock goes with the descriptor, after the name has gone. What was flushed is on the disk;
     // closing has nothing left to fail with.
     ::close(std::exchange(fd_, -1));
-    return pass(*gate_, DiskChange::flush,
-                [&] { return flushFolder(std::string(path::parent(path_))); });
+    const std::string folder(path::parent(path_));
+    return passFlush(*gate_, {.folder = folder}, [&] { return flushFolder(folder); });
 }
 
 std::expected<void, SystemError>
@@ -183,32 +190,36 @@ std::expected<void, SystemError> writeDurably(const std::string& path, std::stri
     return writeDurablyInPieces(path, write, options);
 }
 
-std::expected<void, SystemError> makeDurably(const std::string& path, std::string_view bytes) {
-    const std::string sibling = path + "." + randomUUID().text() + ".partial";
-    if (auto written = writeDurably(sibling, bytes); !written) return written;
+std::expected<void, SystemError> makeDurably(const std::string& path, std::string_view bytes,
+                                             ChangeGate& gate) {
+    auto writer = DurableWriter::openAlone(path, {.gate = &gate});
+    if (!writer) return std::unexpected(writer.error());
+    if (auto written = writer->append(std::as_bytes(std::span(bytes))); !written) return written;
+    if (auto flushed = writer->flushBytes(); !flushed) return flushed;
     // A second name never replaces anything, on every system; then the first one goes.
-    std::expected<void, SystemError> done;
-    if (::link(sibling.c_str(), path.c_str()) != 0) {
-        done = std::unexpected(SystemError{errno});
-        const int refused = errno;
-        if (refused == EPERM || refused == ENOTSUP || refused == EMLINK) {
-            // No second names here. The file is then seen before it is complete, by those who ask
-            // in this very moment.
-            const int fd =
-                ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-            if (fd < 0) {
-                done = std::unexpected(SystemError{errno});
-            } else {
-                done = writeBytes(fd, std::as_bytes(std::span(bytes)));
-                if (done) done = flushToDisk(fd);
-                ::close(fd);
-                if (!done) ::unlink(path.c_str());
-            }
+    auto done = pass(gate, DiskChange::makeFile, [&]() -> std::expected<void, SystemError> {
+        if (::link(writer->sibling_.c_str(), path.c_str()) == 0) return {};
+        return std::unexpected(SystemError{errno});
+    });
+    const int refused = done ? 0 : done.error().code;
+    if (refused == EPERM || refused == ENOTSUP || refused == EMLINK) {
+        // No second names here. The file is then seen before it is complete, by those who ask
+        // in this very moment.
+        const int fd =
+            ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0) {
+            done = std::unexpected(SystemError{errno});
+        } else {
+            done = writeBytes(fd, std::as_bytes(std::span(bytes)));
+            if (done) done = flushToDisk(fd);
+            ::close(fd);
+            if (!done) ::unlink(path.c_str());
         }
     }
-    ::unlink(sibling.c_str());
+    ::unlink(writer->sibling_.c_str());
     if (!done) return done;
-    return flushFolder(std::string(path::parent(path)));
+    const std::string folder(path::parent(path));
+    return passFlush(gate, {.folder = folder}, [&] { return flushFolder(folder); });
 }
 
 std::expected<void, SystemError> makePrivateFolder(const std::string& path, ChangeGate& gate) {
@@ -229,7 +240,7 @@ std::expected<void, SystemError> makePrivateFolder(const std::string& path, Chan
             return std::unexpected(refused);
         });
         if (!made) return made;
-        auto flushed = pass(gate, DiskChange::flush, [&] { return flushFolder(parent); });
+        auto flushed = passFlush(gate, {.folder = parent}, [&] { return flushFolder(parent); });
         if (!flushed) return flushed;
     }
     return {};

@@ -46,7 +46,7 @@ FolderChanges::Changed makeFileIn(const EntryName& at, std::string_view bytes, C
     if (!made) return asChanged(made);
     auto written = pass(gate, DiskChange::write, [&] { return writeWhole(fd, bytes); });
     if (written && flush == FileFlush::now) {
-        written = pass(gate, DiskChange::flush, [&] { return flushToDisk(fd); });
+        written = passFlush(gate, {.file = fd}, [&] { return flushToDisk(fd); });
     }
     ::close(fd);
     if (!written) ::unlinkat(at.folder.fd(), at.name.c_str(), 0);
