@@ -49,6 +49,8 @@ bool FolderFlushes::isFlushedOneByOne(const FileMetadata& onSameVolume) {
 
 std::expected<void, SystemError> FolderFlushes::flushSide(Volume& volume, Side side) {
     for (const auto& [identity, folder] : volume.folders(side)) {
+        // One that was removed has nothing left to bring to the disk; its parent has.
+        if (const auto seen = fileMetadata(folder.fd()); seen && seen->linkCount == 0) continue;
         if (const auto flushed = changes_.flush(folder); !flushed) {
             return std::unexpected(flushed.error().system);
         }

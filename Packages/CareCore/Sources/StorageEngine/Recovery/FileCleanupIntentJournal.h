@@ -118,6 +118,7 @@ class FileCleanupIntentJournal final : public CleanupIntentJournaling {
     [[nodiscard]] Result<Appender*> appender(const UUID& intentID);
     [[nodiscard]] Result<void> append(Appender& to, const IntentLogRecord& record);
     [[nodiscard]] Result<void> flush(Appender& log);
+    [[nodiscard]] Result<void> flushWhatWaits(Appender& log);
     [[nodiscard]] Result<void> end(const UUID& intentID, Timestamp at);
     /// Makes a change, and once more with the reserve given back when the disk is full.
     template <class Change>

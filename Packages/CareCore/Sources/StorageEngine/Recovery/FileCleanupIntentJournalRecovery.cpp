@@ -151,7 +151,7 @@ FileCleanupIntentJournal::requireReceiptRecovery(const CleanupReceipt& receipt) 
         if (!added) return added;
     }
     const auto added = append(**log, IntentLogRecord{intent_log::ReceiptMissing{}});
-    return added ? flush(**log) : added;
+    return added ? flushWhatWaits(**log) : added;
 }
 
 CleanupIntentJournaling::Result<void>
@@ -184,7 +184,7 @@ FileCleanupIntentJournal::recordRestoreOutcomes(const RestoreOutcomes& outcomes)
         const auto added = append(**log, IntentLogRecord{intent_log::RestoreOutcomes{
                                              std::move(list), outcomes.requireReceiptRecovery}});
         if (!added) return added;
-        if (auto flushed = flush(**log); !flushed) return flushed;
+        if (auto flushed = flushWhatWaits(**log); !flushed) return flushed;
     }
     return {};
 }
@@ -197,7 +197,7 @@ FileCleanupIntentJournal::recordReceiptStored(const UUID& intentID) {
     if (!log) return std::unexpected(log.error());
     const auto added = append(**log, IntentLogRecord{intent_log::RestoreOutcomes{
                                          .outcomes = {}, .receiptMissing = false}});
-    return added ? flush(**log) : added;
+    return added ? flushWhatWaits(**log) : added;
 }
 
 } // namespace tidyro

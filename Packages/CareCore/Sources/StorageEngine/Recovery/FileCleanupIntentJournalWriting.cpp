@@ -143,6 +143,11 @@ CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::flush(Appender& 
     return {};
 }
 
+/// The last record may have been flushed as it was added.
+CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::flushWhatWaits(Appender& log) {
+    return log.unflushed == 0 ? Result<void>() : flush(log);
+}
+
 CleanupIntentJournaling::Result<void>
 FileCleanupIntentJournal::recordOutcome(const CleanupIntentEntry::Outcome& outcome,
                                         const LocalItemID& candidateID, const UUID& intentID) {
@@ -159,7 +164,7 @@ CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::flushRecords(con
     if (!writing.taken()) return std::unexpected(writing.taken().error());
     const auto log = appender(intentID);
     if (!log) return std::unexpected(log.error());
-    return (*log)->unflushed == 0 ? Result<void>() : flush(**log);
+    return flushWhatWaits(**log);
 }
 
 bool FileCleanupIntentJournal::giveSpaceBack() {
@@ -173,7 +178,7 @@ CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::end(const UUID& 
     if (!log) return std::unexpected(log.error());
     if (auto closed = append(**log, IntentLogRecord{intent_log::Closed{at}}); !closed)
         return closed;
-    return (*log)->unflushed == 0 ? Result<void>() : flush(**log);
+    return flushWhatWaits(**log);
 }
 
 CleanupIntentJournaling::Result<void> FileCleanupIntentJournal::close(const UUID& intentID,

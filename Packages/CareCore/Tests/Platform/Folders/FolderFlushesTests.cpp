@@ -138,6 +138,18 @@ TEST(FolderFlushes, FlushTheFoldersOfASlowVolumeLeftBeforeEntered) {
     EXPECT_THAT(bench.changes.take(), IsEmpty());
 }
 
+TEST(FolderFlushes, LeaveOutAFolderThatIsGone) {
+    FlushesBench bench;
+    bench.makeSlow();
+    bench.note("parent", Side::left);
+    bench.place.folder("parent/gone");
+    EXPECT_TRUE(
+        bench.flushes.note(*FolderDescriptor::openRoot(bench.place / "parent/gone"), Side::left));
+    std::filesystem::remove(bench.place / "parent/gone");
+    EXPECT_TRUE(bench.flushes.flush());
+    EXPECT_THAT(bench.changes.take(), ElementsAre("parent"));
+}
+
 TEST(FolderFlushes, FailForEverOnceAFlushFailed) {
     for (const bool isSlow : {false, true}) {
         FlushesBench bench;

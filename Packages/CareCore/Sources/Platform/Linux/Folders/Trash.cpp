@@ -307,10 +307,8 @@ std::expected<TrashSlot, TrashError> Trash::reserve(const TrashItem& item) {
 }
 
 std::expected<void, SystemError> Trash::flush() {
-    FolderFlushes& flushes = *body_->options.flushes;
-    for (const auto& [volume, trash] : body_->known)
-        trash->writeSizes(*body_->options.gate, flushes);
-    return flushes.flush();
+    for (const auto& [volume, trash] : body_->known) trash->writeSizes(*body_->options.gate);
+    return body_->options.flushes->flush();
 }
 
 } // namespace tidyro::platform

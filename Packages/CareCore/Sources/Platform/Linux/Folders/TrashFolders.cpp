@@ -38,9 +38,10 @@ std::string encoded(std::string_view path) {
 }
 
 /// A folder inside another one: a real one, of this person, on the same mount. It is made when it
-/// is missing and may be.
+/// is missing and may be. The caller that hands in `isMade` flushes the parent then.
 OpenedFolder openOwn(FolderChanges& changes, const FolderDescriptor& parent,
-                     const std::string& name, TrashFolders::Missing missing) {
+                     const std::string& name, TrashFolders::Missing missing,
+                     bool* isMade = nullptr) {
     auto opened = parent.open(name.c_str());
     if (!opened && opened.error().code == ENOENT && missing == TrashFolders::Missing::make) {
         const auto made = changes.makeFolder({.folder = parent, .name = name}, privatePermissions);
@@ -52,7 +53,9 @@ OpenedFolder openOwn(FolderChanges& changes, const FolderDescriptor& parent,
             return unusable(made.error().system);
         }
         // What is moved into it later is flushed with its own folder alone where volumes are slow.
-        if (const auto flushed = changes.flush(parent); !flushed) {
+        if (isMade != nullptr) {
+            *isMade = true;
+        } else if (const auto flushed = changes.flush(parent); !flushed) {
             return unusable(flushed.error().system);
         }
         opened = parent.open(name.c_str());
@@ -70,10 +73,16 @@ OpenedFolder openOwn(FolderChanges& changes, const FolderDescriptor& parent,
 /// Opens what lies in a Trash.
 Opened openInside(FolderChanges& changes, std::string path, std::string top, FolderDescriptor base,
                   TrashFolders::Missing missing = TrashFolders::Missing::make) {
-    auto files = openOwn(changes, base, "files", missing);
+    bool isMade = false;
+    auto files = openOwn(changes, base, "files", missing, &isMade);
     if (!files) return std::unexpected(files.error());
-    auto info = openOwn(changes, base, "info", missing);
+    auto info = openOwn(changes, base, "info", missing, &isMade);
     if (!info) return std::unexpected(info.error());
+    if (isMade) {
+        if (const auto flushed = changes.flush(base); !flushed) {
+            return unusable(flushed.error().system);
+        }
+    }
     const auto seen = fileMetadata(files->fd());
     if (!seen) return unusable(seen.error());
     return std::make_shared<TrashFolders>(TrashFolders{.path = std::move(path),
@@ -178,10 +187,10 @@ Opened TrashFolders::openAtTop(FolderChanges& changes, const std::string& top, M
     return openInside(changes, path::joined(top, name), top, *std::move(base));
 }
 
-void TrashFolders::writeSizes(ChangeGate& gate, FolderFlushes& flushes) {
+void TrashFolders::writeSizes(ChangeGate& gate) {
     if (sizes.empty()) return;
-    // A cache for others: a damaged one is written anew, and one that cannot be written is left
-    // out.
+    // A cache for others, which nothing is flushed for: one that a crash damages is written anew,
+    // and one that cannot be written is left out.
     const EntryName at{.folder = base, .name = sizesName};
     std::map<std::string, std::string> lines; // by the encoded name
     const std::string known = readFileIn(at, maxSizesBytes).value_or(std::string());
@@ -207,7 +216,6 @@ void TrashFolders::writeSizes(ChangeGate& gate, FolderFlushes& flushes) {
     }
     std::string text;
     for (const auto& [name, line] : lines) text += line + '\n';
-    static_cast<void>(flushes.note(base, FolderFlushes::Side::entered));
     static_cast<void>(replaceFileIn(at, text, gate));
     sizes.clear();
 }

@@ -52,8 +52,8 @@ struct TrashFolders {
     [[nodiscard]] static std::vector<Found> findAtTop(const std::string& top);
 
     /// Adds the sizes that are waiting to `directorysizes`, and leaves out those of items that are
-    /// gone. Its folder is noted for the next flush when something was written.
-    void writeSizes(ChangeGate& gate, FolderFlushes& flushes);
+    /// gone. Nothing is flushed for it.
+    void writeSizes(ChangeGate& gate);
 };
 
 /// The names that an item may get in the Trash, one after another: its own, then numbered ones,
