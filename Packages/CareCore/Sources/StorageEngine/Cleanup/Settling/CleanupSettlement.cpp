@@ -111,6 +111,38 @@ std::string CleanupSettlementError::description() const {
     return std::visit(Describe{}, value);
 }
 
+std::vector<std::string> SettledCleanup::openQuestions() const {
+    std::vector<std::string> told;
+    const auto tell = [&](const auto& each) {
+        const std::string path = each.originalURL.path();
+        if (each.found == Found::stays) {
+            const std::string at = each.url ? each.url->path() : "a private folder";
+            told.push_back(path + " could not be put back and lies at " + at + ". " + each.reason +
+                           " Move it by hand, or make room at its place, and Tidyro puts it back "
+                           "the next time.");
+        }
+    };
+    for (const Item& item : items) {
+        tell(item);
+        if (item.found != Found::unaccounted) continue;
+        std::string text = "Tidyro could not confirm what became of " + item.originalURL.path() +
+                           ". " + item.reason;
+        for (std::size_t i = 0; i < item.foldersLookedInto.size(); ++i) {
+            const bool isLast = i > 0 && i + 1 == item.foldersLookedInto.size();
+            text += i == 0 ? " It was looked for in " : isLast ? " and " : ", ";
+            text += item.foldersLookedInto[i];
+        }
+        if (!item.foldersLookedInto.empty()) text += '.';
+        if (item.url) text += " It lies at " + item.url->path() + ".";
+        told.push_back(text +
+                       " If you find it elsewhere or do not miss it, there is nothing to do. "
+                       "The record of this cleanup is kept, and the item is looked for again "
+                       "the next time.");
+    }
+    for (const Stranger& stranger : strangers) tell(stranger);
+    return told;
+}
+
 CleanupReceipt receiptOfSettledCleanup(const CleanupIntent& intent, Timestamp retainUntil) {
     CleanupReceipt receipt{.id = receiptIDFor(intent.id),
                            .planID = intent.planID,

@@ -42,6 +42,8 @@ struct SettledCleanup {
         /// that will go to the Trash.
         std::optional<FileURL> url = std::nullopt;
         std::string reason = {}; ///< for people, why it stays or is unaccounted for
+        /// For one that is unaccounted for: the folders in which it was looked for.
+        std::vector<std::string> foldersLookedInto = {};
     };
     /// Something that the cleanup moved by mistake: it had got an item's name in that very moment.
     struct Stranger {
@@ -63,6 +65,11 @@ struct SettledCleanup {
     /// intent closed, unless `troubles` tells why not.
     bool isAccountedFor = false;
     bool isClosed = false;
+
+    /// For people, a few sentences for each item that is unaccounted for or lies in a private
+    /// folder: what is known of it, where it was looked for, and what can be done. The cleanup
+    /// stays open meanwhile, so that each later settling looks for it again.
+    [[nodiscard]] std::vector<std::string> openQuestions() const;
 };
 
 struct CleanupSettlementError {

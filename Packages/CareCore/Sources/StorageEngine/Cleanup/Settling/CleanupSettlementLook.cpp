@@ -289,6 +289,16 @@ SettledCleanup::Item CleanupSettlementLooker::lookFor(Course& course,
     } else if (!entry.outcome) {
         judgeMissing(course, entry, item);
     }
+    if (item.found == Found::unaccounted) {
+        item.foldersLookedInto.push_back(around.path);
+        if (course.intent().mode == CleanupExecutionMode::permanent) {
+            item.foldersLookedInto.push_back(
+                path::joined(around.path, platform::PrivateFolder::nameFor(course.intent().id)));
+        }
+        for (const platform::TrashListing::Place& place : listing_.places) {
+            item.foldersLookedInto.push_back(path::joined(place.path, "files"));
+        }
+    }
     return item;
 }
 

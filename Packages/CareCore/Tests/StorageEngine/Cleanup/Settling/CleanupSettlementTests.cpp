@@ -493,6 +493,31 @@ TEST(CleanupSettlement, AccountsForNothingThatItDidNotFind) {
     }
 }
 
+TEST(CleanupSettlement, TellsWhereItLookedForWhatItDidNotFind) {
+    SettlingPlace at;
+    for (const char* name : {"found", "lost"}) at.add(std::string("folder/") + name);
+    at.intent.mode = CleanupExecutionMode::permanent;
+    at.begin();
+    at.place.folder("Trash/files");
+    at.place.folder("Trash/info");
+    fs::remove(at.place / "folder/lost");
+    const std::string folder = at.place / "folder";
+    for (int time = 0; time < 2; ++time) {
+        const SettledCleanup told = at.settled();
+        EXPECT_FALSE(told.isClosed) << "it is looked for again";
+        EXPECT_THAT(
+            told.openQuestions(),
+            ElementsAre(
+                "Tidyro could not confirm what became of " + folder +
+                "/lost. It is neither at its place nor in the Trash. It was looked for in " +
+                folder + ", " + folder + "/" + platform::PrivateFolder::nameFor(at.intent.id) +
+                " and " + at.home +
+                "/files. If you find it elsewhere or do not miss it, there is nothing to "
+                "do. The record of this cleanup is kept, and the item is looked for again "
+                "the next time."));
+    }
+}
+
 /// The log and what it tells of reach the disk in no certain order.
 TEST(CleanupSettlement, CorrectsOutcomesThatACrashUndid) {
     SettlingPlace at;
