@@ -30,7 +30,12 @@ struct CleanupIntentJournalError {
     struct ReceiptRecoveryUnsupported {
         bool operator==(const ReceiptRecoveryUnsupported&) const = default;
     };
-    std::variant<CouldNotWrite, UnknownIntent, ReceiptRecoveryUnsupported> value;
+    /// Another journal, here or in another process, has the lock. Nothing was begun.
+    struct AnotherCleanupRuns {
+        bool operator==(const AnotherCleanupRuns&) const = default;
+    };
+    std::variant<CouldNotWrite, UnknownIntent, ReceiptRecoveryUnsupported, AnotherCleanupRuns>
+        value;
 
     /// For people. It leaves out the system's own reason.
     [[nodiscard]] std::string description() const;

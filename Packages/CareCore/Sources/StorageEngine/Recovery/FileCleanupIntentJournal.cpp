@@ -24,6 +24,10 @@ std::string CleanupIntentJournalError::description() const {
         std::string operator()(const ReceiptRecoveryUnsupported&) const {
             return "The safety log cannot retain exact recovery outcomes for this operation.";
         }
+        std::string operator()(const AnotherCleanupRuns&) const {
+            return "Another cleanup is running, so this one was not started and nothing was "
+                   "touched. Try again when it has ended.";
+        }
     };
     return std::visit(Describe{}, value);
 }
@@ -66,7 +70,8 @@ FileCleanupIntentJournal::Result<void> FileCleanupIntentJournal::takeLock() {
         return {};
     });
     if (!locked && locked.error().code == EWOULDBLOCK) {
-        return couldNotWrite("another cleanup is running");
+        return std::unexpected(
+            CleanupIntentJournalError{CleanupIntentJournalError::AnotherCleanupRuns{}});
     }
     if (!locked) return couldNotWrite(locked.error());
     begun_.clear();

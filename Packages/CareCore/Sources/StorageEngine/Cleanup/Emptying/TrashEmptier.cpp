@@ -1,6 +1,7 @@
 #include "StorageEngine/Cleanup/Emptying/TrashEmptier.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -10,6 +11,7 @@
 #include "Base/StringTable.h"
 #include "Platform/Machine/RandomUUID.h"
 #include "StorageEngine/Cleanup/Emptying/TrashedItemRemover.h"
+#include "StorageEngine/Cleanup/Execution/CleanupEnding.h"
 #include "StorageEngine/Trash/KeptCopies.h"
 
 namespace tidyro {
@@ -136,6 +138,7 @@ class TrashEmptier::Run {
     [[nodiscard]] Stop dealWithAll();
     [[nodiscard]] Stop setAside(std::size_t index);
     [[nodiscard]] Stop removeSetAside();
+    [[nodiscard]] Stop removeForGood(Waiting& waiting);
     void putBackSetAside();
     [[nodiscard]] Stop record(std::size_t index, const CleanupIntentEntry::Outcome& outcome);
     [[nodiscard]] Stop leave(std::size_t index, CleanupMoveDisposition disposition,
@@ -179,6 +182,13 @@ TrashEmptier::Run::Stop TrashEmptier::Run::dealWithAll() {
 TrashEmptier::Run::Stop TrashEmptier::Run::setAside(std::size_t index) {
     using enum CleanupMoveDisposition;
     const Entry& planned = entry(index);
+    // By such a clock whatever was put into the folder since would look older than its removal.
+    if (request_.at < planned.wentAt) {
+        return leave(
+            index, refused,
+            "By the clock this went to the Trash later than now, so it was left alone. Set "
+            "the clock right and try again.");
+    }
     auto item = remover_.find({.trashURL = planned.trashURL,
                                .fingerprint = planned.fingerprint,
                                .wentAt = planned.wentAt});
@@ -204,39 +214,42 @@ TrashEmptier::Run::Stop TrashEmptier::Run::removeSetAside() {
     if (const auto flushed = options_.journal.flushRecords(intentID_); !flushed) {
         return EmptyingError::JournalStopped{.error = flushed.error(), .receipt = {}};
     }
-    Stop stop;
-    for (Waiting& waiting : std::exchange(setAside_, {})) {
-        const std::size_t index = waiting.index;
-        const Entry& planned = entry(index);
-        // Other items may have gone since it was set aside, and a minute may have passed.
-        if (planned.keptCopy) {
-            const auto kept = keptCopies_.check(*planned.keptCopy, waiting.item.seen().identity);
-            if (!kept) {
-                const auto because = remover_.putBack(std::move(waiting.item),
-                                                      {.kind = TrashRemovalError::Kind::failed});
-                auto stopped = because.displaced
-                                   ? leave(index, CleanupMoveDisposition::failed, because)
-                                   : leave(index, CleanupMoveDisposition::refused,
-                                           std::string(description(kept.error())));
-                if (!stop) stop = std::move(stopped);
-                continue;
-            }
-        }
-        const auto removed = remover_.remove(std::move(waiting.item));
-        freedBytes_ = saturatingAdd(freedBytes_, removed.freedBytes);
-        if (removed.error) {
-            // The item is not gone, so what was recorded is taken back.
-            auto stopped = leave(index, CleanupMoveDisposition::failed, *removed.error);
-            if (!stop) stop = std::move(stopped);
-            continue;
-        }
-        gone_.noLongerInTrash.push_back({.originalURL = planned.originalURL,
-                                         .trashURL = planned.trashURL,
-                                         .intentID = planned.intentID,
-                                         .candidateID = planned.candidateID});
-        add(index, CleanupMoveDisposition::permanentlyRemoved);
+    std::vector<Waiting> batch = std::exchange(setAside_, {});
+    for (auto waiting = batch.begin(); waiting != batch.end(); ++waiting) {
+        auto stop = removeForGood(*waiting);
+        if (!stop) continue;
+        // Whatever happens from here on could not be written down: the others go back.
+        setAside_ =
+            std::vector<Waiting>(std::move_iterator(waiting + 1), std::move_iterator(batch.end()));
+        return stop;
     }
-    return stop;
+    return std::nullopt;
+}
+
+TrashEmptier::Run::Stop TrashEmptier::Run::removeForGood(Waiting& waiting) {
+    const std::size_t index = waiting.index;
+    const Entry& planned = entry(index);
+    // Other items may have gone since it was set aside, and a minute may have passed.
+    if (planned.keptCopy) {
+        const auto kept = keptCopies_.check(*planned.keptCopy, waiting.item.seen().identity);
+        if (!kept) {
+            const auto because = remover_.putBack(std::move(waiting.item),
+                                                  {.kind = TrashRemovalError::Kind::failed});
+            if (because.displaced) return leave(index, CleanupMoveDisposition::failed, because);
+            return leave(index, CleanupMoveDisposition::refused,
+                         std::string(description(kept.error())));
+        }
+    }
+    const auto removed = remover_.remove(std::move(waiting.item));
+    freedBytes_ = saturatingAdd(freedBytes_, removed.freedBytes);
+    // An item that is not gone: what was recorded is taken back.
+    if (removed.error) return leave(index, CleanupMoveDisposition::failed, *removed.error);
+    gone_.noLongerInTrash.push_back({.originalURL = planned.originalURL,
+                                     .trashURL = planned.trashURL,
+                                     .intentID = planned.intentID,
+                                     .candidateID = planned.candidateID});
+    add(index, CleanupMoveDisposition::permanentlyRemoved);
+    return std::nullopt;
 }
 
 void TrashEmptier::Run::putBackSetAside() {
@@ -323,21 +336,13 @@ std::expected<CleanupReceipt, CleanupExecutionError> TrashEmptier::Run::finish(S
     }
     need(options_.journal.flushRecords(intentID_));
     if (!gone_.noLongerInTrash.empty()) need(options_.journal.recordRestoreOutcomes(gone_));
-    CleanupReceipt made = receipt();
-    const auto stored = options_.ledger.append(made);
-    if (!stored) static_cast<void>(options_.journal.requireReceiptRecovery(made));
-    need(options_.journal.close(intentID_, Timestamp::now()));
-    if (!stored) stop = EmptyingError::ReceiptPersistenceFailed{.receipt = {}};
-    if (!stop) return made;
-    std::visit(
-        [&](auto& error) {
-            if constexpr (requires { error.receipt; }) error.receipt = std::move(made);
-            if constexpr (requires { error.isSomethingElsewhere; }) {
-                error.isSomethingElsewhere = isSomethingElsewhere_;
-            }
-        },
-        *stop);
-    return std::unexpected(EmptyingError{*std::move(stop)});
+    return CleanupEnding{.ledger = options_.ledger,
+                         .journal = &options_.journal,
+                         .intentID = intentID_,
+                         .at = Timestamp::now(),
+                         .mode = CleanupExecutionMode::permanent,
+                         .isSomethingElsewhere = isSomethingElsewhere_}
+        .end(receipt(), std::move(stop));
 }
 
 std::expected<CleanupReceipt, CleanupExecutionError> TrashEmptier::empty(const Request& request) {
@@ -356,7 +361,7 @@ std::expected<CleanupReceipt, CleanupExecutionError> TrashEmptier::empty(const R
                                   .fingerprint = entry.fingerprint});
     }
     if (const auto begun = options_.journal.begin(intent); !begun) {
-        return notEmptied(EmptyingError::JournalUnavailable{.reason = begun.error().description()});
+        return std::unexpected(EmptyingError::fromBegin(begun.error()));
     }
     return Run(request, options_, intent.id).carryOut();
 }

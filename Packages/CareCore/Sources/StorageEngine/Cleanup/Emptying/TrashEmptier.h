@@ -74,7 +74,8 @@ struct TrashEmptyingPlan {
 ///     if (!receipt) show(receipt.error().description());
 ///
 /// An item goes only when it is the very one, unchanged since it went to the Trash; nothing in a
-/// folder may have changed later. An extra copy goes only while the kept one is there. What is not
+/// folder may have changed later. While the clock stands before the moment in which an item went
+/// there, it stays. An extra copy goes only while the kept one is there. What is not
 /// so stays, with its reason in the receipt.
 ///
 /// It is journaled like any other permanent cleanup, with the places in the Trash as the items'

@@ -30,10 +30,20 @@ struct Done {
     CleanupMoveDisposition disposition;
 };
 
-/// What a run did. All that it did to items is of one kind.
-Done whatWasDone(const CleanupReceipt& receipt) {
+CleanupMoveDisposition dispositionOf(CleanupExecutionMode mode) {
+    switch (mode) {
+    case CleanupExecutionMode::permanent: return CleanupMoveDisposition::permanentlyRemoved;
+    case CleanupExecutionMode::simulation: return CleanupMoveDisposition::simulated;
+    case CleanupExecutionMode::recoverable: break;
+    }
+    return CleanupMoveDisposition::movedToTrash;
+}
+
+/// What a run did. All that it did to items is of one kind, which its mode tells when there are
+/// none.
+Done whatWasDone(const CleanupReceipt& receipt, CleanupExecutionMode mode) {
     using enum CleanupMoveDisposition;
-    Done done{.count = 0, .disposition = movedToTrash};
+    Done done{.count = 0, .disposition = dispositionOf(mode)};
     for (const CleanupReceiptEntry& entry : receipt.entries) {
         if (entry.disposition == failed || entry.disposition == refused) continue;
         done = {.count = done.count + 1, .disposition = entry.disposition};
@@ -52,8 +62,7 @@ std::string_view phraseFor(CleanupMoveDisposition disposition) {
     return "moved to the Trash";
 }
 
-std::string partialProgress(const CleanupReceipt& receipt, const LocaleText& locale) {
-    const Done done = whatWasDone(receipt);
+std::string partialProgress(const Done& done, const LocaleText& locale) {
     return RoomText::counted(done.count, "item was already ", "items were already ", locale) +
            std::string(phraseFor(done.disposition));
 }
@@ -129,7 +138,8 @@ struct Describe {
                            : "The list no longer matches what's on disk.";
         return beginning + " Scan again to get a current list.";
     }
-    std::string operator()(const Error::JournalUnavailable&) const {
+    std::string operator()(const Error::JournalUnavailable& error) const {
+        if (error.isAnotherRunning) return error.reason;
         return "Tidyro could not open its safety log, so it stopped before touching anything.";
     }
     std::string operator()(const Error::JournalStopped& error) const {
@@ -137,24 +147,24 @@ struct Describe {
     }
     std::string operator()(const Error::RevalidationFailedAfterPartial& error) const {
         return "Too much of the rest of the list no longer matched what's on disk. " +
-               partialProgress(error.receipt, locale) +
+               partialProgress(whatWasDone(error.receipt, error.mode), locale) +
                " before that happened, and the rest were left untouched" +
                exception(error.isSomethingElsewhere) + ". Scan again to review what's left.";
     }
     std::string operator()(const Error::CancelledAfterPartialExecution& error) const {
-        if (whatWasDone(error.receipt).count == 0) {
+        const Done done = whatWasDone(error.receipt, CleanupExecutionMode::recoverable);
+        if (done.count == 0) {
             return error.isSomethingElsewhere
                        ? "The cleanup was stopped before any item was done. Nothing was touched" +
                              exception(error.isSomethingElsewhere) + "."
                        : "The cleanup was stopped before anything was touched.";
         }
-        return "The cleanup was stopped partway through. " +
-               partialProgress(error.receipt, locale) +
+        return "The cleanup was stopped partway through. " + partialProgress(done, locale) +
                " before it stopped. The rest were left untouched" +
                exception(error.isSomethingElsewhere) + ".";
     }
     std::string operator()(const Error::ReceiptPersistenceFailed& error) const {
-        const Done done = whatWasDone(error.receipt);
+        const Done done = whatWasDone(error.receipt, error.mode);
         const std::string what =
             locale.count(done.count) + " " + std::string(phraseFor(done.disposition));
         const std::string ending =
@@ -183,6 +193,13 @@ struct Describe {
 
 std::string CleanupExecutionError::description(const LocaleText& locale) const {
     return std::visit(Describe{locale}, value);
+}
+
+CleanupExecutionError CleanupExecutionError::fromBegin(const CleanupIntentJournalError& error) {
+    return {JournalUnavailable{
+        .reason = error.description(),
+        .isAnotherRunning =
+            std::holds_alternative<CleanupIntentJournalError::AnotherCleanupRuns>(error.value)}};
 }
 
 const CleanupReceipt* CleanupExecutionError::receipt() const {

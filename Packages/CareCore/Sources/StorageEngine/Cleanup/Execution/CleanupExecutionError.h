@@ -53,6 +53,8 @@ struct CleanupExecutionError {
     };
     struct JournalUnavailable {
         std::string reason;
+        /// The reason says all: another cleanup has the journal.
+        bool isAnotherRunning = false;
         bool operator==(const JournalUnavailable&) const = default;
     };
     // Afterwards. Of what failed, something may lie elsewhere or be gone in part; its entry in the
@@ -66,6 +68,7 @@ struct CleanupExecutionError {
         std::vector<EntryRevalidation> entries;
         CleanupReceipt receipt;
         bool isSomethingElsewhere = false;
+        CleanupExecutionMode mode = CleanupExecutionMode::recoverable;
         bool operator==(const RevalidationFailedAfterPartial&) const = default;
     };
     struct CancelledAfterPartialExecution {
@@ -76,6 +79,7 @@ struct CleanupExecutionError {
     struct ReceiptPersistenceFailed {
         CleanupReceipt receipt;
         bool isSomethingElsewhere = false;
+        CleanupExecutionMode mode = CleanupExecutionMode::recoverable;
         bool operator==(const ReceiptPersistenceFailed&) const = default;
     };
     using Cases =
@@ -89,6 +93,8 @@ struct CleanupExecutionError {
 
     /// For people.
     [[nodiscard]] std::string description(const LocaleText& locale = LocaleText::current()) const;
+    /// Why the journal did not begin a cleanup.
+    [[nodiscard]] static CleanupExecutionError fromBegin(const CleanupIntentJournalError& error);
     /// What was done until then; null when nothing was begun.
     [[nodiscard]] const CleanupReceipt* receipt() const;
 

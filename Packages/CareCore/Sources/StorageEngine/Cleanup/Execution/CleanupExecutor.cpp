@@ -158,11 +158,11 @@ CleanupExecutor::execute(const Request& request) {
     }
     if (changesTheFilesystem(mode_) &&
         (options_.journal == nullptr || options_.flushes == nullptr)) {
-        return refusedBecause(Error::JournalUnavailable{"there is no journal"});
+        return refusedBecause(Error::JournalUnavailable{.reason = "there is no journal"});
     }
     if (options_.journal != nullptr) {
         if (const auto begun = options_.journal->begin(intent); !begun) {
-            return refusedBecause(Error::JournalUnavailable{begun.error().description()});
+            return std::unexpected(Error::fromBegin(begun.error()));
         }
     }
     intent.entries = {}; // the journal has it now

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -9,6 +10,7 @@
 #include "Base/Cases.h"
 #include "Platform/Machine/RandomUUID.h"
 #include "Platform/Mounts/MountPoints.h"
+#include "StorageEngine/Cleanup/Execution/CleanupEnding.h"
 #include "StorageEngine/PickedItems/ApplicationRemovalPolicy.h"
 #include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"
 #include "StorageEngine/PickedItems/ProjectArtifactRemovalPolicy.h"
@@ -429,15 +431,18 @@ CleanupRun::Stop CleanupRun::removeSetAside() {
         return Error::JournalStopped{.error = flushed.error(), .receipt = {}};
     }
     severalNamesSetAside_.clear();
-    Stop stop;
-    for (SetAside& aside : std::exchange(setAside_, {})) {
-        const std::size_t index = aside.index;
-        const auto done = remover_->remove(std::move(aside.file));
+    std::vector<SetAside> batch = std::exchange(setAside_, {});
+    for (auto aside = batch.begin(); aside != batch.end(); ++aside) {
+        const std::size_t index = aside->index;
+        const auto done = remover_->remove(std::move(aside->file));
         if (!done) {
             // The item is not gone, so what was recorded is taken back.
-            auto stopped = leave(index, failureOf(done.error(), failed));
-            if (!stop) stop = std::move(stopped);
-            continue;
+            auto stop = leave(index, failureOf(done.error(), failed));
+            if (!stop) continue;
+            // Whatever happens from here on could not be written down: the others go back.
+            setAside_ = std::vector<SetAside>(std::move_iterator(aside + 1),
+                                              std::move_iterator(batch.end()));
+            return stop;
         }
         const SystemPermanentRemover::Removed& gone = *done;
         if (gone.otherNames) guard_.noteOwnChange(*gone.otherNames);
@@ -445,7 +450,7 @@ CleanupRun::Stop CleanupRun::removeSetAside() {
         add(index, permanentlyRemoved);
         report(plan_.entries[index].proofCard.byteCount);
     }
-    return stop;
+    return std::nullopt;
 }
 
 void CleanupRun::putBackSetAside() {
@@ -546,29 +551,14 @@ std::expected<CleanupReceipt, CleanupExecutionError> CleanupRun::finish(Stop sto
             stop = Error::JournalStopped{.error = flushed.error(), .receipt = {}};
         }
     }
-    CleanupReceipt made = receipt();
-    const auto stored = parts_.options.ledger.append(made);
-    if (!stored && journal != nullptr) {
-        static_cast<void>(journal->requireReceiptRecovery(made));
-    }
-    if (journal != nullptr) {
-        const Timestamp now = parts_.request.at.adding(parts_.machine.steadySeconds() - startedAt_);
-        const auto closed = journal->close(parts_.intentID, now);
-        if (!closed && !stop) {
-            stop = Error::JournalStopped{.error = closed.error(), .receipt = {}};
-        }
-    }
-    if (!stored) stop = Error::ReceiptPersistenceFailed{}; // the most that a person has to know
-    if (!stop) return made;
-    std::visit(
-        [&](auto& error) {
-            if constexpr (requires { error.receipt; }) error.receipt = std::move(made);
-            if constexpr (requires { error.isSomethingElsewhere; }) {
-                error.isSomethingElsewhere = isSomethingElsewhere_;
-            }
-        },
-        *stop);
-    return std::unexpected(Error{*std::move(stop)});
+    return CleanupEnding{.ledger = parts_.options.ledger,
+                         .journal = journal,
+                         .intentID = parts_.intentID,
+                         .at =
+                             parts_.request.at.adding(parts_.machine.steadySeconds() - startedAt_),
+                         .mode = plan_.mode,
+                         .isSomethingElsewhere = isSomethingElsewhere_}
+        .end(receipt(), std::move(stop));
 }
 
 } // namespace tidyro

@@ -66,7 +66,11 @@ SystemPermanentRemover::privateFolder(const std::string& folder, const VerifiedI
     const auto above = platform::fileMetadata(item.parent.fd());
     if (!above) return std::unexpected(ChangeError::fromSystem(above.error()));
     InFolder& here = folders_[folder];
-    if (auto last = here.last.lock(); last && here.parent == above->identity) return last;
+    std::weak_ptr<Private>& known = made_[above->identity];
+    if (auto last = known.lock()) {
+        if (!here.opened) keepOpened(folder, here, last);
+        return last;
+    }
     const std::string name = platform::PrivateFolder::nameFor(options_.intentID);
     auto own = item.parent.open(".");
     if (!own) return std::unexpected(ChangeError::fromSystem(own.error()));
@@ -78,16 +82,21 @@ SystemPermanentRemover::privateFolder(const std::string& folder, const VerifiedI
         made = platform::PrivateFolder::open(item.parent, name);
     }
     if (!made) return std::unexpected(made.error());
+    auto opened = std::make_shared<Private>(options_, *std::move(own), *std::move(made), name);
+    known = opened;
+    keepOpened(folder, here, opened);
+    return opened;
+}
+
+void SystemPermanentRemover::keepOpened(const std::string& path, InFolder& folder,
+                                        const PrivateReference& opened) {
     while (opened_.size() >= maxOpened) {
         const auto oldest = folders_.find(opened_.front());
         if (oldest != folders_.end()) oldest->second.opened.reset();
         opened_.pop_front();
     }
-    opened_.push_back(folder);
-    here.parent = above->identity;
-    here.opened = std::make_shared<Private>(options_, *std::move(own), *std::move(made), name);
-    here.last = here.opened;
-    return here.opened;
+    opened_.push_back(path);
+    folder.opened = opened;
 }
 
 std::expected<SystemPermanentRemover::SetAside, CleanupMutationError>

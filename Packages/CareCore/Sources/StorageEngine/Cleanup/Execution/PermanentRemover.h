@@ -5,6 +5,7 @@
 #include <deque>
 #include <expected>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -72,8 +73,6 @@ class SystemPermanentRemover {
     struct InFolder {
         std::size_t expected = 0;
         PrivateReference opened = nullptr;
-        std::weak_ptr<Private> last = {}; ///< still there as long as an item is in it
-        platform::ItemIdentity parent{};  ///< of the folder that it was made in
     };
     /// Each takes two descriptors.
     static constexpr std::size_t maxOpened = 256;
@@ -83,9 +82,14 @@ class SystemPermanentRemover {
     }
     [[nodiscard]] std::expected<PrivateReference, platform::ChangeError>
     privateFolder(const std::string& folder, const VerifiedItem& item);
+    /// For as long as items are expected in it.
+    void keepOpened(const std::string& path, InFolder& folder, const PrivateReference& opened);
 
     Options options_;
-    StringMap<InFolder> folders_;    ///< by their paths as they are written
+    StringMap<InFolder> folders_; ///< by their paths as they are written
+    /// By the folders that they were made in, to which several paths may lead; each is there as
+    /// long as an item is in it.
+    std::map<platform::ItemIdentity, std::weak_ptr<Private>> made_;
     std::deque<std::string> opened_; ///< oldest first; some may be closed by now
 };
 

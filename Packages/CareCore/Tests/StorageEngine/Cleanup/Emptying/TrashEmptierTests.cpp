@@ -350,6 +350,21 @@ TEST(TrashEmptier, RemovesAnExtraCopyOnlyWhileTheOtherIsThere) {
     EXPECT_TRUE(exists(place / "kept"));
 }
 
+TEST(TrashEmptier, LeavesWhatWentThereLaterThanNow) {
+    EmptyingBench bench;
+    bench.place.file("a", "a");
+    makeFolder(bench.place, "f");
+    bench.put({"a", "f"});
+    // The clock stood a day ahead when the folder went; since then something was put into it.
+    bench.plan.entries[1].wentAt = Timestamp::now().adding(86'400);
+    bench.place.file("data/Trash/files/f/deep/later", "later");
+    const auto told = bench.emptied();
+    EXPECT_EQ(told.at("a"), "permanentlyRemoved");
+    EXPECT_EQ(told.at("f"), "refused By the clock this went to the Trash later than now, so it was "
+                            "left alone. Set the clock right and try again.");
+    EXPECT_EQ(contents(bench.inTrash("f/deep/later")), "later");
+}
+
 TEST(TrashEmptier, TellsTheBytesThatAreReallyFree) {
     for (const std::string type : {"here", "ext4", "btrfs"}) {
         SCOPED_TRACE(type);
@@ -558,29 +573,24 @@ class FlushWatch final : public platform::FolderChanges {
     platform::LiveFolderChanges live_;
 };
 
-/// Lets no record of a removal be taken for flushed that is not.
-class JournalWatch final : public CleanupIntentJournaling {
+/// Hands all on; `onFlushed` runs once, when records were flushed.
+class ForwardedJournal : public CleanupIntentJournaling {
   public:
-    JournalWatch(CleanupIntentJournaling& journal, FlushWatch& changes)
-        : journal_(journal), changes_(changes) {}
-    bool isFlushed = true;
+    explicit ForwardedJournal(CleanupIntentJournaling& journal) : journal_(journal) {}
+    std::function<void()> onFlushed = nullptr;
 
     Result<void> begin(const CleanupIntent& intent) override { return journal_.begin(intent); }
     Result<void> recordOutcome(const CleanupIntentEntry::Outcome& outcome, const LocalItemID& item,
                                const UUID& intentID) override {
-        isFlushed = false;
         return journal_.recordOutcome(outcome, item, intentID);
     }
     Result<void> flushRecords(const UUID& intentID) override {
         auto flushed = journal_.flushRecords(intentID);
-        EXPECT_EQ(changes_.unflushed, 0U) << "the log tells what the disk does not know";
-        isFlushed = true;
+        if (const auto act = std::exchange(onFlushed, nullptr)) act();
         return flushed;
     }
     Result<void> close(const UUID& intentID, Timestamp at) override {
-        auto closed = journal_.close(intentID, at);
-        EXPECT_EQ(changes_.unflushed, 0U);
-        return closed;
+        return journal_.close(intentID, at);
     }
     Result<void> requireReceiptRecovery(const CleanupReceipt& receipt) override {
         return journal_.requireReceiptRecovery(receipt);
@@ -593,6 +603,33 @@ class JournalWatch final : public CleanupIntentJournaling {
 
   private:
     CleanupIntentJournaling& journal_;
+};
+
+/// Lets no record of a removal be taken for flushed that is not.
+class JournalWatch final : public ForwardedJournal {
+  public:
+    JournalWatch(CleanupIntentJournaling& journal, FlushWatch& changes)
+        : ForwardedJournal(journal), changes_(changes) {}
+    bool isFlushed = true;
+
+    Result<void> recordOutcome(const CleanupIntentEntry::Outcome& outcome, const LocalItemID& item,
+                               const UUID& intentID) override {
+        isFlushed = false;
+        return ForwardedJournal::recordOutcome(outcome, item, intentID);
+    }
+    Result<void> flushRecords(const UUID& intentID) override {
+        auto flushed = ForwardedJournal::flushRecords(intentID);
+        EXPECT_EQ(changes_.unflushed, 0U) << "the log tells what the disk does not know";
+        isFlushed = true;
+        return flushed;
+    }
+    Result<void> close(const UUID& intentID, Timestamp at) override {
+        auto closed = ForwardedJournal::close(intentID, at);
+        EXPECT_EQ(changes_.unflushed, 0U);
+        return closed;
+    }
+
+  private:
     FlushWatch& changes_;
 };
 
@@ -620,6 +657,45 @@ TEST(TrashEmptier, RemovesNothingBeforeItIsWrittenForGood) {
     ASSERT_TRUE(made);
     EXPECT_EQ(made->permanentlyRemovedByteCount(), bench.plan.byteCount());
     EXPECT_EQ(removals, 10U) << "with the notes";
+}
+
+/// Cannot write down that something failed.
+class FullJournal final : public ForwardedJournal {
+  public:
+    using ForwardedJournal::ForwardedJournal;
+    Result<void> recordOutcome(const CleanupIntentEntry::Outcome& outcome, const LocalItemID& item,
+                               const UUID& intentID) override {
+        if (std::holds_alternative<intent_outcome::Failed>(outcome.value)) {
+            return std::unexpected(Error{Error::CouldNotWrite{"full"}});
+        }
+        return ForwardedJournal::recordOutcome(outcome, item, intentID);
+    }
+};
+
+TEST(TrashEmptier, RemovesNothingMoreOnceTheJournalFailed) {
+    EmptyingBench bench;
+    for (const char* name : {"a", "b", "c"}) bench.place.file(name, name);
+    bench.put({"a", "b", "c"});
+    platform::FolderFlushes flushes(bench.changes);
+    const auto log = bench.journal(&flushes);
+    FullJournal journal(*log);
+    // All are set aside and recorded; then the second one is touched, so that it has to go back.
+    journal.onFlushed = [&] {
+        const auto found = bench.privateFolders();
+        ASSERT_EQ(found.size(), 1U);
+        fs::permissions(found[0] + "/b", fs::perms::owner_read);
+    };
+    TrashEmptier emptier({.volumes = bench.volumes,
+                          .changes = bench.changes,
+                          .flushes = flushes,
+                          .journal = journal,
+                          .ledger = bench.ledger});
+    const auto made = emptier.empty(
+        {.plan = bench.plan, .acknowledgement = bench.acknowledgement(), .at = Timestamp::now()});
+    ASSERT_FALSE(made);
+    EXPECT_TRUE(std::holds_alternative<CleanupExecutionError::JournalStopped>(made.error().value));
+    EXPECT_FALSE(exists(bench.inTrash("a")));
+    for (const char* name : {"b", "c"}) EXPECT_EQ(contents(bench.inTrash(name)), name);
 }
 
 TEST(TrashEmptier, RemovesNoStrangerThatTakesAnItemsPlace) {
