@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Base/PathText.h"
+#include "Base/StringTable.h"
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/WellKnownFolders.h"
@@ -38,6 +39,20 @@ bool isSomethingInTrash(const CleanupReceipt& receipt) {
                entry.resultingTrashURL &&
                platform::fileMetadata(entry.resultingTrashURL->path()).has_value();
     });
+}
+
+/// Where an item lies, without a link on the way to it.
+std::string realPathOf(const FileURL& item) {
+    const std::string folder(path::parent(item.path()));
+    return path::joined(FolderResolver::resolved(folder).value_or(folder), item.lastComponent());
+}
+
+/// The picked folder that a path lies in; null when none is.
+const FileURL* pickAround(const std::string& path, const StringMap<FileURL>& picked) {
+    for (std::string_view above = path::parent(path); above != "/"; above = path::parent(above)) {
+        if (const auto found = picked.find(above); found != picked.end()) return &found->second;
+    }
+    return nullptr;
 }
 
 std::set<LocalItemID> idsOf(const CleanupPlan& plan) {
@@ -119,13 +134,13 @@ struct CleanupSession::Body {
     [[nodiscard]] Result<JSONRecoveryLedger*> openLedger() {
         if (ledger) return &*ledger;
         const FileURL keyURL = support.appendingFolder("Keys").appending("recovery-ledger.key");
-        auto key = recoveryLedgerKey(keyURL, ledgerURL());
+        auto key = recoveryLedgerKey(keyURL, ledgerURL(), *options.machine.gate);
         if (!key) return sessionError(key.error());
         auto opened =
             JSONRecoveryLedger::open(ledgerURL(), *std::move(key),
-                                     {.isStillNeeded = isSomethingInTrash, .giveSpaceBack = [this] {
-                                          return journal->giveSpaceBack();
-                                      }});
+                                     {.isStillNeeded = isSomethingInTrash,
+                                      .giveSpaceBack = [this] { return journal->giveSpaceBack(); },
+                                      .gate = options.machine.gate});
         if (!opened) return sessionError(opened.error());
         ledger.emplace(*std::move(opened));
         return &*ledger;
@@ -381,18 +396,38 @@ CleanupSession::PickedCleanup CleanupSession::planPicks(const std::vector<Pick>&
     std::map<LocalItemID, KeptCopy> keptCopies;
     std::set<LocalItemID> known;
     PickedCleanup picked;
+    struct Accepted {
+        const Pick& pick;
+        CleanupPlanEntry entry;
+        std::string realPath;
+    };
+    std::vector<Accepted> accepted;
+    StringMap<FileURL> acceptedPaths;
     for (const Pick& pick : picks) {
         auto entry = body_->entryOf(pick);
         if (!entry) {
             picked.refused.push_back({.item = pick.item, .reason = std::move(entry.error())});
             continue;
         }
-        if (!known.insert(entry->candidateID).second) continue;
-        if (pick.keptCopy) {
-            entry->proofCard.category = CleanupCategory::exactDuplicate;
-            keptCopies.emplace(entry->candidateID, *pick.keptCopy);
+        std::string realPath = realPathOf(entry->sourceURL);
+        acceptedPaths.emplace(realPath, pick.item);
+        accepted.push_back({pick, *std::move(entry), std::move(realPath)});
+    }
+    for (auto& [pick, entry, realPath] : accepted) {
+        // It goes with the folder; by itself its bytes would count twice, and it would fail.
+        if (const FileURL* folder = pickAround(realPath, acceptedPaths)) {
+            picked.refused.push_back(
+                {.item = pick.item,
+                 .reason = "It lies in " + folder->path() +
+                           ", which was picked as well, so it goes with that folder."});
+            continue;
         }
-        prepared.plan.entries.push_back(*std::move(entry));
+        if (!known.insert(entry.candidateID).second) continue;
+        if (pick.keptCopy) {
+            entry.proofCard.category = CleanupCategory::exactDuplicate;
+            keptCopies.emplace(entry.candidateID, *pick.keptCopy);
+        }
+        prepared.plan.entries.push_back(std::move(entry));
     }
     if (prepared.plan.entries.empty()) return picked;
     prepared.plan.goal.byteCount = prepared.plan.potentiallyReclaimableByteCount();
@@ -444,8 +479,7 @@ CleanupSession::carryOut(const PreparedCleanup& prepared, const CleanupSessionAp
         // Whoever tidies up meanwhile would take the plan for one that nobody needs.
         auto held = body_->journal->hold();
         if (!held) {
-            return sessionError(CleanupExecutionError{
-                CleanupExecutionError::JournalUnavailable{held.error().description()}});
+            return sessionError(CleanupExecutionError::fromBegin(held.error()));
         }
         hold.emplace(*std::move(held));
         if (const auto kept = body_->keepPlan(prepared); !kept) return sessionError(kept.error());

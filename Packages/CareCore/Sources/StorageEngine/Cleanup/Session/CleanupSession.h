@@ -159,7 +159,8 @@ class CleanupSession {
         std::optional<PreparedCleanup> prepared; ///< none when every pick was refused
         std::vector<RefusedPick> refused;
     };
-    /// Picked items only ever go to the Trash.
+    /// Picked items only ever go to the Trash. What lies in a folder that was picked as well is
+    /// refused, whichever was named first.
     [[nodiscard]] PickedCleanup planPicks(const std::vector<Pick>& picks,
                                           double lifetime = CleanupPlanner::hour);
 
@@ -204,7 +205,8 @@ class CleanupSession {
     [[nodiscard]] Result<CleanupHistoryIndex::History> history();
     /// Every receipt of the ledger, oldest first.
     [[nodiscard]] Result<std::vector<CleanupReceipt>> receipts();
-    /// What interrupted cleanups left, and what settling would do. Nothing is changed.
+    /// What interrupted cleanups left, and what settling would do. Nothing is changed. What a
+    /// person has to know of items that cannot be found is in each cleanup's `openQuestions`.
     [[nodiscard]] Result<CleanupSettlement::Report> interrupted();
     /// Puts in order what interrupted cleanups left, and puts back what lies in a private folder of
     /// any cleanup, since it could not go back then.

@@ -223,6 +223,27 @@ TEST(CleanupSession, MovesPicksAndExtraCopiesOnlyBesideTheirKeptOnes) {
     EXPECT_EQ(home.contents("opened/folder"), "something else by now");
 }
 
+TEST(CleanupSession, RefusesAPickInsideAnother) {
+    Home home;
+    home.place.file("opened/folder beside", "not inside");
+    home.place.link("opened/link", "folder/sub");
+    const auto session = home.session();
+    const auto picked =
+        session->planPicks({{.item = home.url("opened/folder/sub/file"), .measuredBytes = 6},
+                            {.item = home.url("opened/folder"), .measuredBytes = 6},
+                            {.item = home.url("opened/folder/sub"), .measuredBytes = 6},
+                            {.item = home.url("opened/folder beside"), .measuredBytes = 10},
+                            {.item = home.url("opened/folder"), .measuredBytes = 6}});
+    ASSERT_TRUE(picked.prepared);
+    EXPECT_EQ(picked.prepared->plan.entries.size(), 2);
+    EXPECT_EQ(picked.prepared->plan.goal.byteCount, 16U) << "each byte once";
+    ASSERT_EQ(picked.refused.size(), 2);
+    EXPECT_EQ(picked.refused[0].item, home.url("opened/folder/sub/file"));
+    EXPECT_EQ(picked.refused[1].reason,
+              "It lies in " + home.place / "opened/folder" +
+                  ", which was picked as well, so it goes with that folder.");
+}
+
 TEST(CleanupSession, TellsAndSettlesAnInterruptedCleanup) {
     Home home;
     {
