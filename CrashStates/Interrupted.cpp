@@ -51,9 +51,11 @@ class FaultyGate final : public platform::ChangeGate {
   public:
     FaultyGate(platform::ChangeGate& next, Fault fault) : next_(next), fault_(fault) {}
     Done perform(platform::DiskChange kind, const std::function<Done()>& change) override {
-        const bool isLeftOut =
-            fault_ == Fault::logsNotFlushed && kind == platform::DiskChange::flush;
-        return isLeftOut ? Done() : next_.perform(kind, change);
+        return next_.perform(kind, change);
+    }
+    Done performFlush(const platform::FlushTarget& target,
+                      const std::function<Done()>& flush) override {
+        return fault_ == Fault::logsNotFlushed ? Done() : next_.performFlush(target, flush);
     }
 
   private:
@@ -160,7 +162,11 @@ struct Cleaner {
                   [this](Acknowledged::What what, std::size_t records) {
                       tell({what, current, records});
                   }),
-          ledger(need(JSONRecoveryLedger::open(at.ledger(), ledgerKey()), "ledger")) {
+          ledger(need(JSONRecoveryLedger::open(
+                          at.ledger(),
+                          need(recoveryLedgerKey(at.ledgerKey(), at.ledger(), gate), "key"),
+                          {.gate = &gate}),
+                      "ledger")) {
         bench.volumes = places.volumes();
     }
 
@@ -223,6 +229,7 @@ struct Cleaner {
                                          .candidateID = entry.candidateID});
         }
         need(journal.recordRestoreOutcomes(outcomes), "record what was put back");
+        tell({Acknowledged::What::putBackRecorded, current, putBackCount});
     }
 };
 
@@ -245,8 +252,6 @@ UUID planOf(Cleanup cleanup) {
     return *UUID::fromText(
         fmt::format("00000000-0000-4000-8000-{:012}", static_cast<int>(cleanup)));
 }
-
-std::string ledgerKey() { return std::string(32, 'k'); }
 
 std::vector<Item> itemsIn(const Places& places) {
     std::vector<Item> items;
@@ -284,7 +289,6 @@ void prepare(const Places& places) {
 
 void carryOut(const Places& places, const Manner& manner,
               const std::function<void(const Acknowledged&)>& tell) {
-    need(platform::makePrivateFolder(std::string(path::parent(places.ledger().path()))), "data");
     Cleaner cleaner(places, manner, tell);
     const CleanupReceipt trashed = cleaner.clean(Cleanup::trashing);
     cleaner.putBack(trashed);

@@ -24,6 +24,9 @@ struct Places {
     int itemsOfFolder = 5;
 
     [[nodiscard]] std::string intents() const { return data + "/Harborline/intents"; }
+    [[nodiscard]] FileURL ledgerKey() const {
+        return FileURL::file(data + "/Harborline/Keys/recovery-ledger.key");
+    }
     [[nodiscard]] FileURL ledger() const {
         return FileURL::file(data + "/Harborline/Recovery/ledger.json");
     }
@@ -39,7 +42,6 @@ enum class Cleanup : std::uint8_t { trashing, picking, removing };
 inline constexpr std::array allCleanups{Cleanup::trashing, Cleanup::picking, Cleanup::removing};
 /// Of its plan, by which its intent is known.
 [[nodiscard]] UUID planOf(Cleanup cleanup);
-[[nodiscard]] std::string ledgerKey();
 
 struct Item {
     std::string name; ///< below the top, as its plan takes it
@@ -65,7 +67,14 @@ void prepare(const Places& places);
 
 /// What has been told to be on the disk for good.
 struct Acknowledged {
-    enum class What : std::uint8_t { begun, recorded, closed, putBackBegins, putBack };
+    enum class What : std::uint8_t {
+        begun,
+        recorded,
+        closed,
+        putBackBegins,
+        putBack,
+        putBackRecorded
+    };
     What what;
     Cleanup cleanup;
     std::size_t count = 0; ///< of the records or of what was put back, from the first one on

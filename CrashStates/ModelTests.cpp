@@ -1,8 +1,10 @@
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <optional>
 #include <random>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,12 +34,14 @@ struct Crash {
     std::size_t number = 0; ///< of the change
     bool isSlow = false;
     std::size_t flushLeftOut = UnflushedChanges::never;
+    bool isTellingPaths = false;
 };
 
 struct Ended {
     std::size_t changes = 0;
-    std::vector<std::size_t> flushes = {};
+    std::vector<UnflushedChanges::Flush> flushes = {};
     std::size_t unflushed = 0;
+    std::vector<std::size_t> leftBehind = {};
     std::string lost = "nothing";
     std::vector<std::string> faults = {};
 };
@@ -53,8 +57,10 @@ std::optional<Ended> interrupt(const Crash& crash) {
     prepare(places);
     UnflushedChanges disk({.watched = places.data,
                            .aside = place / "aside",
+                           .otherDisk = places.data + "/Harborline",
                            .end = crash.end,
-                           .flushLeftOut = crash.flushLeftOut});
+                           .flushLeftOut = crash.flushLeftOut,
+                           .isTellingPaths = crash.isTellingPaths});
     std::vector<Acknowledged> acknowledged;
     try {
         carryOut(places, {.isSlow = crash.isSlow, .changes = &disk.folders(), .gate = &disk.gate()},
@@ -62,8 +68,10 @@ std::optional<Ended> interrupt(const Crash& crash) {
     } catch (const Failure&) {
         // The process is dead.
     }
-    Ended ended{
-        .changes = disk.count(), .flushes = disk.flushes(), .unflushed = disk.unflushedCount()};
+    Ended ended{.changes = disk.count(),
+                .flushes = disk.flushes(),
+                .unflushed = disk.unflushedCount(),
+                .leftBehind = disk.leftBehind()};
     if (crash.lost != Lost::nothing) ended.lost = disk.unflushed(crash.number);
     if (crash.lost == Lost::one && !disk.forget(crash.number)) return std::nullopt;
     if (crash.lost == Lost::allFromOneOn && !disk.forgetFrom(crash.number)) return std::nullopt;
@@ -117,7 +125,7 @@ TEST(CrashModel, LosesNothingWhateverTheDiskForgets) {
         const auto whole = interrupt({.isSlow = isSlow});
         ASSERT_TRUE(whole->faults.empty()) << whole->faults[0];
         EXPECT_GT(whole->changes, 50U);
-        const std::size_t step = isThorough() ? 1U : isSlow ? 9U : 27U;
+        const std::size_t step = isThorough() ? 1U : isSlow ? 13U : 39U;
         for (std::size_t end = 1 + std::random_device()() % step; end <= whole->changes;
              end += step) {
             const auto fault = faultAt({.end = end, .isSlow = isSlow});
@@ -126,32 +134,75 @@ TEST(CrashModel, LosesNothingWhateverTheDiskForgets) {
     }
 }
 
-/// Counts the flushes without which the model shows a fault at one of the next moments. Usually a
-/// few are enough: they prove that the model can show any.
-TEST(CrashModel, ShowsFlushesThatAreLeftOut) {
+/// A fault that a crash shows when one flush was left out; none when no crash does. Only what that
+/// flush would have confirmed is lost: the rest is asked above.
+std::optional<std::string> faultWithout(std::size_t number, Crash crash, const Ended& whole) {
+    crash.isTellingPaths = false;
+    crash.flushLeftOut = number;
+    for (crash.end = whole.flushes[number].at; crash.end <= whole.changes; ++crash.end) {
+        crash.lost = Lost::nothing;
+        const auto kept = interrupt(crash);
+        if (!kept->faults.empty()) return kept->faults[0];
+        if (kept->leftBehind.empty()) return std::nullopt;
+        for (const Lost lost : {Lost::one, Lost::allFromOneOn}) {
+            crash.lost = lost;
+            for (const std::size_t change : kept->leftBehind) {
+                crash.number = change;
+                const auto ended = interrupt(crash);
+                if (ended && !ended->faults.empty()) return ended->faults[0];
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+/// What each flush of a run is of, below the folder of the data or the top, with its number among
+/// those of one name.
+std::vector<std::string> namesOf(const std::vector<UnflushedChanges::Flush>& flushes) {
+    const std::regex uuid("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}");
+    const std::regex top("/top/(" + std::string(dataBelowItems) + "/?)?");
+    std::map<std::string, int> counts;
+    std::vector<std::string> names;
+    for (const auto& flush : flushes) {
+        const std::string name =
+            std::regex_replace(std::regex_replace(flush.what, uuid, "*"), top, "");
+        names.push_back(name + " " + std::to_string(++counts[name]));
+    }
+    return names;
+}
+
+/// The flushes that no crash misses, and why they stay. docs/file-formats.md tells them as well.
+const std::set<std::string> needlessFlushes{
+    // Of the name of the folder for keys. In a first cleanup the folder of the intents is made in
+    // the same folder, and flushed, before anything is touched; in a later one it is there already.
+    "folder Harborline 1",
+};
+
+/// Each flush is left out once. The table is exact: a flush that is needed nowhere else shows here,
+/// and so does one that turns out to be missed after all.
+TEST(CrashModel, MissesEachFlushThatIsLeftOut) {
     if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
     if (!mayBePlanned(TemporaryFolder().path())) {
         GTEST_SKIP() << "needs a temporary folder that is no part of the system";
     }
-    const auto whole = interrupt({.isSlow = true});
-    std::size_t shown = 0;
-    std::size_t tried = 0;
-    std::string hidden;
-    constexpr std::size_t enough = 2;
-    for (std::size_t flush = 0; flush < whole->flushes.size(); flush += isThorough() ? 1U : 8U) {
-        if (shown == enough && !isThorough()) break;
-        bool isShown = false;
-        for (std::size_t later = 0; later < 8 && !isShown; ++later) {
-            const std::size_t end = std::max<std::size_t>(1, whole->flushes[flush] + later);
-            isShown = faultAt({.end = end, .isSlow = true, .flushLeftOut = flush}).has_value();
+    for (const bool isSlow : {true, false}) {
+        const Crash crash{.isSlow = isSlow, .isTellingPaths = true};
+        const auto whole = interrupt(crash);
+        ASSERT_TRUE(whole->faults.empty()) << whole->faults[0];
+        const auto names = namesOf(whole->flushes);
+        EXPECT_GT(names.size(), 30U);
+        const std::size_t step = isThorough() ? 1U : 32U;
+        const std::size_t first = std::random_device()() % step;
+        for (std::size_t number = 0; number < names.size(); ++number) {
+            EXPECT_FALSE(whole->flushes[number].confirmed.empty())
+                << names[number] << " is a repeat";
+            if (number % step != first) continue;
+            const auto fault = faultWithout(number, crash, *whole);
+            EXPECT_NE(fault.has_value(), needlessFlushes.contains(names[number]))
+                << names[number] << (isSlow ? ", folder by folder: " : ": ")
+                << fault.value_or("nothing misses it");
         }
-        ++tried;
-        shown += isShown ? 1 : 0;
-        if (!isShown)
-            hidden += std::to_string(flush) + "@" + std::to_string(whole->flushes[flush]) + " ";
     }
-    EXPECT_GE(shown, enough) << "of " << tried;
-    if (isThorough()) std::printf("%zu of %zu, but not %s\n", shown, tried, hidden.c_str());
 }
 
 } // namespace

@@ -11,7 +11,9 @@ void settle(const Places& places, platform::FolderChanges& changes, platform::Ch
     FileCleanupIntentJournal journal(
         FileURL::folder(places.intents()),
         {.flushChanges = [&] { return flushes.flush(); }, .reserveByteCount = 0, .gate = &gate});
-    auto ledger = JSONRecoveryLedger::open(places.ledger(), ledgerKey());
+    const auto key = recoveryLedgerKey(places.ledgerKey(), places.ledger(), gate);
+    if (!key) throw Failure(key.error().description());
+    auto ledger = JSONRecoveryLedger::open(places.ledger(), *key, {.gate = &gate});
     const auto volumes = places.volumes();
     CleanupSettlement settlement({.journal = &journal,
                                   .ledger = &*ledger,

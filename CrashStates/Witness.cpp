@@ -125,6 +125,7 @@ struct Witness {
             if (isAcknowledged(Acknowledged::What::closed, cleanup) && recorded->intent.isOpen()) {
                 complain("the end of a cleanup was acknowledged and is gone");
             }
+            judgeWhatWasPutBack(cleanup, recorded->intent);
             std::size_t left = recordsAcknowledged(cleanup);
             for (const CleanupIntentEntry& entry : recorded->intent.entries) {
                 if (left-- == 0) break;
@@ -147,10 +148,24 @@ struct Witness {
         const auto wanted =
             std::ranges::count(acknowledged, Acknowledged::What::closed, &Acknowledged::what);
         if (wanted == 0) return;
-        const auto receipts =
-            JSONRecoveryLedger::open(places.ledger(), ledgerKey())->storedReceipts();
+        auto key = platform::readWholeFile(places.ledgerKey().path(), 64);
+        if (!key) return complain("the key of the receipts is gone");
+        auto ledger = JSONRecoveryLedger::open(places.ledger(), *std::move(key));
+        if (!ledger) return complain("the key of the receipts is damaged");
+        const auto receipts = ledger->storedReceipts();
         if (!receipts || std::ssize(*receipts) < wanted) {
             complain("a receipt was acknowledged and is gone");
+        }
+    }
+
+    void judgeWhatWasPutBack(Cleanup cleanup, const CleanupIntent& intent) {
+        if (!isAcknowledged(Acknowledged::What::putBackRecorded, cleanup)) return;
+        for (std::size_t i = 0; i < putBackCount; ++i) {
+            const auto& outcome = intent.entries[i].outcome;
+            if (!outcome ||
+                !std::holds_alternative<intent_outcome::RestoredFromTrash>(outcome->value)) {
+                complain("that {} was put back was acknowledged and is not known", items[i].name);
+            }
         }
     }
 
