@@ -66,7 +66,7 @@ SystemPermanentRemover::privateFolder(const std::string& folder, const VerifiedI
     const auto above = platform::fileMetadata(item.parent.fd());
     if (!above) return std::unexpected(ChangeError::fromSystem(above.error()));
     InFolder& here = folders_[folder];
-    std::weak_ptr<Private>& known = made_[above->identity];
+    std::weak_ptr<Private>& known = made_[{above->identity, above->mount.value_or(0)}];
     if (auto last = known.lock()) {
         if (!here.opened) keepOpened(folder, here, last);
         return last;

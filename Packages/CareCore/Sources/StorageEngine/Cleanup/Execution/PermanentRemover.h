@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Base/FileURL.h"
 #include "Base/PathText.h"
@@ -87,9 +88,9 @@ class SystemPermanentRemover {
 
     Options options_;
     StringMap<InFolder> folders_; ///< by their paths as they are written
-    /// By the folders that they were made in, to which several paths may lead; each is there as
-    /// long as an item is in it.
-    std::map<platform::ItemIdentity, std::weak_ptr<Private>> made_;
+    /// By the folders that they were made in, to which several paths may lead, and their mounts,
+    /// between which nothing can be renamed. Each is there as long as an item is in it.
+    std::map<std::pair<platform::ItemIdentity, std::uint64_t>, std::weak_ptr<Private>> made_;
     std::deque<std::string> opened_; ///< oldest first; some may be closed by now
 };
 

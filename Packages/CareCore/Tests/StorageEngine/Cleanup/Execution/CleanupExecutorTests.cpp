@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 
 #include "StorageEngine/Cleanup/Execution/ExecutionBench.h"
+#include "StorageEngine/Cleanup/Execution/MutationIdentityGuard.h"
+#include "StorageEngine/Cleanup/Execution/PermanentRemover.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {
@@ -395,6 +397,109 @@ TEST(CleanupExecutor, EndsWhenTheJournalOrTheLedgerFails) {
     const auto open = bench.journal->openIntents();
     ASSERT_EQ(open->intents.size(), 1) << "the journal takes the receipt's place";
     EXPECT_TRUE(open->intents.front().isReceiptMissing);
+
+    ExecutionBench permanent;
+    permanent.ledger = &refusing;
+    permanent.planFiles({"one", "two"}, Mode::permanent);
+    std::stop_source stopped;
+    beforeRename(permanent, 1, [&] { stopped.request_stop(); });
+    const auto nothing = permanent.execute(stopped.get_token());
+    ASSERT_FALSE(nothing);
+    ASSERT_EQ(permanent.names("home/.npm/_cacache"), "one two");
+    EXPECT_TRUE(nothing.error().description().starts_with("0 removed for good, but"))
+        << nothing.error().description();
+}
+
+TEST(CleanupExecutor, SaysThatAnotherCleanupRuns) {
+    ExecutionBench bench;
+    bench.planFiles({"one"});
+    FileCleanupIntentJournal other(bench.journal->folder(), {.reserveByteCount = 0});
+    const auto hold = other.hold();
+    ASSERT_TRUE(hold);
+    const auto told = bench.execute();
+    ASSERT_FALSE(told);
+    EXPECT_EQ(told.error().description(),
+              "Another cleanup is running, so this one was not started and nothing was touched. "
+              "Try again when it has ended.");
+    EXPECT_EQ(bench.names("home/.npm/_cacache"), "one");
+}
+
+TEST(CleanupExecutor, RemovesNothingMoreOnceTheJournalFailed) {
+    std::size_t stoppedCount = 0;
+    for (std::uint64_t at = 1;; ++at) {
+        ExecutionBench bench(nullptr,
+                             {.at = at, .how = testing::ChangeSchedule::Disturbance::failure});
+        bench.planFiles({"one", "two", "three"}, Mode::permanent);
+        // When all are set aside, the first one is touched, so that it has to go back.
+        std::size_t renames = 0;
+        bench.changes.afterRename = [&] {
+            const fs::path cache = bench.place / "home/.npm/_cacache";
+            if (++renames != 3) return;
+            for (const auto& each : fs::directory_iterator(cache)) {
+                if (!each.is_directory()) continue;
+                fs::permissions(each.path() / "one", fs::perms::owner_read);
+            }
+        };
+        const auto told = bench.execute();
+        if (bench.schedule.count() < at) break;
+        if (told ||
+            !std::holds_alternative<CleanupExecutionError::JournalStopped>(told.error().value)) {
+            continue;
+        }
+        // Where the log does not know that the first one stays, the others have to stay as well.
+        const auto intents = bench.journal->allIntents();
+        if (!intents || intents->intents.empty()) continue;
+        const auto& known = intents->intents[0].intent.entries[0].outcome;
+        const bool isUnknown =
+            known && std::holds_alternative<intent_outcome::PermanentlyRemoved>(known->value);
+        if (!isUnknown || !outcomes(*told.error().receipt())[0].starts_with("failed")) continue;
+        ++stoppedCount;
+        EXPECT_EQ(bench.names("home/.npm/_cacache"), "one three two") << at;
+    }
+    EXPECT_GE(stoppedCount, 1U);
+}
+
+TEST(SystemPermanentRemover, TakesTwoPathsToOneFolderForOneFolder) {
+    ExecutionBench bench;
+    bench.place.folder("home/.npm/_cacache/real");
+    bench.planFiles({"real/one", "real/two", "real/three"}, Mode::permanent);
+    platform::Trash trash({.volumes = &bench.volumes,
+                           .changes = &bench.changes,
+                           .flushes = &bench.flushes,
+                           .home = FileURL::folder(bench.place / "home/.local/share/Trash")});
+    SystemPermanentRemover remover({.intentID = platform::randomUUID(),
+                                    .changes = bench.changes,
+                                    .flushes = bench.flushes,
+                                    .trash = trash,
+                                    .giveSpaceBack = [] { return false; }});
+    MutationIdentityGuard guard(bench.volumes);
+    // As a file system that folds names has it, "REAL" leads to the same folder.
+    std::vector<FileURL> written;
+    for (const char* name : {"REAL/one", "real/two", "REAL/three"}) {
+        written.push_back(FileURL::file(bench.place / ExecutionBench::cached(name)));
+        remover.expect(written.back());
+    }
+    const auto setAside = [&](std::size_t index) {
+        const CleanupPlanEntry& entry = bench.plan.entries[index];
+        auto item = guard.look({.source = entry.sourceURL,
+                                .fingerprint = entry.fingerprint,
+                                .authorizedRoot = bench.home().appendingFolder(".npm/_cacache"),
+                                .sheet = &bench.sheet.entries[index],
+                                .plannedAt = bench.plan.createdAt,
+                                .accepts = MutationIdentityGuard::Accepts::regularFiles});
+        EXPECT_TRUE(item);
+        auto aside = remover.setAside(written[index], *std::move(item));
+        remover.forget(written[index]);
+        return aside;
+    };
+    auto one = setAside(0);
+    auto two = setAside(1);
+    ASSERT_TRUE(one && two);
+    EXPECT_TRUE(remover.remove(*std::move(one)));
+    EXPECT_TRUE(remover.remove(*std::move(two))) << "whose private folder the third one needs";
+    auto three = setAside(2);
+    ASSERT_TRUE(three) << three.error().receiptDescription();
+    EXPECT_TRUE(remover.remove(*std::move(three)));
 }
 
 TEST(CleanupExecutor, MovesPickedItemsOnlyAsTheyWereLookedThrough) {
