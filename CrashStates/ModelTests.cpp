@@ -35,6 +35,9 @@ struct Crash {
     bool isSlow = false;
     std::size_t flushLeftOut = UnflushedChanges::never;
     bool isTellingPaths = false;
+    /// The cleanups end after so many changes and flushes, of which none is lost. What crashes is
+    /// the settling then. Never: the cleanups themselves.
+    std::size_t settlingAfter = UnflushedChanges::never;
 };
 
 struct Ended {
@@ -62,11 +65,40 @@ std::optional<Ended> interrupt(const Crash& crash) {
                            .flushLeftOut = crash.flushLeftOut,
                            .isTellingPaths = crash.isTellingPaths});
     std::vector<Acknowledged> acknowledged;
-    try {
-        carryOut(places, {.isSlow = crash.isSlow, .changes = &disk.folders(), .gate = &disk.gate()},
-                 [&](const Acknowledged& each) { acknowledged.push_back(each); });
-    } catch (const Failure&) {
-        // The process is dead.
+    const auto carryOutOn = [&](UnflushedChanges& on) {
+        try {
+            carryOut(places, {.isSlow = crash.isSlow, .changes = &on.folders(), .gate = &on.gate()},
+                     [&](const Acknowledged& each) { acknowledged.push_back(each); });
+        } catch (const Failure&) {
+            // The process is dead.
+        }
+    };
+    if (crash.settlingAfter == UnflushedChanges::never) {
+        carryOutOn(disk);
+    } else {
+        place.folder("aside before");
+        UnflushedChanges before(
+            {.watched = places.data, .aside = place / "aside before", .end = crash.settlingAfter});
+        carryOutOn(before);
+        // What was recorded and not done yet is put back, and its record corrected.
+        std::erase_if(acknowledged, [](const Acknowledged& each) {
+            return each.what == Acknowledged::What::recorded;
+        });
+        try {
+            settle(places, disk.folders(), disk.gate());
+            for (const Cleanup cleanup : allCleanups) {
+                const auto isTold = [&](Acknowledged::What what) {
+                    return std::ranges::any_of(acknowledged, [&](const Acknowledged& each) {
+                        return each.what == what && each.cleanup == cleanup;
+                    });
+                };
+                using What = Acknowledged::What;
+                if (!isTold(What::begun) || isTold(What::closed)) continue;
+                acknowledged.push_back({.what = What::closed, .cleanup = cleanup});
+            }
+        } catch (const Failure&) {
+            // Dead as well.
+        }
     }
     Ended ended{.changes = disk.count(),
                 .flushes = disk.flushes(),
@@ -130,6 +162,27 @@ TEST(CrashModel, LosesNothingWhateverTheDiskForgets) {
              end += step) {
             const auto fault = faultAt({.end = end, .isSlow = isSlow});
             EXPECT_FALSE(fault) << *fault << (isSlow ? ", folder by folder" : "");
+        }
+    }
+}
+
+/// The settling of a cleanup that was cut short may be cut short as well, on the same disk.
+TEST(CrashModel, SettlingLosesNothingWhateverTheDiskForgets) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
+    if (!mayBePlanned(TemporaryFolder().path())) {
+        GTEST_SKIP() << "needs a temporary folder that is no part of the system";
+    }
+    const std::size_t last = interrupt({.isSlow = true})->changes;
+    const std::size_t step = isThorough() ? 5U : 60U;
+    for (std::size_t after = 1 + std::random_device()() % step; after <= last; after += step) {
+        Crash crash{.isSlow = true, .settlingAfter = after};
+        const auto whole = interrupt(crash);
+        ASSERT_TRUE(whole->faults.empty()) << after << ": " << whole->faults[0];
+        const std::size_t pace = isThorough() ? 3U : 12U;
+        for (crash.end = 1 + std::random_device()() % pace; crash.end <= whole->changes;
+             crash.end += pace) {
+            const auto fault = faultAt(crash);
+            EXPECT_FALSE(fault) << "settled after " << after << ", " << *fault;
         }
     }
 }
