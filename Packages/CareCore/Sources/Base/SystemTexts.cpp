@@ -46,6 +46,8 @@ constexpr auto rows = std::to_array<SystemTextRow>({
      "changed. Nothing was touched. Review the list and confirm it again.",
      "The confirmation for this list is no longer valid. It may have expired, or the computer's "
      "clock changed. Nothing was touched. Review the list and confirm it again."},
+    {toolHomeNotFound, //
+     "Not found on this Mac.", "Not found on this computer."},
 });
 
 consteval bool areInOrder() {

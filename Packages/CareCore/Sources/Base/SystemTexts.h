@@ -26,6 +26,7 @@ enum class SystemText : std::uint8_t {
     appIsInstalledOtherwise, ///< why an application that Tidyro did not install stays
     isLockedForTrash,  ///< why an item cannot be moved to the Trash, as the middle of a sentence
     approvalOutOfTime, ///< why an approval of a cleanup does not count
+    toolHomeNotFound,  ///< the folder of an AI tool
 };
 
 /// The words of a system for a text. Names in braces are filled in with `fmt::format`:

@@ -206,14 +206,16 @@ void DeterministicSafetyPolicy::remember(LastFolder& last, std::string_view path
 
 std::optional<RiskAssessment>
 DeterministicSafetyPolicy::protectedAssessment(const FileObservation& observation,
-                                               const SafetyPolicyContext& context) const {
+                                               const SafetyPolicyContext& context,
+                                               Settled settled) const {
     return protectedBy(observation, LoweredPath(observation.url.path()),
-                       {.rules = {}, .context = context, .now = {}});
+                       {.rules = {}, .context = context, .now = {}}, settled);
 }
 
 std::optional<RiskAssessment>
 DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
-                                       const LoweredPath& lowered, const Question& question) {
+                                       const LoweredPath& lowered, const Question& question,
+                                       Settled settled) {
     using enum EvidenceCode;
     const SafetyPolicyContext& context = question.context;
     const std::string& path = observation.url.path();
@@ -238,7 +240,8 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
             cloudPlaceholder,
             "Cloud placeholders remain protected and are never downloaded for cleanup.");
     }
-    if (observation.isInProjectRepository && question.partOf != PartOf::toolCheckout) {
+    if (observation.isInProjectRepository && question.partOf != PartOf::toolCheckout &&
+        !settled.isNoProject) {
         return protectedFor(projectRepository,
                             "Project repositories remain protected regardless of other evidence.");
     }
@@ -271,7 +274,7 @@ DeterministicSafetyPolicy::protectedBy(const FileObservation& observation,
                             SharedText::lasting(explanation(LiveDataSignal::activeGrowth)));
     }
     constexpr bool isFolder = false; // only regular files come this far
-    if (isApplicationData(lowered, isFolder)) {
+    if (!settled.isNoApplicationData && isApplicationData(lowered, isFolder)) {
         return protectedFor(protectedLocation, applicationDataStays);
     }
     if (isBuildStore(lowered)) {
@@ -296,7 +299,7 @@ DeterministicSafetyPolicy::verdict(const FileObservation& observation,
     const LoweredPath lowered(observation.url.path());
     const CleanupCategory category =
         question.categoryHint ? *question.categoryHint : categoryOf(observation, lowered);
-    if (auto assessment = protectedBy(observation, lowered, question)) {
+    if (auto assessment = protectedBy(observation, lowered, question, Settled{})) {
         return {category, *std::move(assessment)};
     }
     if (auto assessment = protectedAsPart(question.partOf)) {

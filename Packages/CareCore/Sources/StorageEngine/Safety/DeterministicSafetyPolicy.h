@@ -84,10 +84,23 @@ class DeterministicSafetyPolicy {
     [[nodiscard]] CleanupCandidate classify(FileObservation observation,
                                             const Question& question) const;
 
+    /// What whoever asks for the protective checks has found out in a better way. A recogniser of
+    /// an AI tool knows which folders of its application are caches, and which repositories the
+    /// tool made as scratch; by their places alone they count as an application's own data and as
+    /// a person's project.
+    struct Settled {
+        bool isNoApplicationData = false;
+        bool isNoProject = false;
+    };
     /// Runs the protective checks alone. The first one that fires decides; none when none fires.
     [[nodiscard]] std::optional<RiskAssessment>
+    protectedAssessment(const FileObservation& observation, const SafetyPolicyContext& context,
+                        Settled settled) const;
+    [[nodiscard]] std::optional<RiskAssessment>
     protectedAssessment(const FileObservation& observation,
-                        const SafetyPolicyContext& context) const;
+                        const SafetyPolicyContext& context) const {
+        return protectedAssessment(observation, context, Settled{});
+    }
 
     /// The category that an observation has by itself.
     [[nodiscard]] static CleanupCategory category(const FileObservation& observation);
@@ -126,7 +139,7 @@ class DeterministicSafetyPolicy {
                                  CleanupCategory category) const;
     [[nodiscard]] static std::optional<RiskAssessment>
     protectedBy(const FileObservation& observation, const LoweredPath& lowered,
-                const Question& question);
+                const Question& question, Settled settled);
     [[nodiscard]] bool touchesReviewRoot(std::string_view path, const LoweredPath& lowered) const;
 
     FileURL home_;

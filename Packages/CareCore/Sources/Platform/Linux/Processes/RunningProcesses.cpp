@@ -60,6 +60,7 @@ class ProcessReader {
 
   private:
     void readExecutable(const FolderDescriptor& folder, RunningProcess& process);
+    void readWorkingFolder(const FolderDescriptor& folder, RunningProcess& process);
     void readOpenFiles(const FolderDescriptor& folder, RunningProcess& process);
     void readMappedFiles(const FolderDescriptor& folder, RunningProcess& process);
     /// Takes note of why one part could not be read.
@@ -86,6 +87,13 @@ void ProcessReader::readExecutable(const FolderDescriptor& folder, RunningProces
     if (!read) return note(read.error());
     if (target_.ends_with(deletedMark)) add(target_, process);
     process.executable = target_;
+}
+
+void ProcessReader::readWorkingFolder(const FolderDescriptor& folder, RunningProcess& process) {
+    const auto read = readKernelLink(folder.fd(), "cwd", target_);
+    if (!read) return note(read.error());
+    if (target_.ends_with(deletedMark)) add(target_, process);
+    process.workingFolder = target_;
 }
 
 void ProcessReader::readOpenFiles(const FolderDescriptor& folder, RunningProcess& process) {
@@ -132,6 +140,7 @@ ProcessReader::Outcome ProcessReader::read(long pid, Found& found) {
         note(folder.error());
     } else {
         readExecutable(*folder, process);
+        readWorkingFolder(*folder, process);
         readOpenFiles(*folder, process);
         readMappedFiles(*folder, process);
         if (!process.executable.empty() || !process.files.empty()) {
@@ -160,7 +169,7 @@ void readShare(std::span<const long> pids, std::atomic<std::size_t>& next,
                MountNamespaces& namespaces, Share& share) {
     ProcessReader reader(namespaces);
     for (std::size_t at = next++; at < pids.size(); at = next++) {
-        Found found{.process = {.pid = pids[at], .executable = {}, .files = {}}};
+        Found found{.process = {.pid = pids[at], .executable = {}, .workingFolder = {}, .files = {}}};
         const ProcessReader::Outcome outcome = reader.read(pids[at], found);
         if (outcome == ProcessReader::Outcome::failed) {
             share.error = reader.error();
@@ -186,6 +195,7 @@ void addOtherPaths(RunningProcess& process, std::span<const PathAliases> meant) 
     for (const PathAliases& aliases : meant) {
         if (aliases.empty()) continue; // the usual case
         if (!process.executable.empty()) aliases.appendOthers(process.executable, others);
+        if (!process.workingFolder.empty()) aliases.appendOthers(process.workingFolder, others);
         for (const std::string& file : process.files) aliases.appendOthers(file, others);
     }
     if (others.empty()) return;
@@ -262,7 +272,7 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
             activity.processes.push_back(std::move(found.process));
         }
     }
-    RunningProcess kernel{.pid = 0, .executable = {}, .files = {}};
+    RunningProcess kernel{.pid = 0, .executable = {}, .workingFolder = {}, .files = {}};
     for (const std::string& file : kernelFiles()) add(file, kernel);
     addOtherPaths(kernel, aliases); // whoever set it up may live anywhere
     if (!kernel.files.empty()) activity.processes.push_back(std::move(kernel));

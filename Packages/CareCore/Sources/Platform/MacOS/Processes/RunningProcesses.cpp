@@ -24,6 +24,13 @@ std::string textOf(const char (&room)[Size]) {
     return {room, ::strnlen(room, Size)};
 }
 
+std::string workingFolderOf(int pid) {
+    proc_vnodepathinfo folders{};
+    const int got = ::proc_pidinfo(pid, PROC_PIDVNODEPATHINFO, 0, &folders, sizeof(folders));
+    if (got < static_cast<int>(sizeof(folders))) return {};
+    return textOf(folders.pvi_cdir.vip_path);
+}
+
 /// ESRCH when the process has ended.
 std::expected<void, SystemError> readOpenFiles(int pid, RunningProcess& process) {
     std::vector<proc_fdinfo> descriptors(256);
@@ -126,7 +133,10 @@ std::expected<ProcessActivity, SystemError> LiveRunningProcesses::activity() con
     if (!pids) return std::unexpected(pids.error());
     ProcessActivity activity;
     for (const int pid : *pids) {
-        RunningProcess process{.pid = pid, .executable = executableOf(pid), .files = {}};
+        RunningProcess process{.pid = pid,
+                               .executable = executableOf(pid),
+                               .workingFolder = workingFolderOf(pid),
+                               .files = {}};
         auto read = readOpenFiles(pid, process);
         if (read) read = readMappedFiles(pid, process);
         if (!read && read.error().code != ESRCH) {

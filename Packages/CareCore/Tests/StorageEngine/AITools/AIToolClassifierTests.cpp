@@ -1,0 +1,278 @@
+#include "StorageEngine/AITools/AIToolClassifier.h"
+
+#include <gtest/gtest.h>
+
+#include "Base/PathText.h"
+
+namespace tidyro {
+namespace {
+
+constexpr double day = 86'400;
+const Timestamp now = Timestamp::since1970(1'800'000'000.0);
+
+SafetyPolicyContext machine() {
+    return SafetyPolicyContext({.currentUserID = 501,
+                                .internalLocalVolumeIdentifiers = {"disk"},
+                                .activeApplicationRoots = {},
+                                .additionalProtectedRoots = {},
+                                .activelyGrowingPaths = {},
+                                .openByProcessPaths = {}});
+}
+
+/// An entry of a home that exists in this test only. It is an old file that nothing speaks against.
+struct Rated {
+    AIToolID tool;
+    OperatingSystem system = OperatingSystem::linux_;
+    FileURL userHome = FileURL::folder("/home/ada");
+    double age = 400 * day;
+    double changeAge = 400 * day;
+    FileKind kind = FileKind::regularFile;
+    AIToolClassifier::Entry entry{};
+    ToolActivitySnapshot activity{};
+    bool isAppRunning = false;
+    double minimumAge = day;
+    std::uint64_t linkCount = 1;
+    std::uint32_t owner = 501;
+    bool isReadable = true;
+    bool isInRepository = false;
+
+    [[nodiscard]] const AIToolLayout& layout() const { return AIToolLayouts::layout(tool, system); }
+    /// "store:" stands for the tool's first external store.
+    [[nodiscard]] AIToolClassification of(std::string_view name) const {
+        const FileURL home = userHome.appendingFolder(layout().homeRelativePath);
+        const bool isInStore = name.starts_with("store:");
+        const FileURL root =
+            isInStore ? userHome.appendingFolder(layout().externalStores[0].relativeToUserHome)
+                      : home;
+        const std::string_view below = isInStore ? name.substr(6) : name;
+        AIToolLocation at{.home = {.tool = tool,
+                                   .url = home,
+                                   .deviceID = 1,
+                                   .inode = 2,
+                                   .source = AIToolHome::Source::conventional,
+                                   .userHome = userHome},
+                          .place = {},
+                          .rootURL = root,
+                          .components = {}};
+        if (isInStore) at.place.storeIndex = 0;
+        for (const std::string_view each : path::components(below)) {
+            at.components.emplace_back(each);
+        }
+        const FileObservation observation{.id = {std::string(name)},
+                                          .url = root.appending(below),
+                                          .kind = kind,
+                                          .byteCount = 10,
+                                          .creationDate = now.adding(-age),
+                                          .modificationDate = now.adding(-age),
+                                          .ownerUserID = owner,
+                                          .volumeIdentifier = SharedText("disk"),
+                                          .isReadable = isReadable,
+                                          .isCloudPlaceholder = false,
+                                          .isInProjectRepository = isInRepository,
+                                          .isBackupArtifact = false,
+                                          .linkCount = linkCount};
+        const AIToolClassifier classifier({.minimumAge = minimumAge,
+                                           .context = AIToolClassifier::context(at.home, machine()),
+                                           .activity = activity,
+                                           .now = now,
+                                           .isToolAppRunning = isAppRunning,
+                                           .layouts = AIToolLayouts::all(system)});
+        AIToolClassifier::Entry asked = entry;
+        asked.statusChangeDate = now.adding(-changeAge);
+        return classifier.classify(observation, at, asked);
+    }
+    [[nodiscard]] std::string_view decision(std::string_view name) const {
+        return rawValue(of(name).decision);
+    }
+};
+
+TEST(AIToolClassifier, LetsGoOnlyWhatARuleRecognises) {
+    struct Row {
+        AIToolID tool;
+        const char* path;
+        const char* decision;
+        const char* rule = "";
+    };
+    using enum AIToolID;
+    const std::vector<Row> rows{
+        {codex, "cache/codex_apps_tools/a.json", "eligibleDisposable", "codex-cache-apps-tools"},
+        {codex, "cache/codex_apps_tools/a.JSON", "eligibleDisposable", "codex-cache-apps-tools"},
+        {codex, "cache/codex_apps_tools/a.txt", "unrecognizedInsideAllowedRoot"},
+        {codex, "cache/codex_apps_tools/b/a.json", "unrecognizedInsideAllowedRoot"},
+        {codex, "cache/codex_apps_tools", "unrecognizedInsideAllowedRoot"},
+        {codex, "cache", "unrecognizedInsideAllowedRoot"},
+        {codex, "cache/codex_apps_tools/a.json-journal", "database"},
+        {codex, "cache/remote_plugin_catalog/a.db.json/b.json", "unrecognizedInsideAllowedRoot"},
+        {codex, "Cache/codex_apps_tools/a.json", "outsideAllowlist"},
+        {codex, ".tmp/git-abcdef/objects/aa/bb", "eligibleDisposable", "codex-tmp-git-scratch"},
+        {codex, ".tmp/git-abcdef/index.lock", "lockOrStaging"},
+        {codex, ".tmp/git-abcdef/lock/x", "lockOrStaging"},
+        {codex, ".tmp/git-abcdef/x.sqlite/y", "database"},
+        {codex, ".tmp/git-abcdefg/objects", "unrecognizedInsideAllowedRoot"},
+        {codex, ".tmp/plugins-2/git-abcdef/x", "lockOrStaging"},
+        {codex, "tmp/arg0/x", "lockOrStaging"},
+        {codex, "tmp/other", "unrecognizedInsideAllowedRoot"},
+        {codex, "generated_images/a/b.PNG", "eligibleForReview", "codex-generated-images"},
+        {codex, "generated_images/a/b.txt", "unrecognizedInsideAllowedRoot"},
+        {codex, "archived_sessions/x.jsonl", "eligibleForReview", "codex-archived-sessions"},
+        {codex, "archived_sessions/x.jsonl.zst", "eligibleForReview", "codex-archived-sessions"},
+        {codex, "archived_sessions/x.zst", "unrecognizedInsideAllowedRoot"},
+        {codex, "sessions/2026/x.jsonl", "namedProtectedState"},
+        {codex, "auth.json", "namedProtectedState"},
+        {codex, "AUTH.JSON", "namedProtectedState"},
+        {codex, "Sessions/2026/x.jsonl", "namedProtectedState"},
+        {codex, "\uff21uth.json", "namedProtectedState"}, // by "*.json"
+        {codex, "\uff33essions/x", "outsideAllowlist"},
+        {codex, "state_5.sqlite-wal", "namedProtectedState"},
+        {codex, "unknown/x", "outsideAllowlist"},
+        {codex, "", "outsideAllowlist"},
+        {codex, "packages/standalone/releases/0.1.0/codex", "currentRuntime"},
+        {codex, "packages/standalone/current", "outsideAllowlist"},
+        {codex, "store:codex-runtime-install-abcdef/x/y", "eligibleDisposable",
+         "codex-runtime-install-staging"},
+        {codex, "store:codex-primary-runtime/bin/x", "currentRuntime"},
+        {codex, "store:x.lock", "lockOrStaging"},
+        {codex, "store:other", "unrecognizedInsideAllowedRoot"},
+        {claudeCode, "projects/p/x.jsonl", "namedProtectedState"},
+        {claudeCode, "plugins/cache/x", "namedProtectedState"},
+        {claudeCode, "plugins/.trash/p/x", "eligibleDisposable", "claude-removed-plugins"},
+        {claudeCode, "plugins/.Trash/p/x", "namedProtectedState"},
+        {claudeCode, "debug/a.txt", "eligibleDisposable", "claude-debug-logs"},
+        {claudeCode, "debug/a.pid", "lockOrStaging"},
+        {claudeCode, "shell-snapshots/snapshot-zsh.sh", "eligibleDisposable",
+         "claude-shell-snapshots"},
+        {claudeCode, "shell-snapshots/other.sh", "unrecognizedInsideAllowedRoot"},
+        {claudeCode, "cache/changelog.md", "eligibleDisposable", "claude-changelog-cache"},
+        {claudeCode, "cache/other.md", "unrecognizedInsideAllowedRoot"},
+        {claudeCode, "statsig/session_id.1", "eligibleDisposable", "claude-legacy-statsig"},
+        {claudeCode, "store:1.2.3", "currentRuntime"},
+        {vsCode, "Cache/Cache_Data/f_00000a_0", "eligibleDisposable", "vsCode-web-cache"},
+        {vsCode, "Cache/Cache_Data/index", "lockOrStaging"},
+        {vsCode, "Cache/No_Cache/f_0", "outsideAllowlist"},
+        {vsCode, "Code Cache/js/a_0", "eligibleDisposable", "vsCode-code-cache"},
+        {vsCode, "Code Cache/js/index", "unrecognizedInsideAllowedRoot"},
+        {vsCode, "CachedData/abc/chrome/x", "currentRuntime"},
+        {vsCode, "CachedExtensionVSIXs/pub.ext-1.0.0", "eligibleDisposable",
+         "vsCode-extension-downloads"},
+        {vsCode, "CachedExtensionVSIXs/.trash/x", "lockOrStaging"},
+        {vsCode, "Crashpad/completed/a.dmp", "eligibleDisposable", "vsCode-crash-reports"},
+        {vsCode, "Crashpad/pending/a.dmp", "outsideAllowlist"},
+        {vsCode, "User/globalStorage/state.vscdb", "namedProtectedState"},
+        {vsCode, "agentSessionData/x", "conversationOrHistory"},
+        {vsCode, ".hidden", "namedProtectedState"},
+        {claudeDesktop, "CachedData/abc/x", "outsideAllowlist"},
+        {claudeDesktop, "claude-code-sessions/x.txt", "conversationOrHistory"},
+        {claudeDesktop, "Cache/Cache_Data/a_s", "eligibleDisposable", "claudeDesktop-web-cache"},
+        {geminiCLI, "tmp/hash/logs.json", "conversationOrHistory"},
+        {copilotCLI, "logs/process-1.log", "eligibleDisposable", "copilot-logs"},
+        {copilotCLI, "session-state/x.jsonl", "conversationOrHistory"},
+        {openCode, "log/2026.log", "eligibleDisposable", "opencode-logs"},
+        {openCode, "storage/session/x.json", "conversationOrHistory"},
+        {openCode, "snapshot/x", "conversationOrHistory"},
+        {aider, "caches/models.json", "eligibleDisposable", "aider-caches"},
+        {aider, "oauth-keys.env", "namedProtectedState"},
+    };
+    for (const OperatingSystem system : {OperatingSystem::linux_, OperatingSystem::macOS}) {
+        for (const Row& row : rows) {
+            const Rated rated{.tool = row.tool, .system = system};
+            const AIToolClassification found = rated.of(row.path);
+            EXPECT_EQ(rawValue(found.decision), row.decision) << row.path;
+            EXPECT_EQ(found.recognizerID.value_or(""), row.rule) << row.path;
+            const bool isEligible = std::string_view(row.decision).starts_with("eligible");
+            EXPECT_EQ(found.candidate.has_value(), isEligible) << row.path;
+            if (isEligible) {
+                EXPECT_EQ(found.candidate->observation.url.path().find(
+                              found.candidate->authorization->rootURL().path() + "/"),
+                          0U);
+            }
+        }
+    }
+}
+
+TEST(AIToolClassifier, KeepsCurrentVersions) {
+    const AIToolVersionState state{.versions = {"1.9", "1.10"}, .current = {"1.10"}};
+    const Rated rated{.tool = AIToolID::claudeCode, .entry = {.versionState = &state}};
+    EXPECT_EQ(rated.decision("store:1.9"), "eligibleDisposable");
+    EXPECT_EQ(rated.decision("store:1.10"), "currentRuntime");
+    EXPECT_EQ(rated.decision("store:1.11"), "currentRuntime") << "made since";
+    EXPECT_EQ(rated.decision("store:.1.9.tmp"), "currentRuntime");
+    const Rated code{.tool = AIToolID::vsCode, .entry = {.versionState = &state}};
+    EXPECT_EQ(code.decision("CachedData/1.9/x/y"), "eligibleDisposable");
+    EXPECT_EQ(code.decision("CachedData/1.10/x/y"), "currentRuntime");
+}
+
+TEST(AIToolClassifier, HoldsWhatSomethingSpeaksAgainst) {
+    const char* name = "debug/a.txt";
+    Rated rated{.tool = AIToolID::claudeCode};
+    EXPECT_EQ(rated.decision(name), "eligibleDisposable");
+    const auto with = [&](auto change) {
+        Rated changed = rated;
+        change(changed);
+        const AIToolClassification found = changed.of(name);
+        EXPECT_FALSE(found.candidate);
+        return std::string(rawValue(found.decision));
+    };
+    EXPECT_EQ(with([](Rated& r) { r.entry.isSymbolicLink = true; }), "symbolicLink");
+    EXPECT_EQ(with([](Rated& r) { r.kind = FileKind::other; }), "notARegularFile");
+    EXPECT_EQ(with([](Rated& r) { r.kind = FileKind::directory; }), "generalPolicy");
+    EXPECT_EQ(with([](Rated& r) { r.isReadable = false; }), "unreadable");
+    EXPECT_EQ(with([](Rated& r) { r.owner = 0; }), "generalPolicy");
+    EXPECT_EQ(with([](Rated& r) { r.isInRepository = true; }), "generalPolicy");
+    EXPECT_EQ(with([](Rated& r) { r.age = day - 1; }), "tooRecent");
+    EXPECT_EQ(with([](Rated& r) { r.minimumAge = 0, r.age = day - 1; }), "tooRecent");
+    EXPECT_EQ(with([](Rated& r) { r.minimumAge = 500 * day; }), "tooRecent");
+    EXPECT_EQ(with([](Rated& r) { r.changeAge = day - 1; }), "tooRecent");
+    EXPECT_EQ(with([](Rated& r) { r.age = -10; }), "futureTimestamp");
+    EXPECT_EQ(with([](Rated& r) { r.changeAge = -10; }), "futureTimestamp");
+    EXPECT_EQ(with([](Rated& r) { r.linkCount = 2; }), "hardLinked");
+    const std::string path = "/home/ada/.claude/debug/a.txt";
+    EXPECT_EQ(with([&](Rated& r) { r.activity.openFilePaths = {path}; }), "inUseByProcess");
+    // What holds an item longest is told first, except that a use may end at any moment.
+    EXPECT_EQ(with([&](Rated& r) {
+                  r.activity.openFilePaths = {path};
+                  r.age = -10;
+                  r.linkCount = 2;
+              }),
+              "inUseByProcess");
+    EXPECT_EQ(with([&](Rated& r) {
+                  r.age = 10;
+                  r.linkCount = 2;
+              }),
+              "tooRecent");
+
+    rated.isInRepository = true;
+    EXPECT_EQ(rated.decision("plugins/.trash/p/x"), "eligibleDisposable");
+    EXPECT_EQ(rated.of("debug/a.txt").group, AIToolArtifactGroup::protectedState);
+    rated.isInRepository = false;
+    rated.age = 10;
+    EXPECT_EQ(rated.of(name).group, AIToolArtifactGroup::disposableCache) << "listed with its rule";
+
+    Rated code{.tool = AIToolID::vsCode, .isAppRunning = true};
+    EXPECT_EQ(code.decision("Cache/Cache_Data/f_0"), "inUseByProcess");
+    EXPECT_EQ(code.decision("Crashpad/completed/a.dmp"), "eligibleDisposable");
+    code.isAppRunning = false;
+    code.activity.isIncomplete = true;
+    EXPECT_EQ(code.decision("Cache/Cache_Data/f_0"), "inUseByProcess");
+}
+
+TEST(AIToolClassifier, SaysWhoseRuleItIs) {
+    const auto found =
+        Rated{.tool = AIToolID::codex}.of("cache/codex_apps_tools/a.json").candidate.value();
+    EXPECT_EQ(found.assessment.tier, RiskTier::safeToReclaim);
+    EXPECT_EQ(found.assessment.evidence.summary.text(),
+              "A verified Codex rule (codex-2026.09.27-linux) recognises this as an old, unused "
+              "cache or scratch file.");
+    EXPECT_EQ(found.category, CleanupCategory::regenerableCache);
+    const auto image =
+        Rated{.tool = AIToolID::codex}.of("generated_images/a.png").candidate.value();
+    EXPECT_EQ(image.assessment.tier, RiskTier::reviewCarefully);
+    EXPECT_TRUE(AIToolDatabaseNames::isDatabaseOrSidecar("X.SQLITE-WAL") &&
+                AIToolDatabaseNames::isDatabaseOrSidecar("a.db-x") &&
+                AIToolDatabaseNames::isDatabaseOrSidecar("000005.ldb"));
+    EXPECT_FALSE(AIToolDatabaseNames::isDatabaseOrSidecar("db") ||
+                 AIToolDatabaseNames::isDatabaseOrSidecar("a.dbx"));
+    EXPECT_EQ(AIToolAgePolicy::effectiveMinimumAge(CleanupAgeFloor::sixMonths), 15'724'800);
+}
+
+} // namespace
+} // namespace tidyro
