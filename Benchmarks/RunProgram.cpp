@@ -52,6 +52,7 @@ BoundedProcess bounded(const std::string& program, std::vector<std::string> argu
 /// Waits for a program that is given nothing but what this process has.
 bool runBare(std::vector<std::string> arguments) {
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     pid_t pid = 0;

@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
+
+#include <fmt/format.h>
 
 #include "Base/Fault.h"
 #include "StorageEngine/DeveloperStores/StoreManifests.h"
@@ -21,11 +24,12 @@ bool isPlain(const std::string& name) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string given(reinterpret_cast<const char*>(data), size); // NOLINT
-    const std::string frame = R"({"name":"a","version":"1","files":{"f":{)";
+    constexpr std::string_view frame = R"({"name":"a","version":"1","files":{"f":{)";
     // The frame is given, or hardly any run would get past it.
-    for (const std::string& text : {given, frame + given + "}}}",
-                                    frame + R"("mode":493,"integrity":"sha512-)" + given + "\"}}}",
-                                    R"({"name":"a","version":"1",)" + given + R"(,"files":{}})"}) {
+    for (const std::string& text :
+         {given, fmt::format("{}{}}}}}}}", frame, given),
+          fmt::format(R"({}"mode":493,"integrity":"sha512-{}"}}}}}})", frame, given),
+          fmt::format(R"({{"name":"a","version":"1",{},"files":{{}}}})", given)}) {
         const auto package = pnpmPackage(text);
         const auto same = pnpmPackageOfAnySpelling(text);
         require(package.has_value() == same.has_value(), "only one reader takes an index");

@@ -549,8 +549,9 @@ CleanupSession::putBack(const UUID& receiptID, const std::set<LocalItemID>& item
                                                               ? noted->second->permissions
                                                               : std::vector<std::uint32_t>{}};
             result = restorer.putBack(item);
-            if (!result && result.error().beside && whenTaken == WhenTaken::putBeside) {
-                item.originalURL = *result.error().beside;
+            const auto beside = result ? std::nullopt : result.error().beside;
+            if (beside && whenTaken == WhenTaken::putBeside) {
+                item.originalURL = *beside;
                 result = restorer.putBack(item);
                 if (result) url = item.originalURL;
             }
