@@ -13,10 +13,13 @@
 #include <sys/resource.h>
 #include <unistd.h>
 #ifdef __linux__
+#include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
 #endif
 
 #include "Base/Stopwatch.h"
+#include "Platform/Processes/ChildProcess.h"
 #include "StorageEngine/Tools/ToolRuns.h"
 #include "Support/OtherCircumstances.h"
 #include "Support/TemporaryFolder.h"
@@ -246,6 +249,33 @@ TEST_F(BoundedProcessRuns, EndTheProgramWhenItEndsItsKeeper) {
     }
 #endif
 }
+
+#ifdef __linux__
+TEST_F(BoundedProcessRuns, EndAProgramThatStartsTooLate) {
+    // Whoever holds a lease on its file holds the start up, as a server that does not answer would.
+    const TemporaryFolder place;
+    std::filesystem::copy_file("/bin/sh", place / "program");
+    std::signal(SIGIO, SIG_IGN);
+    const int fd = ::open((place / "program").c_str(), O_RDWR | O_CLOEXEC);
+    if (::fcntl(fd, F_SETLEASE, F_WRLCK) != 0) {
+        ::close(fd);
+        GTEST_SKIP() << "no leases here";
+    }
+    {
+        auto child = platform::ChildProcess::start(
+            {.path = place / "program",
+             .arguments = {"program", "-c", "sleep 0.3; : >" + (place / "ran")},
+             .environment = {"PATH=/bin:/usr/bin"},
+             .workingFolder = "/"});
+        ASSERT_TRUE(child);
+        EXPECT_EQ(child->end(), killed);
+    }
+    ::close(fd); // and the lease with it
+    while (::waitpid(-1, nullptr, 0) > 0) {}
+    EXPECT_FALSE(std::filesystem::exists(place / "ran"));
+    std::signal(SIGIO, SIG_DFL);
+}
+#endif
 
 TEST_F(BoundedProcessRuns, CutOutputAtTheLimit) {
     for (const std::size_t limit : {0UL, 1UL, 65'536UL, 199'999UL, 200'000UL, 200'001UL}) {

@@ -293,7 +293,8 @@ std::int32_t ChildProcess::end() {
         while (::poll(&ended, 1, most) < 0 && errno == EINTR &&
                std::chrono::steady_clock::now() < last) {}
         state.takeReports();
-        if (ended.revents == 0 && !state.hasStarted) state.signalKeeper(SIGKILL);
+        // A keeper that has not ended yet is never ended by force: the system may still be starting
+        // the program, which would then run without one. It finds its order when that is over.
         state.takeKeeper();
     }
     return state.status.value_or(128 + SIGKILL);
