@@ -58,7 +58,7 @@ std::optional<AIToolVersionState::Names> versionsIn(const std::string& folder) {
     return names;
 }
 
-AIToolVersionState allCurrent(AIToolVersionState::Names versions) {
+AIToolVersionState allCurrent(const AIToolVersionState::Names& versions) {
     return {.versions = versions, .current = versions};
 }
 
@@ -123,16 +123,15 @@ std::strong_ordering AIToolVersionState::compareVersions(std::string_view a, std
 AIToolVersionState AIToolVersionState::compute(const FileURL& storeURL, const FileURL& launcherURL,
                                                const ToolActivitySnapshot& activity) {
     auto versions = versionsIn(storeURL.path());
-    if (!versions || activity.isIncomplete)
-        return allCurrent(std::move(versions).value_or(Names{}));
+    if (!versions || activity.isIncomplete) return allCurrent(versions.value_or(Names{}));
     const auto target = platform::realPath(launcherURL.path());
     const auto store = platform::realPath(storeURL.path());
     if (!target || !store || *target == *store || !path::isInsideOrEqual(*target, *store)) {
-        return allCurrent(*std::move(versions));
+        return allCurrent(*versions);
     }
     const std::string_view below = path::below(*target, *store);
     const std::string launched(path::components(below).front());
-    if (!versions->contains(launched)) return allCurrent(*std::move(versions));
+    if (!versions->contains(launched)) return allCurrent(*versions);
     AIToolVersionState state{.versions = *std::move(versions), .current = {launched}};
     const auto newest = std::ranges::max_element(
         state.versions, [](const auto& a, const auto& b) { return compareVersions(a, b) < 0; });
@@ -149,26 +148,26 @@ AIToolVersionState AIToolVersionState::computeBuilds(const FileURL& rootURL,
                                                      std::span<const std::string> productFiles,
                                                      const ToolActivitySnapshot& activity) {
     auto versions = versionsIn(rootURL.path());
-    if (!versions || activity.isIncomplete)
-        return allCurrent(std::move(versions).value_or(Names{}));
+    if (!versions || activity.isIncomplete) return allCurrent(versions.value_or(Names{}));
     Names named;
     for (const std::string& file : productFiles) {
         const auto seen = platform::fileMetadata(file);
         if (!seen && (seen.error().code == ENOENT || seen.error().code == ENOTDIR)) continue;
         const auto build = buildNamedBy(file);
-        if (!build || !versions->contains(*build)) return allCurrent(*std::move(versions));
+        if (!build || !versions->contains(*build)) return allCurrent(*versions);
         named.insert(*build);
     }
-    if (named.empty()) return allCurrent(*std::move(versions));
+    if (named.empty()) return allCurrent(*versions);
     AIToolVersionState state{.versions = *std::move(versions), .current = std::move(named)};
     std::optional<Timestamp> newest;
     std::vector<std::string> newestNames; // dates may be equal
     for (const std::string& name : state.versions) {
         const auto seen = platform::fileMetadata(path::joined(rootURL.path(), name));
-        if (!seen || !seen->modified) return allCurrent(std::move(state.versions));
-        if (newest && *seen->modified < *newest) continue;
-        if (newest && *newest < *seen->modified) newestNames.clear();
-        newest = seen->modified;
+        if (!seen || !seen->modified) return allCurrent(state.versions);
+        const Timestamp modified = *seen->modified;
+        if (newest && modified < *newest) continue;
+        if (newest && *newest < modified) newestNames.clear();
+        newest = modified;
         newestNames.push_back(name);
     }
     state.current.insert(newestNames.begin(), newestNames.end());

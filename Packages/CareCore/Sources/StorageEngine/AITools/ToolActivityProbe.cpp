@@ -77,12 +77,12 @@ ToolActivitySnapshot CachedToolActivityProvider::snapshot() {
     const Timestamp now = now_();
     // A clock that was set back makes what is remembered look new for ever.
     const double age =
-        cached_ ? now.secondsSinceReference() - cachedAt_.secondsSinceReference() : maxAge;
+        cachedAt_ ? now.secondsSinceReference() - cachedAt_->secondsSinceReference() : maxAge;
     if (age < 0 || age >= maxAge) {
         cached_ = base_.snapshot();
         cachedAt_ = now;
     }
-    return *cached_;
+    return cached_;
 }
 
 } // namespace tidyro

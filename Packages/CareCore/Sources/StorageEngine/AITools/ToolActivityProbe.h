@@ -79,8 +79,8 @@ class CachedToolActivityProvider final : public ToolActivityProviding {
     ToolActivityProviding& base_;
     const std::function<Timestamp()> now_;
     std::mutex mutex_;
-    std::optional<ToolActivitySnapshot> cached_;
-    Timestamp cachedAt_{};
+    ToolActivitySnapshot cached_;
+    std::optional<Timestamp> cachedAt_; ///< none before the first look
 };
 
 } // namespace tidyro

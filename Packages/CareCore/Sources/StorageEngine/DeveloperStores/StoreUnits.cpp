@@ -26,6 +26,7 @@ std::vector<DeveloperStoreUnit> UnitSums::largest() const {
     const std::size_t count = std::min(sums.size(), maxShownStoreUnits);
     std::ranges::partial_sort(sums, sums.begin() + static_cast<std::ptrdiff_t>(count), isBefore);
     std::vector<DeveloperStoreUnit> units;
+    units.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         units.push_back({.name = sums[i]->first, .byteCount = sums[i]->second});
     }

@@ -99,13 +99,14 @@ std::string useOf(const FileURL& cache, const platform::RunningProcesses& proces
     const auto isTaken = platform::FileLock::isTaken(path::joined(*real, UVCacheFolder::lockName));
     if (!isTaken) return std::string(useUnknown);
     if (*isTaken) return std::string(isLocked);
-    const auto user = UVCacheFolder::userOf(cache.path(), *real, processes);
-    if (!user) return std::string(useUnknown);
-    if (!*user) return {};
-    const std::string& program = (*user)->program;
+    const auto found = UVCacheFolder::userOf(cache.path(), *real, processes);
+    if (!found) return std::string(useUnknown);
+    const auto& user = *found;
+    if (!user) return {};
+    const std::string& program = user->program;
     return fmt::format("A program runs from the uv cache or has something in it open ({}process "
                        "{}). uv could remove what it still needs, so Tidyro did not run uv.",
-                       program.empty() ? "" : repairedUTF8(program) + ", ", (*user)->pid);
+                       program.empty() ? "" : repairedUTF8(program) + ", ", user->pid);
 }
 
 BoundedProcess pruneProcess(const UVCachePruneProposal& proposal, const UVCachePruneRunner& runner,
@@ -191,7 +192,8 @@ UVCachePruneProposal::make(const DeveloperStoreInventory& inventory, const Valid
         // It was opened before it is measured: another folder in its place would be noticed.
         const auto measured = measureCache(inventory, location.url, cancel);
         if (!measured) return std::unexpected(UVCachePruneObstacle::cancelled);
-        if (!*measured) continue; // the home itself, for one
+        const auto& size = *measured;
+        if (!size) continue; // the home itself, for one
         if (!UVCacheFolder::holdsOnlyUV(cache->folder).value_or(false)) {
             return std::unexpected(UVCachePruneObstacle::foreignContents);
         }
@@ -199,7 +201,7 @@ UVCachePruneProposal::make(const DeveloperStoreInventory& inventory, const Valid
         return UVCachePruneProposal{.id = platform::randomUUID(),
                                     .executable = uv,
                                     .cacheURL = location.url,
-                                    .cacheAllocatedBytesBefore = (*measured)->allocatedByteCount,
+                                    .cacheAllocatedBytesBefore = size->allocatedByteCount,
                                     .createdAt = now,
                                     .expiresAt = now.adding(lifetime),
                                     .cacheDeviceID = cache->identity.device,
@@ -245,7 +247,10 @@ UVCachePruneOutcome UVCachePruneRunner::run(const UVCachePruneProposal& proposal
     static_cast<void>(command->finish(logResult(outcome.status, output)));
     const DeveloperStoreInventory inventory{.userHome = userHome};
     const auto after = measureCache(inventory, proposal.cacheURL, cancel);
-    if (output && after && *after) outcome.cacheAllocatedBytesAfter = (*after)->allocatedByteCount;
+    if (output && after) {
+        const auto& size = *after;
+        if (size) outcome.cacheAllocatedBytesAfter = size->allocatedByteCount;
+    }
     return outcome;
 }
 
