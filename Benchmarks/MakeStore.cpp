@@ -46,7 +46,7 @@ class Place {
         if (fd < 0 || ::write(fd, contents.data(), contents.size()) !=
                           static_cast<ssize_t>(contents.size())) {
             std::perror(path.c_str());
-            std::exit(1);
+            std::exit(1); // NOLINT(concurrency-mt-unsafe): there is one thread
         }
         ::close(fd);
     }
@@ -109,7 +109,7 @@ void makeHuggingFace(Place& place, std::size_t files) {
         const std::size_t end = std::min(files, made + 1 + number % 50 * number % 2'000);
         for (; made < end; ++made) {
             const std::string blob = Digests::hex(digests.next(20));
-            place.file(repository + "/blobs/" + blob, "x");
+            place.file(fmt::format("{}/blobs/{}", repository, blob), "x");
             place.link(fmt::format("{}/snapshots/0123abc/part-{}.bin", repository, made),
                        "../../blobs/" + blob);
         }

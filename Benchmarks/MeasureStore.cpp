@@ -25,15 +25,15 @@ int measureOne(DeveloperStoreKind kind, const char* folder) {
     const Stopwatch watch;
     const DeveloperStoreInventory inventory{.userHome = FileURL::folder("/nonexistent")};
     const auto measured = inventory.measure({.kind = kind, .url = FileURL::folder(folder)});
-    if (!measured || !*measured) {
+    const auto store = measured ? *measured : std::nullopt;
+    if (!store) {
         std::fprintf(stderr, "no store of this kind lies at %s\n", folder);
         return 1;
     }
-    const DeveloperStoreMeasurement& store = **measured;
-    std::printf("%lld %llu %llu %zu %.3f\n", static_cast<long long>(store.fileCount),
-                static_cast<unsigned long long>(store.logicalByteCount),
-                static_cast<unsigned long long>(store.allocatedByteCount),
-                store.largestUnits.size(), watch.seconds());
+    std::printf("%lld %llu %llu %zu %.3f\n", static_cast<long long>(store->fileCount),
+                static_cast<unsigned long long>(store->logicalByteCount),
+                static_cast<unsigned long long>(store->allocatedByteCount),
+                store->largestUnits.size(), watch.seconds());
     return 0;
 }
 

@@ -33,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const auto package = pnpmPackage(text);
         const auto same = pnpmPackageOfAnySpelling(text);
         require(package.has_value() == same.has_value(), "only one reader takes an index");
-        if (!package) continue;
+        if (!package || !same) continue;
         require(isPlain(package->name), "a package's name cannot be shown");
         require(package->name == same->name, "two readers name a package differently");
         for (const PnpmFileKey key : same->files) {

@@ -13,7 +13,6 @@ namespace tidyro {
 namespace {
 
 using platform::FileMetadata;
-using platform::FolderDescriptor;
 using platform::PrivateFolder;
 using PrivateStep = CleanupSettlementLook::PrivateItem::Step;
 using TrashStepKind = CleanupSettlementLook::TrashStep::Kind;
