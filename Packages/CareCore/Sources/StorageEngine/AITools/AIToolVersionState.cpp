@@ -163,10 +163,10 @@ AIToolVersionState AIToolVersionState::computeBuilds(const FileURL& rootURL,
     std::vector<std::string> newestNames; // dates may be equal
     for (const std::string& name : state.versions) {
         const auto seen = platform::fileMetadata(path::joined(rootURL.path(), name));
-        if (!seen || !seen->modified) return allCurrent(state.versions);
-        const Timestamp modified = *seen->modified;
-        if (newest && modified < *newest) continue;
-        if (newest && *newest < modified) newestNames.clear();
+        const auto modified = seen ? seen->modified : std::nullopt;
+        if (!modified) return allCurrent(state.versions);
+        if (newest && *modified < *newest) continue;
+        if (newest && *newest < *modified) newestNames.clear();
         newest = modified;
         newestNames.push_back(name);
     }
