@@ -15,8 +15,8 @@ struct RunningProcess {
     std::int64_t pid; ///< 0 for the kernel itself
     /// Absolute path; empty for a process that runs no file, and when its path may not be read.
     std::string executable;
-    /// The folder that it works in; empty where that may not be read. Other paths of that folder are
-    /// among the files.
+    /// The folder that it works in; empty where that may not be read. Other paths of that folder
+    /// are among the files.
     std::string workingFolder = {};
     /// Absolute real paths of the files that it has open or mapped, each once. Open folders and
     /// devices may be among them.

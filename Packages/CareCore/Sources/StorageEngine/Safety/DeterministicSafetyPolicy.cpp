@@ -204,10 +204,8 @@ void DeterministicSafetyPolicy::remember(LastFolder& last, std::string_view path
     last.isKeptByNamesOnly_ = kept_.isDecidedByNamesIn(loweredFolder);
 }
 
-std::optional<RiskAssessment>
-DeterministicSafetyPolicy::protectedAssessment(const FileObservation& observation,
-                                               const SafetyPolicyContext& context,
-                                               Settled settled) const {
+std::optional<RiskAssessment> DeterministicSafetyPolicy::protectedAssessment(
+    const FileObservation& observation, const SafetyPolicyContext& context, Settled settled) const {
     return protectedBy(observation, LoweredPath(observation.url.path()),
                        {.rules = {}, .context = context, .now = {}}, settled);
 }

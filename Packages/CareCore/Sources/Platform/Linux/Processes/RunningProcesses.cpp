@@ -169,7 +169,8 @@ void readShare(std::span<const long> pids, std::atomic<std::size_t>& next,
                MountNamespaces& namespaces, Share& share) {
     ProcessReader reader(namespaces);
     for (std::size_t at = next++; at < pids.size(); at = next++) {
-        Found found{.process = {.pid = pids[at], .executable = {}, .workingFolder = {}, .files = {}}};
+        Found found{
+            .process = {.pid = pids[at], .executable = {}, .workingFolder = {}, .files = {}}};
         const ProcessReader::Outcome outcome = reader.read(pids[at], found);
         if (outcome == ProcessReader::Outcome::failed) {
             share.error = reader.error();
