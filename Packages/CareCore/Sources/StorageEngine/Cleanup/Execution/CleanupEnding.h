@@ -14,9 +14,9 @@ namespace tidyro {
 /// How every cleanup ends, also one that stopped early: its receipt is stored, then its intent is
 /// closed. What the receipt tells is on the disk already.
 ///
-///     return CleanupEnding{.ledger = ledger, .journal = &journal, .intentID = intent.id, .at =
-///     now,
-///                          .mode = plan.mode}.end(std::move(receipt), std::move(stop));
+///     const CleanupEnding ending{.ledger = ledger, .journal = &journal, .intentID = intent.id,
+///                                .at = now, .mode = plan.mode};
+///     return ending.end(std::move(receipt), std::move(stop));
 struct CleanupEnding {
     RecoveryLedger& ledger;
     CleanupIntentJournaling* journal; ///< none for a simulation that writes nothing down
