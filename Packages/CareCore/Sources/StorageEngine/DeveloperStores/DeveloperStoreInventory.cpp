@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
+#include <set>
+#include <string>
 #include <utility>
 #include <variant>
 
@@ -87,6 +90,7 @@ struct FoundStore {
     std::string realPath;
     /// None when the system does not let us look.
     std::optional<platform::FileMetadata> seen;
+    std::set<std::string> toldInside = {}; ///< real paths of stores of this kind that it holds
 };
 
 /// What is at a place; none when it is not what a store of this kind is.
@@ -117,12 +121,15 @@ bool isOrHoldsHome(const FoundStore& store, const FileURL& home) {
            (realHome && path::isInsideOrEqual(*realHome, store.realPath));
 }
 
-/// Whether both are the same folder, or one store that two ways enter at different heights.
-bool areOneStore(const FoundStore& a, const FoundStore& b) {
-    if (!a.seen || !b.seen) return false;
-    if (a.seen->identity == b.seen->identity) return true;
-    return a.location.kind == b.location.kind && (path::isInsideOrEqual(a.realPath, b.realPath) ||
-                                                  path::isInsideOrEqual(b.realPath, a.realPath));
+bool isIn(const FoundStore& store, const FoundStore& other) {
+    return store.location.kind == other.location.kind &&
+           path::isInsideOrEqual(store.realPath, other.realPath);
+}
+
+/// Whether a store is told with another one already.
+bool isToldWith(const FoundStore& store, const FoundStore& other) {
+    if (!store.seen || !other.seen) return false;
+    return store.seen->identity == other.seen->identity || isIn(store, other);
 }
 
 void addFiles(const DiskTree& tree, DeveloperStoreMeasurement& store) {
@@ -158,6 +165,7 @@ measureFound(const FoundStore& found, const CancelToken& cancel) {
         return store;
     }
     DiskTreeScanner scanner;
+    scanner.skipping = found.toldInside;
     scanner.carryingLast = carryingLastOf(store.kind);
     const auto tree = scanner.scan(FileURL::folder(found.realPath), nullptr, cancel);
     if (!tree) {
@@ -235,13 +243,18 @@ DeveloperStoreInventory::measure(const OwnerPrograms& programs, const CancelToke
     for (const DeveloperStoreLocation& location : locations()) {
         auto store = findStore(location);
         if (!store || isOrHoldsHome(*store, userHome)) continue;
-        const auto isSame = [&](const FoundStore& other) { return areOneStore(*store, other); };
-        if (std::ranges::none_of(found, isSame)) found.push_back(*std::move(store));
+        const auto isTold = [&](const FoundStore& other) { return isToldWith(*store, other); };
+        if (std::ranges::any_of(found, isTold)) continue;
+        for (const FoundStore& other : found) {
+            if (isIn(other, *store)) store->toldInside.insert(other.realPath);
+        }
+        found.push_back(*std::move(store));
     }
     std::vector<DeveloperStoreMeasurement> stores;
     for (const FoundStore& one : found) {
         auto store = measureFound(one, cancel);
         if (!store) return std::unexpected(store.error());
+        if (!one.toldInside.empty() && store->fileCount == 0) continue; // no more than that
         store->isOwnerInstalled = programs.isInstalled(ownerProgram(store->kind));
         if (store->isOwnerInstalled || !isCommandOnlyForInstalled(store->kind)) {
             store->shownCommand = nativeCommand(store->kind);

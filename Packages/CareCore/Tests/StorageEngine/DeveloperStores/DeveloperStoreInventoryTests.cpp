@@ -309,6 +309,16 @@ TEST(DeveloperStoreInventory, tellsAFolderOnceThatIsFoundInTwoWays) {
                             "llama3:8b=4 someone/mine:v1=2"));
 }
 
+TEST(DeveloperStoreInventory, tellsAStoreWithoutTheOneInIt) {
+    const MadeMachine machine;
+    machine.blocks(".cache/uv/ci/archive-v0/a", 1);
+    machine.blocks(".cache/uv/wheels-v5/b", 3);
+    EXPECT_THAT(
+        machine.lines(machine.inventory({{"UV_CACHE_DIR", machine.folder / "home/.cache/uv/ci"}})),
+        ElementsAre("uvCache home/.cache/uv/ci: 1 files, 1 blocks; archive-v0=1",
+                    "uvCache home/.cache/uv: 1 files, 3 blocks; wheels-v5=3"));
+}
+
 TEST(DeveloperStoreInventory, takesNothingForAStoreThatIsNone) {
     const MadeMachine machine;
     const TemporaryFolder& folder = machine.folder;
