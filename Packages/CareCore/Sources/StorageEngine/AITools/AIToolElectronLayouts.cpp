@@ -64,7 +64,7 @@ struct ElectronRow {
     bool isOfVSCodeFamily;
 };
 
-constexpr auto rows = to_array<ElectronRow>({
+constexpr auto electronRows = to_array<ElectronRow>({
     {"Cache/Cache_Data", "-web-cache", " web cache", "*_[0-9s]", regenerableCache,
      "index index-dir", "{} downloads these pages and images again when it next needs them.", true,
      false},
@@ -152,7 +152,7 @@ std::string withName(std::string_view text, std::string_view name) {
 std::vector<AIToolCandidateRoot> candidateRoots(const ElectronTool& tool, OperatingSystem system) {
     const std::string name(displayName(tool.tool));
     std::vector<AIToolCandidateRoot> all;
-    for (const ElectronRow& row : rows) {
+    for (const ElectronRow& row : electronRows) {
         if (row.isOfVSCodeFamily && !tool.isVSCodeFamily) continue;
         const std::string ruleID = std::string(rawValue(tool.tool)) + std::string(row.suffix);
         const std::string title = name + std::string(row.titleSuffix);
