@@ -45,11 +45,13 @@ bool isDatabaseName(std::string_view lowered) {
 }
 
 /// Some disks take names that differ in case or composition for one, so a protected name is
-/// protected in all its forms.
+/// protected in all its forms. The tables are plain ASCII, which folds to lower case; this is asked
+/// for each entry outside the candidate roots, so nothing is allocated.
 bool isAmong(const AIToolLayout::Names& names, std::string_view name, std::string_view folded) {
     if (names.contains(name)) return true;
-    return std::ranges::any_of(
-        names, [&](const std::string& each) { return tidyro::folded(each) == folded; });
+    return std::ranges::any_of(names, [&](const std::string& each) {
+        return std::ranges::equal(each, folded, {}, lowerASCII);
+    });
 }
 
 bool matchesAny(std::span<const std::string> patterns, std::string_view name,
@@ -189,9 +191,11 @@ double AIToolAgePolicy::effectiveMinimumAge(CleanupAgeFloor floor) {
 std::optional<AIToolDecision> AIToolClassifier::hold(const FileObservation& observation,
                                                      const AIToolCandidateRoot* root,
                                                      const Entry& entry) const {
-    const bool isHeldByApp = root != nullptr && root->heldWhileAppRuns &&
-                             (options_.isToolAppRunning || options_.activity.isIncomplete);
-    if (isHeldByApp || options_.activity.isActive(observation.url.path())) return inUseByProcess;
+    const bool isHeldByApp = root != nullptr && root->heldWhileAppRuns && options_.isToolAppRunning;
+    if (isHeldByApp || options_.activity.isIncomplete ||
+        options_.activity.isActive(observation.url.path())) {
+        return inUseByProcess;
+    }
     if (!observation.modificationDate) return futureTimestamp; // nobody knows its age
     Timestamp newest = *observation.modificationDate;
     if (options_.honorsStatusChange) {

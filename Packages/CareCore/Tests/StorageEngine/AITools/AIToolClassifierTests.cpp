@@ -252,6 +252,7 @@ TEST(AIToolClassifier, HoldsWhatSomethingSpeaksAgainst) {
     EXPECT_EQ(code.decision("Crashpad/completed/a.dmp"), "eligibleDisposable");
     code.isAppRunning = false;
     code.activity.isIncomplete = true;
+    EXPECT_EQ(code.decision("Crashpad/completed/a.dmp"), "inUseByProcess") << "nobody knows";
     EXPECT_EQ(code.decision("Cache/Cache_Data/f_0"), "inUseByProcess");
 }
 
