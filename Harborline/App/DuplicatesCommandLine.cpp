@@ -2,6 +2,7 @@
 
 #include <expected>
 
+#include "Base/JSONCoding.h"
 #include "Platform/Folders/WellKnownFolders.h"
 #include "Platform/Terminal/StandardStreams.h"
 #include "Rooms/Duplicates/Report/DuplicatesText.h"

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "Base/JSONCoding.h"
 #include "Platform/Files/DurableFile.h"
 #include "Platform/Folders/WellKnownFolders.h"
 

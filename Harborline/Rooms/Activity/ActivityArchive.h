@@ -7,7 +7,7 @@
 
 #include "Base/Calendar.h"
 #include "Base/FileURL.h"
-#include "Base/JSONCoding.h"
+#include "Base/JSONForward.h"
 #include "Base/SystemError.h"
 #include "Rooms/Activity/FolderSnapshot.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "Base/JSON.h"
+#include "Base/JSONForward.h"
 #include "Rooms/Duplicates/Choosing/DuplicatesModel.h"
 #include "Rooms/Duplicates/Search/DuplicateReport.h"
 

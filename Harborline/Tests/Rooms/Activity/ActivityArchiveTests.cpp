@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Base/JSONCoding.h"
 #include "Support/OtherCircumstances.h"
 
 namespace tidyro {

@@ -7,25 +7,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Base/JSONForward.h" // IWYU pragma: export
+
 /// JSON documents, and what can be wrong with one. `Base/JSONCoding.h` says how values are coded.
 namespace tidyro {
-
-using JSON = nlohmann::ordered_json;
-
-struct DecodingError {
-    enum class Kind { malformed, missingKey, typeMismatch, dataCorrupted };
-    Kind kind;
-    std::string path; ///< the keys that lead there, joined with "."
-    std::string reason;
-
-    /// The same error, seen from one key further up.
-    [[nodiscard]] DecodingError under(std::string_view key) &&;
-    [[nodiscard]] std::string description() const;
-    bool operator==(const DecodingError&) const = default;
-};
-
-template <class T>
-using Decoded = std::expected<T, DecodingError>;
 
 [[nodiscard]] inline std::unexpected<DecodingError>
 decodingFailure(DecodingError::Kind kind, std::string reason, std::string path = {}) {
@@ -37,10 +22,6 @@ decodingFailure(DecodingError::Kind kind, std::string reason, std::string path =
 [[nodiscard]] Decoded<JSON> parseJSON(std::string_view text);
 /// One document in UTF-8, its keys in order; `indent` below 0 writes it in one line.
 [[nodiscard]] std::string jsonText(const JSON& document, int indent = -1);
-
-/// The coding of one type: `encode(value)` gives JSON, `decode(json)` a value or an error.
-template <class T>
-struct JSONCoder;
 
 template <class T>
 [[nodiscard]] JSON toJSON(const T& value) {

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "Base/JSONCoding.h"
 #include "Base/JSONRecords.h"
 #include "Platform/Files/FileLease.h"
 #include "Platform/Files/FileMetadata.h"

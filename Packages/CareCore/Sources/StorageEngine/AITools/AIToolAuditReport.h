@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "Base/FileURL.h"
-#include "Base/JSONCoding.h"
 #include "Base/RawValues.h"
 #include "Base/Record.h"
 #include "Base/SharedText.h"

@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-#include "Base/JSON.h"
+#include "Base/JSONForward.h"
 #include "CareDomain/CleanupReceipt.h"
 #include "StorageEngine/Recovery/CleanupIntent.h"
 

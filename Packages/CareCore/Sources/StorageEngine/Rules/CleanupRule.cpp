@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "Base/JSONCoding.h"
 #include "Base/LoweredPath.h"
 #include "Base/PathText.h"
 #include "Platform/Files/FileMetadata.h"

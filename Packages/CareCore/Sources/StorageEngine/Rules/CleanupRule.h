@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "Base/FileURL.h"
-#include "Base/JSONCoding.h"
+#include "Base/JSONForward.h"
 #include "Base/RawValues.h"
 #include "CareDomain/CleanupCategory.h"
 #include "StorageEngine/Places/FolderResolver.h"

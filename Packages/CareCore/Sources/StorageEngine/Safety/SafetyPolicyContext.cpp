@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "Base/JSONCoding.h"
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 

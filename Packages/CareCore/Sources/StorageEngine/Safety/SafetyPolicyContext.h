@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Base/FileURL.h"
-#include "Base/JSONCoding.h"
+#include "Base/JSONForward.h"
 #include "Base/Record.h"
 #include "Base/SharedText.h"
 #include "Base/StringTable.h"

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Base/JSONCoding.h"
 #include "Base/PathText.h"
 
 namespace tidyro {

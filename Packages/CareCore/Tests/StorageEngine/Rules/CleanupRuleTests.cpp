@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Base/JSONCoding.h"
 #include "Base/PathText.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Rules/BuiltInRuleRegistry.h"

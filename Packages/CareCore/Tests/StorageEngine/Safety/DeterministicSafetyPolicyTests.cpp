@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Base/JSONCoding.h"
 #include "Base/PathText.h"
 #include "Base/UnicodeText.h"
 #include "StorageEngine/Observation/LiveDataDetector.h"
