@@ -43,6 +43,11 @@ endfunction()
 #
 # THREADS: they are worth running under the thread sanitizer; its preset builds only ThreadTests,
 # which are these.
+#
+# Compiling the tests takes far longer than running them, so they are optimised less than the rooms.
+# Whoever builds all of them once, as the gate does, has the tests of a room compiled as one file:
+# then the headers that they share are read once, and not for each of them.
+option(TIDYRO_UNITED_TESTS "Compile the tests of a room as one file" OFF)
 if(TIDYRO_TESTS)
   add_custom_target(ThreadTests)
 endif()
@@ -57,8 +62,13 @@ function(tidyro_tests name)
   list(TRANSFORM TESTS_USES PREPEND Tidyro::)
   target_link_libraries(${name} PRIVATE Tidyro::Flags ${TESTS_USES} Tidyro::TestSupport GTest::gmock
     GTest::gtest_main)
-  if(TIDYRO_SANITIZE) # compiling them takes far longer than running them
+  if(TIDYRO_SANITIZE)
     target_compile_options(${name} PRIVATE -O0)
+  else()
+    target_compile_options(${name} PRIVATE -O1)
+  endif()
+  if(TIDYRO_UNITED_TESTS)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
   endif()
   include(GoogleTest)
   if(TESTS_THREADS)
