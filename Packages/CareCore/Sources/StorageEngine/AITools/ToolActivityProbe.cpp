@@ -4,17 +4,33 @@
 #include <utility>
 
 #include "Base/PathText.h"
+#include "Platform/Files/FileMetadata.h"
 
 namespace tidyro {
 
 namespace {
 
+/// Comes before all that lies below a place, and after the place itself and names like "place-2"
+/// that lie between them: the order of the texts "place", "place-2", "place/a".
+struct JustBelow {
+    std::string_view place;
+
+    friend bool operator<(const std::string& path, const JustBelow& below) {
+        const int order = path.compare(0, below.place.size(), below.place);
+        if (order != 0) return order < 0;
+        return path.size() == below.place.size() ||
+               static_cast<unsigned char>(path[below.place.size()]) < '/';
+    }
+    friend bool operator<(const JustBelow& below, const std::string& path) {
+        return !(path < below);
+    }
+};
+
 bool isAtOrBelow(const ToolActivitySnapshot::Paths& paths, std::string_view place) {
-    if (paths.contains(place)) return true;
-    // Names like "place-2" come between the place and what lies below it.
-    const std::string below = std::string(place) + (place == "/" ? "" : "/");
-    const auto next = paths.lower_bound(below);
-    return next != paths.end() && next->starts_with(below);
+    if (paths.empty()) return false; // as nearly always, and this is asked for each item
+    if (place == "/" || paths.contains(place)) return true;
+    const auto next = paths.lower_bound(JustBelow{place});
+    return next != paths.end() && path::isInsideOrEqual(*next, place);
 }
 
 ToolActivitySnapshot::Paths below(const ToolActivitySnapshot::Paths& paths,
@@ -34,6 +50,20 @@ ToolActivitySnapshot::Paths below(const ToolActivitySnapshot::Paths& paths,
 bool ToolActivitySnapshot::isActive(std::string_view inside) const {
     return isAtOrBelow(openFilePaths, inside) || isAtOrBelow(workingDirectories, inside) ||
            isAtOrBelow(executablePaths, inside);
+}
+
+bool ToolActivitySnapshot::isWorkedIn(std::string_view folder) const {
+    return isAtOrBelow(workingDirectories, folder);
+}
+
+void ToolActivitySnapshot::addWritten(const std::string& folder) {
+    const auto real = platform::realPath(folder);
+    if (!real || *real == folder) return;
+    for (Paths* paths : {&openFilePaths, &workingDirectories, &executablePaths}) {
+        for (const std::string& path : below(*paths, std::span(&*real, 1))) {
+            paths->insert(folder + path.substr(real->size()));
+        }
+    }
 }
 
 ToolActivitySnapshot ToolActivitySnapshot::restricted(std::span<const std::string> to) const {

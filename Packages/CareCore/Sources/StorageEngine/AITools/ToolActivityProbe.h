@@ -28,8 +28,13 @@ struct ToolActivitySnapshot {
 
     /// Whether anything is in use at the path or below it.
     [[nodiscard]] bool isActive(std::string_view inside) const;
+    /// Whether a process works in the folder or below it.
+    [[nodiscard]] bool isWorkedIn(std::string_view folder) const;
     /// Only what lies at or below the roots.
     [[nodiscard]] ToolActivitySnapshot restricted(std::span<const std::string> to) const;
+    /// Tells of what lies below the real path of a folder by its written path as well: processes
+    /// have their files by real paths, and a home may lie behind a link.
+    void addWritten(const std::string& folder);
     /// Whether a program runs whose path holds one of the markers.
     [[nodiscard]] bool isRunning(std::span<const std::string> markers) const;
 
