@@ -72,6 +72,12 @@ std::optional<AIToolLocation> AIToolHome::locate(const FileURL& at) const {
     for (std::size_t i = 0; i < stores.size(); ++i) {
         FileURL root = userHome.appendingFolder(stores[i].relativeToUserHome);
         if (!path::isInsideOrEqual(at.path(), root.path())) continue;
+        // In a home that lies in the store, or takes its place, the home's own rules hold: they
+        // know of conversations.
+        if (path::isInsideOrEqual(url.path(), root.path()) &&
+            path::isInsideOrEqual(at.path(), url.path())) {
+            continue;
+        }
         auto components = componentsBelow(at.path(), root.path());
         return AIToolLocation{.home = *this,
                               .place = {.storeIndex = i},
