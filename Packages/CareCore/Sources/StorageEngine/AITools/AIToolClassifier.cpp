@@ -62,16 +62,6 @@ bool matchesAny(std::span<const std::string> patterns, std::string_view name,
            });
 }
 
-AIToolDecision decisionOfTopLevel(const AIToolLayout& layout, std::string_view name) {
-    const std::string folded = tidyro::folded(name);
-    if (isAmong(layout.protectedNames, name, folded) ||
-        matchesAny(layout.protectedTopLevelPatterns, name, folded)) {
-        return namedProtectedState;
-    }
-    return isAmong(layout.conversationTopLevelNames, name, folded) ? conversationOrHistory
-                                                                   : outsideAllowlist;
-}
-
 bool hasExtension(const AIToolRecognizer& rule, std::string_view name) {
     if (rule.extensions.empty()) return true;
     const std::string lowered = loweredASCII(name);
@@ -94,8 +84,12 @@ AIToolArtifactGroup groupOf(AIToolDecision decision) {
     }
 }
 
-AIToolClassification protectedBy(AIToolDecision decision) {
+AIToolClassifier::Verdict protectedBy(AIToolDecision decision) {
     return {.group = groupOf(decision), .decision = decision};
+}
+
+FileURL candidateRootURL(const AIToolLocation& at, const AIToolCandidateRoot* root) {
+    return root != nullptr ? at.rootURL.appendingFolder(root->relativePath) : at.rootURL;
 }
 
 /// The part of a home, or the store, that an entry lies in.
@@ -134,7 +128,7 @@ std::optional<AIToolDecision> decisionOfNames(const AIToolLayout& layout, const 
                                               const AIToolVersionState* versions) {
     if (!territory) {
         if (at.components.empty()) return outsideAllowlist; // the home itself
-        return decisionOfTopLevel(layout, at.components.front());
+        return AIToolClassifier::decisionOfTopLevel(layout, at.components.front());
     }
     // What lies in a folder that is named like a database or a lock belongs to it.
     std::optional<AIToolDecision> found;
@@ -176,6 +170,17 @@ bool AIToolDatabaseNames::isDatabaseOrSidecar(std::string_view name) {
     return isDatabaseName(loweredASCII(name));
 }
 
+AIToolDecision AIToolClassifier::decisionOfTopLevel(const AIToolLayout& layout,
+                                                    std::string_view name) {
+    const std::string folded = tidyro::folded(name);
+    if (isAmong(layout.protectedNames, name, folded) ||
+        matchesAny(layout.protectedTopLevelPatterns, name, folded)) {
+        return namedProtectedState;
+    }
+    return isAmong(layout.conversationTopLevelNames, name, folded) ? conversationOrHistory
+                                                                   : outsideAllowlist;
+}
+
 double AIToolAgePolicy::effectiveMinimumAge(CleanupAgeFloor floor) {
     constexpr double day = 86'400;
     switch (floor) {
@@ -189,11 +194,17 @@ double AIToolAgePolicy::effectiveMinimumAge(CleanupAgeFloor floor) {
 }
 
 std::optional<AIToolDecision> AIToolClassifier::hold(const FileObservation& observation,
+                                                     const AIToolLocation& at,
                                                      const AIToolCandidateRoot* root,
                                                      const Entry& entry) const {
+    const ToolActivitySnapshot& activity = options_.activity;
     const bool isHeldByApp = root != nullptr && root->heldWhileAppRuns && options_.isToolAppRunning;
-    if (isHeldByApp || options_.activity.isIncomplete ||
-        options_.activity.isActive(observation.url.path())) {
+    if (isHeldByApp || activity.isIncomplete || activity.isActive(observation.url.path())) {
+        return inUseByProcess;
+    }
+    // Who works in one of the root's folders may reach for anything in it.
+    if (!activity.workingDirectories.empty() &&
+        activity.isWorkedIn(candidateRootURL(at, root).path())) {
         return inUseByProcess;
     }
     if (!observation.modificationDate) return futureTimestamp; // nobody knows its age
@@ -209,10 +220,11 @@ std::optional<AIToolDecision> AIToolClassifier::hold(const FileObservation& obse
     return std::nullopt;
 }
 
-AIToolClassification AIToolClassifier::classify(const FileObservation& observation,
-                                                const AIToolLocation& at,
-                                                const Entry& entry) const {
+AIToolClassifier::Verdict AIToolClassifier::rate(const FileObservation& observation,
+                                                 const AIToolLocation& at,
+                                                 const Entry& entry) const {
     if (entry.isSymbolicLink) return protectedBy(symbolicLink);
+    if (entry.isInaccessible) return protectedBy(inaccessible);
     if (observation.kind == FileKind::regularFile && !observation.isReadable) {
         return protectedBy(unreadable);
     }
@@ -226,38 +238,58 @@ AIToolClassification AIToolClassifier::classify(const FileObservation& observati
     const AIToolRecognizer* rule = recognizerOf(*territory);
     if (rule == nullptr) return protectedBy(unrecognizedInsideAllowedRoot);
 
-    const FileURL root = territory->root != nullptr
-                             ? at.rootURL.appendingFolder(territory->root->relativePath)
-                             : at.rootURL;
-    AIToolClassification found{.group = rule->group,
-                               .decision = rule->group == AIToolArtifactGroup::generatedWork
-                                               ? eligibleForReview
-                                               : eligibleDisposable,
-                               .recognizerID = rule->ruleID,
-                               .candidateRootURL = root};
+    if (entry.isInDatabase) return protectedBy(database);
+
+    Verdict found{.group = rule->group,
+                  .decision = rule->group == AIToolArtifactGroup::generatedWork
+                                  ? eligibleForReview
+                                  : eligibleDisposable,
+                  .rule = rule,
+                  .root = territory->root};
     static const DeterministicSafetyPolicy policy(FileURL{}); // these checks know of no home
     if (policy.protectedAssessment(
             observation, options_.context,
             {.isNoApplicationData = true, .isNoProject = isOfRepositories(rule->ruleID)})) {
         found.group = AIToolArtifactGroup::protectedState;
         found.decision = generalPolicy;
-        return found;
-    }
-    if (const auto held = hold(observation, territory->root, entry)) {
+    } else if (const auto held = hold(observation, at, territory->root, entry)) {
         found.decision = *held;
-        return found;
     }
-    found.candidate = CleanupCandidate{
-        .observation = observation,
-        .category = rule->category,
-        .assessment = ReviewRequiredScope::capped(
-            assessment(rule->group, layout.layoutVersion, displayName(layout.tool)),
-            observation.url, rule->category, at.home.userHome),
-        .authorization = CleanupAuthorization{
-            authorization::AIToolRule{.toolID = std::string(rawValue(layout.tool)),
-                                      .ruleID = rule->ruleID,
-                                      .rootURL = root}}};
     return found;
+}
+
+AIToolClassification AIToolClassifier::classify(const FileObservation& observation,
+                                                const AIToolLocation& at,
+                                                const Entry& entry) const {
+    const Verdict found = rate(observation, at, entry);
+    AIToolClassification told{.group = found.group, .decision = found.decision};
+    if (found.rule == nullptr) return told;
+    const AIToolLayout& layout = options_.layouts[static_cast<std::size_t>(at.home.tool)];
+    told.recognizerID = found.rule->ruleID;
+    told.candidateRootURL = candidateRootURL(at, found.root);
+    if (found.decision == eligibleDisposable || found.decision == eligibleForReview) {
+        told.candidate = candidate(observation, {.tool = layout.tool,
+                                                 .userHome = at.home.userHome,
+                                                 .layoutVersion = layout.layoutVersion,
+                                                 .ruleID = found.rule->ruleID,
+                                                 .group = found.rule->group,
+                                                 .category = found.rule->category,
+                                                 .candidateRootURL = *told.candidateRootURL});
+    }
+    return told;
+}
+
+CleanupCandidate AIToolClassifier::candidate(FileObservation observation, const Eligible& by) {
+    RiskAssessment capped =
+        ReviewRequiredScope::capped(assessment(by.group, by.layoutVersion, displayName(by.tool)),
+                                    observation.url, by.category, by.userHome);
+    return {.observation = std::move(observation),
+            .category = by.category,
+            .assessment = std::move(capped),
+            .authorization = CleanupAuthorization{
+                authorization::AIToolRule{.toolID = std::string(rawValue(by.tool)),
+                                          .ruleID = std::string(by.ruleID),
+                                          .rootURL = by.candidateRootURL}}};
 }
 
 std::optional<Timestamp> AIToolClassifier::statusChangeDate(const FileURL& of) {

@@ -78,6 +78,8 @@ class AIToolClassifier {
 
     struct Entry {
         bool isSymbolicLink = false;
+        bool isInaccessible = false; ///< a folder that could not be opened
+        bool isInDatabase = false;   ///< it lies in a database that is made of files
         /// Of the root or store that the entry lies in. Without one each version counts as current.
         const AIToolVersionState* versionState = nullptr;
         std::optional<Timestamp> statusChangeDate = std::nullopt;
@@ -85,6 +87,33 @@ class AIToolClassifier {
     [[nodiscard]] AIToolClassification classify(const FileObservation& observation,
                                                 const AIToolLocation& at, const Entry& entry) const;
 
+    /// What `classify` found out, before it is written down.
+    struct Verdict {
+        AIToolArtifactGroup group;
+        AIToolDecision decision;
+        const AIToolRecognizer* rule = nullptr;    ///< of the layout; null when none recognised it
+        const AIToolCandidateRoot* root = nullptr; ///< the rule's; null for one of a store
+    };
+    /// The same for whoever asks of very many entries and needs few candidates. The identifiers of
+    /// the observation are not asked for and may be empty.
+    [[nodiscard]] Verdict rate(const FileObservation& observation, const AIToolLocation& at,
+                               const Entry& entry) const;
+    /// The candidate of an eligible entry.
+    struct Eligible {
+        AIToolID tool;
+        const FileURL& userHome;
+        std::string_view layoutVersion;
+        std::string_view ruleID;
+        AIToolArtifactGroup group; ///< of the rule, as is the category
+        CleanupCategory category;
+        const FileURL& candidateRootURL;
+    };
+    [[nodiscard]] static CleanupCandidate candidate(FileObservation observation,
+                                                    const Eligible& by);
+
+    /// What the name of an entry at the top of a home says, unless it is a candidate root.
+    [[nodiscard]] static AIToolDecision decisionOfTopLevel(const AIToolLayout& layout,
+                                                           std::string_view name);
     /// What the disk says of the item itself; none when it cannot be asked.
     [[nodiscard]] static std::optional<Timestamp> statusChangeDate(const FileURL& of);
     /// What the machine says, as it holds for a home. That the tool's own application runs is a
@@ -98,6 +127,7 @@ class AIToolClassifier {
 
   private:
     [[nodiscard]] std::optional<AIToolDecision> hold(const FileObservation& observation,
+                                                     const AIToolLocation& at,
                                                      const AIToolCandidateRoot* root,
                                                      const Entry& entry) const;
 
