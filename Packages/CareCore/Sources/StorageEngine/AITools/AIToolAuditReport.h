@@ -76,6 +76,8 @@ struct AIToolArtifact {
     std::uint64_t inode;
     Timestamp modificationDate;
     std::optional<Timestamp> creationDate = std::nullopt;
+    /// It belongs to a repository that the tool made itself; only then may it go all the same.
+    bool isInProjectRepository = false;
 
     bool operator==(const AIToolArtifact&) const = default;
 };
@@ -148,6 +150,7 @@ struct AIToolAuditReport {
     std::vector<CoverageGap> gaps = {};               ///< what was not measured
     bool isTruncated = false; ///< more entries than a walk visits; what was seen stands here
     std::size_t unreadableProcessCount = 0;
+    std::uint32_t ownerUserID = 0; ///< of every artifact: the person for whom it was audited
 
     [[nodiscard]] std::uint64_t totalIncludingStoresByteCount() const;
     [[nodiscard]] std::uint64_t eligibleByteCount() const;

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <expected>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "Base/Cancellation.h"
 #include "Base/Timestamp.h"
@@ -35,9 +37,12 @@ class AIToolAuditor {
         /// Null for none; then nothing is eligible.
         std::function<std::shared_ptr<const SafetyPolicyContext>()> freshContext;
         bool honorsStatusChange = true;
+        std::size_t maxEntries = AIToolWalker::maxEntries; ///< of the home and its stores together
     };
     explicit AIToolAuditor(Options options) : options_(std::move(options)) {}
 
+    /// ESTALE when the home is no longer the folder that was validated. A store that cannot be read
+    /// is a gap.
     [[nodiscard]] std::expected<AIToolAuditReport, AIToolWalker::Error>
     audit(const AIToolHome& home, Timestamp now, const CancelToken& cancel = {}) const;
 
