@@ -1,6 +1,7 @@
 #include "StorageEngine/AITools/AIToolAuditor.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <map>
@@ -112,6 +113,9 @@ class Audit {
     AIToolAuditReport report_;
     std::size_t entryCount_ = 0;
     std::map<const AIToolRecognizer*, AIToolRuleFinding> findings_;
+    // By decision and by group, which go to the report's maps at the end.
+    std::array<AIToolDecisionTally, allCases<AIToolDecision>().size()> tallies_{};
+    std::array<AIToolGroupTotal, allCases<AIToolArtifactGroup>().size()> totals_{};
 
     // Of the walk under way.
     AIToolPathSummary* store_ = nullptr; ///< null in the home
@@ -121,6 +125,8 @@ class Audit {
     // Of the folder whose entries come, but for the folders in it: each comes when it is entered.
     AIToolWalkEntry::Around around_{.folders = {}};
     const AIToolVersionState* versionState_ = nullptr;
+    AIToolClassifier::LastFolder lastFolder_;
+    std::vector<AIToolPathSummary>* expanded_ = nullptr; ///< of the child whose entries come
     /// Filled anew for each entry; its texts keep their room.
     FileObservation seen_{.id = {},
                           .url = {},
@@ -198,6 +204,7 @@ std::expected<void, Failure> Audit::auditStore(const AuditedStore& store) {
     at_.place = {.storeIndex = store.index};
     at_.rootURL = store.url;
     versionStates_.clear();
+    lastFolder_ = {};
     if (auto state = versions({})) versionStates_.emplace(nullptr, *std::move(state));
     auto walked = walk(&store);
     if (!walked && std::holds_alternative<SystemError>(walked.error())) {
@@ -286,12 +293,13 @@ void Audit::add(const AIToolWalkEntry& entry) {
          .isInaccessible = entry.isInaccessible,
          .isInDatabase = !isFolder && around_.folders.isInDatabase,
          .versionState = isFolder ? versionsAround(entry.components) : versionState_,
-         .statusChangeDate = entry.statusChangeDate});
+         .statusChangeDate = entry.statusChangeDate,
+         .lastFolder = &lastFolder_});
     const std::uint64_t bytes = isFolder ? 0 : entry.byteCount;
-    AIToolDecisionTally& tally = report_.decisionTallies[found.decision];
+    AIToolDecisionTally& tally = tallies_[static_cast<std::size_t>(found.decision)];
     ++tally.count;
     tally.logicalByteCount += bytes;
-    AIToolGroupTotal& total = report_.groupTotals[found.group];
+    AIToolGroupTotal& total = totals_[static_cast<std::size_t>(found.group)];
     if (!isFolder) {
         ++total.fileCount;
         total.logicalByteCount += bytes;
@@ -314,13 +322,13 @@ void Audit::addToChildren(const AIToolWalkEntry& entry, bool isEligible) {
     }
     addEntry(report_.allChildren.back(), entry, isEligible);
     if (components.size() == 1) return;
-    std::vector<AIToolPathSummary>& inside = report_.expandedChildren[components[0]];
     if (components.size() == 2) {
-        inside.push_back({.relativePath = path::joined(components[0], components[1]),
-                          .role = role(components),
-                          .isSymbolicLink = isLink});
+        expanded_ = &report_.expandedChildren[components[0]];
+        expanded_->push_back({.relativePath = path::joined(components[0], components[1]),
+                              .role = role(components),
+                              .isSymbolicLink = isLink});
     }
-    addEntry(inside.back(), entry, isEligible);
+    addEntry(expanded_->back(), entry, isEligible);
 }
 
 /// Of a child, or of a child's child.
@@ -430,6 +438,14 @@ void Audit::finish() {
         report_.totalAllocatedByteCount += child.allocatedByteCount;
         report_.fileCount += child.fileCount;
         report_.directoryCount += child.directoryCount;
+    }
+    for (const AIToolDecision decision : allCases<AIToolDecision>()) {
+        const AIToolDecisionTally& tally = tallies_[static_cast<std::size_t>(decision)];
+        if (tally.count > 0) report_.decisionTallies.emplace(decision, tally);
+    }
+    for (const AIToolArtifactGroup group : allCases<AIToolArtifactGroup>()) {
+        const AIToolGroupTotal& total = totals_[static_cast<std::size_t>(group)];
+        if (total.fileCount > 0) report_.groupTotals.emplace(group, total);
     }
     sortBySize(report_.allChildren);
     for (auto& [name, inside] : report_.expandedChildren) sortBySize(inside);

@@ -23,11 +23,26 @@ using enum AIToolDecision;
 
 using Components = std::span<const std::string>;
 
-std::string loweredASCII(std::string_view text) {
-    std::string lowered(text);
-    std::ranges::transform(lowered, lowered.begin(), lowerASCII);
-    return lowered;
-}
+/// A name in lower case, as far as it is ASCII. Every component of every entry is asked for, so a
+/// name of usual length allocates nothing.
+class LoweredName {
+  public:
+    explicit LoweredName(std::string_view name) {
+        if (name.size() > inline_.size()) longer_ = name;
+        char* lowered = longer_.empty() ? inline_.data() : longer_.data();
+        std::ranges::transform(name, lowered, lowerASCII);
+        text_ = {lowered, name.size()};
+    }
+    LoweredName(const LoweredName&) = delete;
+    LoweredName& operator=(const LoweredName&) = delete;
+
+    [[nodiscard]] std::string_view text() const { return text_; }
+
+  private:
+    std::array<char, 256> inline_; // NOLINT(cppcoreguidelines-pro-type-member-init)
+    std::string longer_;
+    std::string_view text_;
+};
 
 bool isLockOrStaging(std::string_view lowered) {
     return lowered.ends_with(".lock") || lowered == "lock" || lowered.ends_with(".pid");
@@ -58,17 +73,18 @@ bool matchesAny(std::span<const std::string> patterns, std::string_view name,
                 std::string_view folded) {
     return NamePattern::matchesAny(patterns, name) ||
            std::ranges::any_of(patterns, [&](const std::string& pattern) {
-               return NamePattern::matches(loweredASCII(pattern), folded);
+               return NamePattern::matches(LoweredName(pattern).text(), folded);
            });
 }
 
 bool hasExtension(const AIToolRecognizer& rule, std::string_view name) {
     if (rule.extensions.empty()) return true;
-    const std::string lowered = loweredASCII(name);
-    if (rule.extensions.contains(path::extensionOf(lowered))) return true;
+    const LoweredName lowered(name);
+    const std::string_view text = lowered.text();
+    if (rule.extensions.contains(path::extensionOf(text))) return true;
     return std::ranges::any_of(rule.extensions, [&](const std::string& extension) {
-        return extension.find('.') != extension.npos && lowered.ends_with("." + extension) &&
-               lowered.size() > extension.size() + 1;
+        return extension.find('.') != extension.npos && text.size() > extension.size() + 1 &&
+               text.ends_with(extension) && text[text.size() - extension.size() - 1] == '.';
     });
 }
 
@@ -92,67 +108,19 @@ FileURL candidateRootURL(const AIToolLocation& at, const AIToolCandidateRoot* ro
     return root != nullptr ? at.rootURL.appendingFolder(root->relativePath) : at.rootURL;
 }
 
-/// The part of a home, or the store, that an entry lies in.
-struct Territory {
-    const AIToolCandidateRoot* root = nullptr; ///< null in a store
-    std::span<const AIToolRecognizer> recognizers;
-    std::span<const std::string> protectedChildPatterns;
-    AIToolDecision protectedDecision = lockOrStaging;
-    bool hasVersions = false;
-    Components below; ///< the entry's components below it
-};
-
-/// None where nothing may ever be cleaned.
-std::optional<Territory> territoryOf(const AIToolLayout& layout, const AIToolLocation& at) {
-    if (at.place.storeIndex) {
-        const AIToolExternalStore& store = layout.externalStores[*at.place.storeIndex];
-        return Territory{.recognizers = store.recognizers,
-                         .protectedChildPatterns = store.protectedChildPatterns,
-                         .protectedDecision = store.protectedDecision,
-                         .hasVersions = store.kind.launcherRelativePath.has_value(),
-                         .below = at.components};
-    }
-    const AIToolCandidateRoot* root = layout.rootOf(at.components);
-    if (root == nullptr) return std::nullopt;
-    const auto depth = static_cast<std::size_t>(1 + std::ranges::count(root->relativePath, '/'));
-    return Territory{.root = root,
-                     .recognizers = root->recognizers,
-                     .protectedChildPatterns = root->protectedChildPatterns,
-                     .hasVersions = root->buildFolders || root->currentLink,
-                     .below = Components(at.components).subspan(depth)};
+std::size_t depthOf(const AIToolCandidateRoot& root) {
+    return static_cast<std::size_t>(1 + std::ranges::count(root.relativePath, '/'));
 }
 
-/// The decision that an entry's names alone lead to; none when a rule has to recognise it.
-std::optional<AIToolDecision> decisionOfNames(const AIToolLayout& layout, const AIToolLocation& at,
-                                              const std::optional<Territory>& territory,
-                                              const AIToolVersionState* versions) {
-    if (!territory) {
-        if (at.components.empty()) return outsideAllowlist; // the home itself
-        return AIToolClassifier::decisionOfTopLevel(layout, at.components.front());
-    }
-    // What lies in a folder that is named like a database or a lock belongs to it.
-    std::optional<AIToolDecision> found;
-    for (const std::string& component : territory->below) {
-        const std::string lowered = loweredASCII(component);
-        if (isDatabaseName(lowered)) return database;
-        if (isLockOrStaging(lowered)) found = lockOrStaging;
-    }
-    if (found || territory->below.empty()) return found;
-    const std::string& child = territory->below.front();
-    if (matchesAny(territory->protectedChildPatterns, child, tidyro::folded(child))) {
-        return territory->protectedDecision;
-    }
-    if (territory->hasVersions && (versions == nullptr || versions->isCurrent(child))) {
-        return currentRuntime;
-    }
-    return std::nullopt;
+/// Whether an entry of a home is a candidate root itself.
+bool isCandidateRoot(const AIToolLayout& layout, const AIToolLocation& entry) {
+    const AIToolCandidateRoot* root = layout.rootOf(entry.components);
+    return root != nullptr && depthOf(*root) == entry.components.size();
 }
 
-const AIToolRecognizer* recognizerOf(const Territory& territory) {
-    if (territory.below.empty()) return nullptr; // a root itself stays
-    for (const AIToolRecognizer& rule : territory.recognizers) {
-        if (NamePattern::matches(rule.pattern, territory.below) &&
-            hasExtension(rule, territory.below.back())) {
+const AIToolRecognizer* recognizerOf(std::span<const AIToolRecognizer> rules, Components below) {
+    for (const AIToolRecognizer& rule : rules) {
+        if (NamePattern::matches(rule.pattern, below) && hasExtension(rule, below.back())) {
             return &rule;
         }
     }
@@ -167,7 +135,7 @@ bool isOfRepositories(std::string_view ruleID) {
 } // namespace
 
 bool AIToolDatabaseNames::isDatabaseOrSidecar(std::string_view name) {
-    return isDatabaseName(loweredASCII(name));
+    return isDatabaseName(LoweredName(name).text());
 }
 
 AIToolDecision AIToolClassifier::decisionOfTopLevel(const AIToolLayout& layout,
@@ -191,6 +159,91 @@ double AIToolAgePolicy::effectiveMinimumAge(CleanupAgeFloor floor) {
     case CleanupAgeFloor::oneYear: break;
     }
     return 365 * day;
+}
+
+AIToolClassifier::Names AIToolClassifier::namesOf(const AIToolLayout& layout,
+                                                  const AIToolLocation& entry,
+                                                  const AIToolVersionState* versions) {
+    Names names;
+    const Components folder = Components(entry.components).first(entry.components.size() - 1);
+    if (entry.place.storeIndex) {
+        const AIToolExternalStore& store = layout.externalStores[*entry.place.storeIndex];
+        names = {.isInTerritory = true,
+                 .recognizers = store.recognizers,
+                 .protectedChildPatterns = store.protectedChildPatterns,
+                 .protectedDecision = store.protectedDecision,
+                 .hasVersions = store.kind.launcherRelativePath.has_value()};
+    } else if (const AIToolCandidateRoot* root = layout.rootOf(folder)) {
+        names = {.isInTerritory = true,
+                 .root = root,
+                 .recognizers = root->recognizers,
+                 .protectedChildPatterns = root->protectedChildPatterns,
+                 .hasVersions = root->buildFolders || root->currentLink,
+                 .depth = depthOf(*root)};
+    } else {
+        if (!folder.empty()) names.decision = decisionOfTopLevel(layout, folder.front());
+    }
+    names.mayHoldRoots = !entry.place.storeIndex &&
+                         std::ranges::any_of(layout.candidateRoots, [&](const auto& root) {
+                             return depthOf(root) == entry.components.size();
+                         });
+    if (!names.isInTerritory) return names;
+    // What lies in a folder that is named like a database or a lock belongs to it.
+    for (const std::string& component : folder.subspan(names.depth)) {
+        const LoweredName lowered(component);
+        names.hasDatabase = names.hasDatabase || isDatabaseName(lowered.text());
+        names.hasLock = names.hasLock || isLockOrStaging(lowered.text());
+    }
+    if (folder.size() > names.depth) {
+        names.decision = decisionOfChild(names, folder[names.depth], versions);
+    }
+    return names;
+}
+
+const AIToolClassifier::Names&
+AIToolClassifier::LastFolder::namesOf(const AIToolLayout& layout, const AIToolLocation& entry,
+                                      const AIToolVersionState* versions) {
+    const Components folder = Components(entry.components).first(entry.components.size() - 1);
+    if (layout_ != &layout || versions_ != versions || place_ != entry.place ||
+        !std::ranges::equal(components_, folder)) {
+        layout_ = &layout;
+        versions_ = versions;
+        place_ = entry.place;
+        components_.assign(folder.begin(), folder.end());
+        names_ = AIToolClassifier::namesOf(layout, entry, versions);
+    }
+    return names_;
+}
+
+/// The decision for a child of a root or store and for all below it; none when a rule has to
+/// recognise it.
+std::optional<AIToolDecision>
+AIToolClassifier::decisionOfChild(const Names& names, const std::string& child,
+                                  const AIToolVersionState* versions) {
+    if (matchesAny(names.protectedChildPatterns, child, tidyro::folded(child))) {
+        return names.protectedDecision;
+    }
+    if (names.hasVersions && (versions == nullptr || versions->isCurrent(child))) {
+        return currentRuntime;
+    }
+    return std::nullopt;
+}
+
+/// The decision that names alone lead to; none when a rule has to recognise the entry.
+std::optional<AIToolDecision>
+AIToolClassifier::decisionOfNames(const AIToolLayout& layout, const AIToolLocation& entry,
+                                  const Names& above, const AIToolVersionState* versions) {
+    // Whatever holds above a candidate root, in it only its own rules count.
+    if (above.mayHoldRoots && isCandidateRoot(layout, entry)) return unrecognizedInsideAllowedRoot;
+    const std::string& name = entry.components.back();
+    if (!above.isInTerritory) {
+        return above.decision ? above.decision : decisionOfTopLevel(layout, name);
+    }
+    const LoweredName lowered(name);
+    if (above.hasDatabase || isDatabaseName(lowered.text())) return database;
+    if (above.hasLock || isLockOrStaging(lowered.text())) return lockOrStaging;
+    const bool isChild = entry.components.size() == above.depth + 1;
+    return isChild ? decisionOfChild(above, name, versions) : above.decision;
 }
 
 std::optional<AIToolDecision> AIToolClassifier::hold(const FileObservation& observation,
@@ -231,11 +284,17 @@ AIToolClassifier::Verdict AIToolClassifier::rate(const FileObservation& observat
     if (observation.kind == FileKind::other) return protectedBy(notARegularFile);
 
     const AIToolLayout& layout = options_.layouts[static_cast<std::size_t>(at.home.tool)];
-    const auto territory = territoryOf(layout, at);
-    if (const auto decision = decisionOfNames(layout, at, territory, entry.versionState)) {
+    if (at.components.empty()) { // the home itself, or a store
+        return protectedBy(at.place.storeIndex ? unrecognizedInsideAllowedRoot : outsideAllowlist);
+    }
+    LastFolder none;
+    LastFolder& last = entry.lastFolder != nullptr ? *entry.lastFolder : none;
+    const Names& above = last.namesOf(layout, at, entry.versionState);
+    if (const auto decision = decisionOfNames(layout, at, above, entry.versionState)) {
         return protectedBy(*decision);
     }
-    const AIToolRecognizer* rule = recognizerOf(*territory);
+    const AIToolRecognizer* rule =
+        recognizerOf(above.recognizers, Components(at.components).subspan(above.depth));
     if (rule == nullptr) return protectedBy(unrecognizedInsideAllowedRoot);
 
     if (entry.isInDatabase) return protectedBy(database);
@@ -245,14 +304,14 @@ AIToolClassifier::Verdict AIToolClassifier::rate(const FileObservation& observat
                                   ? eligibleForReview
                                   : eligibleDisposable,
                   .rule = rule,
-                  .root = territory->root};
+                  .root = above.root};
     static const DeterministicSafetyPolicy policy(FileURL{}); // these checks know of no home
     if (policy.protectedAssessment(
             observation, options_.context,
             {.isNoApplicationData = true, .isNoProject = isOfRepositories(rule->ruleID)})) {
         found.group = AIToolArtifactGroup::protectedState;
         found.decision = generalPolicy;
-    } else if (const auto held = hold(observation, at, territory->root, entry)) {
+    } else if (const auto held = hold(observation, at, above.root, entry)) {
         found.decision = *held;
     }
     return found;

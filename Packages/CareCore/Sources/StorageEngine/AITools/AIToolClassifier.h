@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Base/FileURL.h"
 #include "Base/Timestamp.h"
@@ -76,6 +77,11 @@ class AIToolClassifier {
     };
     explicit AIToolClassifier(Options options) : options_(std::move(options)) {}
 
+    /// What the entries of one folder have in common, for whoever asks of them one after another.
+    /// It refers to the layouts, and to the state of versions that was last handed in. Used by one
+    /// thread.
+    class LastFolder;
+
     struct Entry {
         bool isSymbolicLink = false;
         bool isInaccessible = false; ///< a folder that could not be opened
@@ -83,6 +89,7 @@ class AIToolClassifier {
         /// Of the root or store that the entry lies in. Without one each version counts as current.
         const AIToolVersionState* versionState = nullptr;
         std::optional<Timestamp> statusChangeDate = std::nullopt;
+        LastFolder* lastFolder = nullptr; ///< null: nothing is remembered
     };
     [[nodiscard]] AIToolClassification classify(const FileObservation& observation,
                                                 const AIToolLocation& at, const Entry& entry) const;
@@ -126,12 +133,49 @@ class AIToolClassifier {
                                                    std::string_view toolName);
 
   private:
+    /// What the names of a folder say of the entries in it.
+    struct Names {
+        bool isInTerritory = false;                ///< of a candidate root or a store
+        const AIToolCandidateRoot* root = nullptr; ///< null in a store
+        std::span<const AIToolRecognizer> recognizers;
+        std::span<const std::string> protectedChildPatterns;
+        AIToolDecision protectedDecision = AIToolDecision::lockOrStaging;
+        bool hasVersions = false;
+        std::size_t depth = 0; ///< components of the root or store, and of what leads to it
+        bool mayHoldRoots = false;
+        bool hasDatabase = false;
+        bool hasLock = false;
+        /// Of all entries; none for the children of a home, a root or a store.
+        std::optional<AIToolDecision> decision = std::nullopt;
+    };
+    [[nodiscard]] static Names namesOf(const AIToolLayout& layout, const AIToolLocation& entry,
+                                       const AIToolVersionState* versions);
+    [[nodiscard]] static std::optional<AIToolDecision>
+    decisionOfChild(const Names& names, const std::string& child,
+                    const AIToolVersionState* versions);
+    [[nodiscard]] static std::optional<AIToolDecision>
+    decisionOfNames(const AIToolLayout& layout, const AIToolLocation& entry, const Names& above,
+                    const AIToolVersionState* versions);
+
     [[nodiscard]] std::optional<AIToolDecision> hold(const FileObservation& observation,
                                                      const AIToolLocation& at,
                                                      const AIToolCandidateRoot* root,
                                                      const Entry& entry) const;
 
     Options options_;
+};
+
+class AIToolClassifier::LastFolder {
+    friend class AIToolClassifier;
+
+    [[nodiscard]] const Names& namesOf(const AIToolLayout& layout, const AIToolLocation& entry,
+                                       const AIToolVersionState* versions);
+
+    const AIToolLayout* layout_ = nullptr;
+    const AIToolVersionState* versions_ = nullptr;
+    AIToolLocation::Place place_;
+    std::vector<std::string> components_;
+    Names names_;
 };
 
 } // namespace tidyro
