@@ -186,10 +186,7 @@ SystemError AIToolWalk::read() {
     }
     // A file system lists in any order. A limit leaves out the same folders each time.
     std::ranges::sort(level.folders, std::greater<>());
-    if (!isWhole) {
-        truncate(level.url, "There are more items than one audit visits.");
-        isOver_ = true;
-    }
+    if (!isWhole) truncate(level.url, "There are more items than one audit visits.");
     return {};
 }
 
@@ -219,7 +216,8 @@ void AIToolWalk::meetFolder(const Level& level, const std::string& name) {
                            options_.passedOver.end()) {
         // It belongs to another walk.
     } else if (coverage_.entryCount == options_.maxEntries) {
-        truncate(level.url, "There are more items than one audit visits.");
+        if (!coverage_.isTruncated)
+            truncate(level.url, "There are more items than one audit visits.");
         isOver_ = true;
     } else if (!seen || seen->kind == ItemKind::folder) {
         // Something else that took the folder's place since is met by the next audit.

@@ -21,9 +21,6 @@ struct JustBelow {
         return path.size() == below.place.size() ||
                static_cast<unsigned char>(path[below.place.size()]) < '/';
     }
-    friend bool operator<(const JustBelow& below, const std::string& path) {
-        return !(path < below);
-    }
 };
 
 bool isAtOrBelow(const ToolActivitySnapshot::Paths& paths, std::string_view place) {

@@ -1,8 +1,13 @@
 #include "StorageEngine/AITools/AIToolAuditor.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <set>
 
+#include <sys/stat.h>
+
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "Platform/Testing/FakeVolumes.h"
@@ -107,6 +112,260 @@ TEST(AIToolAudits, MeasureAHomeAndRebuildItsCandidates) {
         }
     }
     EXPECT_EQ(keys.size(), 5U);
+}
+
+/// "path decision" of what the audit keeps a summary of, for comparing.
+std::string childrenOf(const std::vector<AIToolPathSummary>& summaries) {
+    std::string all;
+    for (const AIToolPathSummary& each : summaries) {
+        all += fmt::format(
+            "{} {} {}/{} {} {}{}\n", each.relativePath, rawValue(each.role), each.fileCount,
+            each.directoryCount, each.logicalByteCount, each.eligibleByteCount,
+            each.inaccessibleCount > 0 ? fmt::format(" -{}", each.inaccessibleCount) : "");
+    }
+    return all;
+}
+
+TEST(AIToolAudits, AddUpByChildren) {
+    Audited made;
+    made.place.file("home/.codex/cache/codex_apps_tools/a.json", "12345");
+    made.place.file("home/.codex/cache/loose", "123");
+    made.place.folder("home/.codex/cache/empty");
+    made.place.link("home/.codex/cache/away", "/etc");
+    made.place.file("home/.codex/notes/x", std::string(1'000, 'x'));
+    made.place.file("home/.codex/packages/standalone/other", "1");
+    made.place.file("home/.cache/codex-runtimes/codex-primary-runtime/x", "12");
+    const auto report = made.audit(made.home()).value();
+    EXPECT_EQ(childrenOf(report.allChildren), "notes unlisted 1/1 1000 0\n"
+                                              "cache candidateRoot 3/3 12 5\n"
+                                              "auth.json protectedState 1/0 5 0\n"
+                                              "config.toml protectedState 1/0 5 0\n"
+                                              "sessions protectedState 1/1 5 0\n"
+                                              "packages candidateRoot 1/2 1 0\n");
+    EXPECT_EQ(childrenOf(report.expandedChildren.at("cache")),
+              "cache/codex_apps_tools candidateRoot 1/1 5 5\n"
+              "cache/away candidateRoot 1/0 4 0\n"
+              "cache/loose candidateRoot 1/0 3 0\n"
+              "cache/empty candidateRoot 0/1 0 0\n");
+    EXPECT_TRUE(report.expandedChildren.at("cache")[1].isSymbolicLink);
+    EXPECT_EQ(childrenOf(report.externalStores), ".cache/codex-runtimes externalStore 1/2 2 0\n");
+    const auto count = [&](AIToolDecision decision) {
+        return report.decisionTallies.at(decision).count;
+    };
+    using enum AIToolDecision;
+    EXPECT_EQ(count(symbolicLink), 1U) << "and nothing of what it leads to";
+    EXPECT_EQ(count(currentRuntime), 2U);
+    EXPECT_EQ(count(unrecognizedInsideAllowedRoot), 4U) << "the root, two folders and a file";
+    EXPECT_EQ(count(eligibleDisposable), 1U);
+    EXPECT_EQ(report.groupTotals.at(AIToolArtifactGroup::disposableCache).logicalByteCount, 5U);
+
+    made.maxEntries = 6;
+    const auto cut = made.audit(made.home()).value();
+    EXPECT_TRUE(cut.isTruncated);
+    EXPECT_EQ(cut.fileCount + cut.directoryCount, 6U);
+    EXPECT_EQ(cut.gaps.front().reason, CoverageGapReason::scanBudgetExceeded);
+    std::stop_source stop;
+    stop.request_stop();
+    const auto stopped = made.audit(made.home(), stop.get_token());
+    ASSERT_FALSE(stopped);
+    EXPECT_TRUE(std::holds_alternative<CancellationError>(stopped.error()));
+}
+
+TEST(AIToolAudits, HoldWhatSomethingSpeaksAgainst) {
+    Audited made;
+    const std::string logs = "home/.claude/debug/";
+    for (const char* marker : {"settings.json", "CLAUDE.md"}) {
+        made.place.file(std::string("home/.claude/") + marker);
+    }
+    made.place.file(logs + "a", "1");
+    made.place.file("home/.claude/paste-cache/b", "12");
+    const auto found = [&] {
+        const auto report = made.audit(made.home(AIToolID::claudeCode, "home/.claude")).value();
+        std::string all = eligible(report);
+        for (const AIToolRuleFinding& finding : report.ruleFindings) {
+            if (finding.keptRecentCount > 0) all += " recent:" + finding.ruleID;
+            if (finding.keptActiveCount > 0) all += " active:" + finding.ruleID;
+        }
+        return all;
+    };
+    const std::string both = "claude-debug-logs: debug/a; claude-paste-cache: paste-cache/b; ";
+    EXPECT_EQ(found(), both);
+    made.activity.value.openFilePaths = {made.place / logs + "a-2", made.place / logs + "a"};
+    EXPECT_EQ(found(), "claude-paste-cache: paste-cache/b;  active:claude-debug-logs");
+    made.activity.value = {.workingDirectories = {made.place / logs + "deep/er"}};
+    EXPECT_EQ(found(), "claude-paste-cache: paste-cache/b;  active:claude-debug-logs")
+        << "whoever works in a root may reach for all of it";
+    made.activity.value = {.isIncomplete = true};
+    EXPECT_EQ(found(), " active:claude-debug-logs active:claude-paste-cache");
+    made.activity.value = {};
+
+    made.hasContext = false;
+    EXPECT_EQ(found(), "") << "nothing is known of the machine";
+    made.hasContext = true;
+    const auto volumes = std::exchange(made.volumes.answer, std::unexpected(SystemError{EIO}));
+    EXPECT_EQ(found(), "") << "nor of its disks";
+    made.volumes.answer = volumes;
+
+    made.now = Timestamp::now().adding(-AIToolAgePolicy::minAge);
+    EXPECT_EQ(found(), "") << "a clock that went back";
+    made.now = Timestamp::now().adding(60);
+    EXPECT_EQ(found(), " recent:claude-debug-logs recent:claude-paste-cache");
+    made.now = made.now.adding(10 * AIToolAgePolicy::minAge);
+
+    made.place.hardLink(logs + "twice", "home/.claude/paste-cache/b");
+    EXPECT_EQ(found(), "claude-debug-logs: debug/a; ");
+    fs::remove(made.place / logs + "twice");
+    made.place.folder(logs + ".git");
+    EXPECT_EQ(found(), "claude-paste-cache: paste-cache/b; ") << "somebody's project";
+    fs::remove(made.place / logs + ".git");
+    made.place.file(logs + "CURRENT");
+    made.place.file(logs + "MANIFEST-000001");
+    EXPECT_EQ(found(), "claude-paste-cache: paste-cache/b; ") << "a database made of files";
+}
+
+TEST(AIToolAudits, TakeWhoeverHasTheHomeOpenForTheApplication) {
+    Audited made;
+    made.place.file("real/Code/Cache/Cache_Data/f_0", "1");
+    made.place.file("real/Code/Crashpad/completed/a.dmp", "1");
+    made.place.folder("real/Code/User");
+    made.place.file("real/Code/machineid");
+    made.place.link("home/.config", made.place / "real");
+    const auto found = [&] {
+        return eligible(made.audit(made.home(AIToolID::vsCode, "home/.config/Code")).value());
+    };
+    const std::string report = "vsCode-crash-reports: Crashpad/completed/a.dmp; ";
+    EXPECT_EQ(found(), "vsCode-web-cache: Cache/Cache_Data/f_0; " + report);
+    // Processes have their files by real paths.
+    made.activity.value.openFilePaths = {made.place / "real/Code/User/settings.json"};
+    EXPECT_EQ(found(), report);
+    made.activity.value.openFilePaths = {made.place / "real/Code/Crashpad/completed/a.dmp"};
+    EXPECT_EQ(found(), "");
+    made.activity.value = {.executablePaths = {"/usr/share/code/code"}};
+    EXPECT_EQ(found(), report);
+}
+
+TEST(AIToolAudits, CountAStoreOnce) {
+    Audited made;
+    made.place.file("home/.cache/codex-runtimes/codex-runtime-install-abcdef/x", "123");
+    // A custom home that holds the store, and one that lies in it.
+    made.place.file("home/.cache/mine/config.toml", "1");
+    made.place.folder("home/.cache/mine/sessions");
+    fs::rename(made.place / "home/.cache/codex-runtimes", made.place / "home/.cache/mine/store");
+    made.place.link("home/.cache/codex-runtimes", made.place / "home/.cache/mine/store");
+    EXPECT_EQ(eligible(made.audit(made.home(AIToolID::codex, "home/.cache/mine")).value()), "")
+        << "a store that is a link is none, and what it leads to is not listed";
+    fs::remove(made.place / "home/.cache/codex-runtimes");
+    fs::rename(made.place / "home/.cache/mine/store", made.place / "home/.cache/codex-runtimes");
+
+    const char* inside = "home/.cache/codex-runtimes/codex-runtime-install-abcdef/home";
+    made.place.file(std::string(inside) + "/config.toml", "1");
+    made.place.file(std::string(inside) + "/sessions/a.jsonl", "12");
+    const AIToolHome home = made.home(AIToolID::codex, inside);
+    const auto report = made.audit(home).value();
+    EXPECT_EQ(report.totalIncludingStoresByteCount(), 6U);
+    EXPECT_EQ(eligible(report), "codex-runtime-install-staging: codex-runtime-install-abcdef/x; ");
+    EXPECT_FALSE(home.locate(FileURL::file(made.place / inside + "/sessions/a.jsonl"))
+                     ->place.storeIndex.has_value())
+        << "the home's own rules hold in it";
+}
+
+TEST(AIToolAudits, StopWhenTheHomeIsAnotherFolder) {
+    Audited made;
+    const AIToolHome home = made.home();
+    const auto code = [&] {
+        const auto audited = made.audit(home);
+        return audited ? 0 : std::get<SystemError>(audited.error()).code;
+    };
+    EXPECT_EQ(code(), 0);
+    fs::rename(made.place / "home/.codex", made.place / "home/old");
+    EXPECT_EQ(code(), ENOENT);
+    made.place.link("home/.codex", "old");
+    EXPECT_TRUE(code() == ELOOP || code() == ENOTDIR) << "even if it is the very same folder";
+    fs::remove(made.place / "home/.codex");
+    made.place.file("home/.codex/config.toml");
+    EXPECT_EQ(code(), ESTALE);
+}
+
+TEST(AIToolWalks, TellOfWhatTheyMayNotRead) {
+    const std::string seen = testing::asOrdinaryUser([] {
+        const TemporaryFolder place;
+        place.file("home/closed/x");
+        place.file("home/named/x");
+        place.folder("home/named/folder");
+        place.file("home/open/unread");
+        place.permissions("home/open/unread", 0);
+        place.permissions("home/closed", 0);
+        place.permissions("home/named", 0444); // names can be listed, and nothing else
+        std::string all;
+        const auto coverage = AIToolWalker::walk(FileURL::folder(place / "home"),
+                                                 [&](const AIToolWalkEntry& entry) {
+                                                     all += entry.components.back() +
+                                                            (entry.isInaccessible ? "!" : "") +
+                                                            (entry.isReadable ? " " : "? ");
+                                                 },
+                                                 {});
+        for (const CoverageGap& gap : coverage.value().gaps) {
+            all += "\n" + std::string(rawValue(gap.reason)) + " " +
+                   std::string(gap.url.lastComponent());
+        }
+        place.permissions("home/closed", 0755);
+        place.permissions("home/named", 0755);
+        return all;
+    });
+    EXPECT_EQ(seen, "closed!? named x? folder!? open unread? \n"
+                    "inaccessible closed\nmetadataUnavailable named\ninaccessible folder");
+}
+
+TEST(AIToolWalks, StayOnTheirDevice) {
+    const TemporaryFolder place;
+    place.file("other/x");
+    place.file("file");
+    place.file("home/mounted/beneath");
+    place.file("home/covered");
+    const auto seen = testing::inMountNamespace([&]() -> std::string {
+        if (!testing::bindMount(place / "other", place / "home/mounted") ||
+            !testing::bindMount(place / "file", place / "home/covered")) {
+            return "no mount";
+        }
+        std::string all;
+        const auto coverage = AIToolWalker::walk(
+            FileURL::folder(place / "home"),
+            [&](const AIToolWalkEntry& entry) { all += entry.components.back(); }, {});
+        for (const CoverageGap& gap : coverage.value().gaps) {
+            all += std::string(rawValue(gap.reason)) + " ";
+        }
+        return all;
+    });
+    if (!seen || *seen == "no mount") GTEST_SKIP() << "needs mounts";
+    EXPECT_EQ(*seen, "mountBoundaryExcluded mountBoundaryExcluded ");
+}
+
+TEST(AIToolWalks, GoAsDeepAsTheFoldersDo) {
+    const TemporaryFolder place;
+    constexpr int levels = 300; // with a path longer than the system takes
+    platform::FolderDescriptor at = *platform::FolderDescriptor::openRoot(place.path());
+    for (int i = 0; i < levels; ++i) {
+        ASSERT_EQ(::mkdirat(at.fd(), "a folder of the deep", 0755), 0);
+        ASSERT_EQ(::mkdirat(at.fd(), "beside", 0755), 0); // to be visited on the way back
+        at = *at.open("a folder of the deep");
+    }
+    const std::string seen = testing::inChild([&] {
+        constexpr unsigned few = 80;
+        if (!testing::isSanitized() && !testing::leaveOpenFiles(few)) return std::string("limit");
+        std::size_t deepest = 0;
+        std::size_t beside = 0;
+        const auto coverage = AIToolWalker::walk(FileURL::folder(place.path()),
+                                                 [&](const AIToolWalkEntry& entry) {
+                                                     deepest =
+                                                         std::max(deepest, entry.components.size());
+                                                     if (entry.components.back() == "beside")
+                                                         ++beside;
+                                                 },
+                                                 {});
+        return fmt::format("{} {} {} {}", deepest, beside, coverage->entryCount,
+                           coverage->gaps.size());
+    });
+    EXPECT_EQ(seen, "300 300 600 0");
 }
 
 } // namespace
