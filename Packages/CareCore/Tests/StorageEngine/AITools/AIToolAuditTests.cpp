@@ -12,6 +12,8 @@
 
 #include "Platform/Testing/FakeVolumes.h"
 #include "StorageEngine/AITools/AIToolClassifier.h"
+#include "StorageEngine/AITools/AIToolSamples.h"
+#include "StorageEngine/AITools/AIToolVersionState.h"
 #include "StorageEngine/Observation/FileObserver.h"
 #include "Support/OtherCircumstances.h"
 #include "Support/QuietMachine.h"
@@ -267,6 +269,127 @@ TEST(AIToolAudits, CountAStoreOnce) {
     EXPECT_FALSE(home.locate(FileURL::file(made.place / inside + "/sessions/a.jsonl"))
                      ->place.storeIndex.has_value())
         << "the home's own rules hold in it";
+}
+
+/// All that the classifier lets go below a home and its stores, asked item by item.
+std::set<std::string> eligibleOneByOne(const Audited& made, const AIToolHome& home) {
+    const AIToolClassifier classifier({.minimumAge = AIToolAgePolicy::minAge,
+                                       .context = AIToolClassifier::context(home, made.context()),
+                                       .activity = {},
+                                       .now = made.now});
+    std::vector<FileURL> roots{home.url};
+    for (const auto& [index, store] : home.validExternalStores()) roots.push_back(store);
+    std::set<std::string> all;
+    for (const FileURL& root : roots) {
+        for (const auto& item : fs::recursive_directory_iterator(root.path())) {
+            const FileURL url = FileURL::file(item.path().string());
+            const AIToolLocation at = home.locate(url).value();
+            const auto versions = AIToolVersionState::forBuildFolder(at, {});
+            FileObserver observer(home.userHome, made.volumes);
+            const auto rated =
+                classifier.classify(observer.observation(url).value(), at,
+                                    {.isSymbolicLink = item.is_symlink(),
+                                     .versionState = versions ? &*versions : nullptr,
+                                     .statusChangeDate = AIToolClassifier::statusChangeDate(url)});
+            if (rated.candidate) all.insert(url.path());
+        }
+    }
+    return all;
+}
+
+TEST(AIToolAudits, LetGoOfEachToolWhatItsTablesSay) {
+    struct Row {
+        AIToolID tool;
+        std::vector<const char*> further; ///< files beside the samples, below the user's home
+        const char* eligible;             ///< all of it
+    };
+    using enum AIToolID;
+    const std::vector<Row> rows{
+        {codex,
+         {".codex/packages/standalone/releases/0.9.0/bin/codex",
+          ".codex/packages/standalone/releases/0.10.0/bin/codex",
+          ".codex/cache/codex_apps_tools/sessions/a.json", ".codex/generated_images/AUTH.JSON"},
+         "codex-cache-apps-tools: cache/codex_apps_tools/x.json; "
+         "codex-cache-apps-server-info: cache/codex_apps_server_info/x.json; "
+         "codex-cache-remote-plugin-catalog: cache/remote_plugin_catalog/x.json; "
+         "codex-tmp-git-scratch: .tmp/git-aaaaaa/deep/x; "
+         "codex-generated-images: generated_images/deep/x.gif; "
+         "codex-visualizations: visualizations/deep/x.gif; "
+         "codex-archived-sessions: archived_sessions/deep/x.jsonl; "
+         "codex-superseded-releases: packages/standalone/releases/0.9.0/bin/codex; "
+         "codex-runtime-install-staging: codex-runtime-install-aaaaaa/deep/x; "},
+        {claudeCode,
+         {".local/share/claude/versions/1.9", ".local/share/claude/versions/1.9-beta",
+          ".local/share/claude/versions/1.10", ".claude/debug/a.pid", ".claude/Debug/x"},
+         "claude-debug-logs: debug/deep/x; claude-paste-cache: paste-cache/deep/x; "
+         "claude-image-cache: image-cache/deep/x; "
+         "claude-shell-snapshots: shell-snapshots/snapshot-x; "
+         "claude-removed-plugins: plugins/.trash/deep/x; claude-legacy-statsig: statsig/deep/x; "
+         "claude-changelog-cache: cache/changelog.md; "
+         "claude-superseded-versions: 1.9 1.9-beta; "
+         "claude-mcp-logs: x/mcp-logs-x/x.jsonl; "},
+        {vsCode,
+         {".config/Code/Cache/Cache_Data/index-dir/the-real-index_0"},
+         "vsCode-web-cache: Cache/Cache_Data/x_0; vsCode-code-cache: Code Cache/x/x_0; "
+         "vsCode-extension-downloads: CachedExtensionVSIXs/xx; "
+         "vsCode-crash-reports: Crashpad/completed/x.dmp; "},
+        {cursor,
+         {},
+         "cursor-web-cache: Cache/Cache_Data/x_0; cursor-code-cache: Code Cache/x/x_0; "
+         "cursor-extension-downloads: CachedExtensionVSIXs/xx; "
+         "cursor-crash-reports: Crashpad/completed/x.dmp; "},
+        {claudeDesktop,
+         {".config/Claude/CachedData/x/y"},
+         "claudeDesktop-web-cache: Cache/Cache_Data/x_0; "
+         "claudeDesktop-code-cache: Code Cache/x/x_0; "
+         "claudeDesktop-crash-reports: Crashpad/completed/x.dmp; "},
+        {geminiCLI, {".gemini/tmp/hash/logs.json", ".gemini/logs/x.log"}, ""},
+        {copilotCLI, {".copilot/logs/deep/x.log"}, "copilot-logs: logs/x.log; "},
+        {openCode, {".local/share/opencode/log/x.log.1"}, "opencode-logs: log/x.log; "},
+        {aider, {".aider/caches/x.txt"}, "aider-caches: caches/x.json; "},
+    };
+    for (const Row& row : rows) {
+        Audited made;
+        const AIToolLayout& layout = AIToolLayouts::layout(row.tool, OperatingSystem::linux_);
+        if (AIToolLayouts::layout(row.tool) != layout) GTEST_SKIP() << "made for Linux";
+        const std::string folder = "home/" + layout.homeRelativePath + "/";
+        const auto addSamples = [&](const std::string& root,
+                                    std::span<const AIToolRecognizer> rules) {
+            for (const AIToolRecognizer& rule : rules) {
+                made.place.file(root + "/" + testing::samplePath(rule), rule.ruleID);
+            }
+        };
+        for (const auto& root : layout.candidateRoots) {
+            addSamples(folder + root.relativePath, root.recognizers);
+        }
+        for (const auto& store : layout.externalStores) {
+            addSamples("home/" + store.relativeToUserHome, store.recognizers);
+        }
+        for (const char* file : row.further) made.place.file(std::string("home/") + file, file);
+        const auto addNames = [&](const auto& names) {
+            for (const std::string& name : names) {
+                if (!fs::exists(made.place / folder + name)) made.place.file(folder + name, name);
+            }
+        };
+        addNames(layout.protectedNames);
+        addNames(layout.conversationTopLevelNames);
+        addNames(layout.homeMarkers);
+        made.place.folder("home/.local/bin");
+        made.place.folder("home/.codex/packages/standalone");
+        made.place.link("home/.local/bin/claude", "../share/claude/versions/1.10");
+        made.place.link("home/.codex/packages/standalone/current", "releases/0.10.0");
+
+        const AIToolHome home = made.home(row.tool, folder.c_str());
+        const auto report = made.audit(home).value();
+        EXPECT_EQ(eligible(report), row.eligible);
+        std::set<std::string> found;
+        for (const AIToolRuleFinding& finding : report.ruleFindings) {
+            for (const AIToolArtifact& each : finding.artifacts) {
+                found.insert(finding.url(each).path());
+            }
+        }
+        EXPECT_EQ(found, eligibleOneByOne(made, home)) << layout.layoutVersion;
+    }
 }
 
 TEST(AIToolAudits, StopWhenTheHomeIsAnotherFolder) {

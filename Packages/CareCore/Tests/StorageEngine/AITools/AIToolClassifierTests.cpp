@@ -1,9 +1,12 @@
 #include "StorageEngine/AITools/AIToolClassifier.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "Base/JSONCoding.h"
 #include "Base/PathText.h"
+#include "StorageEngine/AITools/AIToolSamples.h"
 
 namespace tidyro {
 namespace {
@@ -36,14 +39,15 @@ struct Rated {
     std::uint32_t owner = 501;
     bool isReadable = true;
     bool isInRepository = false;
+    std::size_t store = 0;
 
     [[nodiscard]] const AIToolLayout& layout() const { return AIToolLayouts::layout(tool, system); }
-    /// "store:" stands for the tool's first external store.
+    /// "store:" stands for one of the tool's external stores.
     [[nodiscard]] AIToolClassification of(std::string_view name) const {
         const FileURL home = userHome.appendingFolder(layout().homeRelativePath);
         const bool isInStore = name.starts_with("store:");
         const FileURL root =
-            isInStore ? userHome.appendingFolder(layout().externalStores[0].relativeToUserHome)
+            isInStore ? userHome.appendingFolder(layout().externalStores[store].relativeToUserHome)
                       : home;
         const std::string_view below = isInStore ? name.substr(6) : name;
         AIToolLocation at{.home = {.tool = tool,
@@ -55,7 +59,7 @@ struct Rated {
                           .place = {},
                           .rootURL = root,
                           .components = {}};
-        if (isInStore) at.place.storeIndex = 0;
+        if (isInStore) at.place.storeIndex = store;
         for (const std::string_view each : path::components(below)) {
             at.components.emplace_back(each);
         }
@@ -118,6 +122,13 @@ TEST(AIToolClassifier, LetsGoOnlyWhatARuleRecognises) {
         {codex, "archived_sessions/x.jsonl", "eligibleForReview", "codex-archived-sessions"},
         {codex, "archived_sessions/x.jsonl.zst", "eligibleForReview", "codex-archived-sessions"},
         {codex, "archived_sessions/x.zst", "unrecognizedInsideAllowedRoot"},
+        {codex, "generated_images/a\nb\xff.png", "eligibleForReview", "codex-generated-images"},
+        {codex, ".tmp/git-abcdef/x.sqlite\n", "database"},
+        {codex, ".tmp/git-abcdef/X.LOCK", "lockOrStaging"},
+        {codex, ".tmp/git-\u00e4bcde/x", "eligibleDisposable", "codex-tmp-git-scratch"},
+        {codex, ".tmp/git-\u00e4bcdef/x", "unrecognizedInsideAllowedRoot"},
+        {codex, ".tmp/PLUGINS/git-abcdef/x", "lockOrStaging"},
+        {codex, "generated_images/a.png/b", "unrecognizedInsideAllowedRoot"},
         {codex, "sessions/2026/x.jsonl", "namedProtectedState"},
         {codex, "auth.json", "namedProtectedState"},
         {codex, "AUTH.JSON", "namedProtectedState"},
@@ -185,6 +196,97 @@ TEST(AIToolClassifier, LetsGoOnlyWhatARuleRecognises) {
                 EXPECT_EQ(found.candidate->observation.url.path().find(
                               found.candidate->authorization->rootURL().path() + "/"),
                           0U);
+            }
+        }
+    }
+}
+
+/// In capitals, as a disk may have it that takes both for one name.
+std::string capitals(std::string_view name) {
+    std::string made(name);
+    std::ranges::transform(made, made.begin(), [](char byte) {
+        return byte >= 'a' && byte <= 'z' ? static_cast<char>(byte - 'a' + 'A') : byte;
+    });
+    return made;
+}
+
+struct SampledRoot {
+    std::string prefix; ///< as `Rated::of` takes it
+    std::span<const AIToolRecognizer> rules;
+    std::span<const std::string> protectedChildren;
+    std::string_view protectedDecision;
+};
+
+void checkSamples(const Rated& rated, const SampledRoot& root) {
+    for (const AIToolRecognizer& rule : root.rules) {
+        const std::string path = root.prefix + testing::samplePath(rule);
+        const std::string eligible = rule.group == AIToolArtifactGroup::disposableCache
+                                         ? "eligibleDisposable"
+                                         : "eligibleForReview";
+        EXPECT_EQ(rated.decision(path), eligible) << path;
+        EXPECT_EQ(rated.of(path).recognizerID, rule.ruleID) << path;
+        EXPECT_EQ(rated.decision(path + "-wal"), "database") << path;
+        EXPECT_EQ(rated.decision(path + ".LOCK"), "lockOrStaging") << path;
+        if (!rule.extensions.empty()) {
+            EXPECT_EQ(rated.decision(path + ".txt"), "unrecognizedInsideAllowedRoot") << path;
+        }
+        if (rule.pattern.back() != "**") {
+            EXPECT_EQ(rated.decision(path + "/deeper"), "unrecognizedInsideAllowedRoot") << path;
+        }
+        if (!root.prefix.starts_with("store:")) {
+            const std::string other = capitals(root.prefix) + testing::samplePath(rule);
+            EXPECT_FALSE(rated.of(other).candidate) << other;
+        }
+    }
+    for (const std::string& pattern : root.protectedChildren) {
+        const std::string name = testing::sampleName(pattern);
+        const std::string_view expected =
+            name.ends_with(".lock") ? "lockOrStaging" : root.protectedDecision;
+        EXPECT_EQ(rated.decision(root.prefix + name + "/deep/x"), expected) << name;
+        EXPECT_EQ(rated.decision(root.prefix + capitals(name)), expected) << name;
+    }
+}
+
+TEST(AIToolClassifier, KnowsEveryNameOfItsTables) {
+    for (const OperatingSystem system : {OperatingSystem::linux_, OperatingSystem::macOS}) {
+        for (const AIToolID tool : allCases<AIToolID>()) {
+            // The samples of versions are called "x", and another one is in use.
+            const AIToolVersionState state{.versions = {"x"}, .current = {}};
+            Rated rated{.tool = tool, .system = system, .entry = {.versionState = &state}};
+            const AIToolLayout& layout = rated.layout();
+            SCOPED_TRACE(layout.layoutVersion);
+            std::vector<std::string> kept(layout.protectedNames.begin(),
+                                          layout.protectedNames.end());
+            for (const std::string& pattern : layout.protectedTopLevelPatterns) {
+                kept.push_back(testing::sampleName(pattern));
+            }
+            for (const std::string& name : kept) {
+                for (const std::string& variant : {name, capitals(name), name + "/cache/x.json"}) {
+                    EXPECT_EQ(rated.decision(variant), "namedProtectedState") << variant;
+                }
+            }
+            for (const std::string& name : layout.conversationTopLevelNames) {
+                const auto decision = rated.decision(capitals(name) + "/debug/x");
+                EXPECT_TRUE(decision == "conversationOrHistory" ||
+                            decision == "namedProtectedState")
+                    << name;
+            }
+            for (const char* unknown : {"x y/x.json", "cache-2/x", "\xff/x", "a\nb"}) {
+                EXPECT_EQ(rated.decision(unknown), "outsideAllowlist") << unknown;
+            }
+            for (const AIToolCandidateRoot& root : layout.candidateRoots) {
+                checkSamples(rated, {.prefix = root.relativePath + "/",
+                                     .rules = root.recognizers,
+                                     .protectedChildren = root.protectedChildPatterns,
+                                     .protectedDecision = "lockOrStaging"});
+                EXPECT_EQ(rated.decision(root.relativePath), "unrecognizedInsideAllowedRoot");
+            }
+            for (const AIToolExternalStore& store : layout.externalStores) {
+                checkSamples(rated, {.prefix = "store:",
+                                     .rules = store.recognizers,
+                                     .protectedChildren = store.protectedChildPatterns,
+                                     .protectedDecision = "currentRuntime"});
+                ++rated.store;
             }
         }
     }
