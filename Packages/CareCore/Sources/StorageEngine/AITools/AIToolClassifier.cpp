@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <span>
@@ -287,9 +288,11 @@ AIToolClassifier::Verdict AIToolClassifier::rate(const FileObservation& observat
     if (at.components.empty()) { // the home itself, or a store
         return protectedBy(at.place.storeIndex ? unrecognizedInsideAllowedRoot : outsideAllowlist);
     }
-    LastFolder none;
-    LastFolder& last = entry.lastFolder != nullptr ? *entry.lastFolder : none;
-    const Names& above = last.namesOf(layout, at, entry.versionState);
+    const Names own =
+        entry.lastFolder == nullptr ? namesOf(layout, at, entry.versionState) : Names{};
+    const Names& above = entry.lastFolder == nullptr
+                             ? own
+                             : entry.lastFolder->namesOf(layout, at, entry.versionState);
     if (const auto decision = decisionOfNames(layout, at, above, entry.versionState)) {
         return protectedBy(*decision);
     }
@@ -377,10 +380,12 @@ RiskAssessment AIToolClassifier::assessment(AIToolArtifactGroup group,
                                             std::string_view toolName) {
     using Key = std::tuple<AIToolArtifactGroup, std::string, std::string>;
     static std::mutex mutex;
-    static std::map<Key, RiskAssessment> known;
+    static std::map<Key, RiskAssessment, std::less<>> known;
     const std::lock_guard lock(mutex);
-    Key key{group, layoutVersion, toolName};
-    if (const auto found = known.find(key); found != known.end()) return found->second;
+    if (const auto found = known.find(std::tuple(group, layoutVersion, toolName));
+        found != known.end()) {
+        return found->second;
+    }
     const std::string tool(toolName);
     const std::string rules = " rule (" + std::string(layoutVersion) + ")";
     const std::string inRules = "(rules " + std::string(layoutVersion) + ")";
@@ -418,7 +423,7 @@ RiskAssessment AIToolClassifier::assessment(AIToolArtifactGroup group,
                                                      "alone.")};
         break;
     }
-    return known.emplace(std::move(key), std::move(made)).first->second;
+    return known.emplace(Key{group, layoutVersion, toolName}, std::move(made)).first->second;
 }
 
 } // namespace tidyro
