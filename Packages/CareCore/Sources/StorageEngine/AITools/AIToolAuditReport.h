@@ -50,7 +50,7 @@ struct AIToolPathSummary {
     std::uint64_t directoryCount = 0; ///< with itself
     std::optional<Timestamp> newestModification = std::nullopt;
     std::uint64_t eligibleByteCount = 0; ///< of files that may go, also of those to review
-    std::uint64_t inaccessibleCount = 0; ///< folders that could not be opened
+    std::uint64_t inaccessibleCount = 0; ///< folders that could not be opened, and other gaps
 
     static constexpr auto fields() {
         using Self = AIToolPathSummary;

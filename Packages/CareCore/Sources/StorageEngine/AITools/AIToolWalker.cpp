@@ -215,6 +215,10 @@ void AIToolWalk::meetFolder(const Level& level, const std::string& name) {
     } else if (seen && std::ranges::find(options_.passedOver, seen->identity) !=
                            options_.passedOver.end()) {
         // It belongs to another walk.
+    } else if (seen && seen->isDataless) {
+        // Reading it would make its cloud fetch what is in it.
+        addGap(level.url.appendingFolder(name), CoverageGapReason::cloudPlaceholderExcluded,
+               "The folder's contents are kept by a cloud.");
     } else if (coverage_.entryCount == options_.maxEntries) {
         if (!coverage_.isTruncated)
             truncate(level.url, "There are more items than one audit visits.");

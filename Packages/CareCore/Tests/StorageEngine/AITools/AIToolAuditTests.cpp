@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "Platform/Testing/FakeRunningProcesses.h"
 #include "Platform/Testing/FakeVolumes.h"
 #include "StorageEngine/AITools/AIToolClassifier.h"
 #include "StorageEngine/AITools/AIToolSamples.h"
@@ -33,6 +34,7 @@ struct Audited {
     platform::testing::FakeVolumes volumes =
         platform::testing::FakeVolumes::withOneAt(place.path());
     StaticToolActivityProvider activity{{}};
+    ToolActivityProviding* provider = &activity;
     Timestamp now = Timestamp::now().adding(10 * AIToolAgePolicy::minAge);
     SafetyPolicyFacts machine = testing::quietMachine();
     bool hasContext = true;
@@ -53,7 +55,7 @@ struct Audited {
     [[nodiscard]] std::expected<AIToolAuditReport, AIToolWalker::Error>
     audit(const AIToolHome& of, const CancelToken& cancel = {}) {
         const AIToolAuditor auditor(
-            {.activityProvider = activity,
+            {.activityProvider = *provider,
              .volumes = volumes,
              .freshContext = [&]() -> std::shared_ptr<const SafetyPolicyContext> {
                  return hasContext ? std::make_shared<const SafetyPolicyContext>(context())
@@ -244,6 +246,23 @@ TEST(AIToolAudits, TakeWhoeverHasTheHomeOpenForTheApplication) {
     EXPECT_EQ(found(), "");
     made.activity.value = {.executablePaths = {"/usr/share/code/code"}};
     EXPECT_EQ(found(), report);
+}
+
+TEST(AIToolAudits, ShareOneLookAtTheProcesses) {
+    Audited made;
+    platform::testing::FakeRunningProcesses processes;
+    processes.answer->unreadable = 3;
+    LiveToolActivityProvider live(processes);
+    double clock = 100;
+    CachedToolActivityProvider cached(live, [&] { return Timestamp::since1970(clock); });
+    made.provider = &cached;
+    EXPECT_EQ(made.audit(made.home()).value().unreadableProcessCount, 3U);
+    clock += 1.9;
+    EXPECT_TRUE(made.audit(made.home()));
+    EXPECT_EQ(processes.timesAsked, 1);
+    clock += 0.2;
+    EXPECT_TRUE(made.audit(made.home()));
+    EXPECT_EQ(processes.timesAsked, 2);
 }
 
 TEST(AIToolAudits, CountAStoreOnce) {
