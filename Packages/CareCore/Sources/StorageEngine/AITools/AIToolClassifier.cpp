@@ -114,9 +114,9 @@ std::size_t depthOf(const AIToolCandidateRoot& root) {
 }
 
 /// Whether an entry of a home is a candidate root itself.
-bool isCandidateRoot(const AIToolLayout& layout, const AIToolLocation& entry) {
-    const AIToolCandidateRoot* root = layout.rootOf(entry.components);
-    return root != nullptr && depthOf(*root) == entry.components.size();
+bool isCandidateRoot(const AIToolLayout& layout, Components components) {
+    const AIToolCandidateRoot* root = layout.rootOf(components);
+    return root != nullptr && depthOf(*root) == components.size();
 }
 
 const AIToolRecognizer* recognizerOf(std::span<const AIToolRecognizer> rules, Components below) {
@@ -163,12 +163,13 @@ double AIToolAgePolicy::effectiveMinimumAge(CleanupAgeFloor floor) {
 }
 
 AIToolClassifier::Names AIToolClassifier::namesOf(const AIToolLayout& layout,
-                                                  const AIToolLocation& entry,
+                                                  const AIToolLocation::Place& place,
+                                                  Components components,
                                                   const AIToolVersionState* versions) {
     Names names;
-    const Components folder = Components(entry.components).first(entry.components.size() - 1);
-    if (entry.place.storeIndex) {
-        const AIToolExternalStore& store = layout.externalStores[*entry.place.storeIndex];
+    const Components folder = components.first(components.size() - 1);
+    if (place.storeIndex) {
+        const AIToolExternalStore& store = layout.externalStores[*place.storeIndex];
         names = {.isInTerritory = true,
                  .recognizers = store.recognizers,
                  .protectedChildPatterns = store.protectedChildPatterns,
@@ -184,10 +185,10 @@ AIToolClassifier::Names AIToolClassifier::namesOf(const AIToolLayout& layout,
     } else {
         if (!folder.empty()) names.decision = decisionOfTopLevel(layout, folder.front());
     }
-    names.mayHoldRoots = !entry.place.storeIndex &&
-                         std::ranges::any_of(layout.candidateRoots, [&](const auto& root) {
-                             return depthOf(root) == entry.components.size();
-                         });
+    names.mayHoldRoots =
+        !place.storeIndex && std::ranges::any_of(layout.candidateRoots, [&](const auto& root) {
+            return depthOf(root) == components.size();
+        });
     if (!names.isInTerritory) return names;
     // What lies in a folder that is named like a database or a lock belongs to it.
     for (const std::string& component : folder.subspan(names.depth)) {
@@ -202,16 +203,17 @@ AIToolClassifier::Names AIToolClassifier::namesOf(const AIToolLayout& layout,
 }
 
 const AIToolClassifier::Names&
-AIToolClassifier::LastFolder::namesOf(const AIToolLayout& layout, const AIToolLocation& entry,
+AIToolClassifier::LastFolder::namesOf(const AIToolLayout& layout,
+                                      const AIToolLocation::Place& place, Components components,
                                       const AIToolVersionState* versions) {
-    const Components folder = Components(entry.components).first(entry.components.size() - 1);
-    if (layout_ != &layout || versions_ != versions || place_ != entry.place ||
+    const Components folder = components.first(components.size() - 1);
+    if (layout_ != &layout || versions_ != versions || place_ != place ||
         !std::ranges::equal(components_, folder)) {
         layout_ = &layout;
         versions_ = versions;
-        place_ = entry.place;
+        place_ = place;
         components_.assign(folder.begin(), folder.end());
-        names_ = AIToolClassifier::namesOf(layout, entry, versions);
+        names_ = AIToolClassifier::namesOf(layout, place, components, versions);
     }
     return names_;
 }
@@ -230,21 +232,47 @@ AIToolClassifier::decisionOfChild(const Names& names, const std::string& child,
     return std::nullopt;
 }
 
-/// The decision that names alone lead to; none when a rule has to recognise the entry.
+/// The decision that names alone lead to; none when a rule has to recognise the entry, which is no
+/// candidate root itself.
 std::optional<AIToolDecision>
-AIToolClassifier::decisionOfNames(const AIToolLayout& layout, const AIToolLocation& entry,
+AIToolClassifier::decisionOfNames(const AIToolLayout& layout, Components components,
                                   const Names& above, const AIToolVersionState* versions) {
-    // Whatever holds above a candidate root, in it only its own rules count.
-    if (above.mayHoldRoots && isCandidateRoot(layout, entry)) return unrecognizedInsideAllowedRoot;
-    const std::string& name = entry.components.back();
+    const std::string& name = components.back();
     if (!above.isInTerritory) {
         return above.decision ? above.decision : decisionOfTopLevel(layout, name);
     }
     const LoweredName lowered(name);
     if (above.hasDatabase || isDatabaseName(lowered.text())) return database;
     if (above.hasLock || isLockOrStaging(lowered.text())) return lockOrStaging;
-    const bool isChild = entry.components.size() == above.depth + 1;
+    const bool isChild = components.size() == above.depth + 1;
     return isChild ? decisionOfChild(above, name, versions) : above.decision;
+}
+
+AIToolClassifier::ByNames AIToolClassifier::byNames(const AIToolLayout& layout,
+                                                    const AIToolLocation::Place& place,
+                                                    Components components,
+                                                    const AIToolVersionState* versions) {
+    return byNames(layout, place, components, versions, nullptr);
+}
+
+AIToolClassifier::ByNames AIToolClassifier::byNames(const AIToolLayout& layout,
+                                                    const AIToolLocation::Place& place,
+                                                    Components components,
+                                                    const AIToolVersionState* versions,
+                                                    LastFolder* last) {
+    if (components.empty()) { // the home itself, or a store
+        if (place.storeIndex) return {};
+        return {.decision = outsideAllowlist};
+    }
+    const Names own = last == nullptr ? namesOf(layout, place, components, versions) : Names{};
+    const Names& above = last == nullptr ? own : last->namesOf(layout, place, components, versions);
+    // Whatever holds above a candidate root, in it only its own rules count.
+    if (above.mayHoldRoots && isCandidateRoot(layout, components)) return {};
+    ByNames told{.decision = decisionOfNames(layout, components, above, versions),
+                 .below = above.isInTerritory ? components.subspan(above.depth) : Components(),
+                 .root = above.root};
+    if (!told.decision) told.recognizer = recognizerOf(above.recognizers, told.below);
+    return told;
 }
 
 std::optional<AIToolDecision> AIToolClassifier::hold(const FileObservation& observation,
@@ -285,21 +313,11 @@ AIToolClassifier::Verdict AIToolClassifier::rate(const FileObservation& observat
     if (observation.kind == FileKind::other) return protectedBy(notARegularFile);
 
     const AIToolLayout& layout = options_.layouts[static_cast<std::size_t>(at.home.tool)];
-    if (at.components.empty()) { // the home itself, or a store
-        return protectedBy(at.place.storeIndex ? unrecognizedInsideAllowedRoot : outsideAllowlist);
-    }
-    const Names own =
-        entry.lastFolder == nullptr ? namesOf(layout, at, entry.versionState) : Names{};
-    const Names& above = entry.lastFolder == nullptr
-                             ? own
-                             : entry.lastFolder->namesOf(layout, at, entry.versionState);
-    if (const auto decision = decisionOfNames(layout, at, above, entry.versionState)) {
-        return protectedBy(*decision);
-    }
-    const AIToolRecognizer* rule =
-        recognizerOf(above.recognizers, Components(at.components).subspan(above.depth));
+    const ByNames told =
+        byNames(layout, at.place, at.components, entry.versionState, entry.lastFolder);
+    if (told.decision) return protectedBy(*told.decision);
+    const AIToolRecognizer* rule = told.recognizer;
     if (rule == nullptr) return protectedBy(unrecognizedInsideAllowedRoot);
-
     if (entry.isInDatabase) return protectedBy(database);
 
     Verdict found{.group = rule->group,
@@ -307,14 +325,14 @@ AIToolClassifier::Verdict AIToolClassifier::rate(const FileObservation& observat
                                   ? eligibleForReview
                                   : eligibleDisposable,
                   .rule = rule,
-                  .root = above.root};
+                  .root = told.root};
     static const DeterministicSafetyPolicy policy(FileURL{}); // these checks know of no home
     if (policy.protectedAssessment(
             observation, options_.context,
             {.isNoApplicationData = true, .isNoProject = isOfRepositories(rule->ruleID)})) {
         found.group = AIToolArtifactGroup::protectedState;
         found.decision = generalPolicy;
-    } else if (const auto held = hold(observation, at, above.root, entry)) {
+    } else if (const auto held = hold(observation, at, told.root, entry)) {
         found.decision = *held;
     }
     return found;

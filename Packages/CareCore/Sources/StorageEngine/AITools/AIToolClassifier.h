@@ -118,6 +118,21 @@ class AIToolClassifier {
     [[nodiscard]] static CleanupCandidate candidate(FileObservation observation,
                                                     const Eligible& by);
 
+    /// What the names on the way to an entry alone lead to.
+    struct ByNames {
+        /// None where a rule has to recognise the entry.
+        std::optional<AIToolDecision> decision = std::nullopt;
+        const AIToolRecognizer* recognizer = nullptr; ///< null for none
+        /// Of the components those below the root or store; empty outside.
+        std::span<const std::string> below = {};
+        const AIToolCandidateRoot* root = nullptr; ///< null outside and in a store
+    };
+    /// The components, which lead from the home or store to the entry, and the layout outlive it.
+    [[nodiscard]] static ByNames byNames(const AIToolLayout& layout,
+                                         const AIToolLocation::Place& place,
+                                         std::span<const std::string> components,
+                                         const AIToolVersionState* versions);
+
     /// What the name of an entry at the top of a home says, unless it is a candidate root.
     [[nodiscard]] static AIToolDecision decisionOfTopLevel(const AIToolLayout& layout,
                                                            std::string_view name);
@@ -148,14 +163,21 @@ class AIToolClassifier {
         /// Of all entries; none for the children of a home, a root or a store.
         std::optional<AIToolDecision> decision = std::nullopt;
     };
-    [[nodiscard]] static Names namesOf(const AIToolLayout& layout, const AIToolLocation& entry,
+    [[nodiscard]] static Names namesOf(const AIToolLayout& layout,
+                                       const AIToolLocation::Place& place,
+                                       std::span<const std::string> components,
                                        const AIToolVersionState* versions);
     [[nodiscard]] static std::optional<AIToolDecision>
     decisionOfChild(const Names& names, const std::string& child,
                     const AIToolVersionState* versions);
     [[nodiscard]] static std::optional<AIToolDecision>
-    decisionOfNames(const AIToolLayout& layout, const AIToolLocation& entry, const Names& above,
-                    const AIToolVersionState* versions);
+    decisionOfNames(const AIToolLayout& layout, std::span<const std::string> components,
+                    const Names& above, const AIToolVersionState* versions);
+
+    [[nodiscard]] static ByNames byNames(const AIToolLayout& layout,
+                                         const AIToolLocation::Place& place,
+                                         std::span<const std::string> components,
+                                         const AIToolVersionState* versions, LastFolder* last);
 
     [[nodiscard]] std::optional<AIToolDecision> hold(const FileObservation& observation,
                                                      const AIToolLocation& at,
@@ -168,7 +190,9 @@ class AIToolClassifier {
 class AIToolClassifier::LastFolder {
     friend class AIToolClassifier;
 
-    [[nodiscard]] const Names& namesOf(const AIToolLayout& layout, const AIToolLocation& entry,
+    [[nodiscard]] const Names& namesOf(const AIToolLayout& layout,
+                                       const AIToolLocation::Place& place,
+                                       std::span<const std::string> components,
                                        const AIToolVersionState* versions);
 
     const AIToolLayout* layout_ = nullptr;
