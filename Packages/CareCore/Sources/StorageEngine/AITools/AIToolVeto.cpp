@@ -2,9 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
+#include <cstring>
 #include <functional>
 #include <memory>
+
+#if defined(__x86_64__)
+#include <emmintrin.h>
+#endif
 
 #include "Base/UnicodeText.h"
 #include "Platform/Files/FileContents.h"
@@ -145,9 +151,13 @@ bool isCompressedStream(std::string_view bytes) {
 }
 
 bool hasPrivateKey(std::string_view bytes) {
-    const std::size_t begin = bytes.find("-----BEGIN ");
-    return begin != bytes.npos &&
-           bytes.substr(begin).find("PRIVATE KEY") != bytes.npos; // of any kind
+    constexpr std::size_t maxBefore = 32; // "-----BEGIN ", and of which kind
+    for (std::size_t at = bytes.find("PRIVATE KEY"); at != bytes.npos;
+         at = bytes.find("PRIVATE KEY", at + 1)) {
+        const std::size_t from = at - std::min(at, maxBefore);
+        if (bytes.substr(from, at - from).contains("-----BEGIN ")) return true;
+    }
+    return false;
 }
 
 /// Text of two or four bytes a character: its zeros gone, so that what is plain in it is plain.
@@ -207,63 +217,155 @@ bool isOfCredentials(std::string_view letters) {
            std::ranges::any_of(words, [&](auto word) { return letters.contains(word); });
 }
 
+/// Whether the letters of a word for conversations or credentials are all in the key. Few other
+/// keys have them.
+bool mayTell(std::string_view key) {
+    constexpr auto setOf = [](std::string_view letters) {
+        std::uint32_t set = 0;
+        for (const char letter : letters) set |= 1U << (letter & 31);
+        return set;
+    };
+    constexpr std::array sets{setOf("role"),       setOf("messages"), setOf("prompt"),
+                              setOf("auth"),       setOf("chat"),     setOf("conversation"),
+                              setOf("credential"), setOf("histor"),   setOf("memor"),
+                              setOf("passwd"),     setOf("password"), setOf("passphrase"),
+                              setOf("session"),    setOf("secret"),   setOf("token"),
+                              setOf("transcript"), setOf("key")};
+    std::uint32_t inKey = 0;
+    for (const char byte : key) {
+        if (byte == '\\') return true; // any letter
+        inKey |= 1U << (byte & 31);    // more than letters, never less
+    }
+    return std::ranges::any_of(sets, [&](std::uint32_t set) { return (set & ~inKey) == 0; });
+}
+
 bool isTellingKey(std::string_view key) {
+    if (!mayTell(key)) return false;
     const std::string letters = lettersOf(key);
     return letters.ends_with("role") || letters.contains("messages") ||
            letters.contains("prompt") || holdsTelling(letters) || isOfCredentials(letters);
 }
+
+constexpr std::size_t blockSize = 64;
+
+constexpr bool mayEndKey(char byte) {
+    return byte == '"' || byte == '\'' || static_cast<unsigned char>(byte) <= ' ';
+}
+
+/// Of the bytes behind `block[0]`, a bit for each colon behind what may end a key. Nearly all bytes
+/// of a file are passed over here.
+std::uint64_t keyColons(const char* block) {
+    std::uint64_t found = 0;
+#if defined(__x86_64__)
+    constexpr std::size_t step = sizeof(__m128i);
+    const auto bytesAt = [](const char* at) {
+        __m128i bytes;
+        std::memcpy(&bytes, at, step);
+        return bytes;
+    };
+    for (std::size_t i = 0; i < blockSize; i += step) {
+        const __m128i before = bytesAt(block + i);
+        const __m128i isBlankOrLess =
+            _mm_cmpeq_epi8(_mm_min_epu8(before, _mm_set1_epi8(' ')), before);
+        const __m128i isQuote = _mm_or_si128(_mm_cmpeq_epi8(before, _mm_set1_epi8('"')),
+                                             _mm_cmpeq_epi8(before, _mm_set1_epi8('\'')));
+        const __m128i isColon = _mm_cmpeq_epi8(bytesAt(block + i + 1), _mm_set1_epi8(':'));
+        const auto bits = static_cast<std::uint32_t>(
+            _mm_movemask_epi8(_mm_and_si128(isColon, _mm_or_si128(isQuote, isBlankOrLess))));
+        found |= static_cast<std::uint64_t>(bits) << i;
+    }
+#else
+    for (std::size_t i = 0; i < blockSize; ++i) {
+        const bool isFound = block[i + 1] == ':' && mayEndKey(block[i]);
+        found |= static_cast<std::uint64_t>(isFound) << i;
+    }
+#endif
+    return found;
+}
+
+/// The key that ends before a colon; empty for none.
+std::string_view keyBefore(std::string_view text) {
+    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    if (text.size() < 2) return {};
+    const char quote = text.back();
+    if (quote != '"' && quote != '\'') return {};
+    text.remove_suffix(1);
+    std::size_t begin = text.size();
+    while (begin > 0 && text[begin - 1] != quote) --begin;
+    if (begin == 0) return {};
+    text.remove_prefix(begin);
+    while (text.ends_with('\\')) text.remove_suffix(1);
+    return text;
+}
+
+/// Some of the keys that mean nothing. Documents repeat their keys.
+class KnownKeys {
+  public:
+    [[nodiscard]] bool contains(std::string_view key) { return placeOf(key) == key; }
+    void add(std::string_view key) { placeOf(key) = key; }
+
+  private:
+    std::string_view& placeOf(std::string_view key) {
+        const auto first = static_cast<unsigned char>(key.front());
+        const auto last = static_cast<unsigned char>(key.back());
+        return keys_[(first * 7U + last * 3U + key.size()) % keys_.size()];
+    }
+
+    std::array<std::string_view, 64> keys_{};
+};
 
 /// Calls `isFound` with each key and with what follows its colon, until one is found. It looks for
 /// keys wherever they stand: in a document that is cut off, in one of many lines, behind the date
 /// of a log, in a text of another document. Reads each byte a bounded number of times.
 template <class IsFound>
 bool findKey(std::string_view text, const IsFound& isFound) {
-    for (std::size_t colon = text.find(':'); colon != text.npos;
-         colon = text.find(':', colon + 1)) {
-        std::size_t end = colon;
-        while (end > 0 && isBlank(text[end - 1])) --end;
-        if (end < 2) continue;
-        const char quote = text[end - 1];
-        if (quote != '"' && quote != '\'') continue;
-        std::size_t last = end - 1;
-        std::size_t begin = last;
-        while (begin > 0 && text[begin - 1] != quote) --begin;
-        if (begin == 0) continue;
-        while (last > begin && text[last - 1] == '\\') --last;
-        if (last > begin && isFound(text.substr(begin, last - begin), text.substr(colon + 1))) {
-            return true;
+    const auto isFoundAt = [&](std::size_t colon) {
+        const std::string_view key = keyBefore(text.substr(0, colon));
+        return !key.empty() && isFound(key, text.substr(colon + 1));
+    };
+    std::size_t at = 0;
+    for (; at + blockSize < text.size(); at += blockSize) {
+        for (std::uint64_t left = keyColons(text.data() + at); left != 0; left &= left - 1) {
+            if (isFoundAt(at + static_cast<std::size_t>(std::countr_zero(left)) + 1)) return true;
         }
+    }
+    for (std::size_t i = at + 1; i < text.size(); ++i) {
+        if (text[i] == ':' && mayEndKey(text[i - 1]) && isFoundAt(i)) return true;
     }
     return false;
 }
 
 bool hasTellingKey(std::string_view text) {
-    // Documents repeat their keys.
-    std::array<std::string_view, 64> known{};
+    KnownKeys known;
     return findKey(text, [&](std::string_view key, std::string_view /*value*/) {
-        const auto first = static_cast<unsigned char>(key.front());
-        const auto last = static_cast<unsigned char>(key.back());
-        std::string_view& same = known[(first * 7U + last * 3U + key.size()) % known.size()];
-        if (same == key) return false;
-        same = key;
-        return isTellingKey(key);
+        if (known.contains(key)) return false;
+        if (isTellingKey(key)) return true;
+        known.add(key);
+        return false;
     });
 }
 
 /// What even a document with such keys by nature does not hold: somebody's words, or a secret.
 bool hasTellingValue(std::string_view text) {
-    return findKey(text, [](std::string_view key, std::string_view after) {
-        constexpr auto speakers = std::to_array<std::string_view>(
-            {"user", "assistant", "system", "developer", "human", "model", "tool"});
-        constexpr std::size_t minSecret = 16;
-        constexpr std::size_t maxValue = 64;
+    constexpr auto speakers = std::to_array<std::string_view>(
+        {"user", "assistant", "system", "developer", "human", "model", "tool"});
+    constexpr std::size_t minSecret = 16;
+    constexpr std::size_t maxValue = 64;
+    KnownKeys known;
+    return findKey(text, [&](std::string_view key, std::string_view after) {
+        if (known.contains(key)) return false;
+        const std::string letters = mayTell(key) ? lettersOf(key) : std::string();
+        const bool isRole = letters.ends_with("role");
+        if (!isRole && !isOfCredentials(letters)) {
+            known.add(key);
+            return false;
+        }
         const std::size_t begin = after.find_first_not_of(" \t\r\n\\");
         if (begin == after.npos || (after[begin] != '"' && after[begin] != '\'')) return false;
         const std::string_view value = after.substr(begin + 1, maxValue);
         const std::string_view whole = value.substr(0, value.find_first_of("\"'\\"));
-        const std::string letters = lettersOf(key);
-        if (letters.ends_with("role")) return isAmongTexts(speakers, lettersOf(whole));
-        return whole.size() >= minSecret && !whole.contains(' ') && isOfCredentials(letters);
+        if (isRole) return isAmongTexts(speakers, lettersOf(whole));
+        return whole.size() >= minSecret && !whole.contains(' ');
     });
 }
 
@@ -288,7 +390,8 @@ bool isSettingsWithSecrets(std::string_view text) {
         const auto length =
             static_cast<std::size_t>(std::ranges::find_if_not(line, isOfName) - line.begin());
         const std::size_t sign = line.find_first_not_of(' ', length);
-        if (length == 0 || sign == line.npos || (line[sign] != '=' && line[sign] != ':')) {
+        const bool isName = length > 0 && (line[0] < '0' || line[0] > '9'); // no date of a log
+        if (!isName || sign == line.npos || (line[sign] != '=' && line[sign] != ':')) {
             return text.empty() && isFound; // the last line may be cut off
         }
         isFound |= isOfCredentials(lettersOf(line.substr(0, length)));
