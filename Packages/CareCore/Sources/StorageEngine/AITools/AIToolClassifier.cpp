@@ -109,32 +109,33 @@ struct Territory {
 };
 
 /// None where nothing may ever be cleaned.
-std::optional<Territory> territoryOf(const AIToolLayout& layout, const AIToolLocation& at) {
-    if (at.place.storeIndex) {
-        const AIToolExternalStore& store = layout.externalStores[*at.place.storeIndex];
+std::optional<Territory> territoryOf(const AIToolLayout& layout, const AIToolLocation::Place& place,
+                                     Components components) {
+    if (place.storeIndex) {
+        const AIToolExternalStore& store = layout.externalStores[*place.storeIndex];
         return Territory{.recognizers = store.recognizers,
                          .protectedChildPatterns = store.protectedChildPatterns,
                          .protectedDecision = store.protectedDecision,
                          .hasVersions = store.kind.launcherRelativePath.has_value(),
-                         .below = at.components};
+                         .below = components};
     }
-    const AIToolCandidateRoot* root = layout.rootOf(at.components);
+    const AIToolCandidateRoot* root = layout.rootOf(components);
     if (root == nullptr) return std::nullopt;
     const auto depth = static_cast<std::size_t>(1 + std::ranges::count(root->relativePath, '/'));
     return Territory{.root = root,
                      .recognizers = root->recognizers,
                      .protectedChildPatterns = root->protectedChildPatterns,
                      .hasVersions = root->buildFolders || root->currentLink,
-                     .below = Components(at.components).subspan(depth)};
+                     .below = components.subspan(depth)};
 }
 
 /// The decision that an entry's names alone lead to; none when a rule has to recognise it.
-std::optional<AIToolDecision> decisionOfNames(const AIToolLayout& layout, const AIToolLocation& at,
+std::optional<AIToolDecision> decisionOfNames(const AIToolLayout& layout, Components components,
                                               const std::optional<Territory>& territory,
                                               const AIToolVersionState* versions) {
     if (!territory) {
-        if (at.components.empty()) return outsideAllowlist; // the home itself
-        return decisionOfTopLevel(layout, at.components.front());
+        if (components.empty()) return outsideAllowlist; // the home itself
+        return decisionOfTopLevel(layout, components.front());
     }
     // What lies in a folder that is named like a database or a lock belongs to it.
     std::optional<AIToolDecision> found;
@@ -219,8 +220,9 @@ AIToolClassification AIToolClassifier::classify(const FileObservation& observati
     if (observation.kind == FileKind::other) return protectedBy(notARegularFile);
 
     const AIToolLayout& layout = options_.layouts[static_cast<std::size_t>(at.home.tool)];
-    const auto territory = territoryOf(layout, at);
-    if (const auto decision = decisionOfNames(layout, at, territory, entry.versionState)) {
+    const auto territory = territoryOf(layout, at.place, at.components);
+    if (const auto decision =
+            decisionOfNames(layout, at.components, territory, entry.versionState)) {
         return protectedBy(*decision);
     }
     const AIToolRecognizer* rule = recognizerOf(*territory);
@@ -258,6 +260,17 @@ AIToolClassification AIToolClassifier::classify(const FileObservation& observati
                                       .ruleID = rule->ruleID,
                                       .rootURL = root}}};
     return found;
+}
+
+AIToolClassifier::ByNames AIToolClassifier::byNames(const AIToolLayout& layout,
+                                                    const AIToolLocation::Place& place,
+                                                    std::span<const std::string> components,
+                                                    const AIToolVersionState* versions) {
+    const auto territory = territoryOf(layout, place, components);
+    const auto decision = decisionOfNames(layout, components, territory, versions);
+    return {.decision = decision,
+            .recognizer = territory && !decision ? recognizerOf(*territory) : nullptr,
+            .below = territory ? territory->below : Components()};
 }
 
 std::optional<Timestamp> AIToolClassifier::statusChangeDate(const FileURL& of) {

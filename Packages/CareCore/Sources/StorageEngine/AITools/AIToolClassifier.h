@@ -85,6 +85,20 @@ class AIToolClassifier {
     [[nodiscard]] AIToolClassification classify(const FileObservation& observation,
                                                 const AIToolLocation& at, const Entry& entry) const;
 
+    /// What the names on the way to an entry alone lead to.
+    struct ByNames {
+        /// None where a rule has to recognise the entry.
+        std::optional<AIToolDecision> decision;
+        const AIToolRecognizer* recognizer; ///< null for none
+        /// Of the components those below the root or store; empty outside.
+        std::span<const std::string> below;
+    };
+    /// The components, which lead from the home or store to the entry, and the layout outlive it.
+    [[nodiscard]] static ByNames byNames(const AIToolLayout& layout,
+                                         const AIToolLocation::Place& place,
+                                         std::span<const std::string> components,
+                                         const AIToolVersionState* versions);
+
     /// What the disk says of the item itself; none when it cannot be asked.
     [[nodiscard]] static std::optional<Timestamp> statusChangeDate(const FileURL& of);
     /// What the machine says, as it holds for a home. That the tool's own application runs is a
