@@ -1,6 +1,7 @@
 // Rates real files of a made home against all shipped rules on one core. Prints what one rating
 // takes when nothing is remembered, as right before a file is touched, and when folders are; and
-// how many allocations a protected verdict makes.
+// how many allocations a protected verdict makes. The first of two like passes knows of no tool,
+// the second one of homes of AI tools that are fenced.
 //
 //     RateObservations [FILES]
 
@@ -18,6 +19,7 @@
 
 #include "Base/Fault.h"
 #include "Platform/Files/FileMetadata.h"
+#include "StorageEngine/AITools/AIToolFence.h"
 #include "StorageEngine/Observation/FileObserver.h"
 #include "StorageEngine/Rules/BuiltInCleanupRules.h"
 #include "StorageEngine/Safety/DeterministicSafetyPolicy.h"
@@ -95,6 +97,11 @@ int main(int count, char** arguments) {
                                        .additionalProtectedRoots = {FileURL::folder("/backup")},
                                        .activelyGrowingPaths = {},
                                        .openByProcessPaths = open});
+    for (const char* tool : {".codex", ".claude", ".config/Code", ".config/Cursor", ".gemini"}) {
+        std::filesystem::create_directories(made.path + "/" + tool);
+    }
+    SafetyPolicyContext fenced = context;
+    fenced.setToolState(AIToolFence::find({.userHome = home}));
     const DeterministicSafetyPolicy policy(home);
     FolderResolver folders;
     DeterministicSafetyPolicy::LastFolder lastFolder;
@@ -102,14 +109,17 @@ int main(int count, char** arguments) {
         const char* name;
         FolderResolver* folders;
         bool isOfAnother; ///< the files are protected for their owner's sake
+        bool isFenced = false;
     };
     for (const Pass& pass : {Pass{"nothing remembered", nullptr, false},
+                             Pass{"nothing remembered, fenced", nullptr, false, true},
                              Pass{"folders resolved on the way", &folders, false},
                              Pass{"folders remembered", &folders, false},
+                             Pass{"folders remembered, fenced", &folders, false, true},
                              Pass{"protected by a check", nullptr, true}}) {
         const DeterministicSafetyPolicy::Question question{
             .rules = rules,
-            .context = context,
+            .context = pass.isFenced ? fenced : context,
             .now = now,
             .folders = pass.folders,
             .lastFolder = pass.folders == nullptr ? nullptr : &lastFolder};

@@ -10,6 +10,7 @@
 #include "Rooms/Duplicates/Search/ReaderThreads.h"
 #include "Rooms/Duplicates/Search/SampleLooks.h"
 #include "Rooms/Duplicates/Search/SearchProgress.h"
+#include "StorageEngine/AITools/AIToolFence.h"
 #include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
 
 namespace tidyro {
@@ -108,7 +109,11 @@ class DuplicateSearch {
 
     [[nodiscard]] std::shared_ptr<const SafetyPolicyContext> runtimeContext() const {
         if (settings_.context) return settings_.context();
-        return LocalRuntimeSafetyContextProvider(options_.home).freshContext();
+        const auto toolState = [home = options_.home] {
+            return AIToolFence::find(AIToolHomeDiscovery::ofThisPerson(home));
+        };
+        return LocalRuntimeSafetyContextProvider(options_.home, {.toolState = toolState})
+            .freshContext();
     }
 
     [[nodiscard]] DuplicateGrouping::Groups

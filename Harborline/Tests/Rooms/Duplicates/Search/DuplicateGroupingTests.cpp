@@ -82,6 +82,24 @@ TEST(DuplicateGrouping, HoldsCopiesThatMustStay) {
     }
 }
 
+TEST(DuplicateGrouping, HoldsCopiesThatToolsKeep) {
+    if (!testing::isProcMounted()) GTEST_SKIP() << "needs /proc";
+    const TemporaryFolder place;
+    for (const char* name :
+         {"home/.codex/sessions/a", "home/.codex/generated_images/a.png", "home/letters/a"}) {
+        place.file(name, "same");
+        place.times(name, 1'600'000'000, 1'600'000'000);
+    }
+    const auto report = DuplicateEngine().run(
+        {.roots = {FileURL::folder(place / "home")}, .home = FileURL::folder(place / "home")});
+    ASSERT_TRUE(report);
+    ASSERT_EQ(report->groups.size(), 1U);
+    for (const DuplicateCopy& copy : report->groups.front().copies) {
+        const bool isKept = copy.heldBecause == explanation(DiskItemRefusal::protectedPlace);
+        EXPECT_EQ(isKept, copy.path == place / "home/.codex/sessions/a") << copy.path;
+    }
+}
+
 /// What a search on a quiet machine says of each copy of a made home: its place, whether others may
 /// go because it stays ("!" if not) and whether it is held (the first words of the reason).
 class MadeHome {

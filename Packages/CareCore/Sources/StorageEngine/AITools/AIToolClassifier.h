@@ -118,6 +118,11 @@ class AIToolClassifier {
     [[nodiscard]] static CleanupCandidate candidate(FileObservation observation,
                                                     const Eligible& by);
 
+    /// Which check decides of an entry and what would have to change, in a sentence for people,
+    /// with the decision's own explanation where a name decides. Needs no audit: it asks again.
+    [[nodiscard]] std::string why(const FileObservation& observation, const AIToolLocation& at,
+                                  const Entry& entry) const;
+
     /// What the names on the way to an entry alone lead to.
     struct ByNames {
         /// None where a rule has to recognise the entry.

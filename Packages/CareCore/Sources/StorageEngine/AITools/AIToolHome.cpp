@@ -5,6 +5,7 @@
 
 #include "Base/PathText.h"
 #include "Platform/Files/FileMetadata.h"
+#include "Platform/Folders/WellKnownFolders.h"
 #include "Platform/Machine/OperatingSystem.h"
 #include "StorageEngine/Places/DesktopFolders.h"
 
@@ -101,6 +102,18 @@ std::vector<std::pair<std::size_t, FileURL>> AIToolHome::validExternalStores() c
             valid.emplace_back(i, std::move(root));
     }
     return valid;
+}
+
+AIToolHomeDiscovery AIToolHomeDiscovery::ofThisPerson(FileURL userHome) {
+    AIToolHomeDiscovery made{.userHome = std::move(userHome)};
+    made.bases = BaseFolders::find(made.userHome);
+    for (const AIToolLayout& layout : AIToolLayouts::all()) {
+        if (layout.environmentVariable.empty()) continue;
+        if (auto named = platform::folderNamedBy(layout.environmentVariable.c_str())) {
+            made.environment.emplace(layout.environmentVariable, *std::move(named));
+        }
+    }
+    return made;
 }
 
 bool AIToolHomeDiscovery::isAcceptableLocation(const FileURL& url) const {

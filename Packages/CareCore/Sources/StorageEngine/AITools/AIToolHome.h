@@ -130,6 +130,10 @@ struct AIToolHomeDiscovery {
     std::map<AIToolID, std::vector<FileURL>> customHomes = {};        ///< added by the person
     BaseFolders bases = {}; ///< where the person's environment moved settings and data to
 
+    /// Reads the environment of this process: which homes it names, and where it moved settings and
+    /// data to. A variable counts that names an absolute path.
+    [[nodiscard]] static AIToolHomeDiscovery ofThisPerson(FileURL userHome);
+
     /// One candidate for each place, in the order of the tools; accepted and rejected ones. A
     /// further conventional place is told of only when something is there.
     [[nodiscard]] std::vector<AIToolHomeCandidate> discover(std::span<const AIToolID> tools) const;

@@ -24,12 +24,18 @@ struct AIToolVeto {
     /// Bytes of a file that are looked at.
     static constexpr std::size_t bytesLookedAt = 65'536;
 
-    /// Whether one of the words of a component, in any case and composition, names conversations or
-    /// credentials. Words end between a letter and what is none, and where a capital follows a
-    /// small letter.
+    /// Whether one of the words of a component, in any case, composition and width, names
+    /// conversations or credentials, also as a part of a longer one ("sessionid", "oauth"). Words
+    /// end between a letter and what is none, and where a capital follows a small letter.
     [[nodiscard]] static bool hasTellingWord(std::string_view component);
-    /// Of a file's beginning.
+    /// Whether a file's beginning is a database, one compressed stream, a private key or a list of
+    /// settings with credentials, or has the keys that documents of conversations and credentials
+    /// have. It may be cut off anywhere, and be of one, two or four bytes a character.
     [[nodiscard]] static bool hasTellingContents(std::string_view beginning);
+    /// The same for a file that a rule recognised. Where the rule says that such keys are usual, it
+    /// takes somebody's words or a secret behind them.
+    [[nodiscard]] static bool hasTellingContentsDespite(const AIToolRecognizer& rule,
+                                                        std::string_view beginning);
 
     /// Why the file may not go by the rule; none when nothing speaks against it. `componentsBelow`
     /// leads from the rule's root to the file, which is `name` in the open folder. No link is

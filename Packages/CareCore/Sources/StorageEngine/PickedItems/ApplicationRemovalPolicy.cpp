@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Base/Fault.h"
+#include "Base/LoweredPath.h"
 #include "Base/PathText.h"
 #include "Platform/Processes/BundleIdentifier.h"
 #include "StorageEngine/PickedItems/DiskItemContents.h"
@@ -83,6 +84,12 @@ ApplicationRemovalPolicy::lookThrough(const Question& question) {
     const SafetyPolicyFacts& facts = options_.context->facts();
     if (options_.context->additionalProtectedRootIndex().contains(bundle.path())) {
         return std::unexpected(protectedPlace);
+    }
+    // Neither is there one in a folder of applications, nor such a folder in one.
+    const ToolStateFence* fence = options_.context->toolState();
+    if (fence != nullptr &&
+        (fence->isNear(LoweredPath(bundle.path()).text()) || fence->isBelow(bundle.path()))) {
+        return std::unexpected(holdsProtectedPlace);
     }
     DiskItemFolders folders{KeptFolders()};
     const DiskItemFolders::Folder folder = folders.at(bundle.parent().path());

@@ -114,7 +114,7 @@ class Walk {
             const LoweredPath lowered(entryName);
             signs.add(lowered.text(), seen->kind);
             if (const Verdict found = judge(*seen, name, entryName, lowered)) return found;
-            if (options_.isKept && options_.isKept(path::joined(path, entryName))) {
+            if (options_.isKept && options_.isKept(path::joined(path, entryName), seen->kind)) {
                 return holdsProtectedPlace;
             }
             if (const Verdict found = byBeginning(folder, entryName, *seen)) return found;

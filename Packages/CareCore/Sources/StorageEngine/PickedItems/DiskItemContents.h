@@ -32,8 +32,9 @@ struct DiskItemContents {
         std::uint32_t owner;                ///< user ID that every item has to have
         const KeptFolders& kept;
         std::string path = {}; ///< of the folder, for `isKept`
-        /// Whether what lies at a path below it is people's own. Nothing is, when nobody tells.
-        std::function<bool(const std::string& path)> isKept = nullptr;
+        /// Whether what lies at a path below it is people's own, or a tool keeps it for them.
+        /// Nothing is, when nobody tells.
+        std::function<bool(const std::string& path, platform::ItemKind kind)> isKept = nullptr;
         CancelToken cancel = {};
     };
     /// The latest moment at which the folder or anything in it was modified. It lies in the

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <initializer_list>
 #include <utility>
 
 #include "Base/PathText.h"
@@ -33,6 +34,14 @@ bool hasPath(const SafetyPolicyFacts::PathSet& paths, const std::string& path, b
     return first != paths.end() && first->starts_with(inside);
 }
 
+/// By its written path or by its real one.
+bool isHeldInEither(const ToolStateFence& fence, const std::string& written,
+                    const std::string& real, ItemKind kind) {
+    using enum ToolStateFence::Item;
+    const auto item = kind == ItemKind::folder ? folder : file;
+    return fence.reason(written, item) || (real != written && fence.reason(real, item));
+}
+
 } // namespace
 
 DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
@@ -59,6 +68,25 @@ DiskItemRemovalPolicy::DiskItemRemovalPolicy(Options options)
     for (const FileURL& root : context_->choosableRoots()) choosable.push_back(root.path());
     mountedTwice_ = RootPathIndex(choosable);
     folders_ = DiskItemFolders(places_->keptFolders(known));
+}
+
+/// Whether a tool's home or store may lie in the picked folder, or the folder in one.
+bool DiskItemRemovalPolicy::mayHoldToolState(const Look& look) const {
+    const ToolStateFence* fence = context_->toolState();
+    if (fence == nullptr) return false;
+    const std::string& path = look.question.item.path();
+    return std::ranges::any_of(
+        std::initializer_list<const std::string*>{&path, &look.real}, [&](const std::string* one) {
+            return fence->isNear(LoweredPath(*one).text()) || fence->isBelow(*one);
+        });
+}
+
+DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byToolState(const Look& look) const {
+    if (!mayHoldToolState(look)) return std::nullopt;
+    const std::string& path = look.question.item.path();
+    return isHeldInEither(*context_->toolState(), path, look.real, look.seen.kind)
+               ? Verdict(protectedPlace)
+               : std::nullopt;
 }
 
 /// A moment that is no finite number would compare as neither before nor after any other.
@@ -178,9 +206,18 @@ DiskItemRemovalPolicy::Verdict DiskItemRemovalPolicy::byTime(const Look& look) c
     const Question& question = look.question;
     auto latest = look.seen.modified;
     if (look.seen.kind == ItemKind::folder) {
-        std::function<bool(const std::string&)> isKept; // asked among caches: it takes a while
-        if (look.places.isAmongCaches(question.item.path())) {
-            isKept = [&](const std::string& path) { return look.places.isPeoples(path); };
+        // Both are asked only where they may find something: it takes a while.
+        const bool isAmongCaches = look.places.isAmongCaches(question.item.path());
+        const ToolStateFence* fence = mayHoldToolState(look) ? context_->toolState() : nullptr;
+        std::function<bool(const std::string&, ItemKind)> isKept;
+        if (isAmongCaches || fence != nullptr) {
+            isKept = [&, isAmongCaches, fence](const std::string& path, ItemKind kind) {
+                if (isAmongCaches && look.places.isPeoples(path)) return true;
+                return fence != nullptr &&
+                       isHeldInEither(*fence, path,
+                                      look.real + path.substr(look.question.item.path().size()),
+                                      kind);
+            };
         }
         const auto inside =
             DiskItemContents::lastModification({.parent = look.parent,
@@ -323,7 +360,8 @@ DiskItemRemovalPolicy::planEntry(const Question& question) {
     const bool isWrittenAsItIs = look.real == path && realHome_ == home_;
     look.realPlace = isWrittenAsItIs ? look.place : KnownPlaces::place(look.real, realHome_);
     look.isElsewhere = isElsewhere(look);
-    Verdict found = byOrigin(look, observation);
+    Verdict found = byToolState(look);
+    if (!found) found = byOrigin(look, observation);
     if (!found) found = byPermissions(look, observation);
     if (!found) found = bySurroundings(look);
     if (!found) found = byUse(look);

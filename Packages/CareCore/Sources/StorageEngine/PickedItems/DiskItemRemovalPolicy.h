@@ -100,6 +100,8 @@ class DiskItemRemovalPolicy {
 
     [[nodiscard]] static Verdict byMoments(const Question& question);
     [[nodiscard]] static Verdict byKind(const platform::FileMetadata& seen);
+    [[nodiscard]] Verdict byToolState(const Look& look) const;
+    [[nodiscard]] bool mayHoldToolState(const Look& look) const;
     [[nodiscard]] Verdict byOrigin(Look& look, const FileObservation& observation);
     [[nodiscard]] Verdict byPermissions(const Look& look, const FileObservation& observation) const;
     [[nodiscard]] Verdict bySurroundings(const Look& look);

@@ -186,12 +186,14 @@ DeterministicSafetyPolicy::mostSpecificMatchingRule(std::string_view path,
 
 void DeterministicSafetyPolicy::remember(LastFolder& last, std::string_view path,
                                          const LoweredPath& lowered,
-                                         std::span<const CleanupRule> rules) const {
+                                         const Question& question) const {
+    const std::span<const CleanupRule> rules = question.rules;
+    const ToolStateFence* toolState = question.context.toolState();
     const std::string_view folder = path::parent(path);
     const std::string_view loweredFolder = path::parent(lowered.text());
-    if (last.policy_ == this && last.rules_.data() == rules.data() &&
-        last.rules_.size() == rules.size() && last.path_ == folder &&
-        last.loweredPath_ == loweredFolder) {
+    if (last.policy_ == this && last.toolState_ == toolState &&
+        last.rules_.data() == rules.data() && last.rules_.size() == rules.size() &&
+        last.path_ == folder && last.loweredPath_ == loweredFolder) {
         return;
     }
     last.policy_ = this;
@@ -201,6 +203,8 @@ void DeterministicSafetyPolicy::remember(LastFolder& last, std::string_view path
     last.rule_ = mostSpecificMatchingRule(folder, rules);
     last.hasRootInIt_ = std::ranges::any_of(
         rules, [&](const CleanupRule& rule) { return path::parent(rule.rootPath()) == folder; });
+    last.toolState_ = toolState;
+    last.isNearToolState_ = toolState != nullptr && toolState->isNear(loweredFolder);
     last.isKeptByNamesOnly_ = kept_.isDecidedByNamesIn(loweredFolder);
 }
 
@@ -305,7 +309,14 @@ DeterministicSafetyPolicy::verdict(const FileObservation& observation,
     }
     const LastFolder* last = question.lastFolder;
     if (last != nullptr) {
-        remember(*question.lastFolder, observation.url.path(), lowered, question.rules);
+        remember(*question.lastFolder, observation.url.path(), lowered, question);
+    }
+    if (const ToolStateFence* fence = question.context.toolState();
+        fence != nullptr &&
+        (last != nullptr ? last->isNearToolState_ : fence->isNear(lowered.text()))) {
+        if (auto reason = fence->reason(observation.url.path(), ToolStateFence::Item::file)) {
+            return {category, protectedFor(EvidenceCode::protectedLocation, *std::move(reason))};
+        }
     }
     const CleanupRule* rule = last != nullptr && !last->hasRootInIt_
                                   ? last->rule_

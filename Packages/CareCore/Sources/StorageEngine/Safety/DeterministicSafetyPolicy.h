@@ -34,7 +34,7 @@ namespace tidyro {
 /// The same observation, rules, context and time always give the same verdict; no heuristic, model
 /// or network takes part. Every doubt ends in `protected`: an unknown owner or volume, a missing
 /// date, no rule, a rule that is not ours. Nothing here fails, and a protected verdict allocates
-/// nothing. Immutable: any thread may ask.
+/// nothing, but for what a tool keeps of a person's work. Immutable: any thread may ask.
 class DeterministicSafetyPolicy {
   public:
     explicit DeterministicSafetyPolicy(FileURL home);
@@ -54,6 +54,8 @@ class DeterministicSafetyPolicy {
         const CleanupRule* rule_ = nullptr; ///< of every file in the folder
         bool hasRootInIt_ = true;           ///< some files may have other rules
         bool isKeptByNamesOnly_ = false;
+        const ToolStateFence* toolState_ = nullptr;
+        bool isNearToolState_ = false;
     };
 
     struct Question {
@@ -133,7 +135,7 @@ class DeterministicSafetyPolicy {
                                   const Question& question) const;
     /// Brings the memory to the folder of this file.
     void remember(LastFolder& last, std::string_view path, const LoweredPath& lowered,
-                  std::span<const CleanupRule> rules) const;
+                  const Question& question) const;
     [[nodiscard]] Verdict byRule(const FileObservation& observation, const LoweredPath& lowered,
                                  const CleanupRule* rule, const Question& question,
                                  CleanupCategory category) const;

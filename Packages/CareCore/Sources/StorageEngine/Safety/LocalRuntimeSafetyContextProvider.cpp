@@ -169,7 +169,10 @@ std::string_view whatIsUnknown(MissingPiece piece) {
 }
 
 LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL home)
-    : LocalRuntimeSafetyContextProvider(std::move(home), runningSystem(), {}) {}
+    : LocalRuntimeSafetyContextProvider(std::move(home), Options{}) {}
+
+LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL home, Options options)
+    : LocalRuntimeSafetyContextProvider(std::move(home), runningSystem(), std::move(options)) {}
 
 LocalRuntimeSafetyContextProvider::LocalRuntimeSafetyContextProvider(FileURL home, Machine machine,
                                                                      Options options)
@@ -227,6 +230,7 @@ std::expected<SafetyPolicyContext, MissingPiece> LocalRuntimeSafetyContextProvid
                                  .openByProcessPaths = pathsInUse(*std::move(activity), home_)},
                                 std::move(choosable), hidden);
     context.setPrograms(programs);
+    if (options_.toolState) context.setToolState(options_.toolState());
     return context;
 }
 

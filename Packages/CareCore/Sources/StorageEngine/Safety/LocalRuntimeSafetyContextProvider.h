@@ -66,10 +66,13 @@ class LocalRuntimeSafetyContextProvider {
         /// is being drawn, far too short for anything that touches a file.
         double maxAge = 5;
         std::vector<FileURL> protectedRoots = {}; ///< further ones
+        /// Asked for each new context. Null for no tools.
+        std::function<std::shared_ptr<const ToolStateFence>()> toolState = nullptr;
     };
 
     /// Asks the running system.
     explicit LocalRuntimeSafetyContextProvider(FileURL home);
+    LocalRuntimeSafetyContextProvider(FileURL home, Options options);
     LocalRuntimeSafetyContextProvider(FileURL home, Machine machine, Options options);
 
     /// The last context. A new one when that has passed its age, or when the clock was set back.

@@ -61,6 +61,7 @@ SafetyPolicyContext SafetyPolicyContext::with(SafetyPolicyFacts facts) const {
     changed.areProcessesHidden_ = areProcessesHidden_;
     changed.hiddenApplicationFolders_ = hiddenApplicationFolders_;
     changed.ownVolume_ = ownVolume_;
+    changed.toolState_ = toolState_;
     return changed;
 }
 

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Base/FileURL.h"
@@ -13,6 +15,7 @@
 #include "Base/SharedText.h"
 #include "Base/StringTable.h"
 #include "StorageEngine/Places/RootPathIndex.h"
+#include "StorageEngine/Safety/ToolStateFence.h"
 
 namespace tidyro {
 
@@ -66,6 +69,12 @@ class SafetyPolicyContext {
     /// paths of those folders. JSON does not hold them.
     using Programs = StringMap<std::string>;
     void setPrograms(const Programs& programs);
+    /// What tools keep of a person's work, which nothing but their own rules may reach. Null for
+    /// nothing. JSON does not hold it.
+    void setToolState(std::shared_ptr<const ToolStateFence> fence) {
+        toolState_ = std::move(fence);
+    }
+    [[nodiscard]] const ToolStateFence* toolState() const { return toolState_.get(); }
     /// The same with other facts.
     [[nodiscard]] SafetyPolicyContext with(SafetyPolicyFacts facts) const;
 
@@ -105,6 +114,7 @@ class SafetyPolicyContext {
     bool areProcessesHidden_;
     RootPathIndex hiddenApplicationFolders_;
     std::optional<std::string> ownVolume_;
+    std::shared_ptr<const ToolStateFence> toolState_;
 };
 
 /// The keys are those of the facts. JSON is Unicode, and names of files need not be: a path that is

@@ -41,6 +41,8 @@ struct Rated {
     bool isInRepository = false;
     std::size_t store = 0;
 
+    mutable std::string why{};
+
     [[nodiscard]] const AIToolLayout& layout() const { return AIToolLayouts::layout(tool, system); }
     /// "store:" stands for one of the tool's external stores.
     [[nodiscard]] AIToolClassification of(std::string_view name) const {
@@ -84,6 +86,7 @@ struct Rated {
                                            .layouts = AIToolLayouts::all(system)});
         AIToolClassifier::Entry asked = entry;
         asked.statusChangeDate = now.adding(-changeAge);
+        why = classifier.why(observation, at, asked);
         return classifier.classify(observation, at, asked);
     }
     [[nodiscard]] std::string_view decision(std::string_view name) const {
@@ -376,6 +379,54 @@ TEST(AIToolClassifier, SaysWhoseRuleItIs) {
     EXPECT_FALSE(AIToolDatabaseNames::isDatabaseOrSidecar("db") ||
                  AIToolDatabaseNames::isDatabaseOrSidecar("a.dbx"));
     EXPECT_EQ(AIToolAgePolicy::effectiveMinimumAge(CleanupAgeFloor::sixMonths), 15'724'800);
+}
+
+TEST(AIToolClassifier, SaysWhyAndWhatWouldHaveToChange) {
+    const auto why = [](const Rated& rated, std::string_view name) {
+        (void)rated.of(name);
+        return rated.why;
+    };
+    const char* tools = "cache/codex_apps_tools/a.json";
+    Rated rated{.tool = AIToolID::codex};
+    EXPECT_EQ(why(rated, tools), "Codex's rule \"Codex app tool listings\" recognises this, and "
+                                 "nothing speaks against it, so it may go.");
+    rated.changeAge = 3 * 3'600 + 59;
+    EXPECT_EQ(why(rated, tools),
+              "Codex's rule \"Codex app tool listings\" recognises this, but it changed 3 hours "
+              "ago; it may go once it is older than 24 hours.");
+    rated.changeAge = 30 * day;
+    rated.minimumAge = 90 * day;
+    EXPECT_TRUE(why(rated, tools)
+                    .ends_with("30 days ago; it may go once it is older than 90 "
+                               "days."));
+    rated.age = -5;
+    EXPECT_TRUE(why(rated, tools).contains("nobody knows its age"));
+    rated = {.tool = AIToolID::codex, .linkCount = 2};
+    EXPECT_TRUE(why(rated, tools).contains("other names lead to the same data"));
+    rated = {.tool = AIToolID::codex, .owner = 7};
+    EXPECT_TRUE(why(rated, tools).contains("general safety rules"));
+    EXPECT_TRUE(why(Rated{.tool = AIToolID::vsCode, .isAppRunning = true}, "Cache/Cache_Data/f_0")
+                    .ends_with("but VS Code is running; it may go once VS Code has quit."));
+
+    // Where a name decides, the decision's own words stand in it.
+    rated = {.tool = AIToolID::codex};
+    const auto says = [&](std::string_view name, std::string_view begin, AIToolDecision decision) {
+        const std::string told = why(rated, name);
+        return told.starts_with(begin) && told.ends_with(explanation(decision));
+    };
+    EXPECT_TRUE(says("sessions/1/a.jsonl", "\"sessions\" decides for all",
+                     AIToolDecision::namedProtectedState));
+    EXPECT_TRUE(says("cache/codex_apps_tools/a\n.db/b", "\"a\\n.db\"", AIToolDecision::database));
+    EXPECT_TRUE(says("cache/codex_apps_tools/a.txt",
+                     "None of Codex's rules for this folder "
+                     "recognises \"a.txt\"",
+                     AIToolDecision::unrecognizedInsideAllowedRoot));
+    EXPECT_TRUE(says("unheard-of/x", "\"unheard-of\"", AIToolDecision::outsideAllowlist));
+    EXPECT_TRUE(says("store:codex-primary-runtime/x", "\"codex-primary-runtime\" may go once",
+                     AIToolDecision::currentRuntime));
+    EXPECT_EQ(why(rated, ""), "This is the home of Codex itself, which never goes as a whole.");
+    rated.entry.isSymbolicLink = true;
+    EXPECT_EQ(why(rated, tools), explanation(AIToolDecision::symbolicLink));
 }
 
 } // namespace

@@ -2,11 +2,16 @@
 
 #include <array>
 #include <cerrno>
+#include <initializer_list>
 #include <limits>
+#include <memory>
 #include <set>
+#include <utility>
 
 #include <gtest/gtest.h>
 
+#include "Base/PathText.h"
+#include "Base/UnicodeText.h"
 #include "StorageEngine/PickedItems/PickedItemsBench.h"
 #include "StorageEngine/PickedItems/RemovalConsequence.h"
 #include "StorageEngine/Safety/LocalRuntimeSafetyContextProvider.h"
@@ -39,7 +44,7 @@ constexpr std::array<Case, 131> cases{{
     {"home/project/copy.txt", file, ""},
     {"home/apps/Thing.app", folder, ""},
     {"home/Dropbox Notes/file", file, ""},
-    {"home/box/../files/plain", nothing, ""},
+    {"home/desk/../files/plain", nothing, ""},
     {"home/sync.sh", file, ""},
     {"home/Box-2", folder, ""},
     {"home/.Trash-old", folder, ""},
@@ -209,7 +214,7 @@ void makeCases(const TemporaryFolder& place) {
     }
     place.file("elsewhere/file");
     place.file("elsewhere/data.db");
-    place.file("home/box/file");
+    place.file("home/desk/file");
     place.file("home/project/.git/config");
     place.file("home/holds store/x/Local Storage/plain");
     place.file("home/phones/MobileSync/Backup/1/file");
@@ -521,6 +526,48 @@ TEST(DiskItemRemovalPolicy, WaitsUntilAnItemHasBeenQuietAndIsWhatWasMeasured) {
         if (built) question.built = Timestamp::since1970(written + *built);
         const auto entry = policy.planEntry(question);
         EXPECT_EQ(entry ? "" : rawValue(entry.error()), expected) << item << " " << at;
+    }
+}
+
+/// Holds all that is called "state".
+struct FenceAroundTool final : ToolStateFence {
+    std::string tool;
+    explicit FenceAroundTool(std::string path) : tool(std::move(path)) {}
+    [[nodiscard]] bool isNear(std::string_view lowered) const override {
+        return path::isInsideOrEqual(lowered, lowercased(tool));
+    }
+    [[nodiscard]] bool isBelow(std::string_view folder) const override {
+        return path::isInsideOrEqual(tool, folder);
+    }
+    [[nodiscard]] std::optional<SharedText> reason(std::string_view path,
+                                                   Item item) const override {
+        const bool isHeld = path::isInsideOrEqual(path, tool) &&
+                            path::lastComponent(path) == "state" && item == Item::file;
+        return isHeld ? std::optional<SharedText>("It stays.") : std::nullopt;
+    }
+};
+
+TEST(DiskItemRemovalPolicy, LeavesWhatToolsKeepAndWhatHoldsIt) {
+    const PickedItemsBench bench;
+    for (const char* name : {"tool/a/state", "tool/a/other", "tool/b/state/file", "beside/state"}) {
+        bench.place.file("home/desk/" + std::string(name));
+    }
+    bench.place.link("home/toDesk", "desk");
+    SafetyPolicyContext context(bench.facts);
+    context.setToolState(std::make_shared<FenceAroundTool>(bench.place / "home/desk/tool"));
+    DiskItemRemovalPolicy policy({.home = bench.home(),
+                                  .context = std::make_shared<const SafetyPolicyContext>(context),
+                                  .volumes = bench.volumes});
+    for (const auto& [item, expected] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"home/desk/tool/a/state", "protectedPlace"},
+             {"home/toDesk/tool/a/state", "protectedPlace"},
+             {"home/desk/tool/a/other", ""},
+             {"home/desk/tool/a", "holdsProtectedPlace"},
+             {"home/desk", "holdsProtectedPlace"},
+             {"home/toDesk/tool", "holdsProtectedPlace"},
+             {"home/desk/tool/b", ""}, // a folder of that name
+             {"home/desk/beside", ""}}) {
+        EXPECT_EQ(told(policy, bench.at(item)), expected) << item;
     }
 }
 

@@ -14,6 +14,7 @@
 #include "Platform/Files/FileMetadata.h"
 #include "Platform/Folders/WellKnownFolders.h"
 #include "Platform/Machine/RandomUUID.h"
+#include "StorageEngine/AITools/AIToolFence.h"
 #include "StorageEngine/Cleanup/Planning/CleanupSheetMaker.h"
 #include "StorageEngine/PickedItems/ApplicationRemovalPolicy.h"
 #include "StorageEngine/PickedItems/DiskItemRemovalPolicy.h"
@@ -112,7 +113,9 @@ struct CleanupSession::Body {
                                                        .processes = *machine.processes,
                                                        .applications = *machine.applications,
                                                        .clock = machine.clock},
-            LocalRuntimeSafetyContextProvider::Options{});
+            LocalRuntimeSafetyContextProvider::Options{.toolState = [home = options.home] {
+                return AIToolFence::find(AIToolHomeDiscovery::ofThisPerson(home));
+            }});
         FileCleanupIntentJournal::Options journalOptions;
         journalOptions.flushChanges = [this] { return flushes->flush(); };
         journalOptions.gate = machine.gate;

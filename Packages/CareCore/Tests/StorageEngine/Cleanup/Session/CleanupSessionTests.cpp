@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "Platform/Machine/OperatingSystem.h"
 #include "Platform/Machine/RandomUUID.h"
 #include "Platform/Testing/FakeRunningApplications.h"
 #include "Platform/Testing/FakeRunningProcesses.h"
@@ -242,6 +243,56 @@ TEST(CleanupSession, RefusesAPickInsideAnother) {
     EXPECT_EQ(picked.refused[1].reason,
               "It lies in " + home.place / "opened/folder" +
                   ", which was picked as well, so it goes with that folder.");
+}
+
+TEST(CleanupSession, ReachesNothingThatToolsKeep) {
+    Home home;
+    home.place.folder("home/stuff/mine/sessions");
+    home.place.file("home/stuff/mine/sessions/a.jsonl", "equal");
+    home.place.link("home/.codex", "stuff/mine"); // rejected as a link, and fenced all the same
+    home.place.file("home/.claude/other/b", "equal");
+    home.place.file("home/.config/Code/GPUCache/data_1", "state");
+    home.place.file("home/.config/Code/Cache/Cache_Data/f_1_0", "cache");
+    home.place.file("home/.config/Code/Cache/Cache_Data/index", "index");
+    const auto session = home.session();
+    const auto found = session->suggest();
+    ASSERT_TRUE(found);
+    std::string suggested;
+    for (const CleanupCandidate& candidate : found->candidates()) {
+        const std::string& path = candidate.observation.url.path();
+        if (path.find("/Code/") == path.npos) continue;
+        suggested += std::string(candidate.observation.url.lastComponent()) + " ";
+    }
+    const bool isOnLinux = platform::operatingSystem() == OperatingSystem::linux_;
+    EXPECT_EQ(suggested, isOnLinux ? "f_1_0 " : ""); // where the home lies that was made
+
+    const auto kept = FileIdentity::observation(home.url("opened/kept"),
+                                                FileURL::folder(home.place / "home"), home.volumes);
+    ASSERT_TRUE(kept);
+    const KeptCopy copy{.url = kept->url, .fingerprint = FileFingerprint::fromObservation(*kept)};
+    const auto picked = session->planPicks(
+        {{.item = home.url("home/stuff"), .measuredBytes = 5}, // holds what the link leads to
+         {.item = home.url("home/stuff/mine/sessions"), .measuredBytes = 5},
+         {.item = home.url("home/.codex/sessions/a.jsonl"), .measuredBytes = 5, .keptCopy = copy},
+         {.item = home.url("home/.claude/other/b"), .measuredBytes = 5, .keptCopy = copy},
+         {.item = home.url("opened/extra"), .measuredBytes = 5, .keptCopy = copy},
+         {.item = home.url("opened/folder"), .measuredBytes = 5}});
+    ASSERT_TRUE(picked.prepared);
+    EXPECT_EQ(picked.refused.size(), 4U);
+    EXPECT_EQ(picked.prepared->plan.entries.size(), 2U);
+
+    // By the time of the run a home leads to one of them.
+    home.place.folder("opened/folder/sessions");
+    home.place.times("opened/folder/sessions", 0, 0);
+    home.place.times("opened/folder", 0, 0);
+    fs::remove(home.place / "home/.codex");
+    home.place.link("home/.codex", home.place / "opened/folder");
+    std::set<LocalItemID> reviewed;
+    for (const auto& entry : picked.prepared->plan.entries) reviewed.insert(entry.candidateID);
+    const auto receipt = session->carryOut(
+        *picked.prepared, CleanupSession::approve(*picked.prepared, reviewed, home.now));
+    ASSERT_TRUE(receipt) << receipt.error().description();
+    EXPECT_EQ(home.below("opened"), "file kept");
 }
 
 TEST(CleanupSession, TellsAndSettlesAnInterruptedCleanup) {
