@@ -287,7 +287,7 @@ class Attacked {
          .layouts = layouts_}};
 };
 
-/// 100,000 of them take about a minute.
+/// 100,000 of them take some seconds.
 std::size_t homesToAttack() {
     const char* wanted = std::getenv("TIDYRO_ATTACK_HOMES"); // NOLINT(concurrency-mt-unsafe)
     return wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : 2'000;
