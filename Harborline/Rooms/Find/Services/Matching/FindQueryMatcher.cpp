@@ -1,7 +1,10 @@
 #include "Rooms/Find/Services/Matching/FindQueryMatcher.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -9,6 +12,7 @@
 
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
 #include "Rooms/Find/Services/Matching/FindFolderSet.h"
+#include "Rooms/Find/Services/Matching/FindFolderWords.h"
 #include "Rooms/Find/Services/Matching/FindNameScan.h"
 #include "Rooms/Find/Services/Matching/FindTextScan.h"
 
@@ -19,29 +23,21 @@ namespace {
 using Kind = FindQueryNode::Kind;
 using Entry = FindIndexStorage::Entry;
 
-/// What names are ranked by: the first text that stands for itself, of alternatives each one's.
-void collectRanking(const FindQueryNode& node, std::vector<std::string_view>& texts) {
-    switch (node.kind) {
-    case Kind::text: {
-        const FindTextTerm& term = node.text;
-        const bool isPlain = term.mode != FindTextMode::glob && term.mode != FindTextMode::regex;
-        if (isPlain && !term.isInPath && !term.folded.empty()) texts.push_back(term.folded);
-        break;
-    }
-    case Kind::all:
-        for (std::size_t i = 0; i < node.children.size() && texts.empty(); ++i) {
-            collectRanking(node.children[i], texts);
-        }
-        break;
-    case Kind::any:
-        for (const FindQueryNode& child : node.children) {
-            std::vector<std::string_view> own;
-            collectRanking(child, own);
-            texts.insert(texts.end(), own.begin(), own.end());
-        }
-        break;
-    default: break;
-    }
+/// Whether a text stands for itself in names, so that names are ranked by it.
+bool isRankingText(const FindQueryNode& node) {
+    const FindTextTerm& term = node.text;
+    return node.kind == Kind::text && term.mode != FindTextMode::glob &&
+           term.mode != FindTextMode::regex && !term.isInPath && !term.folded.empty();
+}
+
+void collectRankingTexts(const FindQueryNode& node, std::vector<std::string_view>& texts) {
+    if (isRankingText(node)) texts.push_back(node.text.folded);
+    if (node.kind != Kind::all && node.kind != Kind::any) return;
+    for (const FindQueryNode& child : node.children) collectRankingTexts(child, texts);
+}
+
+bool mayBeInFolder(const FindQueryNode& node) {
+    return node.kind == Kind::text && node.text.mayBeInFolder;
 }
 
 bool hasExtension(std::string_view name, const std::vector<std::string>& extensions) {
@@ -56,7 +52,7 @@ bool hasExtension(std::string_view name, const std::vector<std::string>& extensi
 
 /// How much it costs to find out about an entry, from a look at one number to running an
 /// expression.
-enum class Cost : std::uint8_t { number, name, folders, path, expression };
+enum class Cost : std::uint8_t { number, name, words, folders, path, expression };
 
 Cost costOf(const FindQueryNode& node) {
     switch (node.kind) {
@@ -92,10 +88,8 @@ struct FindQueryMatcher::Body {
           cancel(std::move(token)),
           names(index, filter, cancel),
           texts(index, names, cancel) {
-        collectRanking(root, ranking);
-        std::ranges::sort(ranking);
-        const auto repeated = std::ranges::unique(ranking);
-        ranking.erase(repeated.begin(), repeated.end());
+        collectRankingTexts(root, ranking);
+        collectFolderWords(root);
     }
 
     const FindIndexStorage& storage;
@@ -103,7 +97,15 @@ struct FindQueryMatcher::Body {
     CancelToken cancel;
     FindNameScan names;
     FindTextScan texts;
-    std::vector<std::string_view> ranking;
+    std::vector<std::string_view> ranking; ///< all texts that names are ranked by
+    std::map<const FindQueryNode*, FindFolderWords> folderWords;
+
+    void collectFolderWords(const FindQueryNode& node) {
+        if (std::ranges::any_of(node.children, mayBeInFolder)) {
+            folderWords.try_emplace(&node, storage, names, node);
+        }
+        for (const FindQueryNode& child : node.children) collectFolderWords(child);
+    }
 
     void keepMatching(FindEntrySet& among, const FindQueryNode& node) {
         if (cancel.stop_requested()) return;
@@ -139,13 +141,20 @@ struct FindQueryMatcher::Body {
     void keepAll(FindEntrySet& among, const FindQueryNode& node) {
         std::vector<std::pair<Cost, std::size_t>> order;
         order.reserve(node.children.size());
+        const std::size_t words = node.children.size(); // those that may be in folders, together
         for (std::size_t i = 0; i < node.children.size(); ++i) {
-            order.emplace_back(costOf(node.children[i]), i);
+            if (!mayBeInFolder(node.children[i])) order.emplace_back(costOf(node.children[i]), i);
         }
+        const auto inFolders = folderWords.find(&node);
+        if (inFolders != folderWords.end()) order.emplace_back(Cost::words, words);
         std::ranges::sort(order);
         for (const auto& [cost, place] : order) {
             if (among.isEmpty()) return;
-            keepMatching(among, node.children[place]);
+            if (place == words) {
+                inFolders->second.keepMatching(among);
+            } else {
+                keepMatching(among, node.children[place]);
+            }
         }
     }
 
@@ -185,6 +194,27 @@ struct FindQueryMatcher::Body {
             [&](Entry entry) { return hasExtension(storage.foldedName(entry), node.names); });
     }
 
+    /// Nothing for a node that names are not ranked by.
+    [[nodiscard]] std::optional<FindFit> fit(const FindQueryNode& node, Entry entry) {
+        if (node.kind == Kind::text) {
+            if (!isRankingText(node)) return std::nullopt;
+            return FindFit{.rank = nameRank(storage, entry, node.text.folded)};
+        }
+        if (node.kind != Kind::all && node.kind != Kind::any) return std::nullopt;
+        const auto words = folderWords.find(&node);
+        const auto use =
+            words == folderWords.end() ? FindFolderUse::none : words->second.use(entry);
+        const bool isFirstEnough = node.kind == Kind::all && use == FindFolderUse::none;
+        std::optional<FindFit> best;
+        for (const FindQueryNode& child : node.children) {
+            const std::optional<FindFit> one = fit(child, entry);
+            if (one && (!best || one->isBetter(*best))) best = one;
+            if (best && isFirstEnough) break;
+        }
+        if (best) best->folders = std::max(best->folders, use);
+        return best;
+    }
+
     [[nodiscard]] bool isEmpty(Entry entry) const {
         if (!storage.is(entry, findflag::folder)) return storage.size(entry) == 0;
         if (storage.is(entry, findflag::unread)) return false;
@@ -214,20 +244,19 @@ FindEntrySet FindQueryMatcher::matches(FindEntrySet among) const {
     return among;
 }
 
-FindNameRank FindQueryMatcher::bestPossibleRank(std::uint32_t entry) const {
-    if (body_->ranking.empty()) return FindNameRank::anywhere;
+FindFit FindQueryMatcher::fit(std::uint32_t entry) const {
+    return body_->fit(body_->root, entry).value_or(FindFit());
+}
+
+FindFit FindQueryMatcher::bestPossibleFit(std::uint32_t entry) const {
+    if (body_->ranking.empty()) return {};
     const std::string_view name = body_->storage.foldedName(entry);
     const bool mayBegin = std::ranges::any_of(
         body_->ranking, [name](std::string_view text) { return name.starts_with(text); });
-    return mayBegin ? FindNameRank::wholeName : FindNameRank::word;
-}
-
-FindNameRank FindQueryMatcher::rank(std::uint32_t entry) const {
-    auto best = FindNameRank::anywhere;
-    for (const std::string_view text : body_->ranking) {
-        best = std::min(best, nameRank(body_->storage, entry, text));
-    }
-    return best;
+    const auto words = body_->folderWords.find(&body_->root);
+    return {.rank = mayBegin ? FindNameRank::wholeName : FindNameRank::word,
+            .folders = words == body_->folderWords.end() ? FindFolderUse::none
+                                                         : words->second.bestPossibleUse(entry)};
 }
 
 } // namespace tidyro

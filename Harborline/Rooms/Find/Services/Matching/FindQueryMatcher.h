@@ -39,13 +39,13 @@ class FindQueryMatcher {
     /// `among`. The result means nothing once the search was cancelled.
     [[nodiscard]] FindEntrySet matches(FindEntrySet among) const;
 
-    /// How well the name of a matching entry fits what was typed. The first plain text of the query
-    /// counts: one that is looked for in names, is not denied, and is neither a glob nor a regular
-    /// expression. Of several alternatives each has its own first text, and the best rank counts.
-    /// `anywhere` when the query has no such text.
-    [[nodiscard]] FindNameRank rank(std::uint32_t entry) const;
-    /// The best rank that the entry may have. It is known sooner than the rank.
-    [[nodiscard]] FindNameRank bestPossibleRank(std::uint32_t entry) const;
+    /// How well a matching entry fits what was typed. The first plain text of the query counts: one
+    /// that is looked for in names, is not denied, and is neither a glob nor a regular expression.
+    /// When words stand in folders, the text counts that has the best rank in the name. Of several
+    /// alternatives the best fit counts. `anywhere` when the query has no such text.
+    [[nodiscard]] FindFit fit(std::uint32_t entry) const;
+    /// No worse than the fit of the entry, and known sooner.
+    [[nodiscard]] FindFit bestPossibleFit(std::uint32_t entry) const;
 
   private:
     struct Body;

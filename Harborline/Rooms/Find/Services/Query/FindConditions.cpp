@@ -239,7 +239,12 @@ Condition FindConditions::condition(const FindQueryToken& word) {
     }
     ++wordCount_;
     if (auto condition = fieldCondition(word)) return condition;
-    return textCondition(word.text, {});
+    FindQueryNode node = textCondition(word.text, {});
+    FindTextTerm& term = node.text;
+    const bool isQuoted = word.unquoted < word.text.size();
+    term.mayBeInFolder =
+        !isQuoted && term.mode == FindTextMode::contains && !term.isInPath && !term.isCaseSensitive;
+    return node;
 }
 
 Condition FindConditions::fieldCondition(const FindQueryToken& word) {

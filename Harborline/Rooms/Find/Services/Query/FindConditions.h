@@ -16,8 +16,9 @@ class FindConditions {
   public:
     explicit FindConditions(Timestamp now) : now_(now) {}
 
-    /// The condition that a word stands for. A field whose value makes no sense is taken for an
-    /// ordinary word. Nothing once the query has too many words.
+    /// The condition that a word stands for. A plain word may be in a folder; whether it does so
+    /// beside the other words, its reader has to settle. A field whose value makes no sense is
+    /// taken for an ordinary word. Nothing once the query has too many words.
     [[nodiscard]] std::optional<FindQueryNode> condition(const FindQueryToken& word);
     /// Why the first word that was misunderstood was misunderstood; one sentence for people.
     [[nodiscard]] const std::optional<std::string>& problem() const { return problem_; }

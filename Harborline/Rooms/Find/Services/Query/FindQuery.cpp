@@ -1,4 +1,9 @@
+#include <algorithm>
+#include <cstddef>
+#include <set>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "Rooms/Find/Services/Query/FindConditions.h"
 #include "Rooms/Find/Services/Query/FindQuery.h"
@@ -40,6 +45,51 @@ void flatten(FindQueryNode& node) {
     node.children = std::move(children);
 }
 
+/// Each takes a set of entries of its own while a query is answered.
+constexpr std::size_t maxFolderWords = 15;
+
+/// Whether no entry meets the node that does not hold some text in its name.
+bool asksForName(const FindQueryNode& node) {
+    switch (node.kind) {
+    case Kind::text: return !node.text.isInPath && !node.text.mayBeInFolder;
+    case Kind::all: return node.needsWordInName || std::ranges::any_of(node.children, asksForName);
+    case Kind::any: return std::ranges::all_of(node.children, asksForName);
+    default: return false;
+    }
+}
+
+void keepToNames(FindQueryNode& node) {
+    node.text.mayBeInFolder = false;
+    for (FindQueryNode& child : node.children) keepToNames(child);
+}
+
+/// Settles which words may be in folders: those of an `all` beside other texts. What is denied
+/// keeps to names; "-old" would else take away all that lies in some folder called "Golden".
+void settleWords(FindQueryNode& node) {
+    std::vector<FindQueryNode*> words;
+    std::set<std::string_view> known;
+    bool isNameAskedFor = false;
+    for (FindQueryNode& child : node.children) {
+        const bool isWord = child.kind == Kind::text && child.text.mayBeInFolder;
+        const bool isOneTooMany =
+            known.size() == maxFolderWords && !known.contains(child.text.folded);
+        if (isWord && node.kind == Kind::all && !isOneTooMany) {
+            known.insert(child.text.folded);
+            words.push_back(&child);
+            continue;
+        }
+        if (isWord || child.kind == Kind::none) {
+            keepToNames(child);
+        } else {
+            settleWords(child);
+        }
+        isNameAskedFor = isNameAskedFor || asksForName(child);
+    }
+    node.needsWordInName = known.size() > 1 && !isNameAskedFor;
+    if (known.size() > 1 || isNameAskedFor) return;
+    for (FindQueryNode* word : words) keepToNames(*word);
+}
+
 /// By descent: the tokens bound its depth.
 class QueryParser {
   public:
@@ -55,6 +105,7 @@ class QueryParser {
             query.root.children.push_back(*std::move(whole));
         }
         flatten(query.root);
+        settleWords(query.root);
         query.problem = conditions_.problem();
         return query;
     }

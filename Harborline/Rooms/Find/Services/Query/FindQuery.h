@@ -29,6 +29,9 @@ struct FindTextTerm {
     FindTextMode mode = FindTextMode::contains;
     bool isCaseSensitive = false; ///< compares `text` with the bytes of the name
     bool isInPath = false;        ///< in the whole path below the root rather than in the name
+    /// The text may stand in the name of a folder above instead, because other words of the same
+    /// `all` stand in the name. Only plain words beside other words have it.
+    bool mayBeInFolder = false;
     std::shared_ptr<const FindRegex> regex = nullptr; ///< there when the mode is `regex`
 };
 
@@ -57,6 +60,9 @@ struct FindQueryNode {
     std::vector<FindCategory> categories = {};
     bool mayBeFile = false;
     bool mayBeFolder = false;
+    /// Of an `all`: one of the texts that may be in a folder has to be in the name, because nothing
+    /// else asks for the name.
+    bool needsWordInName = false;
     std::uint64_t min = 0; ///< both ends are included; above `max` when nothing can match
     std::uint64_t max = UINT64_MAX;
 };
@@ -79,6 +85,9 @@ struct FindQuery {
 ///   or "|" between words binds weaker. "NOT", "-" or "!" before a word or bracket denies it and
 ///   binds strongest. "AND", "OR" and "NOT" are operators in capitals only. "|" and brackets end a
 ///   word; "-" and "!" inside a word belong to it.
+/// - Of several words side by side one has to match the name; each other one matches the name or
+///   that of a folder above. So "bin bash" finds "/usr/bin/bash". Words within quotes, words with
+///   wildcards and denied words match the name and nothing else.
 /// - Quotes keep blanks, brackets, operators and colons in a word. "*" and "?" mean the same within
 ///   quotes; after `exact:` and `word:` they stand for themselves.
 /// - A word with "*" or "?" is a glob. A word with "/" is looked for in paths.

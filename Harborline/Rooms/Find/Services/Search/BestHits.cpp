@@ -51,8 +51,8 @@ bool isBeforeByPath(const FindIndexStorage& storage, std::uint32_t a, std::uint3
 BestHits::BestHits(const FindIndexStorage& storage, std::size_t limit)
     : storage_(&storage), limit_(limit), isFull_(limit == 0) {}
 
-std::uint64_t BestHits::keyOf(std::uint32_t entry, FindNameRank rank) const {
-    return (shortestKeyOf(entry, rank) + lengthOf(entry)) << lowerKeyBits |
+std::uint64_t BestHits::keyOf(std::uint32_t entry, const FindFit& fit) const {
+    return (shortestKeyOf(entry, fit) + lengthOf(entry)) << lowerKeyBits |
            std::uint64_t{~storage_->mtime[entry]};
 }
 
@@ -60,9 +60,9 @@ bool BestHits::isBetter(const Hit& a, const Hit& b) const {
     return a.key != b.key ? a.key < b.key : isBeforeByPath(*storage_, a.entry, b.entry);
 }
 
-void BestHits::offer(std::uint32_t entry, FindNameRank rank) {
+void BestHits::offer(std::uint32_t entry, const FindFit& fit) {
     if (limit_ == 0) return;
-    const Hit hit{.key = keyOf(entry, rank), .entry = entry};
+    const Hit hit{.key = keyOf(entry, fit), .entry = entry};
     const auto better = [this](const Hit& a, const Hit& b) { return isBetter(a, b); };
     if (!isFull_) {
         hits_.push_back(hit);

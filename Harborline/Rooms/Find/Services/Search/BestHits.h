@@ -10,25 +10,26 @@
 
 namespace tidyro {
 
-/// Keeps the best of very many hits in little memory. A hit is better by its rank, then by lying
-/// less deep, then by a shorter name, then by a later date, then by its path. The result does not
-/// depend on the order in which the hits are offered.
+/// Keeps the best of very many hits in little memory. A hit is better by its standing, then by
+/// lying less deep, then by a shorter name, then by a later date, then by its path. The result does
+/// not depend on the order in which the hits are offered.
 class BestHits {
   public:
     BestHits(const FindIndexStorage& storage, std::size_t limit);
 
-    /// Whether a hit of this rank can no longer be among the best, so that it need not be offered.
-    [[nodiscard]] bool isOut(FindNameRank rank) const { return isFull_ && keyOf(rank) > worst_; }
+    /// Whether a hit that fits no better can no longer be among the best, so that it need not be
+    /// offered.
+    [[nodiscard]] bool isOut(const FindFit& fit) const { return isFull_ && keyOf(fit) > worst_; }
     /// The same for one entry, whose depth and length count as well.
-    [[nodiscard]] bool isOut(std::uint32_t entry, FindNameRank rank) const {
+    [[nodiscard]] bool isOut(std::uint32_t entry, const FindFit& fit) const {
         if (!isFull_) return false;
-        if (isOut(rank)) return true;
+        if (isOut(fit)) return true;
         // Mostly the depth tells, and the length need not be read from memory.
-        const std::uint64_t shortest = shortestKeyOf(entry, rank);
+        const std::uint64_t shortest = shortestKeyOf(entry, fit);
         const std::uint64_t worst = worst_ >> lowerKeyBits;
         return limit_ == 0 || shortest > worst || shortest + lengthOf(entry) > worst;
     }
-    void offer(std::uint32_t entry, FindNameRank rank);
+    void offer(std::uint32_t entry, const FindFit& fit);
     /// Hands out the hits, the best first, and is empty afterwards.
     [[nodiscard]] std::vector<std::uint32_t> take();
 
@@ -37,20 +38,19 @@ class BestHits {
         std::uint64_t key;
         std::uint32_t entry;
     };
-    [[nodiscard]] static constexpr std::uint64_t keyOf(FindNameRank rank) {
-        return static_cast<std::uint64_t>(rank) << 56U;
+    [[nodiscard]] static constexpr std::uint64_t keyOf(const FindFit& fit) {
+        return std::uint64_t{fit.standing()} << 56U;
     }
     static constexpr unsigned lowerKeyBits = 32; ///< the date
-    [[nodiscard]] std::uint64_t shortestKeyOf(std::uint32_t entry, FindNameRank rank) const {
-        return static_cast<std::uint64_t>(rank) << 24U | std::uint64_t{storage_->depth[entry]}
-                                                             << 16U;
+    [[nodiscard]] std::uint64_t shortestKeyOf(std::uint32_t entry, const FindFit& fit) const {
+        return std::uint64_t{fit.standing()} << 24U | std::uint64_t{storage_->depth[entry]} << 16U;
     }
     [[nodiscard]] std::uint64_t lengthOf(std::uint32_t entry) const {
         constexpr std::uint32_t maxLength = 0xFFFF;
         const auto [begin, end] = storage_->nameRange(entry);
         return std::min(end - begin, maxLength);
     }
-    [[nodiscard]] std::uint64_t keyOf(std::uint32_t entry, FindNameRank rank) const;
+    [[nodiscard]] std::uint64_t keyOf(std::uint32_t entry, const FindFit& fit) const;
     [[nodiscard]] bool isBetter(const Hit& a, const Hit& b) const;
 
     const FindIndexStorage* storage_;

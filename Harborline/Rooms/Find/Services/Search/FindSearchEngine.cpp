@@ -1,9 +1,9 @@
 #include "Rooms/Find/Services/Search/FindSearchEngine.h"
 
+#include <algorithm>
 #include <atomic>
 #include <new>
 #include <optional>
-#include <set>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -30,20 +30,17 @@ constexpr std::size_t maxRemembered = 20'000;
 /// In a smaller index everything is looked through faster than a filter is made.
 constexpr std::uint32_t minEntriesOfFilter = 10'000;
 
-/// The words, each once, of a query that asks for nothing else than that all of them stand in the
-/// name; none for any other query.
-std::vector<std::string> plainWords(const FindQueryNode& root) {
-    if (root.kind != FindQueryNode::Kind::all) return {};
-    std::vector<std::string> words;
-    std::set<std::string_view> known;
-    for (const FindQueryNode& node : root.children) {
-        const bool isPlain = node.kind == FindQueryNode::Kind::text && !node.text.isCaseSensitive &&
-                             node.text.mode == FindTextMode::contains && !node.text.isInPath &&
-                             !node.text.folded.empty();
-        if (!isPlain) return {};
-        if (known.insert(node.text.folded).second) words.push_back(node.text.folded);
-    }
-    return words;
+/// The word of a query that asks for nothing else than that it stands in the name; empty for any
+/// other query.
+std::string_view plainWord(const FindQueryNode& root) {
+    if (root.kind != FindQueryNode::Kind::all || root.children.empty()) return {};
+    const std::string_view word = root.children.front().text.folded;
+    const bool isPlain = std::ranges::all_of(root.children, [word](const FindQueryNode& node) {
+        return node.kind == FindQueryNode::Kind::text && !node.text.isCaseSensitive &&
+               node.text.mode == FindTextMode::contains && !node.text.isInPath &&
+               node.text.folded == word;
+    });
+    return isPlain ? word : std::string_view();
 }
 
 /// A storage and its generation.
@@ -68,8 +65,9 @@ FindSearchResult searchWholeLanguage(const FindIndexStorage& storage, const Find
     BestHits best(storage, question.limit);
     matches.forEach([&](std::uint32_t entry) {
         if (question.cancel.stop_requested()) return;
-        if (best.isOut(entry, matcher.bestPossibleRank(entry))) return;
-        best.offer(entry, matcher.rank(entry));
+        if (best.isOut(entry, {FindNameRank::wholeName})) return;
+        if (best.isOut(entry, matcher.bestPossibleFit(entry))) return;
+        best.offer(entry, matcher.fit(entry));
     });
     if (question.cancel.stop_requested()) return {.wasCancelled = true};
     return {.hits = best.take(), .matchCount = matches.size()};
@@ -153,29 +151,29 @@ struct FindSearchEngine::Memory {
     FilterMaker filters;
     std::optional<LastMatches> last;
 
-    FindSearchResult searchWords(const Storage& storage, const FindEntrySet& mask,
-                                 const std::vector<std::string>& words,
-                                 const FindBlockFilter* filter, const Question& question) {
+    FindSearchResult searchWord(const Storage& storage, const FindEntrySet& mask,
+                                std::string_view word, const FindBlockFilter* filter,
+                                const Question& question) {
         PlainSearch search({.storage = *storage,
                             .mask = mask,
                             .filter = filter,
-                            .words = words,
+                            .word = word,
                             .limit = question.limit,
                             .cancel = question.cancel,
                             .maxRemembered = maxRemembered});
         const bool isNarrower = last && last->storage == storage &&
                                 last->scope == question.scopeMask &&
-                                words.front().find(last->word) != std::string::npos;
+                                word.find(last->word) != std::string_view::npos;
         if (isNarrower) {
             search.runOver(last->entries);
         } else {
             search.run();
         }
         last.reset();
-        if (search.hasRememberedAll() && !search.wasCancelled() && words.size() == 1) {
+        if (search.hasRememberedAll() && !search.wasCancelled()) {
             last = LastMatches{.storage = storage,
                                .scope = question.scopeMask,
-                               .word = words.front(),
+                               .word = std::string(word),
                                .entries = search.takeMatches()};
         }
         return {.hits = search.takeHits(),
@@ -204,11 +202,11 @@ FindSearchResult FindSearchEngine::search(std::string_view query, const Question
     if (storage == nullptr || storage->count() == 0) return {.generation = generation};
     const FindQuery parsed = parsedFindQuery(query, question.now);
     const auto mask = question.in.mask(storage, question.scopeMask);
-    const std::vector<std::string> words = plainWords(parsed.root);
+    const std::string_view word = plainWord(parsed.root);
     const auto filter = memory_->filters.filter(storage, generation);
     FindSearchResult result =
-        words.empty() ? searchWholeLanguage(*storage, *mask, parsed, filter.get(), question)
-                      : memory_->searchWords(storage, *mask, words, filter.get(), question);
+        word.empty() ? searchWholeLanguage(*storage, *mask, parsed, filter.get(), question)
+                     : memory_->searchWord(storage, *mask, word, filter.get(), question);
     result.generation = generation;
     result.problem = parsed.problem;
     return result;

@@ -31,8 +31,9 @@ struct FindSearchResult {
 ///     FindSearchEngine engine;
 ///     const auto found = engine.search("readme", {.in = index, .limit = 500, .now = now});
 ///
-/// Hits are in the order of `BestHits`: by where the first text stands in the name, then by depth,
-/// length of the name, date and path. The same index, query and moment give the same hits.
+/// Hits are in the order of `BestHits`: first those that hold all words in the name, by where the
+/// first text stands in it, then by depth, length of the name, date and path. The same index, query
+/// and moment give the same hits.
 ///
 /// An engine keeps what helps the next query. One thread at a time uses it. The index may change
 /// during a search, which goes on with the storage that it began with. No search fails: a query

@@ -16,18 +16,15 @@
 
 namespace tidyro {
 
-/// The search that almost every key starts: for names that hold all of some words, anywhere.
-///
-/// It looks for the rarest word in all names; a name that holds it is a match when it holds the
-/// other words as well. Only matches that may be among the best are ranked. One search is run once,
-/// by one thread.
+/// The search that almost every key starts: for names that hold one word, anywhere. Only matches
+/// that may be among the best are ranked. One search is run once, by one thread.
 class PlainSearch {
   public:
     struct Options {
         const FindIndexStorage& storage;
-        const FindEntrySet& mask;           ///< what takes part
-        const FindBlockFilter* filter;      ///< null: none is ready
-        std::span<const std::string> words; ///< folded, not empty; ranks go by the first
+        const FindEntrySet& mask;      ///< what takes part
+        const FindBlockFilter* filter; ///< null: none is ready
+        std::string_view word;         ///< folded, not empty
         std::size_t limit;
         CancelToken cancel;
         /// More matches than this are not kept for the next query.
@@ -49,17 +46,14 @@ class PlainSearch {
   private:
     static constexpr std::uint32_t none = FindIndexStorage::none;
 
-    void runByLetters();
+    void runByLetter();
     void takePlace(std::uint32_t entry, std::uint32_t at);
     void closeEntry();
-    [[nodiscard]] bool hasOtherWords(std::uint32_t entry) const;
     void remember(std::uint32_t entry);
 
     Options options_;
     const FindIndexStorage& storage_;
-    NeedleFinder finder_;   ///< of the word that is looked for
-    bool isRankedByFinder_; ///< it is the first word as well
-    std::vector<std::string_view> others_;
+    NeedleFinder finder_;
     BestHits best_;
     std::uint64_t matchCount_ = 0;
     bool wasCancelled_ = false;

@@ -181,7 +181,7 @@ TEST(FindQueryMatcher, RanksByTheFirstTextThatStandsForItself) {
         const FindQueryMatcher matcher(storage, read);
         std::string digits;
         for (std::uint32_t entry = 1; entry < storage.count(); ++entry) {
-            digits += std::to_string(static_cast<int>(matcher.rank(entry)));
+            digits += std::to_string(static_cast<int>(matcher.fit(entry).rank));
         }
         return digits;
     };

@@ -140,6 +140,38 @@ TEST(FindQuery, TakesForWordsWhatItCannotRead) {
     EXPECT_LT(harmless.problem->size(), 150U);
 }
 
+TEST(FindQuery, SettlesWhichWordsMayBeInFolders) {
+    const auto shownWords = [](const auto& self, const FindQueryNode& node) -> std::string {
+        if (node.kind == Kind::text) return node.text.text + (node.text.mayBeInFolder ? "/" : "");
+        std::string inner;
+        for (const FindQueryNode& child : node.children) inner += self(self, child) + " ";
+        return (node.needsWordInName ? "+( " : "( ") + inner + ")";
+    };
+    const QueryReading readings[] = {
+        {"a", "( a )"},
+        {"a a", "( a a )"},
+        {"a b", "+( a/ b/ )"},
+        {"a \"b\"", "( a/ b )"},
+        {"a *.b", "( a/ *.b )"},
+        {"a path:b", "( a b )"},
+        {"a b path:c ext:d", "+( a/ b/ c ( ) )"},
+        {"a regex:b case:c", "( a/ b c )"},
+        {"a (b | c d)", "( a/ ( b +( c/ d/ ) ) )"},
+        {"a (b | path:c)", "( a ( b c ) )"},
+        {"a -(b c)", "( a ( ( b c ) ) )"},
+    };
+    for (const auto& [query, tree, hasProblem] : readings) {
+        EXPECT_EQ(shownWords(shownWords, parsedFindQuery(query, Timestamp()).root), tree) << query;
+    }
+    std::string many;
+    for (int i = 0; i < 40; ++i) many += fmt::format("w{} ", i);
+    std::size_t inFolders = 0;
+    for (const FindQueryNode& word : parsedFindQuery(many, Timestamp()).root.children) {
+        inFolders += word.text.mayBeInFolder ? 1U : 0U;
+    }
+    EXPECT_EQ(inFolders, 15U);
+}
+
 std::size_t depthOf(const FindQueryNode& node) {
     std::size_t deepest = 0;
     for (const FindQueryNode& child : node.children) deepest = std::max(deepest, depthOf(child));

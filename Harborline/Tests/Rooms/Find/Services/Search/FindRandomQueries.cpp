@@ -32,10 +32,25 @@ std::string RandomQueries::piece() {
     return chosen.empty() ? "a" : chosen;
 }
 
+std::string RandomQueries::folderPiece() {
+    const FindIndexStorage& storage = tree_.storage();
+    const std::uint32_t inside = tree_.anyEntry();
+    name_ = storage.name(inside);
+    std::uint32_t folder = storage.parent[inside];
+    if (folder != 0 && random_.oneIn(2)) folder = storage.parent[folder];
+    const std::string name(storage.name(folder));
+    if (random_.oneIn(2)) return name;
+    const std::string part = charactersOf(name, random_.below(characterCount(name) + 1), 3);
+    return part.empty() ? "a" : part;
+}
+
 std::string RandomQueries::words() {
     std::string made;
     for (std::uint32_t left = 1 + random_.below(3); left > 0; --left) {
-        made += piece() + (left > 1 ? " " : "");
+        // A word of a folder beside one of something that it may hold.
+        const bool isOfFolder = left > 1 && random_.oneIn(3);
+        made += isOfFolder ? folderPiece() : piece();
+        made += left > 1 ? " " : "";
     }
     return made;
 }

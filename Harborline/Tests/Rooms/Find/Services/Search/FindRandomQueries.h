@@ -20,6 +20,7 @@ class RandomQueries {
     [[nodiscard]] std::string condition(unsigned depth);
     [[nodiscard]] std::string field();
     [[nodiscard]] std::string piece();
+    [[nodiscard]] std::string folderPiece();
     [[nodiscard]] std::string glob();
     [[nodiscard]] std::string expression();
     [[nodiscard]] std::string path();

@@ -96,6 +96,50 @@ TEST(FindSearchEngine, PutsWhatIsMeantFirst) {
     EXPECT_EQ(hitsOf(index, "report", 0), "");
 }
 
+TEST(FindSearchEngine, LetsWordsStandForFolders) {
+    FindIndex index;
+    index.replace(indexOf({{.path = "bin/"},
+                           {.path = "bin/bash"},
+                           {.path = "bin/bashbug"},
+                           {.path = "combine/"},
+                           {.path = "combine/bash"},
+                           {.path = "combine/deep/"},
+                           {.path = "combine/deep/bash"},
+                           {.path = "etc/"},
+                           {.path = "etc/hosts"},
+                           {.path = "etc/hosts/allow"},
+                           {.path = "etc/fetch-hosts"},
+                           {.path = "bash-in-a-bin"},
+                           {.path = "old bin/"},
+                           {.path = "old bin/bash.txt"}}),
+                  {});
+    const ExpectedAnswer table[] = {
+        // All words in the name; then by the name, and folders whose whole name was typed first.
+        {"bin bash", "bash-in-a-bin | bin/bash | combine/bash | combine/deep/bash | "
+                     "old bin/bash.txt | bin/bashbug"},
+        {"bash bin", "bash-in-a-bin | bin/bash | combine/bash | combine/deep/bash | "
+                     "old bin/bash.txt | bin/bashbug"},
+        {"etc hosts", "etc/fetch-hosts | etc/hosts"},
+        {"deep combine bash", "combine/deep/bash"},
+        {"etc allow", ""}, // what is listed in a file does not exist
+        // One of the words is in the name. A single one is, as are quoted ones and globs.
+        {"deep combine", "combine/deep"},
+        {"deep", "combine/deep"},
+        {"\"bin\" bash", "bash-in-a-bin"},
+        {"bash \"bin\"", "bash-in-a-bin"},
+        {"old *.txt", "old bin/bash.txt"},
+        {"etc (allow | hosts)", "etc/fetch-hosts | etc/hosts"},
+        {"bash -bin", "bin/bash | combine/bash | combine/deep/bash | old bin/bash.txt | "
+                      "bin/bashbug"},
+        {"bash -(deep bash)", "bin/bash | combine/bash | combine/deep/bash | old bin/bash.txt | "
+                              "bash-in-a-bin | bin/bashbug"},
+        // The root lies in folders as well.
+        {"ada deep", "combine/deep"},
+        {"ada etc hosts", "etc/hosts | etc/fetch-hosts"},
+    };
+    for (const auto& [query, paths] : table) EXPECT_EQ(hitsOf(index, query), paths) << query;
+}
+
 TEST(FindSearchEngine, TakesTheRootsOwnPathForTheBeginning) {
     FindIndex index;
     index.replace(indexOf({{.path = "src/"}, {.path = "b/"}, {.path = "b/src/"}}), {});

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
 #include <tuple>
 #include <utility>
 
@@ -62,20 +63,14 @@ unsigned rankOf(const std::string& own, const std::string& folded, const std::st
     return 4;
 }
 
-/// The texts that names are ranked by.
-std::vector<std::string> rankingTexts(const FindQueryNode& node) {
+bool isRankingText(const FindQueryNode& node) {
     const FindTextTerm& term = node.text;
-    if (node.kind == Kind::text && !term.isInPath && term.mode != FindTextMode::glob &&
-        term.mode != FindTextMode::regex && !term.folded.empty()) {
-        return {term.folded};
-    }
-    std::vector<std::string> texts;
-    for (const FindQueryNode& child : node.children) {
-        const auto more = rankingTexts(child);
-        const bool isWanted = node.kind == Kind::any || (node.kind == Kind::all && texts.empty());
-        if (isWanted) texts.insert(texts.end(), more.begin(), more.end());
-    }
-    return texts;
+    return node.kind == Kind::text && !term.isInPath && term.mode != FindTextMode::glob &&
+           term.mode != FindTextMode::regex && !term.folded.empty();
+}
+
+bool mayBeInFolder(const FindQueryNode& node) {
+    return node.kind == Kind::text && node.text.mayBeInFolder;
 }
 
 } // namespace
@@ -95,10 +90,13 @@ struct NaiveFind::Search {
         };
         const auto holdsToo = [&](const FindQueryNode& child) { return holds(child, entry); };
         switch (node.kind) {
-        case Kind::all: return std::ranges::all_of(node.children, holdsToo);
+        case Kind::all:
+            return std::ranges::all_of(node.children, holdsToo) && hasWordInName(node, entry);
         case Kind::any: return std::ranges::any_of(node.children, holdsToo);
         case Kind::none: return !holds(node.children.at(0), entry);
-        case Kind::text: return textHolds(node, thing);
+        case Kind::text:
+            return textHolds(node, thing) ||
+                   (mayBeInFolder(node) && isInFolder(node, entry, false));
         case Kind::ext:
             return std::ranges::any_of(node.names, [&](const std::string& extension) {
                 const std::string& name = thing.name.folded;
@@ -121,6 +119,53 @@ struct NaiveFind::Search {
         case Kind::parent: return isMeant(node, thing.above.front());
         }
         return false;
+    }
+
+    bool hasWordInName(const FindQueryNode& node, std::uint32_t entry) {
+        return !node.needsWordInName || std::ranges::any_of(node.children, [&](const auto& child) {
+            return mayBeInFolder(child) && textHolds(child, in.things_[entry]);
+        });
+    }
+    bool isInFolder(const FindQueryNode& node, std::uint32_t entry, bool asWhole) {
+        std::vector<std::string> names = in.things_[0].components;
+        for (const std::uint32_t folder : in.things_[entry].above) {
+            if (folder != 0) names.push_back(in.things_[folder].name.folded);
+        }
+        const std::string& word = node.text.folded;
+        return std::ranges::any_of(names, [&](const std::string& name) {
+            return asWhole ? name == word : name.find(word) != std::string::npos;
+        });
+    }
+
+    /// Whether words stand in folders, the rank of the name, whether a folder's name is longer than
+    /// its word; the last for what no folder holds.
+    using Fit = std::tuple<bool, unsigned, bool>;
+    static constexpr Fit unmet{true, 9, true};
+
+    std::optional<Fit> fit(const FindQueryNode& node, std::uint32_t entry) {
+        const Thing& thing = in.things_[entry];
+        if (isRankingText(node)) {
+            return Fit{false, rankOf(thing.name.own, thing.name.folded, node.text.folded), false};
+        }
+        if (node.kind != Kind::all && node.kind != Kind::any) return std::nullopt;
+        bool isInFolders = false;
+        bool isInParts = false;
+        for (const FindQueryNode& child : node.children) {
+            if (!mayBeInFolder(child) || textHolds(child, thing)) continue;
+            if (!isInFolder(child, entry, false) || !hasWordInName(node, entry)) return unmet;
+            isInFolders = true;
+            isInParts = isInParts || !isInFolder(child, entry, true);
+        }
+        std::optional<Fit> best;
+        for (const FindQueryNode& child : node.children) {
+            const auto one = fit(child, entry);
+            const bool isWanted = node.kind == Kind::any || isInFolders || !best;
+            if (one && isWanted) best = best ? std::min(*best, *one) : *one;
+        }
+        if (best && *best != unmet && isInFolders) {
+            best = Fit{true, std::get<1>(*best), std::get<2>(*best) || isInParts};
+        }
+        return best;
     }
 
     const std::vector<std::string>& wanted(const FindQueryNode& node) {
@@ -233,10 +278,9 @@ NaiveFind::Thing NaiveFind::thing(std::uint32_t entry) const {
 
 FindSearchResult NaiveFind::search(std::string_view query, const Question& question) const {
     const FindQuery read = parsedFindQuery(query, question.now);
-    const std::vector<std::string> texts = rankingTexts(read.root);
     Search search{.in = *this, .storage = storage_};
-    // Rank, depth, length of the name, the later date, the path.
-    using Key = std::tuple<unsigned, std::size_t, std::size_t, std::int64_t, std::string>;
+    // Fit, depth, length of the name, the later date, the path.
+    using Key = std::tuple<Search::Fit, std::size_t, std::size_t, std::int64_t, std::string>;
     std::vector<std::pair<Key, std::uint32_t>> found;
     for (std::uint32_t entry = 1; entry < things_.size(); ++entry) {
         const Thing& thing = things_[entry];
@@ -246,11 +290,8 @@ FindSearchResult NaiveFind::search(std::string_view query, const Question& quest
             !search.holds(read.root, entry)) {
             continue;
         }
-        unsigned rank = 4;
-        for (const std::string& text : texts) {
-            rank = std::min(rank, rankOf(thing.name.own, thing.name.folded, text));
-        }
-        found.emplace_back(Key{rank, std::min<std::size_t>(thing.above.size(), 255),
+        found.emplace_back(Key{search.fit(read.root, entry).value_or(Search::Fit{false, 4, false}),
+                               std::min<std::size_t>(thing.above.size(), 255),
                                thing.name.own.size(), -std::int64_t{storage_.mtime[entry]},
                                thing.path.own},
                            entry);
