@@ -22,13 +22,19 @@ constexpr FindIndexStorage::Entry sparse = 64;
 
 /// What stands between the wildcards of a pattern: the longest of it, and some more of two bytes or
 /// more, each of which rules out further names.
-std::vector<std::string_view> literalsOf(std::string_view pattern) {
+std::vector<std::string_view> literalsOf(std::string_view pattern, bool hasSets) {
     constexpr std::size_t maxLiterals = 4;
     std::vector<std::string_view> literals;
     while (!pattern.empty()) {
-        const std::size_t end = std::min(pattern.find_first_of("*?"), pattern.size());
+        std::size_t end = 0;
+        std::size_t set = 0;
+        while (end < pattern.size() && pattern[end] != '*' && pattern[end] != '?') {
+            set = hasSets ? globSetEnd(pattern, end) : 0;
+            if (set != 0) break;
+            ++end;
+        }
         if (end > 0) literals.push_back(pattern.substr(0, end));
-        pattern.remove_prefix(std::min(end + 1, pattern.size()));
+        pattern.remove_prefix(set != 0 ? set : std::min(end + 1, pattern.size()));
     }
     std::ranges::sort(literals, [](std::string_view a, std::string_view b) {
         return a.size() != b.size() ? a.size() > b.size() : a < b;
@@ -66,7 +72,7 @@ void FindTextScan::keepHoldingLiterals(FindEntrySet& among, const FindTextTerm& 
         among.keepThoseIn(holding(test.needle(), term, test));
         return;
     }
-    for (const std::string_view literal : literalsOf(test.needle())) {
+    for (const std::string_view literal : literalsOf(test.needle(), term.hasSets)) {
         among.keepThoseIn(holding(literal, term, test));
     }
 }

@@ -16,13 +16,38 @@ std::size_t nextCharacter(std::string_view text, std::size_t at) {
     return at + (isASCII ? 1 : characterLength(text.substr(at)));
 }
 
+/// Whether a character is among those of a set, "[a-z]". Characters of UTF-8 have the order of
+/// their bytes.
+bool isInSet(std::string_view set, std::string_view character) {
+    std::string_view members = set.substr(1, set.size() - 2);
+    const bool isDenied = members.starts_with('!') && members.size() > 1;
+    if (isDenied) members.remove_prefix(1);
+    const auto take = [&members] {
+        const std::string_view first = members.substr(0, nextCharacter(members, 0));
+        members.remove_prefix(first.size());
+        return first;
+    };
+    bool isMember = false;
+    while (!members.empty()) {
+        const std::string_view from = take();
+        const bool isRange = members.size() > 1 && members.front() == '-';
+        if (isRange) members.remove_prefix(1);
+        const std::string_view to = isRange ? take() : from;
+        isMember = isMember || (from <= character && character <= to);
+    }
+    return isMember != isDenied;
+}
+
 } // namespace
 
-FindGlob::FindGlob(std::string_view pattern) {
-    for (const char byte : pattern) {
-        if (byte == '*' && pattern_.ends_with('*')) continue;
-        pattern_ += byte;
-        if (byte != '*') ++minBytes_;
+FindGlob::FindGlob(std::string_view pattern, Sets sets) : sets_(sets) {
+    for (std::size_t at = 0; at < pattern.size();) {
+        const std::size_t end = sets == Sets::none ? 0 : globSetEnd(pattern, at);
+        const std::string_view part = pattern.substr(at, end == 0 ? 1 : end - at);
+        at += part.size();
+        if (part == "*" && pattern_.ends_with('*')) continue;
+        pattern_ += part;
+        if (part != "*") ++minBytes_;
     }
 }
 
@@ -35,13 +60,20 @@ bool FindGlob::isMatchedBy(std::string_view text) const {
     while (inText < text.size()) {
         const char wanted = inPattern < pattern_.size() ? pattern_[inPattern] : '\0';
         const bool isOver = inPattern == pattern_.size();
+        const std::size_t set = isOver ? 0 : setEnd(inPattern);
+        const std::size_t next = nextCharacter(text, inText);
         if (!isOver && wanted == '*') {
             afterStar = ++inPattern;
             starTakes = inText;
         } else if (!isOver && wanted == '?') {
-            inText = nextCharacter(text, inText);
+            inText = next;
             ++inPattern;
-        } else if (!isOver && wanted == text[inText]) {
+        } else if (set != 0 &&
+                   isInSet(std::string_view(pattern_).substr(inPattern, set - inPattern),
+                           text.substr(inText, next - inText))) {
+            inText = next;
+            inPattern = set;
+        } else if (!isOver && set == 0 && wanted == text[inText]) {
             ++inText;
             ++inPattern;
         } else if (afterStar != std::string::npos) {
@@ -56,10 +88,20 @@ bool FindGlob::isMatchedBy(std::string_view text) const {
            (inPattern + 1 == pattern_.size() && pattern_[inPattern] == '*');
 }
 
+namespace {
+
+FindGlob::Sets setsOf(const FindTextTerm& term) {
+    return term.hasSets ? FindGlob::Sets::inBrackets : FindGlob::Sets::none;
+}
+
+} // namespace
+
 FindTextTest::FindTextTest(const FindTextTerm& term, std::string_view rootPath)
-    : term_(term), needle_(term.isCaseSensitive ? term.text : term.folded), glob_("") {
+    : term_(term),
+      needle_(term.isCaseSensitive ? term.text : term.folded),
+      glob_("", FindGlob::Sets::none) {
     if (term.isInPath) adaptToPaths(rootPath);
-    if (term.mode == FindTextMode::glob) glob_ = FindGlob(needle_);
+    if (term.mode == FindTextMode::glob) glob_ = FindGlob(needle_, setsOf(term));
 }
 
 void FindTextTest::adaptToPaths(std::string_view root) {

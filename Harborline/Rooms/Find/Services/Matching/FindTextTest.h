@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -9,17 +10,23 @@
 
 namespace tidyro {
 
-/// A pattern in which "*" stands for any text, "?" for one character of UTF-8, and every other byte
-/// for itself. Matching takes at most time in proportion to the product of both lengths, since only
-/// the last "*" is ever tried again.
+/// A pattern in which "*" stands for any text, "?" for one character of UTF-8, a set such as
+/// "[a-z]" for one of its characters, and every other byte for itself. Matching takes at most time
+/// in proportion to the product of both lengths, since only the last "*" is ever tried again.
 class FindGlob {
   public:
-    explicit FindGlob(std::string_view pattern);
+    enum class Sets : std::uint8_t { none, inBrackets };
+    FindGlob(std::string_view pattern, Sets sets);
     /// Whether the pattern matches the whole of `text`.
     [[nodiscard]] bool isMatchedBy(std::string_view text) const;
 
   private:
+    [[nodiscard]] std::size_t setEnd(std::size_t at) const {
+        return sets_ == Sets::none ? 0 : globSetEnd(pattern_, at);
+    }
+
     std::string pattern_; ///< no "*" directly behind another
+    Sets sets_;
     std::size_t minBytes_ = 0;
 };
 

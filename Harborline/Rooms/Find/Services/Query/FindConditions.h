@@ -24,6 +24,7 @@ class FindConditions {
     [[nodiscard]] const std::optional<std::string>& problem() const { return problem_; }
 
   private:
+    [[nodiscard]] static FindQueryNode wordCondition(const FindQueryToken& word);
     [[nodiscard]] std::optional<FindQueryNode> fieldCondition(const FindQueryToken& word);
     /// Whether the query may ask for one more folder or regular expression. Notes the problem when
     /// it may not.

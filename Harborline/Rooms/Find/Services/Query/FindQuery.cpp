@@ -168,6 +168,27 @@ class QueryParser {
 
 } // namespace
 
+std::size_t globSetEnd(std::string_view pattern, std::size_t at) {
+    if (at >= pattern.size() || pattern[at] != '[') return 0;
+    ++at;
+    if (at < pattern.size() && pattern[at] == '!') ++at;
+    const std::size_t end = pattern.find(']', at + 1);
+    return end == std::string_view::npos || at >= pattern.size() ? 0 : end + 1;
+}
+
+bool hasGlobRange(std::string_view text) {
+    for (std::size_t at = text.find('['); at != std::string_view::npos;
+         at = text.find('[', at + 1)) {
+        const std::size_t end = globSetEnd(text, at);
+        if (end == 0) continue;
+        std::string_view members = text.substr(at + 1, end - at - 2);
+        if (members.starts_with('!')) members.remove_prefix(1);
+        while (members.size() >= 3 && members[1] == '-') members.remove_prefix(3);
+        if (members.empty()) return true;
+    }
+    return false;
+}
+
 FindQuery parsedFindQuery(std::string_view text, Timestamp now) {
     FindQueryTokens read = findQueryTokens(text);
     FindQuery query = QueryParser(std::move(read.tokens), now).read();

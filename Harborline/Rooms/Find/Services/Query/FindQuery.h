@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -12,6 +13,13 @@
 #include "Rooms/Find/Services/Query/FindRegex.h"
 
 namespace tidyro {
+
+/// The place behind a set of characters that begins at `at` in a glob, as "[a-z]" or "[!a-z]"; 0
+/// when none does. "]" as the first of a set is a member of it.
+[[nodiscard]] std::size_t globSetEnd(std::string_view pattern, std::size_t at);
+/// Whether a set of nothing but ranges stands in a text, as "[0-9a-f]". A text with other brackets
+/// may be a name: "a[1].txt", "[2026-11] notes".
+[[nodiscard]] bool hasGlobRange(std::string_view text);
 
 /// How a text has to stand in a name or path.
 enum class FindTextMode : std::uint8_t {
@@ -32,6 +40,7 @@ struct FindTextTerm {
     /// The text may stand in the name of a folder above instead, because other words of the same
     /// `all` stand in the name. Only plain words beside other words have it.
     bool mayBeInFolder = false;
+    bool hasSets = false; ///< of a glob: "[a-z]" stands for one of these characters
     std::shared_ptr<const FindRegex> regex = nullptr; ///< there when the mode is `regex`
 };
 
@@ -90,15 +99,19 @@ struct FindQuery {
 ///   wildcards and denied words match the name and nothing else.
 /// - Quotes keep blanks, brackets, operators and colons in a word. "*" and "?" mean the same within
 ///   quotes; after `exact:` and `word:` they stand for themselves.
-/// - A word with "*" or "?" is a glob. A word with "/" is looked for in paths.
+/// - A word with "*" or "?" is a glob. Outside of quotes "[a-z]" and "[!a-z]" in it stand for one
+///   character, and such a range makes a glob of a word by itself. "main.{c,h}" means "main.c" and
+///   "main.h". A word with "/" is looked for in paths. A quote in a name is written as \".
 /// - `case:`, `word:`, `exact:`, `regex:` and `path:` say how a text matches and may be combined:
 ///   "case:path:Src". The value of `regex:` ends at a blank outside quotes, or at a bracket that
 ///   closes one before the field.
-/// - `ext:` and `kind:` take lists separated by ";" or ",". `size:`, `dm:` and `depth:` take a
-///   value, a comparison (">", ">=", "<", "<=", "=") or a range ("1gb..2gb", "..5kb"). `in:` and
+/// - `ext:` and `kind:`, which is also called `type:`, take lists separated by ";" or ",". `size:`,
+///   `dm:` and `depth:` take a value, a comparison (">", ">=", "<", "<=", "=", or "+" and "-"
+///   behind the value) or a range ("1gb..2gb", "..5kb"). `dm:` takes ages as well: "7d". `in:` and
 ///   `parent:` take a folder; "~" at its beginning is the person's home. `empty:`, `hidden:` and
-///   `system:` stand alone or take yes, no, true or false. A word with any other field is an
-///   ordinary word.
+///   `system:` stand alone or take yes, no, true or false. So do `file:` and `folder:`, which also
+///   take a text for the name. A word with any other field is an ordinary word, and `problem` says
+///   so.
 /// - An operator with nothing to join is a word when it is made of letters, and is ignored when it
 ///   is a sign. Missing brackets and quotes are added. Brackets that close nothing, and those more
 ///   than 64 deep, are ignored.

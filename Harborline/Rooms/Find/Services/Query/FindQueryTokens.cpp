@@ -122,6 +122,11 @@ class QueryTokenizer {
         ExpressionExtent extent;
         for (; !rest_.empty(); rest_.remove_prefix(1)) {
             const char byte = rest_.front();
+            if (rest_.starts_with("\\\"")) { // a quote that belongs to the name
+                word.text += '"';
+                rest_.remove_prefix(1);
+                continue;
+            }
             if (byte == '"') {
                 isQuoted = !isQuoted;
                 if (!std::exchange(hasQuotes, true)) word.unquoted = word.text.size();

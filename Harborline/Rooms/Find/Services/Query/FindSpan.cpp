@@ -105,7 +105,12 @@ std::optional<FindSpan> comparedSpan(std::string_view text, const FindSpanReader
         return comparison.applied(*value);
     }
     const std::size_t dots = text.find("..");
-    if (dots == std::string_view::npos) return reader(text);
+    if (dots == std::string_view::npos) {
+        const bool isOpen = text.ends_with('+') || text.ends_with('-');
+        const auto value = reader(text.substr(0, text.size() - (isOpen ? 1 : 0)));
+        if (!value || !isOpen) return value;
+        return text.ends_with('+') ? FindSpan{.min = value->min} : FindSpan{.max = value->max};
+    }
     const std::string_view from = text.substr(0, dots);
     const std::string_view to = text.substr(dots + 2);
     if (from.empty() && to.empty()) return std::nullopt;

@@ -26,7 +26,8 @@ using FindSpanReader = std::function<std::optional<FindSpan>(std::string_view)>;
 
 /// Reads a value, a comparison with a value (">10", ">=10", "<10", "<=10", "=10"), or a range
 /// ("1..2"), whose first or last value may be missing ("1..", "..2"). A range includes both values,
-/// and the larger one may come first.
+/// and the larger one may come first. "10+" means ">=10" and "10-" means "<=10": shells take the
+/// other signs for themselves.
 [[nodiscard]] std::optional<FindSpan> comparedSpan(std::string_view text,
                                                    const FindSpanReader& reader);
 
@@ -41,6 +42,10 @@ using FindSpanReader = std::function<std::optional<FindSpan>(std::string_view)>;
 /// Reads dates as seconds since 1970, in the time zone of the system: "today", "yesterday",
 /// "thisweek", "lastweek", "thismonth", "lastmonth", "thisyear", "lastyear", "2026", "2026-11" or
 /// "2026-11-21". Weeks begin on Monday. A range goes to the end of its last day.
+///
+/// An age is a number with a unit: s, min, h, d, w, mo (30 days) or y (365 days). "7d" and "<7d"
+/// mean the last seven times 24 hours, ">2h" what is older than two hours. Only an age may end in
+/// "-": "2026-" is a date that is not whole yet.
 [[nodiscard]] std::optional<FindSpan> dateSpan(std::string_view text, Timestamp now);
 
 } // namespace tidyro

@@ -92,6 +92,42 @@ std::int64_t beginningOf(Day day) {
     return static_cast<std::int64_t>(std::floor(beginning.secondsSince1970()));
 }
 
+struct AgeUnit {
+    std::string_view name;
+    std::int64_t seconds;
+};
+
+/// "m" is none: people mean minutes by it, or months.
+constexpr std::array<AgeUnit, 7> ageUnits{{{"s", 1},
+                                           {"min", 60},
+                                           {"h", 3'600},
+                                           {"d", 86'400},
+                                           {"w", 7 * 86'400},
+                                           {"mo", 30 * 86'400},
+                                           {"y", 365 * 86'400}}};
+
+std::optional<FindSpan> age(std::string_view text) {
+    const std::size_t end = std::min(text.find_first_not_of("0123456789"), text.size());
+    const auto* unit = std::ranges::find(ageUnits, text.substr(end), &AgeUnit::name);
+    const auto number = decimalArgument<std::int64_t>(text.substr(0, end));
+    constexpr std::int64_t maxNumber = 1'000'000'000; // so that the product cannot overflow
+    if (unit == ageUnits.end() || !number || *number > maxNumber) return std::nullopt;
+    return FindSpan{.min = *number * unit->seconds, .max = *number * unit->seconds};
+}
+
+/// Between which moments something was changed whose age is in the span of the text.
+std::optional<FindSpan> spanOfAge(std::string_view text, Timestamp now) {
+    auto ages = comparedSpan(text, age);
+    if (!ages) return std::nullopt;
+    if (age(text)) ages->min = FindSpan::lowest; // "7d" has a younger end that nobody writes
+    if (ages->min > ages->max) return ages;
+    const auto seconds = static_cast<std::int64_t>(std::floor(now.secondsSince1970()));
+    FindSpan moments;
+    if (ages->max != FindSpan::highest) moments.min = seconds - ages->max;
+    if (ages->min != FindSpan::lowest) moments.max = seconds - ages->min;
+    return moments;
+}
+
 } // namespace
 
 std::optional<FindSpan> dateSpan(std::string_view text, Timestamp now) {
@@ -103,7 +139,10 @@ std::optional<FindSpan> dateSpan(std::string_view text, Timestamp now) {
         if (!span) return std::nullopt;
         return FindSpan{.min = beginningOf(span->first), .max = beginningOf(span->end) - 1};
     };
-    return comparedSpan(lowercased(text), read);
+    const std::string lower = lowercased(text);
+    if (const auto moments = spanOfAge(lower, now)) return moments;
+    if (lower.ends_with('-')) return std::nullopt; // a date that somebody goes on typing
+    return comparedSpan(lower, read);
 }
 
 } // namespace tidyro

@@ -108,8 +108,34 @@ TEST(FindQuery, ReadsFields) {
          "all(size[1000000000-2000000000] size[0-5000] size[2199023255552-] size[1000-2000] "
          "size[0-0])"},
         {"size:<0 size:>99999999999999999999tb", "all(size[1-0] size[1-0])"},
-        {"unknown:x \"size\":1 http://x", "all('unknown:x' 'size:1' path:'http://x')"},
+        {"\"size\":1 http://x C:x 12:30 File::Spec",
+         "all('size:1' path:'http://x' 'c:x' '12:30' 'file::spec')"},
+        {"type:image file: -folder: folder:no", "all(kind(image) kind(file) not(kind(folder)) "
+                                                "not(kind(folder)))"},
+        {"folder:src file:*.c", "all(kind(folder) 'src' kind(file) glob:'*.c')"},
+        {"size:10mb+ size:1k- depth:2+ ext:jpg,png",
+         "all(size[10000000-] size[0-1000] depth[2-] ext(jpg png))"},
+        {"a\\\"b \"c\\\" d\" \\\"", "all('a\"b' 'c\" d' '\"')"},
     });
+}
+
+TEST(FindQuery, ReadsSetsAndAlternatives) {
+    expectTrees({
+        {"img[0-9].png [!a-z]x", "all(glob:'img[0-9].png' glob:'[!a-z]x')"},
+        {"report[1].pdf [2026-11] a[b", "all('report[1].pdf' '[2026-11]' 'a[b')"},
+        {"\"[a-z]\" exact:[a-z]", "all('[a-z]' exact:'[a-z]')"},
+        {"main.{c,h}", "all(any(glob:'main.c' glob:'main.h'))"},
+        {"{a,b{,c}}x -{d,e}",
+         "all(any(glob:'ax' glob:'bx' glob:'bcx') not(any(glob:'d' glob:'e')))"},
+        {"{a} {b a,c} \"{a,b}\"", "all('{a}' '{b' 'a,c}' '{a,b}')"},
+        {"src/{a,b}.c", "all(any(path:glob:'src/a.c' path:glob:'src/b.c'))"},
+    });
+    std::string many = "{a";
+    for (int i = 0; i < 40; ++i) many += fmt::format(",b{}", i);
+    EXPECT_EQ(parsedFindQuery(many + "}", Timestamp()).root.children.size(), 1U);
+    EXPECT_EQ(globSetEnd("a[]b]c", 1), 5U);
+    EXPECT_EQ(globSetEnd("[!]]", 0), 4U);
+    EXPECT_EQ(globSetEnd("[]", 0), 0U);
 }
 
 TEST(FindQuery, TakesForWordsWhatItCannotRead) {
@@ -131,10 +157,13 @@ TEST(FindQuery, TakesForWordsWhatItCannotRead) {
         {"a | | b |", "all(any('a' 'b'))", true},
         {"NOT", "all('not')", true},
         {"(OR a)", "all('or' 'a')", true},
+        {"unknown:x", "all('unknown:x')", true},
     });
     EXPECT_EQ(
         parsedFindQuery("size:>banana", Timestamp()).problem,
         "\"size:>banana\" was taken for a word; size: takes a size such as >10mb or 1gb..2gb.");
+    EXPECT_EQ(parsedFindQuery("colour:red", Timestamp()).problem,
+              "\"colour:red\" was taken for a word; there is no field colour:.");
     const auto harmless = parsedFindQuery("kind:\x1B[2J" + std::string(90, 'x'), Timestamp());
     EXPECT_EQ(harmless.problem->find('\x1B'), std::string::npos);
     EXPECT_LT(harmless.problem->size(), 150U);
@@ -218,6 +247,10 @@ TEST(FindQuery, ReadsHostileQueriesInTimeThatGrowsWithThem) {
         "ext:" + repeated("a;", 50'000),
         "size:" + repeated("9", 100'000),
         repeated("\xCC\x81", 50'000),
+        repeated("{", 100'000),
+        repeated("{a,b}", 20'000),
+        repeated("{a,{b,c}} ", 10'000),
+        repeated("[a-", 33'000),
         repeated("\xFF(", 50'000),
         numbered("x", " "),
         numbered("ext:x", "|"),

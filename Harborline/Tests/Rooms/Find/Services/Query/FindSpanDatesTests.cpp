@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
@@ -95,6 +97,26 @@ TEST(FindSpanDates, AreThoseOfThePersonsCalendar) {
         const Zone there(zone);
         EXPECT_EQ(spanOf(text, now), span) << zone << " " << text;
     }
+}
+
+TEST(FindSpanDates, ReadsAges) {
+    const Timestamp now = utc(2026, 11, 22, 12, 0);
+    const std::pair<std::string_view, std::string_view> readings[] = {
+        {"7d", "2026-11-15 12:00:00 - ..."},
+        {"<2h", "2026-11-22 10:00:01 - ..."},
+        {"2H-", "2026-11-22 10:00:00 - ..."},
+        {">2h", "... - 2026-11-22 09:59:59"},
+        {"2h+", "... - 2026-11-22 10:00:00"},
+        {"1w..90min", "2026-11-15 12:00:00 - 2026-11-22 10:30:00"},
+        {"2mo", "2026-09-23 12:00:00 - ..."},
+        {"7", "none"},
+        {"7m", "none"},
+        {"d", "none"},
+        {"-1d", "none"},
+        {"99999999999y", "none"},
+        {"2h..today", "none"},
+    };
+    for (const auto& [text, span] : readings) EXPECT_EQ(spanOf(text, now), span) << text;
 }
 
 } // namespace

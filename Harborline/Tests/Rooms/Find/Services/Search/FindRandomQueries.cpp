@@ -63,7 +63,11 @@ std::string RandomQueries::glob() {
     }
     const std::size_t at = random_.below(characterCount(made) + 1);
     const std::string end = charactersOf(made, at + 1, made.size());
-    switch (random_.below(4)) {
+    static const std::vector<std::string> sets{"[a-m]", "[!a-m0-9]", "[]x]", "[\u00E0-\u00FF]",
+                                               "[e",    "{a,e}",     "{,e*}"};
+    switch (random_.below(6)) {
+    case 4: return charactersOf(made, 0, at) + random_.oneOf(sets) + end + "*";
+    case 5: return "*" + random_.oneOf(sets) + "*" + (random_.oneIn(2) ? end : "");
     case 0: return "*" + made + "*";
     case 1: return made + "*";
     case 2: return "*" + charactersOf(made, 0, at) + "?" + end + "*";
@@ -137,6 +141,14 @@ std::string RandomQueries::field() {
                                                 "dm:thisyear",
                                                 "dm:2026-09",
                                                 "dm:>2026-01-15",
+                                                "dm:30d",
+                                                "dm:>2w",
+                                                "dm:2026-06-",
+                                                "size:1kb+",
+                                                "type:code",
+                                                "file:",
+                                                "folder:a",
+                                                "a\\\"",
                                                 "dm:<=2025",
                                                 "dm:2026-01..2026-06",
                                                 "depth:1",

@@ -214,20 +214,22 @@ struct NaiveFind::Search {
             if (needle.ends_with('/')) needle.pop_back();
             return text == "/" + needle;
         }
-        case FindTextMode::glob: return globHolds(needle, text, term.isInPath, isFixed);
+        case FindTextMode::glob: return globHolds(term, needle, text, isFixed);
         case FindTextMode::regex: break;
         }
         return false;
     }
 
-    static bool globHolds(const std::string& pattern, const std::string& text, bool isInPath,
-                          bool isFixed) {
-        if (!isInPath || isFixed || pattern.starts_with('*')) return naiveGlob(pattern, text);
+    static bool globHolds(const FindTextTerm& term, const std::string& pattern,
+                          const std::string& text, bool isFixed) {
+        const bool isWhole = !term.isInPath || isFixed || pattern.starts_with('*');
+        if (isWhole) return naiveGlob(pattern, text, term.hasSets);
         // From the beginning of some component, with or without the "/" before it.
         const bool isWithSlash = pattern.starts_with('/');
         for (std::size_t at = 0; at < text.size(); ++at) {
             if (text[at] != '/') continue;
-            if (naiveGlob(pattern, text.substr(at + (isWithSlash ? 0 : 1)))) return true;
+            const std::string rest = text.substr(at + (isWithSlash ? 0 : 1));
+            if (naiveGlob(pattern, rest, term.hasSets)) return true;
         }
         return false;
     }

@@ -53,7 +53,7 @@ class NaiveFind {
 
 /// Whether a glob is all of a text: "*" any characters, "?" one, a byte that is no UTF-8 among
 /// them, every other byte itself.
-[[nodiscard]] bool naiveGlob(std::string_view pattern, std::string_view text);
+[[nodiscard]] bool naiveGlob(std::string_view pattern, std::string_view text, bool hasSets);
 
 /// Whether a needle stands in the folded text, or in the own bytes, from one boundary of words to
 /// another; at the very beginning, if it has to.

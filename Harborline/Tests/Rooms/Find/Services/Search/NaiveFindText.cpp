@@ -71,23 +71,56 @@ std::vector<bool> foldedWordEnds(std::string_view own, std::string_view folded) 
     return ends;
 }
 
+/// One element of a glob: the bytes of a set, or one byte.
+std::vector<std::string> globElements(std::string_view pattern, bool hasSets) {
+    std::vector<std::string> elements;
+    for (std::size_t at = 0; at < pattern.size(); ++at) {
+        const std::size_t first = at + (pattern.substr(at + 1).starts_with('!') ? 2 : 1);
+        const std::size_t close =
+            first < pattern.size() ? pattern.find(']', first + 1) : std::string_view::npos;
+        const bool isSet = hasSets && pattern[at] == '[' && close != std::string_view::npos;
+        elements.emplace_back(pattern.substr(at, isSet ? close + 1 - at : 1));
+        if (isSet) at = close;
+    }
+    return elements;
+}
+
+bool isInSet(std::string_view set, std::string_view character) {
+    std::vector<std::string_view> members;
+    for (std::string_view rest = set.substr(1, set.size() - 2); !rest.empty();) {
+        members.push_back(firstCharacter(rest).bytes);
+        rest.remove_prefix(members.back().size());
+    }
+    const bool isDenied = members.size() > 1 && members.front() == "!";
+    bool isMember = false;
+    for (std::size_t i = isDenied ? 1 : 0; i < members.size(); ++i) {
+        const bool isRange = i + 2 < members.size() && members[i + 1] == "-";
+        const std::string_view last = members[isRange ? i + 2 : i];
+        isMember = isMember || (members[i] <= character && character <= last);
+        if (isRange) i += 2;
+    }
+    return isMember != isDenied;
+}
+
 } // namespace
 
-bool naiveGlob(std::string_view pattern, std::string_view text) {
-    const auto next = [text](std::size_t at) {
-        return at + firstCharacter(text.substr(at)).bytes.size();
-    };
+bool naiveGlob(std::string_view pattern, std::string_view text, bool hasSets) {
     // The offsets up to which the pattern so far can be all of the text.
     std::set<std::size_t> fits{0};
-    for (const char wanted : pattern) {
+    for (const std::string& wanted : globElements(pattern, hasSets)) {
         std::set<std::size_t> longer;
-        for (const std::size_t at : fits) {
-            if (wanted == '*') {
+        for (std::size_t at : fits) {
+            if (wanted == "*") {
                 // From what is there already, all that follows is.
-                std::size_t to = at;
-                while (longer.insert(to).second && to < text.size()) to = next(to);
-            } else if (at < text.size() && (wanted == '?' || wanted == text[at])) {
-                longer.insert(wanted == '?' ? next(at) : at + 1);
+                while (longer.insert(at).second && at < text.size()) {
+                    at += firstCharacter(text.substr(at)).bytes.size();
+                }
+            } else if (at < text.size()) {
+                const std::string_view one = firstCharacter(text.substr(at)).bytes;
+                const bool isAny = wanted == "?" || (wanted.size() > 1 && isInSet(wanted, one));
+                if (isAny) longer.insert(at + one.size());
+                if (!isAny && wanted.size() == 1 && wanted.front() == text[at])
+                    longer.insert(at + 1);
             }
         }
         fits = longer;
