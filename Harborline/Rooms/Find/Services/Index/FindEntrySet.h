@@ -33,6 +33,10 @@ class FindEntrySet {
     void remove(Entry entry) {
         words_[entry / wordBits] &= ~(std::uint64_t{1} << (entry % wordBits));
     }
+    void addAll() {
+        for (std::uint64_t& word : words_) word = ~std::uint64_t{0};
+        if (count_ % wordBits != 0) words_.back() >>= wordBits - count_ % wordBits;
+    }
     [[nodiscard]] std::vector<std::uint64_t>& words() { return words_; }
     [[nodiscard]] const std::vector<std::uint64_t>& words() const { return words_; }
 

@@ -21,6 +21,13 @@ FindEntrySet takingPart(const FindIndexStorage& storage, FindScope scope) {
     // of every entry anyway.
     const auto closing = static_cast<std::uint8_t>(findflag::deleted |
                                                    (scope.packageContents ? 0 : findflag::package));
+    unsigned present = 0;
+    for (const std::uint8_t flags : storage.flags.span()) present |= flags;
+    if ((present & (unwanted | closing)) == 0 && count > 0) { // mostly nothing has to be left out
+        takesPart.addAll();
+        takesPart.remove(0);
+        return takesPart;
+    }
     GrowingArray<bool> isClosed; // to what it holds
     isClosed.append(count, false);
     for (Entry entry = 0; entry < count; ++entry) {

@@ -114,6 +114,16 @@ const std::uint64_t* FindBlockFilter::namesWith(char byte) const {
     return letter < letters ? letters_[letter].data() : nullptr;
 }
 
+std::vector<const std::uint64_t*> FindBlockFilter::namesWithEach(std::string_view text) const {
+    std::vector<const std::uint64_t*> sets;
+    for (const char byte : text) {
+        const std::uint64_t* with = namesWith(byte);
+        if (with == nullptr || std::ranges::find(sets, with) != sets.end()) continue;
+        sets.push_back(with);
+    }
+    return sets;
+}
+
 std::uint64_t FindBlockFilter::namesBeginningWith(char byte, std::size_t block) const {
     // Eight bytes at a time: where they are the byte, all bits of the difference are 0.
     constexpr std::uint64_t ones = 0x0101010101010101;

@@ -40,6 +40,8 @@ class FindBlockFilter {
     /// The names that hold a letter, digit or common sign when they are folded: a bit for each
     /// covered entry. Null for other bytes.
     [[nodiscard]] const std::uint64_t* namesWith(char byte) const;
+    /// The same for each byte of a text that there are bits for: what holds the text is in all.
+    [[nodiscard]] std::vector<const std::uint64_t*> namesWithEach(std::string_view text) const;
     /// The folded names of a block that begin with the byte: a bit for each of its 64 entries.
     [[nodiscard]] std::uint64_t namesBeginningWith(char byte, std::size_t block) const;
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -29,6 +31,17 @@ class FindFolderWords {
     /// Takes the entries out of `among` that lack a word.
     void keepMatching(FindEntrySet& among);
 
+    /// Entries, and a fit that is no worse than that of any of them.
+    struct Tier {
+        FindFit best;
+        FindEntrySet entries;
+    };
+    /// Whether the names were searched for the words, so that `tiers` can be asked.
+    [[nodiscard]] bool knowsHolders() const { return !holders_.empty(); }
+    /// Takes matches apart, those that may fit best first. Right where the query asks for nothing
+    /// in names but the words.
+    [[nodiscard]] std::array<Tier, 4> tiers(const FindEntrySet& matches) const;
+
     /// How the folders are used for an entry, which need not match.
     [[nodiscard]] FindFolderUse use(Entry entry);
     /// The same, but `whole` may be `partly`: this is known sooner.
@@ -40,6 +53,15 @@ class FindFolderWords {
   private:
     static constexpr std::uint16_t isKnown = 0x8000; ///< beside a bit for each word
 
+    struct Holders {
+        FindEntrySet holding;   ///< the word in their name
+        FindEntrySet beginning; ///< with it
+    };
+
+    void findHolders();
+    // Entries of one word of a set, a bit for each
+    [[nodiscard]] std::uint64_t allInNameAt(std::size_t word) const;
+    [[nodiscard]] std::uint64_t matchesAt(std::size_t word, std::uint64_t asked);
     [[nodiscard]] std::uint16_t inPath(Entry folder);
     [[nodiscard]] bool isWholeName(std::string_view word, Entry folder) const;
 
@@ -50,7 +72,7 @@ class FindFolderWords {
     std::uint16_t all_; ///< a bit for each word
     std::vector<std::string> rootFolders_;
     std::uint16_t inRoot_ = 0;           ///< the words in the path of the root
-    std::vector<FindEntrySet> holders_;  ///< of each word, once names were searched for them
+    std::vector<Holders> holders_;       ///< of each word, once names were searched for them
     std::vector<std::uint16_t> inPaths_; ///< by folder; 0 where nobody asked yet
     std::vector<Entry> asked_;           ///< kept for its room
 };

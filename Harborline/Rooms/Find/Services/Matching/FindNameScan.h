@@ -32,6 +32,13 @@ class FindNameScan {
     /// once the search was cancelled.
     [[nodiscard]] FindEntrySet holding(std::string_view needle) const;
 
+    /// Calls `visit(word, found)` for each word of the set in which names hold the needle, in
+    /// order; `found` tells which of the entries of that word. Entries outside of `among` are left
+    /// out. Returns false when it was cancelled before the end.
+    template <class Visit>
+    bool forEachWord(const NeedleFinder& finder, const FindEntrySet& among,
+                     const Visit& visit) const;
+
     /// All entries whose own name holds the bytes, and some others. A run of ASCII bytes in a name
     /// is in the folded name as well, so the longest run of the bytes is looked for there.
     [[nodiscard]] FindEntrySet candidatesForOwn(std::string_view bytes) const;
@@ -39,12 +46,7 @@ class FindNameScan {
     /// Calls `visit(entry, at)` for each place in `foldedNames` where the needle stands within one
     /// name, in order. Returns false when it was cancelled before the end.
     template <class Visit>
-    bool forEachPlace(const NeedleFinder& finder, const Visit& visit) const {
-        return forEachPlace(finder, 0, visit);
-    }
-    /// The same for the entries from `first` on, which is 0 or the end of what the filter covers.
-    template <class Visit>
-    bool forEachPlace(const NeedleFinder& finder, Entry first, const Visit& visit) const;
+    bool forEachPlace(const NeedleFinder& finder, const Visit& visit) const;
 
   private:
     /// How many entries are searched before it asks again whether it was cancelled.
@@ -62,31 +64,55 @@ class FindNameScan {
 };
 
 template <class Visit>
-bool FindNameScan::forEachPlace(const NeedleFinder& finder, Entry first, const Visit& visit) const {
-    constexpr auto blockSize = static_cast<Entry>(FindBlockFilter::blockSize);
-    const Entry count = storage_.count();
-    Entry from = first;
-    if (filter_ != nullptr && from < filter_->covered()) {
-        const std::vector<std::uint64_t> blocks = filter_->blocksThatMayHold(finder.needle());
-        for (std::size_t i = 0; i < blocks.size(); ++i) {
-            if (cancel_.stop_requested()) return false;
-            // Blocks side by side are gone through in one go.
-            const auto base = static_cast<Entry>(i * FindEntrySet::wordBits);
-            for (std::uint64_t left = blocks[i]; left != 0;) {
-                const auto begin = static_cast<unsigned>(std::countr_zero(left));
-                const auto length = static_cast<unsigned>(std::countr_one(left >> begin));
-                visitPlaces(finder, (base + begin) * blockSize, (base + begin + length) * blockSize,
-                            visit);
-                left &= begin + length == FindEntrySet::wordBits
-                            ? 0
-                            : ~std::uint64_t{0} << (begin + length);
+bool FindNameScan::forEachWord(const NeedleFinder& finder, const FindEntrySet& among,
+                               const Visit& visit) const {
+    static_assert(FindBlockFilter::blockSize == FindEntrySet::wordBits);
+    static_assert(FindBlockFilter::blockSize == NeedleFinder::Names::count);
+    constexpr std::size_t size = FindEntrySet::wordBits;
+    const std::string_view text(storage_.foldedNames.data(), storage_.foldedNames.size());
+    const std::size_t count = storage_.count();
+    const std::size_t covered = filter_ == nullptr ? 0 : filter_->covered() / size;
+    std::vector<std::uint64_t> blocks; // a bit for each
+    std::vector<const std::uint64_t*> letters;
+    if (covered > 0) {
+        blocks = filter_->blocksThatMayHold(finder.needle());
+        letters = filter_->namesWithEach(finder.needle());
+    }
+    const bool isLetter = finder.needle().size() == 1 && !letters.empty();
+    for (std::size_t i = 0; i < among.words().size(); ++i) {
+        if (i * size % entriesAtOnce == 0 && cancel_.stop_requested()) return false;
+        std::uint64_t asked = among.words()[i];
+        if (i < covered) {
+            if ((blocks[i / size] >> (i % size) & 1U) == 0) continue;
+            for (const std::uint64_t* with : letters) asked &= with[i];
+        }
+        if (asked == 0) continue;
+        NeedleFinder::InNames found;
+        if (i < covered && isLetter) { // then the filter has told it all
+            found.holding = asked;
+            found.beginning = asked & filter_->namesBeginningWith(finder.needle().front(), i);
+        } else if ((i + 1) * size <= count) {
+            found = finder.inNames(
+                asked, {.text = text, .starts = storage_.foldedStart.data() + i * size});
+        } else {
+            for (; asked != 0; asked &= asked - 1) { // fewer names than a block has
+                const auto bit = static_cast<unsigned>(std::countr_zero(asked));
+                const std::size_t at =
+                    storage_.foldedName(static_cast<Entry>(i * size + bit)).find(finder.needle());
+                found.holding |= std::uint64_t{at != std::string_view::npos} << bit;
+                found.beginning |= std::uint64_t{at == 0} << bit;
             }
         }
-        from = filter_->covered();
+        if (found.holding != 0) visit(i, found);
     }
-    while (from < count) {
+    return true;
+}
+
+template <class Visit>
+bool FindNameScan::forEachPlace(const NeedleFinder& finder, const Visit& visit) const {
+    for (Entry from = 0; from < storage_.count();) {
         if (cancel_.stop_requested()) return false;
-        const Entry to = from + std::min(entriesAtOnce, count - from);
+        const Entry to = from + std::min(entriesAtOnce, storage_.count() - from);
         visitPlaces(finder, from, to, visit);
         from = to;
     }

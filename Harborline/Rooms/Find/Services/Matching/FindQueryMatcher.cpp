@@ -244,6 +244,19 @@ FindEntrySet FindQueryMatcher::matches(FindEntrySet among) const {
     return among;
 }
 
+std::vector<FindFolderWords::Tier> FindQueryMatcher::tiers(FindEntrySet matches) const {
+    std::vector<FindFolderWords::Tier> tiers;
+    const auto words = body_->folderWords.find(&body_->root);
+    const bool areAllOfIt = words != body_->folderWords.end() && words->second.knowsHolders() &&
+                            body_->ranking.size() == words->second.words().size();
+    if (areAllOfIt) {
+        for (auto& tier : words->second.tiers(matches)) tiers.push_back(std::move(tier));
+    } else {
+        tiers.push_back({.best = {FindNameRank::wholeName}, .entries = std::move(matches)});
+    }
+    return tiers;
+}
+
 FindFit FindQueryMatcher::fit(std::uint32_t entry) const {
     return body_->fit(body_->root, entry).value_or(FindFit());
 }

@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "Base/Cancellation.h"
 #include "Rooms/Find/Services/Index/FindEntrySet.h"
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
 #include "Rooms/Find/Services/Matching/FindBlockFilter.h"
+#include "Rooms/Find/Services/Matching/FindFolderWords.h"
 #include "Rooms/Find/Services/Matching/FindNameRank.h"
 #include "Rooms/Find/Services/Query/FindQuery.h"
 
@@ -38,6 +40,10 @@ class FindQueryMatcher {
     /// The entries of `among` that meet the query. Neither the root nor anything deleted may be in
     /// `among`. The result means nothing once the search was cancelled.
     [[nodiscard]] FindEntrySet matches(FindEntrySet among) const;
+
+    /// What `matches` found, in sets of which each has a fit that is no worse than that of any
+    /// entry in it, the best first.
+    [[nodiscard]] std::vector<FindFolderWords::Tier> tiers(FindEntrySet matches) const;
 
     /// How well a matching entry fits what was typed. The first plain text of the query counts: one
     /// that is looked for in names, is not denied, and is neither a glob nor a regular expression.

@@ -29,7 +29,8 @@ constexpr std::size_t headSize = sizeof(std::uint64_t);
 
 } // namespace
 
-NeedleFinder::NeedleFinder(std::string needle) : needle_(std::move(needle)), form_(bestForm()) {
+NeedleFinder::NeedleFinder(std::string needle)
+    : needle_(std::move(needle)), form_(bestForm()), nameForm_(bestNameForm()) {
     const auto rarer = [&](std::size_t a, std::size_t b) {
         return frequency(needle_[a]) < frequency(needle_[b]);
     };
@@ -72,6 +73,20 @@ std::size_t NeedleFinder::findSomePlainly(std::string_view text, std::size_t& fr
 std::size_t NeedleFinder::plainForm(const NeedleFinder& self, std::string_view text,
                                     std::size_t& from, std::span<std::uint32_t> places) {
     return self.findSomePlainly(text, from, places);
+}
+
+NeedleFinder::InNames NeedleFinder::inNamesPlainly(const NeedleFinder& self, std::uint64_t asked,
+                                                   const Names& names) {
+    InNames found;
+    for (; asked != 0; asked &= asked - 1) {
+        const auto i = static_cast<unsigned>(std::countr_zero(asked));
+        const std::string_view name =
+            names.text.substr(names.starts[i], names.starts[i + 1] - names.starts[i]);
+        const std::size_t at = name.find(self.needle_);
+        found.holding |= std::uint64_t{at != std::string_view::npos} << i;
+        found.beginning |= std::uint64_t{at == 0} << i;
+    }
+    return found;
 }
 
 #if defined(__x86_64__)
@@ -138,6 +153,68 @@ NeedleFinder::Form NeedleFinder::bestForm() {
     return best;
 }
 
+/// One name whose needle may begin behind the bytes that are looked at in one go.
+__attribute__((target("avx2,bmi,bmi2"))) bool NeedleFinder::isInLongName(const char* name,
+                                                                         std::size_t places) const {
+    const __m256i first = _mm256_set1_epi8(needle_[first_]);
+    const __m256i second = _mm256_set1_epi8(needle_[second_]);
+    for (std::size_t at = half; at < places; at += half) {
+        std::uint32_t both =
+            _bzhi_u32(bothAt(name + at + first_, name + at + second_, first, second),
+                      static_cast<std::uint32_t>(std::min(places - at, half)));
+        for (; both != 0; both &= both - 1) {
+            if (isAt(name + at + std::countr_zero(both))) return true;
+        }
+    }
+    return false;
+}
+
+template <bool isShort>
+__attribute__((target("avx2,bmi,bmi2"))) NeedleFinder::InNames
+NeedleFinder::wideNameForm(const NeedleFinder& self, std::uint64_t asked, const Names& names) {
+    // Behind the last name as many bytes have to be there as are looked at in one go, even where
+    // the name is shorter than the needle.
+    if (names.text.size() < names.starts[Names::count] + self.needle_.size() + half + headSize) {
+        return inNamesPlainly(self, asked, names);
+    }
+    const __m256i first = _mm256_set1_epi8(self.needle_[self.first_]);
+    const __m256i second = _mm256_set1_epi8(self.needle_[self.second_]);
+    const char* text = names.text.data();
+    const char* atFirst = text + self.first_;
+    const char* atSecond = text + self.second_;
+    const auto length = static_cast<std::uint32_t>(self.needle_.size());
+    std::uint64_t holding = 0;
+    std::uint64_t beginning = 0;
+    std::uint64_t longer = 0; // than what is looked at in one go
+    for (; asked != 0; asked &= asked - 1) {
+        const auto i = static_cast<unsigned>(std::countr_zero(asked));
+        const std::uint32_t start = names.starts[i];
+        const std::uint32_t bytes = names.starts[i + 1] - start;
+        const std::uint32_t places = bytes < length ? 0 : bytes - length + 1;
+        // Without a branch: whether a name holds two bytes nobody can predict.
+        std::uint32_t both = _bzhi_u32(bothAt(atFirst + start, atSecond + start, first, second),
+                                       std::min<std::uint32_t>(places, half));
+        if constexpr (!isShort) { // else the two bytes are all of it
+            while (both != 0 && !self.isAt(text + start + std::countr_zero(both))) both &= both - 1;
+        }
+        holding |= std::uint64_t{both != 0} << i;
+        beginning |= std::uint64_t{both & 1U} << i;
+        longer |= std::uint64_t{places > half} << i;
+    }
+    for (longer &= ~holding; longer != 0; longer &= longer - 1) {
+        const auto i = static_cast<unsigned>(std::countr_zero(longer));
+        const std::uint32_t start = names.starts[i];
+        const bool isIn = self.isInLongName(text + start, names.starts[i + 1] - start - length + 1);
+        holding |= std::uint64_t{isIn} << i;
+    }
+    return {.holding = holding, .beginning = beginning};
+}
+
+NeedleFinder::NameForm NeedleFinder::bestNameForm() const {
+    if (!platform::hasAVX2()) return &inNamesPlainly;
+    return needle_.size() <= 2 ? &wideNameForm<true> : &wideNameForm<false>;
+}
+
 #elif defined(__aarch64__)
 
 std::size_t NeedleFinder::wideForm(const NeedleFinder& self, std::string_view text,
@@ -170,6 +247,8 @@ std::size_t NeedleFinder::wideForm(const NeedleFinder& self, std::string_view te
 
 NeedleFinder::Form NeedleFinder::bestForm() { return &wideForm; }
 
+NeedleFinder::NameForm NeedleFinder::bestNameForm() const { return &inNamesPlainly; }
+
 #else
 
 std::size_t NeedleFinder::wideForm(const NeedleFinder& self, std::string_view text,
@@ -178,6 +257,8 @@ std::size_t NeedleFinder::wideForm(const NeedleFinder& self, std::string_view te
 }
 
 NeedleFinder::Form NeedleFinder::bestForm() { return &plainForm; }
+
+NeedleFinder::NameForm NeedleFinder::bestNameForm() const { return &inNamesPlainly; }
 
 #endif
 

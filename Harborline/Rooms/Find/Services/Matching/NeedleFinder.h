@@ -35,6 +35,27 @@ class NeedleFinder {
     }
     [[nodiscard]] const std::string& needle() const { return needle_; }
 
+    /// 64 names that stand one behind the other in a text; `starts` has one more offset.
+    struct Names {
+        std::string_view text;
+        const std::uint32_t* starts;
+        static constexpr std::size_t count = 64;
+    };
+    /// Names, a bit for each.
+    struct InNames {
+        std::uint64_t holding = 0;
+        std::uint64_t beginning = 0; ///< some of those that hold the needle
+        bool operator==(const InNames&) const = default;
+    };
+    /// Which of the asked names hold the needle. Names are short: one comparison of 32 bytes tells
+    /// of most, and no place of a needle that lies over two names has to be sorted out.
+    [[nodiscard]] InNames inNames(std::uint64_t asked, const Names& names) const {
+        return nameForm_(*this, asked, names);
+    }
+    /// The same by means that every processor has.
+    [[nodiscard]] static InNames inNamesPlainly(const NeedleFinder& self, std::uint64_t asked,
+                                                const Names& names);
+
     /// The same by means that every processor has.
     [[nodiscard]] std::size_t findSomePlainly(std::string_view text, std::size_t& from,
                                               std::span<std::uint32_t> places) const;
@@ -43,7 +64,14 @@ class NeedleFinder {
     using Form = std::size_t (*)(const NeedleFinder&, std::string_view, std::size_t&,
                                  std::span<std::uint32_t>);
 
+    using NameForm = InNames (*)(const NeedleFinder&, std::uint64_t, const Names&);
+
     [[nodiscard]] bool isAt(const char* place) const;
+    [[nodiscard]] NameForm bestNameForm() const;
+    [[nodiscard]] bool isInLongName(const char* name, std::size_t places) const;
+    template <bool isShort>
+    [[nodiscard]] static InNames wideNameForm(const NeedleFinder& self, std::uint64_t asked,
+                                              const Names& names);
     [[nodiscard]] static Form bestForm();
     [[nodiscard]] static std::size_t plainForm(const NeedleFinder& self, std::string_view text,
                                                std::size_t& from, std::span<std::uint32_t> places);
@@ -56,6 +84,7 @@ class NeedleFinder {
     std::uint64_t head_ = 0; ///< its first bytes, at most eight
     std::uint64_t headMask_ = 0;
     Form form_;
+    NameForm nameForm_;
 };
 
 } // namespace tidyro

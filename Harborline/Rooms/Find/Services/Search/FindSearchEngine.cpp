@@ -61,16 +61,21 @@ FindSearchResult searchWholeLanguage(const FindIndexStorage& storage, const Find
                                      const FindQuery& query, const FindBlockFilter* filter,
                                      const FindSearchEngine::Question& question) {
     const FindQueryMatcher matcher(storage, query, filter, question.cancel);
-    const FindEntrySet matches = matcher.matches(mask);
+    FindEntrySet matches = matcher.matches(mask);
+    const std::uint64_t count = matches.size();
     BestHits best(storage, question.limit);
-    matches.forEach([&](std::uint32_t entry) {
-        if (question.cancel.stop_requested()) return;
-        if (best.isOut(entry, {FindNameRank::wholeName})) return;
-        if (best.isOut(entry, matcher.bestPossibleFit(entry))) return;
-        best.offer(entry, matcher.fit(entry));
-    });
+    const auto tiers = matcher.tiers(std::move(matches));
+    const bool isOneTier = tiers.size() == 1; // then it tells nothing of a single entry
+    for (const auto& tier : tiers) {
+        if (best.isOut(tier.best)) break;
+        tier.entries.forEach([&](std::uint32_t entry) {
+            if (question.cancel.stop_requested() || best.isOut(entry, tier.best)) return;
+            if (isOneTier && best.isOut(entry, matcher.bestPossibleFit(entry))) return;
+            best.offer(entry, matcher.fit(entry));
+        });
+    }
     if (question.cancel.stop_requested()) return {.wasCancelled = true};
-    return {.hits = best.take(), .matchCount = matches.size()};
+    return {.hits = best.take(), .matchCount = count};
 }
 
 } // namespace

@@ -44,12 +44,11 @@ class PlainSearch {
     [[nodiscard]] bool hasRememberedAll() const { return isRemembering_; }
 
   private:
-    static constexpr std::uint32_t none = FindIndexStorage::none;
+    using InNames = NeedleFinder::InNames;
 
-    void runByLetter();
-    void takePlace(std::uint32_t entry, std::uint32_t at);
-    void closeEntry();
-    void remember(std::uint32_t entry);
+    void take(std::size_t word, const InNames& found);
+    void offer(std::size_t word, std::uint64_t entries, FindNameRank best);
+    void remember(std::size_t word, std::uint64_t entries);
 
     Options options_;
     const FindIndexStorage& storage_;
@@ -59,10 +58,7 @@ class PlainSearch {
     bool wasCancelled_ = false;
     bool isRemembering_ = true;
     std::vector<std::uint32_t> matches_;
-    // The entry whose places the finder is at, and what is known of it
-    std::uint32_t entry_ = none;
-    bool isWanted_ = false; ///< it may be among the best
-    FindNameRank rank_ = FindNameRank::anywhere;
+    std::vector<std::uint64_t> left_; ///< matches that do not begin with the word
 };
 
 } // namespace tidyro

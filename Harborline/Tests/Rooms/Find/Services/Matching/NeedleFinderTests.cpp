@@ -109,5 +109,37 @@ TEST(NeedleFinder, FindsAtEveryPlaceOfEveryAlignment) {
     }
 }
 
+TEST(NeedleFinder, TellsWhichNamesHoldANeedle) {
+    constexpr std::size_t names = NeedleFinder::Names::count;
+    testing::RandomSource random(12);
+    for (int round = 0; round < 400; ++round) {
+        const std::string_view letters = round % 2 == 0 ? "ab" : "etaon.-_x";
+        const std::string needle = randomText(random, letters, 1 + random.below(40));
+        std::string text;
+        std::vector<std::uint32_t> starts{0};
+        NeedleFinder::InNames expected;
+        for (std::size_t i = 0; i < names; ++i) {
+            // What lies over two names stands in neither.
+            std::string name = randomText(random, letters, random.below(random.oneIn(4) ? 90 : 12));
+            if (random.oneIn(3)) name += needle;
+            if (random.oneIn(4)) name.insert(0, needle);
+            if (random.oneIn(5)) name += needle.substr(0, needle.size() / 2 + 1);
+            expected.holding |= std::uint64_t{name.find(needle) != std::string::npos} << i;
+            expected.beginning |= std::uint64_t{name.starts_with(needle)} << i;
+            text += name;
+            starts.push_back(static_cast<std::uint32_t>(text.size()));
+        }
+        if (random.oneIn(2)) text += needle + std::string(random.below(80), 'e'); // further names
+        const TightText tight(text, random.below(33));
+        const NeedleFinder finder(needle);
+        const std::uint64_t asked = random.oneIn(2) ? ~std::uint64_t{0} : 0xF0F0'1234'8001'AAAA;
+        expected.holding &= asked;
+        expected.beginning &= asked;
+        const NeedleFinder::Names block{.text = tight.text(), .starts = starts.data()};
+        ASSERT_EQ(finder.inNames(asked, block), expected) << needle << " in " << text;
+        ASSERT_EQ(NeedleFinder::inNamesPlainly(finder, asked, block), expected) << needle;
+    }
+}
+
 } // namespace
 } // namespace tidyro

@@ -6,7 +6,7 @@ namespace tidyro::platform {
 
 bool hasAVX2() {
     return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-           __builtin_cpu_supports("popcnt");
+           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt");
 }
 
 #else
