@@ -27,6 +27,7 @@ FindDirectoryListing::Entry entryOf(const FolderEntry& found) {
     std::uint32_t flags = 0;
     if (found.traits.has(EntryTrait::hidden)) flags |= FindDirectoryListing::hiddenFlag;
     if (found.traits.has(EntryTrait::dataless)) flags |= FindDirectoryReader::datalessFlag;
+    if (found.traits.has(EntryTrait::program)) flags |= FindDirectoryListing::programFlag;
     return {.name = found.name,
             .type = typeOf(found.type),
             .size = found.logicalSize,

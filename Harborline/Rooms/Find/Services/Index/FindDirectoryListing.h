@@ -20,11 +20,13 @@ struct FindDirectoryListing {
     GrowingArray<FindObjectType> types;
     GrowingArray<std::uint64_t> sizes;  ///< bytes; those of folders mean nothing
     GrowingArray<std::uint32_t> mtimes; ///< whole seconds since 1970
-    /// `hiddenFlag` and FindDirectoryReader's `datalessFlag`, no others. Their bits are those of
-    /// the file flags of macOS.
+    /// `hiddenFlag`, `programFlag` and FindDirectoryReader's `datalessFlag`, no others. The bits of
+    /// the first and the last are those of the file flags of macOS.
     GrowingArray<std::uint32_t> bsdFlags;
     GrowingArray<bool> mountPoints; ///< something else is mounted there
 
+    /// The file can be run by somebody.
+    static constexpr std::uint32_t programFlag = 0x00000001;
     /// The owner hid the file. A reader may set it for a name that begins with a dot as well.
     static constexpr std::uint32_t hiddenFlag = 0x8000;
 

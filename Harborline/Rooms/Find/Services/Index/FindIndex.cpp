@@ -77,6 +77,7 @@ FindIndexSummary FindIndex::summary() const {
 }
 
 void FindIndex::exchange(FindIndexStorage storage, FindIndexMetadata metadata, Numbers numbers) {
+    storage.extendPlaces();
     Storage next = std::make_shared<const FindIndexStorage>(std::move(storage));
     std::optional<CachedMask> mask;
     {

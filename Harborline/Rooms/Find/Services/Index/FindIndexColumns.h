@@ -68,6 +68,10 @@ struct FindIndexColumns {
     GrowingArray<char> foldedNames;
     std::uint32_t foldedThrough = 0; ///< the names of all entries below it are folded
 
+    /// Made from the names as well, by `FindIndexStorage::extendPlaces`: the cost of an entry's
+    /// place in the lower half, and for folders the `FindPlace` of what they hold in the upper.
+    GrowingArray<std::uint8_t> place;
+
     /// Calls `visit` with each column that a file holds, a `FindColumn`, in the order of the file.
     template <class Visit>
     static constexpr void visitStoredColumns(const Visit& visit) {

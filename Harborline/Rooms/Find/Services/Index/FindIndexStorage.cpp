@@ -106,6 +106,8 @@ FindIndexStorage::Entry FindIndexStorage::appendEntries(Entry folder,
         if (isHidden) set |= findflag::hidden;
         if (!arePlain && !isASCII(called)) set |= findflag::notASCII;
         if (listing.types[i] == FindObjectType::symlink) set |= findflag::symlink;
+        const bool isProgram = (listing.bsdFlags[i] & FindDirectoryListing::programFlag) != 0;
+        if (isProgram && listing.types[i] == FindObjectType::file) set |= findflag::program;
         if (isFolder) {
             set |= findflag::folder;
             if (marksSystem && isSystemTopLevelName(called)) set |= findflag::system;

@@ -53,6 +53,9 @@ class FindIndexStorage : public FindIndexColumns {
     void aggregateFolderSizes();
     /// Folds the names that were appended since the last call. The functions that append call it.
     void extendFolded();
+    /// Rates the places of the entries that were appended since the last call. An index that
+    /// searches use has been rated as a whole; see `FindIndex`.
+    void extendPlaces();
 
     // One entry
 
@@ -76,6 +79,9 @@ class FindIndexStorage : public FindIndexColumns {
         return size32[entry] != bigSize ? size32[entry] : sizeOfBig(entry);
     }
     void setSize(std::uint64_t size, Entry entry);
+    /// How unlikely it is that the entry is meant, by its place and by whether it can be run; from
+    /// 0 to `maxFindPlaceCost`. Its place has to be rated.
+    [[nodiscard]] std::uint8_t placeCost(Entry entry) const { return place[entry] & 0xFU; }
     [[nodiscard]] std::string path(Entry entry) const;
     [[nodiscard]] bool isDeletedOrInside(Entry entry) const;
 
@@ -122,6 +128,7 @@ class FindIndexStorage : public FindIndexColumns {
     void changeAncestors(Entry entry, Change change, std::uint64_t bytes);
     void takeListed(Entry entry, const FindDirectoryListing& listing, std::size_t at);
     void setHiddenItself(Entry entry, bool isHidden);
+    void setProgram(Entry entry, bool isProgram);
 };
 
 template <class Visit>

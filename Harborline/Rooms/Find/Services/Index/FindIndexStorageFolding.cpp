@@ -1,9 +1,10 @@
-// The names as a search sees them.
+// The names as a search sees them, and what they tell of the places.
 #include <cstddef>
 
 #include "Base/Fault.h"
 #include "Base/UnicodeText.h"
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
+#include "Rooms/Find/Services/Index/FindPlaces.h"
 
 namespace tidyro {
 
@@ -44,6 +45,28 @@ void FindIndexStorage::extendFolded() {
         ++foldedThrough;
     }
     require(foldedNames.size() <= 0xFFFFFFFF, "folded names outgrew their offsets");
+}
+
+void FindIndexStorage::extendPlaces() {
+    const auto first = static_cast<Entry>(place.size());
+    const Entry all = count();
+    std::uint8_t* rated = place.appendUnset(all - first) - first;
+    for (Entry entry = first; entry < all; ++entry) {
+        if (entry == 0) {
+            rated[0] =
+                static_cast<std::uint8_t>(static_cast<unsigned>(findPlaceOfRoot(rootPath)) << 4U);
+            continue;
+        }
+        const auto above = static_cast<FindPlace>(rated[parent[entry]] >> 4U);
+        unsigned cost = findPlaceCost(above);
+        auto inside = FindPlace::top;
+        if (is(entry, findflag::folder)) {
+            inside = findPlaceInside(above, foldedName(entry), is(entry, findflag::package));
+        } else if (is(entry, findflag::program)) {
+            cost -= findProgramGain;
+        }
+        rated[entry] = static_cast<std::uint8_t>(static_cast<unsigned>(inside) << 4U | cost);
+    }
 }
 
 } // namespace tidyro

@@ -4,6 +4,7 @@
 
 #include "Base/Saturating.h"
 #include "Rooms/Find/Services/Index/FindIndexStorage.h"
+#include "Rooms/Find/Services/Index/FindPlaces.h"
 
 namespace tidyro {
 
@@ -92,6 +93,15 @@ void FindIndexStorage::setHiddenItself(Entry entry, bool isHidden) {
     }
 }
 
+void FindIndexStorage::setProgram(Entry entry, bool isProgram) {
+    if (is(entry, findflag::program) == isProgram) return;
+    flags[entry] ^= findflag::program;
+    if (entry >= place.size()) return; // not rated yet
+    const unsigned before = place[entry];
+    place[entry] =
+        static_cast<std::uint8_t>(isProgram ? before - findProgramGain : before + findProgramGain);
+}
+
 void FindIndexStorage::takeListed(Entry entry, const FindDirectoryListing& listing,
                                   std::size_t at) {
     mtime[entry] = listing.mtimes[at];
@@ -103,6 +113,8 @@ void FindIndexStorage::takeListed(Entry entry, const FindDirectoryListing& listi
     if (is(entry, findflag::folder)) return;
     const bool isLink = listing.types[at] == FindObjectType::symlink;
     if (isLink != is(entry, findflag::symlink)) flags[entry] ^= findflag::symlink;
+    setProgram(entry, listing.types[at] == FindObjectType::file &&
+                          (listing.bsdFlags[at] & FindDirectoryListing::programFlag) != 0);
     const std::uint64_t before = size(entry);
     const std::uint64_t now = listing.sizes[at];
     setSize(now, entry);

@@ -54,6 +54,7 @@ constexpr std::uint8_t system = 8;  ///< a folder of the operating system at the
 /// A folder that could not be read or was left out. Its contents are not known, so it must not be
 /// taken for empty.
 constexpr std::uint8_t unread = 16;
+constexpr std::uint8_t program = 16; ///< of what is no folder: a file that can be run
 constexpr std::uint8_t deleted = 32;
 constexpr std::uint8_t notASCII = 64; ///< a byte of its name is 0x80 or above
 constexpr std::uint8_t package = 128; ///< a folder that people see as one thing

@@ -47,6 +47,7 @@ FindBlockFilter::FindBlockFilter(const FindIndexStorage& storage, const CancelTo
     groups_.resize(numbers * stretches_);
     for (auto& bits : letters_) bits.resize(blocks);
     firstBytes_.resize(blocks * blockSize);
+    withDot_.resize(blocks);
     const auto read = std::make_unique<Stretch>();
     for (std::size_t at = 0; at < stretches_; ++at) {
         if (cancel.stop_requested()) return;
@@ -63,7 +64,9 @@ void FindBlockFilter::readBlock(const FindIndexStorage& storage, std::size_t blo
     for (std::size_t i = 0; i < blockSize; ++i) {
         const std::size_t entry = block * blockSize + i;
         const std::string_view name = storage.foldedName(static_cast<std::uint32_t>(entry));
-        firstBytes_[entry] = name.empty() ? '\0' : name.front();
+        const bool isHidden = name.size() > 1 && name.front() == '.';
+        firstBytes_[entry] = name.empty() ? '\0' : name[isHidden ? 1 : 0];
+        withDot_[block] |= std::uint64_t{name.starts_with('.')} << i;
         std::uint32_t group = 0;
         std::uint64_t inName = 0;
         for (std::size_t at = 0; at < name.size(); ++at) {
@@ -125,6 +128,7 @@ std::vector<const std::uint64_t*> FindBlockFilter::namesWithEach(std::string_vie
 }
 
 std::uint64_t FindBlockFilter::namesBeginningWith(char byte, std::size_t block) const {
+    if (byte == '.') return withDot_[block];
     // Eight bytes at a time: where they are the byte, all bits of the difference are 0.
     constexpr std::uint64_t ones = 0x0101010101010101;
     constexpr std::uint64_t lower = 0x7F * ones;

@@ -42,7 +42,8 @@ class FindBlockFilter {
     [[nodiscard]] const std::uint64_t* namesWith(char byte) const;
     /// The same for each byte of a text that there are bits for: what holds the text is in all.
     [[nodiscard]] std::vector<const std::uint64_t*> namesWithEach(std::string_view text) const;
-    /// The folded names of a block that begin with the byte: a bit for each of its 64 entries.
+    /// The folded names of a block that begin with the byte, or with a dot and the byte: a bit for
+    /// each of its 64 entries.
     [[nodiscard]] std::uint64_t namesBeginningWith(char byte, std::size_t block) const;
 
   private:
@@ -63,7 +64,8 @@ class FindBlockFilter {
     std::size_t stretches_ = 0;
     std::vector<std::uint64_t> groups_; ///< for each number the words of all stretches
     std::array<std::vector<std::uint64_t>, letters> letters_;
-    std::vector<char> firstBytes_;
+    std::vector<char> firstBytes_;       ///< behind a dot at the beginning
+    std::vector<std::uint64_t> withDot_; ///< names that begin with one, a bit for each
 };
 
 } // namespace tidyro

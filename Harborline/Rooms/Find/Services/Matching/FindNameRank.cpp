@@ -26,16 +26,18 @@ bool isWordStart(const FindIndexStorage& storage, std::uint32_t entry, std::size
 
 FindNameRank nameRank(const FindIndexStorage& storage, std::uint32_t entry,
                       std::string_view needle) {
-    const std::string_view folded = storage.foldedName(entry);
+    std::string_view folded = storage.foldedName(entry);
+    if (folded.starts_with('.') && !needle.starts_with('.')) folded.remove_prefix(1);
     if (folded.starts_with(needle)) {
         if (folded.size() == needle.size()) return FindNameRank::wholeName;
         const std::string_view suffix = path::extensionOf(folded);
         const bool isRest = !suffix.empty() && folded.size() == needle.size() + 1 + suffix.size();
         return isRest ? FindNameRank::withoutSuffix : FindNameRank::beginning;
     }
+    const std::size_t dot = storage.foldedName(entry).size() - folded.size();
     for (std::size_t at = folded.find(needle, 1); at != std::string_view::npos;
          at = folded.find(needle, at + 1)) {
-        if (isWordStart(storage, entry, at)) return FindNameRank::word;
+        if (isWordStart(storage, entry, at + dot)) return FindNameRank::word;
     }
     return FindNameRank::anywhere;
 }

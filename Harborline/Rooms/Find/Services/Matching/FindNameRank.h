@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -7,7 +8,8 @@
 
 namespace tidyro {
 
-/// Where the text that was typed stands in a name, the best place first.
+/// Where the text that was typed stands in a name, the best place first. A dot that begins the name
+/// is not counted, unless the text begins with one.
 enum class FindNameRank : std::uint8_t {
     wholeName,     ///< it is the name
     withoutSuffix, ///< it is the name without its extension
@@ -29,20 +31,24 @@ struct FindFit {
     FindNameRank rank = FindNameRank::anywhere;
     FindFolderUse folders = FindFolderUse::none;
 
-    /// The smaller the better. Whatever holds all words in its name comes before the others.
+    /// The smaller the better. To this the cost of the entry's place is added, up to
+    /// `maxFindPlaceCost`: a whole name in a cache comes behind what begins with the text in a
+    /// folder of programs. Whatever holds all words in its name comes before the others.
     [[nodiscard]] constexpr std::uint8_t standing() const {
-        constexpr unsigned inFolders = 128;
-        constexpr unsigned inPartOfFolder = 1;
-        const unsigned own = static_cast<unsigned>(rank) * 2;
+        constexpr std::uint8_t costs[] = {0, 5, 10, 16, 24};
+        constexpr std::uint8_t inFolders = 64;
+        constexpr std::uint8_t inPartOfFolder = 6;
+        const std::uint8_t own = costs[static_cast<std::size_t>(rank)];
         switch (folders) {
-        case FindFolderUse::none: return static_cast<std::uint8_t>(own);
-        case FindFolderUse::whole: return static_cast<std::uint8_t>(inFolders + own);
-        case FindFolderUse::partly:
-            return static_cast<std::uint8_t>(inFolders + own + inPartOfFolder);
+        case FindFolderUse::none: return own;
+        case FindFolderUse::whole: return inFolders + own;
+        case FindFolderUse::partly: return inFolders + own + inPartOfFolder;
         case FindFolderUse::unmet: break;
         }
-        return 255;
+        return maxStanding;
     }
+    static constexpr std::uint8_t maxStanding = 127;
+
     [[nodiscard]] constexpr bool isBetter(const FindFit& other) const {
         return standing() < other.standing();
     }

@@ -97,11 +97,12 @@ bool FindNameScan::forEachWord(const NeedleFinder& finder, const FindEntrySet& a
         } else {
             for (; asked != 0; asked &= asked - 1) { // fewer names than a block has
                 const auto bit = static_cast<unsigned>(std::countr_zero(asked));
-                const std::size_t at =
-                    storage_.foldedName(static_cast<Entry>(i * size + bit)).find(finder.needle());
-                found.holding |= std::uint64_t{at != std::string_view::npos} << bit;
-                found.beginning |= std::uint64_t{at == 0} << bit;
+                const std::string_view name =
+                    storage_.foldedName(static_cast<Entry>(i * size + bit));
+                const bool isIn = name.find(finder.needle()) != std::string_view::npos;
+                found.holding |= std::uint64_t{isIn} << bit;
             }
+            found.beginning = found.holding;
         }
         if (found.holding != 0) visit(i, found);
     }

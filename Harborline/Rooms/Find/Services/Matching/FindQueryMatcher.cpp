@@ -23,17 +23,26 @@ namespace {
 using Kind = FindQueryNode::Kind;
 using Entry = FindIndexStorage::Entry;
 
-/// Whether a text stands for itself in names, so that names are ranked by it.
-bool isRankingText(const FindQueryNode& node) {
+/// The text that names are ranked by; empty for a node that has none. It stands for itself: what
+/// has wildcards fits every match alike. It is a text in names, or the last component of one in
+/// paths.
+std::string_view rankingText(const FindQueryNode& node, bool isInPath) {
     const FindTextTerm& term = node.text;
-    return node.kind == Kind::text && term.mode != FindTextMode::glob &&
-           term.mode != FindTextMode::regex && !term.isInPath && !term.folded.empty();
+    const bool isPlain = node.kind == Kind::text && term.mode != FindTextMode::glob &&
+                         term.mode != FindTextMode::regex;
+    if (!isPlain || term.isInPath != isInPath) return {};
+    std::string_view text = term.folded;
+    if (!isInPath) return text;
+    while (text.ends_with('/')) text.remove_suffix(1);
+    return text.substr(text.rfind('/') + 1); // the whole of it when there is none
 }
 
-void collectRankingTexts(const FindQueryNode& node, std::vector<std::string_view>& texts) {
-    if (isRankingText(node)) texts.push_back(node.text.folded);
+void collectRankingTexts(const FindQueryNode& node, bool isInPath,
+                         std::vector<std::string_view>& texts) {
+    const std::string_view text = rankingText(node, isInPath);
+    if (!text.empty()) texts.push_back(text);
     if (node.kind != Kind::all && node.kind != Kind::any) return;
-    for (const FindQueryNode& child : node.children) collectRankingTexts(child, texts);
+    for (const FindQueryNode& child : node.children) collectRankingTexts(child, isInPath, texts);
 }
 
 bool mayBeInFolder(const FindQueryNode& node) {
@@ -88,7 +97,11 @@ struct FindQueryMatcher::Body {
           cancel(std::move(token)),
           names(index, filter, cancel),
           texts(index, names, cancel) {
-        collectRankingTexts(root, ranking);
+        collectRankingTexts(root, isRankedByPaths, ranking);
+        if (ranking.empty()) {
+            isRankedByPaths = true;
+            collectRankingTexts(root, isRankedByPaths, ranking);
+        }
         collectFolderWords(root);
     }
 
@@ -97,6 +110,8 @@ struct FindQueryMatcher::Body {
     CancelToken cancel;
     FindNameScan names;
     FindTextScan texts;
+    bool isRankedByPaths = false; ///< because there is no text in names
+
     std::vector<std::string_view> ranking; ///< all texts that names are ranked by
     std::map<const FindQueryNode*, FindFolderWords> folderWords;
 
@@ -197,8 +212,9 @@ struct FindQueryMatcher::Body {
     /// Nothing for a node that names are not ranked by.
     [[nodiscard]] std::optional<FindFit> fit(const FindQueryNode& node, Entry entry) {
         if (node.kind == Kind::text) {
-            if (!isRankingText(node)) return std::nullopt;
-            return FindFit{.rank = nameRank(storage, entry, node.text.folded)};
+            const std::string_view text = rankingText(node, isRankedByPaths);
+            if (text.empty()) return std::nullopt;
+            return FindFit{.rank = nameRank(storage, entry, text)};
         }
         if (node.kind != Kind::all && node.kind != Kind::any) return std::nullopt;
         const auto words = folderWords.find(&node);
@@ -264,8 +280,10 @@ FindFit FindQueryMatcher::fit(std::uint32_t entry) const {
 FindFit FindQueryMatcher::bestPossibleFit(std::uint32_t entry) const {
     if (body_->ranking.empty()) return {};
     const std::string_view name = body_->storage.foldedName(entry);
-    const bool mayBegin = std::ranges::any_of(
-        body_->ranking, [name](std::string_view text) { return name.starts_with(text); });
+    const std::string_view shown = name.substr(name.starts_with('.') ? 1 : 0);
+    const bool mayBegin = std::ranges::any_of(body_->ranking, [&](std::string_view text) {
+        return name.starts_with(text) || shown.starts_with(text);
+    });
     const auto words = body_->folderWords.find(&body_->root);
     return {.rank = mayBegin ? FindNameRank::wholeName : FindNameRank::word,
             .folders = words == body_->folderWords.end() ? FindFolderUse::none

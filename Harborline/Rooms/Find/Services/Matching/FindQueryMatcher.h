@@ -48,7 +48,8 @@ class FindQueryMatcher {
     /// How well a matching entry fits what was typed. The first plain text of the query counts: one
     /// that is looked for in names, is not denied, and is neither a glob nor a regular expression.
     /// When words stand in folders, the text counts that has the best rank in the name. Of several
-    /// alternatives the best fit counts. `anywhere` when the query has no such text.
+    /// alternatives the best fit counts. A query without such a text is
+    /// ranked by the last components of the texts in paths, and is `anywhere` when there are none.
     [[nodiscard]] FindFit fit(std::uint32_t entry) const;
     /// No worse than the fit of the entry, and known sooner.
     [[nodiscard]] FindFit bestPossibleFit(std::uint32_t entry) const;

@@ -84,7 +84,8 @@ NeedleFinder::InNames NeedleFinder::inNamesPlainly(const NeedleFinder& self, std
             names.text.substr(names.starts[i], names.starts[i + 1] - names.starts[i]);
         const std::size_t at = name.find(self.needle_);
         found.holding |= std::uint64_t{at != std::string_view::npos} << i;
-        found.beginning |= std::uint64_t{at == 0} << i;
+        const bool isBehindDot = name.starts_with('.') && name.substr(1).starts_with(self.needle_);
+        found.beginning |= std::uint64_t{at == 0 || isBehindDot} << i;
     }
     return found;
 }
@@ -198,7 +199,8 @@ NeedleFinder::wideNameForm(const NeedleFinder& self, std::uint64_t asked, const 
             while (both != 0 && !self.isAt(text + start + std::countr_zero(both))) both &= both - 1;
         }
         holding |= std::uint64_t{both != 0} << i;
-        beginning |= std::uint64_t{both & 1U} << i;
+        const std::uint32_t isHidden = text[start] == '.' ? 1U : 0U;
+        beginning |= std::uint64_t{(both | (both >> 1U & isHidden)) & 1U} << i;
         longer |= std::uint64_t{places > half} << i;
     }
     for (longer &= ~holding; longer != 0; longer &= longer - 1) {

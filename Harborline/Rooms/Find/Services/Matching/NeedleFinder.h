@@ -44,7 +44,8 @@ class NeedleFinder {
     /// Names, a bit for each.
     struct InNames {
         std::uint64_t holding = 0;
-        std::uint64_t beginning = 0; ///< some of those that hold the needle
+        /// Those of them that may begin with it; a dot at the beginning of a name is not counted.
+        std::uint64_t beginning = 0;
         bool operator==(const InNames&) const = default;
     };
     /// Which of the asked names hold the needle. Names are short: one comparison of 32 bytes tells

@@ -48,11 +48,18 @@ bool isBeforeByPath(const FindIndexStorage& storage, std::uint32_t a, std::uint3
     return (one.size() < other.size()) == shorterIsFirst;
 }
 
-BestHits::BestHits(const FindIndexStorage& storage, std::size_t limit)
-    : storage_(&storage), limit_(limit), isFull_(limit == 0) {}
+BestHits::BestHits(const FindIndexStorage& storage, std::size_t limit, std::uint32_t workingFolder)
+    : storage_(&storage), limit_(limit), workingFolder_(workingFolder), isFull_(limit == 0) {}
+
+bool BestHits::isOutside(std::uint32_t entry) const {
+    if (workingFolder_ == FindIndexStorage::none) return false;
+    while (entry > workingFolder_) entry = storage_->parent[entry]; // folders have smaller numbers
+    return entry != workingFolder_;
+}
 
 std::uint64_t BestHits::keyOf(std::uint32_t entry, const FindFit& fit) const {
-    return (shortestKeyOf(entry, fit) + lengthOf(entry)) << lowerKeyBits |
+    const std::uint64_t outside = std::uint64_t{isOutside(entry)} << 24U;
+    return (shortestKeyOf(entry, fit) + outside + lengthOf(entry)) << lowerKeyBits |
            std::uint64_t{~storage_->mtime[entry]};
 }
 

@@ -10,12 +10,15 @@
 
 namespace tidyro {
 
-/// Keeps the best of very many hits in little memory. A hit is better by its standing, then by
+/// Keeps the best of very many hits in little memory. A hit is better by its standing, which counts
+/// how well it fits and where it lies, then by lying in the folder that one works in, then by
 /// lying less deep, then by a shorter name, then by a later date, then by its path. The result does
 /// not depend on the order in which the hits are offered.
 class BestHits {
   public:
-    BestHits(const FindIndexStorage& storage, std::size_t limit);
+    /// `workingFolder` is a folder of the storage, or `none`.
+    BestHits(const FindIndexStorage& storage, std::size_t limit,
+             std::uint32_t workingFolder = FindIndexStorage::none);
 
     /// Whether a hit that fits no better can no longer be among the best, so that it need not be
     /// offered.
@@ -38,13 +41,18 @@ class BestHits {
         std::uint64_t key;
         std::uint32_t entry;
     };
+    // From the highest bits: the standing, 7 bits; 1 outside of the working folder; the depth, the
+    // length, and the date.
     [[nodiscard]] static constexpr std::uint64_t keyOf(const FindFit& fit) {
-        return std::uint64_t{fit.standing()} << 56U;
+        return std::uint64_t{fit.standing()} << 57U;
     }
     static constexpr unsigned lowerKeyBits = 32; ///< the date
     [[nodiscard]] std::uint64_t shortestKeyOf(std::uint32_t entry, const FindFit& fit) const {
-        return std::uint64_t{fit.standing()} << 24U | std::uint64_t{storage_->depth[entry]} << 16U;
+        const auto standing =
+            std::min<unsigned>(fit.standing() + storage_->placeCost(entry), FindFit::maxStanding);
+        return std::uint64_t{standing} << 25U | std::uint64_t{storage_->depth[entry]} << 16U;
     }
+    [[nodiscard]] bool isOutside(std::uint32_t entry) const;
     [[nodiscard]] std::uint64_t lengthOf(std::uint32_t entry) const {
         constexpr std::uint32_t maxLength = 0xFFFF;
         const auto [begin, end] = storage_->nameRange(entry);
@@ -55,6 +63,7 @@ class BestHits {
 
     const FindIndexStorage* storage_;
     std::size_t limit_;
+    std::uint32_t workingFolder_;
     std::vector<Hit> hits_; ///< a heap, the worst on top, once it is full
     bool isFull_ = false;
     std::uint64_t worst_ = 0;

@@ -57,13 +57,19 @@ Moment momentOf(const FindIndex& index) {
     }
 }
 
+std::uint32_t workingFolder(const FindIndexStorage& storage,
+                            const FindSearchEngine::Question& question) {
+    if (question.workingFolder.empty()) return FindIndexStorage::none;
+    return storage.lookup(question.workingFolder).value_or(FindIndexStorage::none);
+}
+
 FindSearchResult searchWholeLanguage(const FindIndexStorage& storage, const FindEntrySet& mask,
                                      const FindQuery& query, const FindBlockFilter* filter,
                                      const FindSearchEngine::Question& question) {
     const FindQueryMatcher matcher(storage, query, filter, question.cancel);
     FindEntrySet matches = matcher.matches(mask);
     const std::uint64_t count = matches.size();
-    BestHits best(storage, question.limit);
+    BestHits best(storage, question.limit, workingFolder(storage, question));
     const auto tiers = matcher.tiers(std::move(matches));
     const bool isOneTier = tiers.size() == 1; // then it tells nothing of a single entry
     for (const auto& tier : tiers) {
@@ -164,6 +170,7 @@ struct FindSearchEngine::Memory {
                             .filter = filter,
                             .word = word,
                             .limit = question.limit,
+                            .workingFolder = workingFolder(*storage, question),
                             .cancel = question.cancel,
                             .maxRemembered = maxRemembered});
         const bool isNarrower = last && last->storage == storage &&

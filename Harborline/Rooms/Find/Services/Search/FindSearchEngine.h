@@ -31,8 +31,9 @@ struct FindSearchResult {
 ///     FindSearchEngine engine;
 ///     const auto found = engine.search("readme", {.in = index, .limit = 500, .now = now});
 ///
-/// Hits are in the order of `BestHits`: first those that hold all words in the name, by where the
-/// first text stands in it, then by depth, length of the name, date and path. The same index, query
+/// Hits are in the order of `BestHits`: first those that hold all words in the name; then by where
+/// the text stands in it and by the place (`FindPlaces`), both added up; then by depth, length of
+/// the name, date and path. The same index, query
 /// and moment give the same hits.
 ///
 /// An engine keeps what helps the next query. One thread at a time uses it. The index may change
@@ -48,6 +49,9 @@ class FindSearchEngine {
         std::optional<std::uint64_t> generation = std::nullopt;
         std::size_t limit = 500;
         Timestamp now; ///< says which day a query means by "today"
+        /// The path of the folder that one works in, or nothing: of hits that are equally good,
+        /// what lies in it comes first.
+        std::string_view workingFolder = {};
         CancelToken cancel = {};
     };
 

@@ -11,7 +11,7 @@ PlainSearch::PlainSearch(const Options& options)
     : options_(options),
       storage_(options.storage),
       finder_(std::string(options.word)),
-      best_(options.storage, options.limit) {}
+      best_(options.storage, options.limit, options.workingFolder) {}
 
 void PlainSearch::remember(std::size_t word, std::uint64_t entries) {
     if (!isRemembering_) return;
@@ -61,7 +61,8 @@ void PlainSearch::runOver(std::span<const std::uint32_t> entries) {
         if (at == std::string_view::npos || !options_.mask.has(entry)) continue;
         ++matchCount_;
         matches_.push_back(entry);
-        if (best_.isOut(entry, {at == 0 ? FindNameRank::wholeName : FindNameRank::word})) continue;
+        const bool mayBegin = at <= 1; // behind a dot
+        if (best_.isOut(entry, {mayBegin ? FindNameRank::wholeName : FindNameRank::word})) continue;
         best_.offer(entry, {nameRank(storage_, entry, options_.word)});
     }
 }

@@ -26,6 +26,7 @@ class PlainSearch {
         const FindBlockFilter* filter; ///< null: none is ready
         std::string_view word;         ///< folded, not empty
         std::size_t limit;
+        std::uint32_t workingFolder; ///< see `BestHits`
         CancelToken cancel;
         /// More matches than this are not kept for the next query.
         std::size_t maxRemembered;

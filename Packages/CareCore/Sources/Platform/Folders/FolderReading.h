@@ -37,6 +37,7 @@ enum class EntryTrait : std::uint8_t {
     systemOwned = 8, ///< macOS: protected as part of the system; Linux: never
     mountPoint = 16, ///< something else is mounted here
     snapshot = 32,   ///< Linux: the top of a snapshot that nobody can write to
+    program = 64,    ///< Linux: a file that somebody may run; macOS: never
 };
 
 struct EntryTraits {

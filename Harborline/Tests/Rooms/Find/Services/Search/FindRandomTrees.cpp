@@ -65,6 +65,7 @@ constexpr std::array stems{"readme",
 constexpr std::array separators{"", "7", " ", "-", "_", ".", "", "  ", "\u3000", "+"};
 constexpr std::array extensions{".txt", ".TXT", ".pdf",    ".jpg", ".tar.gz", ".cpp",
                                 ".mp4", ".",    ".\u00E9", ".app", ".zip",    ".mp3"};
+constexpr std::array placeNames{"bin", "docs", ".cache", "node_modules", "src", "home", ".x"};
 constexpr std::array systemNames{"System", "Library", "usr", "tmp", "var"};
 constexpr std::array<std::uint64_t, 10> sizes{
     0, 0, 1, 999, 1'000, 1'048'576, 0xFFFF'FFFE, 0xFFFF'FFFF, 5'000'000'000, 0x9000'0000'0000'0000};
@@ -153,17 +154,20 @@ FindDirectoryListing RandomTree::listing(std::uint32_t folder, std::size_t maxCo
         std::string chosen = folder == 0 && isFolder && random_.oneIn(2)
                                  ? random_.oneOf(systemNames)
                                  : name(isFolder);
+        if (isFolder && random_.oneIn(5)) chosen = random_.oneOf(placeNames);
         if (storage_.child(folder, chosen) || chosen == "." || chosen == "..") continue;
         if (!names.insert(chosen).second) continue;
         const auto type = isFolder            ? FindObjectType::directory
                           : random_.oneIn(10) ? FindObjectType::symlink
                                               : FindObjectType::file;
+        std::uint32_t flags = random_.oneIn(15) ? FindDirectoryListing::hiddenFlag : 0;
+        if (random_.oneIn(5)) flags |= FindDirectoryListing::programFlag;
         const std::uint32_t age = random_.oneIn(3) ? 0 : random_.below(400) * 86'400;
         made.append({.name = chosen,
                      .type = type,
                      .size = random_.oneOf(sizes),
                      .mtime = random_.oneIn(20) ? 0xFFFF'FFFF : randomTreeNow - age,
-                     .bsdFlags = random_.oneIn(15) ? FindDirectoryListing::hiddenFlag : 0});
+                     .bsdFlags = flags});
     }
     return made;
 }

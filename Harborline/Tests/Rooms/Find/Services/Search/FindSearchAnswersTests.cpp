@@ -72,11 +72,12 @@ TEST(FindSearchEngine, PutsWhatIsMeantFirst) {
                            {.path = "Cover R\u00E9sum\u00E9"}}),
                   {});
     const ExpectedAnswer table[] = {
-        // The name; without its suffix; its beginning; a word of it; anywhere.
-        {"report", "report | docs/REPORT | docs/old/report | "
+        // The name, with or without a dot before it; without its suffix; its beginning; a word of
+        // it; anywhere.
+        {"report", "report | .report | docs/REPORT | docs/old/report | "
                    "report.txt | Report.pdf | docs/report.c | "
                    "report. | reporting | REPORTReport | report.tar.gz | "
-                   ".report | myReport | my-report | \u00FC report.txt | "
+                   "myReport | my-report | \u00FC report.txt | "
                    "2report | \u00FCReport | unreported"},
         {"report.tar", "report.tar.gz"},
         // Then the length, the date, the path by its bytes, capitals first.
@@ -92,8 +93,68 @@ TEST(FindSearchEngine, PutsWhatIsMeantFirst) {
         {"word:report size:>0 ext:txt", "report.txt | \u00FC report.txt"},
     };
     for (const auto& [query, paths] : table) EXPECT_EQ(hitsOf(index, query), paths) << query;
-    EXPECT_EQ(hitsOf(index, "report", 2), "report | docs/REPORT");
+    EXPECT_EQ(hitsOf(index, "report", 2), "report | .report");
     EXPECT_EQ(hitsOf(index, "report", 0), "");
+}
+
+TEST(FindSearchEngine, PutsPlacesOfPeopleBeforeThoseOfPrograms) {
+    FindIndex index;
+    index.replace(indexOf({{.path = "etc/"},
+                           {.path = "etc/make"},
+                           {.path = "home/"},
+                           {.path = "home/ada/"},
+                           {.path = "home/ada/notes/"},
+                           {.path = "home/ada/notes/deep/"},
+                           {.path = "home/ada/notes/deep/makefile.txt"},
+                           {.path = "home/ada/.cache/"},
+                           {.path = "home/ada/.cache/make"},
+                           {.path = "home/ada/.config/"},
+                           {.path = "home/ada/.config/make"},
+                           {.path = "usr/"},
+                           {.path = "usr/bin/"},
+                           {.path = "usr/bin/make-first"},
+                           {.path = "usr/include/"},
+                           {.path = "usr/include/make"}},
+                          "/"),
+                  {});
+    // A whole name in a cache comes behind the beginning of one among programs.
+    EXPECT_EQ(hitsOf(index, "make"),
+              "etc/make | home/ada/.config/make | usr/include/make | usr/bin/make-first | "
+              "home/ada/notes/deep/makefile.txt | home/ada/.cache/make");
+    // A path is ranked by what it ends with.
+    EXPECT_EQ(hitsOf(index, "home/ada", 2), "home/ada | home/ada/notes");
+    // The working folder only parts what is equal.
+    FindSearchEngine engine;
+    const auto storage = index.storage();
+    const auto first = [&](std::string_view query, std::string_view folder) {
+        const auto found =
+            engine.search(query, {.in = index, .now = Timestamp(), .workingFolder = folder});
+        return storage->path(found.hits.at(0));
+    };
+    EXPECT_EQ(first("make", "/home/ada/.cache"), "/etc/make");
+    EXPECT_EQ(first("*-first | *.txt", "/home/ada/notes"), "/home/ada/notes/deep/makefile.txt");
+    EXPECT_EQ(first("*-first | *.txt", "/gone"), "/usr/bin/make-first");
+}
+
+TEST(FindSearchEngine, PutsAProgramBeforeOtherFiles) {
+    FindIndexStorage storage("/opt/tool");
+    const auto root = storage.appendRoot("/opt/tool", 0);
+    const auto program = [](std::string_view name) {
+        auto listed = testing::file(name);
+        listed.bsdFlags = FindDirectoryListing::programFlag;
+        return listed;
+    };
+    storage.appendBlock(root, testing::listing({testing::file("run"), testing::folder("x")}));
+    storage.appendBlock(2, testing::listing({program("run")}));
+    FindIndex index;
+    index.replace(storage, {});
+    EXPECT_EQ(hitsOf(index, "run"), "x/run | run");
+    // What becomes a program, or is none any more, is one at the next look.
+    storage = *index.storage();
+    storage.replaceChildren(2, testing::listing({testing::file("run")}));
+    storage.replaceChildren(root, testing::listing({program("run"), testing::folder("x")}));
+    index.update(storage, {});
+    EXPECT_EQ(hitsOf(index, "run"), "run | x/run");
 }
 
 TEST(FindSearchEngine, LetsWordsStandForFolders) {
@@ -116,9 +177,9 @@ TEST(FindSearchEngine, LetsWordsStandForFolders) {
     const ExpectedAnswer table[] = {
         // All words in the name; then by the name, and folders whose whole name was typed first.
         {"bin bash", "bash-in-a-bin | bin/bash | combine/bash | combine/deep/bash | "
-                     "old bin/bash.txt | bin/bashbug"},
+                     "bin/bashbug | old bin/bash.txt"},
         {"bash bin", "bash-in-a-bin | bin/bash | combine/bash | combine/deep/bash | "
-                     "old bin/bash.txt | bin/bashbug"},
+                     "bin/bashbug | old bin/bash.txt"},
         {"etc hosts", "etc/fetch-hosts | etc/hosts"},
         {"deep combine bash", "combine/deep/bash"},
         {"etc allow", ""}, // what is listed in a file does not exist

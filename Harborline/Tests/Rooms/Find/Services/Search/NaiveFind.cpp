@@ -1,6 +1,7 @@
 #include "Rooms/Find/Services/Search/NaiveFind.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <memory>
 #include <optional>
@@ -45,12 +46,16 @@ bool isASCII(const std::string& text) {
 }
 
 /// 0 for the best; see `FindNameRank`.
-unsigned rankOf(const std::string& own, const std::string& folded, const std::string& needle) {
+unsigned rankOf(std::string own, std::string folded, const std::string& needle) {
     const auto isLetterOrDigit = [](unsigned char byte) {
         return byte >= 0x80 || (byte >= 'a' && byte <= 'z') || (byte >= '0' && byte <= '9');
     };
     const auto isSmall = [](char byte) { return byte >= 'a' && byte <= 'z'; };
     const auto isCapital = [](char byte) { return byte >= 'A' && byte <= 'Z'; };
+    if (folded.starts_with('.') && !needle.starts_with('.')) {
+        folded.erase(0, 1);
+        own.erase(0, 1);
+    }
     if (folded == needle) return 0;
     const std::string extension = extensionOf(folded);
     if (!extension.empty() && folded == needle + "." + extension) return 1;
@@ -63,10 +68,29 @@ unsigned rankOf(const std::string& own, const std::string& folded, const std::st
     return 4;
 }
 
-bool isRankingText(const FindQueryNode& node) {
+/// The text that a node is ranked by, if it is ranked by names or paths; else empty.
+std::string rankingText(const FindQueryNode& node, bool byPath) {
     const FindTextTerm& term = node.text;
-    return node.kind == Kind::text && !term.isInPath && term.mode != FindTextMode::glob &&
-           term.mode != FindTextMode::regex && !term.folded.empty();
+    const bool isPlain = node.kind == Kind::text && term.mode != FindTextMode::glob &&
+                         term.mode != FindTextMode::regex && term.isInPath == byPath;
+    if (!isPlain) return "";
+    if (!byPath) return term.folded;
+    std::string last;
+    std::string component;
+    for (const char byte : term.folded + "/") {
+        if (byte != '/') component += byte;
+        if (byte != '/' || component.empty()) continue;
+        last = component;
+        component.clear();
+    }
+    return last;
+}
+
+bool hasRankingName(const FindQueryNode& node) {
+    if (node.kind == Kind::all || node.kind == Kind::any) {
+        return std::ranges::any_of(node.children, hasRankingName);
+    }
+    return !rankingText(node, false).empty();
 }
 
 bool mayBeInFolder(const FindQueryNode& node) {
@@ -79,6 +103,7 @@ bool mayBeInFolder(const FindQueryNode& node) {
 struct NaiveFind::Search {
     const NaiveFind& in;
     const FindIndexStorage& storage;
+    bool byPath = false; ///< nothing else to rank by
     std::map<const FindQueryNode*, std::unique_ptr<RE2>> expressions = {};
     std::map<const FindQueryNode*, std::vector<std::string>> folders = {};
 
@@ -141,11 +166,16 @@ struct NaiveFind::Search {
     /// its word; the last for what no folder holds.
     using Fit = std::tuple<bool, unsigned, bool>;
     static constexpr Fit unmet{true, 9, true};
+    static unsigned standing(const Fit& fit) {
+        const auto [isInFolders, rank, isInParts] = fit;
+        constexpr std::array<unsigned, 5> costs{0, 5, 10, 16, 24};
+        return fit == unmet ? 127 : (isInFolders ? 64 : 0) + costs.at(rank) + (isInParts ? 6 : 0);
+    }
 
     std::optional<Fit> fit(const FindQueryNode& node, std::uint32_t entry) {
         const Thing& thing = in.things_[entry];
-        if (isRankingText(node)) {
-            return Fit{false, rankOf(thing.name.own, thing.name.folded, node.text.folded), false};
+        if (const std::string text = rankingText(node, byPath); !text.empty()) {
+            return Fit{false, rankOf(thing.name.own, thing.name.folded, text), false};
         }
         if (node.kind != Kind::all && node.kind != Kind::any) return std::nullopt;
         bool isInFolders = false;
@@ -160,7 +190,8 @@ struct NaiveFind::Search {
         for (const FindQueryNode& child : node.children) {
             const auto one = fit(child, entry);
             const bool isWanted = node.kind == Kind::any || isInFolders || !best;
-            if (one && isWanted) best = best ? std::min(*best, *one) : *one;
+            const bool isBetter = one && (!best || standing(*one) < standing(*best));
+            if (isWanted && isBetter) best = one;
         }
         if (best && *best != unmet && isInFolders) {
             best = Fit{true, std::get<1>(*best), std::get<2>(*best) || isInParts};
@@ -246,7 +277,9 @@ struct NaiveFind::Search {
     }
 };
 
-NaiveFind::NaiveFind(const FindIndexStorage& storage) : storage_(storage) {
+NaiveFind::NaiveFind(const FindIndexStorage& storage) : storage_(storage), placed_(storage) {
+    placed_.place.clear(); // rated as a whole, whatever was rated before
+    placed_.extendPlaces();
     for (std::uint32_t entry = 0; entry < storage.count(); ++entry) {
         things_.push_back(thing(entry));
         if (entry > 0 && !storage.is(entry, findflag::deleted)) {
@@ -280,9 +313,9 @@ NaiveFind::Thing NaiveFind::thing(std::uint32_t entry) const {
 
 FindSearchResult NaiveFind::search(std::string_view query, const Question& question) const {
     const FindQuery read = parsedFindQuery(query, question.now);
-    Search search{.in = *this, .storage = storage_};
-    // Fit, depth, length of the name, the later date, the path.
-    using Key = std::tuple<Search::Fit, std::size_t, std::size_t, std::int64_t, std::string>;
+    Search search{.in = *this, .storage = storage_, .byPath = !hasRankingName(read.root)};
+    // Standing, depth, length of the name, the later date, the path.
+    using Key = std::tuple<unsigned, std::size_t, std::size_t, std::int64_t, std::string>;
     std::vector<std::pair<Key, std::uint32_t>> found;
     for (std::uint32_t entry = 1; entry < things_.size(); ++entry) {
         const Thing& thing = things_[entry];
@@ -292,11 +325,12 @@ FindSearchResult NaiveFind::search(std::string_view query, const Question& quest
             !search.holds(read.root, entry)) {
             continue;
         }
-        found.emplace_back(Key{search.fit(read.root, entry).value_or(Search::Fit{false, 4, false}),
-                               std::min<std::size_t>(thing.above.size(), 255),
-                               thing.name.own.size(), -std::int64_t{storage_.mtime[entry]},
-                               thing.path.own},
-                           entry);
+        const auto fit = search.fit(read.root, entry).value_or(Search::Fit{false, 4, false});
+        const unsigned standing = Search::standing(fit) + placed_.placeCost(entry);
+        found.emplace_back(
+            Key{std::min(standing, 127U), std::min<std::size_t>(thing.above.size(), 255),
+                thing.name.own.size(), -std::int64_t{storage_.mtime[entry]}, thing.path.own},
+            entry);
     }
     std::ranges::sort(found);
     FindSearchResult result{.matchCount = found.size(), .problem = read.problem};

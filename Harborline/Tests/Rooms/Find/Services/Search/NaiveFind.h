@@ -48,6 +48,7 @@ class NaiveFind {
     [[nodiscard]] Thing thing(std::uint32_t entry) const;
 
     const FindIndexStorage& storage_;
+    FindIndexStorage placed_; ///< the same with its places rated
     std::vector<Thing> things_;
 };
 

@@ -33,8 +33,8 @@ struct KernelEntry {
 };
 
 constexpr int lookAtTheNameOnly = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
-constexpr unsigned wantedOfEntry =
-    STATX_TYPE | STATX_NLINK | STATX_MTIME | STATX_ATIME | STATX_INO | STATX_SIZE | STATX_BLOCKS;
+constexpr unsigned wantedOfEntry = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_MTIME |
+                                   STATX_ATIME | STATX_INO | STATX_SIZE | STATX_BLOCKS;
 constexpr std::uint64_t bytesPerListedBlock =
     512; // of stx_blocks, whatever the file system's blocks
 
@@ -182,6 +182,9 @@ const FolderEntry* FolderLister::next() {
         entry_.logicalSize = status.stx_size;
         entry_.allocatedSize = status.stx_blocks * bytesPerListedBlock;
         entry_.identity = identityOf(status);
+        if (S_ISREG(status.stx_mode) && (status.stx_mode & 0111U) != 0) {
+            entry_.traits.add(EntryTrait::program);
+        }
         if ((status.stx_attributes & STATX_ATTR_COMPRESSED) != 0) {
             entry_.traits.add(EntryTrait::compressed);
         }
