@@ -59,6 +59,15 @@ struct FindFit {
 [[nodiscard]] FindNameRank nameRank(const FindIndexStorage& storage, std::uint32_t entry,
                                     std::string_view needle);
 
+/// The best rank of an entry whose name may begin with a needle of so many bytes. Only the length
+/// of the name is asked, which stands beside those of the entries before it.
+[[nodiscard]] inline FindNameRank bestRankOfBeginning(const FindIndexStorage& storage,
+                                                      std::uint32_t entry, std::size_t bytes) {
+    const std::size_t length = storage.foldedStart[entry + 1] - storage.foldedStart[entry];
+    return length <= bytes + 1 ? FindNameRank::wholeName // with a dot before it
+                               : FindNameRank::withoutSuffix;
+}
+
 /// Whether a word begins at this byte of an entry's folded name, which must not be the first byte.
 /// Words begin behind bytes that are no letter or digit, and where a capital follows a small
 /// letter. The latter is seen in ASCII names only: in others the folded name may have its letters

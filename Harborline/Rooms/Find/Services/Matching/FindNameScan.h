@@ -55,6 +55,8 @@ class FindNameScan {
     template <class Visit>
     void visitPlaces(const NeedleFinder& finder, Entry from, Entry to, const Visit& visit) const;
 
+    void fetchFew(std::uint64_t entries, std::size_t word) const;
+
     /// The entry whose name holds a place. It is one of `entry` up to, not including, `end`.
     [[nodiscard]] Entry entryAt(std::uint32_t place, Entry entry, Entry end) const;
 
@@ -79,13 +81,23 @@ bool FindNameScan::forEachWord(const NeedleFinder& finder, const FindEntrySet& a
         letters = filter_->namesWithEach(finder.needle());
     }
     const bool isLetter = finder.needle().size() == 1 && !letters.empty();
+    const auto askedAt = [&](std::size_t i) {
+        std::uint64_t asked = among.words()[i];
+        if (i >= covered) return asked;
+        if ((blocks[i / size] >> (i % size) & 1U) == 0) return std::uint64_t{0};
+        for (const std::uint64_t* with : letters) asked &= with[i];
+        return asked;
+    };
+    std::array<std::uint64_t, 16> ahead{};
     for (std::size_t i = 0; i < among.words().size(); ++i) {
         if (i * size % entriesAtOnce == 0 && cancel_.stop_requested()) return false;
-        std::uint64_t asked = among.words()[i];
-        if (i < covered) {
-            if ((blocks[i / size] >> (i % size) & 1U) == 0) continue;
-            for (const std::uint64_t* with : letters) asked &= with[i];
+        if (i % ahead.size() == 0) {
+            for (std::size_t k = 0; k < ahead.size(); ++k) {
+                ahead[k] = i + k < among.words().size() ? askedAt(i + k) : 0;
+                if (!isLetter) fetchFew(ahead[k], i + k);
+            }
         }
+        std::uint64_t asked = ahead[i % ahead.size()];
         if (asked == 0) continue;
         NeedleFinder::InNames found;
         if (i < covered && isLetter) { // then the filter has told it all
@@ -118,6 +130,17 @@ bool FindNameScan::forEachPlace(const NeedleFinder& finder, const Visit& visit) 
         from = to;
     }
     return true;
+}
+
+/// The processor sees by itself that most names are read one after another, but not which few.
+inline void FindNameScan::fetchFew(std::uint64_t entries, std::size_t word) const {
+    constexpr int few = 24;
+    if (std::popcount(entries) > few) return;
+    for (; entries != 0; entries &= entries - 1) {
+        const std::size_t entry =
+            word * FindEntrySet::wordBits + static_cast<std::size_t>(std::countr_zero(entries));
+        __builtin_prefetch(storage_.foldedNames.data() + storage_.foldedStart[entry]);
+    }
 }
 
 inline FindNameScan::Entry FindNameScan::entryAt(std::uint32_t place, Entry entry,

@@ -102,6 +102,9 @@ struct FindQueryMatcher::Body {
             isRankedByPaths = true;
             collectRankingTexts(root, isRankedByPaths, ranking);
         }
+        for (const std::string_view text : ranking) {
+            longestText = std::max(longestText, text.size());
+        }
         collectFolderWords(root);
     }
 
@@ -113,6 +116,8 @@ struct FindQueryMatcher::Body {
     bool isRankedByPaths = false; ///< because there is no text in names
 
     std::vector<std::string_view> ranking; ///< all texts that names are ranked by
+    std::size_t longestText = 0;
+    bool areTiersExact = false; ///< they tell which names begin with a text
     std::map<const FindQueryNode*, FindFolderWords> folderWords;
 
     void collectFolderWords(const FindQueryNode& node) {
@@ -265,6 +270,7 @@ std::vector<FindFolderWords::Tier> FindQueryMatcher::tiers(FindEntrySet matches)
     const auto words = body_->folderWords.find(&body_->root);
     const bool areAllOfIt = words != body_->folderWords.end() && words->second.knowsHolders() &&
                             body_->ranking.size() == words->second.words().size();
+    body_->areTiersExact = areAllOfIt;
     if (areAllOfIt) {
         for (auto& tier : words->second.tiers(matches)) tiers.push_back(std::move(tier));
     } else {
@@ -277,15 +283,19 @@ FindFit FindQueryMatcher::fit(std::uint32_t entry) const {
     return body_->fit(body_->root, entry).value_or(FindFit());
 }
 
-FindFit FindQueryMatcher::bestPossibleFit(std::uint32_t entry) const {
-    if (body_->ranking.empty()) return {};
+FindFit FindQueryMatcher::bestPossibleFit(std::uint32_t entry, FindFit best) const {
+    const auto& texts = body_->ranking;
+    if (texts.empty() || best.rank > FindNameRank::wholeName)
+        return texts.empty() ? FindFit() : best;
+    const FindNameRank rank = bestRankOfBeginning(body_->storage, entry, body_->longestText);
+    if (body_->areTiersExact) return {.rank = rank, .folders = best.folders};
     const std::string_view name = body_->storage.foldedName(entry);
     const std::string_view shown = name.substr(name.starts_with('.') ? 1 : 0);
-    const bool mayBegin = std::ranges::any_of(body_->ranking, [&](std::string_view text) {
+    const bool mayBegin = std::ranges::any_of(texts, [&](std::string_view text) {
         return name.starts_with(text) || shown.starts_with(text);
     });
     const auto words = body_->folderWords.find(&body_->root);
-    return {.rank = mayBegin ? FindNameRank::wholeName : FindNameRank::word,
+    return {.rank = mayBegin ? rank : FindNameRank::word,
             .folders = words == body_->folderWords.end() ? FindFolderUse::none
                                                          : words->second.bestPossibleUse(entry)};
 }

@@ -51,8 +51,8 @@ class FindQueryMatcher {
     /// alternatives the best fit counts. A query without such a text is
     /// ranked by the last components of the texts in paths, and is `anywhere` when there are none.
     [[nodiscard]] FindFit fit(std::uint32_t entry) const;
-    /// No worse than the fit of the entry, and known sooner.
-    [[nodiscard]] FindFit bestPossibleFit(std::uint32_t entry) const;
+    /// No worse than the fit of the entry, and known sooner. `best` is that of its tier.
+    [[nodiscard]] FindFit bestPossibleFit(std::uint32_t entry, FindFit best) const;
 
   private:
     struct Body;

@@ -71,12 +71,11 @@ FindSearchResult searchWholeLanguage(const FindIndexStorage& storage, const Find
     const std::uint64_t count = matches.size();
     BestHits best(storage, question.limit, workingFolder(storage, question));
     const auto tiers = matcher.tiers(std::move(matches));
-    const bool isOneTier = tiers.size() == 1; // then it tells nothing of a single entry
     for (const auto& tier : tiers) {
         if (best.isOut(tier.best)) break;
         tier.entries.forEach([&](std::uint32_t entry) {
             if (question.cancel.stop_requested() || best.isOut(entry, tier.best)) return;
-            if (isOneTier && best.isOut(entry, matcher.bestPossibleFit(entry))) return;
+            if (best.isOut(entry, matcher.bestPossibleFit(entry, tier.best))) return;
             best.offer(entry, matcher.fit(entry));
         });
     }

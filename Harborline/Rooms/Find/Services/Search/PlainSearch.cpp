@@ -31,6 +31,9 @@ void PlainSearch::offer(std::size_t word, std::uint64_t entries, FindNameRank be
         const auto entry = static_cast<std::uint32_t>(
             word * FindEntrySet::wordBits + static_cast<std::size_t>(std::countr_zero(entries)));
         if (best_.isOut(entry, {best})) continue;
+        const bool mayBegin = best == FindNameRank::wholeName;
+        const std::size_t bytes = options_.word.size();
+        if (mayBegin && best_.isOut(entry, {bestRankOfBeginning(storage_, entry, bytes)})) continue;
         best_.offer(entry, {nameRank(storage_, entry, options_.word)});
     }
 }
