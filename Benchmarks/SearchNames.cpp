@@ -1,11 +1,12 @@
 // Searches very many real names, those of a folder repeated with changes, and tells how long each
 // query takes in the open index on one thread.
 //
-//     SearchNames FOLDER NAMES [--paths FILE] [QUERY]...
+//     SearchNames FOLDER NAMES [--paths FILE] [--fresh] [QUERY]...
 //
 // Each query: its matches, the time of the first answer, the median and the best of all, by an
 // engine that has not answered the query before it. `--paths` writes the paths, one a line, so
-// that other programs can search the same names. Without queries those of the product's own figures
+// that other programs can search the same names. `--fresh` asks each time as an engine answers that
+// has prepared nothing. Without queries those of the product's own figures
 // are asked.
 
 #include <algorithm>
@@ -108,13 +109,20 @@ void warmUp(FindSearchEngine& engine, const FindIndex& index) {
     std::this_thread::sleep_for(std::chrono::milliseconds(500 + index.storage()->count() / 2'000));
 }
 
-void measure(FindSearchEngine& engine, const FindIndex& index, const std::string& query) {
+/// With an engine of its own for each answer nothing is prepared.
+enum class Engines : std::uint8_t { one, fresh };
+
+void measure(FindSearchEngine& prepared, const FindIndex& index, const std::string& query,
+             Engines engines) {
     constexpr int rounds = 15;
     std::vector<double> times;
     FindSearchResult found;
     for (int round = 0; round < rounds; ++round) {
+        FindSearchEngine fresh;
+        FindSearchEngine& engine = engines == Engines::one ? prepared : fresh;
         // What a longer query could use of the one before is gone.
-        (void)engine.search("zqzqz", {.in = index, .now = Timestamp::now()});
+        if (engines == Engines::one)
+            (void)engine.search("zqzqz", {.in = index, .now = Timestamp::now()});
         const double begin = millisecondsOfThread();
         found = engine.search(query, {.in = index, .now = Timestamp::now()});
         times.push_back(millisecondsOfThread() - begin);
@@ -131,7 +139,7 @@ void measure(FindSearchEngine& engine, const FindIndex& index, const std::string
 int main(int count, char** arguments) {
     std::vector<std::string> given(arguments + 1, arguments + count);
     if (given.size() < 2) {
-        std::fputs("SearchNames FOLDER NAMES [--paths FILE] [QUERY]...\n", stderr);
+        std::fputs("SearchNames FOLDER NAMES [--paths FILE] [--fresh] [QUERY]...\n", stderr);
         return 64;
     }
     const auto tree = FindIndexBuilder({.rootPath = given[0]}).run();
@@ -146,6 +154,8 @@ int main(int count, char** arguments) {
         writePaths(*index.storage(), given[1].c_str());
         given.erase(given.begin(), given.begin() + 2);
     }
+    const bool isFresh = !given.empty() && given[0] == "--fresh";
+    if (isFresh) given.erase(given.begin());
     if (given.empty()) {
         given = {"readme",
                  "libstdc",
@@ -188,7 +198,8 @@ int main(int count, char** arguments) {
     std::printf("%ju names\n matches        first       median         best  query\n",
                 std::uintmax_t{index.storage()->count()});
     FindSearchEngine engine;
-    warmUp(engine, index);
-    for (const std::string& query : given) measure(engine, index, query);
+    if (!isFresh) warmUp(engine, index);
+    const auto engines = isFresh ? Engines::fresh : Engines::one;
+    for (const std::string& query : given) measure(engine, index, query, engines);
     return 0;
 }

@@ -26,16 +26,26 @@ void PlainSearch::remember(std::size_t word, std::uint64_t entries) {
     }
 }
 
+/// The names are in memory by the time that they are ranked.
 void PlainSearch::offer(std::size_t word, std::uint64_t entries, FindNameRank best) {
+    const bool mayBegin = best == FindNameRank::wholeName;
+    const std::size_t bytes = options_.word.size();
     for (; entries != 0; entries &= entries - 1) {
         const auto entry = static_cast<std::uint32_t>(
             word * FindEntrySet::wordBits + static_cast<std::size_t>(std::countr_zero(entries)));
         if (best_.isOut(entry, {best})) continue;
-        const bool mayBegin = best == FindNameRank::wholeName;
-        const std::size_t bytes = options_.word.size();
         if (mayBegin && best_.isOut(entry, {bestRankOfBeginning(storage_, entry, bytes)})) continue;
-        best_.offer(entry, {nameRank(storage_, entry, options_.word)});
+        __builtin_prefetch(storage_.foldedNames.data() + storage_.foldedStart[entry]);
+        awaited_[awaitedCount_++] = entry;
+        if (awaitedCount_ == awaited_.size()) rankAwaited();
     }
+}
+
+void PlainSearch::rankAwaited() {
+    for (std::size_t i = 0; i < awaitedCount_; ++i) {
+        best_.offer(awaited_[i], {nameRank(storage_, awaited_[i], options_.word)});
+    }
+    awaitedCount_ = 0;
 }
 
 /// Names that begin with the word are offered at once: they rank best and make the others drop out
@@ -53,9 +63,11 @@ void PlainSearch::run() {
     wasCancelled_ =
         !scan.forEachWord(finder_, options_.mask,
                           [this](std::size_t word, const InNames& found) { take(word, found); });
+    rankAwaited();
     for (std::size_t i = 0; i < left_.size() && !best_.isOut({FindNameRank::word}); ++i) {
         offer(i, left_[i], FindNameRank::word);
     }
+    rankAwaited();
 }
 
 void PlainSearch::runOver(std::span<const std::uint32_t> entries) {

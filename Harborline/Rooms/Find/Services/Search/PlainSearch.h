@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -49,6 +51,7 @@ class PlainSearch {
 
     void take(std::size_t word, const InNames& found);
     void offer(std::size_t word, std::uint64_t entries, FindNameRank best);
+    void rankAwaited();
     void remember(std::size_t word, std::uint64_t entries);
 
     Options options_;
@@ -59,6 +62,8 @@ class PlainSearch {
     bool wasCancelled_ = false;
     bool isRemembering_ = true;
     std::vector<std::uint32_t> matches_;
+    std::array<std::uint32_t, 32> awaited_{}; ///< entries whose names are on their way
+    std::size_t awaitedCount_ = 0;
     std::vector<std::uint64_t> left_; ///< matches that do not begin with the word
 };
 

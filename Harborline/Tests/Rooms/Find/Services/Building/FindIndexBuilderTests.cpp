@@ -424,5 +424,22 @@ TEST(FindDirectoryReader, TellsWhyAFolderCannotBeRead) {
               "true 0");
 }
 
+#ifdef __linux__
+TEST(FindIndexBuilder, KnowsWhatCanBeRun) {
+    const TemporaryFolder place;
+    place.file("run", "x");
+    place.file("read", "x");
+    place.folder("folder");
+    place.link("link", "run");
+    place.permissions("run", 0755);
+    place.permissions("read", 0644);
+    const auto storage = FindIndexBuilder({.rootPath = place.path()}).run();
+    ASSERT_TRUE(storage);
+    for (Entry entry = 1; entry < storage->count(); ++entry) {
+        EXPECT_EQ(storage->is(entry, findflag::program), storage->name(entry) == "run");
+    }
+}
+#endif
+
 } // namespace
 } // namespace tidyro
