@@ -75,7 +75,7 @@ class Fixture {
                                 .bsdFlags = isProgram ? FindDirectoryListing::programFlag : 0});
                 open.push_back(folder + "/" + item.name);
             }
-            made.appendBlock(*made.lookup(folder.empty() ? "/" : folder), listing);
+            made.appendBlock(made.lookup(folder.empty() ? "/" : folder).value_or(0), listing);
         }
         return made;
     }
