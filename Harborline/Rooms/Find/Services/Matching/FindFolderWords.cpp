@@ -55,6 +55,7 @@ void FindFolderWords::keepMatching(FindEntrySet& among) {
 void FindFolderWords::findHolders() {
     FindEntrySet all(storage_.count());
     all.addAll();
+    holders_.reserve(words_.size());
     for (const std::string_view word : words_) {
         holders_.push_back({.holding = FindEntrySet(storage_.count()),
                             .beginning = FindEntrySet(storage_.count())});

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
@@ -272,7 +273,8 @@ std::vector<FindFolderWords::Tier> FindQueryMatcher::tiers(FindEntrySet matches)
                             body_->ranking.size() == words->second.words().size();
     body_->areTiersExact = areAllOfIt;
     if (areAllOfIt) {
-        for (auto& tier : words->second.tiers(matches)) tiers.push_back(std::move(tier));
+        auto four = words->second.tiers(matches);
+        tiers.assign(std::make_move_iterator(four.begin()), std::make_move_iterator(four.end()));
     } else {
         tiers.push_back({.best = {FindNameRank::wholeName}, .entries = std::move(matches)});
     }
