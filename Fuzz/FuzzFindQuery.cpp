@@ -74,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::uint32_t entry = 0; entry < storage.count(); ++entry) {
         require(all.has(entry) || !matches.has(entry), "what takes no part matches");
         require(!all.has(entry) || matches.has(entry) != others.has(entry), "a denial is none");
-        require(matcher.rank(entry) <= FindNameRank::anywhere, "a rank from nowhere");
+        require(matcher.fit(entry).rank <= FindNameRank::anywhere, "a rank from nowhere");
     }
     return 0;
 }
