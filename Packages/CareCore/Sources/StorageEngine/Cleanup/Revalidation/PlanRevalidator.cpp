@@ -112,6 +112,11 @@ Issue issueOf(const std::expected<CleanupPlanEntry, Refusal>& now, const Cleanup
                                                                : authoritativePolicyMismatch;
 }
 
+bool isByAIToolRule(const CleanupPlanEntry& entry) {
+    return entry.authorization &&
+           std::holds_alternative<authorization::AIToolRule>(casesOf(*entry.authorization));
+}
+
 /// Whether the set has the path or, for a folder, the path of anything in it.
 bool isInUse(const SafetyPolicyFacts::PathSet& paths, const std::string& path, bool isFolder) {
     const auto found = paths.lower_bound(path);
@@ -174,7 +179,11 @@ class DefaultPlanRevalidator::Run {
             isInUse(context_->facts().openByProcessPaths, path, isFolder)) {
             return inUseByProcess;
         }
-        if (context_->activeApplicationRootIndex().contains(path)) return runtimeRestriction;
+        // That the tool itself runs holds some parts of its home and not others, which only its own
+        // rules tell apart.
+        if (!isByAIToolRule(entry) && context_->activeApplicationRootIndex().contains(path)) {
+            return runtimeRestriction;
+        }
         return issueByPolicy(entry, *folder, std::move(observed), use);
     }
 
@@ -229,7 +238,7 @@ class DefaultPlanRevalidator::Run {
             if (const auto* app = std::get_if<authorization::UserSelectedApplication>(&claim)) {
                 return issueOfApplication(entry, *app);
             }
-            if (std::holds_alternative<authorization::AIToolRule>(claim)) {
+            if (isByAIToolRule(entry)) {
                 if (options_.aiTools == nullptr) return protectedEntry;
                 return options_.aiTools->issue(entry, observed, *context_, at_);
             }

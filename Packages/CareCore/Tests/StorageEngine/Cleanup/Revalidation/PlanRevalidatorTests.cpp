@@ -383,6 +383,8 @@ TEST(PlanRevalidator, AsksThePoliciesOfProjectsApplicationsAndAITools) {
     EXPECT_EQ(issue(), std::nullopt);
     tool.answer = RevalidationIssue::authoritativePolicyMismatch;
     EXPECT_EQ(issue(), tool.answer);
+    bench.facts.activeApplicationRoots.push_back(bench.opened.front());
+    EXPECT_EQ(issue(), tool.answer) << "its own rules know what may go while it runs";
     bench.facts.openByProcessPaths.insert(bench.place / "opened/single");
     EXPECT_EQ(issue(), RevalidationIssue::inUseByProcess);
 }
