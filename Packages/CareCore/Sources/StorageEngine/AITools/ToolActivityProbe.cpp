@@ -88,6 +88,8 @@ ToolActivitySnapshot LiveToolActivityProvider::capture() const {
     seen.unreadableProcessCount = activity->unreadable;
     seen.isIncomplete = activity->areOthersHidden;
     for (platform::RunningProcess& process : activity->processes) {
+        // What this program has open while it looks around is no sign of the tool.
+        if (process.pid == platform::currentProcessID()) continue;
         for (std::string& file : process.files) seen.openFilePaths.insert(std::move(file));
         if (!process.workingFolder.empty()) {
             seen.workingDirectories.insert(std::move(process.workingFolder));

@@ -217,8 +217,11 @@ TEST(ToolActivity, IsWhatLiesAtOrBelowAPlace) {
                                     .executable = "/opt/Cursor/cursor",
                                     .workingFolder = "/home/ada/.codex/cache",
                                     .files = {"/home/ada/.codex-2/log", "/home/ada/.codex/a"}}};
+    processes.answer->processes.push_back({.pid = platform::currentProcessID(),
+                                           .executable = "/opt/tidyro",
+                                           .files = {"/home/ada/.code"}});
     LiveToolActivityProvider live(processes);
-    const ToolActivitySnapshot seen = live.snapshot();
+    const ToolActivitySnapshot seen = live.snapshot(); // without this program
     EXPECT_TRUE(seen.isActive("/home/ada/.codex") && seen.isActive("/home/ada/.codex/cache") &&
                 seen.isActive("/home/ada/.codex-2/log") && seen.isActive("/"));
     EXPECT_FALSE(seen.isActive("/home/ada/.codex/cache/x") || seen.isActive("/home/ada/.code"));
