@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "Base/Cancellation.h"
@@ -57,6 +58,11 @@ namespace tidyro {
 class CleanupExecutor {
   public:
     static constexpr double day = 86'400;
+    /// What a receipt tells of an item that the check before the run holds, and of one to which a
+    /// run that ended early did not come.
+    static constexpr std::string_view heldText = "The final safety check did not pass.";
+    static constexpr std::string_view notReachedText =
+        "The cleanup stopped before it reached this item.";
 
     struct Options {
         FileURL home;

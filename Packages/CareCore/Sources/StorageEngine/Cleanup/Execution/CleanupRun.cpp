@@ -231,7 +231,7 @@ std::optional<CleanupRun::Left> CleanupRun::reasonToLeave(std::size_t index) con
     const CleanupPlanEntry& entry = plan_.entries[index];
     if (issues_[index]) {
         return Left{.disposition = refused,
-                    .told = "The final safety check did not pass.",
+                    .told = std::string(CleanupExecutor::heldText),
                     .recorded = "refused at revalidation"};
     }
     if (plan_.mode == CleanupExecutionMode::permanent) {
@@ -507,7 +507,7 @@ CleanupReceiptEntry CleanupRun::entryNotReached(std::size_t index) const {
             .originalURL = entry.sourceURL,
             .byteCount = entry.proofCard.byteCount,
             .disposition = refused,
-            .failureDescription = "The cleanup stopped before it reached this item."};
+            .failureDescription = std::string(CleanupExecutor::notReachedText)};
 }
 
 void CleanupRun::report(std::uint64_t byteCount) {
