@@ -264,7 +264,7 @@ class AIToolCleanupRunner::Run {
             CleanupSession::approve(prepared, reviewedOnes, request_.approval.approvedAt);
         auto receipt = options_.carryOut(prepared, approval, progressFrom(), request_.cancel);
         if (receipt) {
-            tell(*std::move(receipt), lines);
+            tell(index, *std::move(receipt), lines);
             return;
         }
         outcome_.stopReason = receipt.error().description();
@@ -281,7 +281,7 @@ class AIToolCleanupRunner::Run {
                 refuse(outcome_.lines[line->second], explanation(*entry.issue));
             }
         } else if (const CleanupReceipt* partly = receipt.error().receipt()) {
-            tell(*partly, lines);
+            tell(index, *partly, lines);
         }
     }
 
@@ -308,13 +308,22 @@ class AIToolCleanupRunner::Run {
         };
     }
 
-    void tell(CleanupReceipt receipt, const std::map<LocalItemID, std::size_t>& lines) {
+    void tell(std::size_t index, CleanupReceipt receipt,
+              const std::map<LocalItemID, std::size_t>& lines) {
+        const Operation& operation = manifest_.operations[index];
         for (const CleanupReceiptEntry& entry : receipt.entries) {
             const auto found = lines.find(entry.candidateID);
             if (found == lines.end()) continue;
+            if (entry.failureDescription == CleanupExecutor::notReachedText) continue;
             Line& line = outcome_.lines[found->second];
             line.disposition = entry.disposition;
             line.reason = entry.failureDescription;
+            if (line.reason != CleanupExecutor::heldText) continue;
+            // The receipt does not say what holds it.
+            const auto& candidate = operation.candidates[found->second - firstLines_[index]];
+            if (const auto issue = options_.checks.issueOf(candidate, request_.at)) {
+                line.reason = explanation(*issue);
+            }
         }
         outcome_.receipts.push_back(std::move(receipt));
     }

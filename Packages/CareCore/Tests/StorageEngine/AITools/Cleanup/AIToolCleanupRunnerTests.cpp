@@ -226,7 +226,7 @@ TEST(AIToolCleanupRunner, LeavesWhatChangedAndGoesOnWithTheOthers) {
     EXPECT_EQ(Cleaning::reason(outcome, "/linked"), "The item changed after it was scanned.");
     EXPECT_EQ(Cleaning::reason(outcome, "/open"),
               "A running process is using this item. Try again when it finishes.");
-    EXPECT_EQ(Cleaning::reason(outcome, "/told"), "The final safety check did not pass.")
+    EXPECT_EQ(Cleaning::reason(outcome, "/told"), "Local policy now protects this item.")
         << "by its contents, which only the last check reads";
     EXPECT_EQ(outcome.completedCount(), 4);
     EXPECT_EQ(outcome.refusedCount(), 5);
@@ -299,13 +299,27 @@ TEST(AIToolCleanupRunner, StopsAsAskedAndTellsWhy) {
     EXPECT_EQ(outcome->stopReason, "The cleanup was stopped before anything was touched.");
     EXPECT_EQ(outcome->untouchedCount(), 4);
 
+    std::stop_source during;
+    const auto partly = made.program->runner.execute(
+        {.manifest = made.manifest,
+         .approval = approval,
+         .toolBytesBefore = 0,
+         .at = made.now,
+         .onProgress = [&](const CleanupExecutor::Progress&) { during.request_stop(); },
+         .cancel = during.get_token()});
+    EXPECT_TRUE(partly->stopReason);
+    EXPECT_EQ(partly->completedCount(), 1);
+    EXPECT_EQ(partly->untouchedCount(), 3);
+    EXPECT_EQ(partly->receipts.size(), 1);
+    made.prepare(); // of what is left
+
     // Another cleanup has the journal.
     FileCleanupIntentJournal journal(
         FileURL::folder(made.place / "home/.local/share/Harborline/intents"));
     const auto hold = journal.hold();
     const auto busy = made.outcome();
     EXPECT_TRUE(busy.stopReason);
-    EXPECT_EQ(busy.untouchedCount(), 4);
+    EXPECT_EQ(busy.untouchedCount(), 3);
 }
 
 TEST(AIToolCleanupRunner, RemovesNoFolderThatIsInUseOrALinkOrNotEmpty) {
