@@ -14,7 +14,7 @@
 #include "Rooms/Duplicates/Search/DuplicateEngine.h"
 #include "Rooms/Find/Services/Building/FindIndexBuilder.h"
 #include "Rooms/Find/Services/Index/FindIndex.h"
-#include "Rooms/Find/Services/Saving/FindIndexPersistence.h"
+#include "Rooms/Find/Services/Saving/FindIndexPair.h"
 #include "Rooms/Find/Services/Search/FindSearchEngine.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
 #include "StorageEngine/Sorting/DiskSorting.h"
@@ -119,7 +119,7 @@ class DiagnosticsRun : private TextOutput {
     /// unless there is none.
     [[nodiscard]] bool openSaved(FindIndex& index) const {
         const Stopwatch watch;
-        auto saved = FindIndexPersistence::read(indexFile());
+        auto saved = FindIndexPair::read(indexFile());
         const std::string file = shown(indexFile().path());
         if (!saved) {
             const bool isThere =
@@ -143,7 +143,7 @@ class DiagnosticsRun : private TextOutput {
     void save(const FindIndex& index) const {
         const Stopwatch watch;
         const auto saved =
-            FindIndexPersistence::write(*index.storage(), index.metadata(), indexFile());
+            FindIndexPair::write(*index.storage(), index.metadata(), indexFile());
         const std::string file = indexFile().path();
         tellPhase("save", watch,
                   shown(saved ? file : file + ".partial: " + saved.error().description()));

@@ -16,4 +16,10 @@ std::uint32_t compactSeconds(std::int64_t secondsSince1970) noexcept {
     return static_cast<std::uint32_t>(std::clamp<std::int64_t>(secondsSince1970, 0, latest));
 }
 
+std::int64_t nanosecondsSince1970(std::int64_t seconds, std::int64_t nanoseconds) noexcept {
+    constexpr std::int64_t perSecond = 1'000'000'000;
+    constexpr std::int64_t maxSeconds = std::numeric_limits<std::int64_t>::max() / perSecond - 1;
+    return std::clamp(seconds, -maxSeconds, maxSeconds) * perSecond + nanoseconds;
+}
+
 } // namespace tidyro

@@ -35,6 +35,10 @@ class Timestamp {
     [[nodiscard]] constexpr double secondsSince1970() const noexcept {
         return seconds_ + referenceSince1970;
     }
+    /// Near the present good to a tenth of a microsecond.
+    [[nodiscard]] constexpr std::int64_t nanosecondsSince1970() const noexcept {
+        return static_cast<std::int64_t>(secondsSince1970() * 1e9);
+    }
     [[nodiscard]] constexpr Timestamp adding(double seconds) const noexcept {
         return sinceReference(seconds_ + seconds);
     }
@@ -48,5 +52,10 @@ class Timestamp {
 /// A moment as compact columns keep it: whole seconds since 1970 in 32 unsigned bits, good until
 /// 2106. A moment outside that range becomes its nearer end.
 [[nodiscard]] std::uint32_t compactSeconds(std::int64_t secondsSince1970) noexcept;
+
+/// A moment as the system tells it, in one number, good from 1678 until 2262. A moment outside that
+/// range becomes its nearer end.
+[[nodiscard]] std::int64_t nanosecondsSince1970(std::int64_t seconds,
+                                                std::int64_t nanoseconds) noexcept;
 
 } // namespace tidyro

@@ -75,6 +75,8 @@ class FindIndexWalk::Reader : public FolderWalk::Reader {
             break;
         case read:
             if (!block_.hasRoomIn(storage)) return std::nullopt;
+            if (facts)
+                storage.folderStamps.add(folder, FindFolderStamp::taken(*facts, index_.begunAt_));
             return append(folder);
         }
         return FolderWalk::Handover{};
@@ -161,6 +163,7 @@ std::expected<FindIndexStorage, FindIndexBuilder::Error> FindIndexWalk::run() {
     // Their places stay taken: the numbers of all others are in use by now.
     for (const Entry entry : vanished_) storage_.markDeleted(entry);
     storage_.aggregateFolderSizes();
+    storage_.folderStamps.sort();
     return std::move(storage_);
 }
 

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Base/Timestamp.h"
 #include "FolderWalk/FolderWalk.h"
 #include "FolderWalk/WalkProgress.h"
 #include "Platform/Folders/FolderReading.h"
@@ -49,6 +50,7 @@ class FindIndexWalk : private FolderWalk::Target {
     [[nodiscard]] FindIndexBuilder::Progress progressAt(Entry folder) const;
 
     std::function<void()> afterBulkRead_; ///< set once, read by all
+    const std::int64_t begunAt_ = Timestamp::now().nanosecondsSince1970();
 
     // Under the walk's lock.
     WalkProgress<FindIndexBuilder::Progress> reports_;

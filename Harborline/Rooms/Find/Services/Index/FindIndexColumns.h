@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Base/GrowingArray.h"
+#include "Rooms/Find/Services/Index/FindFolderStamps.h"
 
 namespace tidyro {
 
@@ -61,6 +62,9 @@ struct FindIndexColumns {
     std::map<Entry, std::vector<Entry>> extraChildren;
     std::int64_t deletedCount = 0; ///< marked and not yet compacted away
     std::int64_t deniedCount = 0;  ///< folders that could not be read
+
+    /// How the folders stood when they were read. Kept in a file of its own.
+    FindFolderStamps folderStamps;
 
     // Made from the names: the names as a search compares them, in the order of the entries.
     GrowingArray<std::uint32_t> foldedEntries; ///< the entry of each folded name

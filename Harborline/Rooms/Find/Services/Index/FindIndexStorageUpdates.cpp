@@ -182,6 +182,7 @@ FindIndexStorage FindIndexStorage::compacted() const {
         made.firstChild[folder] = first;
         made.kind[made.count() - 1] |= findkind::lastOfBlock;
     }
+    made.folderStamps = folderStamps.renumbered(kept);
     made.extendFolded();
     return made;
 }

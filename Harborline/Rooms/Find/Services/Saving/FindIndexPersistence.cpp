@@ -40,7 +40,8 @@ struct DescribePersistenceError {
 /// Counts what it writes, and remembers the first failure.
 class IndexWriter {
   public:
-    explicit IndexWriter(platform::DurableWriter writer) : writer_(std::move(writer)) {}
+    IndexWriter(platform::DurableWriter writer, const FindIndexPersistence::Passed& passed)
+        : writer_(std::move(writer)), passed_(passed) {}
 
     template <class T>
     void writeArray(std::span<const T> values) {
@@ -50,6 +51,7 @@ class IndexWriter {
     }
     void write(std::span<const std::byte> bytes) {
         if (result_) result_ = writer_.append(bytes);
+        if (passed_) passed_(bytes);
         written_ += bytes.size();
     }
     [[nodiscard]] std::expected<void, SystemError> commit() {
@@ -58,6 +60,7 @@ class IndexWriter {
 
   private:
     platform::DurableWriter writer_;
+    const FindIndexPersistence::Passed& passed_;
     std::expected<void, SystemError> result_;
     std::uint64_t written_ = 0;
 };
@@ -94,12 +97,13 @@ FindIndexFileHead head(const FindIndexStorage& storage, const FindIndexMetadata&
 }
 
 std::expected<void, SystemError> save(const FindIndexStorage& storage,
-                                      const FindIndexMetadata& metadata, const FileURL& url) {
+                                      const FindIndexMetadata& metadata, const FileURL& url,
+                                      const FindIndexPersistence::Passed& passed) {
     if (auto made = platform::makePrivateFolder(url.parent().path()); !made) return made;
     auto opened =
         platform::DurableWriter::open(url.path(), platform::DurableWriter::Sibling::shared);
     if (!opened) return std::unexpected(opened.error());
-    IndexWriter writer(*std::move(opened));
+    IndexWriter writer(*std::move(opened), passed);
 
     const FindIndexFileTables tables = tablesOf(storage);
     const FindIndexFileHead first = head(storage, metadata, tables);
@@ -125,9 +129,9 @@ FileURL FindIndexPersistence::defaultURL() {
 }
 
 std::expected<void, Error> FindIndexPersistence::write(const FindIndexStorage& storage,
-                                                       const Metadata& metadata,
-                                                       const FileURL& url) {
-    const auto saved = save(storage, metadata, url);
+                                                       const Metadata& metadata, const FileURL& url,
+                                                       const Passed& passed) {
+    const auto saved = save(storage, metadata, url, passed);
     if (!saved) return std::unexpected(Error{Error::WriteFailed{saved.error()}});
     return {};
 }

@@ -56,9 +56,10 @@ struct FindIndexPersistenceError {
 ///     auto opened = FindIndexPersistence::read(url);
 ///     if (opened) index.replace(std::move(opened->storage), opened->metadata);
 ///
-/// FindIndexFile.h says how the file is laid out. Reading trusts none of its bytes. It returns an
-/// index whose every link stays inside it, or an error, and takes time in proportion to the length
-/// of the file.
+/// FindIndexPair keeps the same file together with the stamps of the folders, and notices every
+/// changed byte. FindIndexFile.h says how the file is laid out. Reading trusts none of its bytes.
+/// It returns an index whose every link stays inside it, or an error, and takes time in proportion
+/// to the length of the file.
 struct FindIndexPersistence {
     using Error = FindIndexPersistenceError;
     using Metadata = FindIndexMetadata;
@@ -66,11 +67,16 @@ struct FindIndexPersistence {
     /// "Harborline/Find/name-index-v1.bin" in the person's Application Support folder.
     [[nodiscard]] static FileURL defaultURL();
 
+    /// Is shown all bytes of a file in their order, for a checksum. Null: nobody wants them.
+    using Passed = std::function<void(std::span<const std::byte>)>;
+
     /// Replaces the file as a whole and makes its folder when that is missing. The new bytes go
     /// into a file beside it first, whose name ends with ".partial" and which is locked: when two
     /// processes save at once, one waits for the other, and the later one's index stays.
-    [[nodiscard]] static std::expected<void, Error>
-    write(const FindIndexStorage& storage, const Metadata& metadata, const FileURL& url);
+    [[nodiscard]] static std::expected<void, Error> write(const FindIndexStorage& storage,
+                                                          const Metadata& metadata,
+                                                          const FileURL& url,
+                                                          const Passed& passed = nullptr);
 
     /// What was read; the names are folded again. Dates are saved as seconds since 1970 and may be
     /// a tenth of a microsecond off.
@@ -78,7 +84,8 @@ struct FindIndexPersistence {
         FindIndexStorage storage;
         Metadata metadata;
     };
-    [[nodiscard]] static std::expected<Opened, Error> read(const FileURL& url);
+    [[nodiscard]] static std::expected<Opened, Error> read(const FileURL& url,
+                                                           const Passed& passed = nullptr);
 
     /// Reads the same from any source of bytes. `next` fills a block with the bytes that follow and
     /// returns how many there were.

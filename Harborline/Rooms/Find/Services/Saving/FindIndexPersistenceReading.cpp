@@ -191,7 +191,8 @@ FindIndexPersistence::read(std::uint64_t byteCount, const Next& next) {
     return opened;
 }
 
-std::expected<FindIndexPersistence::Opened, Error> FindIndexPersistence::read(const FileURL& url) {
+std::expected<FindIndexPersistence::Opened, Error>
+FindIndexPersistence::read(const FileURL& url, const Passed& passed) {
     auto file = platform::InputFile::open(url.path());
     if (!file) return std::unexpected(Error{Error::Unreadable{}});
     // A file that is long and takes nothing is a hole, which would fill the memory with zeros.
@@ -202,7 +203,11 @@ std::expected<FindIndexPersistence::Opened, Error> FindIndexPersistence::read(co
         file->byteCount() / maxCompression > file->bytesOnDisk()) {
         return inconsistent("structure");
     }
-    return read(file->byteCount(), [&](std::span<std::byte> into) { return file->read(into); });
+    return read(file->byteCount(), [&](std::span<std::byte> into) {
+        auto got = file->read(into);
+        if (got && passed) passed(into.first(*got));
+        return got;
+    });
 }
 
 } // namespace tidyro

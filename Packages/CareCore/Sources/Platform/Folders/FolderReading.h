@@ -83,6 +83,9 @@ struct FolderFacts {
     EntryTraits traits; ///< a snapshot that is open counts as a mount point as well
     std::uint32_t modified;
     std::uint32_t accessed;
+    /// The last change of its entries or of itself, in nanoseconds since 1970. Nobody can set it
+    /// back. A file system may keep whole seconds only.
+    std::int64_t changed = 0;
 };
 
 /// A folder held open. It is closed when its owner goes.

@@ -48,7 +48,8 @@ bool isMountRoot(const struct statx& status) {
 
 std::expected<FolderFacts, SystemError> factsOf(int folder, const char* name, int flags) {
     struct statx status{};
-    if (::statx(folder, name, flags, wantedOfEntry | STATX_MNT_ID, &status) != 0) {
+    constexpr unsigned wanted = wantedOfEntry | STATX_CTIME | STATX_MNT_ID;
+    if (::statx(folder, name, flags, wanted, &status) != 0) {
         return std::unexpected(SystemError{errno});
     }
     const bool hasMount = (status.stx_mask & STATX_MNT_ID) != 0;
@@ -57,7 +58,9 @@ std::expected<FolderFacts, SystemError> factsOf(int folder, const char* name, in
                       .volume = hasMount ? status.stx_mnt_id : identity.device,
                       .traits = {},
                       .modified = compactSeconds(status.stx_mtime.tv_sec),
-                      .accessed = compactSeconds(status.stx_atime.tv_sec)};
+                      .accessed = compactSeconds(status.stx_atime.tv_sec),
+                      .changed =
+                          nanosecondsSince1970(status.stx_ctime.tv_sec, status.stx_ctime.tv_nsec)};
     if (isMountRoot(status)) facts.traits.add(EntryTrait::mountPoint);
     return facts;
 }

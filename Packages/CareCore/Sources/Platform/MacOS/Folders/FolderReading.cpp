@@ -38,7 +38,7 @@ constexpr attrgroup_t clones =
 
 constexpr attrlist wantedOfOneFolder{.bitmapcount = ATTR_BIT_MAP_COUNT,
                                      .reserved = 0,
-                                     .commonattr = wantedOfAll,
+                                     .commonattr = wantedOfAll | ATTR_CMN_CHGTIME,
                                      .volattr = 0,
                                      .dirattr = ATTR_DIR_MOUNTSTATUS,
                                      .fileattr = 0,
@@ -63,6 +63,7 @@ struct Record {
     std::int32_t device = 0;
     fsobj_type_t type = 0;
     timespec modified{};
+    timespec changed{};
     timespec accessed{};
     std::uint32_t flags = 0;
     std::uint64_t fileID = 0;
@@ -147,6 +148,7 @@ std::optional<Record> readRecord(std::span<const std::byte> bytes) {
     reader.takeIf(record.has(ATTR_CMN_DEVID), record.device);
     reader.takeIf(record.has(ATTR_CMN_OBJTYPE), record.type);
     reader.takeIf(record.has(ATTR_CMN_MODTIME), record.modified);
+    reader.takeIf(record.has(ATTR_CMN_CHGTIME), record.changed);
     reader.takeIf(record.has(ATTR_CMN_ACCTIME), record.accessed);
     reader.takeIf(record.has(ATTR_CMN_FLAGS), record.flags);
     reader.takeIf(record.has(ATTR_CMN_FILEID), record.fileID);
@@ -211,7 +213,9 @@ std::expected<FolderFacts, SystemError> factsBy(Call call) {
                        .volume = identityOf(*record).device,
                        .traits = traitsOf(*record),
                        .modified = compactSeconds(record->modified.tv_sec),
-                       .accessed = compactSeconds(record->accessed.tv_sec)};
+                       .accessed = compactSeconds(record->accessed.tv_sec),
+                       .changed =
+                           nanosecondsSince1970(record->changed.tv_sec, record->changed.tv_nsec)};
 }
 
 } // namespace
