@@ -84,18 +84,18 @@ std::string extraBytes(ExtraHead head, const FindFolderStamps& stamps) {
 /// Takes values off the front of bytes that are long enough.
 class ExtraColumns {
   public:
-    explicit ExtraColumns(std::string_view bytes) : bytes_(bytes) {}
+    explicit ExtraColumns(std::string_view bytes) : bytes_(std::as_bytes(std::span(bytes))) {}
 
     template <class T>
     [[nodiscard]] T take() {
         T value;
         std::memcpy(&value, bytes_.data(), sizeof(T));
-        bytes_.remove_prefix(sizeof(T));
+        bytes_ = bytes_.subspan(sizeof(T));
         return value;
     }
 
   private:
-    std::string_view bytes_;
+    std::span<const std::byte> bytes_;
 };
 
 /// The stamps in the bytes; none when they are not those of this index.
