@@ -106,7 +106,8 @@ void FolderWalk::read(Reading& reading) const {
             reading.error = reading.reader->read(
                 {.folder = reading.folder.isOpen() ? reading.folder : *reading.from,
                  .places = reading.job.places,
-                 .mayDescend = reading.job.depth < maxDepth_});
+                 .mayDescend = reading.job.depth < maxDepth_,
+                 .facts = reading.facts});
         }
         if (reading.error.code == 0) return;
         const bool isGone = reading.job.folder != 0 && platform::hasVanished(reading.error);

@@ -57,6 +57,8 @@ class FolderWalk {
         const platform::FolderDescriptor& folder;
         const PlaceTree::Branch* places; ///< places in it or further down; none almost everywhere
         bool mayDescend;                 ///< false at the walk's greatest depth
+        /// The folder's own, as they were before it is read, where they could be had.
+        const std::optional<platform::FolderFacts>& facts;
     };
     /// A folder among the entries just gathered that is to be read as well.
     struct Descent {
