@@ -10,11 +10,13 @@
 #include "Base/Stopwatch.h"
 #include "Base/Timestamp.h"
 #include "Platform/Folders/WellKnownFolders.h"
+#include "Platform/Terminal/StandardStreams.h"
 #include "Rooms/Activity/FolderSnapshot.h"
 #include "Rooms/Duplicates/Search/DuplicateEngine.h"
 #include "Rooms/Find/Services/Building/FindIndexBuilder.h"
 #include "Rooms/Find/Services/Index/FindIndex.h"
-#include "Rooms/Find/Services/Saving/FindIndexPair.h"
+#include "Rooms/Find/Services/Refreshing/FindIndexService.h"
+#include "Rooms/Find/Services/Saving/FindIndexPersistence.h"
 #include "Rooms/Find/Services/Search/FindSearchEngine.h"
 #include "StorageEngine/DiskTree/DiskTreeScanner.h"
 #include "StorageEngine/Sorting/DiskSorting.h"
@@ -35,6 +37,7 @@ class DiagnosticsRun : private TextOutput {
         : TextOutput(output),
           folder_(FileURL::folder(request.folder)),
           subject_(request.subject),
+          request_(request),
           inputs_(inputs) {}
 
     [[nodiscard]] int operator()() const {
@@ -99,70 +102,89 @@ class DiagnosticsRun : private TextOutput {
     }
 
     [[nodiscard]] int find() const {
-        FindIndex index;
-        if (!openSaved(index)) {
+        FindIndexService service({.rootPath = folder_.path(), .file = indexFile()});
+        if (!openSaved(service)) {
             const Stopwatch watch;
-            auto storage = FindIndexBuilder({.rootPath = folder_.path()}).run();
-            if (!storage) return tellStop(FindIndexBuilder::description(storage.error()));
-            const Timestamp now = Timestamp::now();
-            index.replace(*std::move(storage), {.builtAt = now, .savedAt = now});
-            tellPhase("build", watch, names(index));
-            save(index);
+            if (const auto built = service.build(); !built) {
+                return tellStop(FindIndexBuilder::description(built.error()));
+            }
+            tellPhase("build", watch, names(service.index()));
+            save(service);
         }
         FindSearchEngine engine;
-        engine.prepare(index);
-        while (const auto query = inputs_.nextQuery()) answer(engine, *query, index);
+        engine.prepare(service.index());
+        while (const auto query = inputs_.nextQuery()) answer(engine, *query, service);
         return ExitStatus::succeeded;
     }
 
-    /// Opens the saved index. False when it is of no use for this folder; a line then says why,
-    /// unless there is none.
-    [[nodiscard]] bool openSaved(FindIndex& index) const {
+    /// Opens the saved index and makes it true. False when it is of no use for this folder; a line
+    /// then says why, unless there is none.
+    [[nodiscard]] bool openSaved(FindIndexService& service) const {
         const Stopwatch watch;
-        auto saved = FindIndexPair::read(indexFile());
-        const std::string file = shown(indexFile().path());
-        if (!saved) {
-            const bool isThere =
-                !std::holds_alternative<FindIndexPersistenceError::Unreadable>(saved.error().kind);
-            if (isThere) tellPhase("open", watch, file + ": " + saved.error().description());
+        const Timestamp now = Timestamp::now();
+        if (const auto opened = service.open(now); !opened) {
+            if (!opened.error().empty()) tellPhase("open", watch, shown(opened.error()));
             return false;
         }
-        if (saved->storage.rootPath != folder_.path()) {
-            tellPhase("open", watch, file + " is the index of " + shown(saved->storage.rootPath));
-            return false;
-        }
-        index.replace(std::move(saved->storage), saved->metadata);
-        const double age =
-            Timestamp::now().secondsSince1970() - saved->metadata.builtAt.secondsSince1970();
         tellPhase("open", watch,
-                  fmt::format("{}, {} h old, from {}", names(index),
-                              decimal(std::max(age, 0.0) / 3'600, 1), file));
+                  fmt::format("{}, {} old, from {}", names(service.index()),
+                              hoursSince(service.index().metadata().builtAt),
+                              shown(indexFile().path())));
+        return request_.isAsIs || refresh(service);
+    }
+
+    [[nodiscard]] bool refresh(FindIndexService& service) const {
+        const Stopwatch watch;
+        const auto refreshed = service.refresh([&](const FindIndexRefresh::Progress& progress) {
+            if (!inputs_.showProgress) return;
+            inputs_.showProgress(RoomText::counted(static_cast<std::uint64_t>(progress.lookedAt),
+                                                   "folder", "folders") +
+                                 " looked at");
+        });
+        if (!refreshed) {
+            tellPhase("refresh", watch, FindIndexRefresh::description(refreshed.error()));
+            return false;
+        }
+        tellPhase("refresh", watch,
+                  fmt::format("{}, {} read again, {}",
+                              RoomText::counted(static_cast<std::uint64_t>(refreshed->lookedAt),
+                                                "folder", "folders"),
+                              refreshed->read, names(service.index())));
+        if (refreshed->isWorthSaving) save(service);
         return true;
     }
 
-    void save(const FindIndex& index) const {
+    void save(FindIndexService& service) const {
         const Stopwatch watch;
-        const auto saved =
-            FindIndexPair::write(*index.storage(), index.metadata(), indexFile());
+        const auto saved = service.save(Timestamp::now());
         const std::string file = indexFile().path();
         tellPhase("save", watch,
                   shown(saved ? file : file + ".partial: " + saved.error().description()));
     }
 
-    void answer(FindSearchEngine& engine, const std::string& query, const FindIndex& index) const {
+    void answer(FindSearchEngine& engine, const std::string& query,
+                FindIndexService& service) const {
         const Stopwatch watch;
-        const FindSearchResult found =
-            engine.search(query, {.in = index, .limit = 500, .now = Timestamp::now()});
+        const FindIndexService::Answer answer = service.search(
+            engine, query, {.in = service.index(), .limit = 500, .now = Timestamp::now()});
+        const FindSearchResult& found = answer.found;
         const double milliseconds = watch.milliseconds();
         line("\"{}\": {} in {} ms", shown(query),
              RoomText::counted(found.matchCount, "match", "matches"), decimal(milliseconds, 3));
         if (found.problem) line("  {}", shown(*found.problem));
-        const FindIndex::Storage storage = index.storage();
+        if (answer.sizesAsOf) {
+            line("  Sizes and dates of files are {} old.", hoursSince(*answer.sizesAsOf));
+        }
+        const FindIndex::Storage storage = service.index().storage();
         for (const std::uint32_t hit : found.hits | std::views::take(maxHitsShown)) {
             line("  {}", shown(storage->path(hit)));
         }
     }
 
+    [[nodiscard]] static std::string hoursSince(Timestamp then) {
+        const double age = Timestamp::now().secondsSince1970() - then.secondsSince1970();
+        return decimal(std::max(age, 0.0) / 3'600, 1) + " h";
+    }
     [[nodiscard]] FileURL indexFile() const {
         return inputs_.indexFile.value_or(FindIndexPersistence::defaultURL());
     }
@@ -189,6 +211,7 @@ class DiagnosticsRun : private TextOutput {
 
     FileURL folder_;
     Subject subject_;
+    const ScanDiagnostics::Request& request_;
     const ScanDiagnostics::FindInputs& inputs_;
 };
 
@@ -198,11 +221,19 @@ std::optional<std::string> readLineOfInput() {
     return line;
 }
 
+/// Somebody who waits at a terminal sees it; a file of results does not.
+void showOnTerminal(std::string_view text) {
+    if (!platform::isTerminal(platform::Stream::error)) return;
+    static_cast<void>(platform::writeAll(platform::Stream::error, fmt::format("{}\n", text)));
+}
+
 } // namespace
 
 const std::string_view ScanDiagnostics::usageText =
     "Usage: Tidyro --diagnose-scan <folder>\n"
-    "       Tidyro --diagnose-find <folder>        Queries are read line by line\n"
+    "       Tidyro --diagnose-find <folder> [--as-is]\n"
+    "                                              Queries are read line by line. With --as-is\n"
+    "                                              the saved index is not compared with the disk\n"
     "       Tidyro --diagnose-duplicates <folder>\n"
     "Tells how long each phase takes. Nothing is moved or deleted.";
 
@@ -215,8 +246,15 @@ ScanDiagnostics::parse(ArgumentReader::Arguments arguments, std::string_view hom
     const auto subject = fromRawValue<Subject>(reader->foundSwitch());
     const std::string folder = reader->next().value_or("");
     const bool isFolder = !folder.empty() && !folder.starts_with('-');
-    if (!subject || !isFolder || reader->next()) return CommandLineUsage{usageText};
-    return Request{.subject = *subject, .folder = folderArgument(folder, home)};
+    if (!subject || !isFolder) return CommandLineUsage{usageText};
+    Request request{.subject = *subject, .folder = folderArgument(folder, home)};
+    while (const auto argument = reader->next()) {
+        if (*subject != Subject::find || *argument != "--as-is") {
+            return CommandLineUsage{usageText};
+        }
+        request.isAsIs = true;
+    }
+    return request;
 }
 
 int ScanDiagnostics::run(const Request& request, const TextOutput& output,
@@ -225,10 +263,10 @@ int ScanDiagnostics::run(const Request& request, const TextOutput& output,
 }
 
 void ScanDiagnostics::runIfAsked(ArgumentReader::Arguments arguments) {
-    runAndExit(parse(arguments, platform::homeFolder().path()),
-               [](const Request& request, const TextOutput& output) {
-                   return run(request, output, {.nextQuery = readLineOfInput});
-               });
+    runAndExit(parse(arguments, platform::homeFolder().path()), [](const Request& request,
+                                                                   const TextOutput& output) {
+        return run(request, output, {.nextQuery = readLineOfInput, .showProgress = showOnTerminal});
+    });
 }
 
 } // namespace tidyro

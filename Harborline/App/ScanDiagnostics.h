@@ -16,17 +16,19 @@ namespace tidyro {
 /// Measures what the application's rooms do, phase by phase:
 ///
 ///     Tidyro --diagnose-scan <folder>
-///     Tidyro --diagnose-find <folder>        queries line by line from standard input
+///     Tidyro --diagnose-find <folder> [--as-is]   queries line by line from standard input
 ///     Tidyro --diagnose-duplicates <folder>
 ///
-/// Nothing of the person's is moved or deleted. `find` opens the saved index of the folder. When
-/// the saved index is of no use for the folder, it builds one and saves it in place of that.
+/// Nothing of the person's is moved or deleted. `find` opens the saved index of the folder and
+/// makes it true. When the saved index is of no use for the folder, it builds one and saves it in
+/// place of that.
 struct ScanDiagnostics {
     enum class Subject : std::uint8_t { scan, find, duplicates };
 
     struct Request {
         Subject subject;
-        std::string folder; ///< absolute and standardised
+        std::string folder;  ///< absolute and standardised
+        bool isAsIs = false; ///< `find` takes the saved index as it is
         bool operator==(const Request&) const = default;
     };
     static const std::string_view usageText; ///< without a line break at its end
@@ -40,6 +42,8 @@ struct ScanDiagnostics {
         std::function<std::optional<std::string>()> nextQuery = [] { return std::nullopt; };
         /// Where the index is saved; absent: its own place.
         std::optional<FileURL> indexFile = std::nullopt;
+        /// Is told how far a look at the folders is that takes longer than half a second.
+        std::function<void(std::string_view)> showProgress = nullptr;
     };
     /// Performs one request and returns the exit status.
     [[nodiscard]] static int run(const Request& request, const TextOutput& output,

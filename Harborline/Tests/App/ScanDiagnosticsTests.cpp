@@ -33,11 +33,14 @@ TEST(ScanDiagnostics, ReadsItsSwitches) {
               Subject::find);
     EXPECT_EQ(std::get<ScanDiagnostics::Request>(parsed({"--diagnose-duplicates", "/a"})).subject,
               Subject::duplicates);
+    EXPECT_TRUE(
+        std::get<ScanDiagnostics::Request>(parsed({"--diagnose-find", "/a", "--as-is"})).isAsIs);
     for (const std::vector<std::string>& malformed :
          {std::vector<std::string>{"--diagnose-find"},
           {"--diagnose-find", ""},
           {"--diagnose-find", "--cli"},
           {"--diagnose-find", "/a", "/b"},
+          {"--diagnose-scan", "/a", "--as-is"},
           {"--diagnose-find", "--diagnose-scan", "/a"}}) {
         EXPECT_EQ(std::get<CommandLineUsage>(parsed(malformed)).text, ScanDiagnostics::usageText);
     }
@@ -77,8 +80,15 @@ TEST(ScanDiagnostics, KeepsAnIndexAndAnswersFromIt) {
                             "  " + place / "tree/deeper/readme.md" + "\n",
                             StartsWith("\"none\": 0 matches in")));
     place.file("tree/another readme"); // what is saved does not know of it
-    EXPECT_THAT(ran(0, tree, file),
-                ElementsAre(MatchesRegex("open +[0-9.]+ s  4 names, 0\\.[0-9] h old, from .*\n")));
+    const auto opened = MatchesRegex("open +[0-9.]+ s  4 names, 0\\.[0-9] h old, from .*\n");
+    ScanDiagnostics::Request asIs = tree;
+    asIs.isAsIs = true;
+    EXPECT_THAT(ran(0, asIs, file), ElementsAre(opened));
+    EXPECT_THAT(ran(0, tree, file, {"another"}),
+                ElementsAre(opened,
+                            MatchesRegex("refresh +[0-9.]+ s  2 folders, 2 read again, 5 names\n"),
+                            StartsWith("save"), StartsWith("\"another\": 1 match in"),
+                            "  " + place / "tree/another readme" + "\n"));
     // The index of another folder, or no index, is no help.
     EXPECT_THAT(ran(0, {.subject = Subject::find, .folder = place / "other"}, file, {"readme"}),
                 ElementsAre(HasSubstr(file + " is the index of " + place / "tree"),
