@@ -133,7 +133,6 @@ TEST(FindIndexRefresh, EndsAsAFreshIndexHoweverTheTreeChanges) {
         place.folder("outside");
         RandomChanges changes(place / "tree", place / "outside", seed);
         for (int i = 0; i < 90; ++i) changes.change();
-        place.folder("tree/start");
         FindIndexStorage index = testing::builtIndex(place / "tree");
         for (int i = 0; i < 10; ++i) changes.change();
         testing::waitUntilSettled();
