@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "Base/JSONText.h"
 #include "Base/RoomText.h"
 #include "Base/Stopwatch.h"
 #include "Base/Timestamp.h"
@@ -162,23 +163,65 @@ class DiagnosticsRun : private TextOutput {
                   shown(saved ? file : file + ".partial: " + saved.error().description()));
     }
 
+    [[nodiscard]] FindIndexService::Answer search(FindSearchEngine& engine,
+                                                  const std::string& query,
+                                                  FindIndexService& service,
+                                                  std::size_t limit) const {
+        const FindSearchEngine::Question question{
+            .in = service.index(), .limit = limit, .now = Timestamp::now()};
+        if (request_.isAsIs) return {.found = engine.search(query, question)};
+        return service.search(engine, query, question);
+    }
+
     void answer(FindSearchEngine& engine, const std::string& query,
                 FindIndexService& service) const {
+        if (request_.listing) return list(engine, query, service, *request_.listing);
+        constexpr std::size_t maxHits = 500;
         const Stopwatch watch;
-        const FindIndexService::Answer answer = service.search(
-            engine, query, {.in = service.index(), .limit = 500, .now = Timestamp::now()});
+        const FindIndexService::Answer answer = search(engine, query, service, maxHits);
         const FindSearchResult& found = answer.found;
         const double milliseconds = watch.milliseconds();
         line("\"{}\": {} in {} ms", shown(query),
              RoomText::counted(found.matchCount, "match", "matches"), decimal(milliseconds, 3));
-        if (found.problem) line("  {}", shown(*found.problem));
-        if (answer.sizesAsOf) {
-            line("  Sizes and dates of files are {} old.", hoursSince(*answer.sizesAsOf));
-        }
+        for (const std::string& note : notesOn(answer)) line("  {}", shown(note));
         const FindIndex::Storage storage = service.index().storage();
         for (const std::uint32_t hit : found.hits | std::views::take(maxHitsShown)) {
             line("  {}", shown(storage->path(hit)));
         }
+    }
+
+    void list(FindSearchEngine& engine, const std::string& query, FindIndexService& service,
+              const ScanDiagnostics::Request::Listing& listing) const {
+        // In any other order than the search's, the first ones are only known among all.
+        const std::size_t all = service.index().storage()->count();
+        const bool isBest = listing.order == FindHitOrder::best;
+        const std::size_t limit = listing.limit.value_or(all);
+        FindIndexService::Answer answer = search(engine, query, service, isBest ? limit : all);
+        for (const std::string& note : notesOn(answer)) {
+            if (inputs_.showNote) inputs_.showNote(note);
+        }
+        const FindIndex::Storage storage = service.index().storage();
+        std::vector<std::uint32_t>& hits = answer.found.hits;
+        FindHitListing::sort(*storage, hits, listing.order);
+        TextInPieces text(write);
+        for (const std::uint32_t hit : hits | std::views::take(limit)) {
+            if (listing.form == FindHitForm::line) {
+                text.append(shown(storage->path(hit))).append("\n");
+            } else {
+                text.append(FindHitListing::text(*storage, hit, listing.form));
+            }
+        }
+        text.end();
+    }
+
+    [[nodiscard]] static std::vector<std::string> notesOn(const FindIndexService::Answer& answer) {
+        std::vector<std::string> notes;
+        if (answer.found.problem) notes.push_back(*answer.found.problem);
+        if (answer.sizesAsOf) {
+            notes.push_back("Sizes and dates of files are " + hoursSince(*answer.sizesAsOf) +
+                            " old.");
+        }
+        return notes;
     }
 
     [[nodiscard]] static std::string hoursSince(Timestamp then) {
@@ -206,6 +249,7 @@ class DiagnosticsRun : private TextOutput {
         tellPhase(name, watch.seconds(), result);
     }
     void tellPhase(std::string_view name, double seconds, std::string_view result) const {
+        if (request_.listing) return; // scripts read it
         line("{:<16} {:>9} s{}{}", name, decimal(seconds, 4), result.empty() ? "" : "  ", result);
     }
 
@@ -214,6 +258,39 @@ class DiagnosticsRun : private TextOutput {
     const ScanDiagnostics::Request& request_;
     const ScanDiagnostics::FindInputs& inputs_;
 };
+
+void noteOnErrorStream(std::string_view text) {
+    static_cast<void>(platform::writeAll(platform::Stream::error, fmt::format("{}\n", text)));
+}
+
+/// Reads what follows the folder of `find`. False when it makes no sense.
+bool readFindOptions(ArgumentReader& reader, ScanDiagnostics::Request& request) {
+    ScanDiagnostics::Request::Listing listing;
+    while (const auto argument = reader.next()) {
+        if (*argument == "--as-is") {
+            request.isAsIs = true;
+            continue;
+        }
+        if (*argument == "--list") {
+            listing.form = FindHitForm::line;
+        } else if (*argument == "--print0") {
+            listing.form = FindHitForm::zeroEnded;
+        } else if (*argument == "--json") {
+            listing.form = FindHitForm::json;
+        } else if (*argument == "--limit") {
+            listing.limit = reader.nextNumber<std::uint64_t>();
+            if (!listing.limit) return false;
+        } else if (*argument == "--sort") {
+            const auto order = fromRawValue<FindHitOrder>(reader.next().value_or(""));
+            if (!order) return false;
+            listing.order = *order;
+        } else {
+            return false;
+        }
+        request.listing = listing;
+    }
+    return true;
+}
 
 std::optional<std::string> readLineOfInput() {
     std::string line;
@@ -231,9 +308,11 @@ void showOnTerminal(std::string_view text) {
 
 const std::string_view ScanDiagnostics::usageText =
     "Usage: Tidyro --diagnose-scan <folder>\n"
-    "       Tidyro --diagnose-find <folder> [--as-is]\n"
+    "       Tidyro --diagnose-find <folder> [--as-is] [--list | --print0 | --json] [--limit N]\n"
+    "              [--sort best|name|path|size|date]\n"
     "                                              Queries are read line by line. With --as-is\n"
-    "                                              the saved index is not compared with the disk\n"
+    "                                              nothing is compared with the disk. --list and\n"
+    "                                              the others write all that matched\n"
     "       Tidyro --diagnose-duplicates <folder>\n"
     "Tells how long each phase takes. Nothing is moved or deleted.";
 
@@ -248,12 +327,9 @@ ScanDiagnostics::parse(ArgumentReader::Arguments arguments, std::string_view hom
     const bool isFolder = !folder.empty() && !folder.starts_with('-');
     if (!subject || !isFolder) return CommandLineUsage{usageText};
     Request request{.subject = *subject, .folder = folderArgument(folder, home)};
-    while (const auto argument = reader->next()) {
-        if (*subject != Subject::find || *argument != "--as-is") {
-            return CommandLineUsage{usageText};
-        }
-        request.isAsIs = true;
-    }
+    const bool isWellFormed =
+        *subject == Subject::find ? readFindOptions(*reader, request) : !reader->next();
+    if (!isWellFormed) return CommandLineUsage{usageText};
     return request;
 }
 
@@ -263,10 +339,13 @@ int ScanDiagnostics::run(const Request& request, const TextOutput& output,
 }
 
 void ScanDiagnostics::runIfAsked(ArgumentReader::Arguments arguments) {
-    runAndExit(parse(arguments, platform::homeFolder().path()), [](const Request& request,
-                                                                   const TextOutput& output) {
-        return run(request, output, {.nextQuery = readLineOfInput, .showProgress = showOnTerminal});
-    });
+    runAndExit(parse(arguments, platform::homeFolder().path()),
+               [](const Request& request, const TextOutput& output) {
+                   return run(request, output,
+                              {.nextQuery = readLineOfInput,
+                               .showProgress = showOnTerminal,
+                               .showNote = noteOnErrorStream});
+               });
 }
 
 } // namespace tidyro

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -8,6 +9,7 @@
 
 #include "Base/FileURL.h"
 #include "Base/RawValues.h"
+#include "Rooms/Find/Services/Listing/FindHitListing.h"
 #include "Terminal/ArgumentReader.h"
 #include "Terminal/CommandLine.h"
 
@@ -16,7 +18,7 @@ namespace tidyro {
 /// Measures what the application's rooms do, phase by phase:
 ///
 ///     Tidyro --diagnose-scan <folder>
-///     Tidyro --diagnose-find <folder> [--as-is]   queries line by line from standard input
+///     Tidyro --diagnose-find <folder> [options]   queries line by line from standard input
 ///     Tidyro --diagnose-duplicates <folder>
 ///
 /// Nothing of the person's is moved or deleted. `find` opens the saved index of the folder and
@@ -29,6 +31,14 @@ struct ScanDiagnostics {
         Subject subject;
         std::string folder;  ///< absolute and standardised
         bool isAsIs = false; ///< `find` takes the saved index as it is
+        /// `find` writes all that matched, and nothing else.
+        struct Listing {
+            FindHitForm form = FindHitForm::line;
+            FindHitOrder order = FindHitOrder::best;
+            std::optional<std::size_t> limit = std::nullopt;
+            bool operator==(const Listing&) const = default;
+        };
+        std::optional<Listing> listing = std::nullopt;
         bool operator==(const Request&) const = default;
     };
     static const std::string_view usageText; ///< without a line break at its end
@@ -44,6 +54,8 @@ struct ScanDiagnostics {
         std::optional<FileURL> indexFile = std::nullopt;
         /// Is told how far a look at the folders is that takes longer than half a second.
         std::function<void(std::string_view)> showProgress = nullptr;
+        /// Is told what a person should know of a listing that has no place in it.
+        std::function<void(std::string_view)> showNote = nullptr;
     };
     /// Performs one request and returns the exit status.
     [[nodiscard]] static int run(const Request& request, const TextOutput& output,

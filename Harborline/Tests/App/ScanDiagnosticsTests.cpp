@@ -1,8 +1,10 @@
 #include "App/ScanDiagnostics.h"
 
+#include <algorithm>
 #include <deque>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -35,12 +37,20 @@ TEST(ScanDiagnostics, ReadsItsSwitches) {
               Subject::duplicates);
     EXPECT_TRUE(
         std::get<ScanDiagnostics::Request>(parsed({"--diagnose-find", "/a", "--as-is"})).isAsIs);
+    EXPECT_EQ(std::get<ScanDiagnostics::Request>(
+                  parsed({"--diagnose-find", "/a", "--print0", "--limit", "7", "--sort", "size"}))
+                  .listing,
+              (ScanDiagnostics::Request::Listing{
+                  .form = FindHitForm::zeroEnded, .order = FindHitOrder::size, .limit = 7}));
     for (const std::vector<std::string>& malformed :
          {std::vector<std::string>{"--diagnose-find"},
           {"--diagnose-find", ""},
           {"--diagnose-find", "--cli"},
           {"--diagnose-find", "/a", "/b"},
           {"--diagnose-scan", "/a", "--as-is"},
+          {"--diagnose-find", "/a", "--limit"},
+          {"--diagnose-find", "/a", "--limit", "-1"},
+          {"--diagnose-find", "/a", "--sort", "colour"},
           {"--diagnose-find", "--diagnose-scan", "/a"}}) {
         EXPECT_EQ(std::get<CommandLineUsage>(parsed(malformed)).text, ScanDiagnostics::usageText);
     }
@@ -102,6 +112,32 @@ TEST(ScanDiagnostics, KeepsAnIndexAndAnswersFromIt) {
                             StartsWith("build"), StartsWith("save")));
     EXPECT_THAT(ran(66, {.subject = Subject::find, .folder = file}),
                 ElementsAre("No folder at " + file + ".\n"));
+}
+
+TEST(ScanDiagnostics, ListsEverythingThatMatched) {
+    const TemporaryFolder place;
+    for (int i = 0; i < 700; ++i) place.file(fmt::format("tree/deep/note {}", i));
+    place.file("tree/note large", "12345");
+    place.file("tree/gone");
+    const auto listed = [&](ScanDiagnostics::Request::Listing listing, const char* query) {
+        std::string all;
+        for (const std::string& piece :
+             ran(0, {.subject = Subject::find, .folder = place / "tree", .listing = listing},
+                 place / "kept/index", {query})) {
+            all += piece;
+        }
+        return all;
+    };
+    const std::string lines = listed({}, "note");
+    EXPECT_EQ(std::ranges::count(lines, '\n'), 701);
+    EXPECT_THAT(lines, StartsWith(place / "tree/note large" + "\n"));
+    EXPECT_EQ(
+        listed({.form = FindHitForm::zeroEnded, .order = FindHitOrder::path, .limit = 2}, "note"),
+        place / "tree/deep/note 0" + '\0' + place / "tree/deep/note 1" + '\0');
+    EXPECT_THAT(
+        listed({.form = FindHitForm::json, .order = FindHitOrder::size, .limit = 1}, "note"),
+        HasSubstr(R"(note large","kind":"other","size":5,"date":")"));
+    EXPECT_EQ(listed({.limit = 0}, "note"), "");
 }
 
 TEST(ScanDiagnostics, TellsWhatIsClosedToTheIndex) {
