@@ -203,11 +203,23 @@ FindIndexPersistence::read(const FileURL& url, const Passed& passed) {
         file->byteCount() / maxCompression > file->bytesOnDisk()) {
         return inconsistent("structure");
     }
-    return read(file->byteCount(), [&](std::span<std::byte> into) {
-        auto got = file->read(into);
-        if (got && passed) passed(into.first(*got));
-        return got;
-    });
+    return read(file->byteCount(),
+                [&](std::span<std::byte> into) -> std::expected<std::size_t, SystemError> {
+                    // A checksum is made of bytes that are still in the processor's cache.
+                    constexpr std::size_t pieceBytes = 131'072;
+                    const std::size_t piece = passed ? pieceBytes : into.size();
+                    std::size_t filled = 0;
+                    while (filled < into.size()) {
+                        const auto rest =
+                            into.subspan(filled, std::min(piece, into.size() - filled));
+                        const auto got = file->read(rest);
+                        if (!got) return got;
+                        if (passed) passed(rest.first(*got));
+                        filled += *got;
+                        if (*got < rest.size()) break;
+                    }
+                    return filled;
+                });
 }
 
 } // namespace tidyro
