@@ -29,9 +29,9 @@ std::optional<Seen> lookAt(const FindIndexStorage& index, FindIndexStorage::Entr
     seen.isGone = (found->kind == platform::ItemKind::folder) != isFolder;
     if (seen.isGone) return seen;
     if (!isFolder) seen.size = found->byteCount;
-    if (found->modified) {
-        seen.modified = compactSeconds(
-            static_cast<std::int64_t>(std::floor(found->modified->secondsSince1970())));
+    if (const auto& modified = found->modified) {
+        seen.modified =
+            compactSeconds(static_cast<std::int64_t>(std::floor(modified->secondsSince1970())));
     }
     const bool isSame = seen.size == index.size(entry) && seen.modified == index.mtime[entry];
     return isSame ? std::nullopt : std::optional(seen);

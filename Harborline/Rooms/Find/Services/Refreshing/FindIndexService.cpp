@@ -40,6 +40,10 @@ void relax(FindQueryNode& node, UnknownIs unknown) {
         unknown = unknown == UnknownIs::met ? UnknownIs::notMet : UnknownIs::met;
     }
     for (FindQueryNode& child : node.children) relax(child, unknown);
+    if (node.kind != Kind::all) return;
+    std::erase_if(node.children, [](const FindQueryNode& child) {
+        return child.kind == Kind::all && child.children.empty();
+    });
 }
 
 } // namespace
