@@ -110,6 +110,15 @@ struct AIToolRuleFinding {
     bool operator==(const AIToolRuleFinding&) const = default;
 };
 
+/// A file that is protected and large, with what a person can have the tool do about it.
+struct AIToolOversizedFile {
+    std::string relativePath; ///< below the home
+    std::uint64_t byteCount;
+    std::string remedy;
+
+    bool operator==(const AIToolOversizedFile&) const = default;
+};
+
 struct AIToolGroupTotal {
     std::uint64_t fileCount = 0;
     std::uint64_t logicalByteCount = 0;
@@ -129,6 +138,8 @@ struct AIToolDecisionTally {
 /// acts on it asks again.
 struct AIToolAuditReport {
     static constexpr std::size_t maxLargestChildren = 10;
+    /// Smaller ones of the layout's growing files are not worth a word.
+    static constexpr std::uint64_t minOversizedBytes = 100'000'000;
 
     AIToolHome home;
     std::string layoutVersion;
@@ -146,8 +157,9 @@ struct AIToolAuditReport {
     std::vector<AIToolPathSummary> externalStores = {}; ///< in the layout's order
     std::map<AIToolArtifactGroup, AIToolGroupTotal> groupTotals = {};
     std::map<AIToolDecision, AIToolDecisionTally> decisionTallies = {};
-    std::vector<AIToolRuleFinding> ruleFindings = {}; ///< in the layout's order; none is empty
-    std::vector<CoverageGap> gaps = {};               ///< what was not measured
+    std::vector<AIToolRuleFinding> ruleFindings = {};     ///< in the layout's order; none is empty
+    std::vector<AIToolOversizedFile> oversizedFiles = {}; ///< in the order of `allChildren`
+    std::vector<CoverageGap> gaps = {};                   ///< what was not measured
     bool isTruncated = false; ///< more entries than a walk visits; what was seen stands here
     std::size_t unreadableProcessCount = 0;
     std::uint32_t ownerUserID = 0; ///< of every artifact: the person for whom it was audited

@@ -193,6 +193,18 @@ void AIToolAuditSums::addGaps(std::vector<CoverageGap> gaps) {
                         std::make_move_iterator(gaps.end()));
 }
 
+void AIToolAuditSums::addOversizedFiles() {
+    for (const AIToolPathSummary& child : report_.allChildren) {
+        const bool isFile = child.directoryCount == 0 && !child.isSymbolicLink;
+        if (!isFile || child.logicalByteCount < AIToolAuditReport::minOversizedBytes) continue;
+        if (const AIToolGrowingFile* known = layout_.growingFile(child.relativePath)) {
+            report_.oversizedFiles.push_back({.relativePath = child.relativePath,
+                                              .byteCount = child.logicalByteCount,
+                                              .remedy = known->remedy});
+        }
+    }
+}
+
 void AIToolAuditSums::finish() {
     for (const AIToolPathSummary& child : report_.allChildren) {
         report_.totalLogicalByteCount += child.logicalByteCount;
@@ -209,6 +221,7 @@ void AIToolAuditSums::finish() {
         if (total.fileCount > 0) report_.groupTotals.emplace(group, total);
     }
     sortBySize(report_.allChildren);
+    addOversizedFiles();
     for (auto& [name, inside] : report_.expandedChildren) sortBySize(inside);
     const auto shown = std::min(report_.allChildren.size(), AIToolAuditReport::maxLargestChildren);
     report_.largestChildren.assign(report_.allChildren.begin(),

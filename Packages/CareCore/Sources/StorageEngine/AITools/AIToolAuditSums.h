@@ -43,6 +43,7 @@ class AIToolAuditSums {
                       const AIToolWalkEntry::Around& around);
     [[nodiscard]] AIToolRuleFinding& findingOf(const AIToolClassifier::Verdict& found,
                                                const AIToolWalkEntry::Around& around);
+    void addOversizedFiles();
     [[nodiscard]] AIToolChildRole role(std::span<const std::string> components) const;
 
     AIToolAuditReport& report_;

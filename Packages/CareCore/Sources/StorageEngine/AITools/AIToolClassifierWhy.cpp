@@ -1,3 +1,5 @@
+#include "StorageEngine/AITools/AIToolClassifier.h"
+
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -6,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "Base/UnicodeText.h"
-#include "StorageEngine/AITools/AIToolClassifier.h"
 
 namespace tidyro {
 
@@ -56,6 +57,12 @@ std::string whyByNames(const AIToolLayout& layout, const AIToolLocation& at,
     }
     const auto names = below.empty() ? std::span<const std::string>(at.components) : below;
     const std::string name = inQuotes(decidingName(decision, names));
+    if (at.components.size() == 1 && !at.place.storeIndex) {
+        if (const AIToolGrowingFile* known = layout.growingFile(at.components.front())) {
+            return fmt::format("{} stays, and only {} may make it smaller: {}", name, tool,
+                               known->remedy);
+        }
+    }
     switch (decision) {
     case outsideAllowlist:
         return fmt::format("{} is not among the folders of {} that hold what may go: {}", name,

@@ -112,6 +112,15 @@ struct AIToolExternalStore {
     bool operator==(const AIToolExternalStore&) const = default;
 };
 
+/// Files at the top of a home that may grow very large and that only the tool itself may make
+/// smaller.
+struct AIToolGrowingFile {
+    std::string pattern; ///< for names, see `NamePattern`
+    std::string remedy;  ///< how a person has the tool make such a file smaller
+
+    bool operator==(const AIToolGrowingFile&) const = default;
+};
+
 /// What Tidyro knows of one tool's home. Nothing else in a home may ever be cleaned.
 struct AIToolLayout {
     using Names = std::set<std::string, std::less<>>;
@@ -131,6 +140,7 @@ struct AIToolLayout {
     std::vector<AIToolCandidateRoot> candidateRoots;
     std::vector<AIToolExternalStore> externalStores = {};
     std::string nativeManagementNote; ///< how the tool itself manages its history
+    std::vector<AIToolGrowingFile> growingFiles = {};
     /// What the path of the tool's application holds while it runs; none for a command.
     std::vector<std::string> runningAppMarkers = {};
 
@@ -143,6 +153,8 @@ struct AIToolLayout {
     [[nodiscard]] std::optional<Found> recognizer(std::string_view id) const;
     /// The deepest candidate root at or above a place below the home; null for none.
     [[nodiscard]] const AIToolCandidateRoot* rootOf(std::span<const std::string> components) const;
+    /// What is known of a file of this name at the top of the home; null for nothing.
+    [[nodiscard]] const AIToolGrowingFile* growingFile(std::string_view name) const;
 
     bool operator==(const AIToolLayout&) const = default;
 };

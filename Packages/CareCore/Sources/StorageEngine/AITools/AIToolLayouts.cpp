@@ -350,6 +350,13 @@ constexpr auto commandTables = to_array<CommandTable>({
      "Aider keeps its conversations in the projects that they are about."},
 });
 
+// Codex' public source (its state crate) clears the entries of its log that are older than some
+// days when it starts; versions of early 2026 did not, and left databases of many gigabytes.
+constexpr std::string_view codexLogs = "logs_*.sqlite";
+constexpr std::string_view codexLogsRemedy =
+    "Codex clears old entries of this log itself when it starts. Update Codex, end all of its "
+    "sessions and start it once.";
+
 AIToolLayout command(const CommandTable& table, OperatingSystem system) {
     AIToolLayout layout{.tool = table.tool,
                         .layoutVersion = layoutVersion(table.version, system),
@@ -362,6 +369,10 @@ AIToolLayout command(const CommandTable& table, OperatingSystem system) {
                         .candidateRoots = roots(table.roots, table.rules),
                         .externalStores = stores(table.stores, table.rules),
                         .nativeManagementNote = std::string(table.note)};
+    if (table.tool == AIToolID::codex) {
+        layout.growingFiles.push_back(
+            {.pattern = std::string(codexLogs), .remedy = std::string(codexLogsRemedy)});
+    }
     if (system == OperatingSystem::macOS) {
         for (AIToolExternalStore& store : layout.externalStores) {
             if (store.relativeToUserHome == claudeLogs) store.relativeToUserHome = claudeLogsOnMac;
@@ -488,6 +499,13 @@ std::optional<AIToolLayout::Found> AIToolLayout::recognizer(std::string_view id)
         if (found != rules.end()) return Found{&*found, nullptr, i};
     }
     return std::nullopt;
+}
+
+const AIToolGrowingFile* AIToolLayout::growingFile(std::string_view name) const {
+    const auto found = std::ranges::find_if(growingFiles, [&](const AIToolGrowingFile& each) {
+        return NamePattern::matches(each.pattern, name);
+    });
+    return found != growingFiles.end() ? &*found : nullptr;
 }
 
 const AIToolCandidateRoot* AIToolLayout::rootOf(std::span<const std::string> components) const {

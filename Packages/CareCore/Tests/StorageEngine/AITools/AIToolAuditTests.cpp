@@ -175,6 +175,32 @@ TEST(AIToolAudits, AddUpByChildren) {
     EXPECT_TRUE(std::holds_alternative<CancellationError>(stopped.error()));
 }
 
+TEST(AIToolAudits, TellWhatToDoAboutALargeLog) {
+    Audited made;
+    for (const char* name : {"logs_2.sqlite", "state_5.sqlite", "sessions/logs_3.sqlite"}) {
+        const std::string path = std::string("home/.codex/") + name;
+        made.place.file(path, "");
+        fs::resize_file(made.place / path, AIToolAuditReport::minOversizedBytes); // a hole
+    }
+    made.place.file("home/.codex/logs_1.sqlite", "small");
+    const AIToolHome home = made.home();
+    const auto report = made.audit(home).value();
+    ASSERT_EQ(report.oversizedFiles.size(), 1U);
+    EXPECT_EQ(report.oversizedFiles[0].relativePath, "logs_2.sqlite");
+    EXPECT_TRUE(report.oversizedFiles[0].remedy.contains("start it once"));
+    EXPECT_EQ(eligible(report), "");
+
+    const FileURL log = home.url.appending("logs_2.sqlite");
+    const AIToolClassifier classifier({.minimumAge = report.minimumAge,
+                                       .context = AIToolClassifier::context(home, made.context()),
+                                       .activity = {},
+                                       .now = made.now});
+    FileObserver observer(home.userHome, made.volumes);
+    const std::string why =
+        classifier.why(observer.observation(log).value(), home.locate(log).value(), {});
+    EXPECT_TRUE(why.contains("\"logs_2.sqlite\" stays") && why.contains("start it once")) << why;
+}
+
 TEST(AIToolAudits, HoldWhatSomethingSpeaksAgainst) {
     Audited made;
     const std::string logs = "home/.claude/debug/";
