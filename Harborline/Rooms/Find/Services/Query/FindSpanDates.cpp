@@ -98,13 +98,14 @@ struct AgeUnit {
 };
 
 /// "m" is none: people mean minutes by it, or months.
+constexpr std::int64_t secondsOfADay = 86'400;
 constexpr std::array<AgeUnit, 7> ageUnits{{{"s", 1},
                                            {"min", 60},
                                            {"h", 3'600},
-                                           {"d", 86'400},
-                                           {"w", 7 * 86'400},
-                                           {"mo", 30 * 86'400},
-                                           {"y", 365 * 86'400}}};
+                                           {"d", secondsOfADay},
+                                           {"w", 7 * secondsOfADay},
+                                           {"mo", 30 * secondsOfADay},
+                                           {"y", 365 * secondsOfADay}}};
 
 std::optional<FindSpan> age(std::string_view text) {
     const std::size_t end = std::min(text.find_first_not_of("0123456789"), text.size());
