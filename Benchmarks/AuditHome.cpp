@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -93,7 +94,7 @@ void makeHome(const std::string& home, std::size_t files) {
         const int opened = ::open(path.c_str(), O_WRONLY | O_CREAT, 0644);
         if (opened < 0) {
             fs::create_directories(fs::path(path).parent_path());
-            std::fclose(std::fopen(path.c_str(), "w"));
+            std::ofstream(path).flush();
         } else {
             ::close(opened);
         }
@@ -164,9 +165,12 @@ void classifyAll(const AIToolHome& home, const platform::Volumes& volumes) {
     };
     std::vector<Asked> asked;
     AIToolWalkEntry::Around around{.folders = {}};
-    around.volumeIdentifier = SharedText::made(
-        platform::volumeOf(*AIToolWalker::lstat(home.url.path()), volumes.mounted().value())
-            ->identifier);
+    const auto top = AIToolWalker::lstat(home.url.path());
+    const auto mounted = volumes.mounted();
+    if (!top || !mounted) return;
+    if (const auto* volume = platform::volumeOf(*top, *mounted)) {
+        around.volumeIdentifier = SharedText::made(volume->identifier);
+    }
     const auto walked = AIToolWalker::walk(
         home.url,
         [&](const AIToolWalkEntry& entry) {
@@ -269,10 +273,11 @@ std::size_t readProcessesBarely() {
         if (got > 0) bytes += static_cast<std::size_t>(got);
     };
     DIR* table = ::opendir("/proc");
-    while (const dirent* process = ::readdir(table)) {
+    const int processes = table != nullptr ? ::dirfd(table) : -1;
+    if (processes < 0) return 0;
+    while (const dirent* process = ::readdir(table)) { // NOLINT(concurrency-mt-unsafe)
         if (process->d_name[0] < '0' || process->d_name[0] > '9') continue;
-        const int folder =
-            ::openat(::dirfd(table), process->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const int folder = ::openat(processes, process->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (folder < 0) continue;
         link(folder, "exe");
         link(folder, "cwd");
@@ -286,7 +291,7 @@ std::size_t readProcessesBarely() {
         if (maps >= 0) ::close(maps);
         const int files = ::openat(folder, "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (DIR* listed = files < 0 ? nullptr : ::fdopendir(files)) {
-            while (const dirent* file = ::readdir(listed)) {
+            while (const dirent* file = ::readdir(listed)) { // NOLINT(concurrency-mt-unsafe)
                 if (file->d_name[0] != '.') link(files, file->d_name);
             }
             ::closedir(listed);
