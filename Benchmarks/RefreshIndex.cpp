@@ -43,7 +43,7 @@ double median(Work work) {
 void need(bool isDone, const char* what) {
     if (isDone) return;
     std::fprintf(stderr, "%s failed.\n", what);
-    std::exit(1);
+    std::exit(1); // NOLINT(concurrency-mt-unsafe): there is one thread
 }
 
 FindIndexService serviceOf(const std::string& folder, const FileURL& file) {

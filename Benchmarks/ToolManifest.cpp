@@ -40,6 +40,7 @@ double secondsOf(const std::function<void()>& work) {
 
 double medianOf(const std::function<void()>& work) {
     std::vector<double> took;
+    took.reserve(runs);
     for (int run = 0; run < runs; ++run) took.push_back(secondsOf(work));
     std::ranges::sort(took);
     return took[took.size() / 2];
@@ -91,7 +92,7 @@ void make(const AIToolAuditReport& report, const AIToolLastLook::Veto& veto, std
                                     report.startedAt, {.veto = veto, .leftOut = &leftOut});
     if (!manifest || manifest->itemCount() != expected || manifest->digest().size() != 64) {
         for (const std::string& line : leftOut.lines()) std::printf("%s\n", line.c_str());
-        std::exit(1); // NOLINT: one thread
+        std::exit(1); // NOLINT(concurrency-mt-unsafe): there is one thread
     }
 }
 
@@ -140,6 +141,7 @@ int main(int count, char** arguments) {
     }
     const std::size_t bytes = readBare(real);
     std::vector<double> ratios;
+    ratios.reserve(runs);
     double look = 0;
     double bare = 0;
     for (int run = 0; run < runs; ++run) {
