@@ -152,7 +152,7 @@ std::uint16_t FindFolderWords::inPath(Entry folder) {
 FindFolderUse FindFolderWords::bestPossibleUse(Entry entry) {
     const std::uint16_t own = inName(entry);
     if (own == all_) return FindFolderUse::none;
-    const bool isMet = ((own | inPath(storage_.parent[entry])) & all_) == all_;
+    const bool isMet = ((own | inPath(folderOf(entry))) & all_) == all_;
     return isMet && (own != 0 || !needsWordInName_) ? FindFolderUse::whole : FindFolderUse::unmet;
 }
 
@@ -161,7 +161,7 @@ FindFolderUse FindFolderWords::use(Entry entry) {
     if (best != FindFolderUse::whole) return best;
     const std::uint16_t own = inName(entry);
     for (std::size_t i = 0; i < words_.size(); ++i) {
-        if ((own >> i & 1U) == 0 && !isWholeName(words_[i], storage_.parent[entry])) {
+        if ((own >> i & 1U) == 0 && !isWholeName(words_[i], folderOf(entry))) {
             return FindFolderUse::partly;
         }
     }

@@ -62,6 +62,10 @@ class FindFolderWords {
     // Entries of one word of a set, a bit for each
     [[nodiscard]] std::uint64_t allInNameAt(std::size_t word) const;
     [[nodiscard]] std::uint64_t matchesAt(std::size_t word, std::uint64_t asked);
+    /// The root has no folder in the index, and counts as lying in itself.
+    [[nodiscard]] Entry folderOf(Entry entry) const {
+        return entry == 0 ? 0 : storage_.parent[entry];
+    }
     [[nodiscard]] std::uint16_t inPath(Entry folder);
     [[nodiscard]] bool isWholeName(std::string_view word, Entry folder) const;
 

@@ -173,6 +173,16 @@ TEST(FindQueryMatcher, PassesOverWhatIsDeleted) {
     EXPECT_EQ(found(storage, "empty: kind:folder"), "Mail.app | docs/src");
 }
 
+TEST(FindQueryMatcher, RanksTheRootWithoutAFolderAboveIt) {
+    const FindIndexStorage storage = indexOf({{"report"}});
+    const auto use = [&storage](std::string_view query) {
+        const FindQuery read = parsedFindQuery(query, Timestamp());
+        return FindQueryMatcher(storage, read).fit(0).folders;
+    };
+    EXPECT_EQ(use("ada home"), FindFolderUse::whole);
+    EXPECT_EQ(use("ada elsewhere"), FindFolderUse::unmet);
+}
+
 TEST(FindQueryMatcher, RanksByTheFirstTextThatStandsForItself) {
     const FindIndexStorage storage = indexOf(
         {{"report"}, {"Report.pdf"}, {"reporting"}, {"my report"}, {"unreported"}, {"pdf"}});
