@@ -23,6 +23,7 @@
 #include "StorageEngine/DeveloperStores/UVCacheFolder.h"
 #include "StorageEngine/Tools/ToolExecutableLocator.h"
 #include "StorageEngine/Tools/ToolRuns.h"
+#include "Support/AllSeenProcesses.h"
 #include "Support/OtherCircumstances.h"
 #include "Support/TemporaryFolder.h"
 
@@ -366,25 +367,8 @@ TEST_F(UVCachePrunes, RefuseACacheInUse) {
     EXPECT_EQ(run(proposal).status, Status{Completed{}});
 }
 
-/// The real processes, as though none could be hidden: tests run in containers, too.
-class AllSeenProcesses final : public platform::RunningProcesses {
-  public:
-    [[nodiscard]] std::expected<platform::ProcessActivity, SystemError> activity() const override {
-        auto seen = live_.activity();
-        if (seen) seen->areOthersHidden = false;
-        return seen;
-    }
-    [[nodiscard]] std::expected<std::vector<platform::ProcessStart>, SystemError>
-    starts() const override {
-        return live_.starts();
-    }
-
-  private:
-    platform::LiveRunningProcesses live_;
-};
-
 TEST_F(UVCachePrunes, SeeWhatRunsFromTheCache) {
-    const AllSeenProcesses processes;
+    const testing::AllSeenProcesses processes;
     const std::string cache = place_ / "moved";
     const auto isUsed = [&] { return UVCacheFolder::userOf(cache, cache, processes)->has_value(); };
     EXPECT_FALSE(isUsed());

@@ -17,6 +17,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Support/AllSeenProcesses.h"
 #include "Support/OtherCircumstances.h"
 #include "ToolHomes.h"
 
@@ -26,24 +27,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ToolHomes;
 using Mode = CleanupExecutionMode;
-
-/// The running system's processes, of which nobody is hidden although these tests may run in a
-/// container: the only ones that matter are started here.
-class SeenProcesses final : public platform::RunningProcesses {
-  public:
-    [[nodiscard]] std::expected<platform::ProcessActivity, SystemError> activity() const override {
-        auto seen = live_.activity();
-        if (seen) seen->areOthersHidden = false;
-        return seen;
-    }
-    [[nodiscard]] std::expected<std::vector<platform::ProcessStart>, SystemError>
-    starts() const override {
-        return live_.starts();
-    }
-
-  private:
-    platform::LiveRunningProcesses live_;
-};
 
 /// A program that runs for as long as this lives.
 class StandIn {
@@ -71,7 +54,7 @@ class StandIn {
 };
 
 struct Way {
-    SeenProcesses processes;
+    testing::AllSeenProcesses processes;
     ToolHomes made;
     std::map<std::string, std::string> before;
 
