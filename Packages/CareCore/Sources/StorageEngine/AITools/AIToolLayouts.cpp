@@ -350,12 +350,12 @@ constexpr auto commandTables = to_array<CommandTable>({
      "Aider keeps its conversations in the projects that they are about."},
 });
 
-// Codex' public source (its state crate) clears the entries of its log that are older than some
-// days when it starts; versions of early 2026 did not, and left databases of many gigabytes.
+// Such a database may grow to gigabytes. Some versions of Codex clear old entries when they start;
+// which ones was not looked up in its source, so the text promises nothing of a single version.
 constexpr std::string_view codexLogs = "logs_*.sqlite";
 constexpr std::string_view codexLogsRemedy =
-    "Codex clears old entries of this log itself when it starts. Update Codex, end all of its "
-    "sessions and start it once.";
+    "Update Codex, end all of its sessions and start it once: versions that clear old entries of "
+    "this log do so when they start.";
 
 AIToolLayout command(const CommandTable& table, OperatingSystem system) {
     AIToolLayout layout{.tool = table.tool,
