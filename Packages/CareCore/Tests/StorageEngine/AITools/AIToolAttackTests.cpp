@@ -13,6 +13,7 @@
 #include "StorageEngine/AITools/AIToolClassifier.h"
 #include "StorageEngine/AITools/AIToolFence.h"
 #include "StorageEngine/AITools/AIToolVeto.h"
+#include "Support/QuietMachine.h"
 #include "Support/TemporaryFolder.h"
 
 namespace tidyro {
@@ -254,7 +255,7 @@ class Attacked {
                                    .kind = FileKind::regularFile,
                                    .byteCount = plant.contents.size(),
                                    .modificationDate = old,
-                                   .ownerUserID = 501,
+                                   .ownerUserID = platform::currentUserID(),
                                    .volumeIdentifier = "inside",
                                    .isReadable = true,
                                    .isCloudPlaceholder = false,
@@ -274,17 +275,11 @@ class Attacked {
     }
 
     std::span<const AIToolLayout> layouts_;
-    AIToolClassifier classifier_{
-        {.minimumAge = 86'400,
-         .context = SafetyPolicyContext({.currentUserID = 501,
-                                         .internalLocalVolumeIdentifiers = {"inside"},
-                                         .activeApplicationRoots = {},
-                                         .additionalProtectedRoots = {},
-                                         .activelyGrowingPaths = {},
-                                         .openByProcessPaths = {}}),
-         .activity = {},
-         .now = attackedAt,
-         .layouts = layouts_}};
+    AIToolClassifier classifier_{{.minimumAge = 86'400,
+                                  .context = SafetyPolicyContext(testing::quietMachine()),
+                                  .activity = {},
+                                  .now = attackedAt,
+                                  .layouts = layouts_}};
 };
 
 /// 100,000 of them take some seconds.

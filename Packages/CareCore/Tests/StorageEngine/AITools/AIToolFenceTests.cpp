@@ -81,14 +81,14 @@ TEST(AIToolFence, StandsAroundHomesThatWereRejectedAsWell) {
     made.place.link("home/.codex", made.place / "elsewhere/mine");
     made.place.file("home/.claude/settings.json");
     made.place.file("home/.copilot/config.json");
-    made.place.folder("home/work/copilot/session-state");
-    made.discovery.environment = {{"COPILOT_HOME", made.place / "home/work/copilot"}};
+    made.place.folder("home/tools/copilot/session-state");
+    made.discovery.environment = {{"COPILOT_HOME", made.place / "home/tools/copilot"}};
     EXPECT_EQ(made.held({"home/.codex/sessions/a", "elsewhere/mine/sessions/a",
                          "elsewhere/mine/cache/x", "home/.claude/projects/a", "home/.claude/other",
-                         "home/.copilot/session-state/a", "home/work/copilot/session-state/a"}),
+                         "home/.copilot/session-state/a", "home/tools/copilot/session-state/a"}),
               "home/.codex/sessions/a elsewhere/mine/sessions/a elsewhere/mine/cache/x "
               "home/.claude/projects/a home/.claude/other home/.copilot/session-state/a "
-              "home/work/copilot/session-state/a");
+              "home/tools/copilot/session-state/a");
 
     // What may be anybody's is not the tool's because it lies beside what the tool keeps.
     made.place.folder("home/project/.git");

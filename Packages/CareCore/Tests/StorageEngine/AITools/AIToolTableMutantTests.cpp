@@ -9,6 +9,7 @@
 
 #include "Base/PathText.h"
 #include "StorageEngine/AITools/AIToolClassifier.h"
+#include "Support/QuietMachine.h"
 
 namespace tidyro {
 namespace {
@@ -182,25 +183,19 @@ AIToolDecision decisionIn(std::span<const AIToolLayout> layouts, AIToolID tool,
                                .kind = FileKind::regularFile,
                                .byteCount = 1,
                                .modificationDate = old,
-                               .ownerUserID = 501,
+                               .ownerUserID = platform::currentUserID(),
                                .volumeIdentifier = "inside",
                                .isReadable = true,
                                .isCloudPlaceholder = false,
                                .isInProjectRepository = false,
                                .isBackupArtifact = false,
                                .linkCount = 1};
-    const AIToolClassifier classifier(
-        {.minimumAge = 86'400,
-         .context = SafetyPolicyContext({.currentUserID = 501,
-                                         .internalLocalVolumeIdentifiers = {"inside"},
-                                         .activeApplicationRoots = {},
-                                         .additionalProtectedRoots = {},
-                                         .activelyGrowingPaths = {},
-                                         .openByProcessPaths = {}}),
-         .activity = {},
-         .now = moment,
-         .isToolAppRunning = isAppRunning,
-         .layouts = layouts});
+    const AIToolClassifier classifier({.minimumAge = 86'400,
+                                       .context = SafetyPolicyContext(testing::quietMachine()),
+                                       .activity = {},
+                                       .now = moment,
+                                       .isToolAppRunning = isAppRunning,
+                                       .layouts = layouts});
     return classifier.classify(item, at, {.versionState = &versions, .statusChangeDate = old})
         .decision;
 }
